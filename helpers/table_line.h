@@ -1,0 +1,28 @@
+// The fields of one line of a comma-separated table.
+
+#ifndef VOSTREL_HELPERS_TABLE_LINE_H
+#define VOSTREL_HELPERS_TABLE_LINE_H
+
+#include <optional>
+#include <string_view>
+
+namespace vostrel {
+
+/// The field at a 1-based position of a line, as the table reader counts: runs of commas separate
+/// like one, so that an empty field is not seen, and behind the last field the count goes on at the
+/// start of the line, round and round. When commas end the line, each round has one position more,
+/// which has no text: it gives no value, and neither does any position of a line of commas.
+///
+/// Takes time in proportion to the line's length, whatever the position.
+std::optional<std::string_view> field_at(std::string_view line, int position);
+
+/// A fast way to the field behind `count` commas of the line that starts at `text`.
+///
+/// @return the start of that field; nullptr when the line ends earlier, or when two commas meet or
+///         one begins the line on the way there: field_at knows what to do then.
+/// Precondition: the text ends with a newline or a NUL with kTextPadding readable bytes behind it.
+const char* skip_commas(const char* text, int count);
+
+}  // namespace vostrel
+
+#endif  // VOSTREL_HELPERS_TABLE_LINE_H

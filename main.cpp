@@ -1,0 +1,136 @@
+// The command-line driver: checks the command line, drives one UTILS object through a run, prints
+// the console report.
+
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include "helpers/statistics_text.h"
+#include "utils/utils.h"
+#include "version.h"
+
+namespace {
+
+constexpr int kAborted = -1;  // the shell sees 255
+
+// An interrupt ends the run as a wish of the user's, not as a failure. Stream and exit are not safe
+// in a handler by the letter of the language; the message is wanted all the same, and the program's
+// own code is never interrupted while a half-made row is on its way to a file.
+void signal_handler(int) {
+  std::cout << "SIGINT catched!" << std::endl;
+  std::exit(0);
+}
+
+void print_banner() {
+  std::cout << std::endl;
+  std::cout << "+++ Program to generate regression statistics on machine learning experiments +++"
+            << std::endl;
+  std::cout << "by the vostrel developers, " << vostrel::kReleaseDate << ", release "
+            << vostrel::kRelease << std::endl;
+  std::cout << std::endl;
+}
+
+int print_usage() {
+  std::cout << std::endl;
+  std::cout << "specify the following line command at prompt:" << std::endl;
+  std::cout
+      << "vostrel --stats <input file name> <output file name> <header flag 0/1> <col1> <col2>"
+      << std::endl;
+  std::cout << "where" << std::endl;
+  std::cout << "<input file name> is a three column ASCII file (space separated)" << std::endl;
+  std::cout << "<output file name> is a user specified statistics output file name" << std::endl;
+  std::cout
+      << "<header flag 0/1> is the header presence (0 not present, 1 present) in the input file"
+      << std::endl;
+  std::cout << "<col1> is the index of the first column to be used to calculate statistics"
+            << std::endl;
+  std::cout << "<col2> is the index of the second column to be used to calculate statistics"
+            << std::endl;
+  return kAborted;
+}
+
+int abort_run(const char* message) {
+  std::cout << std::endl;
+  std::cout << message << std::endl;
+  return kAborted;
+}
+
+void compute(UTILS& run) {
+  run.CalculateDelta();
+  run.CalculateDeltaNorm();
+  run.CalculateBias();
+  run.CalculateBiasNorm();
+  run.CalculateSigma();
+  run.CalculateSigmaNorm();
+  run.CalculateRMS();
+  run.CalculateRMSNorm();
+  run.CalculateMADDeltaz();
+  run.CalculateMADDeltazNorm();
+  run.CalculateMAD();
+  run.CalculateMADNorm();
+  run.CalculateNMAD();
+  run.CalculateNMADNorm();
+  run.CalculateOutliers();
+  run.CalculateOutliersNorm();
+}
+
+void print_report(const UTILS& run) {
+  std::cout << "Data size  = " << run.getDataSize() << std::endl;
+  std::cout << std::endl;
+  std::cout << "Statistics:" << std::endl;
+  vostrel::write_statistics(
+      std::cout, {run.getBias(), run.getSigma(), run.getRMS(), run.getMAD(), run.getNMAD(),
+                  run.getMADDeltaz(), run.getOutliersConstant(), run.getOutliers1(),
+                  run.getOutliers2(), run.getOutliers3(), run.getOutliers4()});
+  std::cout << std::endl;
+  vostrel::write_normalized_statistics(
+      std::cout,
+      {run.getBiasNorm(), run.getSigmaNorm(), run.getRMSNorm(), run.getMADNorm(), run.getNMADNorm(),
+       run.getMADDeltazNorm(), run.getOutliersConstantNorm(), run.getOutliers1Norm(),
+       run.getOutliers2Norm(), run.getOutliers3Norm(), run.getOutliers4Norm()},
+      "MAD(Delta_norm)       = ");
+  std::cout << std::endl;
+}
+
+// Loads, computes and reports. The object's end precedes the closing line.
+int run_statistics(int headerFlag, const char* input, const char* output, int col1, int col2) {
+  UTILS run(headerFlag, input, output, col1, col2);
+  if (run.loadInputFile() != 0) {
+    std::ofstream log("error.log", std::ios::app);
+    log << "FATAL ERROR OCCURRED. Statistics output not created! ***" << std::endl;
+    return kAborted;
+  }
+  run.loadInternalFile();  // its result is not examined: a run without data reports not-a-numbers
+  compute(run);
+  print_report(run);
+  run.storeStatistics();
+  run.clearData();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  print_banner();
+  if (argc > 7) return abort_run("too many arguments on command line. Program Aborted");
+  if (argc < 2) return print_usage();
+
+  std::srand(static_cast<unsigned int>(std::time(nullptr)));
+  std::signal(SIGINT, signal_handler);
+
+  if (std::string(argv[1]) != "--stats") {
+    return abort_run("bad first argument on command line. Program Aborted");
+  }
+  if (argc < 7) return print_usage();
+
+  const int status =
+      run_statistics(std::atoi(argv[4]), argv[2], argv[3], std::atoi(argv[5]), std::atoi(argv[6]));
+  if (status == 0) {
+    std::cout << "Execution completed. Bye Bye!" << std::endl;
+    std::cout << std::endl;
+  }
+  return status;
+}

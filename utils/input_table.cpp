@@ -1,0 +1,132 @@
+// The input table reader: the user's comma-separated table becomes the intermediate file.
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "helpers/line_reader.h"
+#include "helpers/number_text.h"
+#include "helpers/row_writer.h"
+#include "helpers/table_line.h"
+#include "utils/utils.h"
+
+namespace {
+
+using vostrel::LineReader;
+using vostrel::RowWriter;
+
+// Appends one line to the log, which is opened and closed each time so that nothing of it is lost.
+void log_line(std::string_view text) {
+  std::ofstream log("error.log", std::ios::app);
+  log << text << std::endl;
+}
+
+void report_failure(const std::string& message) {
+  std::cout << message << std::endl;
+  log_line(message);
+}
+
+// Makes rows of the lines that have been read, as far as they are of the usual shape: no empty
+// fields up to the second column, a plain decimal number in each column, nothing after the first
+// number. Stops in front of the first other line. Each line is looked at once, and no further
+// than its second number but for the line's end.
+void append_plain_rows(LineReader& table, int col1, int col2, RowWriter& rows) {
+  const std::string_view text = table.lines();
+  const char* line = text.data();
+  const char* const end = line + text.size();
+  while (line != end) {
+    const char* field = vostrel::skip_commas(line, col1 - 1);
+    double first;
+    if (field == nullptr || (field = vostrel::read_plain_decimal(field, first)) == nullptr) break;
+    if (*field != ',') break;
+    field = vostrel::skip_commas(field + 1, col2 - col1 - 1);
+    double second;
+    if (field == nullptr || (field = vostrel::read_plain_decimal(field, second)) == nullptr) break;
+    if (*field != '\n') {
+      field =
+          static_cast<const char*>(std::memchr(field, '\n', static_cast<std::size_t>(end - field)));
+      if (field == nullptr) break;
+    }
+    rows.append(first, second);
+    line = field + 1;
+  }
+  table.take_until(line);
+}
+
+// Copies two columns of every line, up to the first empty one, into the rows.
+void copy_columns(LineReader& table, int col1, int col2, RowWriter& rows) {
+  while (table.fill()) {
+    append_plain_rows(table, col1, col2, rows);
+    std::string_view line;
+    while (table.next(line)) {
+      if (line.empty()) {
+        rows.flush();
+        return;
+      }
+      // Reading a field of a very long line may need memory that is not there.
+      if (line.size() > vostrel::kShortText) rows.flush();
+      const std::optional<std::string_view> first = vostrel::field_at(line, col1);
+      const std::optional<std::string_view> second = vostrel::field_at(line, col2);
+      if (!first || !second) {
+        // Nobody need catch this, so nothing may be left to a destructor.
+        rows.flush();
+        throw std::out_of_range("no text in a selected column of an input line");
+      }
+      rows.append(vostrel::read_double(*first), vostrel::read_double(*second));
+      append_plain_rows(table, col1, col2, rows);
+    }
+    // The next fill may wait, for as long as it likes.
+    rows.flush();
+  }
+}
+
+}  // namespace
+
+int UTILS::loadInputFile() {
+  std::ifstream head(nameInputFile);
+  if (!head.is_open()) {
+    report_failure(std::string("*** file ") + nameInputFile + " not found! ***");
+    return -1;
+  }
+  std::string line;
+  if (headerFlag == 1) {
+    std::getline(head, line);
+    std::cout << std::endl;
+    std::cout << "header = " << line << std::endl;
+  }
+  line.clear();  // a read at the end of the file leaves it as it was
+  std::getline(head, line);
+  const auto columns = 1 + std::count(line.begin(), line.end(), ',');
+  head.close();
+  std::cout << "col number " << columns << std::endl;
+
+  if (col1 > columns || col2 > columns) {
+    report_failure(
+        "column index exceeds maximum number of columns in the input file. Program aborted");
+    return -10;
+  }
+  if (col1 < 1 || col1 >= col2) {
+    report_failure(
+        "first column index must be at least 1 and less than second column index. Program aborted");
+    return -20;
+  }
+
+  std::cout << std::endl;
+  std::cout << "Load data from file: " << nameInputFile << std::endl;
+  std::cout << std::endl;
+
+  {
+    // In this order: a table that is itself the intermediate file is empty from here on.
+    LineReader table(nameInputFile);
+    RowWriter rows(nameInternalFile);
+    copy_columns(table, col1, col2, rows);
+  }
+
+  log_line("File created succesfully");
+  return 0;
+}

@@ -1,0 +1,147 @@
+// The intermediate three-column file: its reader, and the second writer of the same layout.
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <string_view>
+#include <system_error>
+
+#include "helpers/line_reader.h"
+#include "helpers/number_text.h"
+#include "utils/utils.h"
+
+namespace {
+
+using vostrel::LineReader;
+
+// The three data vectors, filled together.
+struct Columns {
+  std::vector<int>& id;
+  std::vector<double>& zspec;
+  std::vector<double>& zphot;
+};
+
+// Rows on their way into the vectors: appended some at a time, which spares three checks and
+// updates of a vector for each row.
+class Rows {
+ public:
+  explicit Rows(Columns columns) : columns_(columns) {}
+
+  void append(int id, double zspec, double zphot) {
+    if (count_ == id_.size()) deliver();
+    id_[count_] = id;
+    zspec_[count_] = zspec;
+    zphot_[count_] = zphot;
+    ++count_;
+  }
+
+  void deliver() {
+    columns_.id.insert(columns_.id.end(), id_.data(), id_.data() + count_);
+    columns_.zspec.insert(columns_.zspec.end(), zspec_.data(), zspec_.data() + count_);
+    columns_.zphot.insert(columns_.zphot.end(), zphot_.data(), zphot_.data() + count_);
+    count_ = 0;
+  }
+
+ private:
+  static constexpr std::size_t kAtOnce = 512;
+  Columns columns_;
+  std::size_t count_ = 0;
+  std::array<int, kAtOnce> id_;
+  std::array<double, kAtOnce> zspec_;
+  std::array<double, kAtOnce> zphot_;
+};
+
+// Takes the lines that have been read as far as they are of the writers' own shape: a number of at
+// most eight digits, a blank, two plain decimal numbers with a blank between. Stops in front of the
+// first other line.
+void take_plain_rows(LineReader& file, Columns columns) {
+  Rows rows(columns);
+  const std::string_view lines = file.lines();
+  const char* line = lines.data();
+  while (line != lines.data() + lines.size()) {
+    const vostrel::internal::Digits id = vostrel::internal::leading_digits(line);
+    const char* field = line + id.count;
+    if (id.count == 0 || *field != ' ') break;
+    double zspec;
+    field = vostrel::read_plain_decimal(field + 1, zspec);
+    if (field == nullptr || *field != ' ') break;
+    double zphot;
+    field = vostrel::read_plain_decimal(field + 1, zphot);
+    if (field == nullptr || *field != '\n') break;
+    rows.append(static_cast<int>(id.value), zspec, zphot);
+    line = field + 1;
+  }
+  rows.deliver();
+  file.take_until(line);
+}
+
+// Takes one line of any shape. Blanks separate, and only they. A field that is not found begins
+// again at the line's start, for a failed search leaves the position one below 0.
+// Throws std::out_of_range when there is no text for one of the first two fields.
+void take_any_row(std::string_view line, Columns columns) {
+  std::size_t start = line.find_first_not_of(' ');
+  std::size_t end = line.find(' ', start);
+  columns.id.push_back(vostrel::read_int(line.substr(start, end - start)));
+
+  start = line.find_first_not_of(' ', end + 1);
+  end = line.find(' ', start);
+  columns.zspec.push_back(vostrel::read_double(line.substr(start, end - start)));
+
+  columns.zphot.push_back(vostrel::read_double(line.substr(end + 1)));
+}
+
+// Makes room for the rows of the rest of the file, as many as there would be if they were as long
+// as those of its first block. They are a little longer as a rule, since the IDs grow.
+void reserve_for(const char* name, std::size_t rows_read, std::size_t bytes_read, Columns columns) {
+  std::error_code unknown;
+  const std::uintmax_t size = std::filesystem::file_size(name, unknown);
+  if (unknown || bytes_read == 0 || size <= bytes_read) return;
+  const double blocks = static_cast<double>(size) / static_cast<double>(bytes_read);
+  const auto rows = static_cast<std::size_t>(blocks * static_cast<double>(rows_read));
+  columns.id.reserve(columns.id.size() + rows);
+  columns.zspec.reserve(columns.zspec.size() + rows);
+  columns.zphot.reserve(columns.zphot.size() + rows);
+}
+
+}  // namespace
+
+int UTILS::loadInternalFile() {
+  LineReader file(nameInternalFile);
+  if (!file.is_open()) {
+    std::cout << "*** file " << nameInternalFile << " not found! ***" << std::endl;
+    return -1;
+  }
+  std::cout << std::endl;
+  std::cout << "Load data from file: " << nameInternalFile << std::endl;
+  std::cout << std::endl;
+
+  const Columns columns{id, zspec, zphot};
+  const std::size_t rows_before = id.size();
+  bool first_block = true;
+  while (file.fill()) {
+    const std::size_t bytes = file.lines().size();
+    take_plain_rows(file, columns);
+    std::string_view line;
+    while (file.next(line)) {
+      if (line.empty()) return 0;
+      take_any_row(line, columns);
+      take_plain_rows(file, columns);
+    }
+    if (first_block) reserve_for(nameInternalFile, id.size() - rows_before, bytes, columns);
+    first_block = false;
+  }
+  return 0;
+}
+
+void UTILS::storeORMEDAOutput() const {
+  std::ofstream file(nameOutputFile);
+  file << "# ID zspec zphot" << std::endl;
+  const std::size_t rows = std::min({id.size(), zspec.size(), output.size()});
+  for (std::size_t i = 0; i < rows; ++i) {
+    file << id[i] << " " << zspec[i] << " " << output[i] << std::endl;
+  }
+}

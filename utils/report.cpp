@@ -1,0 +1,28 @@
+// The statistics report file.
+
+#include <fstream>
+#include <iostream>
+
+#include "helpers/statistics_text.h"
+#include "utils/utils.h"
+
+void UTILS::storeStatistics() const {
+  std::ofstream file(nameOutputFile);
+  file << "Data size  = " << id.size() << std::endl << std::endl;
+  file << "Statistics on delta [col" << col1 << " - col" << col2 << "]:" << std::endl;
+  vostrel::write_statistics(file, {bias, sigma, rms, mad, nmad, madDeltaz, outliersConstant,
+                                   outliers1, outliers2, outliers3, outliers4});
+  file << std::endl;
+  file << "Statistics on normalized delta [(col" << col1 << " - col" << col2 << ") / (1 + col"
+       << col1 << ")]:" << std::endl;
+  vostrel::write_normalized_statistics(
+      file,
+      {biasNorm, sigmaNorm, rmsNorm, madNorm, nmadNorm, madDeltazNorm, outliersConstantNorm,
+       outliers1Norm, outliers2Norm, outliers3Norm, outliers4Norm},
+      "MAD(Delta norm)       = ");
+  file.close();
+
+  std::cout << std::endl;
+  std::cout << "Statistics stored in the file " << nameOutputFile << std::endl;
+  std::cout << std::endl;
+}
