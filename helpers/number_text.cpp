@@ -15,8 +15,6 @@ namespace {
 // The six characters std::atof and std::atoi skip in front of a number.
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-
 // Calls convert on a NUL-terminated copy of the text. A short copy needs no memory from the heap,
 // so that reading an ordinary line can't fail for want of it.
 template <class Convert>

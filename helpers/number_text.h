@@ -37,6 +37,8 @@ inline constexpr std::array<double, 10> kPowersOfTen = {1e0, 1e1, 1e2, 1e3, 1e4,
 inline constexpr std::array<std::uint64_t, 9> kWholePowersOfTen = {
     1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
 
+inline bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
 /// Up to eight decimal digits at the start of a text.
 struct Digits {
   std::uint64_t value;
@@ -81,7 +83,12 @@ char* write_any_double(double value, char* out);
 inline const char* read_plain_decimal(const char* text, double& value) {
   const bool negative = *text == '-';
   text += negative;
-  const internal::Digits whole = internal::leading_digits(text);
+  // One digit before the point is so common that it is worth being recognised: a branch that is
+  // guessed right lets the processor go on to the decimals before it has counted anything.
+  const internal::Digits whole =
+      text[1] == '.' && internal::is_digit(text[0])
+          ? internal::Digits{static_cast<std::uint64_t>(text[0] - '0'), 1}
+          : internal::leading_digits(text);
   text += whole.count;
   std::uint64_t digits = whole.value;
   unsigned count = whole.count;
@@ -126,38 +133,73 @@ inline int read_int(std::string_view text) {
 
 namespace internal {
 
-/// For each binary exponent of a number from 2^-14 to just below 2^20: the decimal exponent of the
-/// smallest such number. The largest is at most one decade higher.
-struct Decades {
-  static constexpr int kFirst = 1023 - 14;
-  std::array<signed char, 34> of{};
-  constexpr Decades() {
-    for (int i = 0; i < 34; ++i) {
-      double smallest = 1;
-      for (int k = i; k < 14; ++k) smallest /= 2;
-      for (int k = 14; k < i; ++k) smallest *= 2;
-      int decade = -5;
-      for (const double power : {1e-4, 1e-3, 1e-2, 1e-1, 1e0, 1e1, 1e2, 1e3, 1e4, 1e5}) {
-        decade += smallest >= power;
-      }
-      of[static_cast<std::size_t>(i)] = static_cast<signed char>(decade);
+/// What turns the numbers of one binade (those with the same binary exponent) into six digits
+/// before the point.
+struct Binade {
+  int decade;          // the decimal exponent of the smallest of them
+  double next_decade;  // from here on it is one higher
+  std::array<double, 2>
+      scale;  // 10^5 divided by the power of ten, below next_decade and from it on
+};
+
+/// The binades from 2^-14 to just below 2^20.
+struct Binades {
+  static constexpr std::size_t kFirst = 1023 - 14;
+  std::array<Binade, 34> of{};
+
+  constexpr Binades() {
+    constexpr std::array<double, 12> kPowers = {1e-5, 1e-4, 1e-3, 1e-2, 1e-1, 1e0,
+                                                1e1,  1e2,  1e3,  1e4,  1e5,  1e6};
+    double smallest = 1.0 / (1 << 14);
+    std::size_t power = 0;
+    for (Binade& binade : of) {
+      while (smallest >= kPowers[power + 1]) ++power;
+      // Behind 10^-5 there is no scale that is needed: numbers below 10^-4 are written elsewhere.
+      const double scale = power == 0 ? 0 : kPowersOfTen[10 - power];
+      const double next_scale = power == 10 ? 0 : kPowersOfTen[9 - power];
+      binade = {static_cast<int>(power) - 5, kPowers[power + 1], {scale, next_scale}};
+      smallest *= 2;
     }
   }
 };
-inline constexpr Decades kDecades;
+inline constexpr Binades kBinades;
 
-/// 10^-5 to 10^6, the nearest doubles.
-inline constexpr std::array<double, 12> kDecadeStart = {1e-5, 1e-4, 1e-3, 1e-2, 1e-1, 1e0,
-                                                        1e1,  1e2,  1e3,  1e4,  1e5,  1e6};
+/// The three digits of each number below 1000 as characters, the first one lowest, and in the top
+/// byte how many of them there are up to the last one that is not 0.
+struct Triples {
+  std::array<std::uint32_t, 1000> of{};
 
-/// The digits of a number of at most eight, one a byte, the first one lowest.
-inline std::uint64_t spread_digits(std::uint32_t number) {
-  std::uint64_t word = number / 10000 | std::uint64_t{number % 10000} << 32;
-  const std::uint64_t hundreds = (word * 10486 >> 20) & 0x0000007f0000007f;
-  word = hundreds | (word - hundreds * 100) << 16;
-  const std::uint64_t tens = (word * 103 >> 10) & 0x000f000f000f000f;
-  return tens | (word - tens * 10) << 8;
-}
+  constexpr Triples() {
+    for (std::uint32_t n = 0; n < 1000; ++n) {
+      const std::uint32_t significant = n % 10 != 0 ? 3 : n % 100 != 0 ? 2 : n != 0 ? 1 : 0;
+      of[n] = (n / 100 | n / 10 % 10 << 8 | n % 10 << 16 | significant << 24) + 0x303030;
+    }
+  }
+};
+inline constexpr Triples kTriples;
+
+/// Where the digits of a decade's numbers go. Told by a table, since a branch on the decade would
+/// be guessed wrong too often in a column of values about 1.
+struct Layout {
+  std::uint64_t front;         // the text in front of the point and zeros behind it ...
+  std::uint64_t front_digits;  // ... and all bits where digits take its place
+  std::uint32_t in_front;      // how many digits there are in front of the point
+  std::uint32_t point;         // where the point stands
+  std::uint32_t rest;          // where the digits behind the point begin
+};
+
+inline constexpr std::uint64_t kZeros = 0x3030303030302e30;  // "0.000000"
+inline constexpr std::uint64_t kDigits = ~std::uint64_t{0};
+inline constexpr std::array<Layout, 10> kLayouts = {{{kZeros, 0, 0, 1, 5},
+                                                     {kZeros, 0, 0, 1, 4},
+                                                     {kZeros, 0, 0, 1, 3},
+                                                     {kZeros, 0, 0, 1, 2},
+                                                     {0, kDigits, 1, 1, 2},
+                                                     {0, kDigits, 2, 2, 3},
+                                                     {0, kDigits, 3, 3, 4},
+                                                     {0, kDigits, 4, 4, 5},
+                                                     {0, kDigits, 5, 5, 6},
+                                                     {0, kDigits, 6, 6, 7}}};
 
 }  // namespace internal
 
@@ -169,47 +211,48 @@ inline std::uint64_t spread_digits(std::uint32_t number) {
 /// @return the end of the text.
 ///
 /// From 0.0001 to just below 999999.5 the six digits are the integer nearest to
-/// exact = value * 10^k, with 10^5 <= exact < 10^6, ties to even. 10^k (k from 0 to 9) is a double,
-/// so scaled = the rounded product differs from exact by less than half a unit in its last place,
-/// and scaled, its whole part and its fraction are all exact. A fraction above one half then means
-/// exact > whole + 1/2, and one below it exact < whole + 1/2, because whole + 1/2 is itself a
-/// double and rounding never crosses one. Only a fraction of exactly one half leaves the side open:
-/// those few go to the standard library, as does everything outside the range.
-/// Near the ends of a decade scaled may round up to 10^6, or value may pass for the next decade's
-/// start: both give the digits 100000 one decade up, as they should.
+/// exact = value * 10^k, where 10^5 <= exact < 10^6; ties to even. 10^k, with k from 0 to 9, is a
+/// double, so scaled, the rounded product, is the double nearest to exact. Unless scaled lies
+/// midway between two integers, both have the same nearest integer: the midway points are doubles
+/// themselves, and rounding never carries a number past a double. Adding 2^52 finds that integer,
+/// ties to even, as doubles from there on are whole numbers; subtracting it again is exact. Midway,
+/// what the product lost by rounding tells the side that exact lies on, and a fused multiplication
+/// and addition gives just that; nothing lost means a true tie, which is settled already. At the
+/// ends of a decade the digits may come out as 10^6, or a number just below a power of ten that is
+/// no double may pass for it: "100000" one decade up is right for both.
 inline char* write_double(double value, char* out) {
   using namespace internal;
   const double magnitude = std::fabs(value);
   if (!(magnitude >= 1e-4 && magnitude < 999999.5)) return write_any_double(value, out);
-  const auto binary = static_cast<std::size_t>(
-      static_cast<int>(std::bit_cast<std::uint64_t>(magnitude) >> 52) - Decades::kFirst);
-  int decade = kDecades.of[binary];
-  decade += magnitude >= kDecadeStart[static_cast<std::size_t>(decade + 6)];
-  const double scaled = magnitude * kPowersOfTen[static_cast<std::size_t>(5 - decade)];
-  auto six = static_cast<std::uint32_t>(static_cast<std::int64_t>(scaled));
-  const double fraction = scaled - static_cast<double>(static_cast<std::int64_t>(six));
-  if (fraction == 0.5) return write_any_double(value, out);
-  six += fraction > 0.5;
+  const Binade& binade =
+      kBinades.of[(std::bit_cast<std::uint64_t>(magnitude) >> 52) - Binades::kFirst];
+  const bool next = magnitude >= binade.next_decade;
+  const double scaled = magnitude * binade.scale[next];
+  constexpr double kWholeFromHere = 4503599627370496.0;  // 2^52
+  const double shifted = scaled + kWholeFromHere;
+  auto six = static_cast<std::uint32_t>(std::bit_cast<std::uint64_t>(shifted));
+  if (std::fabs(scaled - (shifted - kWholeFromHere)) == 0.5) {
+    const double error = std::fma(magnitude, binade.scale[next], -scaled);
+    if (error != 0) six = static_cast<std::uint32_t>(scaled) + (error > 0);
+  }
+  int decade = binade.decade + next;
   if (six == 1000000) {
     six = 100000;
     ++decade;
   }
 
-  const std::uint64_t digits = spread_digits(six * 100);
-  const int significant = 8 - std::countl_zero(digits) / 8;
-  const std::uint64_t text = digits | repeat_byte('0');
+  const std::uint32_t upper = kTriples.of[six / 1000];
+  const std::uint32_t lower = kTriples.of[six % 1000];
+  const std::uint64_t text = (upper & 0xffffff) | std::uint64_t{lower} << 24;
+  const std::uint32_t significant = lower >> 24 != 0 ? 3 + (lower >> 24) : upper >> 24;
+  const Layout& layout = kLayouts[static_cast<std::size_t>(decade + 4)];
   *out = '-';
   out += std::signbit(value);
-  if (decade < 0) {
-    store_word(out, 0x3030303030302e30);  // "0.000000"
-    store_word(out + 1 - decade, text);
-    return out + 1 - decade + significant;
-  }
-  const int whole = decade + 1;
-  store_word(out, text);
-  out[whole] = '.';
-  store_word(out + whole + 1, text >> (8 * whole));
-  return out + (significant > whole ? significant + 1 : whole);
+  store_word(out, layout.front | (text & layout.front_digits));
+  out[layout.point] = '.';
+  out += layout.rest;
+  store_word(out, text >> (8 * layout.in_front));
+  return significant > layout.in_front ? out + (significant - layout.in_front) : out - 1;
 }
 
 }  // namespace vostrel

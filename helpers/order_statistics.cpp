@@ -134,13 +134,12 @@ std::optional<Bracket> take_bracket(Range range, std::size_t rank, Key key) {
   const auto spread = static_cast<std::size_t>(2 * std::sqrt(static_cast<double>(count)));
   const std::size_t low = middle - std::min(middle, spread);
   const std::size_t high = std::min(middle + spread, count - 1);
-  const auto at = [&sample](std::size_t i) {
-    return sample.begin() + static_cast<std::ptrdiff_t>(i);
+  const auto sampled = [&sample](std::size_t i) {
+    const auto place = sample.begin() + static_cast<std::ptrdiff_t>(i);
+    std::nth_element(sample.begin(), place, sample.end());
+    return *place;
   };
-  std::nth_element(sample.begin(), at(low), sample.end());
-  std::nth_element(at(low), at(high), sample.end());
-
-  Bracket bracket{*at(low), *at(high)};
+  Bracket bracket{sampled(low), sampled(high)};
   if (!(bracket.low < bracket.high)) {  // one value fills the middle: have it as one of the bounds
     constexpr double kInfinity = std::numeric_limits<double>::infinity();
     if (bracket.high < kInfinity) {

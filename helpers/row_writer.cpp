@@ -1,7 +1,7 @@
 #include "helpers/row_writer.h"
 
-#include <algorithm>
-#include <limits>
+#include <array>
+#include <charconv>
 
 #include "helpers/number_text.h"
 
@@ -15,27 +15,22 @@ constexpr std::size_t kRowRoom = 16 + 2 * kNumberRoom;
 
 }  // namespace
 
-RowNumber::RowNumber(std::int32_t first) : number_(first), text_(std::to_string(first)) {}
+char* RowNumber::write_whole(char* out) const { return std::to_chars(out, out + 16, number_).ptr; }
 
-void RowNumber::increment() {
-  if (number_ == std::numeric_limits<std::int32_t>::max()) {
-    number_ = std::numeric_limits<std::int32_t>::min();
-  } else {
-    ++number_;
-  }
-  if (number_ > 0 && text_.back() != '9') {
-    ++text_.back();
-  } else {
-    text_ = std::to_string(number_);
-  }
+void RowNumber::take_thousands() {
+  std::array<char, 16> text{};
+  const char* const end = std::to_chars(text.data(), text.data() + text.size(), number_ / 1000).ptr;
+  thousands_ = load_word(text.data());
+  thousands_size_ = static_cast<std::size_t>(end - text.data());
+  // Below 0 nothing is looked up, but the thousands must begin with a multiple of 1000 there too.
+  units_ = static_cast<std::uint32_t>((number_ % 1000 + 1000) % 1000);
 }
 
 RowWriter::RowWriter(const char* name) : file_(name), block_(kBlock) {}
 
 void RowWriter::append(double first, double second) {
   if (used_ + kRowRoom > block_.size()) flush();
-  const std::string& number = number_.text();
-  char* out = std::copy(number.begin(), number.end(), block_.data() + used_);
+  char* out = number_.write(block_.data() + used_);
   *out++ = ' ';
   out = write_double(first, out);
   *out++ = ' ';

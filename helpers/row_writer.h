@@ -6,25 +6,44 @@
 #include <cstddef>
 #include <cstdint>
 #include <fstream>
-#include <string>
+#include <limits>
 #include <vector>
+
+#include "helpers/byte_words.h"
+#include "helpers/number_text.h"
 
 namespace vostrel {
 
-/// The ID column: 0, 1, 2, ... as text. Counting in the text itself, which changes one character
-/// nine times in ten, costs a fraction of converting each number.
+/// The ID column: 0, 1, 2, ... as text. The text of the thousands is kept and the rest looked up,
+/// at a fraction of the cost of converting each number.
 class RowNumber {
  public:
-  explicit RowNumber(std::int32_t first = 0);
+  explicit RowNumber(std::int32_t first = 0) : number_(first) { take_thousands(); }
 
-  const std::string& text() const { return text_; }
+  /// Writes it to `out`, where 16 characters must be writable, and returns the end of the text.
+  char* write(char* out) const {
+    if (number_ < 1000) return write_whole(out);
+    store_word(out, thousands_);
+    store_word(out + thousands_size_, internal::kTriples.of[units_]);
+    return out + thousands_size_ + 3;
+  }
 
   /// One more; 2147483647 is followed by -2147483648.
-  void increment();
+  void increment() {
+    number_ = number_ == std::numeric_limits<std::int32_t>::max()
+                  ? std::numeric_limits<std::int32_t>::min()
+                  : number_ + 1;
+    if (++units_ == 1000) take_thousands();
+  }
 
  private:
+  char* write_whole(char* out) const;
+  void take_thousands();
+
   std::int32_t number_;
-  std::string text_;
+  std::uint32_t units_ = 0;      // number_ % 1000, for numbers that have ...
+  std::uint64_t thousands_ = 0;  // ... thousands: the text of number_ / 1000
+  std::size_t thousands_size_ = 0;
 };
 
 /// Writes numbered rows to a file: the row number, a blank, the first value, a blank, the second

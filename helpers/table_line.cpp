@@ -45,9 +45,9 @@ std::optional<std::string_view> field_at(std::string_view line, int position) {
   }
 }
 
-const char* skip_commas(const char* text, int count) {
+const char* internal::skip_some_commas(const char* text, int count) {
   std::uint64_t comma_before = 0x80;  // the line's start is no better than a comma
-  while (count > 0) {
+  while (true) {
     const std::uint64_t word = load_word(text);
     std::uint64_t commas = places_of(word, ',');
     const int found = count_places(commas);
@@ -65,7 +65,6 @@ const char* skip_commas(const char* text, int count) {
     comma_before = commas >> 63 << 7;
     text += 8;
   }
-  return text;
 }
 
 }  // namespace vostrel

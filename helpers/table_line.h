@@ -16,12 +16,18 @@ namespace vostrel {
 /// Takes time in proportion to the line's length, whatever the position.
 std::optional<std::string_view> field_at(std::string_view line, int position);
 
+namespace internal {
+const char* skip_some_commas(const char* text, int count);
+}
+
 /// A fast way to the field behind `count` commas of the line that starts at `text`.
 ///
 /// @return the start of that field; nullptr when the line ends earlier, or when two commas meet or
 ///         one begins the line on the way there: field_at knows what to do then.
 /// Precondition: the text ends with a newline or a NUL with kTextPadding readable bytes behind it.
-const char* skip_commas(const char* text, int count);
+inline const char* skip_commas(const char* text, int count) {
+  return count == 0 ? text : internal::skip_some_commas(text, count);
+}
 
 }  // namespace vostrel
 

@@ -36,24 +36,22 @@ void report_failure(const std::string& message) {
 // number. Stops in front of the first other line. Each line is looked at once, and no further
 // than its second number but for the line's end.
 void append_plain_rows(LineReader& table, int col1, int col2, RowWriter& rows) {
-  const std::string_view text = table.lines();
-  const char* line = text.data();
-  const char* const end = line + text.size();
-  while (line != end) {
+  const std::string_view lines = table.lines();
+  const char* line = lines.data();
+  const char* const lines_end = line + lines.size();
+  while (line != lines_end) {
+    const auto* const end = static_cast<const char*>(
+        std::memchr(line, '\n', static_cast<std::size_t>(lines_end - line)));
+    if (end == nullptr) break;
     const char* field = vostrel::skip_commas(line, col1 - 1);
     double first;
     if (field == nullptr || (field = vostrel::read_plain_decimal(field, first)) == nullptr) break;
     if (*field != ',') break;
     field = vostrel::skip_commas(field + 1, col2 - col1 - 1);
     double second;
-    if (field == nullptr || (field = vostrel::read_plain_decimal(field, second)) == nullptr) break;
-    if (*field != '\n') {
-      field =
-          static_cast<const char*>(std::memchr(field, '\n', static_cast<std::size_t>(end - field)));
-      if (field == nullptr) break;
-    }
+    if (field == nullptr || vostrel::read_plain_decimal(field, second) == nullptr) break;
     rows.append(first, second);
-    line = field + 1;
+    line = end + 1;
   }
   table.take_until(line);
 }

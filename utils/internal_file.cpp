@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -62,7 +63,12 @@ void take_plain_rows(LineReader& file, Columns columns) {
   Rows rows(columns);
   const std::string_view lines = file.lines();
   const char* line = lines.data();
-  while (line != lines.data() + lines.size()) {
+  const char* const lines_end = line + lines.size();
+  while (line != lines_end) {
+    // The line's end is looked for first, though the last number would lead to it: that way the
+    // processor can be reading several lines at a time.
+    const auto* const end = static_cast<const char*>(
+        std::memchr(line, '\n', static_cast<std::size_t>(lines_end - line)));
     const vostrel::internal::Digits id = vostrel::internal::leading_digits(line);
     const char* field = line + id.count;
     if (id.count == 0 || *field != ' ') break;
@@ -71,9 +77,9 @@ void take_plain_rows(LineReader& file, Columns columns) {
     if (field == nullptr || *field != ' ') break;
     double zphot;
     field = vostrel::read_plain_decimal(field + 1, zphot);
-    if (field == nullptr || *field != '\n') break;
+    if (field == nullptr || field != end) break;
     rows.append(static_cast<int>(id.value), zspec, zphot);
-    line = field + 1;
+    line = end + 1;
   }
   rows.deliver();
   file.take_until(line);
