@@ -6,7 +6,9 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace vostrel {
@@ -115,13 +117,13 @@ struct Bracket {
   double high;
 };
 
-// Takes a bracket from a sample: a key from each of 2,048 to 16,384 equal parts of the range, at a
+// Takes a bracket from a sample: a key from each of 4,096 to 65,536 equal parts of the range, at a
 // place in the part that no pattern of the data will follow. The rank within the sample strays by
 // half the square root of its size at the most (one standard deviation); the bracket allows for
 // four of those. Nothing when a not-a-number turns up.
 template <class Key>
 std::optional<Bracket> take_bracket(Range range, std::size_t rank, Key key) {
-  const std::size_t count = std::min<std::size_t>(range.size() / 32, 16384);
+  const std::size_t count = std::min<std::size_t>(range.size() / 64, 65536);
   const std::size_t part = range.size() / count;
   std::vector<double> sample(count);
   std::uint64_t state = 1;
@@ -132,14 +134,14 @@ std::optional<Bracket> take_bracket(Range range, std::size_t rank, Key key) {
   }
   const std::size_t middle = std::min(rank / part, count - 1);
   const auto spread = static_cast<std::size_t>(2 * std::sqrt(static_cast<double>(count)));
-  const std::size_t low = middle - std::min(middle, spread);
-  const std::size_t high = std::min(middle + spread, count - 1);
-  const auto sampled = [&sample](std::size_t i) {
-    const auto place = sample.begin() + static_cast<std::ptrdiff_t>(i);
-    std::nth_element(sample.begin(), place, sample.end());
-    return *place;
-  };
-  Bracket bracket{sampled(low), sampled(high)};
+  const auto low = sample.begin() + static_cast<std::ptrdiff_t>(middle - std::min(middle, spread));
+  const auto high =
+      sample.begin() + static_cast<std::ptrdiff_t>(std::min(middle + spread, count - 1));
+  Bracket bracket{};
+  std::nth_element(sample.begin(), low, sample.end());
+  bracket.low = *low;  // before the next line moves it
+  std::nth_element(low, high, sample.end());
+  bracket.high = *high;
   if (!(bracket.low < bracket.high)) {  // one value fills the middle: have it as one of the bounds
     constexpr double kInfinity = std::numeric_limits<double>::infinity();
     if (bracket.high < kInfinity) {
@@ -151,40 +153,36 @@ std::optional<Bracket> take_bracket(Range range, std::size_t rank, Key key) {
   return bracket;
 }
 
-// How the keys of a range lie about a bracket.
+// How the keys of a range lie about a bracket: how many are at most low; and those strictly
+// between its bounds, unless they are too many. Not-a-numbers are among the latter.
 struct Partition {
-  std::size_t below = 0;   // keys <= low
-  std::size_t above = 0;   // keys >= high
-  std::size_t inside = 0;  // keys between, which are in `collected` ...
-  std::vector<double> collected;
-  bool complete = true;  // ... unless there were too many
+  std::size_t below = 0;
+  std::size_t inside = 0;
+  std::unique_ptr<double[]> collected;
+  bool complete = true;
 };
 
 template <class Key>
 Partition partition(Range range, Key key, Bracket bracket) {
-  constexpr std::size_t kPiece = 1024;  // keys that are made at once, in the fastest cache
-  std::array<double, kPiece> keys;
-  Partition result;
-  result.collected.resize(range.size() / 8);
+  const std::size_t room = range.size() / 8;
+  auto collected = std::make_unique_for_overwrite<double[]>(room);
+  std::size_t below = 0;
+  std::size_t inside = 0;
+  constexpr std::size_t kPiece = 1024;
   for (std::size_t first = range.first; first < range.last; first += kPiece) {
-    const std::size_t count = std::min(kPiece, range.last - first);
-    if (result.inside + count > result.collected.size()) {
-      result.complete = false;
-      break;
+    const std::size_t last = std::min(first + kPiece, range.last);
+    if (inside + kPiece > room) return {below, inside, nullptr, false};
+    // Every key is written, and stays if it is inside: no branch that the data could mislead.
+    for (std::size_t i = first; i < last; ++i) {
+      const double k = key(i);
+      collected[inside] = k;
+      const std::size_t is_below = k <= bracket.low;
+      const std::size_t is_above = k >= bracket.high;
+      below += is_below;
+      inside += 1 - is_below - is_above;
     }
-    for (std::size_t i = 0; i < count; ++i) keys[i] = key(first + i);
-    for (std::size_t i = 0; i < count; ++i) result.below += keys[i] <= bracket.low;
-    for (std::size_t i = 0; i < count; ++i) result.above += keys[i] >= bracket.high;
-    double* const collected = result.collected.data();
-    std::size_t inside = result.inside;
-    for (std::size_t i = 0; i < count; ++i) {
-      collected[inside] = keys[i];
-      inside += static_cast<std::size_t>(keys[i] > bracket.low) &
-                static_cast<std::size_t>(keys[i] < bracket.high);
-    }
-    result.inside = inside;
   }
-  return result;
+  return {below, inside, std::move(collected), true};
 }
 
 // ---- the selection
@@ -207,14 +205,18 @@ std::optional<Neighbours> select_up_to_signs(Range range, std::size_t rank, Key 
   if (!bracket) return std::nullopt;
   Partition parts = partition(range, key, *bracket);
   if (parts.complete) {
-    if (parts.below + parts.inside + parts.above != range.size()) return std::nullopt;
-    if (rank > parts.below && rank < parts.below + parts.inside) {
-      return split_at(parts.collected.data(), parts.inside, rank - parts.below);
+    double* const inside = parts.collected.get();
+    for (std::size_t i = 0; i < parts.inside; ++i) {
+      if (std::isnan(inside[i])) return std::nullopt;
     }
-    const auto found = confirm(range, rank, key, rank < parts.below ? bracket->low : bracket->high);
+    if (rank > parts.below && rank < parts.below + parts.inside) {
+      return split_at(inside, parts.inside, rank - parts.below);
+    }
+    const double bound = rank < parts.below ? bracket->low : bracket->high;
+    const std::optional<Neighbours> found = confirm(range, rank, key, bound);
     if (found) return found;
+    parts.collected.reset();
   }
-  parts.collected = {};
   for (std::size_t i = range.first; i < range.last; ++i) {
     if (std::isnan(key(i))) return std::nullopt;
   }

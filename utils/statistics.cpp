@@ -90,16 +90,26 @@ double add_ones(double member, std::size_t count) {
   return member;
 }
 
-void count_outliers(const Vector& residuals, const std::array<Outliers, 5>& outliers) {
-  const std::size_t n = residuals.size();
-  std::array<std::size_t, 5> counts{};
-  for (std::size_t i = 0; i < n; ++i) {
-    const double distance = std::fabs(residuals[i]);
-    for (std::size_t k = 0; k < counts.size(); ++k) counts[k] += distance > outliers[k].bound;
+constexpr std::size_t kBounds = 5;
+
+// How many residuals are farther from zero than each of the bounds.
+std::array<std::size_t, kBounds> count_beyond(const Vector& residuals,
+                                              const std::array<double, kBounds> bounds) {
+  std::array<std::size_t, kBounds> counts{};
+  for (const double residual : residuals) {
+    const double distance = std::fabs(residual);
+    for (std::size_t k = 0; k < kBounds; ++k) counts[k] += distance > bounds[k];
   }
-  for (std::size_t k = 0; k < counts.size(); ++k) {
+  return counts;
+}
+
+void count_outliers(const Vector& residuals, const std::array<Outliers, kBounds>& outliers) {
+  std::array<double, kBounds> bounds{};
+  for (std::size_t k = 0; k < kBounds; ++k) bounds[k] = outliers[k].bound;
+  const std::array<std::size_t, kBounds> counts = count_beyond(residuals, bounds);
+  for (std::size_t k = 0; k < kBounds; ++k) {
     double& member = *outliers[k].member;
-    member = add_ones(member, counts[k]) / static_cast<double>(n) * 100.0;
+    member = add_ones(member, counts[k]) / static_cast<double>(residuals.size()) * 100.0;
   }
 }
 
