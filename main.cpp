@@ -19,7 +19,7 @@ constexpr int kAborted = -1;  // the shell sees 255
 // An interrupt ends the run as a wish of the user's, not as a failure. Stream and exit are not safe
 // in a handler by the letter of the language; the message is wanted all the same, and the program's
 // own code is never interrupted while a half-made row is on its way to a file.
-void signal_handler(int) {
+void signal_handler(int /*signal*/) {
   std::cout << "SIGINT catched!" << std::endl;
   std::exit(0);
 }
@@ -119,7 +119,7 @@ int main(int argc, char* argv[]) {
   if (argc < 2) return print_usage();
 
   std::srand(static_cast<unsigned int>(std::time(nullptr)));
-  std::signal(SIGINT, signal_handler);
+  static_cast<void>(std::signal(SIGINT, signal_handler));
 
   if (std::string(argv[1]) != "--stats") {
     return abort_run("bad first argument on command line. Program Aborted");

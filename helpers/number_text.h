@@ -125,7 +125,7 @@ inline double read_double(std::string_view text) {
 /// Precondition: as for read_double.
 inline int read_int(std::string_view text) {
   const internal::Digits digits = internal::leading_digits(text.data());
-  if (digits.count != 0 && static_cast<unsigned char>(text.data()[digits.count]) < '0') {
+  if (digits.count != 0 && static_cast<unsigned char>(*(text.data() + digits.count)) < '0') {
     return static_cast<int>(digits.value);
   }
   return internal::read_any_int(text);
@@ -136,7 +136,7 @@ namespace internal {
 /// What turns the numbers of one binade (those with the same binary exponent) into six digits
 /// before the point.
 struct Binade {
-  int decade;          // the decimal exponent of the smallest of them
+  std::size_t decade;  // the decade of the smallest of them, counted from 10^-5
   double next_decade;  // from here on it is one higher
   std::array<double, 2>
       scale;  // 10^5 divided by the power of ten, below next_decade and from it on
@@ -157,7 +157,7 @@ struct Binades {
       // Behind 10^-5 there is no scale that is needed: numbers below 10^-4 are written elsewhere.
       const double scale = power == 0 ? 0 : kPowersOfTen[10 - power];
       const double next_scale = power == 10 ? 0 : kPowersOfTen[9 - power];
-      binade = {static_cast<int>(power) - 5, kPowers[power + 1], {scale, next_scale}};
+      binade = {power, kPowers[power + 1], {scale, next_scale}};
       smallest *= 2;
     }
   }
@@ -178,8 +178,8 @@ struct Triples {
 };
 inline constexpr Triples kTriples;
 
-/// Where the digits of a decade's numbers go. Told by a table, since a branch on the decade would
-/// be guessed wrong too often in a column of values about 1.
+/// Where the digits of a decade's numbers go, from 10^-5 on. Told by a table, since a branch on the
+/// decade would be guessed wrong too often in a column of values about 1.
 struct Layout {
   std::uint64_t front;         // the text in front of the point and zeros behind it ...
   std::uint64_t front_digits;  // ... and all bits where digits take its place
@@ -190,7 +190,8 @@ struct Layout {
 
 inline constexpr std::uint64_t kZeros = 0x3030303030302e30;  // "0.000000"
 inline constexpr std::uint64_t kDigits = ~std::uint64_t{0};
-inline constexpr std::array<Layout, 10> kLayouts = {{{kZeros, 0, 0, 1, 5},
+inline constexpr std::array<Layout, 11> kLayouts = {{{kZeros, 0, 0, 1, 6},
+                                                     {kZeros, 0, 0, 1, 5},
                                                      {kZeros, 0, 0, 1, 4},
                                                      {kZeros, 0, 0, 1, 3},
                                                      {kZeros, 0, 0, 1, 2},
@@ -235,7 +236,7 @@ inline char* write_double(double value, char* out) {
     const double error = std::fma(magnitude, binade.scale[next], -scaled);
     if (error != 0) six = static_cast<std::uint32_t>(scaled) + (error > 0);
   }
-  int decade = binade.decade + next;
+  std::size_t decade = binade.decade + next;
   if (six == 1000000) {
     six = 100000;
     ++decade;
@@ -245,7 +246,7 @@ inline char* write_double(double value, char* out) {
   const std::uint32_t lower = kTriples.of[six % 1000];
   const std::uint64_t text = (upper & 0xffffff) | std::uint64_t{lower} << 24;
   const std::uint32_t significant = lower >> 24 != 0 ? 3 + (lower >> 24) : upper >> 24;
-  const Layout& layout = kLayouts[static_cast<std::size_t>(decade + 4)];
+  const Layout& layout = kLayouts[decade];
   *out = '-';
   out += std::signbit(value);
   store_word(out, layout.front | (text & layout.front_digits));

@@ -30,7 +30,7 @@ struct Columns {
 // updates of a vector for each row.
 class Rows {
  public:
-  explicit Rows(Columns columns) : columns_(columns) {}
+  explicit Rows(const Columns& columns) : columns_(columns) {}
 
   void append(int id, double zspec, double zphot) {
     if (count_ == id_.size()) deliver();

@@ -6,7 +6,6 @@ UTILS::UTILS(int header, const char* inputFile, const char* outputFile, int refe
              int estimateColumn)
     : headerFlag(header),
       nameInputFile(inputFile),
-      nameInternalFile("internal.txt"),
       nameOutputFile(outputFile),
       col1(referenceColumn),
       col2(estimateColumn) {}
