@@ -1,0 +1,687 @@
+// Numbers as text: held against std::atof, std::atoi and a stream in its default state.
+
+#include "helpers/number_text.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tests/plain/plain_utils.h"
+#include "tests/random.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+// ---- reading ------------------------------------------------------------------------------------
+
+/// The text with exactly the padding the readers may look at: a character that ends a number, and
+/// behind it digits that must not be taken for a part of it.
+class Padded {
+ public:
+  Padded(const std::string& text, char behind) : size_(text.size()) {
+    buffer_.reserve(size_ + vostrel::kTextPadding);
+    buffer_.assign(text.begin(), text.end());
+    buffer_.push_back(behind);
+    while (buffer_.size() < size_ + vostrel::kTextPadding) buffer_.push_back('7');
+    buffer_.shrink_to_fit();
+  }
+  std::string_view text() const { return {buffer_.data(), size_}; }
+
+ private:
+  std::size_t size_;
+  std::vector<char> buffer_;
+};
+
+std::string shown(const std::string& text) {
+  return text.size() <= 100 ? "'" + text + "'" : "'" + text.substr(0, 100) + "'...";
+}
+
+/// atoi is defined only for what fits an int.
+bool fits_an_int(const std::string& text) {
+  const long long value = std::strtoll(text.c_str(), nullptr, 10);
+  return value >= -2147483648LL && value <= 2147483647LL;
+}
+
+void expect_same_reading(const std::string& text) {
+  for (const char behind : {',', ' ', '\n', '\0'}) {
+    const Padded padded(text, behind);
+    ASSERT_EQ(bits_of(vostrel::read_double(padded.text())), bits_of(plain::read_double(text)))
+        << shown(text) << " before " << int{behind};
+    if (fits_an_int(text)) {
+      ASSERT_EQ(vostrel::read_int(padded.text()), plain::read_int(text)) << shown(text);
+    }
+  }
+}
+
+struct Reading {
+  std::string text;
+  double value;
+};
+
+const std::vector<Reading>& readings() {
+  static const std::vector<Reading> table = {
+      // White space, signs, nothing at all.
+      {"", 0},
+      {" ", 0},
+      {"0", 0},
+      {"-0", -0.0},
+      {"+0", 0},
+      {"1", 1},
+      {"-1", -1},
+      {"+1", 1},
+      {" \t\n\v\f\r2.5", 2.5},
+      {" -3", -3},
+      {"2.5 ", 2.5},
+      {"- 1", 0},
+      {"+ 1", 0},
+      {"+-1", 0},
+      {"-+1", 0},
+      {"--1", 0},
+      {"++1", 0},
+      {"-", 0},
+      {"+", 0},
+      {"1-2", 1},
+      {"1+2", 1},
+      {"\xa0"
+       "1",
+       0},
+      {"1\xa0", 1},
+      {"\0001"s, 0},
+      {"1\0002"s, 1},
+      {"1.\0005"s, 1},
+      {"-\0001"s, 0},
+      {"1e\0005"s, 1},
+      {" \0001"s, 0},
+      // Points.
+      {".5", 0.5},
+      {"5.", 5},
+      {".", 0},
+      {"-.", 0},
+      {"-.5", -0.5},
+      {"+.5", 0.5},
+      {"..5", 0},
+      {"1..5", 1},
+      {"1.5.5", 1.5},
+      {"-.5e-3", -0.0005},
+      {".e1", 0},
+      {"5.e1", 50},
+      {"1,5", 1},
+      // Exponents.
+      {"1e", 1},
+      {"1e+", 1},
+      {"1e-", 1},
+      {"1e+5x", 100000},
+      {"1E5", 100000},
+      {"1e5", 100000},
+      {"1e-5", 0.00001},
+      {"1e+-5", 1},
+      {"1e 5", 1},
+      {"e5", 0},
+      {"1e5.5", 100000},
+      {"1ee5", 1},
+      {"1e0000000000000000000000000000005", 100000},
+      {"1e-0000000000000000000000005", 0.00001},
+      {"1e99999999999999999999", kInfinity},
+      {"-1e99999999999999999999", -kInfinity},
+      {"1e-99999999999999999999", 0},
+      {"-1e-99999999999999999999", -0.0},
+      {"0e999999999", 0},
+      {"-0e999999999", -0.0},
+      {"0.0e99999999999999999999", 0},
+      {"1e2147483648", kInfinity},
+      {"1e-2147483649", 0},
+      {"1e4294967297", kInfinity},
+      {"1e9223372036854775808", kInfinity},
+      {"1e18446744073709551617", kInfinity},
+      // The ends of the range.
+      {"1.7976931348623157e308", 0x1.fffffffffffffp1023},
+      {"1.7976931348623158e308", 0x1.fffffffffffffp1023},
+      {"1.7976931348623159e308", kInfinity},
+      {"1e309", kInfinity},
+      {"-1e309", -kInfinity},
+      {"2.2250738585072014e-308", 0x1p-1022},
+      {"2.2250738585072011e-308", 0x0.fffffffffffffp-1022},
+      {"4.9406564584124654e-324", 0x1p-1074},
+      {"5e-324", 0x1p-1074},
+      {"3e-324", 0x1p-1074},
+      {"2e-324", 0},
+      {"-2e-324", -0.0},
+      {"2.4703282292062327e-324", 0},
+      {"2.4703282292062328e-324", 0x1p-1074},
+      // Halfway between two doubles: to the even one, unless more digits follow.
+      {"9007199254740993", 9007199254740992.0},
+      {"9007199254740995", 9007199254740996.0},
+      {"9007199254740993.0000000000000000000000000000001", 9007199254740994.0},
+      {"9007199254740992.9999999999999999999999999999999", 9007199254740992.0},
+      {"1.00000000000000011102230246251565404236316680908203125", 1.0},
+      {"1.00000000000000011102230246251565404236316680908203124", 1.0},
+      {"1.00000000000000011102230246251565404236316680908203126", 0x1.0000000000001p0},
+      {"8.5e-1", 0.85},
+      {"0.1", 0x1.999999999999ap-4},
+      {"123456789012345678", 123456789012345680.0},
+      // Hexadecimal.
+      {"0x", 0},
+      {"0X", 0},
+      {"-0x", -0.0},
+      {"0x.", 0},
+      {"0x.p1", 0},
+      {"0xg", 0},
+      {"0x1", 1},
+      {"0x10", 16},
+      {"-0x10", -16},
+      {"0XfF", 255},
+      {"0x.8", 0.5},
+      {"0x1.8", 1.5},
+      {"0x1p3", 8},
+      {"0x1p", 1},
+      {"0x1p+", 1},
+      {"0x1p-", 1},
+      {"0x1P-3", 0.125},
+      {"0x1p3x", 8},
+      {"0x1e5", 485},
+      {"00x1", 0},
+      {"0x0x1", 0},
+      {"0x1p99999999999", kInfinity},
+      {"0x1p-99999999999", 0},
+      {"0x0p99999999999", 0},
+      {"0x1.fffffffffffff8p0", 2},
+      {"0x1.00000000000008p0", 1},
+      {"0x1.000000000000080000000000000001p0", 0x1.0000000000001p0},
+      {"0x1p-1074", 0x1p-1074},
+      {"0x1p-1075", 0},
+      {"0x1.8p-1075", 0x1p-1074},
+      {"0x.00000000000000000001p80", 1},
+      {"0x-1", 0},
+      {"0x 1", 0},
+      {"0x1.8.8", 1.5},
+      // Infinities.
+      {"inf", kInfinity},
+      {"INF", kInfinity},
+      {"-inf", -kInfinity},
+      {"+inf", kInfinity},
+      {"iNfInItY", kInfinity},
+      {"infinity", kInfinity},
+      {"-Infinity", -kInfinity},
+      {"infinit", kInfinity},
+      {"infx", kInfinity},
+      {"infinityx", kInfinity},
+      {"in", 0},
+      {"i", 0},
+      {"- inf", 0},
+      {"  inf", kInfinity},
+      {"1inf", 1},
+      {"in\0f"s, 0},
+      // Other bases and notations that are none.
+      {"0b11", 0},
+      {"1_000", 1},
+      {"1'000", 1},
+      {"1d5", 1},
+      {"1f", 1},
+      {"abc", 0},
+      {"x1", 0},
+      {"\xef\xbb\xbf"
+       "1",
+       0},
+      {"one", 0},
+      {"$1", 0},
+      {"#1", 0},
+      {"'1'", 0},
+      {"\"1\"", 0},
+      // Eight digits and nine, where a reader by words changes hands.
+      {"12345678", 12345678},
+      {"123456789", 123456789},
+      {"1234567.8", 1234567.8},
+      {"12345678.9", 12345678.9},
+      {"1.23456789", 1.23456789},
+      {"1.234567890", 1.23456789},
+      {"12345678.12345678", 12345678.12345678},
+      {"99999999.99999999", 99999999.99999999},
+      {"90071992.54740993", 90071992.54740993},
+      {"90071992.54740992", 90071992.54740992},
+      {"00000000", 0},
+      {"000000001", 1},
+      {"00000000.00000001", 1e-8},
+      {"0.000000001", 1e-9},
+      {"12345678/9", 12345678},
+      {"12345678:9", 12345678},
+      {"1234567:", 1234567},
+      {"1/", 1},
+      {"1:", 1},
+      {"12345678e1", 123456780},
+      {"1.5e", 1.5},
+      {"1.5E+", 1.5},
+  };
+  return table;
+}
+
+TEST(ReadDouble, OfPickedTextsIsTheWrittenValue) {
+  for (const Reading& row : readings()) {
+    for (const char behind : {',', ' ', '\n', '\0'}) {
+      const Padded padded(row.text, behind);
+      EXPECT_EQ(bits_of(vostrel::read_double(padded.text())), bits_of(row.value))
+          << shown(row.text) << " before " << int{behind};
+    }
+    EXPECT_EQ(bits_of(plain::read_double(row.text)), bits_of(row.value)) << shown(row.text);
+  }
+}
+
+TEST(ReadDouble, OfNotANumbersIsAtofs) {
+  for (const char* const text : {"nan",
+                                 "NaN",
+                                 "NAN",
+                                 "-nan",
+                                 "+nan",
+                                 "nan()",
+                                 "nan(123)",
+                                 "nan(0x7f)",
+                                 "nan(017)",
+                                 "nan(abc",
+                                 "nan(abc)",
+                                 "nan(12 3)",
+                                 "nan(_)",
+                                 "nan(1)2",
+                                 "-nan(5)",
+                                 "nan(-1)",
+                                 "nan(99999999999999999999999)",
+                                 "nan(0)",
+                                 "nan(4503599627370495)",
+                                 "nan(2251799813685248)",
+                                 "na",
+                                 "n",
+                                 "nano",
+                                 " nan",
+                                 "nan ",
+                                 "1nan",
+                                 "n an",
+                                 "nan(",
+                                 "nan(()",
+                                 "nan(1,2)",
+                                 "nan(0xffffffffffffffffffff)",
+                                 "-nan(0xfffffffffffff)",
+                                 "nanq",
+                                 "snan",
+                                 "nan(ind)"}) {
+    expect_same_reading(text);
+  }
+  expect_same_reading("nan(1\0002)"s);
+  expect_same_reading("nan(" + std::string(5000, '1') + ")");
+  expect_same_reading("nan(" + std::string(5000, 'a'));
+}
+
+TEST(ReadInt, OfPickedTextsIsTheWrittenValue) {
+  const struct {
+    std::string text;
+    int value;
+  } kTable[] = {
+      {"", 0},
+      {"0", 0},
+      {"7", 7},
+      {"-7", -7},
+      {"+7", 7},
+      {"--7", 0},
+      {"+-7", 0},
+      {" \t\n\v\f\r7", 7},
+      {"7 8", 7},
+      {"1.9", 1},
+      {"2abc", 2},
+      {"x", 0},
+      {".5", 0},
+      {"1e3", 1},
+      {"0x10", 0},
+      {"010", 10},
+      {"nan", 0},
+      {"12345678", 12345678},
+      {"123456789", 123456789},
+      {"2147483647", 2147483647},
+      {"-2147483648", -2147483647 - 1},
+      {"0000000000000000000000000042", 42},
+      {"4\0002"s, 4},
+      {"12345678/9", 12345678},
+      {"12345678:", 12345678},
+      {"1-2", 1},
+      {"\xef\xbb\xbf"
+       "1",
+       0},
+      {"- 1", 0},
+  };
+  for (const auto& row : kTable) {
+    for (const char behind : {',', ' ', '\n', '\0'}) {
+      const Padded padded(row.text, behind);
+      EXPECT_EQ(vostrel::read_int(padded.text()), row.value) << shown(row.text);
+    }
+    EXPECT_EQ(plain::read_int(row.text), row.value) << shown(row.text);
+  }
+}
+
+TEST(ReadInt, BeyondTheIntRangeIsWhatThisLibraryMakesOfIt) {
+  for (const char* const text :
+       {"2147483648", "-2147483649", "4294967296", "4294967297", "9223372036854775807",
+        "9223372036854775808", "99999999999999999999", "-9223372036854775808",
+        "-99999999999999999999"}) {
+    EXPECT_EQ(vostrel::read_int(Padded(text, ',').text()), plain::read_int(text)) << text;
+  }
+}
+
+TEST(ReadDouble, OfEveryDigitCountBeforeAndAfterThePointIsAtofs) {
+  Random random;
+  const auto digits = [&](std::size_t count) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) text += static_cast<char>('0' + random.below(10));
+    return text;
+  };
+  for (std::size_t before = 0; before <= 25; ++before) {
+    for (std::size_t after = 0; after <= 25; ++after) {
+      for (const char* const sign : {"", "-", "+"}) {
+        expect_same_reading(sign + digits(before) + "." + digits(after));
+        expect_same_reading(sign + std::string(before, '9') + "." + std::string(after, '9'));
+        expect_same_reading(sign + std::string(before, '0') + "." + digits(after));
+      }
+      expect_same_reading(digits(before));
+      expect_same_reading(digits(before) + "e" + digits(after));
+    }
+  }
+}
+
+TEST(ReadDouble, OfVeryLongNumbersIsAtofs) {
+  const std::string zeros(1000000, '0');
+  const std::string nines(1000000, '9');
+  for (const std::string& text : {std::string(800, '1'),
+                                  "0." + std::string(800, '3'),
+                                  "1" + std::string(800, '0') + "e-800",
+                                  "." + std::string(800, '0') + "1e800",
+                                  std::string(308, '9') + "." + std::string(500, '9'),
+                                  zeros,
+                                  "-" + zeros,
+                                  zeros + "1",
+                                  "0." + zeros,
+                                  "0." + zeros + "1",
+                                  "0." + zeros + "1e1000001",
+                                  nines,
+                                  "1" + zeros,
+                                  "1" + zeros + "e-1000000",
+                                  "0." + nines,
+                                  "1." + zeros + "1",
+                                  "9007199254740993." + zeros + "1",
+                                  "9007199254740993." + zeros,
+                                  "1e" + zeros + "5",
+                                  "1e-" + zeros + "5",
+                                  "1e" + nines,
+                                  "0x" + zeros + "1",
+                                  "0x1." + zeros + "1",
+                                  "0x1.00000000000008" + zeros + "1",
+                                  std::string(1000000, ' ') + "1",
+                                  std::string(1000000, '\t'),
+                                  std::string(1000000, 'x'),
+                                  std::string(1000000, '-'),
+                                  std::string(1023, '1'),
+                                  std::string(1024, '1'),
+                                  std::string(1025, '1'),
+                                  "1." + std::string(1021, '0') + "1",
+                                  "1." + std::string(1022, '0') + "1",
+                                  "1." + std::string(1023, '0') + "1"}) {
+    expect_same_reading(text);
+  }
+}
+
+TEST(ReadDouble, OfHalfwayCasesAndTheirNeighboursIsAtofs) {
+  Random random;
+  // The middle between two neighbouring doubles, in full: at most 770 digits.
+  for (int i = 0; i < rounds(3000); ++i) {
+    const double low = std::fabs(random.any_double());
+    if (!(low < 1e300)) continue;
+    char text[1200];
+    const double high = std::nextafter(low, kInfinity);
+    const long double middle = (static_cast<long double>(low) + static_cast<long double>(high)) / 2;
+    std::snprintf(text, sizeof text, "%.1100Lg", middle);
+    std::string half = text;
+    expect_same_reading(half);
+    const std::size_t end = std::min(half.find('e'), half.size());
+    expect_same_reading(half.substr(0, end) + (half.find('.') < end ? "1" : ".1") +
+                        half.substr(end));
+    for (const int precision : {16, 17, 18, 20}) {
+      std::snprintf(text, sizeof text, "%.*Lg", precision, middle);
+      expect_same_reading(text);
+    }
+  }
+}
+
+/// Something that looks like a number, or nearly.
+std::string number_like(Random& random) {
+  static const std::string kSpaces[] = {"", "", "", " ", "\t", " \v\f\r"};
+  static const std::string kSigns[] = {"", "", "", "-", "+", "--"};
+  static const std::string kWords[] = {"inf", "INFINITY", "infin", "nan", "nan(12)", "nan(x", "na"};
+  static const std::string kEnds[] = {"", "", "", "x", " ", "e", ".", "-1", "\r", "\0"s, "e+"};
+  static const std::string kAlphabet = "0123456789.,-+eExXpP naifNAIF()\t\0"s;
+  const auto digits = [&](std::size_t most) {
+    std::string text;
+    for (std::size_t i = random.below(most + 1); i > 0; --i) {
+      text += static_cast<char>('0' + (random.one_in(3) ? 0 : random.below(10)));
+    }
+    return text;
+  };
+  std::string text = random.pick(kSpaces) + random.pick(kSigns);
+  const std::size_t kind = random.below(10);
+  if (kind < 7) {
+    text += digits(random.one_in(8) ? 30 : 9);
+    if (!random.one_in(4)) text += "." + digits(random.one_in(8) ? 30 : 9);
+    if (random.one_in(3)) text += (random.one_in(2) ? "e" : "E") + random.pick(kSigns) + digits(3);
+  } else if (kind == 7) {
+    static const char kHex[] = "0123456789abcdefABCDEF";
+    text += random.one_in(2) ? "0x" : "0X";
+    for (std::size_t i = random.below(18); i > 0; --i) text += kHex[random.below(22)];
+    if (random.one_in(2)) text += ".";
+    for (std::size_t i = random.below(18); i > 0; --i) text += kHex[random.below(22)];
+    if (random.one_in(2)) text += "p" + random.pick(kSigns) + digits(4);
+  } else if (kind == 8) {
+    text += random.pick(kWords);
+  }
+  text += random.pick(kEnds);
+  if (random.one_in(4) && !text.empty()) text[random.below(text.size())] = random.pick(kAlphabet);
+  if (random.one_in(8)) text.insert(random.below(text.size() + 1), 1, random.pick(kAlphabet));
+  return text;
+}
+
+TEST(ReadDouble, OfRandomNumberLikeTextsIsAtofs) {
+  Random random;
+  for (int i = 0; i < rounds(600000); ++i) {
+    expect_same_reading(number_like(random));
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(ReadDouble, OfRandomShortTextsIsAtofs) {
+  Random random;
+  static const std::string kAlphabet = "0123456789.-+eE xp\0"s;
+  std::string text;
+  for (int i = 0; i < rounds(300000); ++i) {
+    text.clear();
+    for (std::size_t n = random.below(20); n > 0; --n) text += random.pick(kAlphabet);
+    expect_same_reading(text);
+    if (HasFatalFailure()) return;
+  }
+}
+
+// ---- writing ------------------------------------------------------------------------------------
+
+std::string written(double value) {
+  char text[vostrel::kNumberRoom];
+  char* const end = vostrel::write_double(value, text);
+  return {text, end};
+}
+
+void expect_same_writing(double value) {
+  ASSERT_EQ(written(value), plain::write_double(value)) << std::hexfloat << value;
+}
+
+/// The value, its neighbours on both sides, and the same with a minus.
+void expect_same_writing_around(double value) {
+  for (const double near :
+       {value, std::nextafter(value, kInfinity), std::nextafter(value, -kInfinity)}) {
+    expect_same_writing(near);
+    expect_same_writing(-near);
+  }
+}
+
+TEST(WriteDouble, OfPickedValuesIsTheWrittenText) {
+  const struct {
+    double value;
+    const char* text;
+  } kTable[] = {
+      {0, "0"},
+      {-0.0, "-0"},
+      {1, "1"},
+      {-1, "-1"},
+      {2.5, "2.5"},
+      {12.5, "12.5"},
+      {100, "100"},
+      {10, "10"},
+      {0.1, "0.1"},
+      {0.12345678, "0.123457"},
+      {0.1234567, "0.123457"},
+      {0.01234567, "0.0123457"},
+      {1234567, "1.23457e+06"},
+      {0.00001, "1e-05"},
+      {2.5e-05, "2.5e-05"},
+      {1.5e-05, "1.5e-05"},
+      {0.0001, "0.0001"},
+      {0.00012345678, "0.000123457"},
+      {0.000099999949, "9.99999e-05"},
+      {0.000099999951, "0.0001"},
+      {123456, "123456"},
+      {999999, "999999"},
+      {999999.4, "999999"},
+      {999999.5, "1e+06"},
+      {999999.6, "1e+06"},
+      {1000000, "1e+06"},
+      {1000001, "1e+06"},
+      {1000005, "1e+06"},
+      {1000006, "1.00001e+06"},
+      {99999.95, "99999.9"},
+      {99999.94, "99999.9"},
+      {9.999995, "10"},
+      {9.9999951, "10"},
+      {0.9999995, "1"},
+      {0.99999951, "1"},
+      {0.1000005, "0.100001"},
+      {3, "3"},
+      {-2.25, "-2.25"},
+      {100000.5, "100000"},
+      {100001.5, "100002"},
+      {10000.25, "10000.2"},
+      {10000.75, "10000.8"},
+      {1000.125, "1000.12"},
+      {1000.375, "1000.38"},
+      {100.0625, "100.062"},
+      {100.1875, "100.188"},
+      {0.9921875, "0.992188"},
+      {0.09765625, "0.0976562"},
+      {0.009765625, "0.00976562"},
+      {0.0009765625, "0.000976562"},
+      {1e100, "1e+100"},
+      {1e-100, "1e-100"},
+      {1e22, "1e+22"},
+      {1.7976931348623157e308, "1.79769e+308"},
+      {2.2250738585072014e-308, "2.22507e-308"},
+      {5e-324, "4.94066e-324"},
+      {-1.234567e-308, "-1.23457e-308"},
+      {kInfinity, "inf"},
+      {-kInfinity, "-inf"},
+      {kNaN, "nan"},
+      {-kNaN, "-nan"},
+  };
+  for (const auto& row : kTable) {
+    EXPECT_EQ(written(row.value), row.text) << std::hexfloat << row.value;
+    EXPECT_EQ(plain::write_double(row.value), row.text) << std::hexfloat << row.value;
+  }
+}
+
+TEST(WriteDouble, OfNotANumbersShowsTheSignOnly) {
+  for (const double value : kNotNumbers) expect_same_writing(value);
+}
+
+TEST(WriteDouble, OfRandomBitsIsTheStreams) {
+  Random random;
+  for (int i = 0; i < rounds(300000); ++i) expect_same_writing(random.any_double());
+}
+
+TEST(WriteDouble, OfOrdinaryMagnitudesIsTheStreams) {
+  Random random;
+  for (int i = 0; i < rounds(600000); ++i) {
+    const double scale = std::pow(10.0, static_cast<double>(random.below(14)) - 6);
+    expect_same_writing((random.one_in(2) ? -scale : scale) * random.fraction());
+  }
+}
+
+TEST(WriteDouble, OfPowersOfTenAndOfTwoAndTheirNeighboursIsTheStreams) {
+  for (int e = -324; e <= 308; ++e) {
+    expect_same_writing_around(std::strtod(("1e" + std::to_string(e)).c_str(), nullptr));
+  }
+  for (int e = -1074; e <= 1023; ++e) expect_same_writing_around(std::ldexp(1.0, e));
+}
+
+TEST(WriteDouble, OfSixDigitTiesAndTheirNeighboursIsTheStreamsAtEveryExponent) {
+  Random random;
+  for (int e = -330; e <= 303; ++e) {
+    const bool common = e >= -11 && e <= 1;
+    for (int i = 0; i < rounds(common ? 3000 : 40); ++i) {
+      const std::string digits = std::to_string(100000 + random.below(900000));
+      expect_same_writing_around(
+          std::strtod((digits + "5e" + std::to_string(e - 1)).c_str(), nullptr));
+    }
+    // The carry into the next decade.
+    expect_same_writing_around(std::strtod(("9999995e" + std::to_string(e - 1)).c_str(), nullptr));
+  }
+}
+
+TEST(WriteDouble, OfExactTiesGoesToTheEvenDigit) {
+  // Odd multiples of 1/2, 1/4, ... whose digits are seven, the last one a five.
+  for (int s = 1; s <= 11; ++s) {
+    const double unit = std::ldexp(1.0, -s);
+    const long last = std::min(static_cast<long>(std::pow(10.0, 7 - s) / unit), 3000000L);
+    const long step = 2 * (1 + last / rounds(60000));
+    for (long k = 1; k <= last; k += step) expect_same_writing(static_cast<double>(k) * unit);
+  }
+}
+
+TEST(WriteDouble, OfDecimalsOfUpToSixDigitsIsTheStreams) {
+  for (const char* const exponent : {"e-10", "e-6", "e-4", "e-2", "e0", "e3"}) {
+    const int step = 1000000 / rounds(60000) | 1;
+    for (int digits = 0; digits < 1000000; digits += step) {
+      expect_same_writing(std::strtod((std::to_string(digits) + exponent).c_str(), nullptr));
+    }
+  }
+}
+
+TEST(WriteDouble, OfIntegersIsTheStreams) {
+  for (int i = -2000; i <= 2000; ++i) expect_same_writing(i);
+  for (int i = 99990; i <= 100020; ++i) expect_same_writing(i);
+  for (int i = 999000; i <= 1001000; ++i) expect_same_writing(i);
+}
+
+TEST(WriteDouble, OfDenormalsIsTheStreams) {
+  Random random;
+  for (int i = 0; i < 1000; ++i) expect_same_writing_around(std::ldexp(i, -1074));
+  for (int i = 0; i < rounds(20000); ++i) {
+    expect_same_writing(std::bit_cast<double>(random.bits() >> (12 + random.below(50))));
+  }
+}
+
+TEST(WriteDouble, ReadBackIsTheSixDigitValue) {
+  Random random;
+  for (int i = 0; i < rounds(100000); ++i) {
+    const double value = random.any_double();
+    if (std::isnan(value)) continue;
+    const std::string text = written(value);
+    ASSERT_EQ(bits_of(vostrel::read_double(Padded(text, '\n').text())),
+              bits_of(std::strtod(text.c_str(), nullptr)))
+        << text;
+  }
+}
+
+}  // namespace

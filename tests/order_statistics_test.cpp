@@ -1,0 +1,296 @@
+// The medians, held bit by bit against the bubble sort and, where that would take too long, against
+// a sort of each stretch between not-a-numbers, which is itself held against the bubble sort.
+
+#include "helpers/order_statistics.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <vector>
+
+#include "tests/plain/plain_utils.h"
+#include "tests/random.h"
+
+namespace {
+
+using Values = std::vector<double>;
+
+int count_of(const Values& values) { return static_cast<int>(values.size()); }
+
+Values absolutes(Values values) {
+  for (double& value : values) value = std::fabs(value);
+  return values;
+}
+
+Values distances(Values values, double center) {
+  for (double& value : values) value = std::fabs(value - center);
+  return values;
+}
+
+/// Sorts each stretch without not-a-numbers by itself, equal values staying in their order.
+void sort_stretches(Values& values) {
+  const auto is_nan = [](double value) { return std::isnan(value); };
+  auto begin = values.begin();
+  while (begin != values.end()) {
+    const auto end = std::find_if(begin, values.end(), is_nan);
+    std::stable_sort(begin, end);
+    begin = std::find_if_not(end, values.end(), is_nan);
+  }
+}
+
+double median_by_stretches(Values values) {
+  if (values.empty()) return kNaN;
+  sort_stretches(values);
+  // What remains to be done with the middle is left to the plain median: which of two not-a-numbers
+  // a sum keeps is up to the compiler.
+  const std::size_t half = values.size() / 2;
+  if (values.size() % 2 == 0) return plain::median({values[half - 1], values[half]}, 2);
+  return values[half];
+}
+
+/// The bits, but of a not-a-number only its sign: a difference of two of them has the payload of
+/// the one or of the other, as the compiler likes. No text shows it.
+std::uint64_t bits_but_payload(double value) {
+  return bits_of(std::isnan(value) ? std::copysign(kNaN, value) : value);
+}
+
+/// A small array of a random kind.
+Values small_array(Random& random, std::size_t size) {
+  static const double kZeros[] = {0.0, -0.0};
+  static const double kFew[] = {0.0, -0.0, 1, -1, 2, kInfinity, -kInfinity};
+  const std::size_t kind = random.below(8);
+  const std::size_t nan_in = random.below(4) == 0 ? 2 + random.below(20) : 0;
+  Values values(size);
+  for (std::size_t i = 0; i < size; ++i) {
+    double& value = values[i];
+    switch (kind) {
+      case 0:
+        value = random.any_double();
+        break;
+      case 1:
+        value = random.fraction() - 0.5;
+        break;
+      case 2:
+        value = random.pick(kZeros);
+        break;
+      case 3:
+        value = random.pick(kFew);
+        break;
+      case 4:
+        value = static_cast<double>(random.below(10)) - 5;
+        break;
+      case 5:
+        value = static_cast<double>(i);
+        break;
+      case 6:
+        value = -static_cast<double>(i / 2);
+        break;
+      default:
+        value = 1.0 + static_cast<double>(random.below(4)) * 0x1p-52;
+        break;
+    }
+    if (nan_in != 0 && random.one_in(nan_in)) value = random.pick(kNotNumbers);
+  }
+  return values;
+}
+
+/// A center as CalculateMADDeltaz would use it, or any other.
+double some_center(Random& random, const Values& values) {
+  const std::size_t kind = random.below(4);
+  if (kind == 0) return random.any_double();
+  if (kind == 1 && !values.empty()) return values[random.below(values.size())];
+  return vostrel::median(values.data(), values.size());
+}
+
+std::string shown(const Values& values) {
+  std::string text;
+  for (const double value : values) text += plain::write_double(value) + " ";
+  return text;
+}
+
+void expect_medians_of_the_bubble_sort(const Values& values, double center) {
+  const int n = count_of(values);
+  ASSERT_EQ(bits_of(vostrel::median(values.data(), values.size())),
+            bits_of(plain::median(values, n)))
+      << shown(values);
+  ASSERT_EQ(bits_of(vostrel::median_of_absolutes(values.data(), values.size())),
+            bits_of(plain::abs_median(values, n)))
+      << shown(values);
+  ASSERT_EQ(bits_but_payload(vostrel::median_of_distances(values.data(), values.size(), center)),
+            bits_but_payload(plain::median(distances(values, center), n)))
+      << shown(values) << "around " << center;
+}
+
+TEST(OrderStatistics, OfNothingIsAQuietNotANumber) {
+  const Values none;
+  EXPECT_TRUE(std::isnan(vostrel::median(none.data(), 0)));
+  EXPECT_TRUE(std::isnan(vostrel::median_of_absolutes(none.data(), 0)));
+  EXPECT_TRUE(std::isnan(vostrel::median_of_distances(none.data(), 0, 1.0)));
+  expect_medians_of_the_bubble_sort(none, 0.0);
+}
+
+TEST(OrderStatistics, OfPickedArraysAreTheWrittenValues) {
+  const struct {
+    const char* name;
+    Values values;
+    double median;
+  } kTable[] = {
+      {"odd", {3, 1, 2}, 2},
+      {"even", {4, 1, 3, 2}, 2.5},
+      {"two stretches, the middle in the second", {9, 8, kNaN, 1, 0, 2, 3}, 0},
+      {"two stretches, the middle in the first", {5, 4, 3, 2, kNaN, 1, 0}, 5},
+      {"zeros keep their order, even below", {-0.0, 0.0, -0.0, 0.0, -0.0}, -0.0},
+      {"zeros among others", {1, 0.0, -1, -0.0, 0.0}, -0.0},
+      {"infinities", {kInfinity, -kInfinity, 3}, 3},
+  };
+  for (const auto& row : kTable) {
+    EXPECT_EQ(bits_of(vostrel::median(row.values.data(), row.values.size())), bits_of(row.median))
+        << row.name;
+  }
+  const Values values = {-3, 1, 2};
+  EXPECT_EQ(vostrel::median_of_absolutes(values.data(), 3), 2);
+  EXPECT_EQ(vostrel::median_of_distances(values.data(), 3, 1), 1);
+  EXPECT_EQ(vostrel::median_of_distances(values.data(), 2, 1), 2);
+}
+
+TEST(OrderStatistics, OfSmallArraysAreTheBubbleSorts) {
+  Random random;
+  for (int i = 0; i < rounds(300000); ++i) {
+    const Values values = small_array(random, random.below(random.one_in(4) ? 65 : 14));
+    expect_medians_of_the_bubble_sort(values, some_center(random, values));
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(OrderStatistics, OfMiddlingArraysAreTheBubbleSorts) {
+  Random random;
+  for (int i = 0; i < rounds(60); ++i) {
+    const Values values = small_array(random, 65 + random.below(1936));
+    expect_medians_of_the_bubble_sort(values, some_center(random, values));
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(OrderStatistics, EveryOrderOfAFewValuesIsTheBubbleSorts) {
+  // Five places, each one of five values: two zeros, a number, an infinity, a not-a-number.
+  const double kFew[] = {0.0, -0.0, 1.0, -kInfinity, kNaN};
+  for (std::size_t code = 0; code < 3125; ++code) {
+    Values values;
+    for (std::size_t rest = code, i = 0; i < 5; ++i, rest /= 5) values.push_back(kFew[rest % 5]);
+    for (const std::size_t n : {5u, 4u}) {
+      expect_medians_of_the_bubble_sort(
+          Values(values.begin(), values.begin() + static_cast<long>(n)), 1.0);
+      if (HasFatalFailure()) return;
+    }
+  }
+}
+
+TEST(TheReferenceByStretches, IsTheBubbleSort) {
+  Random random;
+  for (int i = 0; i < rounds(100000); ++i) {
+    Values by_bubbles = small_array(random, random.below(40));
+    Values by_stretches = by_bubbles;
+    plain::bubble_sort(by_bubbles);
+    sort_stretches(by_stretches);
+    for (std::size_t k = 0; k < by_bubbles.size(); ++k) {
+      ASSERT_EQ(bits_of(by_stretches[k]), bits_of(by_bubbles[k]));
+    }
+  }
+}
+
+struct Shape {
+  const char* name;
+  std::function<double(Random&, std::size_t i, std::size_t n)> value;
+};
+
+const Shape kShapes[] = {
+    {"uniform", [](Random& r, std::size_t, std::size_t) { return r.fraction() - 0.5; }},
+    {"sorted", [](Random&, std::size_t i, std::size_t) { return static_cast<double>(i); }},
+    {"reversed", [](Random&, std::size_t i, std::size_t n) { return static_cast<double>(n - i); }},
+    {"constant", [](Random&, std::size_t, std::size_t) { return -0.25; }},
+    {"two values", [](Random& r, std::size_t, std::size_t) { return r.one_in(2) ? 1.0 : -1.0; }},
+    {"organ pipe",
+     [](Random&, std::size_t i, std::size_t n) { return static_cast<double>(std::min(i, n - i)); }},
+    {"saw teeth", [](Random&, std::size_t i, std::size_t) { return static_cast<double>(i % 37); }},
+    {"one in ten not a number",
+     [](Random& r, std::size_t, std::size_t) {
+       return r.one_in(10) ? r.pick(kNotNumbers) : r.fraction();
+     }},
+    {"every other not a number",
+     [](Random& r, std::size_t i, std::size_t) {
+       return i % 2 == 0 ? r.pick(kNotNumbers) : r.fraction();
+     }},
+    {"one not a number below the middle",
+     [](Random& r, std::size_t i, std::size_t n) { return i == n / 2 - 1 ? kNaN : r.fraction(); }},
+    {"one not a number in the middle",
+     [](Random& r, std::size_t i, std::size_t n) { return i == n / 2 ? -kNaN : r.fraction(); }},
+    {"one not a number in front",
+     [](Random& r, std::size_t i, std::size_t) { return i == 0 ? kNaN : r.fraction(); }},
+    {"one not a number at the end",
+     [](Random& r, std::size_t i, std::size_t n) { return i == n - 1 ? kNaN : r.fraction(); }},
+    {"nothing but not a numbers",
+     [](Random& r, std::size_t, std::size_t) { return r.pick(kNotNumbers); }},
+    {"random bits", [](Random& r, std::size_t, std::size_t) { return r.any_double(); }},
+    {"zeros of both signs",
+     [](Random& r, std::size_t, std::size_t) { return r.one_in(2) ? 0.0 : -0.0; }},
+    {"zeros of both signs among others",
+     [](Random& r, std::size_t, std::size_t) {
+       const std::size_t kind = r.below(10);
+       return kind < 4 ? 0.0 : kind < 8 ? -0.0 : r.fraction() - 0.5;
+     }},
+    {"a cluster of neighbouring doubles",
+     [](Random& r, std::size_t, std::size_t) {
+       return 1.0 + static_cast<double>(r.below(4)) * 0x1p-52;
+     }},
+    {"a cluster and a few far away",
+     [](Random& r, std::size_t, std::size_t) {
+       return r.one_in(1000) ? r.any_double() : 0.1 + static_cast<double>(r.below(50)) * 1e-15;
+     }},
+    {"six-digit decimals",
+     [](Random& r, std::size_t, std::size_t) {
+       return static_cast<double>(r.below(500)) / 1000 - 0.25;
+     }},
+    {"infinities of both signs",
+     [](Random& r, std::size_t, std::size_t) { return r.one_in(2) ? kInfinity : -kInfinity; }},
+    {"all magnitudes",
+     [](Random& r, std::size_t, std::size_t) {
+       return std::ldexp(r.fraction(), static_cast<int>(r.below(2000)) - 1000);
+     }},
+    {"growing by powers",
+     [](Random&, std::size_t i, std::size_t n) {
+       return std::ldexp(1.0, static_cast<int>(i * 2000 / n) - 1000);
+     }},
+};
+
+void expect_medians_of_the_reference(const Shape& shape, Random& random, std::size_t n) {
+  SCOPED_TRACE(shape.name + (" of " + std::to_string(n)));
+  Values values(n);
+  for (std::size_t i = 0; i < n; ++i) values[i] = shape.value(random, i, n);
+  const double median = median_by_stretches(values);
+  ASSERT_EQ(bits_of(vostrel::median(values.data(), n)), bits_of(median));
+  ASSERT_EQ(bits_of(vostrel::median_of_absolutes(values.data(), n)),
+            bits_of(median_by_stretches(absolutes(values))));
+  ASSERT_EQ(bits_but_payload(vostrel::median_of_distances(values.data(), n, median)),
+            bits_but_payload(median_by_stretches(distances(values, median))));
+}
+
+TEST(OrderStatistics, OfLargeArraysOfEveryShapeAreTheReferences) {
+  Random random;
+  for (const Shape& shape : kShapes) {
+    for (const std::size_t n : {3000u, 4097u, 100000u, 100001u}) {
+      expect_medians_of_the_reference(shape, random, n);
+    }
+  }
+}
+
+TEST(OrderStatistics, OfAMillionValuesAreTheReferencesInGoodTime) {
+  Random random;
+  // Any of these takes hours in quadratic time.
+  for (const Shape& shape : kShapes) {
+    if (random.one_in(4)) expect_medians_of_the_reference(shape, random, 1000000);
+  }
+}
+
+}  // namespace

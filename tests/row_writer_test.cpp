@@ -1,0 +1,100 @@
+// Numbered rows on their way into a file.
+
+#include "helpers/row_writer.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <string>
+
+#include "tests/plain/plain_utils.h"
+#include "tests/random.h"
+#include "tests/scratch.h"
+
+namespace {
+
+std::string text_of(const vostrel::RowNumber& number) {
+  char text[32];
+  char* const end = number.write(text);
+  return {text, end};
+}
+
+TEST(RowNumber, CountsUpFromAnywhere) {
+  for (const int first :
+       {0, 5, 95, 500, 999, 999990, 99999995, 2147483639, -5, -1005, -2147483647}) {
+    vostrel::RowNumber number(first);
+    int expected = first;
+    for (int i = 0; i < 4000; ++i) {
+      ASSERT_EQ(text_of(number), std::to_string(expected));
+      number.increment();
+      expected = plain::next_row(expected);
+    }
+  }
+}
+
+TEST(RowNumber, GoesRoundAtTheEndOfItsRange) {
+  vostrel::RowNumber number(2147483646);
+  EXPECT_EQ(text_of(number), "2147483646");
+  number.increment();
+  EXPECT_EQ(text_of(number), "2147483647");
+  number.increment();
+  EXPECT_EQ(text_of(number), "-2147483648");
+  number.increment();
+  EXPECT_EQ(text_of(number), "-2147483647");
+}
+
+TEST(RowNumber, CountsThroughZero) {
+  vostrel::RowNumber number(-2);
+  for (const char* const text : {"-2", "-1", "0", "1"}) {
+    EXPECT_EQ(text_of(number), text);
+    number.increment();
+  }
+}
+
+using RowWriterTest = InScratchFolder;
+
+TEST_F(RowWriterTest, TruncatesTheFileAtOnce) {
+  write_file("rows", "old\n");
+  vostrel::RowWriter rows("rows");
+  EXPECT_EQ(read_file("rows"), "");
+}
+
+TEST_F(RowWriterTest, HasEveryRowInTheFileAfterAFlush) {
+  vostrel::RowWriter rows("rows");
+  rows.append(0.1, -0.0);
+  rows.append(1234567, -kInfinity);
+  rows.flush();
+  EXPECT_EQ(read_file("rows"), "0 0.1 -0\n1 1.23457e+06 -inf\n");
+  rows.flush();
+  rows.append(kNaN, -kNaN);
+  rows.flush();
+  EXPECT_EQ(read_file("rows"), "0 0.1 -0\n1 1.23457e+06 -inf\n2 nan -nan\n");
+}
+
+TEST_F(RowWriterTest, NeverLeavesPartOfARowInTheFile) {
+  Random random;
+  vostrel::RowWriter rows("rows");
+  std::string expected;
+  for (int i = 0; i < 60000; ++i) {
+    const double first = random.any_double(), second = random.fraction();
+    rows.append(first, second);
+    expected += std::to_string(i) + " " + plain::write_double(first) + " " +
+                plain::write_double(second) + "\n";
+    if (i % 500 == 0) {
+      const std::string text = read_file("rows");
+      ASSERT_EQ(text, expected.substr(0, text.size()));
+      ASSERT_TRUE(text.empty() || text.back() == '\n');
+    }
+  }
+  rows.flush();
+  EXPECT_EQ(read_file("rows"), expected);
+}
+
+TEST_F(RowWriterTest, IsSilentAboutAFileItCannotCreate) {
+  vostrel::RowWriter rows("no such folder/rows");
+  rows.append(1, 2);
+  rows.flush();
+  EXPECT_FALSE(exists("no such folder"));
+}
+
+}  // namespace

@@ -1,0 +1,62 @@
+// A fresh working directory for each test, and what the code under test leaves there and prints.
+
+#ifndef VOSTREL_TESTS_SCRATCH_H
+#define VOSTREL_TESTS_SCRATCH_H
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+/// A test that runs in an empty temporary folder and leaves nothing behind.
+class InScratchFolder : public testing::Test {
+ protected:
+  InScratchFolder() : before_(std::filesystem::current_path()) {
+    std::string name = (std::filesystem::temp_directory_path() / "vostrel-test-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder: " + name);
+    folder_ = name;
+    std::filesystem::current_path(folder_);
+  }
+  ~InScratchFolder() override {
+    std::error_code ignored;
+    std::filesystem::current_path(before_, ignored);
+    std::filesystem::remove_all(folder_, ignored);
+  }
+
+  static void write_file(const std::string& name, std::string_view text) {
+    // A new file each time: rewriting one in place makes some file systems wait for the disk.
+    std::filesystem::remove(name);
+    std::ofstream(name, std::ios::binary) << text;
+  }
+  static std::string read_file(const std::string& name) {
+    std::ifstream file(name, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+  }
+  static bool exists(const std::string& name) { return std::filesystem::exists(name); }
+
+ private:
+  std::filesystem::path before_;
+  std::filesystem::path folder_;
+};
+
+/// What `action` writes to standard output, by whatever way it gets there.
+template <typename Action>
+std::string printed_by(Action action) {
+  testing::internal::CaptureStdout();
+  try {
+    action();
+  } catch (...) {
+    testing::internal::GetCapturedStdout();
+    throw;
+  }
+  return testing::internal::GetCapturedStdout();
+}
+
+#endif  // VOSTREL_TESTS_SCRATCH_H
