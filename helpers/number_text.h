@@ -51,10 +51,13 @@ inline Digits leading_digits(const char* text) {
   // A byte above 9 sets its top bit here. It may carry into the bytes behind it, which is harmless:
   // only the first one that is set counts.
   const std::uint64_t others = (word | (word + repeat_byte(0x76))) & repeat_byte(0x80);
-  const unsigned count = static_cast<unsigned>(std::countr_zero(others)) / 8;
-  if (count == 0) return {0, 0};
-  // Move the digits to the end of the word, so that zeros stand in front of them.
-  word <<= 64 - 8 * count;
+  unsigned count = 8;
+  if (others != 0) {
+    const auto bits = static_cast<unsigned>(std::countr_zero(others));  // 7, 15, ... 63
+    count = bits / 8;
+    if (count == 0) return {0, 0};
+    word <<= 71 - bits;  // the digits to the end of the word, so that zeros stand in front of them
+  }
   // Join neighbours: eight digits, four numbers below 100, then all of it in two multiplications.
   word = word * 10 + (word >> 8);
   constexpr std::uint64_t kEveryFourth = 0x000000ff000000ff;
@@ -81,30 +84,34 @@ char* write_any_double(double value, char* out);
 /// both are doubles, so their quotient, rounded once by the division, is the double nearest to the
 /// decimal number. That is what std::atof returns.
 inline const char* read_plain_decimal(const char* text, double& value) {
+  using namespace internal;
   const bool negative = *text == '-';
   text += negative;
-  // One digit before the point is so common that it is worth being recognised: a branch that is
-  // guessed right lets the processor go on to the decimals before it has counted anything.
-  const internal::Digits whole =
-      text[1] == '.' && internal::is_digit(text[0])
-          ? internal::Digits{static_cast<std::uint64_t>(text[0] - '0'), 1}
-          : internal::leading_digits(text);
-  text += whole.count;
-  std::uint64_t digits = whole.value;
-  unsigned count = whole.count;
-  unsigned decimals = 0;
-  if (*text == '.') {
-    const internal::Digits fraction = internal::leading_digits(text + 1);
-    text += 1 + fraction.count;
+  std::uint64_t digits;
+  unsigned decimals;
+  if (text[1] == '.' && is_digit(text[0])) {
+    // One digit before the point is so common that it is worth being recognised: a branch that is
+    // guessed right lets the processor go on to the decimals before it has counted anything.
+    const Digits fraction = leading_digits(text + 2);
     decimals = fraction.count;
-    count += decimals;
-    digits = digits * internal::kWholePowersOfTen[decimals] + fraction.value;
+    digits = static_cast<std::uint64_t>(*text - '0') * kWholePowersOfTen[decimals] + fraction.value;
+    text += 2 + decimals;
+  } else {
+    const Digits whole = leading_digits(text);
+    text += whole.count;
+    digits = whole.value;
+    decimals = 0;
+    if (*text == '.') {
+      const Digits fraction = leading_digits(text + 1);
+      decimals = fraction.count;
+      digits = digits * kWholePowersOfTen[decimals] + fraction.value;
+      text += 1 + decimals;
+    }
+    if (whole.count + decimals == 0 || digits > std::uint64_t{1} << 53) return nullptr;
   }
-  if (count == 0 || static_cast<unsigned char>(*text) >= '0' || digits > std::uint64_t{1} << 53) {
-    return nullptr;
-  }
+  if (static_cast<unsigned char>(*text) >= '0') return nullptr;
   const double magnitude =
-      static_cast<double>(static_cast<std::int64_t>(digits)) / internal::kPowersOfTen[decimals];
+      static_cast<double>(static_cast<std::int64_t>(digits)) / kPowersOfTen[decimals];
   value = negative ? -magnitude : magnitude;
   return text;
 }

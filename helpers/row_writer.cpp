@@ -1,5 +1,6 @@
 #include "helpers/row_writer.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 
@@ -9,7 +10,7 @@ namespace vostrel {
 
 namespace {
 
-constexpr std::size_t kBlock = std::size_t{1} << 17;
+constexpr std::size_t kBlock = std::size_t{1} << 18;
 // A row number of at most eleven characters, two values, two blanks and a newline.
 constexpr std::size_t kRowRoom = 16 + 2 * kNumberRoom;
 
@@ -28,16 +29,29 @@ void RowNumber::take_thousands() {
 
 RowWriter::RowWriter(const char* name) : file_(name), block_(kBlock) {}
 
-void RowWriter::append(double first, double second) {
-  if (used_ + kRowRoom > block_.size()) flush();
-  char* out = number_.write(block_.data() + used_);
-  *out++ = ' ';
-  out = write_double(first, out);
-  *out++ = ' ';
-  out = write_double(second, out);
-  *out++ = '\n';
-  used_ = static_cast<std::size_t>(out - block_.data());
-  number_.increment();
+void RowWriter::append(const double* first, const double* second, std::size_t count) {
+  for (std::size_t done = 0; done < count;) {
+    std::size_t room = (block_.size() - used_) / kRowRoom;
+    if (room == 0) {
+      flush();
+      room = block_.size() / kRowRoom;
+    }
+    const std::size_t end = std::min(count, done + room);
+    // On local variables, which no character written to the block can be a part of.
+    RowNumber number = number_;
+    char* out = block_.data() + used_;
+    for (; done < end; ++done) {
+      out = number.write(out);
+      *out++ = ' ';
+      out = write_double(first[done], out);
+      *out++ = ' ';
+      out = write_double(second[done], out);
+      *out++ = '\n';
+      number.increment();
+    }
+    used_ = static_cast<std::size_t>(out - block_.data());
+    number_ = number;
+  }
 }
 
 void RowWriter::flush() {

@@ -58,7 +58,10 @@ class RowWriter {
   explicit RowWriter(const char* name);
 
   /// Adds a row. It is in the file after the next flush at the latest.
-  void append(double first, double second);
+  void append(double first, double second) { append(&first, &second, 1); }
+
+  /// Adds `count` rows, faster than one by one.
+  void append(const double* first, const double* second, std::size_t count);
 
   /// Writes the rows gathered so far, and leaves nothing in any buffer of this program.
   void flush();

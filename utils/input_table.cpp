@@ -1,6 +1,8 @@
 // The input table reader: the user's comma-separated table becomes the intermediate file.
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -36,23 +38,33 @@ void report_failure(const std::string& message) {
 // number. Stops in front of the first other line. Each line is looked at once, and no further
 // than its second number but for the line's end.
 void append_plain_rows(LineReader& table, int col1, int col2, RowWriter& rows) {
+  std::array<double, 512> first;
+  std::array<double, 512> second;
+  std::size_t count = 0;
   const std::string_view lines = table.lines();
   const char* line = lines.data();
   const char* const lines_end = line + lines.size();
   while (line != lines_end) {
-    const auto* const end = static_cast<const char*>(
-        std::memchr(line, '\n', static_cast<std::size_t>(lines_end - line)));
-    if (end == nullptr) break;
     const char* field = vostrel::skip_commas(line, col1 - 1);
-    double first;
-    if (field == nullptr || (field = vostrel::read_plain_decimal(field, first)) == nullptr) break;
-    if (*field != ',') break;
+    if (field == nullptr) break;
+    field = vostrel::read_plain_decimal(field, first[count]);
+    if (field == nullptr || *field != ',') break;
     field = vostrel::skip_commas(field + 1, col2 - col1 - 1);
-    double second;
-    if (field == nullptr || vostrel::read_plain_decimal(field, second) == nullptr) break;
-    rows.append(first, second);
-    line = end + 1;
+    if (field == nullptr) break;
+    field = vostrel::read_plain_decimal(field, second[count]);
+    if (field == nullptr) break;
+    if (*field != '\n') {
+      field = static_cast<const char*>(
+          std::memchr(field, '\n', static_cast<std::size_t>(lines_end - field)));
+      if (field == nullptr) break;  // the last line, without a newline
+    }
+    line = field + 1;
+    if (++count == first.size()) {
+      rows.append(first.data(), second.data(), count);
+      count = 0;
+    }
   }
+  rows.append(first.data(), second.data(), count);
   table.take_until(line);
 }
 

@@ -4,7 +4,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -26,69 +25,45 @@ struct Columns {
   std::vector<double>& zphot;
 };
 
-// Rows on their way into the vectors: appended some at a time, which spares three checks and
-// updates of a vector for each row.
-class Rows {
- public:
-  explicit Rows(const Columns& columns) : columns_(columns) {}
-
-  void append(int id, double zspec, double zphot) {
-    if (count_ == id_.size()) deliver();
-    id_[count_] = id;
-    zspec_[count_] = zspec;
-    zphot_[count_] = zphot;
-    ++count_;
-  }
-
-  void deliver() {
-    columns_.id.insert(columns_.id.end(), id_.data(), id_.data() + count_);
-    columns_.zspec.insert(columns_.zspec.end(), zspec_.data(), zspec_.data() + count_);
-    columns_.zphot.insert(columns_.zphot.end(), zphot_.data(), zphot_.data() + count_);
-    count_ = 0;
-  }
-
- private:
-  static constexpr std::size_t kAtOnce = 512;
-  Columns columns_;
-  std::size_t count_ = 0;
-  std::array<int, kAtOnce> id_;
-  std::array<double, kAtOnce> zspec_;
-  std::array<double, kAtOnce> zphot_;
-};
-
 // Takes the lines that have been read as far as they are of the writers' own shape: a number of at
 // most eight digits, a blank, two plain decimal numbers with a blank between. Stops in front of the
-// first other line.
-void take_plain_rows(LineReader& file, Columns columns) {
-  Rows rows(columns);
+// first other line. The vectors grow by some hundred rows at a time, which spares three checks and
+// updates of a vector for each row.
+void take_plain_rows(LineReader& file, const Columns& columns) {
+  constexpr std::size_t kAtOnce = 512;
+  std::array<int, kAtOnce> id;
+  std::array<double, kAtOnce> zspec;
+  std::array<double, kAtOnce> zphot;
+  std::size_t count = 0;
+  const auto deliver = [&] {
+    columns.id.insert(columns.id.end(), id.data(), id.data() + count);
+    columns.zspec.insert(columns.zspec.end(), zspec.data(), zspec.data() + count);
+    columns.zphot.insert(columns.zphot.end(), zphot.data(), zphot.data() + count);
+    count = 0;
+  };
   const std::string_view lines = file.lines();
   const char* line = lines.data();
   const char* const lines_end = line + lines.size();
   while (line != lines_end) {
-    // The line's end is looked for first, though the last number would lead to it: that way the
-    // processor can be reading several lines at a time.
-    const auto* const end = static_cast<const char*>(
-        std::memchr(line, '\n', static_cast<std::size_t>(lines_end - line)));
-    const vostrel::internal::Digits id = vostrel::internal::leading_digits(line);
-    const char* field = line + id.count;
-    if (id.count == 0 || *field != ' ') break;
-    double zspec;
-    field = vostrel::read_plain_decimal(field + 1, zspec);
+    const vostrel::internal::Digits number = vostrel::internal::leading_digits(line);
+    const char* field = line + number.count;
+    if (number.count == 0 || *field != ' ') break;
+    id[count] = static_cast<int>(number.value);
+    field = vostrel::read_plain_decimal(field + 1, zspec[count]);
     if (field == nullptr || *field != ' ') break;
-    double zphot;
-    field = vostrel::read_plain_decimal(field + 1, zphot);
-    if (field == nullptr || field != end) break;
-    rows.append(static_cast<int>(id.value), zspec, zphot);
-    line = end + 1;
+    field = vostrel::read_plain_decimal(field + 1, zphot[count]);
+    if (field == nullptr || *field != '\n') break;
+    line = field + 1;
+    if (++count == kAtOnce) deliver();
   }
-  rows.deliver();
+  deliver();
   file.take_until(line);
 }
 
 // Takes one line of any shape. Blanks separate, and only they. A field that is not found begins
 // again at the line's start, for a failed search leaves the position one below 0.
 // Throws std::out_of_range when there is no text for one of the first two fields.
-void take_any_row(std::string_view line, Columns columns) {
+void take_any_row(std::string_view line, const Columns& columns) {
   std::size_t start = line.find_first_not_of(' ');
   std::size_t end = line.find(' ', start);
   columns.id.push_back(vostrel::read_int(line.substr(start, end - start)));
@@ -102,7 +77,8 @@ void take_any_row(std::string_view line, Columns columns) {
 
 // Makes room for the rows of the rest of the file, as many as there would be if they were as long
 // as those of its first block. They are a little longer as a rule, since the IDs grow.
-void reserve_for(const char* name, std::size_t rows_read, std::size_t bytes_read, Columns columns) {
+void reserve_for(const char* name, std::size_t rows_read, std::size_t bytes_read,
+                 const Columns& columns) {
   std::error_code unknown;
   const std::uintmax_t size = std::filesystem::file_size(name, unknown);
   if (unknown || bytes_read == 0 || size <= bytes_read) return;
