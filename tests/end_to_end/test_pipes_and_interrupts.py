@@ -2,6 +2,7 @@
 
 import os
 import signal
+import time
 
 import pytest
 from conftest import BANNER, CREATED, PATIENCE
@@ -77,3 +78,41 @@ def test_a_row_that_raises_leaves_the_rows_before_it(loading):
     assert run.wait(PATIENCE) == -signal.SIGABRT
     assert vostrel.read("internal.txt") == "0 0.1 0.12\n"
     assert vostrel.read("report.txt") is None
+
+
+@pytest.fixture
+def reopening(vostrel):
+    """A run that has counted the columns and waits for the table to be opened a second time."""
+    vostrel.write("internal.txt", "old rows\n")
+    path = vostrel.folder / "table.csv"
+    os.mkfifo(path)
+    run = vostrel.start("--stats", "table.csv", "report.txt", "0", "1", "2")
+    with open(path, "w") as first:  # waits for the program to open it, too
+        path.unlink()
+        os.mkfifo(path)
+        first.write("a,b\n")
+    vostrel.wait_for("console", BANNER + "col number 2\n" + LOADING)
+    yield vostrel, run, path
+    if run.poll() is None:
+        run.kill()
+    run.wait()
+    run.stderr.close()
+
+
+def test_old_rows_stay_until_the_table_is_open_again(reopening):
+    vostrel, run, path = reopening
+    time.sleep(0.05)  # too short a time can only hide a fault, never make one
+    assert vostrel.read("internal.txt") == "old rows\n"
+    with open(path, "w") as second:
+        vostrel.wait_for("internal.txt", "")
+        second.write("0.1,0.12\n")
+    assert run.wait(PATIENCE) == 0
+    assert vostrel.read("internal.txt") == "0 0.1 0.12\n"
+
+
+def test_an_interrupt_before_that_leaves_them(reopening):
+    vostrel, run, _ = reopening
+    run.send_signal(signal.SIGINT)
+    assert run.wait(PATIENCE) == 0
+    assert vostrel.read("console") == BANNER + "col number 2\n" + LOADING + "SIGINT catched!\n"
+    assert vostrel.read("internal.txt") == "old rows\n"
