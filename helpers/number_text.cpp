@@ -8,7 +8,9 @@
 #include <string>
 #include <system_error>
 
-namespace vostrel::internal {
+namespace vostrel {
+
+namespace internal {
 
 namespace {
 
@@ -66,4 +68,17 @@ char* write_any_double(double value, char* out) {
   return std::to_chars(out, out + kNumberRoom, value, std::chars_format::general, 6).ptr;
 }
 
-}  // namespace vostrel::internal
+}  // namespace internal
+
+const char* read_field(const char* text, char separator, double& value) {
+  std::size_t size = 0;
+  while (text[size] != separator && text[size] != '\n') {
+    if (text[size] == '\0' || size == kShortText) return nullptr;
+    ++size;
+  }
+  if (size == 0) return nullptr;
+  value = internal::read_any_double({text, size});
+  return text + size;
+}
+
+}  // namespace vostrel

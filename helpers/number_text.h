@@ -116,6 +116,14 @@ inline const char* read_plain_decimal(const char* text, double& value) {
   return text;
 }
 
+/// Reads the number in the field that begins at `text`, whatever its shape, and ends in front of
+/// the first `separator` or newline.
+///
+/// @return the place of that separator or newline, with `value` set to what std::atof makes of the
+///         field; or nullptr when the field is empty, holds a NUL, or is longer than kShortText.
+/// Precondition: the text ends with a newline or a NUL, with kTextPadding readable bytes behind it.
+const char* read_field(const char* text, char separator, double& value);
+
 /// The number at the start of `text`, the same bits as std::atof of a copy of it: leading white
 /// space is skipped, the longest numeric prefix counts, 0 when there is none.
 ///

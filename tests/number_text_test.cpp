@@ -495,6 +495,42 @@ TEST(ReadDouble, OfRandomNumberLikeTextsIsAtofs) {
   }
 }
 
+// ---- fields -------------------------------------------------------------------------------------
+
+struct Field {
+  std::string text;
+  char separator;
+  int end;  // where the field ends; -1 when it is not read
+  double value;
+};
+
+TEST(ReadField, EndsAtTheSeparatorOrTheLineAndReadsWhatAtofDoes) {
+  const std::vector<Field> table = {
+      {"0.5,1\n", ',', 3, 0.5},
+      {"0.5\n1,2\n", ',', 3, 0.5},
+      {" 0.5 ,1\n", ',', 5, 0.5},
+      {"1e-05 2\n", ' ', 5, 0.00001},
+      {"0.12345678901234567,\n", ',', 19, 0.12345678901234567},
+      {"abc,1\n", ',', 3, 0},
+      {"0x10,1\n", ',', 4, 16},
+      {"-inf\n", ',', 4, -HUGE_VAL},
+      {" 1 2\n", '\n', 4, 1},
+      {",1\n", ',', -1, 0},
+      {"\n1\n", ',', -1, 0},
+      {"1\0,\n"s, ',', -1, 0},
+      {"1", ',', -1, 0},
+      {std::string(vostrel::kShortText, '1') + ",\n", ',', int{vostrel::kShortText}, HUGE_VAL},
+      {std::string(vostrel::kShortText + 1, '1') + ",\n", ',', -1, 0},
+  };
+  for (const Field& field : table) {
+    const std::string text = field.text + std::string(vostrel::kTextPadding, '\0');
+    double value = 0;
+    const char* const end = vostrel::read_field(text.data(), field.separator, value);
+    EXPECT_EQ(end == nullptr ? -1 : end - text.data(), field.end) << shown(field.text);
+    EXPECT_EQ(value, field.value) << shown(field.text);
+  }
+}
+
 TEST(ReadDouble, OfRandomShortTextsIsAtofs) {
   Random random;
   static const std::string kAlphabet = "0123456789.-+eE xp\0"s;

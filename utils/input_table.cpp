@@ -34,10 +34,10 @@ void report_failure(const std::string& message) {
 }
 
 // Makes rows of the lines that have been read, as far as they are of the usual shape: no empty
-// fields up to the second column, a plain decimal number in each column, nothing after the first
-// number. Stops in front of the first other line. Each line is looked at once, and no further
-// than its second number but for the line's end.
-void append_plain_rows(LineReader& table, int col1, int col2, RowWriter& rows) {
+// field up to the second column, nor anything that takes memory to read. Stops in front of the
+// first other line. Each line is looked at once, and no further than its second number but for its
+// end.
+void append_usual_rows(LineReader& table, int col1, int col2, RowWriter& rows) {
   std::array<double, 512> first;
   std::array<double, 512> second;
   std::size_t count = 0;
@@ -47,18 +47,20 @@ void append_plain_rows(LineReader& table, int col1, int col2, RowWriter& rows) {
   while (line != lines_end) {
     const char* field = vostrel::skip_commas(line, col1 - 1);
     if (field == nullptr) break;
-    field = vostrel::read_plain_decimal(field, first[count]);
-    if (field == nullptr || *field != ',') break;
-    field = vostrel::skip_commas(field + 1, col2 - col1 - 1);
+    const char* end = vostrel::read_plain_decimal(field, first[count]);
+    if (end == nullptr || *end != ',') end = vostrel::read_field(field, ',', first[count]);
+    if (end == nullptr || *end != ',') break;
+    field = vostrel::skip_commas(end + 1, col2 - col1 - 1);
     if (field == nullptr) break;
-    field = vostrel::read_plain_decimal(field, second[count]);
-    if (field == nullptr) break;
-    if (*field != '\n') {
-      field = static_cast<const char*>(
-          std::memchr(field, '\n', static_cast<std::size_t>(lines_end - field)));
-      if (field == nullptr) break;  // the last line, without a newline
+    end = vostrel::read_plain_decimal(field, second[count]);
+    if (end == nullptr) end = vostrel::read_field(field, ',', second[count]);
+    if (end == nullptr) break;
+    if (*end != '\n') {
+      end = static_cast<const char*>(
+          std::memchr(end, '\n', static_cast<std::size_t>(lines_end - end)));
+      if (end == nullptr) break;  // the last line, without a newline
     }
-    line = field + 1;
+    line = end + 1;
     if (++count == first.size()) {
       rows.append(first.data(), second.data(), count);
       count = 0;
@@ -71,7 +73,7 @@ void append_plain_rows(LineReader& table, int col1, int col2, RowWriter& rows) {
 // Copies two columns of every line, up to the first empty one, into the rows.
 void copy_columns(LineReader& table, int col1, int col2, RowWriter& rows) {
   while (table.fill()) {
-    append_plain_rows(table, col1, col2, rows);
+    append_usual_rows(table, col1, col2, rows);
     std::string_view line;
     while (table.next(line)) {
       if (line.empty()) {
@@ -88,7 +90,7 @@ void copy_columns(LineReader& table, int col1, int col2, RowWriter& rows) {
         throw std::out_of_range("no text in a selected column of an input line");
       }
       rows.append(vostrel::read_double(*first), vostrel::read_double(*second));
-      append_plain_rows(table, col1, col2, rows);
+      append_usual_rows(table, col1, col2, rows);
     }
     // The next fill may wait, for as long as it likes.
     rows.flush();

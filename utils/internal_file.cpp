@@ -26,10 +26,10 @@ struct Columns {
 };
 
 // Takes the lines that have been read as far as they are of the writers' own shape: a number of at
-// most eight digits, a blank, two plain decimal numbers with a blank between. Stops in front of the
-// first other line. The vectors grow by some hundred rows at a time, which spares three checks and
-// updates of a vector for each row.
-void take_plain_rows(LineReader& file, const Columns& columns) {
+// most eight digits, a blank, a value, a blank, a value. Stops in front of the first other line.
+// The vectors grow by some hundred rows at a time, which spares three checks and updates of a
+// vector for each row.
+void take_usual_rows(LineReader& file, const Columns& columns) {
   constexpr std::size_t kAtOnce = 512;
   std::array<int, kAtOnce> id;
   std::array<double, kAtOnce> zspec;
@@ -49,11 +49,14 @@ void take_plain_rows(LineReader& file, const Columns& columns) {
     const char* field = line + number.count;
     if (number.count == 0 || *field != ' ') break;
     id[count] = static_cast<int>(number.value);
-    field = vostrel::read_plain_decimal(field + 1, zspec[count]);
-    if (field == nullptr || *field != ' ') break;
-    field = vostrel::read_plain_decimal(field + 1, zphot[count]);
-    if (field == nullptr || *field != '\n') break;
-    line = field + 1;
+    const char* end = vostrel::read_plain_decimal(++field, zspec[count]);
+    if (end == nullptr || *end != ' ') end = vostrel::read_field(field, ' ', zspec[count]);
+    if (end == nullptr || *end != ' ') break;
+    field = end + 1;
+    end = vostrel::read_plain_decimal(field, zphot[count]);
+    if (end == nullptr || *end != '\n') end = vostrel::read_field(field, '\n', zphot[count]);
+    if (end == nullptr) break;
+    line = end + 1;
     if (++count == kAtOnce) deliver();
   }
   deliver();
@@ -106,12 +109,12 @@ int UTILS::loadInternalFile() {
   bool first_block = true;
   while (file.fill()) {
     const std::size_t bytes = file.lines().size();
-    take_plain_rows(file, columns);
+    take_usual_rows(file, columns);
     std::string_view line;
     while (file.next(line)) {
       if (line.empty()) return 0;
       take_any_row(line, columns);
-      take_plain_rows(file, columns);
+      take_usual_rows(file, columns);
     }
     if (first_block) reserve_for(nameInternalFile, id.size() - rows_before, bytes, columns);
     first_block = false;

@@ -83,9 +83,10 @@ struct Outliers {
 // member + 1.0 + 1.0 + ..., count times. On a whole number that is one exact addition; on what an
 // earlier call left there, each addition rounds.
 double add_ones(double member, std::size_t count) {
+  if (count == 0) return member;
   constexpr double kExact = 9007199254740992.0;  // 2^53, up to which every whole number is a double
   const double sum = member + static_cast<double>(count);
-  if (member == std::floor(member) && sum <= kExact) return sum;
+  if (member == std::floor(member) && std::fabs(member) <= kExact && sum <= kExact) return sum;
   for (std::size_t i = 0; i < count; ++i) member += 1.0;
   return member;
 }
