@@ -1,0 +1,112 @@
+# What is installed where, the API reference, and the Debian packages (packaging/).
+#
+# Components: runtime (the program, its manual, completion and documents), dev (library, header,
+# CMake package, pkg-config file, guide and example) and plot (the figure, which needs Python).
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+# ---- program, library, header --------------------------------------------------------------------
+
+add_library(vostrel::utils ALIAS vostrel_utils)
+target_include_directories(vostrel_utils INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+# A new statistic is a new member of the class, so minor releases have different layouts.
+set_target_properties(vostrel_utils PROPERTIES
+  EXPORT_NAME utils
+  VERSION ${PROJECT_VERSION}
+  SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+
+# Where the loader looks anyway, a path in the program would only be in the way.
+if(BUILD_SHARED_LIBS AND UNIX
+    AND NOT CMAKE_INSTALL_FULL_LIBDIR IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES)
+  file(RELATIVE_PATH vostrel_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  if(APPLE)
+    set_target_properties(vostrel PROPERTIES INSTALL_RPATH "@loader_path/${vostrel_bin_to_lib}")
+  else()
+    set_target_properties(vostrel PROPERTIES INSTALL_RPATH "$ORIGIN/${vostrel_bin_to_lib}")
+  endif()
+endif()
+
+install(TARGETS vostrel RUNTIME COMPONENT runtime)
+install(TARGETS vostrel_utils EXPORT vostrel
+  RUNTIME COMPONENT runtime
+  LIBRARY COMPONENT runtime NAMELINK_COMPONENT dev
+  ARCHIVE COMPONENT dev)
+install(FILES utils/utils.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vostrel COMPONENT dev)
+
+# ---- how other builds find the library -----------------------------------------------------------
+
+set(vostrel_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vostrel)
+install(EXPORT vostrel FILE vostrel-targets.cmake NAMESPACE vostrel::
+  DESTINATION ${vostrel_cmake_dir} COMPONENT dev)
+configure_package_config_file(cmake/vostrel-config.cmake.in cmake/vostrel-config.cmake
+  INSTALL_DESTINATION ${vostrel_cmake_dir}
+  NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/cmake/vostrel-config-version.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/cmake/vostrel-config.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/cmake/vostrel-config-version.cmake
+  DESTINATION ${vostrel_cmake_dir} COMPONENT dev)
+
+# The prefix is told relative to the file, so that an installed tree can be moved.
+set(vostrel_pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+  set(vostrel_pc_prefix ${CMAKE_INSTALL_PREFIX})
+else()
+  file(RELATIVE_PATH vostrel_pc_prefix /${vostrel_pc_dir} /)
+  string(REGEX REPLACE "/$" "" vostrel_pc_prefix "\${pcfiledir}/${vostrel_pc_prefix}")
+endif()
+foreach(dir IN ITEMS INCLUDEDIR LIBDIR)
+  if(IS_ABSOLUTE ${CMAKE_INSTALL_${dir}})
+    set(vostrel_pc_${dir} ${CMAKE_INSTALL_${dir}})
+  else()
+    set(vostrel_pc_${dir} "\${prefix}/${CMAKE_INSTALL_${dir}}")
+  endif()
+endforeach()
+configure_file(cmake/vostrel.pc.in cmake/vostrel.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/cmake/vostrel.pc
+  DESTINATION ${vostrel_pc_dir} COMPONENT dev)
+
+# ---- manual, completion, documents ---------------------------------------------------------------
+
+configure_file(docs/vostrel.1.in docs/vostrel.1 @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/docs/vostrel.1
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
+install(FILES packaging/vostrel.bash RENAME vostrel
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT runtime)
+foreach(document IN ITEMS README.md CHANGELOG.md docs/statistics.md docs/files.md)
+  if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${document})
+    install(FILES ${document} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+  endif()
+endforeach()
+install(FILES docs/library.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+install(DIRECTORY examples/consumer DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)
+
+# ---- the figure ----------------------------------------------------------------------------------
+
+if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/plot/vostrel-plot)
+  file(STRINGS plot/vostrel-plot vostrel_plot_version REGEX "^VERSION = ")
+  if(NOT vostrel_plot_version STREQUAL "VERSION = \"${PROJECT_VERSION}\"")
+    message(FATAL_ERROR "plot/vostrel-plot must say VERSION = \"${PROJECT_VERSION}\", "
+      "the version of CMakeLists.txt. It says: ${vostrel_plot_version}")
+  endif()
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS plot/vostrel-plot)
+  install(PROGRAMS plot/vostrel-plot DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT plot)
+  configure_file(plot/vostrel-plot.1.in docs/vostrel-plot.1 @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/docs/vostrel-plot.1
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT plot)
+endif()
+
+# ---- the API reference: cmake --build build --target doc-api -------------------------------------
+
+configure_file(docs/Doxyfile.in docs/Doxyfile @ONLY)
+add_custom_target(doc-api
+  COMMAND doxygen ${CMAKE_CURRENT_BINARY_DIR}/docs/Doxyfile
+  COMMENT "API reference in ${CMAKE_CURRENT_BINARY_DIR}/doc-api/html/index.html" VERBATIM)
+
+# ---- the Debian packages: cpack, from a build with -DCMAKE_INSTALL_PREFIX=/usr -------------------
+
+if(PROJECT_IS_TOP_LEVEL)
+  include(packaging/debian.cmake)
+endif()

@@ -1,0 +1,82 @@
+"""What the tests of documents, installation and packages share.
+
+The environment tells where things are: VOSTREL the built program, VOSTREL_SOURCE and VOSTREL_BUILD
+the project and its build, VOSTREL_VERSION and VOSTREL_RELEASE_DATE what the build took them for,
+CXX, CMAKE and CPACK the tools it was built with.
+"""
+
+import os
+import pathlib
+import shutil
+import subprocess
+
+import pytest
+
+SOURCE = pathlib.Path(os.environ["VOSTREL_SOURCE"])
+BUILD = pathlib.Path(os.environ["VOSTREL_BUILD"])
+VERSION = os.environ["VOSTREL_VERSION"]
+DATE = os.environ["VOSTREL_RELEASE_DATE"]
+RELEASE = VERSION.rpartition(".")[0]
+CMAKE = os.environ["CMAKE"]
+CONSUMER = SOURCE / "examples" / "consumer"
+CONSUMER_OUTPUT = """
+Load data from file: catalogue.txt
+
+objects   4
+bias      -0.047
+NMAD      0.0207564
+outliers  25%
+"""
+
+PACKAGE_OF = {
+    "doxygen": "doxygen",
+    "dpkg-deb": "dpkg",
+    "dpkg-shlibdeps": "dpkg-dev",
+    "file": "file",
+    "gzip": "gzip",
+    "lintian": "lintian",
+    "make": "make",
+    "man": "man-db",
+    "mandoc": "mandoc",
+    "objdump": "binutils",
+    "pkg-config": "pkg-config",
+    "strip": "binutils",
+}
+
+
+def need(*tools):
+    """Fails the test when a tool is missing, and tells what to install."""
+    for tool in tools:
+        if shutil.which(tool) is None:
+            pytest.fail(
+                f"{tool} is missing: install the Debian package {PACKAGE_OF[tool]}", pytrace=False
+            )
+
+
+def run(*command, cwd=None, **environment):
+    """Runs a command that must succeed, and returns its standard output and error as one text."""
+    result = subprocess.run(
+        [str(part) for part in command],
+        cwd=cwd,
+        env={**os.environ, "LC_ALL": "C.UTF-8", **environment},
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        text=True,
+    )
+    assert result.returncode == 0, f"{command}:\n{result.stdout}"
+    return result.stdout
+
+
+def configure_and_build(build, *options, source=SOURCE):
+    run(CMAKE, "-S", source, "-B", build, "-DCMAKE_BUILD_TYPE=Release", *options)
+    run(CMAKE, "--build", build, "-j2")
+    return build
+
+
+@pytest.fixture(scope="session")
+def packaged_build(tmp_path_factory):
+    """A static build, the way packages are made. It can be installed anywhere."""
+    return configure_and_build(
+        tmp_path_factory.mktemp("packaged"), "-DCMAKE_INSTALL_PREFIX=/usr"
+    )

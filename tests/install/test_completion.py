@@ -1,0 +1,120 @@
+"""The bash completion, as somebody at a terminal meets it."""
+
+import os
+import pty
+import select
+import subprocess
+import time
+
+import pytest
+from conftest import CMAKE, SOURCE, run
+
+PATIENCE = 20  # seconds
+
+
+class Terminal:
+    """An interactive bash with the completion loaded, in a folder with two files."""
+
+    def __init__(self, folder, load):
+        (folder / ".inputrc").write_text("set bell-style none\nset enable-bracketed-paste off\n")
+        # The function stands in for the program: it shows what words it is given.
+        (folder / ".bashrc").write_text(
+            "PS1=\nvostrel() { printf 'words:'; printf ' <%s>' \"$@\"; echo; }\n"
+            f"{load}\necho re''ady\n"
+        )
+        self.text = ""
+        self.master, slave = pty.openpty()
+        self.bash = subprocess.Popen(
+            ["bash", "--noprofile", "--rcfile", ".bashrc", "-i"],
+            cwd=folder,
+            env={**os.environ, "TERM": "dumb", "INPUTRC": ".inputrc", "HOME": str(folder)},
+            stdin=slave,
+            stdout=slave,
+            stderr=slave,
+            start_new_session=True,
+        )
+        os.close(slave)
+        self.read_until("ready")
+
+    def type(self, text):
+        os.write(self.master, text.encode())
+
+    def read_until(self, end):
+        """What is shown up to `end`, which is taken away too."""
+        deadline = time.monotonic() + PATIENCE
+        while end not in self.text:
+            ready, _, _ = select.select([self.master], [], [], max(0, deadline - time.monotonic()))
+            assert ready, f"no {end!r} in {self.text!r}"
+            self.text += os.read(self.master, 4096).decode()
+        before, _, self.text = self.text.partition(end)
+        return before
+
+    def words(self, line):
+        """The words that the command has after `line` was typed, tabs included."""
+        self.type(line + "\n")
+        self.read_until("words:")
+        return self.read_until("\n").strip()
+
+    def listed(self, line):
+        """The lines shown when two more tabs are typed behind `line`, which is then given up."""
+        self.type(line + "\t\t")
+        time.sleep(0.3)
+        self.type("\x15echo li''sted\n")
+        return self.read_until("listed").replace("\r", "").split("\n")
+
+    def close(self):
+        os.close(self.master)
+        self.bash.wait(PATIENCE)
+
+
+@pytest.fixture
+def folder(tmp_path):
+    (tmp_path / "galaxies one.csv").write_text("")
+    (tmp_path / "report.txt").write_text("")
+    return tmp_path
+
+
+@pytest.fixture
+def terminal(folder):
+    terminal = Terminal(folder, f"source '{SOURCE}/packaging/vostrel.bash'")
+    yield terminal
+    terminal.close()
+
+
+def test_option_then_files(terminal):
+    assert terminal.words("vostrel \t") == "<--stats>"
+    assert terminal.words("vostrel --s\tga\trep\t0 2 3") == (
+        "<--stats> <galaxies one.csv> <report.txt> <0> <2> <3>"
+    )
+    assert terminal.words("vostrel x\t") == "<x>"
+
+
+def test_files_are_all_offered(terminal):
+    for line in ["vostrel --stats ", "vostrel --stats x "]:
+        shown = " ".join(terminal.listed(line))
+        assert "galaxies one.csv" in shown and "report.txt" in shown
+
+
+def test_header_flag_then_nothing(terminal):
+    assert any(line.split() == ["0", "1"] for line in terminal.listed("vostrel --stats a b "))
+    for given in ["0 ", "0 1 ", "0 1 2 "]:
+        shown = " ".join(terminal.listed("vostrel --stats a b " + given))
+        assert "galaxies" not in shown and "report" not in shown
+    assert terminal.words("vostrel --stats a b 0 rep\t rep\t") == (
+        "<--stats> <a> <b> <0> <rep> <rep>"
+    )
+
+
+def test_found_where_it_is_installed(folder, packaged_build):
+    """bash-completion loads it by itself from the folder that it is installed to."""
+    loader = "/usr/share/bash-completion/bash_completion"
+    if not os.path.exists(loader):
+        told = f"{loader} is missing: install the Debian package bash-completion"
+        pytest.fail(told, pytrace=False)
+    prefix = folder / "prefix"
+    run(CMAKE, "--install", packaged_build, "--prefix", prefix)
+    terminal = Terminal(folder, f"export XDG_DATA_DIRS='{prefix}/share'; source {loader}")
+    assert terminal.words("vostrel --s\tga\trep\t1 2 3") == (
+        "<--stats> <galaxies one.csv> <report.txt> <1> <2> <3>"
+    )
+    terminal.close()

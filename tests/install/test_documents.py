@@ -1,0 +1,83 @@
+"""The manual, the API reference and the one place of version and date."""
+
+import os
+import re
+import subprocess
+
+import pytest
+from conftest import BUILD, DATE, RELEASE, SOURCE, VERSION, need, run
+
+MANUAL = BUILD / "docs" / "vostrel.1"
+PAGES = [MANUAL] + [page for page in [BUILD / "docs" / "vostrel-plot.1"] if page.exists()]
+
+
+@pytest.mark.parametrize("page", PAGES, ids=lambda page: page.name)
+def test_man_has_no_warnings(page):
+    need("man")
+    rendered = subprocess.run(
+        ["man", "--warnings", "--local-file", page],
+        env={**os.environ, "LC_ALL": "C.UTF-8", "MANWIDTH": "80"},
+        capture_output=True,
+        text=True,
+    )
+    assert rendered.returncode == 0
+    assert rendered.stderr == ""
+    assert "NAME" in rendered.stdout
+
+
+@pytest.mark.parametrize("page", PAGES, ids=lambda page: page.name)
+def test_mandoc_has_no_complaints(page):
+    need("mandoc")
+    assert run("mandoc", "-T", "lint", "-W", "style", page) == ""
+
+
+def unformatted(text):
+    """The text of a manual without its requests and escapes."""
+    lines = [line for line in text.splitlines() if not re.match(r"\.(B|I|TP|PP|RS|RE)$", line)]
+    text = " ".join(re.sub(r"^\.(BI|BR|IR|B|I|TP) ", "", line) for line in lines)
+    return re.sub(r"\s+", " ", text.replace("\\-", "-").replace("\\ ", " ").replace('"', ""))
+
+
+def test_manual_tells_each_message_of_the_sources():
+    """Whole messages; those that contain a file's name are compared in pieces."""
+    manual = unformatted(MANUAL.read_text())
+    sources = [SOURCE / "main.cpp", *(SOURCE / "utils").glob("*.cpp")]
+    text = "".join(re.sub(r'"\s*\n\s*"', "", path.read_text()) for path in sources)
+    told = "[Aa]borted|not found!|OCCURRED|catched|succesfully"
+    messages = re.findall(rf'"([^"\n]*(?:{told})[^"]*)"', text)
+    messages += re.findall(r'out_of_range\("([^"]*)"\)', text)
+    assert len(messages) >= 9
+    for message in messages:
+        assert re.sub(r"\s+", " ", message).strip() in manual, message
+
+
+def test_example_of_the_manual(tmp_path):
+    examples = re.findall(r"^\.EX\n(.*?)^\.EE", MANUAL.read_text(), re.DOTALL | re.MULTILINE)
+    table, command, report = (text.replace("\\-", "-") for text in examples[:3])
+    (tmp_path / "galaxies.csv").write_text(table)
+    program, *arguments = command.split()
+    assert program == "vostrel"
+    run(os.environ["VOSTREL"], *arguments, cwd=tmp_path)
+    assert (tmp_path / "report.txt").read_text() == report
+
+
+def test_api_reference_has_no_warnings():
+    need("doxygen")
+    assert run("doxygen", BUILD / "docs" / "Doxyfile") == ""
+    members = (BUILD / "doc-api" / "html" / "classUTILS.html").read_text()
+    assert "CalculateMADDeltazNorm" in members
+
+
+def test_version_and_date_stand_in_one_place():
+    """The top CMakeLists.txt says them; nothing else that is installed or packaged repeats them."""
+    top = (SOURCE / "CMakeLists.txt").read_text()
+    assert f"VERSION {VERSION}" in top
+    assert f'"{DATE}"' in top
+    for folder in ["cmake", "packaging", "docs", "utils", "helpers"]:
+        for path in (SOURCE / folder).rglob("*"):
+            if path.suffix in {".in", ".cmake", ".cpp", ".h"}:
+                text = path.read_text()
+                assert VERSION not in text and DATE not in text, path
+    console = subprocess.run([os.environ["VOSTREL"]], stdout=subprocess.PIPE, text=True).stdout
+    assert f"{DATE}, release {RELEASE}\n" in console
+    assert f'"{DATE}" "vostrel {VERSION}"' in MANUAL.read_text()

@@ -1,0 +1,166 @@
+"""Installing to a scratch prefix, and programs of others on top of what was installed."""
+
+import os
+import re
+import shutil
+import subprocess
+
+import pytest
+from conftest import (
+    CMAKE,
+    CONSUMER,
+    CONSUMER_OUTPUT,
+    RELEASE,
+    SOURCE,
+    VERSION,
+    configure_and_build,
+    need,
+    run,
+)
+
+
+class Installed:
+    """An installed tree. `path` is what the loader must be told of it, if anything."""
+
+    def __init__(self, prefix):
+        self.prefix = prefix
+        (self.pkgconfig,) = prefix.rglob("pkgconfig")
+        self.libraries = self.pkgconfig.parent
+        self.shared = list(self.libraries.glob("*.so")) != []
+
+    def pkg_config(self, *arguments):
+        need("pkg-config")
+        text = run("pkg-config", *arguments, "vostrel", PKG_CONFIG_PATH=str(self.pkgconfig))
+        return text.split()
+
+
+@pytest.fixture(scope="session", params=["static", "shared"])
+def installed(request, tmp_path_factory):
+    prefix = tmp_path_factory.mktemp(request.param)
+    if request.param == "static":
+        build = request.getfixturevalue("packaged_build")
+    else:
+        build = configure_and_build(
+            tmp_path_factory.mktemp("shared-build"),
+            "-DBUILD_SHARED_LIBS=ON",
+            f"-DCMAKE_INSTALL_PREFIX={prefix}",
+        )
+    run(CMAKE, "--install", build, "--prefix", prefix)
+    # What is installed must not lean on the build, nor on the place it was installed to first.
+    moved = prefix.with_name(prefix.name + "-moved")
+    prefix.rename(moved)
+    return Installed(moved)
+
+
+def test_files(installed):
+    files = {str(path.relative_to(installed.prefix)) for path in installed.prefix.rglob("*")}
+    library = installed.libraries.relative_to(installed.prefix)
+    expected = {
+        "bin/vostrel",
+        "include/vostrel/utils.h",
+        f"{library}/pkgconfig/vostrel.pc",
+        f"{library}/cmake/vostrel/vostrel-config.cmake",
+        f"{library}/cmake/vostrel/vostrel-config-version.cmake",
+        "share/man/man1/vostrel.1",
+        "share/bash-completion/completions/vostrel",
+        "share/doc/vostrel/library.md",
+        "share/doc/vostrel/examples/consumer/consumer.cpp",
+    }
+    if installed.shared:
+        ends = ["", f".{RELEASE}", f".{VERSION}"]
+        expected |= {f"{library}/libvostrel_utils.so{end}" for end in ends}
+    else:
+        expected |= {f"{library}/libvostrel_utils.a"}
+    assert expected <= files
+    headers = {name for name in files if name.startswith("include/") and name.endswith(".h")}
+    assert headers == {"include/vostrel/utils.h"}
+
+
+def test_runtime_alone_runs(installed, tmp_path):
+    console = subprocess.run(
+        [installed.prefix / "bin" / "vostrel"], cwd=tmp_path, stdout=subprocess.PIPE, text=True
+    )
+    assert console.returncode == 255
+    assert f"release {RELEASE}\n" in console.stdout
+
+
+def test_loader_paths(installed):
+    need("objdump")
+    dynamic = run("objdump", "-p", installed.prefix / "bin" / "vostrel")
+    if installed.shared:
+        assert f"NEEDED               libvostrel_utils.so.{RELEASE}\n" in dynamic
+        library = installed.libraries.relative_to(installed.prefix)
+        assert re.search(rf"R(UN)?PATH +\$ORIGIN/\.\./{library}\n", dynamic)
+        library = run("objdump", "-p", installed.libraries / "libvostrel_utils.so")
+        assert f"SONAME               libvostrel_utils.so.{RELEASE}\n" in library
+        assert "PATH  " not in library
+    else:
+        assert "vostrel_utils" not in dynamic and "PATH  " not in dynamic
+
+
+def test_header_stands_alone(installed, tmp_path):
+    header = (installed.prefix / "include" / "vostrel" / "utils.h").read_text()
+    assert set(re.findall(r"#include\s*(\S+)", header)) == {"<vector>"}
+    (tmp_path / "alone.cpp").write_text("#include <vostrel/utils.h>\n")
+    compile_ = [os.environ["CXX"], "-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Werror"]
+    run(*compile_, f"-I{installed.prefix}/include", "-fsyntax-only", tmp_path / "alone.cpp")
+
+
+def test_consumer_with_cmake(installed, tmp_path):
+    shutil.copytree(CONSUMER, tmp_path / "consumer")
+    build = configure_and_build(
+        tmp_path / "build",
+        f"-DCMAKE_PREFIX_PATH={installed.prefix}",
+        source=tmp_path / "consumer",
+    )
+    assert run(build / "consumer", "catalogue.txt", cwd=CONSUMER) == CONSUMER_OUTPUT
+
+
+def test_cmake_package_tells_its_version(installed, tmp_path):
+    (tmp_path / "CMakeLists.txt").write_text(
+        "cmake_minimum_required(VERSION 3.22)\n"
+        "project(asks LANGUAGES CXX)\n"
+        "find_package(vostrel REQUIRED)\n"
+        "message(STATUS found:${vostrel_VERSION}:)\n"
+        "find_package(vostrel 2 QUIET)\n"
+        "message(STATUS later:${vostrel_FOUND}:)\n"
+    )
+    prefix = f"-DCMAKE_PREFIX_PATH={installed.prefix}"
+    told = run(CMAKE, "-S", tmp_path, "-B", tmp_path / "build", prefix)
+    assert f"found:{VERSION}:" in told and "later:0:" in told
+
+
+def test_consumer_with_pkg_config(installed, tmp_path):
+    need("pkg-config", "make")
+    shutil.copytree(CONSUMER, tmp_path / "consumer")
+    run("make", f"PKG_CONFIG_PATH={installed.pkgconfig}", cwd=tmp_path / "consumer")
+    environment = {"LD_LIBRARY_PATH": str(installed.libraries)} if installed.shared else {}
+    output = run(tmp_path / "consumer" / "consumer", "catalogue.txt", cwd=CONSUMER, **environment)
+    assert output == CONSUMER_OUTPUT
+    assert installed.pkg_config("--modversion") == [VERSION]
+
+
+GUIDE = re.findall(
+    r"```cpp\n(.*?)```\n\n(prints|leaves in `([^`]*)`)\n\n```text\n(.*?)```\n",
+    (SOURCE / "docs" / "library.md").read_text(),
+    re.DOTALL,
+)
+
+
+def test_guide_is_read_whole():
+    text = (SOURCE / "docs" / "library.md").read_text()
+    assert len(GUIDE) == text.count("```cpp") == 3
+
+
+@pytest.mark.parametrize("number", range(len(GUIDE)))
+def test_programs_of_the_guide(installed, tmp_path, number):
+    program, _, file, expected = GUIDE[number]
+    shutil.copy(CONSUMER / "catalogue.txt", tmp_path)
+    (tmp_path / "program.cpp").write_text(program)
+    flags = installed.pkg_config("--cflags", "--libs")
+    if installed.shared:
+        flags.append(f"-Wl,-rpath,{installed.libraries}")
+    compile_ = [os.environ["CXX"], "-Wall", "-Wextra", "-Werror", "program.cpp", "-o", "program"]
+    run(*compile_, *flags, cwd=tmp_path)
+    console = run(tmp_path / "program", cwd=tmp_path)
+    assert ((tmp_path / file).read_text() if file else console) == expected

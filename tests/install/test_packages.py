@@ -1,0 +1,109 @@
+"""The Debian packages: what lintian says of them, and a program run from one of them."""
+
+import os
+import re
+import shutil
+import subprocess
+
+import pytest
+from conftest import CMAKE, CONSUMER, CONSUMER_OUTPUT, RELEASE, SOURCE, VERSION, need, run
+
+THERE_IS_A_FIGURE = (SOURCE / "plot" / "vostrel-plot").exists()
+with_figure = pytest.mark.skipif(not THERE_IS_A_FIGURE, reason="there is no figure")
+
+
+@pytest.fixture(scope="session")
+def packages(packaged_build):
+    """The package files by the names of the packages."""
+    need("dpkg-deb", "dpkg-shlibdeps", "file", "gzip", "strip")
+    # A strict umask of the one who packs must not show.
+    before = os.umask(0o077)
+    try:
+        run(os.environ["CPACK"], cwd=packaged_build)
+    finally:
+        os.umask(before)
+    return {path.name.partition("_")[0]: path for path in packaged_build.glob("*.deb")}
+
+
+def field(package, name):
+    return run("dpkg-deb", "--field", package, name).strip()
+
+
+@pytest.fixture
+def unpacked(packages, tmp_path):
+    def unpack(name):
+        run("dpkg-deb", "--extract", packages[name], tmp_path / name)
+        return tmp_path / name / "usr"
+
+    return unpack
+
+
+def test_names_and_versions(packages):
+    expected = {"vostrel", "libvostrel-dev"}
+    if THERE_IS_A_FIGURE:
+        expected.add("vostrel-plot")
+    assert set(packages) == expected
+    for package in packages.values():
+        assert field(package, "Version") == VERSION
+
+
+def test_only_the_figure_needs_python(packages):
+    for name, package in packages.items():
+        assert ("python3" in field(package, "Depends")) == (name == "vostrel-plot")
+    assert "libc6" in field(packages["vostrel"], "Depends")
+
+
+def test_lintian(packages):
+    need("lintian")
+    told = run("lintian", "--allow-root", "--fail-on", "error,warning", *packages.values())
+    assert told == ""
+
+
+def test_program_from_the_package(unpacked, tmp_path):
+    root = unpacked("vostrel")
+    (tmp_path / "table.csv").write_text("1,0.5,0.52\n2,0.8,0.79\n3,1.2,0.9\n")
+    operands = ["--stats", "table.csv", "report.txt", "0", "2", "3"]
+    console = run(root / "bin" / "vostrel", *operands, cwd=tmp_path)
+    assert f"release {RELEASE}\n" in console
+    assert "Data size  = 3\n" in (tmp_path / "report.txt").read_text()
+    for file in [
+        "man/man1/vostrel.1.gz",
+        "bash-completion/completions/vostrel",
+        "doc/vostrel/copyright",
+        "doc/vostrel/changelog.gz",
+    ]:
+        assert (root / "share" / file).is_file()
+    changelog = run("gzip", "-dc", root / "share/doc/vostrel/changelog.gz")
+    assert changelog.startswith(f"vostrel ({VERSION}) ")
+
+
+def test_library_from_the_package(unpacked, tmp_path):
+    need("pkg-config")
+    root = unpacked("libvostrel-dev")
+    (pkgconfig,) = root.rglob("pkgconfig")
+    flags = run("pkg-config", "--cflags", "--libs", "vostrel", PKG_CONFIG_PATH=str(pkgconfig))
+    run(os.environ["CXX"], CONSUMER / "consumer.cpp", "-o", tmp_path / "consumer", *flags.split())
+    assert run(tmp_path / "consumer", "catalogue.txt", cwd=CONSUMER) == CONSUMER_OUTPUT
+
+
+@with_figure
+def test_figure_from_the_package(unpacked):
+    root = unpacked("vostrel-plot")
+    assert run(root / "bin" / "vostrel-plot", "--version") == f"vostrel-plot {VERSION}\n"
+    assert (root / "share/man/man1/vostrel-plot.1.gz").is_file()
+
+
+@with_figure
+def test_a_figure_of_another_version_is_refused(tmp_path):
+    for name in ["CMakeLists.txt", "main.cpp", "version.h.in"]:
+        shutil.copy(SOURCE / name, tmp_path)
+    for name in ["cmake", "docs", "examples", "helpers", "packaging", "plot", "utils"]:
+        shutil.copytree(SOURCE / name, tmp_path / name)
+    plot = tmp_path / "plot" / "vostrel-plot"
+    plot.write_text(plot.read_text().replace(f'VERSION = "{VERSION}"', 'VERSION = "0.0.0"'))
+    refused = subprocess.run(
+        [CMAKE, "-S", tmp_path, "-B", tmp_path / "build"], stderr=subprocess.PIPE, text=True
+    )
+    assert refused.returncode != 0
+    told = re.sub(r"\s+", " ", refused.stderr)
+    assert f'must say VERSION = "{VERSION}"' in told and 'It says: VERSION = "0.0.0"' in told
