@@ -16,7 +16,7 @@ import pytest
 BANNER = (
     "\n"
     "+++ Program to generate regression statistics on machine learning experiments +++\n"
-    "by the vostrel developers, 2026-11-21, release 1.1\n"
+    f"by the vostrel developers, {os.environ['VOSTREL_BANNER']}\n"
     "\n"
 )
 USAGE = (
