@@ -34,10 +34,30 @@ namespace internal {
 /// 10^0 to 10^9: exact as doubles.
 inline constexpr std::array<double, 10> kPowersOfTen = {1e0, 1e1, 1e2, 1e3, 1e4,
                                                         1e5, 1e6, 1e7, 1e8, 1e9};
-inline constexpr std::array<std::uint64_t, 9> kWholePowersOfTen = {
-    1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
-
 inline bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+/// The eight characters at `text`, '0' becoming 0 and so on, and where they are not digits: the top
+/// bit of the first such byte is set in `others`, no bit below it, and what is above means nothing.
+struct DigitWord {
+  std::uint64_t word;
+  std::uint64_t others;
+};
+
+inline DigitWord load_digits(const char* text) {
+  const std::uint64_t word = load_word(text) ^ repeat_byte('0');
+  // A byte above 9 sets its top bit here. It may carry into the bytes behind it, which is harmless.
+  return {word, (word | (word + repeat_byte(0x76))) & repeat_byte(0x80)};
+}
+
+/// The number that eight digits make, the first one (in the lowest byte) counting most.
+inline std::uint64_t join_digits(std::uint64_t word) {
+  // Neighbours make four numbers below 100, and two multiplications put those in their places.
+  word = word * 10 + (word >> 8);
+  constexpr std::uint64_t kEveryFourth = 0x000000ff000000ff;
+  const std::uint64_t upper = (word & kEveryFourth) * (100 + (std::uint64_t{1000000} << 32));
+  const std::uint64_t lower = ((word >> 16) & kEveryFourth) * (1 + (std::uint64_t{10000} << 32));
+  return (upper + lower) >> 32;
+}
 
 /// Up to eight decimal digits at the start of a text.
 struct Digits {
@@ -45,25 +65,22 @@ struct Digits {
   unsigned count;
 };
 
-/// Reads the digits at `text`, eight at the most; eight bytes must be readable.
+/// Reads the digits at `text`, eight at the most, as a whole number.
 inline Digits leading_digits(const char* text) {
-  std::uint64_t word = load_word(text) ^ repeat_byte('0');
-  // A byte above 9 sets its top bit here. It may carry into the bytes behind it, which is harmless:
-  // only the first one that is set counts.
-  const std::uint64_t others = (word | (word + repeat_byte(0x76))) & repeat_byte(0x80);
-  unsigned count = 8;
-  if (others != 0) {
-    const auto bits = static_cast<unsigned>(std::countr_zero(others));  // 7, 15, ... 63
-    count = bits / 8;
-    if (count == 0) return {0, 0};
-    word <<= 71 - bits;  // the digits to the end of the word, so that zeros stand in front of them
-  }
-  // Join neighbours: eight digits, four numbers below 100, then all of it in two multiplications.
-  word = word * 10 + (word >> 8);
-  constexpr std::uint64_t kEveryFourth = 0x000000ff000000ff;
-  const std::uint64_t upper = (word & kEveryFourth) * (100 + (std::uint64_t{1000000} << 32));
-  const std::uint64_t lower = ((word >> 16) & kEveryFourth) * (1 + (std::uint64_t{10000} << 32));
-  return {(upper + lower) >> 32 & 0xffffffff, count};
+  auto [word, others] = load_digits(text);
+  if (others == 0) return {join_digits(word), 8};
+  const auto bits = static_cast<unsigned>(std::countr_zero(others));  // 7, 15, ... 63
+  if (bits == 7) return {0, 0};
+  // The digits move to the end of the word, so that zeros stand in front of them.
+  return {join_digits(word << (71 - bits)), bits / 8};
+}
+
+/// Reads the digits at `text`, eight at the most, as decimals: their number of 10^-8.
+inline Digits leading_decimals(const char* text) {
+  const auto [word, others] = load_digits(text);
+  // Only the bytes below the first that is no digit are kept: zeros stand behind the digits.
+  const std::uint64_t kept = ((others & (0 - others)) >> 7) - 1;
+  return {join_digits(word & kept), static_cast<unsigned>(std::countr_zero(others)) / 8};
 }
 
 double read_any_double(std::string_view text);
@@ -80,38 +97,35 @@ char* write_any_double(double value, char* out);
 ///         `value` untouched, when the text is anything else.
 /// Precondition: kTextPadding bytes are readable behind the number.
 ///
-/// Exact because the digits form an integer of at most 2^53 and the power of ten is at most 10^8:
-/// both are doubles, so their quotient, rounded once by the division, is the double nearest to the
-/// decimal number. That is what std::atof returns.
+/// Exact because the digits, filled up with zeros to eight decimals, form an integer of at most
+/// 2^53: it is a double, and so is 10^8, so that their quotient, rounded once by the division, is
+/// the double nearest to the decimal number. That is what std::atof returns.
 inline const char* read_plain_decimal(const char* text, double& value) {
   using namespace internal;
   const bool negative = *text == '-';
   text += negative;
   std::uint64_t digits;
-  unsigned decimals;
   if (text[1] == '.' && is_digit(text[0])) {
     // One digit before the point is so common that it is worth being recognised: a branch that is
     // guessed right lets the processor go on to the decimals before it has counted anything.
-    const Digits fraction = leading_digits(text + 2);
-    decimals = fraction.count;
-    digits = static_cast<std::uint64_t>(*text - '0') * kWholePowersOfTen[decimals] + fraction.value;
-    text += 2 + decimals;
+    const Digits decimals = leading_decimals(text + 2);
+    digits = static_cast<std::uint64_t>(*text - '0') * 100000000 + decimals.value;
+    text += 2 + decimals.count;
   } else {
     const Digits whole = leading_digits(text);
     text += whole.count;
-    digits = whole.value;
-    decimals = 0;
+    unsigned count = whole.count;
+    digits = whole.value * 100000000;
     if (*text == '.') {
-      const Digits fraction = leading_digits(text + 1);
-      decimals = fraction.count;
-      digits = digits * kWholePowersOfTen[decimals] + fraction.value;
-      text += 1 + decimals;
+      const Digits decimals = leading_decimals(text + 1);
+      digits += decimals.value;
+      text += 1 + decimals.count;
+      count += decimals.count;
     }
-    if (whole.count + decimals == 0 || digits > std::uint64_t{1} << 53) return nullptr;
+    if (count == 0 || digits > std::uint64_t{1} << 53) return nullptr;
   }
   if (static_cast<unsigned char>(*text) >= '0') return nullptr;
-  const double magnitude =
-      static_cast<double>(static_cast<std::int64_t>(digits)) / kPowersOfTen[decimals];
+  const double magnitude = static_cast<double>(static_cast<std::int64_t>(digits)) / 1e8;
   value = negative ? -magnitude : magnitude;
   return text;
 }
