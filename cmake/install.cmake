@@ -75,12 +75,12 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/docs/vostrel.1
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
 install(FILES packaging/vostrel.bash RENAME vostrel
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT runtime)
-foreach(document IN ITEMS README.md CHANGELOG.md docs/statistics.md docs/files.md)
-  if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${document})
-    install(FILES ${document} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
-  endif()
-endforeach()
-install(FILES docs/library.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+# As in the source tree, so that their links hold.
+install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+install(FILES docs/statistics.md docs/files.md docs/performance.md docs/reliability.md
+              docs/figure.png
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT runtime)
+install(FILES docs/library.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT dev)
 install(DIRECTORY examples/consumer DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)
 
 # ---- the figure ----------------------------------------------------------------------------------

@@ -3,21 +3,14 @@
 #include <algorithm>
 #include <cstring>
 
+#include "helpers/block_size.h"
 #include "helpers/byte_words.h"
 
 namespace vostrel {
 
-namespace {
-
-// Large enough that the cost of a system call does not count, small enough for text and rows to
-// stay in the processor's cache.
-constexpr std::size_t kBlock = std::size_t{1} << 17;
-
-}  // namespace
-
 LineReader::LineReader(const char* name)
-    : stream_buffer_(kBlock + 1),
-      text_(2 * kBlock + kTextPadding),
+    : stream_buffer_(kBlockSize + 1),
+      text_(2 * kBlockSize + kTextPadding),
       begin_(text_.data()),
       lines_end_(begin_),
       end_(begin_) {
@@ -30,7 +23,7 @@ LineReader::LineReader(const char* name)
 bool LineReader::fill() {
   if (ended_) return false;
   const auto kept = static_cast<std::size_t>(end_ - begin_);
-  if (kept + kBlock + kTextPadding > text_.size()) {
+  if (kept + kBlockSize + kTextPadding > text_.size()) {
     std::vector<char> larger(2 * text_.size());
     std::copy(begin_, end_, larger.begin());
     text_.swap(larger);
@@ -42,7 +35,7 @@ bool LineReader::fill() {
   // peek waits for the next block, and readsome takes what is there without waiting again. A stream
   // that was asked for a whole block would wait until it is full, or the file at its end.
   file_.peek();
-  const auto read = static_cast<std::size_t>(file_.readsome(text_.data() + kept, kBlock));
+  const auto read = static_cast<std::size_t>(file_.readsome(text_.data() + kept, kBlockSize));
   const char* const news = begin_ + kept;
   end_ = news + read;
   std::memset(text_.data() + kept + read, 0, kTextPadding);

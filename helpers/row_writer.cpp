@@ -4,13 +4,16 @@
 #include <array>
 #include <charconv>
 
+#include "helpers/block_size.h"
 #include "helpers/number_text.h"
 
 namespace vostrel {
 
 namespace {
 
-constexpr std::size_t kBlock = std::size_t{1} << 18;
+// Room for the rows of one block of an ordinary table, which then go out in one piece.
+constexpr std::size_t kBlock = 2 * kBlockSize;
+
 // A row number of at most eleven characters, two values, two blanks and a newline.
 constexpr std::size_t kRowRoom = 16 + 2 * kNumberRoom;
 

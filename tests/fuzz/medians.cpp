@@ -1,0 +1,52 @@
+// The medians of up to 64 numbers, n from 0 to the count of them: the same bits as the plain
+// bubble sort leaves in the middle.
+
+#include <algorithm>
+#include <limits>
+
+#include "fuzz.h"
+#include "helpers/order_statistics.h"
+#include "tests/open_utils.h"
+#include "tests/plain/plain_utils.h"
+
+namespace {
+
+constexpr std::size_t kMost = 64;
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+// Each byte a number, so that repeats, zeros of both signs and not-a-numbers are easy to come by.
+double from_byte(std::uint8_t byte) {
+  static constexpr double kFew[] = {kNaN, -kNaN, kInfinity, -kInfinity, 0.0, -0.0, 5e-324, 1e308};
+  if (byte < 8) return kFew[byte];
+  return (byte - 130) / 8.0;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Input input(data, size);
+  const bool any_bits = input.byte() % 2 != 0;
+  const std::uint8_t leave_out = input.byte();
+  std::vector<double> values;
+  while (!input.empty() && values.size() < kMost) {
+    values.push_back(any_bits ? input.number() : from_byte(input.byte()));
+  }
+  // All of them as a rule, else a part.
+  const std::size_t n =
+      leave_out < 128 ? values.size() : values.size() - leave_out % (values.size() + 1);
+  const int count = static_cast<int>(n);
+
+  OpenUtils product(0, "table", "report", 1, 2);
+  plain::UTILS plain(0, "table", "report", 1, 2);
+  require(bits_of(vostrel::median(values.data(), n)) == bits_of(plain::median(values, count)),
+          "median");
+  require(bits_of(vostrel::median_of_absolutes(values.data(), n)) ==
+              bits_of(plain::abs_median(values, count)),
+          "median of absolutes");
+  product.delta = plain.delta = values;
+  product.CalculateMADDeltaz();
+  plain.CalculateMADDeltaz();
+  require(bits_of(product.getMADDeltaz()) == bits_of(plain.getMADDeltaz()), "median of distances");
+  return 0;
+}

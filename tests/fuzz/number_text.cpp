@@ -1,0 +1,68 @@
+// Numbers as text, both ways. The first byte chooses what is done with the rest: read it as a
+// number and as an integer, with what stands behind it in a line; or take numbers from it, as they
+// are or made of a few decimal digits, and write them.
+
+#include "helpers/number_text.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "fuzz.h"
+#include "tests/plain/plain_utils.h"
+
+namespace {
+
+// Reads `text` where it is followed by an end of a field and bytes that don't belong to it.
+void read(std::string_view text, std::uint8_t choice) {
+  static constexpr char kEnds[] = {',', ' ', '\n', '\0'};
+  static constexpr char kBehind[] = {'0', '9', '.', 'e', ',', '\n', 'x', '\0'};
+  std::string line(text);
+  line += kEnds[choice % 4];
+  line.append(vostrel::kTextPadding, kBehind[choice / 4 % 8]);
+  // In a block of its own size, so that a look beyond the padding is seen.
+  std::vector<char> exact(line.begin(), line.end());
+  const std::string_view field(exact.data(), text.size());
+  const std::string copy(text);
+  require(bits_of(vostrel::read_double(field)) == bits_of(plain::read_double(copy)), "read_double");
+  require(vostrel::read_int(field) == plain::read_int(copy), "read_int");
+}
+
+void write(double value) {
+  std::vector<char> room(vostrel::kNumberRoom);
+  const char* const end = vostrel::write_double(value, room.data());
+  const std::string_view text(room.data(), static_cast<std::size_t>(end - room.data()));
+  require(text == plain::write_double(value), "write_double");
+}
+
+void write_with_neighbours(double value) {
+  write(value);
+  write(std::nextafter(value, INFINITY));
+  write(std::nextafter(value, -INFINITY));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Input input(data, size);
+  const std::uint8_t choice = input.byte();
+  switch (choice % 4) {
+    case 0:  // the text of a field
+    case 1:
+      read(input.rest(), choice / 4);
+      break;
+    case 2:  // any number
+      write(input.number());
+      break;
+    default: {  // a few digits, a five or not, and a power of ten
+      std::int64_t digits = 0;
+      for (int i = 0; i < 3; ++i) digits = digits * 256 + input.byte();
+      const int tail = input.byte() % 4;
+      const int power = input.byte() % 24 - 12;
+      const double made = static_cast<double>(tail == 0 ? digits : digits * 10 + 5);
+      write_with_neighbours(made * std::pow(10.0, power));
+      write_with_neighbours(made / std::pow(10.0, power));
+      break;
+    }
+  }
+  return 0;
+}
