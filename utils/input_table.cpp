@@ -105,15 +105,17 @@ int UTILS::loadInputFile() {
     report_failure(std::string("*** file ") + nameInputFile + " not found! ***");
     return -1;
   }
-  std::string line;
+  // Character by character, for std::getline takes memory and hides it when there is none: a line
+  // cut short would be counted wrongly.
+  char c = 0;
   if (headerFlag == 1) {
-    std::getline(head, line);
+    std::string header;
+    while (head.get(c) && c != '\n') header += c;
     std::cout << std::endl;
-    std::cout << "header = " << line << std::endl;
+    std::cout << "header = " << header << std::endl;
   }
-  line.clear();  // a read at the end of the file leaves it as it was
-  std::getline(head, line);
-  const auto columns = 1 + std::count(line.begin(), line.end(), ',');
+  int columns = 1;
+  while (head.get(c) && c != '\n') columns += c == ',';
   head.close();
   std::cout << "col number " << columns << std::endl;
 

@@ -63,7 +63,8 @@ def test_files(installed):
         f"{library}/cmake/vostrel/vostrel-config-version.cmake",
         "share/man/man1/vostrel.1",
         "share/bash-completion/completions/vostrel",
-        "share/doc/vostrel/library.md",
+        "share/doc/vostrel/README.md",
+        "share/doc/vostrel/docs/library.md",
         "share/doc/vostrel/examples/consumer/consumer.cpp",
     }
     if installed.shared:
