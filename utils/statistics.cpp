@@ -9,6 +9,7 @@
 #include <new>
 
 #include "helpers/order_statistics.h"
+#include "helpers/outlier_counts.h"
 #include "utils/utils.h"
 
 namespace {
@@ -91,24 +92,12 @@ double add_ones(double member, std::size_t count) {
   return member;
 }
 
-constexpr std::size_t kBounds = 5;
-
-// How many residuals are farther from zero than each of the bounds.
-std::array<std::size_t, kBounds> count_beyond(const Vector& residuals,
-                                              const std::array<double, kBounds> bounds) {
-  std::array<std::size_t, kBounds> counts{};
-  for (const double residual : residuals) {
-    const double distance = std::fabs(residual);
-    for (std::size_t k = 0; k < kBounds; ++k) counts[k] += distance > bounds[k];
-  }
-  return counts;
-}
-
-void count_outliers(const Vector& residuals, const std::array<Outliers, kBounds>& outliers) {
-  std::array<double, kBounds> bounds{};
-  for (std::size_t k = 0; k < kBounds; ++k) bounds[k] = outliers[k].bound;
-  const std::array<std::size_t, kBounds> counts = count_beyond(residuals, bounds);
-  for (std::size_t k = 0; k < kBounds; ++k) {
+void count_outliers(const Vector& residuals,
+                    const std::array<Outliers, vostrel::kOutlierBounds>& outliers) {
+  std::array<double, vostrel::kOutlierBounds> bounds{};
+  for (std::size_t k = 0; k < bounds.size(); ++k) bounds[k] = outliers[k].bound;
+  const auto counts = vostrel::count_beyond(residuals.data(), residuals.size(), bounds);
+  for (std::size_t k = 0; k < bounds.size(); ++k) {
     double& member = *outliers[k].member;
     member = add_ones(member, counts[k]) / static_cast<double>(residuals.size()) * 100.0;
   }
