@@ -130,6 +130,38 @@ inline const char* read_plain_decimal(const char* text, double& value) {
   return text;
 }
 
+/// Reads whole numbers of a given length, from 1 to 8 digits.
+class FixedDigits {
+ public:
+  /// @param count  the length; with 0 no text is read.
+  explicit FixedDigits(unsigned count)
+      : count_(count),
+        shift_(count == 0 ? 0 : 64 - 8 * count),
+        end_(count == 0 ? 0 : mark(count)) {}
+
+  /// Reads the number at `text`, if it has just that many digits in front of something else (eight
+  /// digits may go on behind them). Precondition: kTextPadding bytes are readable there.
+  bool read(const char* text) {
+    const auto [word, others] = internal::load_digits(text);
+    value_ = internal::join_digits(word << shift_);
+    return (others & (0 - others)) == end_ && count_ != 0;
+  }
+
+  std::uint64_t value() const { return value_; }
+  unsigned count() const { return count_; }
+
+ private:
+  // Where load_digits marks the first byte that is no digit.
+  static std::uint64_t mark(unsigned count) {
+    return count == 8 ? 0 : std::uint64_t{0x80} << (8 * count);
+  }
+
+  unsigned count_;
+  unsigned shift_;
+  std::uint64_t end_;
+  std::uint64_t value_ = 0;
+};
+
 /// Reads the number in the field that begins at `text`, whatever its shape, and ends in front of
 /// the first `separator` or newline.
 ///

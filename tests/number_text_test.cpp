@@ -495,6 +495,25 @@ TEST(ReadDouble, OfRandomNumberLikeTextsIsAtofs) {
   }
 }
 
+TEST(FixedDigits, ReadsNumbersOfItsLengthAndNoOthers) {
+  for (unsigned count = 0; count <= 9; ++count) {
+    const std::string number = std::string("123456789").substr(0, count);
+    for (unsigned asked = 0; asked <= 8; ++asked) {
+      for (const char behind : {' ', '\n', '.', '/', ':', 'a', '\0', '\xff'}) {
+        const Padded padded(number, behind);
+        vostrel::FixedDigits digits(asked);
+        // Behind eight digits nothing is looked at.
+        const bool fits = asked > 0 && (count == asked || (asked == 8 && count > 8));
+        ASSERT_EQ(digits.read(padded.text().data()), fits) << number << " as " << asked;
+        if (fits) {
+          EXPECT_EQ(digits.value(), std::stoull(number.substr(0, asked)));
+          EXPECT_EQ(digits.count(), asked);
+        }
+      }
+    }
+  }
+}
+
 // ---- fields -------------------------------------------------------------------------------------
 
 struct Field {

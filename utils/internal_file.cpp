@@ -44,11 +44,17 @@ void take_usual_rows(LineReader& file, const Columns& columns) {
   const std::string_view lines = file.lines();
   const char* line = lines.data();
   const char* const lines_end = line + lines.size();
+  vostrel::FixedDigits number(0);
   while (line != lines_end) {
-    const vostrel::internal::Digits number = vostrel::internal::leading_digits(line);
-    const char* field = line + number.count;
-    if (number.count == 0 || *field != ' ') break;
-    id[count] = static_cast<int>(number.value);
+    // IDs seldom get longer. Taking the last one's length for granted until it is found wrong
+    // spares the processor waiting for the length before it can go on to the values.
+    if (!number.read(line)) {
+      number = vostrel::FixedDigits(vostrel::internal::leading_digits(line).count);
+      if (!number.read(line)) break;
+    }
+    const char* field = line + number.count();
+    if (*field != ' ') break;
+    id[count] = static_cast<int>(number.value());
     const char* end = vostrel::read_plain_decimal(++field, zspec[count]);
     if (end == nullptr || *end != ' ') end = vostrel::read_field(field, ' ', zspec[count]);
     if (end == nullptr || *end != ' ') break;
