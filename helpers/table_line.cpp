@@ -49,20 +49,22 @@ const char* internal::skip_some_commas(const char* text, int count) {
   std::uint64_t comma_before = 0x80;  // the line's start is no better than a comma
   while (true) {
     const std::uint64_t word = load_word(text);
-    std::uint64_t commas = places_of(word, ',');
+    const std::uint64_t commas = places_of(word, ',');
+    // What must not be passed: two commas together, and control characters, the line's end above
+    // all, which have neither of two bits set (nor have some other bytes, which do no harm here).
+    const std::uint64_t obstacles =
+        (commas & (commas << 8 | comma_before)) | (~(word | word << 1) & repeat_byte(0x40));
     const int found = count_places(commas);
-    std::uint64_t passed = ~std::uint64_t{0};  // the bytes up to the comma that is looked for
     if (found >= count) {
       std::uint64_t last = commas;
       for (int k = 1; k < count; ++k) last &= last - 1;
-      passed = last ^ (last - 1);
+      const std::uint64_t passed = last ^ (last - 1);  // all bits up to the comma looked for
+      if ((obstacles & passed) != 0) return nullptr;
+      return text + (std::countr_zero(last) + 1) / 8;
     }
-    const std::uint64_t ends = places_of(word, '\n') | places_of(word, '\0');
-    const std::uint64_t empty = commas & (commas << 8 | comma_before);
-    if (((ends | empty) & passed) != 0) return nullptr;
-    if (found >= count) return text + (std::countr_one(passed) + 7) / 8;
+    if (obstacles != 0) return nullptr;
     count -= found;
-    comma_before = commas >> 63 << 7;
+    comma_before = commas >> 56;
     text += 8;
   }
 }

@@ -22,8 +22,10 @@ const char* skip_some_commas(const char* text, int count);
 
 /// A fast way to the field behind `count` commas of the line that starts at `text`.
 ///
-/// @return the start of that field; nullptr when the line ends earlier, or when two commas meet or
-///         one begins the line on the way there: field_at knows what to do then.
+/// @return the start of that field; nullptr when the line ends earlier, or when something unusual
+/// is
+///         on the way there (two commas together or one at the line's start, a tab or another
+///         control character): field_at knows what to do then.
 /// Precondition: the text ends with a newline or a NUL with kTextPadding readable bytes behind it.
 inline const char* skip_commas(const char* text, int count) {
   return count == 0 ? text : internal::skip_some_commas(text, count);

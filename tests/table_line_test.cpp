@@ -76,7 +76,8 @@ TEST(FieldAt, IsQuickAtTheLargestPosition) {
 std::optional<std::size_t> skip_by_walking(const std::string& line, int count) {
   std::size_t place = 0;
   for (; count > 0; ++place) {
-    if (place == line.size() || line[place] == '\n' || line[place] == '\0') return std::nullopt;
+    if (place == line.size() || (line[place] & 0x60) == 0)
+      return std::nullopt;  // a control character
     if (line[place] != ',') continue;
     if (place == 0 || line[place - 1] == ',') return std::nullopt;
     --count;
