@@ -30,7 +30,12 @@ void RowNumber::take_thousands() {
   units_ = static_cast<std::uint32_t>((number_ % 1000 + 1000) % 1000);
 }
 
-RowWriter::RowWriter(const char* name) : file_(name), block_(kBlock) {}
+RowWriter::RowWriter(const char* name) : block_(kBlock) {
+  // Without a buffer of its own the stream can't keep rows whose writing failed, and write them a
+  // second time when it is closed.
+  file_.rdbuf()->pubsetbuf(nullptr, 0);
+  file_.open(name);
+}
 
 void RowWriter::append(const double* first, const double* second, std::size_t count) {
   for (std::size_t done = 0; done < count;) {
