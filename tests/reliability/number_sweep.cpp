@@ -1,0 +1,244 @@
+// Number text in bulk: reading gives the bits of std::atof and the integer of std::atoi, writing
+// the text of a stream in its default state.
+//
+//     number_sweep STRINGS DOUBLES
+//
+// A stream would take most of the time, so the yardstick of writing is snprintf's "%.6g", and one
+// number in a hundred is written by a stream too: the three must agree.
+
+#include <array>
+#include <bit>
+#include <charconv>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+#include "helpers/number_text.h"
+#include "runs.h"
+
+namespace {
+
+// xorshift64*: a few instructions a number, and good enough to draw from.
+class Fast {
+ public:
+  explicit Fast(std::uint64_t seed) : state_(seed * 2 + 1) {}
+  std::uint64_t bits() {
+    state_ ^= state_ >> 12;
+    state_ ^= state_ << 25;
+    state_ ^= state_ >> 27;
+    return state_ * 2685821657736338717u;
+  }
+  std::uint64_t below(std::uint64_t count) { return (bits() >> 32) * count >> 32; }
+  bool one_in(std::uint64_t count) { return below(count) == 0; }
+
+ private:
+  std::uint64_t state_;
+};
+
+// A text with room behind it for what may follow it in a line.
+struct Text {
+  std::array<char, 160> at;
+  std::size_t size = 0;
+  void add(char c) { at[size++] = c; }
+  void add(std::string_view text) {
+    std::memcpy(at.data() + size, text.data(), text.size());
+    size += text.size();
+  }
+  std::string_view view() const { return {at.data(), size}; }
+};
+
+void add_digits(Fast& fast, Text& text, std::uint64_t count) {
+  for (; count > 0; --count) text.add(static_cast<char>('0' + fast.below(10)));
+}
+
+// Digits, a point, digits, as most fields are.
+void add_usual(Fast& fast, Text& text) {
+  if (fast.one_in(4)) text.add('-');
+  add_digits(fast, text, fast.below(10));
+  if (!fast.one_in(8)) text.add('.');
+  add_digits(fast, text, fast.below(11));
+}
+
+// Up to 25 digits on each side, and an exponent.
+void add_long(Fast& fast, Text& text) {
+  if (fast.one_in(4)) text.add(fast.one_in(2) ? '-' : '+');
+  add_digits(fast, text, fast.below(26));
+  text.add('.');
+  add_digits(fast, text, fast.below(26));
+  if (fast.one_in(2)) {
+    text.add(fast.one_in(2) ? 'e' : 'E');
+    if (fast.one_in(2)) text.add(fast.one_in(2) ? '-' : '+');
+    add_digits(fast, text, 1 + fast.below(3));
+  }
+}
+
+// The shortest text of a number of any bits.
+void add_any_number(Fast& fast, Text& text) {
+  char* const begin = text.at.data() + text.size;
+  const double value = std::bit_cast<double>(fast.bits());
+  text.size += static_cast<std::size_t>(std::to_chars(begin, begin + 40, value).ptr - begin);
+}
+
+// The middle between two neighbouring numbers, to the last digit or with one more or less.
+void add_middle(Fast& fast, Text& text) {
+  const double value =
+      std::ldexp(static_cast<double>(fast.bits() >> 11), static_cast<int>(fast.below(60)) - 70);
+  const auto next = static_cast<long double>(std::nextafter(value, 1e300));
+  std::array<char, 120> exact{};
+  std::snprintf(exact.data(), exact.size(), "%.90Lf", (static_cast<long double>(value) + next) / 2);
+  std::string_view middle(exact.data());
+  text.add(middle);
+  if (fast.one_in(3)) text.add('1');
+  if (fast.one_in(3)) --text.size;
+}
+
+// What a fuzzer would come up with.
+void add_odd(Fast& fast, Text& text) {
+  static constexpr std::string_view kPieces[] = {
+      "nan", "NAN", "nan(", ")",   "inf", "INF",    "infinity",    "Infinit", "0x",
+      "0X",  "p",   "P+",   "e",   "E-",  "+",      "-",           ".",       " ",
+      "\t",  "\r",  "\v",   "\f",  "0",   "00",     "1",           "9",       "a",
+      "F",   "x",   "308",  "309", "324", "999999", "000000000000"};
+  for (std::uint64_t i = 1 + fast.below(6); i > 0; --i) {
+    text.add(kPieces[fast.below(std::size(kPieces))]);
+  }
+}
+
+Text draw_text(Fast& fast) {
+  Text text;
+  if (fast.one_in(16)) text.add(fast.one_in(2) ? ' ' : '\t');
+  switch (fast.below(16)) {
+    case 0:
+    case 1:
+      add_long(fast, text);
+      break;
+    case 2:
+      add_any_number(fast, text);
+      break;
+    case 3:
+      fast.one_in(20) ? add_middle(fast, text) : add_long(fast, text);
+      break;
+    case 4:
+    case 5:
+      add_odd(fast, text);
+      break;
+    default:
+      add_usual(fast, text);
+  }
+  if (fast.one_in(16)) text.add(fast.one_in(2) ? ' ' : 'x');
+  return text;
+}
+
+std::uint64_t bits_of(double value) { return std::bit_cast<std::uint64_t>(value); }
+
+bool read_alike(Fast& fast) {
+  Text text = draw_text(fast);
+  const std::size_t size = text.size;
+  static constexpr char kEnds[] = {',', ' ', '\n', '\0'};
+  text.add(kEnds[fast.below(4)]);
+  const std::uint64_t behind = fast.one_in(2) ? fast.bits() : 0x3938373635343332;
+  std::memcpy(text.at.data() + text.size, &behind, sizeof behind);
+  std::memcpy(text.at.data() + text.size + sizeof behind, &behind, sizeof behind);
+  const std::string_view field(text.at.data(), size);
+  const double value = vostrel::read_double(field);
+  const int integer = vostrel::read_int(field);
+
+  text.at[size] = '\0';
+  if (bits_of(value) == bits_of(std::atof(text.at.data())) &&
+      integer == std::atoi(text.at.data())) {
+    return true;
+  }
+  std::cout << "DIFFERENCE in reading [" << field << "]: " << value << ", " << integer << std::endl;
+  return false;
+}
+
+constexpr std::array<double, 23> kPowers = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                            1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                            1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+// Six digits and a five, anywhere from 1e-11 to 1e11, exact or rounded.
+double draw_tie(Fast& fast) {
+  const auto digits = static_cast<double>((100000 + fast.below(900000)) * 10 + 5);
+  const double power = kPowers[fast.below(18)];
+  double tie = fast.one_in(3) ? digits * power : digits / power;
+  if (fast.one_in(2)) tie = std::nextafter(tie, fast.one_in(2) ? 0 : 1e300);
+  return fast.one_in(8) ? -tie : tie;
+}
+
+double draw_number(Fast& fast) {
+  switch (fast.below(4)) {
+    case 0:
+      return std::bit_cast<double>(fast.bits());
+    case 1: {  // from 2^-17, below 1e-5, to 2^24, above 1e7
+      const std::uint64_t exponent = 1023 - 17 + fast.below(41);
+      return std::bit_cast<double>((fast.bits() & 0x800fffffffffffff) | exponent << 52);
+    }
+    case 2: {  // four to nine decimals
+      const std::uint64_t decimals = 4 + fast.below(6);
+      const auto digits = static_cast<double>(fast.bits() >> (20 + fast.below(40)));
+      return digits / kPowers[decimals];
+    }
+    default:
+      return draw_tie(fast);
+  }
+}
+
+bool write_alike(double value, bool by_stream_too, std::ostringstream& stream) {
+  std::array<char, vostrel::kNumberRoom> room;
+  const char* const end = vostrel::write_double(value, room.data());
+  const std::string_view text(room.data(), static_cast<std::size_t>(end - room.data()));
+  std::array<char, 40> yardstick;
+  const int size = std::snprintf(yardstick.data(), yardstick.size(), "%.6g", value);
+  const std::string_view expected(yardstick.data(), static_cast<std::size_t>(size));
+  bool alike = text == expected;
+  if (by_stream_too) {
+    stream.str("");
+    stream << value;
+    alike = alike && stream.view() == expected;
+  }
+  if (!alike) {
+    std::cout << "DIFFERENCE in writing " << std::hexfloat << value << ": " << text << " for "
+              << expected << std::endl;
+  }
+  return alike;
+}
+
+double since(std::chrono::steady_clock::time_point begin) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+int run(std::uint64_t strings, std::uint64_t doubles) {
+  Fast fast(chosen_seed());
+  const auto begin = std::chrono::steady_clock::now();
+  for (std::uint64_t i = 0; i < strings; ++i) {
+    if (!read_alike(fast)) return 1;
+  }
+  std::cout << strings << " strings read, no difference, " << since(begin) << " s" << std::endl;
+
+  const auto middle = std::chrono::steady_clock::now();
+  std::ostringstream stream;
+  std::uint64_t by_stream = 0;
+  for (std::uint64_t i = 0; i < doubles; ++i) {
+    const bool by_stream_too = i % 100 == 0;
+    by_stream += by_stream_too;
+    if (!write_alike(draw_number(fast), by_stream_too, stream)) return 1;
+  }
+  std::cout << doubles << " doubles written, " << by_stream
+            << " of them by a stream too, no difference, " << since(middle) << " s" << std::endl;
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  if (argc != 3) {
+    std::cout << "usage: number_sweep STRINGS DOUBLES" << std::endl;
+    return 2;
+  }
+  return run(std::strtoull(argv[1], nullptr, 10), std::strtoull(argv[2], nullptr, 10));
+}

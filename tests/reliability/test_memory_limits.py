@@ -1,0 +1,66 @@
+"""Less and less memory: a run ends by the standard termination or is finished, with nothing wrong.
+
+Below a few mebibytes the system can't even load the program. What it makes of that is its own
+affair, as long as the program has said and touched nothing.
+"""
+
+import os
+import resource
+
+import pytest
+from conftest import ABORTED, RUN
+
+KIBIBYTE = 1 << 10
+MEBIBYTE = 1 << 20
+# Finer in the campaign.
+STEP = int(os.environ.get("VOSTREL_MEMORY_STEP") or 512 * KIBIBYTE)
+
+TABLES = {
+    "a few rows": ("0.1,0.12\n0.2,0.19\n0.3,0.33\n", RUN),
+    "many rows": ("".join(f"0.{i},0.{i + 7}\n" for i in range(100000)), RUN),
+    "a long first line": ("1,2," + "3," * (3 * MEBIBYTE) + "4\n5,6\n", RUN),
+    "a long header": ("a" * (6 * MEBIBYTE) + ",b\n1,2\n", [*RUN[:3], "1", *RUN[4:]]),
+    "a long number": ("1,0." + "3" * (6 * MEBIBYTE) + "\n5,6\n", RUN),
+    "a long line behind rows": ("1,2\n" * 30000 + "x" * (6 * MEBIBYTE) + ",7\n5,6\n", RUN),
+}
+
+
+def limits():
+    """From nothing to much more than any of the tables needs, in steps that grow."""
+    limit = 512 * KIBIBYTE
+    while limit < 128 * MEBIBYTE:
+        yield limit
+        limit += STEP if limit < 16 * MEBIBYTE else 10 * STEP
+
+
+@pytest.mark.parametrize("kind", [resource.RLIMIT_AS, resource.RLIMIT_DATA], ids=["all", "data"])
+@pytest.mark.parametrize("name", TABLES)
+def test_a_run_short_of_memory_is_finished_or_ends_by_the_standard_termination(vostrel, name, kind):
+    text, arguments = TABLES[name]
+    vostrel.write("table.csv", text)
+    whole = vostrel(*arguments)
+    assert whole.returncode == 0
+    expected = vostrel.files()
+    ends = []
+    for limit in limits():
+        for file in expected:
+            (vostrel.folder / file).unlink(missing_ok=True)
+        run = vostrel(
+            *arguments, preexec_fn=lambda limit=limit: resource.setrlimit(kind, (limit, limit))
+        )
+        files = vostrel.files()
+        if run.returncode == 0:
+            assert run.stdout == whole.stdout
+            assert files == expected
+        elif run.stdout == b"":
+            assert files == {}
+        else:
+            assert run.returncode == ABORTED
+            assert b"std::bad_alloc" in run.stderr
+            assert whole.stdout.startswith(run.stdout)
+            for file, text in files.items():
+                assert expected[file].startswith(text)
+                assert text == b"" or text.endswith(b"\n")
+        ends.append(run.returncode)
+    assert ends[-1] == 0
+    assert any(end != 0 for end in ends)
