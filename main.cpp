@@ -16,10 +16,12 @@ namespace {
 
 constexpr int kAborted = -1;  // the shell sees 255
 
-// An interrupt ends the run as a wish of the user's, not as a failure. The message goes through the
-// same buffer as everything else, which main has detached from stdio: its lock could be held by the
-// very line that was interrupted. For the same reason the way out is _Exit. Nothing is lost by that,
-// as the message's flush leaves nothing behind and nobody has asked to be called at the end.
+// Ends the run with status 0: an interrupt is what the user wants, not a failure.
+//
+// The line that is interrupted may hold stdio's lock, and exit() would take that lock as well:
+// either way the handler could wait for ever. So main has detached std::cout from stdio, and the
+// way out is _Exit. It leaves out nothing that exit() would do here: the only stream that is ever
+// used was flushed by the line before, and nothing is registered to be called at the end.
 void signal_handler(int /*signal*/) {
   std::cout << "SIGINT catched!" << std::endl;
   std::_Exit(0);
@@ -82,17 +84,31 @@ void print_report(const UTILS& run) {
   std::cout << "Data size  = " << run.getDataSize() << std::endl;
   std::cout << std::endl;
   std::cout << "Statistics:" << std::endl;
-  vostrel::write_statistics(
-      std::cout, {run.getBias(), run.getSigma(), run.getRMS(), run.getMAD(), run.getNMAD(),
-                  run.getMADDeltaz(), run.getOutliersConstant(), run.getOutliers1(),
-                  run.getOutliers2(), run.getOutliers3(), run.getOutliers4()});
+  vostrel::write_statistics(std::cout, {.bias = run.getBias(),
+                                        .sigma = run.getSigma(),
+                                        .rms = run.getRMS(),
+                                        .mad = run.getMAD(),
+                                        .nmad = run.getNMAD(),
+                                        .madDelta = run.getMADDeltaz(),
+                                        .outliersConstant = run.getOutliersConstant(),
+                                        .outliers1 = run.getOutliers1(),
+                                        .outliers2 = run.getOutliers2(),
+                                        .outliers3 = run.getOutliers3(),
+                                        .outliers4 = run.getOutliers4()});
   std::cout << std::endl;
-  vostrel::write_normalized_statistics(
-      std::cout,
-      {run.getBiasNorm(), run.getSigmaNorm(), run.getRMSNorm(), run.getMADNorm(), run.getNMADNorm(),
-       run.getMADDeltazNorm(), run.getOutliersConstantNorm(), run.getOutliers1Norm(),
-       run.getOutliers2Norm(), run.getOutliers3Norm(), run.getOutliers4Norm()},
-      "MAD(Delta_norm)       = ");
+  vostrel::write_normalized_statistics(std::cout,
+                                       {.bias = run.getBiasNorm(),
+                                        .sigma = run.getSigmaNorm(),
+                                        .rms = run.getRMSNorm(),
+                                        .mad = run.getMADNorm(),
+                                        .nmad = run.getNMADNorm(),
+                                        .madDelta = run.getMADDeltazNorm(),
+                                        .outliersConstant = run.getOutliersConstantNorm(),
+                                        .outliers1 = run.getOutliers1Norm(),
+                                        .outliers2 = run.getOutliers2Norm(),
+                                        .outliers3 = run.getOutliers3Norm(),
+                                        .outliers4 = run.getOutliers4Norm()},
+                                       "MAD(Delta_norm)       = ");
   std::cout << std::endl;
 }
 
@@ -115,7 +131,7 @@ int run_statistics(int headerFlag, const char* input, const char* output, int co
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  std::ios_base::sync_with_stdio(false);  // for signal_handler's sake
+  std::ios_base::sync_with_stdio(false);  // see signal_handler
   print_banner();
   if (argc > 7) return abort_run("too many arguments on command line. Program Aborted");
   if (argc < 2) return print_usage();

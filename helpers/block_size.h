@@ -1,3 +1,5 @@
+// The size of the pieces in which files are read.
+
 #ifndef VOSTREL_HELPERS_BLOCK_SIZE_H
 #define VOSTREL_HELPERS_BLOCK_SIZE_H
 

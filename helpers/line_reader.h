@@ -46,8 +46,8 @@ class LineReader {
   void take_until(const char* position) { begin_ = position; }
 
  private:
-  std::ifstream file_;
   std::vector<char> stream_buffer_;  // what one read of the file can bring
+  std::ifstream file_;               // uses it, so stands behind it
   std::vector<char> text_;           // the text that was read, in one piece, padding behind it
   const char* begin_;                // of the text that was read and not taken
   const char* lines_end_;            // of its whole lines

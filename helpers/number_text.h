@@ -17,6 +17,7 @@
 #include <string_view>
 
 #include "helpers/byte_words.h"
+#include "helpers/digits.h"
 
 namespace vostrel {
 
@@ -34,55 +35,8 @@ namespace internal {
 /// 10^0 to 10^9: exact as doubles.
 inline constexpr std::array<double, 10> kPowersOfTen = {1e0, 1e1, 1e2, 1e3, 1e4,
                                                         1e5, 1e6, 1e7, 1e8, 1e9};
-inline bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-/// The eight characters at `text`, '0' becoming 0 and so on, and where they are not digits: the top
-/// bit of the first such byte is set in `others`, no bit below it, and what is above means nothing.
-struct DigitWord {
-  std::uint64_t word;
-  std::uint64_t others;
-};
-
-inline DigitWord load_digits(const char* text) {
-  const std::uint64_t word = load_word(text) ^ repeat_byte('0');
-  // A byte above 9 sets its top bit here. It may carry into the bytes behind it, which is harmless.
-  return {word, (word | (word + repeat_byte(0x76))) & repeat_byte(0x80)};
-}
-
-/// The number that eight digits make, the first one (in the lowest byte) counting most.
-inline std::uint64_t join_digits(std::uint64_t word) {
-  // Neighbours make four numbers below 100, and two multiplications put those in their places.
-  word = word * 10 + (word >> 8);
-  constexpr std::uint64_t kEveryFourth = 0x000000ff000000ff;
-  const std::uint64_t upper = (word & kEveryFourth) * (100 + (std::uint64_t{1000000} << 32));
-  const std::uint64_t lower = ((word >> 16) & kEveryFourth) * (1 + (std::uint64_t{10000} << 32));
-  return (upper + lower) >> 32;
-}
-
-/// Up to eight decimal digits at the start of a text.
-struct Digits {
-  std::uint64_t value;
-  unsigned count;
-};
-
-/// Reads the digits at `text`, eight at the most, as a whole number.
-inline Digits leading_digits(const char* text) {
-  auto [word, others] = load_digits(text);
-  if (others == 0) return {join_digits(word), 8};
-  const auto bits = static_cast<unsigned>(std::countr_zero(others));  // 7, 15, ... 63
-  if (bits == 7) return {0, 0};
-  // The digits move to the end of the word, so that zeros stand in front of them.
-  return {join_digits(word << (71 - bits)), bits / 8};
-}
-
-/// Reads the digits at `text`, eight at the most, as decimals: their number of 10^-8.
-inline Digits leading_decimals(const char* text) {
-  const auto [word, others] = load_digits(text);
-  // Only the bytes below the first that is no digit are kept: zeros stand behind the digits.
-  const std::uint64_t kept = ((others & (0 - others)) >> 7) - 1;
-  return {join_digits(word & kept), static_cast<unsigned>(std::countr_zero(others)) / 8};
-}
-
+// What the functions below leave to the standard library.
 double read_any_double(std::string_view text);
 int read_any_int(std::string_view text);
 char* write_any_double(double value, char* out);
@@ -130,38 +84,6 @@ inline const char* read_plain_decimal(const char* text, double& value) {
   return text;
 }
 
-/// Reads whole numbers of a given length, from 1 to 8 digits.
-class FixedDigits {
- public:
-  /// @param count  the length; with 0 no text is read.
-  explicit FixedDigits(unsigned count)
-      : count_(count),
-        shift_(count == 0 ? 0 : 64 - 8 * count),
-        end_(count == 0 ? 0 : mark(count)) {}
-
-  /// Reads the number at `text`, if it has just that many digits in front of something else (eight
-  /// digits may go on behind them). Precondition: kTextPadding bytes are readable there.
-  bool read(const char* text) {
-    const auto [word, others] = internal::load_digits(text);
-    value_ = internal::join_digits(word << shift_);
-    return (others & (0 - others)) == end_ && count_ != 0;
-  }
-
-  std::uint64_t value() const { return value_; }
-  unsigned count() const { return count_; }
-
- private:
-  // Where load_digits marks the first byte that is no digit.
-  static std::uint64_t mark(unsigned count) {
-    return count == 8 ? 0 : std::uint64_t{0x80} << (8 * count);
-  }
-
-  unsigned count_;
-  unsigned shift_;
-  std::uint64_t end_;
-  std::uint64_t value_ = 0;
-};
-
 /// Reads the number in the field that begins at `text`, whatever its shape, and ends in front of
 /// the first `separator` or newline.
 ///
@@ -169,6 +91,14 @@ class FixedDigits {
 ///         field; or nullptr when the field is empty, holds a NUL, or is longer than kShortText.
 /// Precondition: the text ends with a newline or a NUL, with kTextPadding readable bytes behind it.
 const char* read_field(const char* text, char separator, double& value);
+
+/// Reads the number in a field that must end in front of `separator`: as read_field, but nullptr as
+/// well when the line ends first; and fast when the field is a plain decimal number.
+inline const char* read_field_before(const char* text, char separator, double& value) {
+  const char* end = read_plain_decimal(text, value);
+  if (end == nullptr || *end != separator) end = read_field(text, separator, value);
+  return end != nullptr && *end == separator ? end : nullptr;
+}
 
 /// The number at the start of `text`, the same bits as std::atof of a copy of it: leading white
 /// space is skipped, the longest numeric prefix counts, 0 when there is none.
@@ -185,7 +115,7 @@ inline double read_double(std::string_view text) {
 /// undefined (beyond the int range), the value is what the C library makes of it.
 /// Precondition: as for read_double.
 inline int read_int(std::string_view text) {
-  const internal::Digits digits = internal::leading_digits(text.data());
+  const Digits digits = leading_digits(text.data());
   if (digits.count != 0 && static_cast<unsigned char>(*(text.data() + digits.count)) < '0') {
     return static_cast<int>(digits.value);
   }
@@ -197,10 +127,9 @@ namespace internal {
 /// What turns the numbers of one binade (those with the same binary exponent) into six digits
 /// before the point.
 struct Binade {
-  std::size_t decade;  // the decade of the smallest of them, counted from 10^-5
-  double next_decade;  // from here on it is one higher
-  std::array<double, 2>
-      scale;  // 10^5 divided by the power of ten, below next_decade and from it on
+  std::size_t decade;           // the decade of the smallest of them, counted from 10^-5
+  double next_decade;           // from here on it is one higher
+  std::array<double, 2> scale;  // 10^5 over the power of ten, below next_decade and from it on
 };
 
 /// The binades from 2^-14 to just below 2^20.
@@ -224,20 +153,6 @@ struct Binades {
   }
 };
 inline constexpr Binades kBinades;
-
-/// The three digits of each number below 1000 as characters, the first one lowest, and in the top
-/// byte how many of them there are up to the last one that is not 0.
-struct Triples {
-  std::array<std::uint32_t, 1000> of{};
-
-  constexpr Triples() {
-    for (std::uint32_t n = 0; n < 1000; ++n) {
-      const std::uint32_t significant = n % 10 != 0 ? 3 : n % 100 != 0 ? 2 : n != 0 ? 1 : 0;
-      of[n] = (n / 100 | n / 10 % 10 << 8 | n % 10 << 16 | significant << 24) + 0x303030;
-    }
-  }
-};
-inline constexpr Triples kTriples;
 
 /// Where the digits of a decade's numbers go, from 10^-5 on. Told by a table, since a branch on the
 /// decade would be guessed wrong too often in a column of values about 1.

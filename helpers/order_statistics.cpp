@@ -75,8 +75,7 @@ std::optional<Neighbours> confirm(Range range, std::size_t rank, Key key, double
   return Neighbours{rank > less ? value : largest_less, value};
 }
 
-// ---- in four passes, whatever the data
-// ------------------------------------------------------------
+// ---- in four passes, whatever the data ----
 
 constexpr std::uint64_t kSignBit = std::uint64_t{1} << 63;
 
@@ -108,8 +107,7 @@ double select_by_counting(Range range, std::size_t rank, Key key) {
   return number_of(found);
 }
 
-// ---- in one pass, for nearly all data
-// -------------------------------------------------------------
+// ---- in one pass, for nearly all data ----
 
 // Two numbers, low < high, between which the key of some rank is likely to be found.
 struct Bracket {
@@ -117,13 +115,13 @@ struct Bracket {
   double high;
 };
 
-// Takes a bracket from a sample: a key from each of 4,096 to 65,536 equal parts of the range, at a
+// Takes a bracket from a sample: a key from each of 2,048 to 65,536 equal parts of the range, at a
 // place in the part that no pattern of the data will follow. The rank within the sample strays by
 // half the square root of its size at the most (one standard deviation); the bracket allows for
 // four of those. Nothing when a not-a-number turns up.
 template <class Key>
 std::optional<Bracket> take_bracket(Range range, std::size_t rank, Key key) {
-  const std::size_t count = std::min<std::size_t>(range.size() / 64, 65536);
+  const std::size_t count = std::clamp<std::size_t>(range.size() / 64, 2048, 65536);
   const std::size_t part = range.size() / count;
   std::vector<double> sample(count);
   std::uint64_t state = 1;
@@ -185,8 +183,7 @@ Partition partition(Range range, Key key, Bracket bracket) {
   return {below, inside, std::move(collected), true};
 }
 
-// ---- the selection
-// --------------------------------------------------------------------------------
+// ---- the selection ----
 
 // The keys of `rank` and of the rank before it, but for the sign of a zero. Nothing when there is a
 // not-a-number in the range.

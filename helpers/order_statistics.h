@@ -15,8 +15,8 @@ namespace vostrel {
 //         if (a[j] > a[j + 1]) swap(a[j], a[j + 1]);
 //
 // namely the middle value, or for even n half the sum of the upper and the lower middle value.
-// They read the values in place and need scratch space for n / 8 numbers at most, beyond the first
-// thousands.
+// They read the values in place. The scratch space they need is a copy below 65,536 values, and
+// from there on room for n / 8 numbers and a megabyte at the most.
 //
 // Without not-a-numbers that is the ascending order, equal values (which differ at most in the sign
 // of a zero) in the order in which they came. A comparison with a not-a-number is false, so it is

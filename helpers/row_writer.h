@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "helpers/byte_words.h"
-#include "helpers/number_text.h"
+#include "helpers/digits.h"
 
 namespace vostrel {
 
@@ -24,7 +24,7 @@ class RowNumber {
   char* write(char* out) const {
     if (number_ < 1000) return write_whole(out);
     store_word(out, thousands_);
-    store_word(out + thousands_size_, internal::kTriples.of[units_]);
+    store_word(out + thousands_size_, kTriples.of[units_]);
     return out + thousands_size_ + 3;
   }
 

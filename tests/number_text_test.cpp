@@ -495,19 +495,24 @@ TEST(ReadDouble, OfRandomNumberLikeTextsIsAtofs) {
   }
 }
 
-TEST(FixedDigits, ReadsNumbersOfItsLengthAndNoOthers) {
-  for (unsigned count = 0; count <= 9; ++count) {
-    const std::string number = std::string("123456789").substr(0, count);
-    for (unsigned asked = 0; asked <= 8; ++asked) {
+TEST(SteadyDigits, ReadsNumbersOfAnyLengthOneAfterAnother) {
+  for (unsigned before = 0; before <= 9; ++before) {
+    for (unsigned count = 0; count <= 9; ++count) {
       for (const char behind : {' ', '\n', '.', '/', ':', 'a', '\0', '\xff'}) {
+        vostrel::SteadyDigits digits;
+        std::uint64_t value = 0;
+        const Padded first(std::string("987654321").substr(0, before), ' ');
+        digits.read(first.text().data(), value);
+
+        const std::string number = std::string("123456789").substr(0, count);
         const Padded padded(number, behind);
-        vostrel::FixedDigits digits(asked);
-        // Behind eight digits nothing is looked at.
-        const bool fits = asked > 0 && (count == asked || (asked == 8 && count > 8));
-        ASSERT_EQ(digits.read(padded.text().data()), fits) << number << " as " << asked;
-        if (fits) {
-          EXPECT_EQ(digits.value(), std::stoull(number.substr(0, asked)));
-          EXPECT_EQ(digits.count(), asked);
+        const char* const end = digits.read(padded.text().data(), value);
+        if (count == 0) {
+          ASSERT_EQ(end, nullptr);
+        } else {
+          ASSERT_EQ(end - padded.text().data(), std::min(count, 8U))
+              << number << " after " << before;
+          ASSERT_EQ(value, std::stoull(number.substr(0, 8))) << number << " after " << before;
         }
       }
     }

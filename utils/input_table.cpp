@@ -1,6 +1,5 @@
 // The input table reader: the user's comma-separated table becomes the intermediate file.
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
@@ -47,9 +46,8 @@ void append_usual_rows(LineReader& table, int col1, int col2, RowWriter& rows) {
   while (line != lines_end) {
     const char* field = vostrel::skip_commas(line, col1 - 1);
     if (field == nullptr) break;
-    const char* end = vostrel::read_plain_decimal(field, first[count]);
-    if (end == nullptr || *end != ',') end = vostrel::read_field(field, ',', first[count]);
-    if (end == nullptr || *end != ',') break;
+    const char* end = vostrel::read_field_before(field, ',', first[count]);
+    if (end == nullptr) break;
     field = vostrel::skip_commas(end + 1, col2 - col1 - 1);
     if (field == nullptr) break;
     end = vostrel::read_plain_decimal(field, second[count]);
@@ -114,7 +112,7 @@ int UTILS::loadInputFile() {
     std::cout << std::endl;
     std::cout << "header = " << header << std::endl;
   }
-  int columns = 1;
+  long long columns = 1;
   while (head.get(c) && c != '\n') columns += c == ',';
   head.close();
   std::cout << "col number " << columns << std::endl;

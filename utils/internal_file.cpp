@@ -9,6 +9,7 @@
 #include <iostream>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "helpers/line_reader.h"
 #include "helpers/number_text.h"
@@ -44,23 +45,15 @@ void take_usual_rows(LineReader& file, const Columns& columns) {
   const std::string_view lines = file.lines();
   const char* line = lines.data();
   const char* const lines_end = line + lines.size();
-  vostrel::FixedDigits number(0);
+  vostrel::SteadyDigits ids;
   while (line != lines_end) {
-    // IDs seldom get longer. Taking the last one's length for granted until it is found wrong
-    // spares the processor waiting for the length before it can go on to the values.
-    if (!number.read(line)) {
-      number = vostrel::FixedDigits(vostrel::internal::leading_digits(line).count);
-      if (!number.read(line)) break;
-    }
-    const char* field = line + number.count();
-    if (*field != ' ') break;
-    id[count] = static_cast<int>(number.value());
-    const char* end = vostrel::read_plain_decimal(++field, zspec[count]);
-    if (end == nullptr || *end != ' ') end = vostrel::read_field(field, ' ', zspec[count]);
+    std::uint64_t number;
+    const char* end = ids.read(line, number);
     if (end == nullptr || *end != ' ') break;
-    field = end + 1;
-    end = vostrel::read_plain_decimal(field, zphot[count]);
-    if (end == nullptr || *end != '\n') end = vostrel::read_field(field, '\n', zphot[count]);
+    id[count] = static_cast<int>(number);
+    end = vostrel::read_field_before(end + 1, ' ', zspec[count]);
+    if (end == nullptr) break;
+    end = vostrel::read_field_before(end + 1, '\n', zphot[count]);
     if (end == nullptr) break;
     line = end + 1;
     if (++count == kAtOnce) deliver();
@@ -84,19 +77,38 @@ void take_any_row(std::string_view line, const Columns& columns) {
   columns.zphot.push_back(vostrel::read_double(line.substr(end + 1)));
 }
 
-// Makes room for the rows of the rest of the file, as many as there would be if they were as long
-// as those of its first block. They are a little longer as a rule, since the IDs grow.
-void reserve_for(const char* name, std::size_t rows_read, std::size_t bytes_read,
-                 const Columns& columns) {
-  std::error_code unknown;
-  const std::uintmax_t size = std::filesystem::file_size(name, unknown);
-  if (unknown || bytes_read == 0 || size <= bytes_read) return;
-  const double blocks = static_cast<double>(size) / static_cast<double>(bytes_read);
-  const auto rows = static_cast<std::size_t>(blocks * static_cast<double>(rows_read));
-  columns.id.reserve(columns.id.size() + rows);
-  columns.zspec.reserve(columns.zspec.size() + rows);
-  columns.zphot.reserve(columns.zphot.size() + rows);
-}
+// Reserves room for the rows of a file before they come, as doubling the vectors again and again
+// would copy all rows once more. The rest of the file is taken for rows as long as those read so
+// far; lest a head of short rows claim far too much, no more than 64 times as many are reserved at
+// once.
+class Room {
+ public:
+  Room(const char* name, const Columns& columns)
+      : columns_(columns), rows_before_(columns.id.size()) {
+    std::error_code unknown;
+    const std::uintmax_t size = std::filesystem::file_size(name, unknown);
+    if (!unknown) file_size_ = static_cast<double>(size);
+  }
+
+  // Reserves, if what is left may not be enough for as many rows as a block of text just held.
+  void provide(std::size_t block_bytes, std::size_t block_rows) {
+    bytes_ += static_cast<double>(block_bytes);
+    if (bytes_ == 0 || columns_.id.capacity() - columns_.id.size() >= 2 * block_rows) return;
+    const auto rows = static_cast<double>(columns_.id.size() - rows_before_);
+    const double expected = rows * std::min(file_size_ / bytes_, 64.0);
+    if (expected <= rows) return;
+    const std::size_t room = rows_before_ + static_cast<std::size_t>(expected) + 2 * block_rows;
+    columns_.id.reserve(room);
+    columns_.zspec.reserve(room);
+    columns_.zphot.reserve(room);
+  }
+
+ private:
+  const Columns& columns_;
+  std::size_t rows_before_;
+  double file_size_ = 0;
+  double bytes_ = 0;
+};
 
 }  // namespace
 
@@ -111,10 +123,10 @@ int UTILS::loadInternalFile() {
   std::cout << std::endl;
 
   const Columns columns{id, zspec, zphot};
-  const std::size_t rows_before = id.size();
-  bool first_block = true;
+  Room room(nameInternalFile, columns);
   while (file.fill()) {
     const std::size_t bytes = file.lines().size();
+    const std::size_t rows = id.size();
     take_usual_rows(file, columns);
     std::string_view line;
     while (file.next(line)) {
@@ -122,8 +134,7 @@ int UTILS::loadInternalFile() {
       take_any_row(line, columns);
       take_usual_rows(file, columns);
     }
-    if (first_block) reserve_for(nameInternalFile, id.size() - rows_before, bytes, columns);
-    first_block = false;
+    room.provide(bytes, id.size() - rows);
   }
   return 0;
 }

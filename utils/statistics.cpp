@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <limits>
 #include <new>
+#include <vector>
 
 #include "helpers/order_statistics.h"
 #include "helpers/outlier_counts.h"

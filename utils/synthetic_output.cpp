@@ -1,5 +1,6 @@
 // Synthetic output: what a caller needs to make a model's output column for a loaded data set.
 
+#include <cstddef>
 #include <cstdlib>
 #include <iostream>
 
