@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "helpers/line_reader.h"
+#include "helpers/number_copy.h"
 #include "helpers/number_text.h"
 #include "helpers/order_statistics.h"
 #include "helpers/table_line.h"
@@ -113,6 +114,32 @@ void write_number_by_stream(benchmark::State& state) {
   per_item(state, values.size());
 }
 BENCHMARK(write_number_by_stream);
+
+void copy_number(benchmark::State& state) {
+  const std::string text = text_of(redshifts(), static_cast<int>(state.range(0)));
+  const std::vector<std::string_view> lines = lines_of(text);
+  char copy[vostrel::kNumberRoom];
+  for (auto _ : state) {
+    for (const std::string_view line : lines) {
+      benchmark::DoNotOptimize(vostrel::copy_number(line.data(), ',', copy));
+    }
+  }
+  per_item(state, lines.size());
+}
+BENCHMARK(copy_number)->ArgName("decimals")->Arg(6)->Arg(8)->Arg(16);
+
+void copy_number_by_reading_and_writing(benchmark::State& state) {
+  const std::string text = text_of(redshifts(), static_cast<int>(state.range(0)));
+  const std::vector<std::string_view> lines = lines_of(text);
+  char copy[vostrel::kNumberRoom];
+  for (auto _ : state) {
+    for (const std::string_view line : lines) {
+      benchmark::DoNotOptimize(vostrel::write_double(vostrel::read_double(line), copy));
+    }
+  }
+  per_item(state, lines.size());
+}
+BENCHMARK(copy_number_by_reading_and_writing)->ArgName("decimals")->Arg(6)->Arg(8)->Arg(16);
 
 // The columns 10 and 11 of twelve.
 void find_field(benchmark::State& state) {

@@ -55,12 +55,29 @@ inline Digits leading_digits(const char* text) {
   return {join_digits(word << (71 - bits)), bits / 8};
 }
 
+/// The digits in front of the first byte that is none, zeros behind them.
+inline std::uint64_t digits_only(DigitWord digits) {
+  return digits.word & (((digits.others & (0 - digits.others)) >> 7) - 1);
+}
+
+/// How many digits stand in front of the first byte that is none.
+inline unsigned count_digits(DigitWord digits) {
+  return static_cast<unsigned>(std::countr_zero(digits.others)) / 8;
+}
+
 /// Reads the digits at `text`, eight at the most, as decimals: their number of 10^-8.
 inline Digits leading_decimals(const char* text) {
-  const auto [word, others] = load_digits(text);
-  // Only the bytes below the first that is no digit are kept: zeros stand behind the digits.
-  const std::uint64_t kept = ((others & (0 - others)) >> 7) - 1;
-  return {join_digits(word & kept), static_cast<unsigned>(std::countr_zero(others)) / 8};
+  const DigitWord digits = load_digits(text);
+  return {join_digits(digits_only(digits)), count_digits(digits)};
+}
+
+/// The first character from `text` on that is no digit.
+inline const char* skip_digits(const char* text) {
+  while (true) {
+    const unsigned count = count_digits(load_digits(text));
+    text += count;
+    if (count < 8) return text;
+  }
 }
 
 /// Reads whole numbers of one to eight digits, one after another, that seldom change their length.

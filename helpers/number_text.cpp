@@ -31,6 +31,13 @@ auto with_terminated_copy(std::string_view text, Convert convert) {
 
 }  // namespace
 
+const char* read_negative_decimal(const char* text, double& value) {
+  if (text[1] == '-') return nullptr;
+  const char* const end = read_plain_decimal(text + 1, value);
+  if (end != nullptr) value = -value;
+  return end;
+}
+
 double read_any_double(std::string_view text) {
   std::string_view number = text;
   number.remove_prefix(std::min(number.find_first_not_of(kWhiteSpace), number.size()));

@@ -36,6 +36,9 @@ namespace internal {
 inline constexpr std::array<double, 10> kPowersOfTen = {1e0, 1e1, 1e2, 1e3, 1e4,
                                                         1e5, 1e6, 1e7, 1e8, 1e9};
 
+// A plain decimal number behind a minus.
+const char* read_negative_decimal(const char* text, double& value);
+
 // What the functions below leave to the standard library.
 double read_any_double(std::string_view text);
 int read_any_int(std::string_view text);
@@ -55,13 +58,11 @@ char* write_any_double(double value, char* out);
 /// 2^53: it is a double, and so is 10^8, so that their quotient, rounded once by the division, is
 /// the double nearest to the decimal number. That is what std::atof returns.
 inline const char* read_plain_decimal(const char* text, double& value) {
-  using namespace internal;
-  const bool negative = *text == '-';
-  text += negative;
+  // What is usual (no sign, one digit before the point) is told by branches: guessed right, they
+  // let the processor go on to what stands behind the number before it has looked at it.
+  if (*text == '-') return internal::read_negative_decimal(text, value);
   std::uint64_t digits;
   if (text[1] == '.' && is_digit(text[0])) {
-    // One digit before the point is so common that it is worth being recognised: a branch that is
-    // guessed right lets the processor go on to the decimals before it has counted anything.
     const Digits decimals = leading_decimals(text + 2);
     digits = static_cast<std::uint64_t>(*text - '0') * 100000000 + decimals.value;
     text += 2 + decimals.count;
@@ -79,8 +80,7 @@ inline const char* read_plain_decimal(const char* text, double& value) {
     if (count == 0 || digits > std::uint64_t{1} << 53) return nullptr;
   }
   if (static_cast<unsigned char>(*text) >= '0') return nullptr;
-  const double magnitude = static_cast<double>(static_cast<std::int64_t>(digits)) / 1e8;
-  value = negative ? -magnitude : magnitude;
+  value = static_cast<double>(static_cast<std::int64_t>(digits)) / 1e8;
   return text;
 }
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <limits>
 
 #include "helpers/block_size.h"
-#include "helpers/number_text.h"
 
 namespace vostrel {
 
@@ -14,52 +14,45 @@ namespace {
 // Room for the rows of one block of an ordinary table, which then go out in one piece.
 constexpr std::size_t kBlock = 2 * kBlockSize;
 
-// A row number of at most eleven characters, two values, two blanks and a newline.
-constexpr std::size_t kRowRoom = 16 + 2 * kNumberRoom;
-
 }  // namespace
 
-char* RowNumber::write_whole(char* out) const { return std::to_chars(out, out + 16, number_).ptr; }
-
-void RowNumber::take_thousands() {
+char* RowNumber::write_another_way(char* out) {
+  const auto number = static_cast<std::int32_t>(static_cast<std::uint32_t>(base_) + units_);
+  if (number < 1000) {
+    base_ = number;
+    units_ = 0;
+    limit_ = 0;
+    return std::to_chars(out, out + 16, number).ptr;
+  }
+  // The thousands of this number, which serve up to the next multiple of 1000.
+  units_ = static_cast<std::uint32_t>(number % 1000);
+  base_ = number - number % 1000;
+  constexpr std::uint32_t kLast = std::numeric_limits<std::int32_t>::max();
+  limit_ = std::min<std::uint32_t>(1000, kLast - static_cast<std::uint32_t>(base_) + 1);
   std::array<char, 16> text{};
-  const char* const end = std::to_chars(text.data(), text.data() + text.size(), number_ / 1000).ptr;
+  const char* const end = std::to_chars(text.data(), text.data() + text.size(), base_ / 1000).ptr;
   thousands_ = load_word(text.data());
   thousands_size_ = static_cast<std::size_t>(end - text.data());
-  // Below 0 nothing is looked up, but the thousands must begin with a multiple of 1000 there too.
-  units_ = static_cast<std::uint32_t>((number_ % 1000 + 1000) % 1000);
+  return write(out);
 }
 
 RowWriter::RowWriter(const char* name) : block_(kBlock) {
+  static_assert(kRowRoom <= kBlock);
   // Without a buffer of its own the stream can't keep rows whose writing failed, and write them a
   // second time when it is closed.
   file_.rdbuf()->pubsetbuf(nullptr, 0);
   file_.open(name);
 }
 
-void RowWriter::append(const double* first, const double* second, std::size_t count) {
-  for (std::size_t done = 0; done < count;) {
-    std::size_t room = (block_.size() - used_) / kRowRoom;
-    if (room == 0) {
-      flush();
-      room = block_.size() / kRowRoom;
-    }
-    const std::size_t end = std::min(count, done + room);
-    // On local variables, which no character written to the block can be a part of.
-    RowNumber number = number_;
-    char* out = block_.data() + used_;
-    for (; done < end; ++done) {
-      out = number.write(out);
-      *out++ = ' ';
-      out = write_double(first[done], out);
-      *out++ = ' ';
-      out = write_double(second[done], out);
-      *out++ = '\n';
-      number.increment();
-    }
-    used_ = static_cast<std::size_t>(out - block_.data());
-    number_ = number;
-  }
+void RowWriter::append(double first, double second) {
+  bool more = true;
+  append_all([&](char* out) -> char* {
+    if (!more) return nullptr;
+    more = false;
+    out = write_double(first, out);
+    *out++ = ' ';
+    return write_double(second, out);
+  });
 }
 
 void RowWriter::flush() {

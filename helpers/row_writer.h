@@ -11,6 +11,7 @@
 
 #include "helpers/byte_words.h"
 #include "helpers/digits.h"
+#include "helpers/number_text.h"
 
 namespace vostrel {
 
@@ -18,31 +19,26 @@ namespace vostrel {
 /// at a fraction of the cost of converting each number.
 class RowNumber {
  public:
-  explicit RowNumber(std::int32_t first = 0) : number_(first) { take_thousands(); }
+  explicit RowNumber(std::int32_t first = 0) : base_(first) {}
 
   /// Writes it to `out`, where 16 characters must be writable, and returns the end of the text.
-  char* write(char* out) const {
-    if (number_ < 1000) return write_whole(out);
+  char* write(char* out) {
+    if (units_ >= limit_) return write_another_way(out);
     store_word(out, thousands_);
     store_word(out + thousands_size_, kTriples.of[units_]);
     return out + thousands_size_ + 3;
   }
 
   /// One more; 2147483647 is followed by -2147483648.
-  void increment() {
-    number_ = number_ == std::numeric_limits<std::int32_t>::max()
-                  ? std::numeric_limits<std::int32_t>::min()
-                  : number_ + 1;
-    if (++units_ == 1000) take_thousands();
-  }
+  void increment() { ++units_; }
 
  private:
-  char* write_whole(char* out) const;
-  void take_thousands();
+  char* write_another_way(char* out);
 
-  std::int32_t number_;
-  std::uint32_t units_ = 0;      // number_ % 1000, for numbers that have ...
-  std::uint64_t thousands_ = 0;  // ... thousands: the text of number_ / 1000
+  std::int32_t base_;            // the number is base_ + units_, and as long as ...
+  std::uint32_t units_ = 0;      // ... this is below ...
+  std::uint32_t limit_ = 0;      // ... that, base_ is a multiple of 1000 that has ...
+  std::uint64_t thousands_ = 0;  // ... this text without its three zeros
   std::size_t thousands_size_ = 0;
 };
 
@@ -58,15 +54,44 @@ class RowWriter {
   explicit RowWriter(const char* name);
 
   /// Adds a row. It is in the file after the next flush at the latest.
-  void append(double first, double second) { append(&first, &second, 1); }
+  void append(double first, double second);
 
-  /// Adds `count` rows, faster than one by one.
-  void append(const double* first, const double* second, std::size_t count);
+  /// Adds rows as long as there are any. `values(out)` writes the two values of the next row, a
+  /// blank between them, to `out`, where kValuesRoom characters are writable, and returns the end
+  /// of that text; or nullptr when there is no further row.
+  template <class Values>
+  void append_all(Values values) {
+    for (bool more = true; more;) {
+      if (used_ + kRowRoom > block_.size()) flush();
+      const char* const full = block_.data() + (block_.size() - kRowRoom);
+      // On local variables, which no character written to the block can be a part of.
+      RowNumber number = number_;
+      char* row = block_.data() + used_;
+      while (row <= full) {
+        char* out = number.write(row);
+        *out++ = ' ';
+        out = values(out);
+        more = out != nullptr;
+        if (!more) break;
+        *out++ = '\n';
+        row = out;
+        number.increment();
+      }
+      used_ = static_cast<std::size_t>(row - block_.data());
+      number_ = number;
+    }
+  }
 
   /// Writes the rows gathered so far, and leaves nothing in any buffer of this program.
   void flush();
 
+  /// Two values and a blank.
+  static constexpr std::size_t kValuesRoom = 2 * kNumberRoom + 1;
+
  private:
+  // A row number of at most eleven characters, a blank, two values and a newline.
+  static constexpr std::size_t kRowRoom = 16 + 1 + kValuesRoom + 1;
+
   std::ofstream file_;
   std::vector<char> block_;
   std::size_t used_ = 0;

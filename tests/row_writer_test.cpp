@@ -13,7 +13,7 @@
 
 namespace {
 
-std::string text_of(const vostrel::RowNumber& number) {
+std::string text_of(vostrel::RowNumber& number) {
   char text[32];
   char* const end = number.write(text);
   return {text, end};

@@ -1,6 +1,5 @@
 // The input table reader: the user's comma-separated table becomes the intermediate file.
 
-#include <array>
 #include <cstddef>
 #include <cstring>
 #include <fstream>
@@ -11,6 +10,7 @@
 #include <string_view>
 
 #include "helpers/line_reader.h"
+#include "helpers/number_copy.h"
 #include "helpers/number_text.h"
 #include "helpers/row_writer.h"
 #include "helpers/table_line.h"
@@ -18,6 +18,7 @@
 
 namespace {
 
+using vostrel::CopiedNumber;
 using vostrel::LineReader;
 using vostrel::RowWriter;
 
@@ -37,34 +38,29 @@ void report_failure(const std::string& message) {
 // first other line. Each line is looked at once, and no further than its second number but for its
 // end.
 void append_usual_rows(LineReader& table, int col1, int col2, RowWriter& rows) {
-  std::array<double, 512> first;
-  std::array<double, 512> second;
-  std::size_t count = 0;
   const std::string_view lines = table.lines();
   const char* line = lines.data();
   const char* const lines_end = line + lines.size();
-  while (line != lines_end) {
+  rows.append_all([&](char* out) -> char* {
+    if (line == lines_end) return nullptr;
     const char* field = vostrel::skip_commas(line, col1 - 1);
-    if (field == nullptr) break;
-    const char* end = vostrel::read_field_before(field, ',', first[count]);
-    if (end == nullptr) break;
-    field = vostrel::skip_commas(end + 1, col2 - col1 - 1);
-    if (field == nullptr) break;
-    end = vostrel::read_plain_decimal(field, second[count]);
-    if (end == nullptr) end = vostrel::read_field(field, ',', second[count]);
-    if (end == nullptr) break;
+    if (field == nullptr) return nullptr;
+    const CopiedNumber first = vostrel::copy_number_before(field, ',', out);
+    if (first.text == nullptr) return nullptr;
+    *first.out = ' ';
+    field = vostrel::skip_commas(first.text + 1, col2 - col1 - 1);
+    if (field == nullptr) return nullptr;
+    const CopiedNumber second = vostrel::copy_number(field, ',', first.out + 1);
+    if (second.text == nullptr) return nullptr;
+    const char* end = second.text;
     if (*end != '\n') {
       end = static_cast<const char*>(
           std::memchr(end, '\n', static_cast<std::size_t>(lines_end - end)));
-      if (end == nullptr) break;  // the last line, without a newline
+      if (end == nullptr) return nullptr;  // the last line, without a newline
     }
     line = end + 1;
-    if (++count == first.size()) {
-      rows.append(first.data(), second.data(), count);
-      count = 0;
-    }
-  }
-  rows.append(first.data(), second.data(), count);
+    return second.out;
+  });
   table.take_until(line);
 }
 

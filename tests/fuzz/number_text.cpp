@@ -1,6 +1,6 @@
-// Numbers as text, both ways. The first byte chooses what is done with the rest: read it as a
-// number and as an integer, with what stands behind it in a line; or take numbers from it, as they
-// are or made of a few decimal digits, and write them.
+// Numbers as text, both ways. The first byte chooses what is done with the rest: copy it; read it
+// as a number and as an integer, with what stands behind it in a line; or take numbers from it, as
+// they are or made of a few decimal digits, and write them.
 
 #include "helpers/number_text.h"
 
@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "fuzz.h"
+#include "helpers/number_copy.h"
 #include "tests/plain/plain_utils.h"
 
 namespace {
@@ -25,6 +26,22 @@ void read(std::string_view text, std::uint8_t choice) {
   const std::string copy(text);
   require(bits_of(vostrel::read_double(field)) == bits_of(plain::read_double(copy)), "read_double");
   require(vostrel::read_int(field) == plain::read_int(copy), "read_int");
+}
+
+// Copies the field that `text` begins with from a line that holds nothing else.
+void copy_field(std::string_view text) {
+  const std::string field(text.substr(0, text.find_first_of(std::string_view(",\n\0", 3))));
+  std::string line = field + '\n';
+  line.append(vostrel::kTextPadding, '7');
+  std::vector<char> exact(line.begin(), line.end());
+  std::vector<char> room(vostrel::kNumberRoom);
+  const vostrel::CopiedNumber copied = vostrel::copy_number(exact.data(), ',', room.data());
+  const bool taken = !field.empty() && field.size() <= vostrel::kShortText;
+  require((copied.text != nullptr) == taken, "copy_number");
+  if (!taken) return;
+  require(copied.text == exact.data() + field.size(), "copy_number's end");
+  const std::string_view written(room.data(), static_cast<std::size_t>(copied.out - room.data()));
+  require(written == plain::write_double(plain::read_double(field)), "copy_number's text");
 }
 
 void write(double value) {
@@ -47,6 +64,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::uint8_t choice = input.byte();
   switch (choice % 4) {
     case 0:  // the text of a field
+      copy_field(input.rest());
+      break;
     case 1:
       read(input.rest(), choice / 4);
       break;

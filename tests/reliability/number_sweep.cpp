@@ -1,5 +1,5 @@
 // Number text in bulk: reading gives the bits of std::atof and the integer of std::atoi, writing
-// the text of a stream in its default state.
+// the text of a stream in its default state, and copying what both give together.
 //
 //     number_sweep STRINGS DOUBLES
 //
@@ -18,6 +18,7 @@
 #include <string>
 #include <string_view>
 
+#include "helpers/number_copy.h"
 #include "helpers/number_text.h"
 #include "runs.h"
 
@@ -62,6 +63,17 @@ void add_usual(Fast& fast, Text& text) {
   add_digits(fast, text, fast.below(10));
   if (!fast.one_in(8)) text.add('.');
   add_digits(fast, text, fast.below(11));
+}
+
+// A redshift, and often one whose seventh digit is hard to round.
+void add_redshift(Fast& fast, Text& text) {
+  add_digits(fast, text, 1);
+  text.add('.');
+  add_digits(fast, text, fast.below(9));
+  static constexpr std::string_view kTails[] = {"499999", "500000", "49999999999999999999",
+                                                "50000000000000000000"};
+  if (fast.one_in(2)) text.add(kTails[fast.below(4)]);
+  if (fast.one_in(2)) add_digits(fast, text, fast.below(20));
 }
 
 // Up to 25 digits on each side, and an exponent.
@@ -127,6 +139,11 @@ Text draw_text(Fast& fast) {
     case 5:
       add_odd(fast, text);
       break;
+    case 6:
+    case 7:
+    case 8:
+      add_redshift(fast, text);
+      break;
     default:
       add_usual(fast, text);
   }
@@ -136,24 +153,45 @@ Text draw_text(Fast& fast) {
 
 std::uint64_t bits_of(double value) { return std::bit_cast<std::uint64_t>(value); }
 
+// The number that copying finds in a field before `separator`, or "nothing".
+std::string_view copied(const char* field, char separator, std::array<char, 64>& room) {
+  const vostrel::CopiedNumber copy = vostrel::copy_number(field, separator, room.data());
+  if (copy.text == nullptr) return "nothing";
+  return {room.data(), static_cast<std::size_t>(copy.out - room.data())};
+}
+
+std::string_view expected_copy(std::string_view field, double value, std::array<char, 64>& room) {
+  if (field.empty()) return "nothing";
+  const int size = std::snprintf(room.data(), room.size(), "%.6g", value);
+  return {room.data(), static_cast<std::size_t>(size)};
+}
+
 bool read_alike(Fast& fast) {
   Text text = draw_text(fast);
   const std::size_t size = text.size;
   static constexpr char kEnds[] = {',', ' ', '\n', '\0'};
-  text.add(kEnds[fast.below(4)]);
+  const char end = kEnds[fast.below(4)];
+  text.add(end);
   const std::uint64_t behind = fast.one_in(2) ? fast.bits() : 0x3938373635343332;
   std::memcpy(text.at.data() + text.size, &behind, sizeof behind);
   std::memcpy(text.at.data() + text.size + sizeof behind, &behind, sizeof behind);
   const std::string_view field(text.at.data(), size);
   const double value = vostrel::read_double(field);
   const int integer = vostrel::read_int(field);
+  // Other fields end earlier, or at a NUL, which copying leaves to others.
+  const bool copies = end != '\0' && field.find(end) == std::string_view::npos;
+  std::array<char, 64> room;
+  const std::string_view copy = copies ? copied(field.data(), end, room) : "";
 
   text.at[size] = '\0';
-  if (bits_of(value) == bits_of(std::atof(text.at.data())) &&
-      integer == std::atoi(text.at.data())) {
+  const double expected = std::atof(text.at.data());
+  std::array<char, 64> expected_room;
+  if (bits_of(value) == bits_of(expected) && integer == std::atoi(text.at.data()) &&
+      (!copies || copy == expected_copy(field, expected, expected_room))) {
     return true;
   }
-  std::cout << "DIFFERENCE in reading [" << field << "]: " << value << ", " << integer << std::endl;
+  std::cout << "DIFFERENCE in reading [" << field << "]: " << value << ", " << integer << ", "
+            << copy << std::endl;
   return false;
 }
 

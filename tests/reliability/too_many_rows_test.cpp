@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kLargest = std::numeric_limits<int>::max();
 
-std::string text_of(const vostrel::RowNumber& number) {
+std::string text_of(vostrel::RowNumber& number) {
   char text[16];
   return {text, number.write(text)};
 }

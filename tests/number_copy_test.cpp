@@ -1,0 +1,199 @@
+// Numbers copied from one text to another: held against std::atof and a stream in its default
+// state.
+
+#include "helpers/number_copy.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "helpers/digits.h"
+#include "helpers/number_text.h"
+#include "tests/plain/plain_utils.h"
+#include "tests/random.h"
+
+namespace {
+
+/// A field in a line, with exactly the padding that may be looked at.
+std::vector<char> line_of(const std::string& field, char behind) {
+  std::vector<char> line(field.begin(), field.end());
+  line.push_back(behind);
+  if (behind != '\n') line.insert(line.end(), {'7', '\n'});
+  line.insert(line.end(), vostrel::kTextPadding, '7');
+  line.shrink_to_fit();
+  return line;
+}
+
+std::string expected_copy(const std::string& field) {
+  return plain::write_double(plain::read_double(field));
+}
+
+/// Copies `field` the fast way.
+/// @return whether that way takes it; and if so, it was copied rightly.
+bool is_usual(const std::string& field, char behind = ',') {
+  const std::vector<char> line = line_of(field, behind);
+  std::vector<char> room(vostrel::kNumberRoom);
+  const vostrel::CopiedNumber copied = vostrel::copy_usual_number(line.data(), room.data());
+  if (copied.text == nullptr) return false;
+  EXPECT_EQ(copied.text - line.data(), static_cast<std::ptrdiff_t>(field.size())) << field;
+  EXPECT_EQ(std::string(room.data(), copied.out), expected_copy(field)) << field;
+  return true;
+}
+
+/// As many digits of `number`, zeros in front.
+std::string digits_of(std::uint64_t number, std::size_t count) {
+  const std::string text = std::to_string(number);
+  return text.size() < count ? std::string(count - text.size(), '0') + text : text;
+}
+
+// ---- the usual shape ----------------------------------------------------------------------------
+
+TEST(UsualNumber, IsRoundedToSixDigits) {
+  for (const std::string field :
+       {"0.42542079", "1.23456789", "0.1", "0.10", "1.", "1.0", "5.00000000", "9.99999499", "0.01",
+        "0.0123456749", "0.09999996", "0.99999996", "1.99999996", "0.12345678901234567890",
+        "1.00000400", "1.00000600", "0.30000000000000004", "2.9999999999999996"}) {
+    EXPECT_TRUE(is_usual(field)) << field;
+  }
+}
+
+TEST(UsualNumber, IsNoOther) {
+  for (const std::string field : {"",     "1",   "-0.5",       "+0.5",          ".5",
+                                  "12.5", "nan", "1.5e3",      "1.123456789e3", "0x1.8",
+                                  "0.",   "0.0", "0.00999999", "9.999996",      " 0.5",
+                                  "a.5",  "/.5", ":.5",        "0.5:",          "0.12345678:"}) {
+    EXPECT_FALSE(is_usual(field)) << field;
+  }
+}
+
+TEST(UsualNumber, MayEndInFrontOfAnythingThatDoesNotContinueIt) {
+  for (int behind = 0; behind < 256; ++behind) {
+    if (vostrel::is_digit(static_cast<char>(behind))) continue;
+    const bool ends = behind < '0';
+    EXPECT_EQ(is_usual("0.123", static_cast<char>(behind)), ends) << behind;
+    EXPECT_EQ(is_usual("0.12345678", static_cast<char>(behind)), ends) << behind;
+    EXPECT_EQ(is_usual("0.123456789", static_cast<char>(behind)), ends) << behind;
+  }
+}
+
+// What stands midway between two numbers of six digits is a tie that the double decides.
+TEST(UsualNumber, IsNoTie) {
+  for (const std::string field :
+       {"1.000005", "1.00000500", "0.1234565", "0.12345650", "0.01234565", "1.00000500000000000001",
+        "1.000004999", "0.123456499999999999999", "0.012345649"}) {
+    EXPECT_FALSE(is_usual(field)) << field;
+  }
+  for (const std::string field :
+       {"1.00000501", "1.00000499", "0.12345651", "0.12345649", "0.01234566", "0.01234564"}) {
+    EXPECT_TRUE(is_usual(field)) << field;
+  }
+}
+
+TEST(UsualNumber, HasEveryDecimalThatCanBeDropped) {
+  Random random;
+  for (int round = 0; round < rounds(100); ++round) {
+    const std::string whole = std::to_string(random.below(10)) + ".";
+    for (std::size_t kept = 4; kept <= 6; ++kept) {
+      const std::string front = whole + digits_of(random.below(1000000), 6).substr(6 - kept);
+      for (std::uint64_t tail = 0; tail < 10000; ++tail) {
+        is_usual(front + digits_of(tail, 4).substr(0, 9 - kept));
+      }
+    }
+  }
+}
+
+TEST(UsualNumber, CarriesThroughNines) {
+  for (const char whole : {'0', '1', '8', '9'}) {
+    for (std::size_t zeros = 0; zeros < 3; ++zeros) {
+      for (std::size_t nines = 0; nines < 10; ++nines) {
+        for (const std::string tail : {"", "4", "5", "50000000000000000001", "6", "04", "16"}) {
+          is_usual(std::string(1, whole) + "." + std::string(zeros, '0') + "3" +
+                   std::string(nines, '9') + tail);
+          is_usual(std::string(1, whole) + "." + std::string(zeros, '0') + std::string(nines, '9') +
+                   tail);
+        }
+      }
+    }
+  }
+}
+
+TEST(UsualNumber, IsOfAnyLength) {
+  Random random;
+  std::size_t copied = 0;
+  const int count = rounds(1000000);
+  for (int round = 0; round < count; ++round) {
+    std::string field = std::to_string(random.below(10)) + ".";
+    const std::size_t decimals = random.below(random.one_in(20) ? 60 : 20);
+    for (std::size_t i = 0; i < decimals; ++i) {
+      field += static_cast<char>('0' + (random.one_in(3) ? std::array{0, 4, 5, 9}[random.below(4)]
+                                                         : static_cast<int>(random.below(10))));
+    }
+    copied += is_usual(field);
+  }
+  EXPECT_GT(copied, static_cast<std::size_t>(count) / 2);
+}
+
+// ---- any shape ----------------------------------------------------------------------------------
+
+TEST(NumberCopy, IsWhatReadingAndWritingGives) {
+  for (const std::string field : {"0.42542079",
+                                  "0.1234565",
+                                  "0.000012345649",
+                                  "-0.5",
+                                  "-0.0",
+                                  "0",
+                                  "12.345678",
+                                  "-99",
+                                  "1e5",
+                                  "nan",
+                                  "-nan",
+                                  "inf",
+                                  "text",
+                                  " 0.5 ",
+                                  "1.5 x",
+                                  "0x1p3",
+                                  "123456789.123456789",
+                                  "1.000005",
+                                  "9.999995",
+                                  "0.123456499999999999999"}) {
+    for (const char behind : {',', '\n'}) {
+      const std::vector<char> line = line_of(field, behind);
+      std::vector<char> room(vostrel::kNumberRoom);
+      const vostrel::CopiedNumber copied = vostrel::copy_number(line.data(), ',', room.data());
+      ASSERT_EQ(copied.text - line.data(), static_cast<std::ptrdiff_t>(field.size())) << field;
+      EXPECT_EQ(std::string(room.data(), copied.out), expected_copy(field)) << field;
+
+      const vostrel::CopiedNumber before =
+          vostrel::copy_number_before(line.data(), ',', room.data());
+      EXPECT_EQ(before.text, behind == ',' ? copied.text : nullptr) << field;
+      if (behind == ',') {
+        EXPECT_EQ(std::string(room.data(), before.out), expected_copy(field)) << field;
+      }
+    }
+  }
+}
+
+TEST(NumberCopy, EndsWithTheFieldAndNotWithTheNumber) {
+  for (const std::string field : {"0.5 ", "0.5-1", "0.5.5", "1..5", "0.5\t", "-0.5 ", "1.5e"}) {
+    const std::vector<char> line = line_of(field, ',');
+    std::vector<char> room(vostrel::kNumberRoom);
+    const vostrel::CopiedNumber copied = vostrel::copy_number(line.data(), ',', room.data());
+    EXPECT_EQ(copied.text - line.data(), static_cast<std::ptrdiff_t>(field.size())) << field;
+    EXPECT_EQ(std::string(room.data(), copied.out), expected_copy(field)) << field;
+  }
+}
+
+TEST(NumberCopy, LeavesWhatReadFieldLeaves) {
+  const std::string too_long = "0.5" + std::string(vostrel::kShortText, ' ');
+  const std::string with_nul("0.5 \0", 5);
+  for (const std::string& field : {std::string(), with_nul, too_long}) {
+    const std::vector<char> line = line_of(field, ',');
+    std::vector<char> room(vostrel::kNumberRoom);
+    EXPECT_EQ(vostrel::copy_number(line.data(), ',', room.data()).text, nullptr);
+    EXPECT_EQ(vostrel::copy_number_before(line.data(), ',', room.data()).text, nullptr);
+  }
+}
+
+}  // namespace
