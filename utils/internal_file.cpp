@@ -11,6 +11,7 @@
 #include <system_error>
 #include <vector>
 
+#include "helpers/block_size.h"
 #include "helpers/line_reader.h"
 #include "helpers/number_text.h"
 #include "utils/utils.h"
@@ -79,8 +80,8 @@ void take_any_row(std::string_view line, const Columns& columns) {
 
 // Reserves room for the rows of a file before they come, as doubling the vectors again and again
 // would copy all rows once more. The rest of the file is taken for rows as long as those read so
-// far; lest a head of short rows claim far too much, no more than 64 times as many are reserved at
-// once.
+// far; lest a head of short rows claim far too much, few times as many are reserved at first, and
+// later no more than 1024 times as many at once.
 class Room {
  public:
   Room(const char* name, const Columns& columns)
@@ -95,7 +96,8 @@ class Room {
     bytes_ += static_cast<double>(block_bytes);
     if (bytes_ == 0 || columns_.id.capacity() - columns_.id.size() >= 2 * block_rows) return;
     const auto rows = static_cast<double>(columns_.id.size() - rows_before_);
-    const double expected = rows * std::min(file_size_ / bytes_, 64.0);
+    const double most = bytes_ < 4 * static_cast<double>(vostrel::kBlockSize) ? 8 : 1024;
+    const double expected = rows * std::min(file_size_ / bytes_, most);
     if (expected <= rows) return;
     const std::size_t room = rows_before_ + static_cast<std::size_t>(expected) + 2 * block_rows;
     columns_.id.reserve(room);
