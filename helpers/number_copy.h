@@ -88,7 +88,7 @@ CopiedNumber copy_any_number(const char* text, char separator, char* out);
 ///
 /// @return the place of that separator or newline, and the end of what was written; kNotCopied
 ///         where read_field finds nothing.
-/// Preconditions: as for read_field and write_double.
+/// Preconditions: as for read_field and write_double; `separator` is no blank.
 inline CopiedNumber copy_number(const char* text, char separator, char* out) {
   const CopiedNumber copied = copy_usual_number(text, out);
   if (copied.text != nullptr && (*copied.text == '\n' || *copied.text == separator)) return copied;

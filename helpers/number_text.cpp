@@ -77,15 +77,21 @@ char* write_any_double(double value, char* out) {
 
 }  // namespace internal
 
-const char* read_field(const char* text, char separator, double& value) {
-  std::size_t size = 0;
-  while (text[size] != separator && text[size] != '\n') {
-    if (text[size] == '\0' || size == kShortText) return nullptr;
-    ++size;
+const char* find_field_end(const char* field, const char* from, char separator) {
+  const char* end = from;
+  while (*end != separator && *end != '\n') {
+    if (*end == '\0' || static_cast<std::size_t>(end - field) >= kShortText) return nullptr;
+    ++end;
   }
-  if (size == 0) return nullptr;
-  value = internal::read_any_double({text, size});
-  return text + size;
+  return end != field ? end : nullptr;
+}
+
+const char* read_field(const char* text, char separator, double& value) {
+  const char* const end = find_field_end(text, text, separator);
+  if (end != nullptr) {
+    value = internal::read_any_double({text, static_cast<std::size_t>(end - text)});
+  }
+  return end;
 }
 
 }  // namespace vostrel

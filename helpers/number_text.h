@@ -84,6 +84,13 @@ inline const char* read_plain_decimal(const char* text, double& value) {
   return text;
 }
 
+/// The end of a field: the first `separator` or newline from `from` on, a place in that field.
+///
+/// @return that place; nullptr when the field is empty, holds a NUL behind `from`, or is longer
+///         than kShortText.
+/// Precondition: the text ends with a newline or a NUL.
+const char* find_field_end(const char* field, const char* from, char separator);
+
 /// Reads the number in the field that begins at `text`, whatever its shape, and ends in front of
 /// the first `separator` or newline.
 ///

@@ -176,7 +176,11 @@ TEST(NumberCopy, IsWhatReadingAndWritingGives) {
 }
 
 TEST(NumberCopy, EndsWithTheFieldAndNotWithTheNumber) {
-  for (const std::string field : {"0.5 ", "0.5-1", "0.5.5", "1..5", "0.5\t", "-0.5 ", "1.5e"}) {
+  for (const std::string field :
+       {"0.5 ",          "0.5-1", "0.5.5",  "1..5",   "0.5\t",   "-0.5 ",
+        "1.5e",          "0.5\r", "-0.5\r", "12.5\r", "  0.5  ", " -0.5",
+        "  -1.000005 x", "- 0.5", "--0.5",  " - 0.5", "-.5",     "-0.004 ",
+        "-0.0 ",         " ",     "   ",    "\t0.5",  "-12 34",  "0.123456499999999999999 "}) {
     const std::vector<char> line = line_of(field, ',');
     std::vector<char> room(vostrel::kNumberRoom);
     const vostrel::CopiedNumber copied = vostrel::copy_number(line.data(), ',', room.data());

@@ -178,8 +178,7 @@ bool read_alike(Fast& fast) {
   const std::string_view field(text.at.data(), size);
   const double value = vostrel::read_double(field);
   const int integer = vostrel::read_int(field);
-  // Other fields end earlier, or at a NUL, which copying leaves to others.
-  const bool copies = end != '\0' && field.find(end) == std::string_view::npos;
+  const bool copies = end == ',' || end == '\n';
   std::array<char, 64> room;
   const std::string_view copy = copies ? copied(field.data(), end, room) : "";
 
