@@ -185,6 +185,25 @@ inline constexpr std::array<Layout, 11> kLayouts = {{{kZeros, 0, 0, 1, 6},
                                                      {0, kDigits, 5, 5, 6},
                                                      {0, kDigits, 6, 6, 7}}};
 
+/// Writes a number from its six digits and its decade, counted from 10^-5, without the zeros that
+/// end its decimals. 1000000 counts as 100000 one decade up. Precondition: that is below 10^6.
+inline char* write_six_digits(std::uint32_t six, std::size_t decade, char* out) {
+  if (six == 1000000) {
+    six = 100000;
+    ++decade;
+  }
+  const std::uint32_t upper = kTriples.of[six / 1000];
+  const std::uint32_t lower = kTriples.of[six % 1000];
+  const std::uint64_t text = (upper & 0xffffff) | std::uint64_t{lower} << 24;
+  const std::uint32_t significant = lower >> 24 != 0 ? 3 + (lower >> 24) : upper >> 24;
+  const Layout& layout = kLayouts[decade];
+  store_word(out, layout.front | (text & layout.front_digits));
+  out[layout.point] = '.';
+  out += layout.rest;
+  store_word(out, text >> (8 * layout.in_front));
+  return significant > layout.in_front ? out + (significant - layout.in_front) : out - 1;
+}
+
 }  // namespace internal
 
 /// Writes `value` as a stream in its default state does: six significant digits, the shorter of
@@ -219,24 +238,8 @@ inline char* write_double(double value, char* out) {
     const double error = std::fma(magnitude, binade.scale[next], -scaled);
     if (error != 0) six = static_cast<std::uint32_t>(scaled) + (error > 0);
   }
-  std::size_t decade = binade.decade + next;
-  if (six == 1000000) {
-    six = 100000;
-    ++decade;
-  }
-
-  const std::uint32_t upper = kTriples.of[six / 1000];
-  const std::uint32_t lower = kTriples.of[six % 1000];
-  const std::uint64_t text = (upper & 0xffffff) | std::uint64_t{lower} << 24;
-  const std::uint32_t significant = lower >> 24 != 0 ? 3 + (lower >> 24) : upper >> 24;
-  const Layout& layout = kLayouts[decade];
   *out = '-';
-  out += std::signbit(value);
-  store_word(out, layout.front | (text & layout.front_digits));
-  out[layout.point] = '.';
-  out += layout.rest;
-  store_word(out, text >> (8 * layout.in_front));
-  return significant > layout.in_front ? out + (significant - layout.in_front) : out - 1;
+  return internal::write_six_digits(six, binade.decade + next, out + std::signbit(value));
 }
 
 }  // namespace vostrel

@@ -175,6 +175,68 @@ TEST(NumberCopy, IsWhatReadingAndWritingGives) {
   }
 }
 
+/// Copies a field of any shape.
+std::string copy_of(const std::string& field) {
+  const std::vector<char> line = line_of(field, ',');
+  std::vector<char> room(vostrel::kNumberRoom);
+  const vostrel::CopiedNumber copied = vostrel::copy_number(line.data(), ',', room.data());
+  if (copied.text != line.data() + field.size()) return "another end";
+  return {room.data(), copied.out};
+}
+
+TEST(NumberCopy, IsOfScientificNotationToo) {
+  for (const std::string mantissa : {"1.",
+                                     "4.25420790",
+                                     "4.254207900000000180",
+                                     "9.99999500",
+                                     "9.999995000000000001",
+                                     "9.99999499999999999999",
+                                     "9.99999499",
+                                     "9.99999501",
+                                     "1.00000500",
+                                     "1.00000499",
+                                     "1.0000049999999999999999",
+                                     "1.00000501",
+                                     "5.0",
+                                     "0.5",
+                                     "0.0",
+                                     "12.5",
+                                     ".5",
+                                     "-4.25420790",
+                                     "-9.99999999",
+                                     "1.2345678",
+                                     "1.234567",
+                                     "1.2345650"}) {
+    for (const char* const sign : {"+", "-", ""}) {
+      for (const char* const e : {"e", "E", "f"}) {
+        for (const char* const power :
+             {"00", "01", "02",  "03", "04", "05", "06", "07", "10",  "13",
+              "0",  "4",  "001", "0x", "0/", "0-", "0 ", "x0", "300", ""}) {
+          const std::string field = mantissa + e + sign + power;
+          ASSERT_EQ(copy_of(field), expected_copy(field)) << field;
+          ASSERT_EQ(copy_of(" " + field + " "), expected_copy(field)) << field;
+        }
+      }
+    }
+  }
+}
+
+TEST(NumberCopy, IsOfAnyScientificNumber) {
+  Random random;
+  for (int round = 0; round < rounds(300000); ++round) {
+    std::string field = std::to_string(random.below(10)) + ".";
+    field += digits_of(random.below(100000), 5);
+    if (random.one_in(2)) {
+      const std::array tails = {"499", "500", "49999999999999999999", "501",
+                                "500000000000000000001"};
+      field += random.pick(tails);
+    }
+    field += digits_of(random.below(1000000), 6).substr(random.below(7));
+    field += (random.one_in(2) ? "e-0" : "e+0") + std::to_string(random.below(8));
+    ASSERT_EQ(copy_of(field), expected_copy(field)) << field;
+  }
+}
+
 TEST(NumberCopy, EndsWithTheFieldAndNotWithTheNumber) {
   for (const std::string field :
        {"0.5 ",          "0.5-1", "0.5.5",  "1..5",   "0.5\t",   "-0.5 ",

@@ -74,6 +74,10 @@ void add_redshift(Fast& fast, Text& text) {
                                                 "50000000000000000000"};
   if (fast.one_in(2)) text.add(kTails[fast.below(4)]);
   if (fast.one_in(2)) add_digits(fast, text, fast.below(20));
+  if (fast.one_in(3)) {
+    text.add(fast.one_in(2) ? "e-0" : "e+0");
+    add_digits(fast, text, 1);
+  }
 }
 
 // Up to 25 digits on each side, and an exponent.
