@@ -5,7 +5,8 @@
 
 #include <cstddef>
 
-// Tests may set another size, to meet the edges of blocks more often.
+// Tests may set another size, to meet the edges of blocks more often: 34 at the least, so that a
+// row fits into the two blocks in which rows are gathered.
 #ifndef VOSTREL_BLOCK_SIZE
 #define VOSTREL_BLOCK_SIZE (std::size_t{1} << 17)
 #endif

@@ -32,17 +32,20 @@ CopiedNumber copy_scientific_number(const char* text, char* out) {
   return {e + 4, internal::write_six_digits(six, static_cast<std::size_t>(power + 5), out)};
 }
 
-// Copies the number that the field at `text` begins with, behind blanks; kNotCopied when it has
-// more of a shape than digits and a point.
+// Copies the number that the field at `text` begins with, behind blanks, if it is made of digits, a
+// point, and perhaps an exponent; kNotCopied if there is more to it.
 CopiedNumber copy_plain_number(const char* text, char* out) {
-  while (*text == ' ') ++text;
-  const bool negative = *text == '-';
+  const char* number = text;
+  while (*number == ' ') ++number;
+  const bool negative = *number == '-';
+  const char* const magnitude = number + negative;
   *out = '-';
-  CopiedNumber copied = copy_usual_number(text + negative, out + negative);
-  if (copied.text == nullptr) copied = copy_scientific_number(text + negative, out + negative);
+  CopiedNumber copied = kNotCopied;
+  if (magnitude != text) copied = copy_usual_number(magnitude, out + negative);  // the first try
+  if (copied.text == nullptr) copied = copy_scientific_number(magnitude, out + negative);
   if (copied.text != nullptr) return copied;
   double value;
-  const char* const end = read_plain_decimal(text, value);
+  const char* const end = read_plain_decimal(number, value);
   return end != nullptr ? CopiedNumber{end, write_double(value, out)} : kNotCopied;
 }
 

@@ -9,6 +9,7 @@
 
 #include "helpers/byte_words.h"
 #include "helpers/digits.h"
+#include "helpers/number_text.h"
 
 namespace vostrel {
 
@@ -36,8 +37,8 @@ inline constexpr CopiedNumber kNotCopied = {nullptr, nullptr};
 /// side of all those, so that writing it gives the same digits.
 ///
 /// The sum is made of all eight digits at once: 246 more in each byte makes a byte that reaches ten
-/// pass on its carry, and is taken off again where there was none. All this takes less than half of
-/// the time of making the double and writing it.
+/// pass on its carry, and is taken off again where there was none. All this takes about half the
+/// time of making the double and writing it.
 inline CopiedNumber copy_usual_number(const char* text, char* out) {
   auto whole = static_cast<std::uint64_t>(*text - '0');
   if (whole > 9 || text[1] != '.') return kNotCopied;
@@ -84,10 +85,11 @@ CopiedNumber copy_any_number(const char* text, char separator, char* out);
 }
 
 /// Writes to `out` the number in the field at `text`, whatever its shape, which ends in front of
-/// the first `separator` or newline: what write_double makes of what read_field finds.
+/// the first `separator` or newline: what write_double makes of what read_double finds there.
 ///
-/// @return the place of that separator or newline, and the end of what was written; kNotCopied
-///         where read_field finds nothing.
+/// @return the place of that separator or newline, and the end of what was written; kNotCopied for
+///         an empty field, for one that holds a NUL, and for some of more than kShortText
+///         characters (those that would take memory to read).
 /// Preconditions: as for read_field and write_double; `separator` is no blank.
 inline CopiedNumber copy_number(const char* text, char separator, char* out) {
   const CopiedNumber copied = copy_usual_number(text, out);

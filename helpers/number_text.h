@@ -86,8 +86,8 @@ inline const char* read_plain_decimal(const char* text, double& value) {
 
 /// The end of a field: the first `separator` or newline from `from` on, a place in that field.
 ///
-/// @return that place; nullptr when the field is empty, holds a NUL behind `from`, or is longer
-///         than kShortText.
+/// @return that place; nullptr when the field is empty, or when a NUL or the end of kShortText
+///         characters is met on the way.
 /// Precondition: the text ends with a newline or a NUL.
 const char* find_field_end(const char* field, const char* from, char separator);
 

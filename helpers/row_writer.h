@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <fstream>
-#include <limits>
 #include <vector>
 
 #include "helpers/byte_words.h"

@@ -91,14 +91,30 @@ TEST(UsualNumber, IsNoTie) {
   }
 }
 
+// All that can be dropped behind random digits: nothing but a tie, and what is just below one, is
+// left to others.
 TEST(UsualNumber, HasEveryDecimalThatCanBeDropped) {
   Random random;
-  for (int round = 0; round < rounds(100); ++round) {
-    const std::string whole = std::to_string(random.below(10)) + ".";
-    for (std::size_t kept = 4; kept <= 6; ++kept) {
-      const std::string front = whole + digits_of(random.below(1000000), 6).substr(6 - kept);
-      for (std::uint64_t tail = 0; tail < 10000; ++tail) {
-        is_usual(front + digits_of(tail, 4).substr(0, 9 - kept));
+  for (int round = 0; round < rounds(200); ++round) {
+    const std::string digit = std::to_string(1 + random.below(9));
+    struct Kind {
+      std::string front;
+      std::string five;   // what is dropped, in a tie
+      std::string below;  // just below it
+    };
+    const std::string six = digits_of(random.below(900000), 6);
+    const std::array kinds = {Kind{digit + "." + six.substr(1), "500", "499"},
+                              Kind{"0." + digit + six.substr(1), "50", "49"},
+                              Kind{"0.0" + digit + six.substr(1), "5", "4"}};
+    for (const auto& [front, five, below] : kinds) {
+      const std::size_t dropped = five.size();
+      const std::uint64_t tails = dropped == 3 ? 1000 : dropped == 2 ? 100 : 10;
+      for (std::uint64_t i = 0; i < tails; ++i) {
+        const std::string tail = digits_of(i, dropped);
+        ASSERT_EQ(is_usual(front + tail), tail != five) << front << tail;
+        for (const char more : {'0', '1', '9'}) {
+          ASSERT_EQ(is_usual(front + tail + more), tail != five && tail != below) << front << tail;
+        }
       }
     }
   }
@@ -251,8 +267,8 @@ TEST(NumberCopy, EndsWithTheFieldAndNotWithTheNumber) {
   }
 }
 
-TEST(NumberCopy, LeavesWhatReadFieldLeaves) {
-  const std::string too_long = "0.5" + std::string(vostrel::kShortText, ' ');
+TEST(NumberCopy, LeavesWhatNeedsMemoryOrIsNoText) {
+  const std::string too_long = "1e" + std::string(vostrel::kShortText - 1, '0');
   const std::string with_nul("0.5 \0", 5);
   for (const std::string& field : {std::string(), with_nul, too_long}) {
     const std::vector<char> line = line_of(field, ',');
@@ -260,6 +276,13 @@ TEST(NumberCopy, LeavesWhatReadFieldLeaves) {
     EXPECT_EQ(vostrel::copy_number(line.data(), ',', room.data()).text, nullptr);
     EXPECT_EQ(vostrel::copy_number_before(line.data(), ',', room.data()).text, nullptr);
   }
+  EXPECT_EQ(copy_of(too_long.substr(0, vostrel::kShortText)), "1");
+}
+
+TEST(NumberCopy, IsOfLongFieldsThatNeedNoMemory) {
+  const std::string ones(vostrel::kShortText + 10, '1');
+  EXPECT_EQ(copy_of("0." + ones), "0.111111");
+  EXPECT_EQ(copy_of("-1." + ones + "e-03"), "-0.00111111");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <string>
 
@@ -88,6 +89,28 @@ TEST_F(RowWriterTest, NeverLeavesPartOfARowInTheFile) {
   }
   rows.flush();
   EXPECT_EQ(read_file("rows"), expected);
+}
+
+TEST_F(RowWriterTest, AddsRowsUntilThereAreNone) {
+  vostrel::RowWriter rows("rows");
+  rows.append_all([](char*) -> char* { return nullptr; });
+  rows.flush();
+  EXPECT_EQ(read_file("rows"), "");
+
+  // As many as fill some blocks, of the greatest length.
+  const std::string values = "-1.23457e-308 -1.23457e-308";
+  std::string expected;
+  int given = 0;
+  rows.append_all([&](char* out) -> char* {
+    if (given == 50000) return nullptr;
+    expected += std::to_string(given++) + " " + values + "\n";
+    return std::copy(values.begin(), values.end(), out);
+  });
+  EXPECT_EQ(given, 50000);
+  rows.append_all([](char*) -> char* { return nullptr; });
+  rows.append(1, 2);
+  rows.flush();
+  EXPECT_EQ(read_file("rows"), expected + "50000 1 2\n");
 }
 
 TEST_F(RowWriterTest, IsSilentAboutAFileItCannotCreate) {

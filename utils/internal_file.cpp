@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <new>
 #include <string_view>
 #include <system_error>
 #include <vector>
@@ -80,8 +81,7 @@ void take_any_row(std::string_view line, const Columns& columns) {
 
 // Reserves room for the rows of a file before they come, as doubling the vectors again and again
 // would copy all rows once more. The rest of the file is taken for rows as long as those read so
-// far; lest a head of short rows claim far too much, few times as many are reserved at first, and
-// later no more than 1024 times as many at once.
+// far: at first 8 times as many, and when some blocks have been read up to 1024 times.
 class Room {
  public:
   Room(const char* name, const Columns& columns)
@@ -100,12 +100,21 @@ class Room {
     const double expected = rows * std::min(file_size_ / bytes_, most);
     if (expected <= rows) return;
     const std::size_t room = rows_before_ + static_cast<std::size_t>(expected) + 2 * block_rows;
+    if (!fits(room)) return;
     columns_.id.reserve(room);
     columns_.zspec.reserve(room);
     columns_.zphot.reserve(room);
   }
 
  private:
+  // Whether there is memory for so many rows and their two residuals. A head of short rows lets
+  // expect too many: where memory is limited, the vectors had better grow as they must.
+  static bool fits(std::size_t rows) {
+    void* const all = ::operator new(rows*(sizeof(int) + 4 * sizeof(double)), std::nothrow);
+    ::operator delete(all);
+    return all != nullptr;
+  }
+
   const Columns& columns_;
   std::size_t rows_before_;
   double file_size_ = 0;

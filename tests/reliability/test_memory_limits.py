@@ -64,3 +64,13 @@ def test_a_run_short_of_memory_is_finished_or_ends_by_the_standard_termination(v
         ends.append(run.returncode)
     assert ends[-1] == 0
     assert any(end != 0 for end in ends)
+
+
+def test_a_head_of_short_rows_lets_no_run_fail_for_want_of_memory(vostrel):
+    """What the rows take is 40 MB; taken for as short as the first they would be three times as many."""
+    vostrel.write("table.csv", "0,0\n" * 130000 + "-0.0000123457,-0.0000123456\n" * 1000000)
+    enough = 80 * MEBIBYTE
+    run = vostrel(
+        *RUN, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (enough, enough))
+    )
+    assert run.returncode == 0, run.stderr
