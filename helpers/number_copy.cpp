@@ -29,7 +29,8 @@ CopiedNumber copy_scientific_number(const char* text, char* out) {
   const bool more = e - text > 10;
   if (dropped == 500 || (dropped == 499 && more)) return kNotCopied;
   const std::uint32_t six = digits / 1000 + (dropped > 500);
-  return {e + 4, internal::write_six_digits(six, static_cast<std::size_t>(power + 5), out)};
+  const int decade = power + 5;
+  return {e + 4, internal::write_six_digits(six, static_cast<std::size_t>(decade), out)};
 }
 
 // Copies the number that the field at `text` begins with, behind blanks, if it is made of digits, a

@@ -32,8 +32,7 @@ auto with_terminated_copy(std::string_view text, Convert convert) {
 }  // namespace
 
 const char* read_negative_decimal(const char* text, double& value) {
-  if (text[1] == '-') return nullptr;
-  const char* const end = read_plain_decimal(text + 1, value);
+  const char* const end = read_plain_magnitude(text + 1, value);
   if (end != nullptr) value = -value;
   return end;
 }

@@ -36,9 +36,6 @@ namespace internal {
 inline constexpr std::array<double, 10> kPowersOfTen = {1e0, 1e1, 1e2, 1e3, 1e4,
                                                         1e5, 1e6, 1e7, 1e8, 1e9};
 
-// A plain decimal number behind a minus.
-const char* read_negative_decimal(const char* text, double& value);
-
 // What the functions below leave to the standard library.
 double read_any_double(std::string_view text);
 int read_any_int(std::string_view text);
@@ -46,21 +43,10 @@ char* write_any_double(double value, char* out);
 
 }  // namespace internal
 
-/// Reads a plain decimal number at `text`: an optional minus, up to eight digits, and optionally a
-/// point with up to eight digits more; at least one digit, and behind it a character below '0' (a
-/// comma, blank, line end, ...), which can't continue the number.
-///
-/// @return the end of the number, with `value` set to what std::atof gives; or nullptr, with
-///         `value` untouched, when the text is anything else.
-/// Precondition: kTextPadding bytes are readable behind the number.
-///
-/// Exact because the digits, filled up with zeros to eight decimals, form an integer of at most
-/// 2^53: it is a double, and so is 10^8, so that their quotient, rounded once by the division, is
-/// the double nearest to the decimal number. That is what std::atof returns.
-inline const char* read_plain_decimal(const char* text, double& value) {
-  // What is usual (no sign, one digit before the point) is told by branches: guessed right, they
-  // let the processor go on to what stands behind the number before it has looked at it.
-  if (*text == '-') return internal::read_negative_decimal(text, value);
+namespace internal {
+
+// A plain decimal number without a sign; as read_plain_decimal.
+inline const char* read_plain_magnitude(const char* text, double& value) {
   std::uint64_t digits;
   if (text[1] == '.' && is_digit(text[0])) {
     const Digits decimals = leading_decimals(text + 2);
@@ -82,6 +68,30 @@ inline const char* read_plain_decimal(const char* text, double& value) {
   if (static_cast<unsigned char>(*text) >= '0') return nullptr;
   value = static_cast<double>(static_cast<std::int64_t>(digits)) / 1e8;
   return text;
+}
+
+// The same behind a minus, for the place of the minus.
+const char* read_negative_decimal(const char* text, double& value);
+
+}  // namespace internal
+
+/// Reads a plain decimal number at `text`: an optional minus, up to eight digits, and optionally a
+/// point with up to eight digits more; at least one digit, and behind it a character below '0' (a
+/// comma, blank, line end, ...), which can't continue the number.
+///
+/// @return the end of the number, with `value` set to what std::atof gives; or nullptr, with
+///         `value` untouched, when the text is anything else.
+/// Precondition: kTextPadding bytes are readable behind the number.
+///
+/// Exact because the digits, filled up with zeros to eight decimals, form an integer of at most
+/// 2^53: it is a double, and so is 10^8, so that their quotient, rounded once by the division, is
+/// the double nearest to the decimal number. That is what std::atof returns.
+///
+/// What is usual (no sign, one digit before the point) is told by branches: guessed right, they let
+/// the processor go on to what stands behind the number before it has looked at all of it.
+inline const char* read_plain_decimal(const char* text, double& value) {
+  if (*text == '-') return internal::read_negative_decimal(text, value);
+  return internal::read_plain_magnitude(text, value);
 }
 
 /// The end of a field: the first `separator` or newline from `from` on, a place in that field.

@@ -33,7 +33,7 @@ char* RowNumber::write_another_way(char* out) {
   const char* const end = std::to_chars(text.data(), text.data() + text.size(), base_ / 1000).ptr;
   thousands_ = load_word(text.data());
   thousands_size_ = static_cast<std::size_t>(end - text.data());
-  return write(out);
+  return write_with_thousands(out);
 }
 
 RowWriter::RowWriter(const char* name) : block_(kBlock) {

@@ -22,16 +22,18 @@ class RowNumber {
 
   /// Writes it to `out`, where 16 characters must be writable, and returns the end of the text.
   char* write(char* out) {
-    if (units_ >= limit_) return write_another_way(out);
-    store_word(out, thousands_);
-    store_word(out + thousands_size_, kTriples.of[units_]);
-    return out + thousands_size_ + 3;
+    return units_ < limit_ ? write_with_thousands(out) : write_another_way(out);
   }
 
   /// One more; 2147483647 is followed by -2147483648.
   void increment() { ++units_; }
 
  private:
+  char* write_with_thousands(char* out) const {
+    store_word(out, thousands_);
+    store_word(out + thousands_size_, kTriples.of[units_]);
+    return out + thousands_size_ + 3;
+  }
   char* write_another_way(char* out);
 
   std::int32_t base_;            // the number is base_ + units_, and as long as ...

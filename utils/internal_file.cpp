@@ -110,7 +110,8 @@ class Room {
   // Whether there is memory for so many rows and their two residuals. A head of short rows lets
   // expect too many: where memory is limited, the vectors had better grow as they must.
   static bool fits(std::size_t rows) {
-    void* const all = ::operator new(rows*(sizeof(int) + 4 * sizeof(double)), std::nothrow);
+    const std::size_t size = rows * (sizeof(int) + 4 * sizeof(double));
+    void* const all = ::operator new(size, std::nothrow);
     ::operator delete(all);
     return all != nullptr;
   }
