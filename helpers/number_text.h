@@ -41,10 +41,6 @@ double read_any_double(std::string_view text);
 int read_any_int(std::string_view text);
 char* write_any_double(double value, char* out);
 
-}  // namespace internal
-
-namespace internal {
-
 // A plain decimal number without a sign; as read_plain_decimal.
 inline const char* read_plain_magnitude(const char* text, double& value) {
   std::uint64_t digits;
