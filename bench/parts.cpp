@@ -35,12 +35,12 @@ std::vector<double> redshifts() {
 }
 
 // The numbers as lines of text, with the padding that the readers ask for.
-std::string text_of(const std::vector<double>& values, int decimals) {
+std::string text_of(const std::vector<double>& values, int decimals, bool scientific = false) {
+  const auto format = scientific ? std::chars_format::scientific : std::chars_format::fixed;
   std::string text;
   char number[64];
   for (const double value : values) {
-    text.append(number,
-                std::to_chars(number, number + 64, value, std::chars_format::fixed, decimals).ptr);
+    text.append(number, std::to_chars(number, number + 64, value, format, decimals).ptr);
     text += '\n';
   }
   text.append(vostrel::kTextPadding, '\0');
@@ -115,8 +115,14 @@ void write_number_by_stream(benchmark::State& state) {
 }
 BENCHMARK(write_number_by_stream);
 
+void layouts_to_copy(benchmark::internal::Benchmark* copying) {
+  copying->ArgNames({"decimals", "scientific"});
+  copying->Args({6, 0})->Args({8, 0})->Args({16, 0})->Args({8, 1})->Args({16, 1});
+}
+
 void copy_number(benchmark::State& state) {
-  const std::string text = text_of(redshifts(), static_cast<int>(state.range(0)));
+  const std::string text =
+      text_of(redshifts(), static_cast<int>(state.range(0)), state.range(1) != 0);
   const std::vector<std::string_view> lines = lines_of(text);
   char copy[vostrel::kNumberRoom];
   for (auto _ : state) {
@@ -126,10 +132,11 @@ void copy_number(benchmark::State& state) {
   }
   per_item(state, lines.size());
 }
-BENCHMARK(copy_number)->ArgName("decimals")->Arg(6)->Arg(8)->Arg(16);
+BENCHMARK(copy_number)->Apply(layouts_to_copy);
 
 void copy_number_by_reading_and_writing(benchmark::State& state) {
-  const std::string text = text_of(redshifts(), static_cast<int>(state.range(0)));
+  const std::string text =
+      text_of(redshifts(), static_cast<int>(state.range(0)), state.range(1) != 0);
   const std::vector<std::string_view> lines = lines_of(text);
   char copy[vostrel::kNumberRoom];
   for (auto _ : state) {
@@ -139,7 +146,7 @@ void copy_number_by_reading_and_writing(benchmark::State& state) {
   }
   per_item(state, lines.size());
 }
-BENCHMARK(copy_number_by_reading_and_writing)->ArgName("decimals")->Arg(6)->Arg(8)->Arg(16);
+BENCHMARK(copy_number_by_reading_and_writing)->Apply(layouts_to_copy);
 
 // The columns 10 and 11 of twelve.
 void find_field(benchmark::State& state) {

@@ -12,7 +12,8 @@ namespace {
 
 // As copy_usual_number, for a number in scientific notation: a digit from 1 to 9, a point, any
 // number of decimals, an e, a sign and two digits, from 0.0001 to just below 10^5. Of its digits
-// nine are looked at, three of which are dropped; the rounding is as certain as there.
+// nine are looked at, three of which are dropped; the rounding is as certain as there. Takes about
+// three fifths of the time of making the double and writing it.
 CopiedNumber copy_scientific_number(const char* text, char* out) {
   if (!is_digit(*text) || *text == '0' || text[1] != '.') return kNotCopied;
   const char* const e = skip_digits(text + 2);

@@ -89,7 +89,7 @@ CopiedNumber copy_any_number(const char* text, char separator, char* out);
 ///
 /// @return the place of that separator or newline, and the end of what was written; kNotCopied for
 ///         an empty field, for one that holds a NUL, and for some of more than kShortText
-///         characters (those that would take memory to read).
+///         characters, among them all that would take memory to read.
 /// Preconditions: as for read_field and write_double; `separator` is no blank.
 inline CopiedNumber copy_number(const char* text, char separator, char* out) {
   const CopiedNumber copied = copy_usual_number(text, out);

@@ -15,7 +15,7 @@
 namespace {
 
 std::string text_of(vostrel::RowNumber& number) {
-  char text[32];
+  char text[16];
   char* const end = number.write(text);
   return {text, end};
 }
