@@ -120,31 +120,29 @@ void layouts_to_copy(benchmark::internal::Benchmark* copying) {
   copying->Args({6, 0})->Args({8, 0})->Args({16, 0})->Args({8, 1})->Args({16, 1});
 }
 
-void copy_number(benchmark::State& state) {
+template <class Copy>
+void copy_each_number(benchmark::State& state, Copy copy) {
   const std::string text =
       text_of(redshifts(), static_cast<int>(state.range(0)), state.range(1) != 0);
   const std::vector<std::string_view> lines = lines_of(text);
-  char copy[vostrel::kNumberRoom];
+  char out[vostrel::kNumberRoom];
   for (auto _ : state) {
-    for (const std::string_view line : lines) {
-      benchmark::DoNotOptimize(vostrel::copy_number(line.data(), ',', copy));
-    }
+    for (const std::string_view line : lines) benchmark::DoNotOptimize(copy(line, out));
   }
   per_item(state, lines.size());
+}
+
+void copy_number(benchmark::State& state) {
+  copy_each_number(state, [](std::string_view line, char* out) {
+    return vostrel::copy_number(line.data(), ',', out);
+  });
 }
 BENCHMARK(copy_number)->Apply(layouts_to_copy);
 
 void copy_number_by_reading_and_writing(benchmark::State& state) {
-  const std::string text =
-      text_of(redshifts(), static_cast<int>(state.range(0)), state.range(1) != 0);
-  const std::vector<std::string_view> lines = lines_of(text);
-  char copy[vostrel::kNumberRoom];
-  for (auto _ : state) {
-    for (const std::string_view line : lines) {
-      benchmark::DoNotOptimize(vostrel::write_double(vostrel::read_double(line), copy));
-    }
-  }
-  per_item(state, lines.size());
+  copy_each_number(state, [](std::string_view line, char* out) {
+    return vostrel::write_double(vostrel::read_double(line), out);
+  });
 }
 BENCHMARK(copy_number_by_reading_and_writing)->Apply(layouts_to_copy);
 
