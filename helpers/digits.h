@@ -90,15 +90,15 @@ class SteadyDigits {
   /// @return its end, with `value` set; nullptr when there is no digit. Of more than eight digits
   ///         the first eight are read.
   const char* read(const char* text, std::uint64_t& value) {
-    const auto [word, others] = load_digits(text);
-    const std::uint64_t mark = others & (0 - others);
+    const DigitWord digits = load_digits(text);
+    const std::uint64_t mark = digits.others & (0 - digits.others);
     if (mark != mark_) [[unlikely]] {
-      const unsigned count = static_cast<unsigned>(std::countr_zero(others)) / 8;
+      const unsigned count = count_digits(digits);
       if (count == 0) return nullptr;
       mark_ = mark;
       count_ = count;
     }
-    value = join_digits(word << (64 - 8 * count_));
+    value = join_digits(digits.word << (64 - 8 * count_));
     return text + count_;
   }
 

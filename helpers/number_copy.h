@@ -44,7 +44,7 @@ inline CopiedNumber copy_usual_number(const char* text, char* out) {
   if (whole > 9 || text[1] != '.') return kNotCopied;
   const DigitWord digits = load_digits(text + 2);
   std::uint64_t decimals = digits.word;
-  unsigned count = 8;
+  unsigned count = 8;  // as it often is: guessed right, what follows need not wait for the count
   if (digits.others != 0) {
     decimals = digits_only(digits);
     count = count_digits(digits);
