@@ -8,7 +8,7 @@
 #include <iostream>
 #include <string>
 
-#include "helpers/statistics_text.h"
+#include "statistics/statistics_text.h"
 #include "utils/utils.h"
 #include "version.h"
 

@@ -15,11 +15,11 @@
 #include <string_view>
 #include <vector>
 
-#include "helpers/line_reader.h"
-#include "helpers/number_copy.h"
-#include "helpers/number_text.h"
-#include "helpers/order_statistics.h"
-#include "helpers/table_line.h"
+#include "statistics/order_statistics.h"
+#include "text/line_reader.h"
+#include "text/number_copy.h"
+#include "text/number_text.h"
+#include "text/table_line.h"
 
 namespace {
 

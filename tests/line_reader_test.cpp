@@ -1,6 +1,6 @@
 // Lines as std::getline would read them, whatever the blocks they arrive in.
 
-#include "helpers/line_reader.h"
+#include "text/line_reader.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -12,9 +12,9 @@
 #include <string_view>
 #include <vector>
 
-#include "helpers/number_text.h"
 #include "tests/random.h"
 #include "tests/scratch.h"
+#include "text/number_text.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Numbers copied from one text to another: held against std::atof and a stream in its default
 // state.
 
-#include "helpers/number_copy.h"
+#include "text/number_copy.h"
 
 #include <gtest/gtest.h>
 
@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "helpers/digits.h"
-#include "helpers/number_text.h"
 #include "tests/plain/plain_utils.h"
 #include "tests/random.h"
+#include "text/digits.h"
+#include "text/number_text.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Numbers as text: held against std::atof, std::atoi and a stream in its default state.
 
-#include "helpers/number_text.h"
+#include "text/number_text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // The medians, held bit by bit against the bubble sort and, where that would take too long, against
 // a sort of each stretch between not-a-numbers, which is itself held against the bubble sort.
 
-#include "helpers/order_statistics.h"
+#include "statistics/order_statistics.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Counting beyond bounds: held against the plain comparison, on values made to break it.
 
-#include "helpers/outlier_counts.h"
+#include "statistics/outlier_counts.h"
 
 #include <gtest/gtest.h>
 

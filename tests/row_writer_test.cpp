@@ -1,6 +1,6 @@
 // Numbered rows on their way into a file.
 
-#include "helpers/row_writer.h"
+#include "text/row_writer.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The lines that console report and report file have in common.
 
-#include "helpers/statistics_text.h"
+#include "statistics/statistics_text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The fields of a line: by position round and round, and by skipping commas.
 
-#include "helpers/table_line.h"
+#include "text/table_line.h"
 
 #include <gtest/gtest.h>
 
@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "helpers/number_text.h"
 #include "tests/random.h"
+#include "text/number_text.h"
 
 namespace {
 

@@ -9,11 +9,11 @@
 #include <string>
 #include <string_view>
 
-#include "helpers/line_reader.h"
-#include "helpers/number_copy.h"
-#include "helpers/number_text.h"
-#include "helpers/row_writer.h"
-#include "helpers/table_line.h"
+#include "text/line_reader.h"
+#include "text/number_copy.h"
+#include "text/number_text.h"
+#include "text/row_writer.h"
+#include "text/table_line.h"
 #include "utils/utils.h"
 
 namespace {

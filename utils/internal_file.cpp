@@ -12,9 +12,9 @@
 #include <system_error>
 #include <vector>
 
-#include "helpers/block_size.h"
-#include "helpers/line_reader.h"
-#include "helpers/number_text.h"
+#include "text/block_size.h"
+#include "text/line_reader.h"
+#include "text/number_text.h"
 #include "utils/utils.h"
 
 namespace {

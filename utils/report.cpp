@@ -3,7 +3,7 @@
 #include <fstream>
 #include <iostream>
 
-#include "helpers/statistics_text.h"
+#include "statistics/statistics_text.h"
 #include "utils/utils.h"
 
 void UTILS::storeStatistics() const {

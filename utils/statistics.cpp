@@ -9,8 +9,8 @@
 #include <new>
 #include <vector>
 
-#include "helpers/order_statistics.h"
-#include "helpers/outlier_counts.h"
+#include "statistics/order_statistics.h"
+#include "statistics/outlier_counts.h"
 #include "utils/utils.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "fuzz.h"
-#include "helpers/order_statistics.h"
+#include "statistics/order_statistics.h"
 #include "tests/open_utils.h"
 #include "tests/plain/plain_utils.h"
 

@@ -2,14 +2,14 @@
 // number and as an integer, with what stands behind it in a line, and copy it; or take numbers from
 // it, as they are or made of a few decimal digits, and write them.
 
-#include "helpers/number_text.h"
+#include "text/number_text.h"
 
 #include <algorithm>
 #include <cstring>
 
 #include "fuzz.h"
-#include "helpers/number_copy.h"
 #include "tests/plain/plain_utils.h"
+#include "text/number_copy.h"
 
 namespace {
 

@@ -73,7 +73,7 @@ def test_version_and_date_stand_in_one_place():
     top = (SOURCE / "CMakeLists.txt").read_text()
     assert f"VERSION {VERSION}" in top
     assert f'"{DATE}"' in top
-    for folder in ["cmake", "packaging", "docs", "utils", "helpers"]:
+    for folder in ["cmake", "packaging", "docs", "utils", "statistics", "text"]:
         for path in (SOURCE / folder).rglob("*"):
             if path.suffix in {".in", ".cmake", ".cpp", ".h"}:
                 text = path.read_text()

@@ -97,7 +97,7 @@ def test_figure_from_the_package(unpacked):
 def test_a_figure_of_another_version_is_refused(tmp_path):
     for name in ["CMakeLists.txt", "main.cpp", "version.h.in"]:
         shutil.copy(SOURCE / name, tmp_path)
-    for name in ["cmake", "docs", "examples", "helpers", "packaging", "plot", "utils"]:
+    for name in ["cmake", "docs", "examples", "statistics", "text", "packaging", "plot", "utils"]:
         shutil.copytree(SOURCE / name, tmp_path / name)
     plot = tmp_path / "plot" / "vostrel-plot"
     plot.write_text(plot.read_text().replace(f'VERSION = "{VERSION}"', 'VERSION = "0.0.0"'))

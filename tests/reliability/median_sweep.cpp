@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "draw.h"
-#include "helpers/order_statistics.h"
 #include "runs.h"
+#include "statistics/order_statistics.h"
 #include "tests/plain/plain_utils.h"
 
 namespace {

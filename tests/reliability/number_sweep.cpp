@@ -18,9 +18,9 @@
 #include <string>
 #include <string_view>
 
-#include "helpers/number_copy.h"
-#include "helpers/number_text.h"
 #include "runs.h"
+#include "text/number_copy.h"
+#include "text/number_text.h"
 
 namespace {
 

@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "helpers/row_writer.h"
 #include "tests/open_utils.h"
 #include "tests/plain/plain_utils.h"
+#include "text/row_writer.h"
 
 namespace {
 

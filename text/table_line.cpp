@@ -1,9 +1,9 @@
-#include "helpers/table_line.h"
+#include "text/table_line.h"
 
 #include <bit>
 #include <cstdint>
 
-#include "helpers/byte_words.h"
+#include "text/byte_words.h"
 
 namespace vostrel {
 

@@ -1,7 +1,7 @@
 // Counting the values that lie beyond bounds.
 
-#ifndef VOSTREL_HELPERS_OUTLIER_COUNTS_H
-#define VOSTREL_HELPERS_OUTLIER_COUNTS_H
+#ifndef VOSTREL_STATISTICS_OUTLIER_COUNTS_H
+#define VOSTREL_STATISTICS_OUTLIER_COUNTS_H
 
 #include <array>
 #include <cstddef>
@@ -24,4 +24,4 @@ std::array<std::size_t, kOutlierBounds> count_beyond(
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_HELPERS_OUTLIER_COUNTS_H
+#endif  // VOSTREL_STATISTICS_OUTLIER_COUNTS_H

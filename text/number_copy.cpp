@@ -1,10 +1,10 @@
-#include "helpers/number_copy.h"
+#include "text/number_copy.h"
 
 #include <cstddef>
 #include <cstdint>
 
-#include "helpers/digits.h"
-#include "helpers/number_text.h"
+#include "text/digits.h"
+#include "text/number_text.h"
 
 namespace vostrel {
 

@@ -1,11 +1,11 @@
-#include "helpers/row_writer.h"
+#include "text/row_writer.h"
 
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <limits>
 
-#include "helpers/block_size.h"
+#include "text/block_size.h"
 
 namespace vostrel {
 

@@ -1,7 +1,7 @@
 // The fields of one line of a comma-separated table.
 
-#ifndef VOSTREL_HELPERS_TABLE_LINE_H
-#define VOSTREL_HELPERS_TABLE_LINE_H
+#ifndef VOSTREL_TEXT_TABLE_LINE_H
+#define VOSTREL_TEXT_TABLE_LINE_H
 
 #include <optional>
 #include <string_view>
@@ -33,4 +33,4 @@ inline const char* skip_commas(const char* text, int count) {
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_HELPERS_TABLE_LINE_H
+#endif  // VOSTREL_TEXT_TABLE_LINE_H

@@ -1,10 +1,10 @@
-#include "helpers/line_reader.h"
+#include "text/line_reader.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "helpers/block_size.h"
-#include "helpers/byte_words.h"
+#include "text/block_size.h"
+#include "text/byte_words.h"
 
 namespace vostrel {
 

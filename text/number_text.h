@@ -6,8 +6,8 @@
 // takes 2 to 3 ns to read, where std::atof takes 45, and 5 ns to write, where std::to_chars takes
 // 36 and a stream 118.
 
-#ifndef VOSTREL_HELPERS_NUMBER_TEXT_H
-#define VOSTREL_HELPERS_NUMBER_TEXT_H
+#ifndef VOSTREL_TEXT_NUMBER_TEXT_H
+#define VOSTREL_TEXT_NUMBER_TEXT_H
 
 #include <array>
 #include <bit>
@@ -17,8 +17,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "helpers/byte_words.h"
-#include "helpers/digits.h"
+#include "text/byte_words.h"
+#include "text/digits.h"
 
 namespace vostrel {
 
@@ -251,4 +251,4 @@ inline char* write_double(double value, char* out) {
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_HELPERS_NUMBER_TEXT_H
+#endif  // VOSTREL_TEXT_NUMBER_TEXT_H

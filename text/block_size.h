@@ -1,7 +1,7 @@
 // The size of the pieces in which files are read.
 
-#ifndef VOSTREL_HELPERS_BLOCK_SIZE_H
-#define VOSTREL_HELPERS_BLOCK_SIZE_H
+#ifndef VOSTREL_TEXT_BLOCK_SIZE_H
+#define VOSTREL_TEXT_BLOCK_SIZE_H
 
 #include <cstddef>
 
@@ -19,4 +19,4 @@ inline constexpr std::size_t kBlockSize = VOSTREL_BLOCK_SIZE;
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_HELPERS_BLOCK_SIZE_H
+#endif  // VOSTREL_TEXT_BLOCK_SIZE_H

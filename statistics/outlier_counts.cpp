@@ -1,4 +1,4 @@
-#include "helpers/outlier_counts.h"
+#include "statistics/outlier_counts.h"
 
 #include <bit>
 #include <cmath>

@@ -1,7 +1,7 @@
 // Medians in linear time, with the result of the plain bubble sort, bit for bit.
 
-#ifndef VOSTREL_HELPERS_ORDER_STATISTICS_H
-#define VOSTREL_HELPERS_ORDER_STATISTICS_H
+#ifndef VOSTREL_STATISTICS_ORDER_STATISTICS_H
+#define VOSTREL_STATISTICS_ORDER_STATISTICS_H
 
 #include <cstddef>
 
@@ -37,4 +37,4 @@ double median_of_distances(const double* values, std::size_t n, double center);
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_HELPERS_ORDER_STATISTICS_H
+#endif  // VOSTREL_STATISTICS_ORDER_STATISTICS_H

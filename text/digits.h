@@ -1,13 +1,13 @@
 // Decimal digits, eight or three at a time.
 
-#ifndef VOSTREL_HELPERS_DIGITS_H
-#define VOSTREL_HELPERS_DIGITS_H
+#ifndef VOSTREL_TEXT_DIGITS_H
+#define VOSTREL_TEXT_DIGITS_H
 
 #include <array>
 #include <bit>
 #include <cstdint>
 
-#include "helpers/byte_words.h"
+#include "text/byte_words.h"
 
 namespace vostrel {
 
@@ -123,4 +123,4 @@ inline constexpr Triples kTriples;
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_HELPERS_DIGITS_H
+#endif  // VOSTREL_TEXT_DIGITS_H

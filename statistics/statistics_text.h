@@ -1,7 +1,7 @@
 // The lines of statistics that the console report and the report file share.
 
-#ifndef VOSTREL_HELPERS_STATISTICS_TEXT_H
-#define VOSTREL_HELPERS_STATISTICS_TEXT_H
+#ifndef VOSTREL_STATISTICS_STATISTICS_TEXT_H
+#define VOSTREL_STATISTICS_STATISTICS_TEXT_H
 
 #include <iosfwd>
 
@@ -32,4 +32,4 @@ void write_normalized_statistics(std::ostream& out, const Statistics& statistics
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_HELPERS_STATISTICS_TEXT_H
+#endif  // VOSTREL_STATISTICS_STATISTICS_TEXT_H

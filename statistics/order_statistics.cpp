@@ -1,4 +1,4 @@
-#include "helpers/order_statistics.h"
+#include "statistics/order_statistics.h"
 
 #include <algorithm>
 #include <array>

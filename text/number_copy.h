@@ -1,15 +1,15 @@
 // A number from one text to another: what reading it and writing it with six digits gives, in most
 // cases without making a double of it.
 
-#ifndef VOSTREL_HELPERS_NUMBER_COPY_H
-#define VOSTREL_HELPERS_NUMBER_COPY_H
+#ifndef VOSTREL_TEXT_NUMBER_COPY_H
+#define VOSTREL_TEXT_NUMBER_COPY_H
 
 #include <bit>
 #include <cstdint>
 
-#include "helpers/byte_words.h"
-#include "helpers/digits.h"
-#include "helpers/number_text.h"
+#include "text/byte_words.h"
+#include "text/digits.h"
+#include "text/number_text.h"
 
 namespace vostrel {
 
@@ -108,4 +108,4 @@ inline CopiedNumber copy_number_before(const char* text, char separator, char* o
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_HELPERS_NUMBER_COPY_H
+#endif  // VOSTREL_TEXT_NUMBER_COPY_H

@@ -1,4 +1,4 @@
-#include "helpers/statistics_text.h"
+#include "statistics/statistics_text.h"
 
 #include <ostream>
 

@@ -2,8 +2,8 @@
 // common ground of the digit and comma scanners, which look at eight characters per step with
 // ordinary integer arithmetic and so need no vector instructions.
 
-#ifndef VOSTREL_HELPERS_BYTE_WORDS_H
-#define VOSTREL_HELPERS_BYTE_WORDS_H
+#ifndef VOSTREL_TEXT_BYTE_WORDS_H
+#define VOSTREL_TEXT_BYTE_WORDS_H
 
 #include <bit>
 #include <cstddef>
@@ -50,4 +50,4 @@ inline void store_word(char* text, std::uint64_t word) {
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_HELPERS_BYTE_WORDS_H
+#endif  // VOSTREL_TEXT_BYTE_WORDS_H

@@ -1,7 +1,7 @@
 // The lines of a text file, without a copy of each and with the reads in plain sight.
 
-#ifndef VOSTREL_HELPERS_LINE_READER_H
-#define VOSTREL_HELPERS_LINE_READER_H
+#ifndef VOSTREL_TEXT_LINE_READER_H
+#define VOSTREL_TEXT_LINE_READER_H
 
 #include <cstddef>
 #include <fstream>
@@ -57,4 +57,4 @@ class LineReader {
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_HELPERS_LINE_READER_H
+#endif  // VOSTREL_TEXT_LINE_READER_H

@@ -1,16 +1,16 @@
 // Writing the intermediate file: rows "ID first second", in blocks of whole rows.
 
-#ifndef VOSTREL_HELPERS_ROW_WRITER_H
-#define VOSTREL_HELPERS_ROW_WRITER_H
+#ifndef VOSTREL_TEXT_ROW_WRITER_H
+#define VOSTREL_TEXT_ROW_WRITER_H
 
 #include <cstddef>
 #include <cstdint>
 #include <fstream>
 #include <vector>
 
-#include "helpers/byte_words.h"
-#include "helpers/digits.h"
-#include "helpers/number_text.h"
+#include "text/byte_words.h"
+#include "text/digits.h"
+#include "text/number_text.h"
 
 namespace vostrel {
 
@@ -101,4 +101,4 @@ class RowWriter {
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_HELPERS_ROW_WRITER_H
+#endif  // VOSTREL_TEXT_ROW_WRITER_H
