@@ -36,7 +36,6 @@ class Random {
 int main() {
   constexpr int kObjects = 2000;
   Random random;
-  std::printf("id,zspec,zphot,odds\n");
   for (int id = 1; id <= kObjects; ++id) {
     const double zspec = -0.35 * std::log(random.uniform() * random.uniform());
     double zphot = zspec - 0.004 + 0.03 * (1 + zspec) * random.normal();

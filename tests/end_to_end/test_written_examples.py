@@ -74,7 +74,7 @@ def test_examples_were_found():
 def test_readme_and_report_show_the_run_on_the_example_table(vostrel):
     (vostrel.folder / "examples").mkdir()
     shutil.copy(HOME / "examples" / "redshifts.csv", vostrel.folder / "examples")
-    run = vostrel("--stats", "examples/redshifts.csv", "report.txt", "1", "2", "3")
+    run = vostrel("--stats", "examples/redshifts.csv", "report.txt", "0", "2", "3")
     lines = [line for line in run.stdout.decode().splitlines() if line]
     explained = README.split("## A run")[1].split("## The figure")[0]
     assert re.findall(r"^\| `([^`]*)` \|", explained, re.M) == lines[2:]
