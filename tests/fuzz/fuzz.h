@@ -5,15 +5,14 @@
 #define VOSTREL_TESTS_FUZZ_FUZZ_H
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <bit>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -23,23 +22,19 @@
 #include <typeinfo>
 #include <vector>
 
+#include "tests/support/bits.h"
+#include "tests/support/folder.h"
+
 inline void require(bool holds, const char* what) {
   if (holds) return;
   std::fprintf(stderr, "DIFFERENCE: %s\n", what);
-  abort();
-}
-
-/// The bits of a number; not-a-numbers differ by their signs only, since their payload is the
-/// compiler's choice and no text shows it.
-inline std::uint64_t bits_of(double value) {
-  if (std::isnan(value)) return std::signbit(value) ? 1 : 2;
-  return std::bit_cast<std::uint64_t>(value);
+  std::abort();
 }
 
 inline bool same_bits(const std::vector<double>& one, const std::vector<double>& other) {
   if (one.size() != other.size()) return false;
   for (std::size_t i = 0; i < one.size(); ++i) {
-    if (bits_of(one[i]) != bits_of(other[i])) return false;
+    if (bits_without_payload(one[i]) != bits_without_payload(other[i])) return false;
   }
   return true;
 }
@@ -93,23 +88,10 @@ class ScratchFile {
   int file_;
 };
 
-/// Makes an empty folder in memory the working directory, until the process ends.
-class ScratchFolder {
+/// An empty folder that is the working directory until the process ends.
+class ScratchFolder : TemporaryFolder {
  public:
-  ScratchFolder() {
-    const bool in_memory = access("/dev/shm", W_OK) == 0;
-    path_ = std::string(in_memory ? "/dev/shm" : "/tmp") + "/vostrel-fuzz-XXXXXX";
-    require(mkdtemp(path_.data()) != nullptr && chdir(path_.c_str()) == 0, "no scratch folder");
-  }
-  ~ScratchFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-
- private:
-  std::string path_;
+  ScratchFolder() { std::filesystem::current_path(path()); }
 };
 
 /// Stands in for standard output and keeps what is written.

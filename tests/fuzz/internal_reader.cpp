@@ -2,8 +2,8 @@
 // the last bit, as the plain reading.
 
 #include "fuzz.h"
-#include "tests/open_utils.h"
 #include "tests/plain/plain_utils.h"
+#include "tests/support/open_utils.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const ScratchFolder folder;

@@ -1,19 +1,14 @@
 // The medians of up to 64 numbers, n from 0 to the count of them: the same bits as the plain
 // bubble sort leaves in the middle.
 
-#include <algorithm>
-#include <limits>
-
 #include "fuzz.h"
 #include "statistics/order_statistics.h"
-#include "tests/open_utils.h"
 #include "tests/plain/plain_utils.h"
+#include "tests/support/open_utils.h"
 
 namespace {
 
 constexpr std::size_t kMost = 64;
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 // Each byte a number, so that repeats, zeros of both signs and not-a-numbers are easy to come by.
 double from_byte(std::uint8_t byte) {
@@ -39,14 +34,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   OpenUtils product(0, "table", "report", 1, 2);
   plain::UTILS plain(0, "table", "report", 1, 2);
-  require(bits_of(vostrel::median(values.data(), n)) == bits_of(plain::median(values, count)),
+  require(bits_without_payload(vostrel::median(values.data(), n)) ==
+              bits_without_payload(plain::median(values, count)),
           "median");
-  require(bits_of(vostrel::median_of_absolutes(values.data(), n)) ==
-              bits_of(plain::abs_median(values, count)),
+  require(bits_without_payload(vostrel::median_of_absolutes(values.data(), n)) ==
+              bits_without_payload(plain::abs_median(values, count)),
           "median of absolutes");
   product.delta = plain.delta = values;
   product.CalculateMADDeltaz();
   plain.CalculateMADDeltaz();
-  require(bits_of(product.getMADDeltaz()) == bits_of(plain.getMADDeltaz()), "median of distances");
+  require(
+      bits_without_payload(product.getMADDeltaz()) == bits_without_payload(plain.getMADDeltaz()),
+      "median of distances");
   return 0;
 }

@@ -4,8 +4,7 @@
 
 #include "text/number_text.h"
 
-#include <algorithm>
-#include <cstring>
+#include <cmath>
 
 #include "fuzz.h"
 #include "tests/plain/plain_utils.h"
@@ -24,7 +23,9 @@ void read(std::string_view text, std::uint8_t choice) {
   std::vector<char> exact(line.begin(), line.end());
   const std::string_view field(exact.data(), text.size());
   const std::string copy(text);
-  require(bits_of(vostrel::read_double(field)) == bits_of(plain::read_double(copy)), "read_double");
+  require(bits_without_payload(vostrel::read_double(field)) ==
+              bits_without_payload(plain::read_double(copy)),
+          "read_double");
   require(vostrel::read_int(field) == plain::read_int(copy), "read_int");
 }
 

@@ -2,8 +2,8 @@
 // rest is the table: same result or exception, console, log and rows as the plain reading.
 
 #include "fuzz.h"
-#include "tests/open_utils.h"
 #include "tests/plain/plain_utils.h"
+#include "tests/support/open_utils.h"
 
 namespace {
 

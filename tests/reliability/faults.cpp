@@ -17,8 +17,8 @@
 #include <string_view>
 #include <vector>
 
-#include "draw.h"
 #include "runs.h"
+#include "tables.h"
 
 namespace {
 
@@ -86,24 +86,24 @@ class Runner {
 };
 
 // A few lines; several blocks; a line that ends the run; too few columns, which is logged twice.
-std::vector<Table> make_tables(Draw& draw) {
+std::vector<Table> make_tables(Random& random) {
   std::vector<Table> tables(4);
   tables[0] = {"a few lines", "a,b,c\n", "1"};
   tables[1] = {"several blocks", "", "0"};
   tables[2] = {"a line that ends the run", "", "0"};
   tables[3] = {"too few columns", "1,2\n3,4\n", "0"};
-  for (int i = 0; i < 7; ++i) tables[0].text += line(draw, 3, 0) + "\n";
+  for (int i = 0; i < 7; ++i) tables[0].text += line(random, 3, 0) + "\n";
   // Long fields, so that the plain program's sorts don't take all day.
   for (int i = 0; i < 700; ++i) {
-    tables[1].text += std::string(draw.below(800), '0') + line(draw, 3, 0) + "\n";
+    tables[1].text += std::string(random.below(800), '0') + line(random, 3, 0) + "\n";
   }
-  for (int i = 0; i < 300; ++i) tables[2].text += line(draw, 3, 0) + "\n";
+  for (int i = 0; i < 300; ++i) tables[2].text += line(random, 3, 0) + "\n";
   tables[2].text += "0.1,0.2,\n1,2,3\n";
   return tables;
 }
 
 // Bytes where a fault may strike: the first ones, block and buffer edges, the last ones, any.
-std::vector<std::size_t> places(Draw& draw, std::size_t size, std::size_t more) {
+std::vector<std::size_t> places(Random& random, std::size_t size, std::size_t more) {
   std::vector<std::size_t> places;
   for (const std::size_t edge : {std::size_t{0}, std::size_t{1024}, std::size_t{8191},
                                  std::size_t{65536}, std::size_t{131072}, size}) {
@@ -111,7 +111,7 @@ std::vector<std::size_t> places(Draw& draw, std::size_t size, std::size_t more) 
       places.push_back(place);
     }
   }
-  for (std::size_t i = 0; i < 12 * more; ++i) places.push_back(draw.below(size + 1));
+  for (std::size_t i = 0; i < 12 * more; ++i) places.push_back(random.below(size + 1));
   return places;
 }
 
@@ -128,7 +128,7 @@ constexpr std::array<Use, 6> kUses = {{{"read", "table.csv", 1},
                                        {"write", "report.txt", 1},
                                        {"write", "error.log", 0}}};
 
-std::vector<Fault> make_faults(Draw& draw, const std::map<std::string, std::string>& files,
+std::vector<Fault> make_faults(Random& random, const std::map<std::string, std::string>& files,
                                std::size_t more) {
   static constexpr std::array<int, 3> kLasting = {EIO, ENOSPC, EACCES};
   std::vector<Fault> faults;
@@ -143,10 +143,10 @@ std::vector<Fault> make_faults(Draw& draw, const std::map<std::string, std::stri
   for (const Use& use : kUses) {
     const auto found = files.find(use.file);
     if (found == files.end()) continue;
-    for (const std::size_t place : places(draw, found->second.size(), more)) {
-      faults.push_back({use.call, use.file, use.pass, place, 0, draw.pick(kLasting)});
+    for (const std::size_t place : places(random, found->second.size(), more)) {
+      faults.push_back({use.call, use.file, use.pass, place, 0, random.pick(kLasting)});
       // An interrupted call is made again; for ever, if it were interrupted for ever.
-      const int times = 1 + static_cast<int>(draw.below(3));
+      const int times = 1 + static_cast<int>(random.below(3));
       faults.push_back({use.call, use.file, use.pass, place, times, EINTR});
     }
   }
@@ -223,16 +223,16 @@ bool check_memory(Runner& product, const Table& table, std::map<std::string, int
 int run(const std::string& program, const std::string& plain_program, const std::string& shim,
         std::size_t more) {
   without_core_files();
-  Draw draw(chosen_seed());
+  Random random;
   Runner product(program, shim);
   Runner plain(plain_program, shim);
   const auto begin = std::chrono::steady_clock::now();
   std::size_t runs = 0;
   std::map<std::string, std::size_t> struck;
   std::map<std::string, int> memory;
-  for (const Table& table : make_tables(draw)) {
+  for (const Table& table : make_tables(random)) {
     const Outcome whole = plain.run(table, "");
-    for (const Fault& fault : make_faults(draw, whole.files, more)) {
+    for (const Fault& fault : make_faults(random, whole.files, more)) {
       const Outcome one = product.run(table, fault.words());
       const Outcome other = plain.run(table, fault.words());
       ++runs;

@@ -19,8 +19,8 @@
 #include <string_view>
 #include <vector>
 
-#include "draw.h"
 #include "runs.h"
+#include "tables.h"
 
 namespace {
 
@@ -75,10 +75,11 @@ bool finish_in_time(pid_t child, int& status) {
   return false;
 }
 
-Table make_table(const std::string& program, const Folder& folder, std::size_t rows, Draw& draw) {
+Table make_table(const std::string& program, const Folder& folder, std::size_t rows,
+                 Random& random) {
   Table table;
   for (std::size_t i = 0; i < rows; ++i) {
-    table.text.append(usual_number(draw)).append(",").append(usual_number(draw)).append("\n");
+    table.text.append(usual_number(random)).append(",").append(usual_number(random)).append("\n");
   }
   const Stream output;
   const Stream error;
@@ -179,7 +180,7 @@ std::string fault_in(const Left& left, const Table& table, Ends& ends) {
 
 int run(const std::string& program, std::uint64_t rounds) {
   without_core_files();
-  Draw draw(chosen_seed());
+  Random random;
   const Folder folder;
   const auto begin = Clock::now();
   Ends ends;
@@ -188,10 +189,11 @@ int run(const std::string& program, std::uint64_t rounds) {
   const std::array<std::uint64_t, 3> shares = {rounds / 2, rounds - rounds / 2 - rounds / 10,
                                                rounds / 10};
   for (std::size_t k = 0; k < rows.size(); ++k) {
-    const Table table = make_table(program, folder, rows[k], draw);
+    const Table table = make_table(program, folder, rows[k], random);
     for (std::uint64_t i = 0; i < shares[k]; ++i) {
-      const nanoseconds moment(draw.below(static_cast<std::size_t>(table.time.count()) * 9 / 8));
-      const bool to_pipe = draw.one_in(2);
+      const nanoseconds moment(static_cast<std::int64_t>(
+          random.fraction() * static_cast<double>(table.time.count()) * 9 / 8));
+      const bool to_pipe = random.one_in(2);
       const Left left = interrupt(program, folder, moment, to_pipe);
       const std::string fault = fault_in(left, table, ends);
       if (!fault.empty()) {

@@ -18,28 +18,12 @@
 #include <string>
 #include <string_view>
 
-#include "runs.h"
+#include "tests/support/bits.h"
+#include "tests/support/random.h"
 #include "text/number_copy.h"
 #include "text/number_text.h"
 
 namespace {
-
-// xorshift64*: a few instructions a number, and good enough to draw from.
-class Fast {
- public:
-  explicit Fast(std::uint64_t seed) : state_(seed * 2 + 1) {}
-  std::uint64_t bits() {
-    state_ ^= state_ >> 12;
-    state_ ^= state_ << 25;
-    state_ ^= state_ >> 27;
-    return state_ * 2685821657736338717u;
-  }
-  std::uint64_t below(std::uint64_t count) { return (bits() >> 32) * count >> 32; }
-  bool one_in(std::uint64_t count) { return below(count) == 0; }
-
- private:
-  std::uint64_t state_;
-};
 
 // A text with room behind it for what may follow it in a line.
 struct Text {
@@ -53,109 +37,107 @@ struct Text {
   std::string_view view() const { return {at.data(), size}; }
 };
 
-void add_digits(Fast& fast, Text& text, std::uint64_t count) {
-  for (; count > 0; --count) text.add(static_cast<char>('0' + fast.below(10)));
+void add_digits(Random& random, Text& text, std::uint64_t count) {
+  for (; count > 0; --count) text.add(static_cast<char>('0' + random.below(10)));
 }
 
 // Digits, a point, digits, as most fields are.
-void add_usual(Fast& fast, Text& text) {
-  if (fast.one_in(4)) text.add('-');
-  add_digits(fast, text, fast.below(10));
-  if (!fast.one_in(8)) text.add('.');
-  add_digits(fast, text, fast.below(11));
+void add_usual(Random& random, Text& text) {
+  if (random.one_in(4)) text.add('-');
+  add_digits(random, text, random.below(10));
+  if (!random.one_in(8)) text.add('.');
+  add_digits(random, text, random.below(11));
 }
 
 // A redshift, and often one whose seventh digit is hard to round.
-void add_redshift(Fast& fast, Text& text) {
-  add_digits(fast, text, 1);
+void add_redshift(Random& random, Text& text) {
+  add_digits(random, text, 1);
   text.add('.');
-  add_digits(fast, text, fast.below(9));
+  add_digits(random, text, random.below(9));
   static constexpr std::string_view kTails[] = {"499999", "500000", "49999999999999999999",
                                                 "50000000000000000000"};
-  if (fast.one_in(2)) text.add(kTails[fast.below(4)]);
-  if (fast.one_in(2)) add_digits(fast, text, fast.below(20));
-  if (fast.one_in(3)) {
-    text.add(fast.one_in(2) ? "e-0" : "e+0");
-    add_digits(fast, text, 1);
+  if (random.one_in(2)) text.add(kTails[random.below(4)]);
+  if (random.one_in(2)) add_digits(random, text, random.below(20));
+  if (random.one_in(3)) {
+    text.add(random.one_in(2) ? "e-0" : "e+0");
+    add_digits(random, text, 1);
   }
 }
 
 // Up to 25 digits on each side, and an exponent.
-void add_long(Fast& fast, Text& text) {
-  if (fast.one_in(4)) text.add(fast.one_in(2) ? '-' : '+');
-  add_digits(fast, text, fast.below(26));
+void add_long(Random& random, Text& text) {
+  if (random.one_in(4)) text.add(random.one_in(2) ? '-' : '+');
+  add_digits(random, text, random.below(26));
   text.add('.');
-  add_digits(fast, text, fast.below(26));
-  if (fast.one_in(2)) {
-    text.add(fast.one_in(2) ? 'e' : 'E');
-    if (fast.one_in(2)) text.add(fast.one_in(2) ? '-' : '+');
-    add_digits(fast, text, 1 + fast.below(3));
+  add_digits(random, text, random.below(26));
+  if (random.one_in(2)) {
+    text.add(random.one_in(2) ? 'e' : 'E');
+    if (random.one_in(2)) text.add(random.one_in(2) ? '-' : '+');
+    add_digits(random, text, 1 + random.below(3));
   }
 }
 
 // The shortest text of a number of any bits.
-void add_any_number(Fast& fast, Text& text) {
+void add_any_number(Random& random, Text& text) {
   char* const begin = text.at.data() + text.size;
-  const double value = std::bit_cast<double>(fast.bits());
+  const double value = std::bit_cast<double>(random.bits());
   text.size += static_cast<std::size_t>(std::to_chars(begin, begin + 40, value).ptr - begin);
 }
 
 // The middle between two neighbouring numbers, to the last digit or with one more or less.
-void add_middle(Fast& fast, Text& text) {
+void add_middle(Random& random, Text& text) {
   const double value =
-      std::ldexp(static_cast<double>(fast.bits() >> 11), static_cast<int>(fast.below(60)) - 70);
+      std::ldexp(static_cast<double>(random.bits() >> 11), static_cast<int>(random.below(60)) - 70);
   const auto next = static_cast<long double>(std::nextafter(value, 1e300));
   std::array<char, 120> exact{};
   std::snprintf(exact.data(), exact.size(), "%.90Lf", (static_cast<long double>(value) + next) / 2);
   std::string_view middle(exact.data());
   text.add(middle);
-  if (fast.one_in(3)) text.add('1');
-  if (fast.one_in(3)) --text.size;
+  if (random.one_in(3)) text.add('1');
+  if (random.one_in(3)) --text.size;
 }
 
 // What a fuzzer would come up with.
-void add_odd(Fast& fast, Text& text) {
+void add_odd(Random& random, Text& text) {
   static constexpr std::string_view kPieces[] = {
       "nan", "NAN", "nan(", ")",   "inf", "INF",    "infinity",    "Infinit", "0x",
       "0X",  "p",   "P+",   "e",   "E-",  "+",      "-",           ".",       " ",
       "\t",  "\r",  "\v",   "\f",  "0",   "00",     "1",           "9",       "a",
       "F",   "x",   "308",  "309", "324", "999999", "000000000000"};
-  for (std::uint64_t i = 1 + fast.below(6); i > 0; --i) {
-    text.add(kPieces[fast.below(std::size(kPieces))]);
+  for (std::uint64_t i = 1 + random.below(6); i > 0; --i) {
+    text.add(kPieces[random.below(std::size(kPieces))]);
   }
 }
 
-Text draw_text(Fast& fast) {
+Text draw_text(Random& random) {
   Text text;
-  if (fast.one_in(16)) text.add(fast.one_in(2) ? ' ' : '\t');
-  switch (fast.below(16)) {
+  if (random.one_in(16)) text.add(random.one_in(2) ? ' ' : '\t');
+  switch (random.below(16)) {
     case 0:
     case 1:
-      add_long(fast, text);
+      add_long(random, text);
       break;
     case 2:
-      add_any_number(fast, text);
+      add_any_number(random, text);
       break;
     case 3:
-      fast.one_in(20) ? add_middle(fast, text) : add_long(fast, text);
+      random.one_in(20) ? add_middle(random, text) : add_long(random, text);
       break;
     case 4:
     case 5:
-      add_odd(fast, text);
+      add_odd(random, text);
       break;
     case 6:
     case 7:
     case 8:
-      add_redshift(fast, text);
+      add_redshift(random, text);
       break;
     default:
-      add_usual(fast, text);
+      add_usual(random, text);
   }
-  if (fast.one_in(16)) text.add(fast.one_in(2) ? ' ' : 'x');
+  if (random.one_in(16)) text.add(random.one_in(2) ? ' ' : 'x');
   return text;
 }
-
-std::uint64_t bits_of(double value) { return std::bit_cast<std::uint64_t>(value); }
 
 // The number that copying finds in a field before `separator`, or "nothing".
 std::string_view copied(const char* field, char separator, std::array<char, 64>& room) {
@@ -170,13 +152,13 @@ std::string_view expected_copy(std::string_view field, double value, std::array<
   return {room.data(), static_cast<std::size_t>(size)};
 }
 
-bool read_alike(Fast& fast) {
-  Text text = draw_text(fast);
+bool read_alike(Random& random) {
+  Text text = draw_text(random);
   const std::size_t size = text.size;
   static constexpr char kEnds[] = {',', ' ', '\n', '\0'};
-  const char end = kEnds[fast.below(4)];
+  const char end = kEnds[random.below(4)];
   text.add(end);
-  const std::uint64_t behind = fast.one_in(2) ? fast.bits() : 0x3938373635343332;
+  const std::uint64_t behind = random.one_in(2) ? random.bits() : 0x3938373635343332;
   std::memcpy(text.at.data() + text.size, &behind, sizeof behind);
   std::memcpy(text.at.data() + text.size + sizeof behind, &behind, sizeof behind);
   const std::string_view field(text.at.data(), size);
@@ -203,29 +185,29 @@ constexpr std::array<double, 23> kPowers = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  
                                             1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
 // Six digits and a five, anywhere from 1e-11 to 1e11, exact or rounded.
-double draw_tie(Fast& fast) {
-  const auto digits = static_cast<double>((100000 + fast.below(900000)) * 10 + 5);
-  const double power = kPowers[fast.below(18)];
-  double tie = fast.one_in(3) ? digits * power : digits / power;
-  if (fast.one_in(2)) tie = std::nextafter(tie, fast.one_in(2) ? 0 : 1e300);
-  return fast.one_in(8) ? -tie : tie;
+double draw_tie(Random& random) {
+  const auto digits = static_cast<double>((100000 + random.below(900000)) * 10 + 5);
+  const double power = kPowers[random.below(18)];
+  double tie = random.one_in(3) ? digits * power : digits / power;
+  if (random.one_in(2)) tie = std::nextafter(tie, random.one_in(2) ? 0 : 1e300);
+  return random.one_in(8) ? -tie : tie;
 }
 
-double draw_number(Fast& fast) {
-  switch (fast.below(4)) {
+double draw_number(Random& random) {
+  switch (random.below(4)) {
     case 0:
-      return std::bit_cast<double>(fast.bits());
+      return std::bit_cast<double>(random.bits());
     case 1: {  // from 2^-17, below 1e-5, to 2^24, above 1e7
-      const std::uint64_t exponent = 1023 - 17 + fast.below(41);
-      return std::bit_cast<double>((fast.bits() & 0x800fffffffffffff) | exponent << 52);
+      const std::uint64_t exponent = 1023 - 17 + random.below(41);
+      return std::bit_cast<double>((random.bits() & 0x800fffffffffffff) | exponent << 52);
     }
     case 2: {  // four to nine decimals
-      const std::uint64_t decimals = 4 + fast.below(6);
-      const auto digits = static_cast<double>(fast.bits() >> (20 + fast.below(40)));
+      const std::uint64_t decimals = 4 + random.below(6);
+      const auto digits = static_cast<double>(random.bits() >> (20 + random.below(40)));
       return digits / kPowers[decimals];
     }
     default:
-      return draw_tie(fast);
+      return draw_tie(random);
   }
 }
 
@@ -254,10 +236,10 @@ double since(std::chrono::steady_clock::time_point begin) {
 }
 
 int run(std::uint64_t strings, std::uint64_t doubles) {
-  Fast fast(chosen_seed());
+  Random random;
   const auto begin = std::chrono::steady_clock::now();
   for (std::uint64_t i = 0; i < strings; ++i) {
-    if (!read_alike(fast)) return 1;
+    if (!read_alike(random)) return 1;
   }
   std::cout << strings << " strings read, no difference, " << since(begin) << " s" << std::endl;
 
@@ -267,7 +249,7 @@ int run(std::uint64_t strings, std::uint64_t doubles) {
   for (std::uint64_t i = 0; i < doubles; ++i) {
     const bool by_stream_too = i % 100 == 0;
     by_stream += by_stream_too;
-    if (!write_alike(draw_number(fast), by_stream_too, stream)) return 1;
+    if (!write_alike(draw_number(random), by_stream_too, stream)) return 1;
   }
   std::cout << doubles << " doubles written, " << by_stream
             << " of them by a stream too, no difference, " << since(middle) << " s" << std::endl;

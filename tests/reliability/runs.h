@@ -21,11 +21,12 @@
 #include <filesystem>
 #include <iostream>
 #include <map>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "tests/support/folder.h"
 
 inline void require(bool holds, const std::string& what) {
   if (!holds) throw std::runtime_error(what + ": " + std::to_string(errno));
@@ -44,24 +45,9 @@ inline std::string text_of(int file) {
   return text;
 }
 
-/// A folder that a program runs in; in memory if possible, since thousands of runs are made.
-class Folder {
+/// A folder that a program runs in.
+class Folder : public TemporaryFolder {
  public:
-  Folder() {
-    const bool in_memory = access("/dev/shm", W_OK) == 0;
-    path_ = std::string(in_memory ? "/dev/shm" : "/tmp") + "/vostrel-runs-XXXXXX";
-    require(mkdtemp(path_.data()) != nullptr, path_);
-  }
-  ~Folder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-
-  const std::string& path() const { return path_; }
-  std::string path_of(const std::string& name) const { return path_ + "/" + name; }
-
   void clear() const {
     for (const std::string& name : names()) {
       if (unlink(path_of(name).c_str()) != 0) std::filesystem::remove_all(path_of(name));
@@ -81,8 +67,8 @@ class Folder {
 
   std::vector<std::string> names() const {
     std::vector<std::string> names;
-    DIR* const folder = opendir(path_.c_str());
-    require(folder != nullptr, path_);
+    DIR* const folder = opendir(path().c_str());
+    require(folder != nullptr, path());
     while (const dirent* entry = readdir(folder)) {
       const std::string name = entry->d_name;
       if (name != "." && name != "..") names.push_back(name);
@@ -103,9 +89,6 @@ class Folder {
     }
     return files;
   }
-
- private:
-  std::string path_;
 };
 
 /// A file without a name, for a standard stream of a run.
@@ -181,15 +164,6 @@ inline void without_core_files() {
 /// An absolute path: programs are started from other folders.
 inline std::string absolute(const char* program) {
   return std::filesystem::absolute(program).string();
-}
-
-/// The seed of a campaign: VOSTREL_TEST_SEED, or one that is drawn and printed.
-inline std::uint64_t chosen_seed() {
-  const char* const chosen = std::getenv("VOSTREL_TEST_SEED");
-  const std::uint64_t seed =
-      chosen != nullptr ? std::strtoull(chosen, nullptr, 10) : std::random_device{}();
-  std::cout << "VOSTREL_TEST_SEED=" << seed << std::endl;
-  return seed;
 }
 
 #endif  // VOSTREL_TESTS_RELIABILITY_RUNS_H

@@ -16,8 +16,8 @@
 #include <string_view>
 #include <vector>
 
-#include "draw.h"
 #include "runs.h"
+#include "tables.h"
 
 namespace {
 
@@ -27,15 +27,15 @@ struct Case {
   std::vector<std::string> folders;
 };
 
-std::string header_flag(Draw& draw) {
+std::string header_flag(Random& random) {
   static constexpr std::string_view kOdd[] = {"",   "2",   "-1", "x",    " 1",         "01",
                                               "+1", "1.9", "1x", "0x1",  "4294967297", "1e0",
                                               "10", "\t1", "--", "true", "2147483648"};
-  if (draw.one_in(10)) return std::string(draw.pick(kOdd));
-  return draw.one_in(2) ? "1" : "0";
+  if (random.one_in(10)) return std::string(random.pick(kOdd));
+  return random.one_in(2) ? "1" : "0";
 }
 
-std::string column(Draw& draw, std::size_t number) {
+std::string column(Random& random, std::size_t number) {
   static constexpr std::string_view kOdd[] = {"",
                                               "x",
                                               "0",
@@ -49,68 +49,72 @@ std::string column(Draw& draw, std::size_t number) {
                                               "18446744073709551617",
                                               "0x2",
                                               "1e0"};
-  if (draw.one_in(40)) return std::string(draw.pick(kOdd));
+  if (random.one_in(40)) return std::string(random.pick(kOdd));
   static constexpr std::string_view kBefore[] = {"+", " ", "0", "\t", "  +0"};
   static constexpr std::string_view kBehind[] = {"abc", ".9", " ", ",", "e9"};
   std::string text = std::to_string(number);
-  if (draw.one_in(40)) text.insert(0, draw.pick(kBefore));
-  if (draw.one_in(40)) text += draw.pick(kBehind);
+  if (random.one_in(40)) text.insert(0, random.pick(kBefore));
+  if (random.one_in(40)) text += random.pick(kBehind);
   return text;
 }
 
-std::string table_name(Draw& draw) {
+std::string table_name(Random& random) {
   static constexpr std::string_view kOdd[] = {
       "missing.csv", "internal.txt", "error.log",   "report.txt", "folder",     "",
       ".",           "/dev/null",    "./table.csv", "folder/x",   "table.csv/", "\xff\xfe.csv"};
-  return std::string(draw.one_in(25) ? draw.pick(kOdd) : "table.csv");
+  return std::string(random.one_in(25) ? random.pick(kOdd) : "table.csv");
 }
 
-std::string report_name(Draw& draw) {
+std::string report_name(Random& random) {
   static constexpr std::string_view kOdd[] = {
       "table.csv", "internal.txt", "error.log", "folder",  "",          ".",
       "/dev/full", "/dev/null",    "folder/r",  "no/such", "\xff\xfe r"};
-  return std::string(draw.one_in(25) ? draw.pick(kOdd) : "report.txt");
+  return std::string(random.one_in(25) ? random.pick(kOdd) : "report.txt");
 }
 
 Case draw_case(std::uint64_t seed) {
-  Draw draw(seed);
+  Random random(seed);
   Case result;
   std::size_t columns = 0;
-  const std::string text = draw.one_in(400) ? long_table(draw, columns) : table(draw, columns);
-  const std::string name = table_name(draw);
+  const std::string text =
+      random.one_in(400) ? long_table(random, columns) : table(random, columns);
+  const std::string name = table_name(random);
   result.files["table.csv"] = text;
   if (name == "internal.txt" || name == "error.log" || name == "\xff\xfe.csv") {
     result.files[name] = text;
   }
-  if (draw.one_in(8)) result.files.try_emplace("internal.txt", "0 1 2\n1 2 3\nold");
-  if (draw.one_in(8)) result.files.try_emplace("error.log", "old\n");
-  if (draw.one_in(8)) result.files.try_emplace("report.txt", std::string(2000, 'r'));
-  if (draw.one_in(100)) {
+  if (random.one_in(8)) result.files.try_emplace("internal.txt", "0 1 2\n1 2 3\nold");
+  if (random.one_in(8)) result.files.try_emplace("error.log", "old\n");
+  if (random.one_in(8)) result.files.try_emplace("report.txt", std::string(2000, 'r'));
+  if (random.one_in(100)) {
     result.files.erase("internal.txt");
     result.folders.emplace_back("internal.txt");
   }
-  if (draw.one_in(100)) {
+  if (random.one_in(100)) {
     result.files.erase("error.log");
     result.folders.emplace_back("error.log");
   }
   result.folders.emplace_back("folder");
 
-  std::size_t first = 1 + draw.below(columns);
-  std::size_t second = 1 + draw.below(columns);
-  if (!draw.one_in(12) && columns > 1) {
-    while (first == second) second = 1 + draw.below(columns);
+  std::size_t first = 1 + random.below(columns);
+  std::size_t second = 1 + random.below(columns);
+  if (!random.one_in(12) && columns > 1) {
+    while (first == second) second = 1 + random.below(columns);
     if (first > second) std::swap(first, second);
   }
-  if (draw.one_in(40)) second = columns + 1;
-  result.arguments = {"--stats",           name,
-                      report_name(draw),   header_flag(draw),
-                      column(draw, first), column(draw, second)};
-  if (draw.one_in(50)) {
-    const std::size_t count = draw.below(9);
+  if (random.one_in(40)) second = columns + 1;
+  result.arguments = {"--stats",
+                      name,
+                      report_name(random),
+                      header_flag(random),
+                      column(random, first),
+                      column(random, second)};
+  if (random.one_in(50)) {
+    const std::size_t count = random.below(9);
     result.arguments.resize(count, "more");
   }
   static constexpr std::string_view kOther[] = {"--STATS", "--help", "", "--stats ", "-stats"};
-  if (draw.one_in(100) && !result.arguments.empty()) result.arguments[0] = draw.pick(kOther);
+  if (random.one_in(100) && !result.arguments.empty()) result.arguments[0] = random.pick(kOther);
   return result;
 }
 

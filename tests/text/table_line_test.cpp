@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/random.h"
+#include "tests/support/random.h"
 #include "text/number_text.h"
 
 namespace {

@@ -11,50 +11,15 @@
 #include <vector>
 
 #include "tests/plain/plain_utils.h"
-#include "tests/random.h"
+#include "tests/support/bits.h"
+#include "tests/support/random.h"
+#include "tests/support/sorted_stretches.h"
 
 namespace {
 
 using Values = std::vector<double>;
 
 int count_of(const Values& values) { return static_cast<int>(values.size()); }
-
-Values absolutes(Values values) {
-  for (double& value : values) value = std::fabs(value);
-  return values;
-}
-
-Values distances(Values values, double center) {
-  for (double& value : values) value = std::fabs(value - center);
-  return values;
-}
-
-/// Sorts each stretch without not-a-numbers by itself, equal values staying in their order.
-void sort_stretches(Values& values) {
-  const auto is_nan = [](double value) { return std::isnan(value); };
-  auto begin = values.begin();
-  while (begin != values.end()) {
-    const auto end = std::find_if(begin, values.end(), is_nan);
-    std::stable_sort(begin, end);
-    begin = std::find_if_not(end, values.end(), is_nan);
-  }
-}
-
-double median_by_stretches(Values values) {
-  if (values.empty()) return kNaN;
-  sort_stretches(values);
-  // What remains to be done with the middle is left to the plain median: which of two not-a-numbers
-  // a sum keeps is up to the compiler.
-  const std::size_t half = values.size() / 2;
-  if (values.size() % 2 == 0) return plain::median({values[half - 1], values[half]}, 2);
-  return values[half];
-}
-
-/// The bits, but of a not-a-number only its sign: a difference of two of them has the payload of
-/// the one or of the other, as the compiler likes. No text shows it.
-std::uint64_t bits_but_payload(double value) {
-  return bits_of(std::isnan(value) ? std::copysign(kNaN, value) : value);
-}
 
 /// A small array of a random kind.
 Values small_array(Random& random, std::size_t size) {
@@ -91,7 +56,7 @@ Values small_array(Random& random, std::size_t size) {
         value = 1.0 + static_cast<double>(random.below(4)) * 0x1p-52;
         break;
     }
-    if (nan_in != 0 && random.one_in(nan_in)) value = random.pick(kNotNumbers);
+    if (nan_in != 0 && random.one_in(nan_in)) value = random.pick(kNaNs);
   }
   return values;
 }
@@ -118,8 +83,9 @@ void expect_medians_of_the_bubble_sort(const Values& values, double center) {
   ASSERT_EQ(bits_of(vostrel::median_of_absolutes(values.data(), values.size())),
             bits_of(plain::abs_median(values, n)))
       << shown(values);
-  ASSERT_EQ(bits_but_payload(vostrel::median_of_distances(values.data(), values.size(), center)),
-            bits_but_payload(plain::median(distances(values, center), n)))
+  ASSERT_EQ(
+      bits_without_payload(vostrel::median_of_distances(values.data(), values.size(), center)),
+      bits_without_payload(plain::median(distances(values, center), n)))
       << shown(values) << "around " << center;
 }
 
@@ -216,11 +182,11 @@ const Shape kShapes[] = {
     {"saw teeth", [](Random&, std::size_t i, std::size_t) { return static_cast<double>(i % 37); }},
     {"one in ten not a number",
      [](Random& r, std::size_t, std::size_t) {
-       return r.one_in(10) ? r.pick(kNotNumbers) : r.fraction();
+       return r.one_in(10) ? r.pick(kNaNs) : r.fraction();
      }},
     {"every other not a number",
      [](Random& r, std::size_t i, std::size_t) {
-       return i % 2 == 0 ? r.pick(kNotNumbers) : r.fraction();
+       return i % 2 == 0 ? r.pick(kNaNs) : r.fraction();
      }},
     {"one not a number below the middle",
      [](Random& r, std::size_t i, std::size_t n) { return i == n / 2 - 1 ? kNaN : r.fraction(); }},
@@ -231,7 +197,7 @@ const Shape kShapes[] = {
     {"one not a number at the end",
      [](Random& r, std::size_t i, std::size_t n) { return i == n - 1 ? kNaN : r.fraction(); }},
     {"nothing but not a numbers",
-     [](Random& r, std::size_t, std::size_t) { return r.pick(kNotNumbers); }},
+     [](Random& r, std::size_t, std::size_t) { return r.pick(kNaNs); }},
     {"random bits", [](Random& r, std::size_t, std::size_t) { return r.any_double(); }},
     {"zeros of both signs",
      [](Random& r, std::size_t, std::size_t) { return r.one_in(2) ? 0.0 : -0.0; }},
@@ -272,8 +238,8 @@ void expect_medians_of_the_reference(const Shape& shape, Random& random, std::si
   ASSERT_EQ(bits_of(vostrel::median(values.data(), n)), bits_of(median));
   ASSERT_EQ(bits_of(vostrel::median_of_absolutes(values.data(), n)),
             bits_of(median_by_stretches(absolutes(values))));
-  ASSERT_EQ(bits_but_payload(vostrel::median_of_distances(values.data(), n, median)),
-            bits_but_payload(median_by_stretches(distances(values, median))));
+  ASSERT_EQ(bits_without_payload(vostrel::median_of_distances(values.data(), n, median)),
+            bits_without_payload(median_by_stretches(distances(values, median))));
 }
 
 TEST(OrderStatistics, OfLargeArraysOfEveryShapeAreTheReferences) {

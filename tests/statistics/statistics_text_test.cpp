@@ -6,7 +6,7 @@
 
 #include <sstream>
 
-#include "tests/random.h"
+#include "tests/support/bits.h"
 
 namespace {
 

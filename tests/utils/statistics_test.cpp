@@ -7,8 +7,8 @@
 #include <new>
 #include <vector>
 
-#include "tests/open_utils.h"
-#include "tests/random.h"
+#include "tests/support/bits.h"
+#include "tests/support/open_utils.h"
 
 namespace {
 

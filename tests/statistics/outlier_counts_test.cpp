@@ -10,7 +10,8 @@
 #include <limits>
 #include <vector>
 
-#include "tests/random.h"
+#include "tests/support/bits.h"
+#include "tests/support/random.h"
 
 namespace {
 

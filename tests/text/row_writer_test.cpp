@@ -9,8 +9,9 @@
 #include <string>
 
 #include "tests/plain/plain_utils.h"
-#include "tests/random.h"
-#include "tests/scratch.h"
+#include "tests/support/bits.h"
+#include "tests/support/random.h"
+#include "tests/support/scratch.h"
 
 namespace {
 

@@ -1,31 +1,27 @@
-// A fresh working directory for each test, and what the code under test leaves there and prints.
+// A new working directory for each test, and what the code under test leaves there and prints.
 
-#ifndef VOSTREL_TESTS_SCRATCH_H
-#define VOSTREL_TESTS_SCRATCH_H
+#ifndef VOSTREL_TESTS_SUPPORT_SCRATCH_H
+#define VOSTREL_TESTS_SUPPORT_SCRATCH_H
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <string_view>
+
+#include "tests/support/folder.h"
 
 /// A test that runs in an empty temporary folder and leaves nothing behind.
 class InScratchFolder : public testing::Test {
  protected:
   InScratchFolder() : before_(std::filesystem::current_path()) {
-    std::string name = (std::filesystem::temp_directory_path() / "vostrel-test-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder: " + name);
-    folder_ = name;
-    std::filesystem::current_path(folder_);
+    std::filesystem::current_path(folder_.path());
   }
   ~InScratchFolder() override {
     std::error_code ignored;
     std::filesystem::current_path(before_, ignored);
-    std::filesystem::remove_all(folder_, ignored);
   }
 
   static void write_file(const std::string& name, std::string_view text) {
@@ -43,10 +39,10 @@ class InScratchFolder : public testing::Test {
 
  private:
   std::filesystem::path before_;
-  std::filesystem::path folder_;
+  TemporaryFolder folder_;
 };
 
-/// What `action` writes to standard output, by whatever way it gets there.
+/// What `action` writes to standard output.
 template <typename Action>
 std::string printed_by(Action action) {
   testing::internal::CaptureStdout();
@@ -59,4 +55,4 @@ std::string printed_by(Action action) {
   return testing::internal::GetCapturedStdout();
 }
 
-#endif  // VOSTREL_TESTS_SCRATCH_H
+#endif  // VOSTREL_TESTS_SUPPORT_SCRATCH_H

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "tests/open_utils.h"
+#include "tests/support/open_utils.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <string>
 
-#include "tests/open_utils.h"
-#include "tests/scratch.h"
+#include "tests/support/open_utils.h"
+#include "tests/support/scratch.h"
 
 namespace {
 

@@ -8,10 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/open_utils.h"
 #include "tests/plain/plain_utils.h"
-#include "tests/random.h"
-#include "tests/scratch.h"
+#include "tests/support/bits.h"
+#include "tests/support/open_utils.h"
+#include "tests/support/random.h"
+#include "tests/support/scratch.h"
 
 namespace {
 

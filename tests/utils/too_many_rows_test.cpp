@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/open_utils.h"
 #include "tests/plain/plain_utils.h"
+#include "tests/support/open_utils.h"
 #include "text/row_writer.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "tests/plain/plain_utils.h"
-#include "tests/random.h"
+#include "tests/support/random.h"
 #include "text/digits.h"
 #include "text/number_text.h"
 

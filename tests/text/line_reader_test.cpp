@@ -12,8 +12,8 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/random.h"
-#include "tests/scratch.h"
+#include "tests/support/random.h"
+#include "tests/support/scratch.h"
 #include "text/number_text.h"
 
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/open_utils.h"
-#include "tests/scratch.h"
+#include "tests/support/open_utils.h"
+#include "tests/support/scratch.h"
 
 namespace {
 

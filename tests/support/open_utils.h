@@ -1,7 +1,7 @@
-// The class with its members in sight, and small data sets to try it on.
+// The class with all members public, and small data sets to try it on.
 
-#ifndef VOSTREL_TESTS_OPEN_UTILS_H
-#define VOSTREL_TESTS_OPEN_UTILS_H
+#ifndef VOSTREL_TESTS_SUPPORT_OPEN_UTILS_H
+#define VOSTREL_TESTS_SUPPORT_OPEN_UTILS_H
 
 #include <cstddef>
 #include <vector>
@@ -72,4 +72,4 @@ inline OpenUtils with_residuals(std::vector<double> residuals) {
   return run;
 }
 
-#endif  // VOSTREL_TESTS_OPEN_UTILS_H
+#endif  // VOSTREL_TESTS_SUPPORT_OPEN_UTILS_H

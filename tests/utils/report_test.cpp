@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "tests/open_utils.h"
-#include "tests/random.h"
-#include "tests/scratch.h"
+#include "tests/support/bits.h"
+#include "tests/support/open_utils.h"
+#include "tests/support/scratch.h"
 
 namespace {
 
