@@ -1,9 +1,14 @@
 """The documents show what the program does: each example in README.md and docs/files.md is run."""
 
+import csv
+import gzip
+import os
 import pathlib
 import re
 import shutil
 import signal
+import subprocess
+import sys
 
 import pytest
 
@@ -84,3 +89,147 @@ def test_readme_and_report_show_the_run_on_the_example_table(vostrel):
     shown = [line.strip() for line in section.splitlines() if line.startswith("    ")]
     assert set(shown) - {"..."} <= {line.strip() for line in report}
     assert len(shown) > 5
+
+
+def shell(command, folder, **environment):
+    """Runs a command of the documents; `python3` is the Python that runs the tests."""
+    tools = folder / "tools"
+    tools.mkdir(exist_ok=True)
+    if not (tools / "python3").exists():
+        (tools / "python3").symlink_to(sys.executable)
+    path = f"{tools}:{os.environ['PATH']}"
+    options = {"cwd": folder, "env": {**os.environ, "PATH": path, **environment}}
+    return subprocess.run(["bash", "-c", command], capture_output=True, text=True, **options)
+
+
+def preparations():
+    """The rows "your table | command" of the README."""
+    section = README.split("## Prepare your table")[1].split("Last, remove")[0]
+    return re.findall(r"^\| ([a-z].*?) \| `(.*)` \|$", section, re.M)
+
+
+def frame():
+    """Three objects; the second has no estimate."""
+    pandas = pytest.importorskip("pandas")
+    columns = {"name": ["a", "b", "c"], "zphot": [0.12, None, 0.31], "zspec": [0.1, 0.2, 0.3]}
+    return pandas.DataFrame(columns)
+
+
+def write_fits(path):
+    pytest.importorskip("astropy.table").Table.from_pandas(frame()).write(path)
+
+
+def write_parquet(path):
+    """A Parquet file, or a pickle where pandas has no engine for Parquet (see pandas_reads)."""
+    try:
+        frame().to_parquet(path)
+    except ImportError:
+        frame().to_pickle(path)
+        stand_in = "import pandas\npandas.read_parquet = pandas.read_pickle\n"
+        (path.parent / "sitecustomize.py").write_text(stand_in)
+
+
+ROWS = "1,0.1,0.12\n2,0.2,0.19\n"
+TWO_COLUMNS = "0.1,0.12\n0.3,0.31\n"
+# For each row of the README: the file that the command reads, its bytes or who writes it, and the
+# table.csv that must come of it.
+SURVEYS = {
+    "has a header line": ("survey.csv", "id,zspec,zphot\n" + ROWS, ROWS),
+    "has comment lines or empty lines": ("survey.csv", "# a\n1,0.1,0.12\n\n2,0.2,0.19\n", ROWS),
+    "separates by `;`": ("survey.csv", ROWS.replace(",", ";"), ROWS),
+    "separates by `;`, with decimal commas": (
+        "survey.csv",
+        ROWS.replace(",", ";").replace(".", ","),
+        ROWS,
+    ),
+    "separates by tabs": ("survey.tsv", ROWS.replace(",", "\t"), ROWS),
+    "separates by blanks": ("survey.txt", "  1  0.1 0.12\n2 0.2   0.19 \n", ROWS),
+    "has quotes": (
+        "survey.csv",
+        '"M 31, core","0.1","0.12"\n"M 33","0.3",0.31\n',
+        TWO_COLUMNS,
+    ),
+    "has the estimates left of the references": (
+        "survey.csv",
+        "1,0.12,0.1\n2,0.31,0.3\n",
+        TWO_COLUMNS,
+    ),
+    "was saved on Windows or by a spreadsheet": (
+        "survey.csv",
+        b"\xef\xbb\xbf" + ROWS.replace("\n", "\r\n").encode(),
+        ROWS,
+    ),
+    "is compressed": ("survey.csv.gz", gzip.compress(ROWS.encode()), ROWS),
+    "is a FITS table": ("survey.fits", write_fits, TWO_COLUMNS),
+    "is a Parquet file": ("survey.parquet", write_parquet, TWO_COLUMNS),
+}
+
+
+def test_every_preparation_is_tested():
+    assert [table for table, _ in preparations()] == list(SURVEYS)
+
+
+@pytest.mark.parametrize("table, command", preparations())
+def test_preparation_gives_a_table_that_is_read(vostrel, table, command):
+    name, survey, expected = SURVEYS[table]
+    if callable(survey):
+        survey(vostrel.folder / name)
+    else:
+        vostrel.write(name, survey)
+    run = shell(command, vostrel.folder, PYTHONPATH=str(vostrel.folder))
+    assert run.stderr == ""
+    assert vostrel.read("table.csv") == expected
+    columns = ["2", "3"] if expected == ROWS else ["1", "2"]
+    vostrel("--stats", "table.csv", "report.txt", "0", *columns)
+    values = [row[int(columns[0]) - 1 :] for row in csv.reader(expected.splitlines())]
+    rows = [f"{i} {reference} {estimate}" for i, (reference, estimate) in enumerate(values)]
+    assert vostrel.read("internal.txt").splitlines() == rows
+
+
+def test_objects_without_a_value_are_removed(vostrel):
+    command = re.search(r"^    (awk .*-v n=.*)$", README, re.M).group(1)
+    kept = ["1,0.1,0.12", "2, 1e-2 ,+.3", ",0.5,0.4", "4,0,-0.01,,x"]
+    dropped = ["id,zspec,zphot", "", "# a, b", "5,,0.3,0.4", "6,0.3", "7,nan,0.1", "8,0.1,NaN"]
+    dropped += ["9,inf,0.1", "10,NULL,0.1", "11,0.1,-99", "12,-1,0.1", "13,999,0.1", "14,0.1,99.0"]
+    lines = [line for pair in zip(dropped, kept) for line in pair] + dropped[len(kept) :]
+    vostrel.write("survey.csv", "\n".join(lines) + "\n")
+    assert shell(command, vostrel.folder).stderr == ""
+    assert vostrel.read("table.csv") == "0.1,0.12\n 1e-2 ,+.3\n0.5,0.4\n0,-0.01\n"
+    count = re.search(r"^    (wc -l .*)$", README, re.M).group(1)
+    run = vostrel("--stats", "table.csv", "report.txt", "0", "1", "2")
+    assert b"Data size  = " + shell(count, vostrel.folder).stdout.strip().encode() in run.stdout
+
+
+def safe_run():
+    section = README.split("## Run it safely")[1].split("In a new folder")[0]
+    return "\n".join(re.findall(r"^    (.*)$", section, re.M))
+
+
+def test_safe_run_sees_a_complete_run(vostrel):
+    vostrel.write("table.csv", "0.1,0.12\n0.2,0.19\n")
+    (vostrel.folder / "tools").mkdir()
+    (vostrel.folder / "tools" / "vostrel").symlink_to(vostrel.path)
+    (vostrel.folder / "new").mkdir()
+    done = shell(safe_run(), vostrel.folder, TMPDIR=str(vostrel.folder / "new"))
+    assert done.stdout.endswith("complete\n")
+    assert done.stderr == ""
+
+
+@pytest.mark.parametrize(
+    "table, tool",
+    [
+        ("0.1,0.12\n\n0.2,0.19\n", 'exec {program} "$@"'),  # ends at the empty line
+        ("0.1,0.12\n0.2,0.19\n", '{program} "$@"; rm report.txt'),
+        ("0.1,0.12\n0.2,0.19\n", '{program} "$@"; truncate -s -3 internal.txt'),
+        ("0.1,0.12\n0.2,0.19\n", '{program} "$@"; truncate -s 99 report.txt'),
+    ],
+)
+def test_safe_run_sees_that_something_is_missing(vostrel, table, tool):
+    vostrel.write("table.csv", table)
+    (vostrel.folder / "tools").mkdir()
+    vostrel.write("tools/vostrel", "#!/bin/sh\n" + tool.format(program=vostrel.path) + "\n")
+    (vostrel.folder / "tools" / "vostrel").chmod(0o755)
+    (vostrel.folder / "new").mkdir()
+    done = shell(safe_run(), vostrel.folder, TMPDIR=str(vostrel.folder / "new"))
+    assert "Data size" in done.stdout
+    assert not done.stdout.endswith("complete\n")
