@@ -8,7 +8,8 @@
 #include <iostream>
 #include <string>
 
-#include "statistics/statistics_text.h"
+#include "statistics/lines.h"
+#include "utils/statistics_of.h"
 #include "utils/utils.h"
 #include "version.h"
 
@@ -81,34 +82,13 @@ void compute(UTILS& run) {
 }
 
 void print_report(const UTILS& run) {
+  const vostrel::PointStatistics statistics = statistics_of(run);
   std::cout << "Data size  = " << run.getDataSize() << std::endl;
   std::cout << std::endl;
   std::cout << "Statistics:" << std::endl;
-  vostrel::write_statistics(std::cout, {.bias = run.getBias(),
-                                        .sigma = run.getSigma(),
-                                        .rms = run.getRMS(),
-                                        .mad = run.getMAD(),
-                                        .nmad = run.getNMAD(),
-                                        .madDelta = run.getMADDeltaz(),
-                                        .outliersConstant = run.getOutliersConstant(),
-                                        .outliers1 = run.getOutliers1(),
-                                        .outliers2 = run.getOutliers2(),
-                                        .outliers3 = run.getOutliers3(),
-                                        .outliers4 = run.getOutliers4()});
+  vostrel::write_lines(std::cout, statistics.delta, vostrel::Labels::kDelta);
   std::cout << std::endl;
-  vostrel::write_normalized_statistics(std::cout,
-                                       {.bias = run.getBiasNorm(),
-                                        .sigma = run.getSigmaNorm(),
-                                        .rms = run.getRMSNorm(),
-                                        .mad = run.getMADNorm(),
-                                        .nmad = run.getNMADNorm(),
-                                        .madDelta = run.getMADDeltazNorm(),
-                                        .outliersConstant = run.getOutliersConstantNorm(),
-                                        .outliers1 = run.getOutliers1Norm(),
-                                        .outliers2 = run.getOutliers2Norm(),
-                                        .outliers3 = run.getOutliers3Norm(),
-                                        .outliers4 = run.getOutliers4Norm()},
-                                       "MAD(Delta_norm)       = ");
+  vostrel::write_lines(std::cout, statistics.norm, vostrel::Labels::kNormalizedOnConsole);
   std::cout << std::endl;
 }
 

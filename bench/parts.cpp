@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "statistics/order_statistics.h"
+#include "statistics/statistics.h"
 #include "text/line_reader.h"
 #include "text/number_copy.h"
 #include "text/number_text.h"
@@ -198,7 +199,7 @@ std::vector<double> residuals(std::int64_t count) {
 
 void median(benchmark::State& state) {
   const std::vector<double> values = residuals(state.range(0));
-  for (auto _ : state) benchmark::DoNotOptimize(vostrel::median(values.data(), values.size()));
+  for (auto _ : state) benchmark::DoNotOptimize(vostrel::median(values));
   per_item(state, values.size());
 }
 BENCHMARK(median)->ArgName("values")->RangeMultiplier(10)->Range(1000, 10000000);

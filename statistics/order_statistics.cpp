@@ -1,9 +1,17 @@
+// Medians without sorting. A random sample brackets the median, one pass counts the keys below the
+// bracket and collects those inside it, and the median is selected among the few that are inside.
+//
+// Why this equals the bubble sort of statistics.h: no comparison with NaN is true, so a NaN is
+// never swapped and no value passes it. The values between two NaN, a stretch, are sorted by
+// themselves, because the passes k = last ... first + 1 over a stretch are among the passes made,
+// and the passes before them do no harm. Equal values keep their order, which shows in the sign of
+// a zero.
+
 #include "statistics/order_statistics.h"
 
 #include <algorithm>
-#include <array>
-#include <bit>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -11,27 +19,29 @@
 #include <utility>
 #include <vector>
 
+#include "statistics/statistics.h"
+
 namespace vostrel {
 
 namespace {
 
-// What is ordered: the values themselves, or a number made of each. Made again whenever it is
-// looked at, so that no second array is needed.
+// A key is what is ordered: the value itself, or a number made of it. Keys are made again whenever
+// they are looked at, which saves a second array.
 
-struct Plain {
-  const double* values;
+struct Value {
+  std::span<const double> values;
   static constexpr bool kHasNegativeZeros = true;
   double operator()(std::size_t i) const { return values[i]; }
 };
 
 struct Absolute {
-  const double* values;
+  std::span<const double> values;
   static constexpr bool kHasNegativeZeros = false;
   double operator()(std::size_t i) const { return std::fabs(values[i]); }
 };
 
 struct Distance {
-  const double* values;
+  std::span<const double> values;
   double center;
   static constexpr bool kHasNegativeZeros = false;
   double operator()(std::size_t i) const { return std::fabs(values[i] - center); }
@@ -44,24 +54,35 @@ struct Range {
   std::size_t size() const { return last - first; }
 };
 
-// The keys of some rank and of the rank before it; of no meaning where there is no rank before.
+// The keys of a rank and of the rank before it. For rank 0, `before` has no meaning.
 struct Neighbours {
   double before;
   double at;
 };
 
-// Ranges below this size are copied and searched by std::nth_element.
+// Ranges below this size are copied whole.
 constexpr std::size_t kSmall = std::size_t{1} << 16;
 
-// Splits `keys` at `rank` and takes the two neighbours there.
-Neighbours split_at(double* keys, std::size_t count, std::size_t rank) {
+Neighbours select_among(double* keys, std::size_t count, std::size_t rank) {
   std::nth_element(keys, keys + rank, keys + count);
   return {rank == 0 ? 0 : *std::max_element(keys, keys + rank), keys[rank]};
 }
 
-// Whether `value` is the key of `rank`, and if so, with its neighbour: one pass.
+// Copies all keys of the range. Nothing when one of them is NaN.
 template <class Key>
-std::optional<Neighbours> confirm(Range range, std::size_t rank, Key key, double value) {
+std::optional<Neighbours> select_in_copy(Range range, std::size_t rank, Key key) {
+  std::vector<double> keys;
+  keys.reserve(range.size());
+  for (std::size_t i = range.first; i < range.last; ++i) {
+    keys.push_back(key(i));
+    if (std::isnan(keys.back())) return std::nullopt;
+  }
+  return select_among(keys.data(), keys.size(), rank);
+}
+
+// The neighbours if `value` is the key of `rank`, in one pass.
+template <class Key>
+std::optional<Neighbours> neighbours_at(Range range, std::size_t rank, Key key, double value) {
   std::size_t less = 0;
   std::size_t equal = 0;
   double largest_less = -std::numeric_limits<double>::infinity();
@@ -75,50 +96,14 @@ std::optional<Neighbours> confirm(Range range, std::size_t rank, Key key, double
   return Neighbours{rank > less ? value : largest_less, value};
 }
 
-// ---- in four passes, whatever the data ----
-
-constexpr std::uint64_t kSignBit = std::uint64_t{1} << 63;
-
-// An integer that orders as the number does, the same for both zeros.
-std::uint64_t order_of(double value) {
-  const auto bits = std::bit_cast<std::uint64_t>(value == 0 ? 0.0 : value);
-  return (bits & kSignBit) != 0 ? ~bits : bits | kSignBit;
-}
-
-double number_of(std::uint64_t order) {
-  return std::bit_cast<double>((order & kSignBit) != 0 ? order ^ kSignBit : ~order);
-}
-
-// The key of a rank, found by counting: each pass settles sixteen bits more of it.
-template <class Key>
-double select_by_counting(Range range, std::size_t rank, Key key) {
-  std::vector<std::size_t> counts(std::size_t{1} << 16);
-  std::uint64_t found = 0;
-  for (int shift = 48; shift >= 0; shift -= 16) {
-    std::fill(counts.begin(), counts.end(), 0);
-    for (std::size_t i = range.first; i < range.last; ++i) {
-      const std::uint64_t order = order_of(key(i)) >> shift;
-      if (order >> 16 == found) ++counts[order & 0xffff];
-    }
-    std::uint64_t digit = 0;
-    while (rank >= counts[digit]) rank -= counts[digit++];
-    found = found << 16 | digit;
-  }
-  return number_of(found);
-}
-
-// ---- in one pass, for nearly all data ----
-
-// Two numbers, low < high, between which the key of some rank is likely to be found.
 struct Bracket {
   double low;
   double high;
 };
 
-// Takes a bracket from a sample: a key from each of 2,048 to 65,536 equal parts of the range, at a
-// place in the part that no pattern of the data will follow. The rank within the sample strays by
-// half the square root of its size at the most (one standard deviation); the bracket allows for
-// four of those. Nothing when a not-a-number turns up.
+// Two keys between which the key of `rank` lies with near certainty. One key of each of `count`
+// equal parts of the range is drawn. The rank in such a sample is off by at most sqrt(count) / 2
+// (one standard deviation). The bracket allows for four of those. Nothing when the sample has NaN.
 template <class Key>
 std::optional<Bracket> take_bracket(Range range, std::size_t rank, Key key) {
   const std::size_t count = std::clamp<std::size_t>(range.size() / 64, 2048, 65536);
@@ -140,7 +125,7 @@ std::optional<Bracket> take_bracket(Range range, std::size_t rank, Key key) {
   bracket.low = *low;  // before the next line moves it
   std::nth_element(low, high, sample.end());
   bracket.high = *high;
-  if (!(bracket.low < bracket.high)) {  // one value fills the middle: have it as one of the bounds
+  if (!(bracket.low < bracket.high)) {  // one value fills the middle: make it one of the bounds
     constexpr double kInfinity = std::numeric_limits<double>::infinity();
     if (bracket.high < kInfinity) {
       bracket.high = std::nextafter(bracket.high, kInfinity);
@@ -151,8 +136,8 @@ std::optional<Bracket> take_bracket(Range range, std::size_t rank, Key key) {
   return bracket;
 }
 
-// How the keys of a range lie about a bracket: how many are at most low; and those strictly
-// between its bounds, unless they are too many. Not-a-numbers are among the latter.
+// The keys of a range about a bracket: how many are at most low, and those strictly between its
+// bounds, NaN among them. Incomplete when there are too many inside.
 struct Partition {
   std::size_t below = 0;
   std::size_t inside = 0;
@@ -163,14 +148,15 @@ struct Partition {
 template <class Key>
 Partition partition(Range range, Key key, Bracket bracket) {
   const std::size_t room = range.size() / 8;
-  auto collected = std::make_unique_for_overwrite<double[]>(room);
+  // Not make_unique: zeros here cost a pass over memory.
+  std::unique_ptr<double[]> collected(new double[room]);
   std::size_t below = 0;
   std::size_t inside = 0;
   constexpr std::size_t kPiece = 1024;
   for (std::size_t first = range.first; first < range.last; first += kPiece) {
     const std::size_t last = std::min(first + kPiece, range.last);
     if (inside + kPiece > room) return {below, inside, nullptr, false};
-    // Every key is written, and stays if it is inside: no branch that the data could mislead.
+    // Every key is written and stays if it is inside. A branch here would be guessed wrong.
     for (std::size_t i = first; i < last; ++i) {
       const double k = key(i);
       collected[inside] = k;
@@ -183,45 +169,33 @@ Partition partition(Range range, Key key, Bracket bracket) {
   return {below, inside, std::move(collected), true};
 }
 
-// ---- the selection ----
-
-// The keys of `rank` and of the rank before it, but for the sign of a zero. Nothing when there is a
-// not-a-number in the range.
+// The neighbours up to the signs of zeros. Nothing when a key of the range is NaN.
 template <class Key>
 std::optional<Neighbours> select_up_to_signs(Range range, std::size_t rank, Key key) {
-  if (range.size() < kSmall) {
-    std::vector<double> keys(range.size());
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-      keys[i] = key(range.first + i);
-      if (std::isnan(keys[i])) return std::nullopt;
-    }
-    return split_at(keys.data(), keys.size(), rank);
-  }
+  if (range.size() < kSmall) return select_in_copy(range, rank, key);
 
   const std::optional<Bracket> bracket = take_bracket(range, rank, key);
   if (!bracket) return std::nullopt;
   Partition parts = partition(range, key, *bracket);
   if (parts.complete) {
     double* const inside = parts.collected.get();
-    for (std::size_t i = 0; i < parts.inside; ++i) {
-      if (std::isnan(inside[i])) return std::nullopt;
+    if (std::any_of(inside, inside + parts.inside, [](double k) { return std::isnan(k); })) {
+      return std::nullopt;
     }
     if (rank > parts.below && rank < parts.below + parts.inside) {
-      return split_at(inside, parts.inside, rank - parts.below);
+      return select_among(inside, parts.inside, rank - parts.below);
     }
+    // Many equal keys may sit on a bound of the bracket.
     const double bound = rank < parts.below ? bracket->low : bracket->high;
-    const std::optional<Neighbours> found = confirm(range, rank, key, bound);
+    const std::optional<Neighbours> found = neighbours_at(range, rank, key, bound);
     if (found) return found;
     parts.collected.reset();
   }
-  for (std::size_t i = range.first; i < range.last; ++i) {
-    if (std::isnan(key(i))) return std::nullopt;
-  }
-  return confirm(range, rank, key, select_by_counting(range, rank, key));
+  return select_in_copy(range, rank, key);
 }
 
-// Gives zeros the sign that they have in the order: equal values keep theirs, so the zero of a rank
-// is found by its place among the zeros.
+// Gives zeros their signs. Equal values keep their order, so the zero of a rank is found by its
+// place among the zeros.
 template <class Key>
 void settle_signs(Range range, std::size_t rank, Key key, Neighbours& neighbours) {
   std::size_t negatives = 0;
@@ -253,10 +227,10 @@ std::optional<Neighbours> select(Range range, std::size_t rank, Key key) {
   return found;
 }
 
-// The two middle keys of an array with not-a-numbers.
+// The two middle keys of an array with NaN.
 template <class Key>
 Neighbours select_in_stretch(std::size_t n, std::size_t middle, Key key) {
-  // When the middle itself is one, so is the result; its neighbour matters only as another one.
+  // When the middle itself is NaN, so is the result. Its neighbour matters only as another NaN.
   const double before = middle > 0 ? key(middle - 1) : 0;
   if (std::isnan(key(middle))) return {std::isnan(before) ? before : 0, key(middle)};
   Range stretch{middle, middle + 1};
@@ -278,14 +252,18 @@ double middle_of(std::size_t n, Key key) {
 
 }  // namespace
 
-double median(const double* values, std::size_t n) { return middle_of(n, Plain{values}); }
+double median(std::span<const double> values) { return middle_of(values.size(), Value{values}); }
 
-double median_of_absolutes(const double* values, std::size_t n) {
-  return middle_of(n, Absolute{values});
+double absolute_median(std::span<const double> values) {
+  return middle_of(values.size(), Absolute{values});
 }
 
-double median_of_distances(const double* values, std::size_t n, double center) {
-  return middle_of(n, Distance{values, center});
+double median_of_distances(std::span<const double> values, double center) {
+  return middle_of(values.size(), Distance{values, center});
+}
+
+double mad_about_median(std::span<const double> values) {
+  return median_of_distances(values, median(values));
 }
 
 }  // namespace vostrel

@@ -1,162 +1,158 @@
-// Residuals and statistics. Each exists twice, for the plain and for the normalized residual; the
-// arithmetic stands once, in the functions at the top.
+// Residuals and statistics. Each statistic exists twice, for delta and for deltaNorm.
 
-#include <algorithm>
+#include "statistics/statistics.h"
+
 #include <array>
 #include <cmath>
 #include <cstddef>
 #include <limits>
 #include <new>
+#include <span>
 #include <vector>
 
+#include "statistics/moments.h"
 #include "statistics/order_statistics.h"
-#include "statistics/outlier_counts.h"
+#include "statistics/residuals.h"
+#include "utils/statistics_of.h"
 #include "utils/utils.h"
 
 namespace {
 
 using Vector = std::vector<double>;
 
-// Appends residual(i) for i = 0 ... n - 1. Some at a time, so that the vector is neither filled
-// twice nor checked for room each time.
 template <class Residual>
-void append_residuals(Vector& residuals, std::size_t n, Residual residual) {
-  residuals.reserve(residuals.size() + n);
-  std::array<double, 512> some;
-  for (std::size_t first = 0; first < n; first += some.size()) {
-    const std::size_t count = std::min(some.size(), n - first);
-    for (std::size_t i = 0; i < count; ++i) some[i] = residual(first + i);
-    residuals.insert(residuals.end(), some.data(), some.data() + count);
-  }
+void append_residuals(Vector& residuals, const Vector& reference, const Vector& estimate,
+                      std::size_t n, Residual residual) {
+  const std::size_t before = residuals.size();
+  residuals.resize(before + n);
+  for (std::size_t i = 0; i < n; ++i) residuals[before + i] = residual(reference[i], estimate[i]);
 }
 
-// The mean of term(residual) over the first n residuals. The sum is taken in index order with one
-// addition per term, which fixes its rounding.
-template <class Term>
-double mean_of(const Vector& residuals, std::size_t n, Term term) {
-  double sum = 0.0;
-  for (std::size_t i = 0; i < n; ++i) sum += term(residuals[i]);
-  return sum / static_cast<double>(n);
+std::span<const double> first(const Vector& residuals, std::size_t n) {
+  return {residuals.data(), n};
 }
 
-double mean(const Vector& residuals, std::size_t n) {
-  return mean_of(residuals, n, [](double residual) { return residual; });
-}
-
-double standard_deviation(const Vector& residuals, std::size_t n, double mean) {
-  return std::sqrt(mean_of(residuals, n, [mean](double residual) {
-    const double deviation = residual - mean;
-    return deviation * deviation;
-  }));
-}
-
-double root_mean_square(const Vector& residuals, std::size_t n) {
-  return std::sqrt(mean_of(residuals, n, [](double residual) { return residual * residual; }));
-}
-
-// Makes the standard deviation of normally distributed values of their median absolute value.
-constexpr double kNmadFactor = 1.4826;
-
-// Counts are ints. More values than an int can count are refused as a negative count would be,
-// by the standard error for an array of impossible size.
-std::size_t checked_count(const Vector& residuals) {
+// Counts are ints. More values than an int can count are refused as a negative count is, by the
+// standard error for an array of impossible size.
+const Vector& countable(const Vector& residuals) {
   if (residuals.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     throw std::bad_array_new_length();
   }
-  return residuals.size();
+  return residuals;
 }
 
-double median_absolute(const Vector& residuals) {
-  return vostrel::median_of_absolutes(residuals.data(), checked_count(residuals));
+std::span<const double> first_of(const Vector& values, int n) {
+  if (n < 0) throw std::bad_array_new_length();
+  return first(values, static_cast<std::size_t>(n));
 }
 
-double median_absolute_deviation(const Vector& residuals) {
-  const std::size_t n = checked_count(residuals);
-  const double center = vostrel::median(residuals.data(), n);
-  return vostrel::median_of_distances(residuals.data(), n, center);
-}
-
-// A member that counts at first and becomes a percentage, and the bound that is counted beyond.
-struct Outliers {
-  double* member;
-  double bound;
-};
-
-// member + 1.0 + 1.0 + ..., count times. On a whole number that is one exact addition; on what an
-// earlier call left there, each addition rounds.
-double add_ones(double member, std::size_t count) {
-  if (count == 0) return member;
-  constexpr double kExact = 9007199254740992.0;  // 2^53, up to which every whole number is a double
-  const double sum = member + static_cast<double>(count);
-  if (member == std::floor(member) && std::fabs(member) <= kExact && sum <= kExact) return sum;
-  for (std::size_t i = 0; i < count; ++i) member += 1.0;
-  return member;
-}
-
-void count_outliers(const Vector& residuals,
-                    const std::array<Outliers, vostrel::kOutlierBounds>& outliers) {
-  std::array<double, vostrel::kOutlierBounds> bounds{};
-  for (std::size_t k = 0; k < bounds.size(); ++k) bounds[k] = outliers[k].bound;
-  const auto counts = vostrel::count_beyond(residuals.data(), residuals.size(), bounds);
-  for (std::size_t k = 0; k < bounds.size(); ++k) {
-    double& member = *outliers[k].member;
-    member = add_ones(member, counts[k]) / static_cast<double>(residuals.size()) * 100.0;
+// Counts onto what the members hold, by adding 1.0 for each outlier, and makes percentages of the
+// sums. A second call therefore starts from the percentages of the first.
+void add_outliers(const Vector& residuals, double sigma, const std::array<double*, 5>& members) {
+  const auto counts = vostrel::count_outliers(residuals, sigma);
+  for (std::size_t k = 0; k < members.size(); ++k) {
+    double sum = *members[k];
+    for (std::uint64_t i = 0; i < counts[k]; ++i) sum += 1.0;
+    *members[k] = vostrel::percentage(sum, residuals.size());
   }
 }
-
-constexpr double kOutlierBound = 0.15;
 
 }  // namespace
 
 void UTILS::CalculateDelta() {
-  append_residuals(delta, id.size(), [this](std::size_t i) { return zspec[i] - zphot[i]; });
+  append_residuals(delta, zspec, zphot, id.size(), vostrel::residual);
 }
 
 void UTILS::CalculateDeltaNorm() {
-  append_residuals(deltaNorm, id.size(),
-                   [this](std::size_t i) { return (zspec[i] - zphot[i]) / (1.0 + zspec[i]); });
+  append_residuals(deltaNorm, zspec, zphot, id.size(), vostrel::normalized_residual);
 }
 
-void UTILS::CalculateBias() { bias = mean(delta, id.size()); }
-void UTILS::CalculateBiasNorm() { biasNorm = mean(deltaNorm, id.size()); }
+void UTILS::CalculateBias() { bias = vostrel::mean(first(delta, id.size())); }
+void UTILS::CalculateBiasNorm() { biasNorm = vostrel::mean(first(deltaNorm, id.size())); }
 
-void UTILS::CalculateSigma() { sigma = standard_deviation(delta, id.size(), bias); }
-void UTILS::CalculateSigmaNorm() { sigmaNorm = standard_deviation(deltaNorm, id.size(), biasNorm); }
+void UTILS::CalculateSigma() { sigma = vostrel::standard_deviation(first(delta, id.size()), bias); }
+void UTILS::CalculateSigmaNorm() {
+  sigmaNorm = vostrel::standard_deviation(first(deltaNorm, id.size()), biasNorm);
+}
 
-void UTILS::CalculateRMS() { rms = root_mean_square(delta, id.size()); }
-void UTILS::CalculateRMSNorm() { rmsNorm = root_mean_square(deltaNorm, id.size()); }
+void UTILS::CalculateRMS() { rms = vostrel::root_mean_square(first(delta, id.size())); }
+void UTILS::CalculateRMSNorm() { rmsNorm = vostrel::root_mean_square(first(deltaNorm, id.size())); }
 
 double UTILS::CalculateMedian(std::vector<double> values, int n) const {
-  if (n < 0) throw std::bad_array_new_length();
-  return vostrel::median(values.data(), static_cast<std::size_t>(n));
+  return vostrel::median(first_of(values, n));
 }
 
 double UTILS::CalculateAbsMedian(std::vector<double> values, int n) const {
-  if (n < 0) throw std::bad_array_new_length();
-  return vostrel::median_of_absolutes(values.data(), static_cast<std::size_t>(n));
+  return vostrel::absolute_median(first_of(values, n));
 }
 
-void UTILS::CalculateMAD() { mad = median_absolute(delta); }
-void UTILS::CalculateMADNorm() { madNorm = median_absolute(deltaNorm); }
+void UTILS::CalculateMAD() { mad = vostrel::absolute_median(countable(delta)); }
+void UTILS::CalculateMADNorm() { madNorm = vostrel::absolute_median(countable(deltaNorm)); }
 
-void UTILS::CalculateNMAD() { nmad = mad * kNmadFactor; }
-void UTILS::CalculateNMADNorm() { nmadNorm = madNorm * kNmadFactor; }
+void UTILS::CalculateNMAD() { nmad = mad * vostrel::kNmadFactor; }
+void UTILS::CalculateNMADNorm() { nmadNorm = madNorm * vostrel::kNmadFactor; }
 
-void UTILS::CalculateMADDeltaz() { madDeltaz = median_absolute_deviation(delta); }
-void UTILS::CalculateMADDeltazNorm() { madDeltazNorm = median_absolute_deviation(deltaNorm); }
+void UTILS::CalculateMADDeltaz() { madDeltaz = vostrel::mad_about_median(countable(delta)); }
+void UTILS::CalculateMADDeltazNorm() {
+  madDeltazNorm = vostrel::mad_about_median(countable(deltaNorm));
+}
 
 void UTILS::CalculateOutliers() {
-  count_outliers(delta, {{{&outliers1, sigma},
-                          {&outliers2, 2.0 * sigma},
-                          {&outliers3, 3.0 * sigma},
-                          {&outliers4, 4.0 * sigma},
-                          {&outliersConstant, kOutlierBound}}});
+  add_outliers(delta, sigma, {&outliersConstant, &outliers1, &outliers2, &outliers3, &outliers4});
 }
 
 void UTILS::CalculateOutliersNorm() {
-  count_outliers(deltaNorm, {{{&outliers1Norm, sigmaNorm},
-                              {&outliers2Norm, 2.0 * sigmaNorm},
-                              {&outliers3Norm, 3.0 * sigmaNorm},
-                              {&outliers4Norm, 4.0 * sigmaNorm},
-                              {&outliersConstantNorm, kOutlierBound}}});
+  add_outliers(
+      deltaNorm, sigmaNorm,
+      {&outliersConstantNorm, &outliers1Norm, &outliers2Norm, &outliers3Norm, &outliers4Norm});
+}
+
+double UTILS::getBias() const { return bias; }
+double UTILS::getSigma() const { return sigma; }
+double UTILS::getRMS() const { return rms; }
+double UTILS::getMAD() const { return mad; }
+double UTILS::getNMAD() const { return nmad; }
+double UTILS::getMADDeltaz() const { return madDeltaz; }
+double UTILS::getOutliers1() const { return outliers1; }
+double UTILS::getOutliers2() const { return outliers2; }
+double UTILS::getOutliers3() const { return outliers3; }
+double UTILS::getOutliers4() const { return outliers4; }
+double UTILS::getOutliersConstant() const { return outliersConstant; }
+
+double UTILS::getBiasNorm() const { return biasNorm; }
+double UTILS::getSigmaNorm() const { return sigmaNorm; }
+double UTILS::getRMSNorm() const { return rmsNorm; }
+double UTILS::getMADNorm() const { return madNorm; }
+double UTILS::getNMADNorm() const { return nmadNorm; }
+double UTILS::getMADDeltazNorm() const { return madDeltazNorm; }
+double UTILS::getOutliers1Norm() const { return outliers1Norm; }
+double UTILS::getOutliers2Norm() const { return outliers2Norm; }
+double UTILS::getOutliers3Norm() const { return outliers3Norm; }
+double UTILS::getOutliers4Norm() const { return outliers4Norm; }
+double UTILS::getOutliersConstantNorm() const { return outliersConstantNorm; }
+
+vostrel::PointStatistics statistics_of(const UTILS& run) {
+  return {.n = static_cast<std::uint64_t>(run.getDataSize()),
+          .delta = {.bias = run.getBias(),
+                    .sigma = run.getSigma(),
+                    .rms = run.getRMS(),
+                    .mad = run.getMAD(),
+                    .nmad = run.getNMAD(),
+                    .mad_delta = run.getMADDeltaz(),
+                    .outliers_015 = run.getOutliersConstant(),
+                    .outliers_1sigma = run.getOutliers1(),
+                    .outliers_2sigma = run.getOutliers2(),
+                    .outliers_3sigma = run.getOutliers3(),
+                    .outliers_4sigma = run.getOutliers4()},
+          .norm = {.bias = run.getBiasNorm(),
+                   .sigma = run.getSigmaNorm(),
+                   .rms = run.getRMSNorm(),
+                   .mad = run.getMADNorm(),
+                   .nmad = run.getNMADNorm(),
+                   .mad_delta = run.getMADDeltazNorm(),
+                   .outliers_015 = run.getOutliersConstantNorm(),
+                   .outliers_1sigma = run.getOutliers1Norm(),
+                   .outliers_2sigma = run.getOutliers2Norm(),
+                   .outliers_3sigma = run.getOutliers3Norm(),
+                   .outliers_4sigma = run.getOutliers4Norm()}};
 }

@@ -3,6 +3,7 @@
 
 #include "fuzz.h"
 #include "statistics/order_statistics.h"
+#include "statistics/statistics.h"
 #include "tests/plain/plain_utils.h"
 #include "tests/support/open_utils.h"
 
@@ -34,10 +35,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   OpenUtils product(0, "table", "report", 1, 2);
   plain::UTILS plain(0, "table", "report", 1, 2);
-  require(bits_without_payload(vostrel::median(values.data(), n)) ==
+  require(bits_without_payload(vostrel::median(values)) ==
               bits_without_payload(plain::median(values, count)),
           "median");
-  require(bits_without_payload(vostrel::median_of_absolutes(values.data(), n)) ==
+  require(bits_without_payload(vostrel::absolute_median(values)) ==
               bits_without_payload(plain::abs_median(values, count)),
           "median of absolutes");
   product.delta = plain.delta = values;

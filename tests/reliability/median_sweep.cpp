@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "statistics/order_statistics.h"
+#include "statistics/statistics.h"
 #include "tests/plain/plain_utils.h"
 #include "tests/support/bits.h"
 #include "tests/support/random.h"
@@ -106,12 +107,10 @@ bool alike(const Values& values) {
     plain::bubble_sort(sorted);
     if (bits_without_payload(median) != bits_without_payload(middle_of(sorted))) return false;
   }
-  const double* const data = values.data();
-  return bits_without_payload(vostrel::median(data, values.size())) ==
-             bits_without_payload(median) &&
-         bits_without_payload(vostrel::median_of_absolutes(data, values.size())) ==
+  return bits_without_payload(vostrel::median(values)) == bits_without_payload(median) &&
+         bits_without_payload(vostrel::absolute_median(values)) ==
              bits_without_payload(median_by_stretches(absolutes(values))) &&
-         bits_without_payload(vostrel::median_of_distances(data, values.size(), median)) ==
+         bits_without_payload(vostrel::median_of_distances(values, median)) ==
              bits_without_payload(median_by_stretches(distances(values, median)));
 }
 

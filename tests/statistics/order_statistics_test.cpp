@@ -8,8 +8,10 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <span>
 #include <vector>
 
+#include "statistics/statistics.h"
 #include "tests/plain/plain_utils.h"
 #include "tests/support/bits.h"
 #include "tests/support/random.h"
@@ -66,7 +68,7 @@ double some_center(Random& random, const Values& values) {
   const std::size_t kind = random.below(4);
   if (kind == 0) return random.any_double();
   if (kind == 1 && !values.empty()) return values[random.below(values.size())];
-  return vostrel::median(values.data(), values.size());
+  return vostrel::median(values);
 }
 
 std::string shown(const Values& values) {
@@ -77,23 +79,19 @@ std::string shown(const Values& values) {
 
 void expect_medians_of_the_bubble_sort(const Values& values, double center) {
   const int n = count_of(values);
-  ASSERT_EQ(bits_of(vostrel::median(values.data(), values.size())),
-            bits_of(plain::median(values, n)))
+  ASSERT_EQ(bits_of(vostrel::median(values)), bits_of(plain::median(values, n))) << shown(values);
+  ASSERT_EQ(bits_of(vostrel::absolute_median(values)), bits_of(plain::abs_median(values, n)))
       << shown(values);
-  ASSERT_EQ(bits_of(vostrel::median_of_absolutes(values.data(), values.size())),
-            bits_of(plain::abs_median(values, n)))
-      << shown(values);
-  ASSERT_EQ(
-      bits_without_payload(vostrel::median_of_distances(values.data(), values.size(), center)),
-      bits_without_payload(plain::median(distances(values, center), n)))
+  ASSERT_EQ(bits_without_payload(vostrel::median_of_distances(values, center)),
+            bits_without_payload(plain::median(distances(values, center), n)))
       << shown(values) << "around " << center;
 }
 
 TEST(OrderStatistics, OfNothingIsAQuietNotANumber) {
   const Values none;
-  EXPECT_TRUE(std::isnan(vostrel::median(none.data(), 0)));
-  EXPECT_TRUE(std::isnan(vostrel::median_of_absolutes(none.data(), 0)));
-  EXPECT_TRUE(std::isnan(vostrel::median_of_distances(none.data(), 0, 1.0)));
+  EXPECT_TRUE(std::isnan(vostrel::median(none)));
+  EXPECT_TRUE(std::isnan(vostrel::absolute_median(none)));
+  EXPECT_TRUE(std::isnan(vostrel::median_of_distances(none, 1.0)));
   expect_medians_of_the_bubble_sort(none, 0.0);
 }
 
@@ -112,13 +110,13 @@ TEST(OrderStatistics, OfPickedArraysAreTheWrittenValues) {
       {"infinities", {kInfinity, -kInfinity, 3}, 3},
   };
   for (const auto& row : kTable) {
-    EXPECT_EQ(bits_of(vostrel::median(row.values.data(), row.values.size())), bits_of(row.median))
-        << row.name;
+    EXPECT_EQ(bits_of(vostrel::median(row.values)), bits_of(row.median)) << row.name;
   }
   const Values values = {-3, 1, 2};
-  EXPECT_EQ(vostrel::median_of_absolutes(values.data(), 3), 2);
-  EXPECT_EQ(vostrel::median_of_distances(values.data(), 3, 1), 1);
-  EXPECT_EQ(vostrel::median_of_distances(values.data(), 2, 1), 2);
+  EXPECT_EQ(vostrel::absolute_median(values), 2);
+  EXPECT_EQ(vostrel::median_of_distances(values, 1), 1);
+  EXPECT_EQ(vostrel::median_of_distances(std::span(values).first(2), 1), 2);  // of 4 and 0
+  EXPECT_EQ(vostrel::mad_about_median(values), 1);
 }
 
 TEST(OrderStatistics, OfSmallArraysAreTheBubbleSorts) {
@@ -235,10 +233,10 @@ void expect_medians_of_the_reference(const Shape& shape, Random& random, std::si
   Values values(n);
   for (std::size_t i = 0; i < n; ++i) values[i] = shape.value(random, i, n);
   const double median = median_by_stretches(values);
-  ASSERT_EQ(bits_of(vostrel::median(values.data(), n)), bits_of(median));
-  ASSERT_EQ(bits_of(vostrel::median_of_absolutes(values.data(), n)),
+  ASSERT_EQ(bits_of(vostrel::median(values)), bits_of(median));
+  ASSERT_EQ(bits_of(vostrel::absolute_median(values)),
             bits_of(median_by_stretches(absolutes(values))));
-  ASSERT_EQ(bits_without_payload(vostrel::median_of_distances(values.data(), n, median)),
+  ASSERT_EQ(bits_without_payload(vostrel::median_of_distances(values, median)),
             bits_without_payload(median_by_stretches(distances(values, median))));
 }
 

@@ -1,0 +1,19 @@
+// The two residuals of an object.
+
+#ifndef VOSTREL_STATISTICS_RESIDUALS_H
+#define VOSTREL_STATISTICS_RESIDUALS_H
+
+namespace vostrel {
+
+/// reference - estimate.
+constexpr double residual(double reference, double estimate) { return reference - estimate; }
+
+/// (reference - estimate) / (1 + reference). A reference of -1 gives an infinity, or NaN when the
+/// estimate is -1 too.
+constexpr double normalized_residual(double reference, double estimate) {
+  return (reference - estimate) / (1.0 + reference);
+}
+
+}  // namespace vostrel
+
+#endif  // VOSTREL_STATISTICS_RESIDUALS_H

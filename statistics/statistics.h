@@ -1,0 +1,123 @@
+// The statistics by which an estimate is judged against a reference.
+//
+//     std::vector<double> zspec = ..., zphot = ...;
+//     const vostrel::PointStatistics s = vostrel::point_statistics(zspec, zphot);
+//     std::cout << s.norm.nmad << " " << s.norm.outliers_015 << "%\n";
+//
+// This header includes nothing but the standard library. All arithmetic is in double precision.
+
+#ifndef VOSTREL_STATISTICS_STATISTICS_H
+#define VOSTREL_STATISTICS_STATISTICS_H
+
+#include <array>
+#include <cstdint>
+#include <span>
+
+namespace vostrel {
+
+/// The statistics of one residual r over n objects. Outliers are percentages, 0 to 100; the others
+/// have the unit of the residual, which for redshifts is dimensionless. All are NaN when n is 0.
+struct ResidualStatistics {
+  double bias;             ///< Mean of r.
+  double sigma;            ///< Standard deviation about the bias, with divisor n.
+  double rms;              ///< Root mean square of r, about zero.
+  double mad;              ///< Median of |r|: about zero, not about the median.
+  double nmad;             ///< 1.4826 * mad.
+  double mad_delta;        ///< Median of |r - median(r)|.
+  double outliers_015;     ///< Objects with |r| > 0.15.
+  double outliers_1sigma;  ///< Objects with |r| > sigma. Measured from zero, not from the bias.
+  double outliers_2sigma;  ///< Objects with |r| > 2 sigma.
+  double outliers_3sigma;  ///< Objects with |r| > 3 sigma.
+  double outliers_4sigma;  ///< Objects with |r| > 4 sigma.
+};
+
+/// The statistics of n objects.
+struct PointStatistics {
+  std::uint64_t n;
+  ResidualStatistics delta;  ///< Of the residual: reference - estimate.
+  ResidualStatistics
+      norm;  ///< Of the normalized residual: (reference - estimate) / (1 + reference).
+};
+
+/// One statistic as people read it.
+struct Statistic {
+  const char* label;
+  const char* normalized_label;
+  double ResidualStatistics::*member;
+  const char* unit;  ///< "%", or empty for the unit of the residual.
+  /// The console's label where it differs from the report's.
+  const char* normalized_console_label = normalized_label;
+};
+
+/// The statistics in the order in which they are reported.
+inline constexpr std::array<Statistic, 11> kStatistics = {{
+    {"bias", "bias norm", &ResidualStatistics::bias, ""},
+    {"sigma", "sigma norm", &ResidualStatistics::sigma, ""},
+    {"RMS", "RMS norm", &ResidualStatistics::rms, ""},
+    {"MAD", "MAD norm", &ResidualStatistics::mad, ""},
+    {"NMAD", "NMAD norm", &ResidualStatistics::nmad, ""},
+    {"MAD(Delta)", "MAD(Delta norm)", &ResidualStatistics::mad_delta, "", "MAD(Delta_norm)"},
+    {"outliers >0.15", "outliers norm >0.15", &ResidualStatistics::outliers_015, "%"},
+    {"outliers >1sigma", "outliers norm >1sigma", &ResidualStatistics::outliers_1sigma, "%"},
+    {"outliers >2sigma", "outliers norm >2sigma", &ResidualStatistics::outliers_2sigma, "%"},
+    {"outliers >3sigma", "outliers norm >3sigma", &ResidualStatistics::outliers_3sigma, "%"},
+    {"outliers >4sigma", "outliers norm >4sigma", &ResidualStatistics::outliers_4sigma, "%"},
+}};
+
+/// All statistics of both residuals. Entry i of both arrays belongs to the same object.
+///
+/// Sums run in index order. NaN and infinities are carried on into the results; where a residual is
+/// NaN, the medians are those of median() below.
+/// Takes time in proportion to n, and little memory beyond the arrays unless a residual is NaN.
+///
+/// @throws std::invalid_argument when the arrays differ in length.
+PointStatistics point_statistics(std::span<const double> reference,
+                                 std::span<const double> estimate);
+
+// ---- the pieces
+// ----------------------------------------------------------------------------------
+//
+// The medians order the values as this sort does:
+//
+//     for (k = n - 1; k >= 1; --k)
+//       for (j = 0; j < k; ++j)
+//         if (a[j] > a[j + 1]) swap(a[j], a[j + 1]);
+//
+// The median is the middle value, or half the sum of the two middle values when n is even. Without
+// NaN that is the usual median. A NaN stays in its place and no value passes it, so the values
+// between two NaN are sorted by themselves.
+// All three take linear time, leave the values as they are, and return NaN for no values.
+
+/// The median of the values.
+double median(std::span<const double> values);
+
+/// The median of |value|: MAD, of residuals.
+double absolute_median(std::span<const double> values);
+
+/// The median of |value - median(values)|: MAD(Delta), of residuals.
+double mad_about_median(std::span<const double> values);
+
+/// Makes the standard deviation of normally distributed residuals of their MAD.
+inline constexpr double kNmadFactor = 1.4826;
+
+/// The bound of outliers_015.
+inline constexpr double kOutlierBound = 0.15;
+
+/// The bounds of the five outlier fractions in the order of kStatistics: 0.15 and 1 to 4 sigma.
+constexpr std::array<double, 5> outlier_bounds(double sigma) {
+  return {kOutlierBound, sigma, 2.0 * sigma, 3.0 * sigma, 4.0 * sigma};
+}
+
+/// For each of the outlier bounds, how many values have |value| > bound. A comparison with NaN is
+/// false.
+/// @param sigma  the standard deviation of the values.
+std::array<std::uint64_t, 5> count_outliers(std::span<const double> values, double sigma);
+
+/// `count` of `n` in percent, rounded as (count / n) * 100.
+constexpr double percentage(double count, std::uint64_t n) {
+  return count / static_cast<double>(n) * 100.0;
+}
+
+}  // namespace vostrel
+
+#endif  // VOSTREL_STATISTICS_STATISTICS_H
