@@ -1,14 +1,13 @@
 # What is installed where, the API reference, and the Debian packages (packaging/).
 #
-# Components: runtime (the program, its manual, completion and documents), dev (library, header,
-# CMake package, pkg-config file, guide and example) and plot (the figure, which needs Python).
+# Components: runtime (the program, its manual, completion and all documents), dev (library, headers,
+# CMake package, pkg-config file and example) and plot (the figure, which needs Python).
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-# ---- program, library, header --------------------------------------------------------------------
+# ---- program, library, headers -------------------------------------------------------------------
 
-add_library(vostrel::utils ALIAS vostrel_utils)
 target_include_directories(vostrel_utils INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 # A new statistic is a new member of the class, so minor releases have different layouts.
 set_target_properties(vostrel_utils PROPERTIES
@@ -16,23 +15,31 @@ set_target_properties(vostrel_utils PROPERTIES
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 
-# Where the loader looks anyway, a path in the program would only be in the way.
+# In the loader's own folders the program needs no path to the library.
 if(BUILD_SHARED_LIBS AND UNIX
     AND NOT CMAKE_INSTALL_FULL_LIBDIR IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES)
   file(RELATIVE_PATH vostrel_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   if(APPLE)
-    set_target_properties(vostrel PROPERTIES INSTALL_RPATH "@loader_path/${vostrel_bin_to_lib}")
+    set_target_properties(vostrel_program PROPERTIES INSTALL_RPATH "@loader_path/${vostrel_bin_to_lib}")
   else()
-    set_target_properties(vostrel PROPERTIES INSTALL_RPATH "$ORIGIN/${vostrel_bin_to_lib}")
+    set_target_properties(vostrel_program PROPERTIES INSTALL_RPATH "$ORIGIN/${vostrel_bin_to_lib}")
   endif()
 endif()
 
-install(TARGETS vostrel RUNTIME COMPONENT runtime)
+install(TARGETS vostrel_program RUNTIME COMPONENT runtime)
 install(TARGETS vostrel_utils EXPORT vostrel
   RUNTIME COMPONENT runtime
   LIBRARY COMPONENT runtime NAMELINK_COMPONENT dev
   ARCHIVE COMPONENT dev)
-install(FILES utils/utils.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vostrel COMPONENT dev)
+install(FILES ${vostrel_public_headers}
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vostrel COMPONENT dev)
+
+if(BUILD_SHARED_LIBS AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
+  install(CODE [[
+    if("$ENV{DESTDIR}" STREQUAL "" AND CMAKE_INSTALL_PREFIX MATCHES "^/usr(/local)?/*$")
+      message(STATUS "Now run ldconfig as root. Until then programs don't find libvostrel_utils.so.")
+    endif()]] COMPONENT runtime)
+endif()
 
 # ---- how other builds find the library -----------------------------------------------------------
 
@@ -75,13 +82,19 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/docs/vostrel.1
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
 install(FILES packaging/vostrel.bash RENAME vostrel
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT runtime)
-# As in the source tree, so that their links hold.
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
-install(FILES docs/statistics.md docs/files.md docs/performance.md docs/reliability.md
-              docs/figure.png
-  DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT runtime)
-install(FILES docs/library.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT dev)
-install(DIRECTORY examples/consumer DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)
+# As in the source tree, so that their links work.
+if(PROJECT_IS_TOP_LEVEL)
+  set(vostrel_doc_dir ${CMAKE_INSTALL_DOCDIR})
+else()  # CMAKE_INSTALL_DOCDIR is that of the parent
+  set(vostrel_doc_dir ${CMAKE_INSTALL_DATAROOTDIR}/doc/vostrel)
+endif()
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE
+  DESTINATION ${vostrel_doc_dir} COMPONENT runtime)
+install(DIRECTORY docs DESTINATION ${vostrel_doc_dir} COMPONENT runtime
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.png")
+install(FILES plot/README.md DESTINATION ${vostrel_doc_dir}/plot COMPONENT runtime)
+install(FILES examples/redshifts.csv DESTINATION ${vostrel_doc_dir}/examples COMPONENT runtime)
+install(DIRECTORY examples/consumer DESTINATION ${vostrel_doc_dir}/examples COMPONENT dev)
 
 # ---- the figure ----------------------------------------------------------------------------------
 
@@ -89,7 +102,7 @@ if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/plot/vostrel-plot)
   file(STRINGS plot/vostrel-plot vostrel_plot_version REGEX "^VERSION = ")
   if(NOT vostrel_plot_version STREQUAL "VERSION = \"${PROJECT_VERSION}\"")
     message(FATAL_ERROR "plot/vostrel-plot must say VERSION = \"${PROJECT_VERSION}\", "
-      "the version of CMakeLists.txt. It says: ${vostrel_plot_version}")
+      "the version of version.h. It says: ${vostrel_plot_version}")
   endif()
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS plot/vostrel-plot)
   install(PROGRAMS plot/vostrel-plot DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT plot)
@@ -98,10 +111,10 @@ if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/plot/vostrel-plot)
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT plot)
 endif()
 
-# ---- the API reference: cmake --build build --target doc-api -------------------------------------
+# ---- the API reference: cmake --build build --target vostrel_doc_api -----------------------------
 
 configure_file(docs/Doxyfile.in docs/Doxyfile @ONLY)
-add_custom_target(doc-api
+add_custom_target(vostrel_doc_api
   COMMAND doxygen ${CMAKE_CURRENT_BINARY_DIR}/docs/Doxyfile
   COMMENT "API reference in ${CMAKE_CURRENT_BINARY_DIR}/doc-api/html/index.html" VERBATIM)
 

@@ -2,11 +2,12 @@
 
 The environment tells where things are: VOSTREL the built program, VOSTREL_SOURCE and VOSTREL_BUILD
 the project and its build, VOSTREL_VERSION and VOSTREL_RELEASE_DATE what the build took them for,
-CXX, CMAKE and CPACK the tools it was built with.
+CXX, CMAKE, CTEST and CPACK the tools it was built with.
 """
 
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 
@@ -68,6 +69,16 @@ def run(*command, cwd=None, **environment):
     return result.stdout
 
 
+def dead_links(folder):
+    """The relative links of the Markdown files below a folder that lead nowhere."""
+    return [
+        (document.name, link)
+        for document in folder.rglob("*.md")
+        for link in re.findall(r"\]\(([^)#\s]+)", document.read_text())
+        if "://" not in link and not (document.parent / link).exists()
+    ]
+
+
 def configure_and_build(build, *options, source=SOURCE):
     run(CMAKE, "-S", source, "-B", build, "-DCMAKE_BUILD_TYPE=Release", *options)
     run(CMAKE, "--build", build, "-j2")
@@ -78,5 +89,14 @@ def configure_and_build(build, *options, source=SOURCE):
 def packaged_build(tmp_path_factory):
     """A static build, the way packages are made. It can be installed anywhere."""
     return configure_and_build(
-        tmp_path_factory.mktemp("packaged"), "-DCMAKE_INSTALL_PREFIX=/usr"
+        tmp_path_factory.mktemp("packaged build"), "-DCMAKE_INSTALL_PREFIX=/usr"
     )
+
+
+@pytest.fixture(scope="session")
+def copied_source(tmp_path_factory):
+    """The source tree once more, in a path with blanks."""
+    copy = tmp_path_factory.mktemp("other place") / "source tree"
+    left_out = shutil.ignore_patterns("build*", ".git", "node_modules", "__pycache__")
+    shutil.copytree(SOURCE, copy, ignore=left_out)
+    return copy

@@ -2,6 +2,7 @@
 
 import os
 import re
+import shlex
 import shutil
 import subprocess
 
@@ -14,6 +15,7 @@ from conftest import (
     SOURCE,
     VERSION,
     configure_and_build,
+    dead_links,
     need,
     run,
 )
@@ -31,23 +33,25 @@ class Installed:
     def pkg_config(self, *arguments):
         need("pkg-config")
         text = run("pkg-config", *arguments, "vostrel", PKG_CONFIG_PATH=str(self.pkgconfig))
-        return text.split()
+        return shlex.split(text)
 
 
 @pytest.fixture(scope="session", params=["static", "shared"])
-def installed(request, tmp_path_factory):
-    prefix = tmp_path_factory.mktemp(request.param)
+def installed(request, tmp_path_factory, copied_source):
+    """All paths have blanks in them."""
+    prefix = tmp_path_factory.mktemp(request.param + " prefix")
     if request.param == "static":
         build = request.getfixturevalue("packaged_build")
     else:
         build = configure_and_build(
-            tmp_path_factory.mktemp("shared-build"),
+            tmp_path_factory.mktemp("shared build"),
             "-DBUILD_SHARED_LIBS=ON",
             f"-DCMAKE_INSTALL_PREFIX={prefix}",
+            source=copied_source,
         )
     run(CMAKE, "--install", build, "--prefix", prefix)
-    # What is installed must not lean on the build, nor on the place it was installed to first.
-    moved = prefix.with_name(prefix.name + "-moved")
+    # An installed tree works without its build, and after a move.
+    moved = prefix.with_name(prefix.name + " moved")
     prefix.rename(moved)
     return Installed(moved)
 
@@ -64,6 +68,8 @@ def test_files(installed):
         "share/man/man1/vostrel.1",
         "share/bash-completion/completions/vostrel",
         "share/doc/vostrel/README.md",
+        "share/doc/vostrel/LICENSE",
+        "share/doc/vostrel/examples/redshifts.csv",
         "share/doc/vostrel/docs/library.md",
         "share/doc/vostrel/examples/consumer/consumer.cpp",
     }
@@ -75,6 +81,11 @@ def test_files(installed):
     assert expected <= files
     headers = {name for name in files if name.startswith("include/") and name.endswith(".h")}
     assert headers == {"include/vostrel/utils.h"}
+
+
+def test_links_of_the_documents(installed):
+    documents = installed.prefix / "share" / "doc" / "vostrel"
+    assert dead_links(documents) == []
 
 
 def test_runtime_alone_runs(installed, tmp_path):

@@ -6,7 +6,7 @@ import shutil
 import subprocess
 
 import pytest
-from conftest import CMAKE, CONSUMER, CONSUMER_OUTPUT, RELEASE, SOURCE, VERSION, need, run
+from conftest import CMAKE, CONSUMER, CONSUMER_OUTPUT, RELEASE, SOURCE, VERSION, dead_links, need, run
 
 THERE_IS_A_FIGURE = (SOURCE / "plot" / "vostrel-plot").exists()
 with_figure = pytest.mark.skipif(not THERE_IS_A_FIGURE, reason="there is no figure")
@@ -71,8 +71,10 @@ def test_program_from_the_package(unpacked, tmp_path):
         "bash-completion/completions/vostrel",
         "doc/vostrel/copyright",
         "doc/vostrel/changelog.gz",
+        "doc/vostrel/examples/redshifts.csv",
     ]:
         assert (root / "share" / file).is_file()
+    assert dead_links(root / "share" / "doc" / "vostrel") == []
     changelog = run("gzip", "-dc", root / "share/doc/vostrel/changelog.gz")
     assert changelog.startswith(f"vostrel ({VERSION}) ")
 
@@ -94,15 +96,14 @@ def test_figure_from_the_package(unpacked):
 
 
 @with_figure
-def test_a_figure_of_another_version_is_refused(tmp_path):
-    for name in ["CMakeLists.txt", "main.cpp", "version.h.in"]:
-        shutil.copy(SOURCE / name, tmp_path)
-    for name in ["cmake", "docs", "examples", "statistics", "text", "packaging", "plot", "utils"]:
-        shutil.copytree(SOURCE / name, tmp_path / name)
-    plot = tmp_path / "plot" / "vostrel-plot"
+def test_a_figure_of_another_version_is_refused(copied_source, tmp_path):
+    shutil.copytree(copied_source, tmp_path / "source")
+    plot = tmp_path / "source" / "plot" / "vostrel-plot"
     plot.write_text(plot.read_text().replace(f'VERSION = "{VERSION}"', 'VERSION = "0.0.0"'))
     refused = subprocess.run(
-        [CMAKE, "-S", tmp_path, "-B", tmp_path / "build"], stderr=subprocess.PIPE, text=True
+        [CMAKE, "-S", tmp_path / "source", "-B", tmp_path / "build"],
+        stderr=subprocess.PIPE,
+        text=True,
     )
     assert refused.returncode != 0
     told = re.sub(r"\s+", " ", refused.stderr)
