@@ -1,4 +1,4 @@
-"""The documents show what the program does: each example in README.md and docs/files.md is run."""
+"""The documents show what the program does: the examples of README.md and docs/ are run."""
 
 import csv
 import gzip
@@ -15,6 +15,7 @@ import pytest
 HOME = pathlib.Path(__file__).resolve().parents[2]
 README = (HOME / "README.md").read_text()
 FILES = (HOME / "docs" / "files.md").read_text()
+STATISTICS = (HOME / "docs" / "statistics.md").read_text()
 
 
 def table_examples():
@@ -233,3 +234,48 @@ def test_safe_run_sees_that_something_is_missing(vostrel, table, tool):
     done = shell(safe_run(), vostrel.folder, TMPDIR=str(vostrel.folder / "new"))
     assert "Data size" in done.stdout
     assert not done.stdout.endswith("complete\n")
+
+
+def statistics(vostrel, table):
+    """The values of the report on the lines of a table of two columns, by their labels."""
+    vostrel.write("table.csv", "".join(line + "\n" for line in table))
+    vostrel("--stats", "table.csv", "report.txt", "0", "1", "2")
+    return dict(re.findall(r"^(\S.*\S) += (.*)$", vostrel.read("report.txt"), re.M))
+
+
+def test_statistics_shows_the_report_on_its_five_objects(vostrel):
+    section = STATISTICS.split("## An example")[1].split("## NaN")[0]
+    report = statistics(vostrel, re.findall(r"^\| `(.*?)` \|", section, re.M))
+    shown = re.findall(r"^\| ([A-Zbso]\S*(?: >\S*)?) \| (.*) \| (.*) \|$", section, re.M)
+    assert len(shown) == 11
+    for label, delta, normalized in shown:
+        name = label.replace("outliers", "outliers norm") if " " in label else label + " norm"
+        name = name.replace(") norm", " norm)")
+        assert report[label] == re.split(" = |: ", delta)[-1], label
+        assert report[name] == re.split(" = |: ", normalized)[-1], name
+
+
+def nan_places():
+    """The rows "place | order after sorting | MAD" for one NaN among four residuals."""
+    return re.findall(r"^\| (first|in the middle|last) \| .*? \| (.*) \|$", STATISTICS, re.M)
+
+
+def test_median_depends_on_the_place_of_a_nan(vostrel):
+    assert len(nan_places()) == 3
+    for place, mad in nan_places():
+        table = ["0.4,0", "0.3,0", "0.2,0", "0.1,0"]
+        table.insert({"first": 0, "in the middle": 2, "last": 4}[place], "nan,0")
+        assert statistics(vostrel, table)["MAD"] == mad, place
+
+
+def test_statistics_tells_what_rounding_and_infinities_do(vostrel):
+    assert "`13.5937%`" in STATISTICS
+    assert statistics(vostrel, ["1,0.5"] * 87 + ["1,1"] * 553)["outliers >0.15"] == "13.5937%"
+
+    assert "sigma 1.38778e-17" in STATISTICS
+    same = statistics(vostrel, ["0.1,0"] * 3)
+    assert (same["sigma"], same["outliers >4sigma"]) == ("1.38778e-17", "100%")
+
+    infinite = [statistics(vostrel, ["inf,0", "0.2,0.1", "0.4,0.1"][:n]) for n in (1, 2, 3)]
+    assert [report["MAD"] for report in infinite] == ["inf", "inf", "0.3"]
+    assert [report["MAD(Delta)"].strip("-") for report in infinite] == ["nan", "nan", "0.2"]
