@@ -1,12 +1,12 @@
 """What is said, done and returned before any file is looked at."""
 
 import pytest
-from conftest import BAD_ORDER, BANNER, CREATED, FATAL, TOO_LARGE, USAGE, expect
+from support.programs import BAD_ORDER, BANNER, CREATED, FATAL, TOO_LARGE, USAGE, expect
 
 
 def test_without_arguments_the_usage_is_printed(vostrel):
     expect(vostrel(), BANNER + USAGE, 255)
-    assert vostrel.files() == []
+    assert vostrel.names() == []
 
 
 @pytest.mark.parametrize("first", ["--stats", "--help", ""])
@@ -19,7 +19,7 @@ def test_more_than_six_arguments_are_too_many(vostrel, first, more):
         BANNER + "\ntoo many arguments on command line. Program Aborted\n",
         255,
     )
-    assert vostrel.files() == ["table.csv"]
+    assert vostrel.names() == ["table.csv"]
 
 
 @pytest.mark.parametrize(
@@ -36,7 +36,7 @@ def test_any_other_first_argument_is_a_bad_one(vostrel, first, more):
         BANNER + "\nbad first argument on command line. Program Aborted\n",
         255,
     )
-    assert vostrel.files() == ["table.csv"]
+    assert vostrel.names() == ["table.csv"]
 
 
 @pytest.mark.parametrize("more", [0, 1, 2, 3, 4])
@@ -44,7 +44,7 @@ def test_missing_arguments_bring_the_usage(vostrel, more):
     vostrel.write("table.csv", "1,2\n")
     arguments = ["--stats"] + ["table.csv", "report.txt", "0", "1", "2"][:more]
     expect(vostrel(*arguments), BANNER + USAGE, 255)
-    assert vostrel.files() == ["table.csv"]
+    assert vostrel.names() == ["table.csv"]
 
 
 @pytest.mark.parametrize(
@@ -76,7 +76,7 @@ def test_column_indices_that_make_no_sense_are_refused(vostrel, col1, col2, mess
         255,
     )
     assert vostrel.read("error.log") == message + FATAL
-    assert vostrel.files() == ["error.log", "table.csv"]
+    assert vostrel.names() == ["error.log", "table.csv"]
 
 
 def test_column_indices_are_read_up_to_their_last_digit(vostrel):

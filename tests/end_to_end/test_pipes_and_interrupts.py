@@ -5,13 +5,13 @@ import signal
 import time
 
 import pytest
-from conftest import BANNER, CREATED, PATIENCE
+from support.programs import BANNER, CREATED, PATIENCE
 
 LOADING = "\nLoad data from file: table.csv\n\n"
 
 
 class SlowTable:
-    """A named pipe as the table. It is held open for both ways, so it stays when a reader leaves."""
+    """A named pipe as the table, open in both directions: it stays when a reader leaves."""
 
     def __init__(self, program):
         path = program.folder / "table.csv"

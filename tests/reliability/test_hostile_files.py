@@ -8,7 +8,7 @@ import signal
 import subprocess
 
 import pytest
-from conftest import ABORTED, BAD_ORDER, CREATED, FATAL, RUN, TOO_LARGE
+from support.programs import ABORTED, BAD_ORDER, CREATED, FATAL, RUN, TOO_LARGE
 
 TABLE = "0.1,0.12\n0.2,0.19\n0.3,0.33\n0.4,0.4\n"
 ROWS = "0 0.1 0.12\n1 0.2 0.19\n2 0.3 0.33\n3 0.4 0.4\n"
@@ -33,25 +33,10 @@ def report_of(program):
 # ---- the intermediate file
 
 
-def test_an_intermediate_file_that_is_a_directory_gives_a_run_without_data(table):
-    table.prepare(lambda program: (program.folder / "internal.txt").mkdir())
-    run = table(*RUN)
-    assert run.returncode == 0
-    assert b"\nData size  = 0\n" in run.stdout
-    assert table.product.read("error.log") == CREATED
-
-
 def test_an_intermediate_file_that_is_a_dangling_link_is_created_where_it_leads(table):
     table.prepare(link("internal.txt", "elsewhere.txt"))
     assert table.rows() == ROWS
     assert table.product.read("elsewhere.txt") == ROWS
-
-
-def test_an_intermediate_file_that_leads_nowhere_gives_a_run_without_data(table):
-    table.prepare(link("internal.txt", "no such folder/internal.txt"))
-    run = table(*RUN)
-    assert run.returncode == 0
-    assert b"*** file internal.txt not found! ***\nData size  = 0\n" in run.stdout
 
 
 def test_an_intermediate_file_that_leads_to_itself_gives_a_run_without_data(table):
@@ -163,15 +148,6 @@ def test_a_disk_that_is_full_has_the_same_outcome_in_both_programs(small_disks, 
     small_disks.write("ballast", bytes(65536 - 4096 - left))
     run = small_disks(*RUN)
     assert run.returncode in (0, ABORTED)
-
-
-def test_a_full_disk_under_the_report_looks_like_success(table):
-    run = table("--stats", "table.csv", "/dev/full", "0", "1", "2")
-    assert run.returncode == 0
-    assert run.stdout.endswith(
-        b"\nStatistics stored in the file /dev/full\n\nExecution completed. Bye Bye!\n\n"
-    )
-    assert table.product.read("internal.txt") == ROWS
 
 
 @pytest.mark.parametrize("target", ["/dev/full", "no such folder/log", "."])
@@ -291,13 +267,6 @@ def test_an_empty_table_name_is_not_found(table):
     assert table.product.read("error.log") == "*** file  not found! ***\n" + FATAL
 
 
-def test_an_empty_report_name_looks_like_success(table):
-    run = table("--stats", "table.csv", "", "0", "1", "2")
-    assert run.returncode == 0
-    assert b"\nStatistics stored in the file \n" in run.stdout
-    assert sorted(table.product.files()) == ["error.log", "internal.txt"]
-
-
 @pytest.mark.parametrize("size", [256, 4096, 100000])
 def test_a_table_name_that_is_too_long_is_not_found(table, size):
     name = "n" * size
@@ -318,7 +287,8 @@ def test_a_report_name_that_is_too_long_looks_like_success(table, size):
 
 
 @pytest.mark.parametrize(
-    "name", [b"n" * 255, b"\xff\xfe\x80", b"a\nb", b" ", b"-", b"--stats", b"%s%n", b"\x1b[31m", b"*"]
+    "name",
+    [b"n" * 255, b"\xff\xfe\x80", b"a\nb", b" ", b"-", b"--stats", b"%s%n", b"\x1b[31m", b"*"],
 )
 def test_names_are_bytes_and_shown_as_they_are(table, name):
     name = os.fsdecode(name)
