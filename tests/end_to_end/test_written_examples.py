@@ -48,12 +48,12 @@ def test_table_gives_the_rows_shown(vostrel, table, arguments, rows):
     else:
         shown = [] if rows.startswith("none") else re.findall(r"`([^`]*)`", rows)
         assert internal.read_text().splitlines() == shown
-        assert run.returncode == (-signal.SIGABRT if "abnormal" in rows else 0)
+        assert run.returncode == (-signal.SIGABRT if "abort" in rows else 0)
 
 
 def number_examples():
     """The pairs "field | value" of the section on what counts as a number."""
-    names = {"not a number": "nan", "infinite": "inf"}
+    names = {"NaN": "nan", "infinite": "inf"}
     section = FILES.split("### What counts")[1].split("A NUL")[0]
     examples = []
     for line in section.splitlines():
