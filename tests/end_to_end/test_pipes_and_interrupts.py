@@ -1,6 +1,7 @@
 """A table that arrives slowly, and the user who loses patience."""
 
 import os
+import select
 import signal
 import time
 
@@ -116,3 +117,33 @@ def test_an_interrupt_before_that_leaves_them(reopening):
     assert run.wait(PATIENCE) == 0
     assert vostrel.read("console") == BANNER + "col number 2\n" + LOADING + "SIGINT catched!\n"
     assert vostrel.read("internal.txt") == "old rows\n"
+
+
+def test_an_interrupt_while_computing_ends_the_run_with_status_zero(vostrel):
+    """internal.txt is a pipe: when the run closes it, all rows are loaded and computing begins."""
+    path = vostrel.folder / "internal.txt"
+    os.mkfifo(path)
+    vostrel.write("table.csv", "1,2\n")
+    run = vostrel.start("--stats", "table.csv", "report.txt", "0", "1", "2")
+    with open(path, "rb") as rows_written:
+        assert rows_written.read() == b"0 1 2\n"
+    with open(path, "wb") as rows_to_read:
+        # Enough for some tenths of a second. An empty line ends them while the pipe stays open.
+        rows_to_read.write(b"0 0.5 0.25\n1 0.75 1\n" * 2000000 + b"\n")
+        rows_to_read.flush()
+        no_reader = select.poll()
+        no_reader.register(rows_to_read, 0)
+        assert no_reader.poll(PATIENCE * 1000) != []
+        run.send_signal(signal.SIGINT)
+    assert run.wait(PATIENCE) == 0
+    assert run.stderr.read() == b""
+    run.stderr.close()
+    assert vostrel.read("console") == (
+        BANNER
+        + "col number 2\n"
+        + LOADING
+        + "\nLoad data from file: internal.txt\n\n"
+        + "SIGINT catched!\n"
+    )
+    assert vostrel.read("report.txt") is None
+    assert vostrel.read("error.log") == CREATED

@@ -166,6 +166,32 @@ def test_an_outlier_percentage_of_an_eighth_and_a_thousand_objects(vostrel):
         assert "outliers >0.15   = 12.5%\n" in text
 
 
+def test_small_statistics_have_an_exponent(vostrel):
+    # delta = 0.000015; delta norm = 0.000015 / 1.000015 = 0.00001499977...
+    vostrel.write("table.csv", "0.000015,0\n")
+    run = vostrel("--stats", "table.csv", "report.txt", "0", "1", "2")
+    for text in (run.stdout.decode(), vostrel.read("report.txt")):
+        assert "\nbias             = 1.5e-05\n" in text
+        assert "\nNMAD             = 2.2239e-05\n" in text
+        assert "\nbias norm             = 1.49998e-05\n" in text
+
+
+def test_the_first_number_above_a_bound_is_an_outlier(vostrel):
+    # 0.65 - 0.5 is 0.15000000000000002, the double after 0.15.
+    vostrel.write("table.csv", "0.65,0.5\n0.15,0\n")
+    run = vostrel("--stats", "table.csv", "report.txt", "0", "1", "2")
+    for text in (run.stdout.decode(), vostrel.read("report.txt")):
+        assert "\noutliers >0.15   = 50%\n" in text
+
+
+def test_every_comma_of_the_first_line_counts_as_a_column(vostrel):
+    vostrel.write("table.csv", "1,,3\n")
+    run = vostrel("--stats", "table.csv", "report.txt", "0", "1", "3")
+    assert run.stdout.decode().startswith(BANNER + "col number 3\n\nLoad data")
+    # The empty field is skipped, and the third position starts again at the first field.
+    assert vostrel.read("internal.txt") == "0 1 1\n"
+
+
 def test_a_missing_table_ends_the_run(vostrel):
     vostrel.write("internal.txt", "old rows\n")
     message = "*** file table.csv not found! ***\n"

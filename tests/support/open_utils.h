@@ -63,13 +63,4 @@ inline OpenUtils loaded(std::vector<double> reference, std::vector<double> estim
   return run;
 }
 
-/// IDs 0, 1, 2, ... and the same residuals for both kinds of statistics.
-inline OpenUtils with_residuals(std::vector<double> residuals) {
-  OpenUtils run =
-      loaded(std::vector<double>(residuals.size()), std::vector<double>(residuals.size()));
-  run.delta = residuals;
-  run.deltaNorm = std::move(residuals);
-  return run;
-}
-
 #endif  // VOSTREL_TESTS_SUPPORT_OPEN_UTILS_H

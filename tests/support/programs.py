@@ -28,7 +28,6 @@ BAD_ORDER = (
 )
 FATAL = "FATAL ERROR OCCURRED. Statistics output not created! ***\n"
 CREATED = "File created succesfully\n"
-LOADING = "\nLoad data from file: table.csv\n\n\nLoad data from file: internal.txt\n\n"
 
 RUN = ["--stats", "table.csv", "report.txt", "0", "1", "2"]
 

@@ -1,10 +1,14 @@
-// Residuals, moments, medians and outliers. Every statistic exists twice; what is said of one kind
-// of residual is tried on both.
+// Residuals, moments, medians and outliers of the class. Each statistic exists twice: the tests run
+// for delta and for deltaNorm, while the members of the other one hold something else.
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
+#include <cstddef>
 #include <new>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/bits.h"
@@ -16,7 +20,7 @@ using Values = std::vector<double>;
 
 // ---- residuals ----------------------------------------------------------------------------------
 
-TEST(Residuals, AreReferenceMinusEstimateAndThatOverOnePlusReference) {
+TEST(Residuals, AreReferenceMinusEstimateAndTheirRatioToOnePlusReference) {
   OpenUtils run = loaded({0.5, 1.0, 0.0}, {0.4, 1.2, 0.25});
   run.CalculateDelta();
   run.CalculateDeltaNorm();
@@ -27,7 +31,7 @@ TEST(Residuals, AreReferenceMinusEstimateAndThatOverOnePlusReference) {
   EXPECT_NEAR(run.deltaNorm[1], -0.1, 1e-15);
 }
 
-TEST(Residuals, OfNoDataAreEmpty) {
+TEST(Residuals, AreEmptyWithoutData) {
   OpenUtils run = empty_set();
   run.CalculateDelta();
   run.CalculateDeltaNorm();
@@ -35,7 +39,7 @@ TEST(Residuals, OfNoDataAreEmpty) {
   EXPECT_TRUE(run.deltaNorm.empty());
 }
 
-TEST(Residuals, WithAReferenceOfMinusOneAreInfiniteOrNotANumber) {
+TEST(Residuals, BecomeInfiniteOrNaNForAReferenceOfMinusOne) {
   OpenUtils run = loaded({-1, -1, -1}, {0, -2, -1});
   run.CalculateDelta();
   run.CalculateDeltaNorm();
@@ -45,7 +49,7 @@ TEST(Residuals, WithAReferenceOfMinusOneAreInfiniteOrNotANumber) {
   EXPECT_TRUE(std::isnan(run.deltaNorm[2]));
 }
 
-TEST(Residuals, AreAppendedOnASecondCall) {
+TEST(Residuals, AppendOnASecondCall) {
   OpenUtils run = loaded({1, 2}, {0.5, 4});
   run.CalculateDelta();
   run.CalculateDelta();
@@ -55,27 +59,149 @@ TEST(Residuals, AreAppendedOnASecondCall) {
   EXPECT_EQ(run.deltaNorm, (Values{0.25, -2 / 3.0, 0.25, -2 / 3.0}));
 }
 
-TEST(Residuals, GoByTheCountOfIdentifiers) {
+TEST(Residuals, FollowTheCountOfIdentifiers) {
   OpenUtils run = loaded({1, 2, 3}, {0, 0, 0});
   run.id = {8, 9};
   run.CalculateDelta();
   run.CalculateDeltaNorm();
-  EXPECT_EQ(run.delta.size(), 2u);
-  EXPECT_EQ(run.deltaNorm.size(), 2u);
+  EXPECT_EQ(run.delta, (Values{1, 2}));
+  EXPECT_EQ(run.deltaNorm, (Values{1 / 2.0, 2 / 3.0}));
 }
 
-// ---- moments ------------------------------------------------------------------------------------
+// ---- the statistics of either residual ----------------------------------------------------------
 
-OpenUtils moments_of(Values residuals) {
-  OpenUtils run = with_residuals(std::move(residuals));
-  run.CalculateBias();
-  run.CalculateBiasNorm();
-  run.CalculateSigma();
-  run.CalculateSigmaNorm();
-  run.CalculateRMS();
-  run.CalculateRMSNorm();
-  return run;
-}
+/// The members and methods of one residual.
+struct Residual {
+  const char* name;
+  Values OpenUtils::*values;
+  double OpenUtils::*bias;
+  double OpenUtils::*sigma;
+  double OpenUtils::*rms;
+  double OpenUtils::*mad;
+  double OpenUtils::*nmad;
+  double OpenUtils::*madDeltaz;
+  std::array<double OpenUtils::*, 5> outliers;  // beyond 0.15 and 1, 2, 3 and 4 sigma
+  void (UTILS::*calculateBias)();
+  void (UTILS::*calculateSigma)();
+  void (UTILS::*calculateRMS)();
+  void (UTILS::*calculateMAD)();
+  void (UTILS::*calculateNMAD)();
+  void (UTILS::*calculateMADDeltaz)();
+  void (UTILS::*calculateOutliers)();
+};
+
+const Residual kDelta = {
+    "delta",
+    &OpenUtils::delta,
+    &OpenUtils::bias,
+    &OpenUtils::sigma,
+    &OpenUtils::rms,
+    &OpenUtils::mad,
+    &OpenUtils::nmad,
+    &OpenUtils::madDeltaz,
+    {&OpenUtils::outliersConstant, &OpenUtils::outliers1, &OpenUtils::outliers2,
+     &OpenUtils::outliers3, &OpenUtils::outliers4},
+    &UTILS::CalculateBias,
+    &UTILS::CalculateSigma,
+    &UTILS::CalculateRMS,
+    &UTILS::CalculateMAD,
+    &UTILS::CalculateNMAD,
+    &UTILS::CalculateMADDeltaz,
+    &UTILS::CalculateOutliers,
+};
+
+const Residual kDeltaNorm = {
+    "deltaNorm",
+    &OpenUtils::deltaNorm,
+    &OpenUtils::biasNorm,
+    &OpenUtils::sigmaNorm,
+    &OpenUtils::rmsNorm,
+    &OpenUtils::madNorm,
+    &OpenUtils::nmadNorm,
+    &OpenUtils::madDeltazNorm,
+    {&OpenUtils::outliersConstantNorm, &OpenUtils::outliers1Norm, &OpenUtils::outliers2Norm,
+     &OpenUtils::outliers3Norm, &OpenUtils::outliers4Norm},
+    &UTILS::CalculateBiasNorm,
+    &UTILS::CalculateSigmaNorm,
+    &UTILS::CalculateRMSNorm,
+    &UTILS::CalculateMADNorm,
+    &UTILS::CalculateNMADNorm,
+    &UTILS::CalculateMADDeltazNorm,
+    &UTILS::CalculateOutliersNorm,
+};
+
+/// Tests one residual. The other one must be neither read nor changed.
+class EachResidual : public testing::TestWithParam<Residual> {
+ protected:
+  EachResidual() {
+    const Residual& other = the_other();
+    run_.*other.values = kOtherValues;
+    for (const auto member :
+         {other.bias, other.sigma, other.rms, other.mad, other.nmad, other.madDeltaz}) {
+      run_.*member = kOtherStatistic;
+    }
+    for (const auto member : other.outliers) run_.*member = kOtherStatistic;
+  }
+
+  void TearDown() override {
+    const Residual& other = the_other();
+    EXPECT_EQ(run_.*other.values, kOtherValues);
+    for (const auto member :
+         {other.bias, other.sigma, other.rms, other.mad, other.nmad, other.madDeltaz}) {
+      EXPECT_EQ(run_.*member, kOtherStatistic);
+    }
+    for (const auto member : other.outliers) EXPECT_EQ(run_.*member, kOtherStatistic);
+  }
+
+  /// A data set of these residuals, with as many identifiers.
+  void set(const Values& residuals) {
+    run_.id.assign(residuals.size(), 7);
+    values() = residuals;
+    for (const auto member : GetParam().outliers) run_.*member = 0;
+  }
+
+  Values& values() { return run_.*GetParam().values; }
+  double& bias() { return run_.*GetParam().bias; }
+  double& sigma() { return run_.*GetParam().sigma; }
+  double& rms() { return run_.*GetParam().rms; }
+  double& mad() { return run_.*GetParam().mad; }
+  double& nmad() { return run_.*GetParam().nmad; }
+  double& mad_of_delta() { return run_.*GetParam().madDeltaz; }
+  /// Beyond 0.15 and 1, 2, 3 and 4 sigma.
+  Values outliers() const {
+    Values values;
+    for (const auto member : GetParam().outliers) values.push_back(run_.*member);
+    return values;
+  }
+
+  void calculate_moments() {
+    (run_.*GetParam().calculateBias)();
+    (run_.*GetParam().calculateSigma)();
+    (run_.*GetParam().calculateRMS)();
+  }
+  void calculate_medians() {
+    (run_.*GetParam().calculateMADDeltaz)();
+    (run_.*GetParam().calculateMAD)();
+    (run_.*GetParam().calculateNMAD)();
+  }
+  void calculate_outliers() { (run_.*GetParam().calculateOutliers)(); }
+  void calculate_sigma() { (run_.*GetParam().calculateSigma)(); }
+  void calculate_nmad() { (run_.*GetParam().calculateNMAD)(); }
+
+  OpenUtils run_ = empty_set();
+
+ private:
+  static const Residual& the_other() {
+    return GetParam().name == std::string("delta") ? kDeltaNorm : kDelta;
+  }
+
+  // Far from all values below, and more of them.
+  const Values kOtherValues = {-5e5, 3e5, 7e5, -1e5, 9e5, 2e5, -4e5, 6e5, 1e5};
+  static constexpr double kOtherStatistic = -98765;
+};
+
+INSTANTIATE_TEST_SUITE_P(Statistics, EachResidual, testing::Values(kDelta, kDeltaNorm),
+                         [](const auto& test) { return std::string(test.param.name); });
 
 struct Moments {
   const char* name;
@@ -83,7 +209,7 @@ struct Moments {
   double bias, sigma, rms;
 };
 
-TEST(Moments, AreMeanPopulationDeviationAndRootMeanSquare) {
+TEST_P(EachResidual, HasMeanPopulationDeviationAndRootMeanSquare) {
   const Moments kMoments[] = {
       {"1 to 4", {1, 2, 3, 4}, 2.5, std::sqrt(1.25), std::sqrt(7.5)},
       {"single residual", {-0.375}, -0.375, 0, 0.375},
@@ -93,85 +219,208 @@ TEST(Moments, AreMeanPopulationDeviationAndRootMeanSquare) {
   };
   for (const Moments& row : kMoments) {
     SCOPED_TRACE(row.name);
-    const OpenUtils run = moments_of(row.residuals);
-    EXPECT_EQ(run.getBias(), row.bias);
-    EXPECT_EQ(run.getBiasNorm(), row.bias);
-    EXPECT_EQ(run.getSigma(), row.sigma);
-    EXPECT_EQ(run.getSigmaNorm(), row.sigma);
-    EXPECT_EQ(run.getRMS(), row.rms);
-    EXPECT_EQ(run.getRMSNorm(), row.rms);
+    set(row.residuals);
+    calculate_moments();
+    EXPECT_EQ(bias(), row.bias);
+    EXPECT_EQ(sigma(), row.sigma);
+    EXPECT_EQ(rms(), row.rms);
+    calculate_moments();
+    EXPECT_EQ(bias(), row.bias);
+    EXPECT_EQ(sigma(), row.sigma);
+    EXPECT_EQ(rms(), row.rms);
+    EXPECT_EQ(values(), row.residuals);
   }
-  EXPECT_NEAR(moments_of({1, 2, 3, 4}).getSigma(), 1.1180, 5e-5);
-  EXPECT_NEAR(moments_of({1, 2, 3, 4}).getRMS(), 2.7386, 5e-5);
 }
 
-TEST(Moments, OfNoDataAreNotANumber) {
-  const OpenUtils run = moments_of({});
-  for (const double value : {run.getBias(), run.getBiasNorm(), run.getSigma(), run.getSigmaNorm(),
-                             run.getRMS(), run.getRMSNorm()}) {
+TEST_P(EachResidual, HasNaNStatisticsWithoutData) {
+  set({});
+  calculate_moments();
+  calculate_medians();
+  calculate_outliers();
+  for (const double value : {bias(), sigma(), rms(), mad(), nmad(), mad_of_delta()}) {
     EXPECT_TRUE(std::isnan(value));
   }
+  for (const double value : outliers()) EXPECT_TRUE(std::isnan(value));
 }
 
-TEST(Moments, AreSummedInIndexOrder) {
-  // 1e16 + 1 is 1e16 again: any other order keeps at least one of the ones.
-  EXPECT_EQ(moments_of({1e16, 1, 1, -1e16}).getBias(), 0.0);
-  EXPECT_EQ(moments_of({1, 1, 1e16, -1e16}).getBias(), 0.5);
-  EXPECT_EQ(moments_of({1e8, 1, 1, 1}).getRMS(), std::sqrt(1e16 / 4));
-  EXPECT_EQ(moments_of({1, 1, 1, 1e8}).getRMS(), std::sqrt((3 + 1e16) / 4));
+TEST_P(EachResidual, SumsInIndexOrder) {
+  // 1e16 + 1 is 1e16 again: another order keeps at least one of the ones.
+  set({1e16, 1, 1, -1e16});
+  calculate_moments();
+  EXPECT_EQ(bias(), 0.0);
+  set({1, 1, 1e16, -1e16});
+  calculate_moments();
+  EXPECT_EQ(bias(), 0.5);
+
+  set({1e8, 1, 1, 1});
+  calculate_moments();
+  EXPECT_EQ(rms(), std::sqrt(1e16 / 4));
+  bias() = 0;
+  calculate_sigma();
+  EXPECT_EQ(sigma(), std::sqrt(1e16 / 4));
+  set({1, 1, 1, 1e8});
+  calculate_moments();
+  EXPECT_EQ(rms(), std::sqrt((3 + 1e16) / 4));
+  bias() = 0;
+  calculate_sigma();
+  EXPECT_EQ(sigma(), std::sqrt((3 + 1e16) / 4));
 }
 
-TEST(Moments, CountOnlyAsManyResidualsAsThereAreIdentifiers) {
-  OpenUtils run = with_residuals({1, 3, 100, 100});
-  run.id = {0, 1};
-  run.CalculateBias();
-  run.CalculateBiasNorm();
-  run.CalculateSigma();
-  run.CalculateSigmaNorm();
-  run.CalculateRMS();
-  run.CalculateRMSNorm();
-  EXPECT_EQ(run.getBias(), 2);
-  EXPECT_EQ(run.getBiasNorm(), 2);
-  EXPECT_EQ(run.getSigma(), 1);
-  EXPECT_EQ(run.getSigmaNorm(), 1);
-  EXPECT_EQ(run.getRMS(), std::sqrt(5.0));
-  EXPECT_EQ(run.getRMSNorm(), std::sqrt(5.0));
+TEST_P(EachResidual, UsesAsManyResidualsAsIdentifiersForMoments) {
+  set({1, 3, 100, 100});
+  run_.id = {0, 1};
+  calculate_moments();
+  EXPECT_EQ(bias(), 2);
+  EXPECT_EQ(sigma(), 1);
+  EXPECT_EQ(rms(), std::sqrt(5.0));
 }
 
-TEST(Moments, SigmaIsAboutTheStoredBias) {
-  OpenUtils run = with_residuals({1, 2, 3, 4});
-  run.CalculateSigma();
-  run.CalculateSigmaNorm();
-  EXPECT_EQ(run.getSigma(), std::sqrt(7.5));  // the bias is still 0
-  EXPECT_EQ(run.getSigmaNorm(), std::sqrt(7.5));
-  run.bias = 10;
-  run.biasNorm = 5;
-  run.CalculateSigma();
-  run.CalculateSigmaNorm();
-  EXPECT_EQ(run.getSigma(), std::sqrt((81.0 + 64 + 49 + 36) / 4));
-  EXPECT_EQ(run.getSigmaNorm(), std::sqrt((16.0 + 9 + 4 + 1) / 4));
+TEST_P(EachResidual, TakesSigmaAboutTheStoredBias) {
+  set({1, 2, 3, 4});
+  calculate_sigma();
+  EXPECT_EQ(sigma(), std::sqrt(7.5));  // the bias is still 0
+  bias() = 10;
+  calculate_sigma();
+  EXPECT_EQ(sigma(), std::sqrt((81.0 + 64 + 49 + 36) / 4));
 }
 
-TEST(Moments, AreTheSameOnASecondCall) {
-  OpenUtils run = moments_of({0.1, -0.2, 0.3});
-  const double bias = run.getBias(), sigma = run.getSigma(), rms = run.getRMS();
-  run.CalculateBias();
-  run.CalculateSigma();
-  run.CalculateRMS();
-  EXPECT_EQ(run.getBias(), bias);
-  EXPECT_EQ(run.getSigma(), sigma);
-  EXPECT_EQ(run.getRMS(), rms);
+TEST_P(EachResidual, CarriesInfinitiesAndNaNIntoMoments) {
+  set({1, kInfinity});
+  calculate_moments();
+  EXPECT_EQ(bias(), kInfinity);
+  EXPECT_TRUE(std::isnan(sigma()));
+  EXPECT_EQ(rms(), kInfinity);
+  set({kInfinity, -kInfinity});
+  calculate_moments();
+  EXPECT_TRUE(std::isnan(bias()));
+  set({1, kNaN});
+  calculate_moments();
+  EXPECT_TRUE(std::isnan(rms()));
 }
 
-TEST(Moments, CarryInfinitiesAndNotANumbers) {
-  EXPECT_EQ(moments_of({1, kInfinity}).getBias(), kInfinity);
-  EXPECT_TRUE(std::isnan(moments_of({1, kInfinity}).getSigma()));
-  EXPECT_EQ(moments_of({1, -kInfinity}).getRMS(), kInfinity);
-  EXPECT_TRUE(std::isnan(moments_of({kInfinity, -kInfinity}).getBias()));
-  EXPECT_TRUE(std::isnan(moments_of({1, kNaN}).getRMS()));
+struct Robust {
+  const char* name;
+  Values residuals;
+  double mad, nmad, mad_of_delta;
+};
+
+TEST_P(EachResidual, HasMediansAboutZeroAndAboutTheMedian) {
+  const Robust kRobust[] = {
+      {"-3, 1, 2", {-3, 1, 2}, 2, 2.9652, 1},
+      {"1 to 4", {1, 2, 3, 4}, 2.5, 3.7065, 1},
+      {"single residual", {-0.5}, 0.5, 0.7413, 0},
+      {"all of one sign", {-10, -11, -12, -13, -14}, 12, 17.7912, 1},
+      {"all equal", {2, 2, 2, 2}, 2, 2.9652, 0},
+      {"one infinity", {1, 2, kInfinity}, 2, 2.9652, 1},
+  };
+  for (const Robust& row : kRobust) {
+    SCOPED_TRACE(row.name);
+    set(row.residuals);
+    calculate_medians();
+    calculate_medians();
+    EXPECT_EQ(mad(), row.mad);
+    EXPECT_EQ(nmad(), row.mad * 1.4826);
+    EXPECT_NEAR(nmad(), row.nmad, 1e-14);
+    EXPECT_EQ(mad_of_delta(), row.mad_of_delta);
+    EXPECT_EQ(values(), row.residuals);
+  }
 }
 
-// ---- medians ------------------------------------------------------------------------------------
+TEST_P(EachResidual, UsesTheWholeVectorForMedians) {
+  set({1, 2, 30});
+  run_.id = {0};
+  calculate_medians();
+  EXPECT_EQ(mad(), 2);
+  EXPECT_EQ(mad_of_delta(), 1);
+}
+
+TEST_P(EachResidual, TakesNmadFromTheStoredMad) {
+  set({5});
+  mad() = 2;
+  calculate_nmad();
+  EXPECT_EQ(nmad(), 2 * 1.4826);
+}
+
+struct Outliers {
+  const char* name;
+  Values residuals;
+  double sigma;
+  Values percent;  // beyond 0.15 and 1, 2, 3 and 4 sigma
+};
+
+TEST_P(EachResidual, CountsOutliersStrictlyBeyondEachBound) {
+  const double third = 1 / 3.0 * 100;
+  const Outliers kOutliers[] = {
+      {"one for each bound", {1.5, -2.5, 3.5, -4.5, 0.1}, 1, {80, 80, 60, 40, 20}},
+      {"on a bound is inside", {1, 2, 3, 4}, 1, {100, 75, 50, 25, 0}},
+      {"0.15 itself is inside", {0.15, -0.15}, 1, {0, 0, 0, 0, 0}},
+      {"the next number is outside", {0.65 - 0.5, -0.15}, 1, {50, 0, 0, 0, 0}},
+      {"cumulative", {-9, 0, 0, 0}, 1, {25, 25, 25, 25, 25}},
+      {"zeros against zero", {0, 0}, 0, {0, 0, 0, 0, 0}},
+      {"any other number against zero", {5e-324, 0}, 0, {0, 50, 50, 50, 50}},
+      {"NaN is inside", {kNaN, 1}, 0.01, {50, 50, 50, 50, 50}},
+      {"NaN as sigma", {1, 1}, kNaN, {100, 0, 0, 0, 0}},
+      {"infinite residual", {kInfinity, 0}, 1, {50, 50, 50, 50, 50}},
+      {"infinite sigma", {kInfinity, 0}, kInfinity, {50, 0, 0, 0, 0}},
+      {"a third", {1, 0, 0}, 0.1, {third, third, third, third, third}},
+      // 3 * 0.1 is 0.30000000000000004. Only the number after it is outside.
+      {"factor times sigma",
+       {0.3, 3.0 * 0.1, std::nextafter(3.0 * 0.1, 1.0), 0},
+       0.1,
+       {75, 75, 75, 25, 0}},
+  };
+  for (const Outliers& row : kOutliers) {
+    SCOPED_TRACE(row.name);
+    set(row.residuals);
+    sigma() = row.sigma;
+    calculate_outliers();
+    EXPECT_EQ(outliers(), row.percent);
+  }
+}
+
+TEST_P(EachResidual, MeasuresOutliersFromZeroInUnitsOfItsOwnSigma) {
+  set({0.1, -0.2, 0.3, -0.4});
+  calculate_moments();
+  calculate_outliers();
+  EXPECT_NEAR(bias(), -0.05, 1e-15);
+  EXPECT_NEAR(sigma(), 0.26926, 5e-6);
+  EXPECT_EQ(outliers(), (Values{75, 50, 0, 0, 0}));
+
+  set({0.2, 0.2});
+  calculate_moments();
+  calculate_outliers();
+  EXPECT_EQ(bias(), 0.2);
+  EXPECT_EQ(sigma(), 0);
+  EXPECT_EQ(outliers(), (Values{100, 100, 100, 100, 100}));
+}
+
+TEST_P(EachResidual, CountsOutliersOntoThePercentagesOfAnEarlierCall) {
+  set({1, 0, 0, 0});
+  sigma() = 0.3;
+  calculate_outliers();
+  calculate_outliers();
+  // (25 + 1) / 4 * 100; beyond 4 sigma = 1.2 there is none.
+  EXPECT_EQ(outliers(), (Values{650, 650, 650, 650, 0}));
+
+  // From a third on every addition of 1 rounds.
+  set({1, 1, 1, 1, 1, 1, 1});
+  sigma() = 0;
+  for (const auto member : GetParam().outliers) run_.*member = 1 / 3.0;
+  calculate_outliers();
+  double sum = 1 / 3.0;
+  for (int i = 0; i < 7; ++i) sum += 1.0;
+  EXPECT_EQ(outliers(), Values(5, sum / 7 * 100.0));
+}
+
+TEST_P(EachResidual, UsesTheWholeVectorForOutliers) {
+  set({1, 1, 0, 0});
+  run_.id = {0};
+  sigma() = 0.4;
+  calculate_outliers();
+  EXPECT_EQ(outliers(), (Values{50, 50, 50, 0, 0}));
+}
+
+// ---- medians of any values ----------------------------------------------------------------------
 
 struct Median {
   const char* name;
@@ -180,7 +429,7 @@ struct Median {
   double median;
 };
 
-TEST(CalculateMedian, IsTheMiddleOfTheFirstValues) {
+TEST(CalculateMedian, ReturnsTheMiddleOfTheFirstValues) {
   const Median kMedians[] = {
       {"odd", {3, 1, 2}, 3, 2},
       {"even", {4, 1, 3, 2}, 4, 2.5},
@@ -190,9 +439,9 @@ TEST(CalculateMedian, IsTheMiddleOfTheFirstValues) {
       {"first of many", {8, 1, 2, 3}, 1, 8},
       {"infinities are ordinary", {kInfinity, 1, -kInfinity}, 3, 1},
       {"half of an overflowing sum", {1.7e308, 1.7e308}, 2, kInfinity},
-      {"a not-a-number in front stays there", {kNaN, 2, 1}, 3, 1},
-      {"a not-a-number at the end stays there", {2, 1, kNaN}, 3, 2},
-      {"nothing moves past a not-a-number", {9, 8, kNaN, 1, 0, 2, 3}, 7, 0},
+      {"a NaN in front stays there", {kNaN, 2, 1}, 3, 1},
+      {"a NaN at the end stays there", {2, 1, kNaN}, 3, 2},
+      {"nothing moves past a NaN", {9, 8, kNaN, 1, 0, 2, 3}, 7, 0},
   };
   const OpenUtils run = empty_set();
   for (const Median& row : kMedians) {
@@ -211,7 +460,7 @@ TEST(CalculateMedian, KeepsTheOrderOfTheTwoZeros) {
   EXPECT_EQ(bits_of(run.CalculateMedian({-0.0, 0.0}, 2)), bits_of(0.0));
 }
 
-TEST(CalculateAbsMedian, IsTheMiddleOfTheMagnitudes) {
+TEST(CalculateAbsMedian, ReturnsTheMiddleOfTheMagnitudes) {
   const OpenUtils run = empty_set();
   EXPECT_EQ(run.CalculateAbsMedian({-3, 1, 2}, 3), 2);
   EXPECT_EQ(run.CalculateAbsMedian({-4, 1, 3, -2}, 4), 2.5);
@@ -221,211 +470,19 @@ TEST(CalculateAbsMedian, IsTheMiddleOfTheMagnitudes) {
   EXPECT_EQ(bits_of(run.CalculateAbsMedian({-kNaN}, 1)), bits_of(std::fabs(kNaN)));
 }
 
-TEST(CalculateMedian, OfNothingIsNotANumber) {
+TEST(CalculateMedian, ReturnsNaNForNoValues) {
   const OpenUtils run = empty_set();
   EXPECT_TRUE(std::isnan(run.CalculateMedian({}, 0)));
   EXPECT_TRUE(std::isnan(run.CalculateMedian({1, 2, 3}, 0)));
   EXPECT_TRUE(std::isnan(run.CalculateAbsMedian({}, 0)));
 }
 
-TEST(CalculateMedian, OfANegativeCountRaisesTheAllocationException) {
+TEST(CalculateMedian, ThrowsForANegativeCount) {
   const OpenUtils run = empty_set();
   for (const int n : {-1, -2147483647 - 1}) {
     EXPECT_THROW(static_cast<void>(run.CalculateMedian({1, 2}, n)), std::bad_array_new_length);
     EXPECT_THROW(static_cast<void>(run.CalculateAbsMedian({1, 2}, n)), std::bad_array_new_length);
   }
-}
-
-OpenUtils robust_of(Values residuals) {
-  OpenUtils run = with_residuals(std::move(residuals));
-  run.CalculateMADDeltaz();
-  run.CalculateMADDeltazNorm();
-  run.CalculateMAD();
-  run.CalculateMADNorm();
-  run.CalculateNMAD();
-  run.CalculateNMADNorm();
-  return run;
-}
-
-struct Robust {
-  const char* name;
-  Values residuals;
-  double mad, nmad, mad_of_delta;
-};
-
-TEST(RobustStatistics, AreAboutZeroAndAboutTheMedian) {
-  const Robust kRobust[] = {
-      {"-3, 1, 2", {-3, 1, 2}, 2, 2.9652, 1},
-      {"1 to 4", {1, 2, 3, 4}, 2.5, 3.7065, 1},
-      {"single residual", {-0.5}, 0.5, 0.7413, 0},
-      {"all of one sign", {-10, -11, -12, -13, -14}, 12, 17.7912, 1},
-      {"all equal", {2, 2, 2, 2}, 2, 2.9652, 0},
-      {"one infinity", {1, 2, kInfinity}, 2, 2.9652, 1},
-  };
-  for (const Robust& row : kRobust) {
-    SCOPED_TRACE(row.name);
-    const OpenUtils run = robust_of(row.residuals);
-    EXPECT_EQ(run.getMAD(), row.mad);
-    EXPECT_EQ(run.getMADNorm(), row.mad);
-    EXPECT_EQ(run.getNMAD(), row.mad * 1.4826);
-    EXPECT_EQ(run.getNMADNorm(), row.mad * 1.4826);
-    EXPECT_NEAR(run.getNMAD(), row.nmad, 1e-14);
-    EXPECT_EQ(run.getMADDeltaz(), row.mad_of_delta);
-    EXPECT_EQ(run.getMADDeltazNorm(), row.mad_of_delta);
-  }
-}
-
-TEST(RobustStatistics, OfNoDataAreNotANumber) {
-  const OpenUtils run = robust_of({});
-  for (const double value : {run.getMAD(), run.getMADNorm(), run.getNMAD(), run.getNMADNorm(),
-                             run.getMADDeltaz(), run.getMADDeltazNorm()}) {
-    EXPECT_TRUE(std::isnan(value));
-  }
-}
-
-TEST(RobustStatistics, CountTheWholeResidualVector) {
-  OpenUtils run = with_residuals({1, 2, 30});
-  run.id = {0};
-  run.CalculateMAD();
-  run.CalculateMADNorm();
-  run.CalculateMADDeltaz();
-  run.CalculateMADDeltazNorm();
-  EXPECT_EQ(run.getMAD(), 2);
-  EXPECT_EQ(run.getMADNorm(), 2);
-  EXPECT_EQ(run.getMADDeltaz(), 1);
-  EXPECT_EQ(run.getMADDeltazNorm(), 1);
-}
-
-TEST(RobustStatistics, NmadReadsTheStoredMad) {
-  OpenUtils run = with_residuals({5});
-  run.mad = 2;
-  run.madNorm = 3;
-  run.CalculateNMAD();
-  run.CalculateNMADNorm();
-  EXPECT_EQ(run.getNMAD(), 2 * 1.4826);
-  EXPECT_EQ(run.getNMADNorm(), 3 * 1.4826);
-}
-
-TEST(RobustStatistics, LeaveTheResidualsAsTheyAreAndRepeatThemselves) {
-  OpenUtils run = robust_of({-3, 1, 2});
-  run.CalculateMAD();
-  run.CalculateMADDeltaz();
-  EXPECT_EQ(run.getMAD(), 2);
-  EXPECT_EQ(run.getMADDeltaz(), 1);
-  EXPECT_EQ(run.delta, (Values{-3, 1, 2}));
-  EXPECT_EQ(run.deltaNorm, (Values{-3, 1, 2}));
-}
-
-// ---- outliers -----------------------------------------------------------------------------------
-
-struct Outliers {
-  const char* name;
-  Values residuals;
-  double sigma;
-  Values percent;  // beyond 1, 2, 3, 4 sigma and beyond 0.15
-};
-
-TEST(Outliers, ArePercentagesStrictlyBeyondEachBound) {
-  const Outliers kOutliers[] = {
-      {"on a bound is inside", {1, 2, 3, 4}, 1, {75, 50, 25, 0, 100}},
-      {"0.15 itself is inside", {0.15, -0.15}, 1, {0, 0, 0, 0, 0}},
-      {"just above it is outside", {0.15000001, 0.15}, 1, {0, 0, 0, 0, 50}},
-      {"cumulative", {-9, 0, 0, 0}, 1, {25, 25, 25, 25, 25}},
-      {"zeros against zero", {0, 0}, 0, {0, 0, 0, 0, 0}},
-      {"not-a-numbers are inside", {kNaN, 1}, 0.01, {50, 50, 50, 50, 50}},
-      {"not-a-number sigma", {1, 1}, kNaN, {0, 0, 0, 0, 100}},
-      {"infinite residual", {kInfinity, 0}, 1, {50, 50, 50, 50, 50}},
-      {"a third",
-       {1, 0, 0},
-       0.1,
-       {1 / 3.0 * 100, 1 / 3.0 * 100, 1 / 3.0 * 100, 1 / 3.0 * 100, 1 / 3.0 * 100}},
-  };
-  for (const Outliers& row : kOutliers) {
-    SCOPED_TRACE(row.name);
-    OpenUtils run = with_residuals(row.residuals);
-    run.sigma = run.sigmaNorm = row.sigma;
-    run.CalculateOutliers();
-    run.CalculateOutliersNorm();
-    EXPECT_EQ((Values{run.getOutliers1(), run.getOutliers2(), run.getOutliers3(),
-                      run.getOutliers4(), run.getOutliersConstant()}),
-              row.percent);
-    EXPECT_EQ((Values{run.getOutliers1Norm(), run.getOutliers2Norm(), run.getOutliers3Norm(),
-                      run.getOutliers4Norm(), run.getOutliersConstantNorm()}),
-              row.percent);
-  }
-}
-
-TEST(Outliers, AreMeasuredFromZeroInUnitsOfTheSetsOwnSigma) {
-  OpenUtils run = moments_of({0.1, -0.2, 0.3, -0.4});
-  run.CalculateOutliers();
-  EXPECT_NEAR(run.getBias(), -0.05, 1e-15);
-  EXPECT_NEAR(run.getSigma(), 0.26926, 5e-6);
-  EXPECT_EQ(run.getOutliers1(), 50);
-  EXPECT_EQ(run.getOutliers2(), 0);
-  EXPECT_EQ(run.getOutliers3(), 0);
-  EXPECT_EQ(run.getOutliers4(), 0);
-  EXPECT_EQ(run.getOutliersConstant(), 75);
-
-  run = moments_of({0.2, 0.2});
-  run.CalculateOutliers();
-  EXPECT_EQ(run.getBias(), 0.2);
-  EXPECT_EQ(run.getSigma(), 0);
-  for (const double value : {run.getOutliers1(), run.getOutliers2(), run.getOutliers3(),
-                             run.getOutliers4(), run.getOutliersConstant()}) {
-    EXPECT_EQ(value, 100);
-  }
-}
-
-TEST(Outliers, UseTheProductOfFactorAndSigma) {
-  // 3 * 0.1 is 0.30000000000000004: more than 0.3, so 0.3 is inside and the product's neighbour
-  // out.
-  OpenUtils run = with_residuals({0.3, 3.0 * 0.1, std::nextafter(3.0 * 0.1, 1.0), 0});
-  run.sigma = 0.1;
-  run.CalculateOutliers();
-  EXPECT_EQ(run.getOutliers3(), 25);
-}
-
-TEST(Outliers, OfNoDataAreNotANumber) {
-  OpenUtils run = empty_set();
-  run.CalculateOutliers();
-  run.CalculateOutliersNorm();
-  for (const double value :
-       {run.getOutliers1(), run.getOutliers2(), run.getOutliers3(), run.getOutliers4(),
-        run.getOutliersConstant(), run.getOutliers1Norm(), run.getOutliers2Norm(),
-        run.getOutliers3Norm(), run.getOutliers4Norm(), run.getOutliersConstantNorm()}) {
-    EXPECT_TRUE(std::isnan(value));
-  }
-}
-
-TEST(Outliers, CountOntoThePercentagesOfAnEarlierCall) {
-  OpenUtils run = with_residuals({1, 0, 0, 0});
-  run.sigma = run.sigmaNorm = 0.3;
-  run.CalculateOutliers();
-  run.CalculateOutliers();
-  run.CalculateOutliersNorm();
-  run.CalculateOutliersNorm();
-  EXPECT_EQ(run.getOutliers1(), 650);  // (25 + 1) / 4 * 100
-  EXPECT_EQ(run.getOutliers4(), 0);
-  EXPECT_EQ(run.getOutliersConstant(), 650);
-  EXPECT_EQ(run.getOutliers1Norm(), 650);
-  EXPECT_EQ(run.getOutliersConstantNorm(), 650);
-  // From a third every rounding shows: the ones are added to the percentage one by one.
-  run = with_residuals({1, 1, 1, 1, 1, 1, 1});
-  run.outliers1 = 1 / 3.0;
-  run.CalculateOutliers();
-  double expected = 1 / 3.0;
-  for (int i = 0; i < 7; ++i) expected += 1.0;
-  EXPECT_EQ(run.getOutliers1(), expected / 7 * 100.0);
-}
-
-TEST(Outliers, CountTheWholeResidualVector) {
-  OpenUtils run = with_residuals({1, 1, 0, 0});
-  run.id = {0};
-  run.sigma = run.sigmaNorm = 0.4;
-  run.CalculateOutliers();
-  run.CalculateOutliersNorm();
-  EXPECT_EQ(run.getOutliers1(), 50);
-  EXPECT_EQ(run.getOutliers1Norm(), 50);
 }
 
 }  // namespace

@@ -122,14 +122,6 @@ TEST(ClearData, LeavesSettingsAndStatisticsAlone) {
   for (const Getter& getter : kOtherGetters) EXPECT_EQ((run.*getter.get)(), value++) << getter.name;
 }
 
-TEST(ClearData, KeepsTheResultsOfTheLastComputation) {
-  OpenUtils run = with_residuals({1, 2, 3, 4});
-  run.CalculateBias();
-  run.clearData();
-  EXPECT_EQ(run.getDataSize(), 0);
-  EXPECT_EQ(run.getBias(), 2.5);
-}
-
 using TheNames = InScratchFolder;
 
 TEST_F(TheNames, AreBorrowedSoAChangedBufferIsAChangedName) {
