@@ -33,18 +33,17 @@ struct ResidualStatistics {
 
 /// The statistics of n objects.
 struct PointStatistics {
-  std::uint64_t n;
+  std::uint64_t n;           ///< Number of objects.
   ResidualStatistics delta;  ///< Of the residual: reference - estimate.
-  ResidualStatistics
-      norm;  ///< Of the normalized residual: (reference - estimate) / (1 + reference).
+  ResidualStatistics norm;   ///< Of the normalized residual: delta / (1 + reference).
 };
 
 /// One statistic as people read it.
 struct Statistic {
-  const char* label;
-  const char* normalized_label;
-  double ResidualStatistics::*member;
-  const char* unit;  ///< "%", or empty for the unit of the residual.
+  const char* label;                   ///< On the line of the residual.
+  const char* normalized_label;        ///< On the line of the normalized residual.
+  double ResidualStatistics::*member;  ///< Where its value is.
+  const char* unit;                    ///< "%", or empty for the unit of the residual.
   /// The console's label where it differs from the report's.
   const char* normalized_console_label = normalized_label;
 };
@@ -74,8 +73,7 @@ inline constexpr std::array<Statistic, 11> kStatistics = {{
 PointStatistics point_statistics(std::span<const double> reference,
                                  std::span<const double> estimate);
 
-// ---- the pieces
-// ----------------------------------------------------------------------------------
+// ---- the pieces ---------------------------------------------------------------------------------
 //
 // The medians order the values as this sort does:
 //

@@ -61,6 +61,7 @@ def test_files(installed):
     library = installed.libraries.relative_to(installed.prefix)
     expected = {
         "bin/vostrel",
+        "include/vostrel/statistics.h",
         "include/vostrel/utils.h",
         f"{library}/pkgconfig/vostrel.pc",
         f"{library}/cmake/vostrel/vostrel-config.cmake",
@@ -80,7 +81,7 @@ def test_files(installed):
         expected |= {f"{library}/libvostrel_utils.a"}
     assert expected <= files
     headers = {name for name in files if name.startswith("include/") and name.endswith(".h")}
-    assert headers == {"include/vostrel/utils.h"}
+    assert headers == {"include/vostrel/statistics.h", "include/vostrel/utils.h"}
 
 
 def test_links_of_the_documents(installed):
@@ -110,10 +111,13 @@ def test_loader_paths(installed):
         assert "vostrel_utils" not in dynamic and "PATH  " not in dynamic
 
 
-def test_header_stands_alone(installed, tmp_path):
-    header = (installed.prefix / "include" / "vostrel" / "utils.h").read_text()
-    assert set(re.findall(r"#include\s*(\S+)", header)) == {"<vector>"}
-    (tmp_path / "alone.cpp").write_text("#include <vostrel/utils.h>\n")
+@pytest.mark.parametrize(
+    "name, included", [("statistics", {"<array>", "<cstdint>", "<span>"}), ("utils", {"<vector>"})]
+)
+def test_header_stands_alone(installed, tmp_path, name, included):
+    header = (installed.prefix / "include" / "vostrel" / f"{name}.h").read_text()
+    assert set(re.findall(r"#include\s*(\S+)", header)) == included
+    (tmp_path / "alone.cpp").write_text(f"#include <vostrel/{name}.h>\n")
     compile_ = [os.environ["CXX"], "-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Werror"]
     run(*compile_, f"-I{installed.prefix}/include", "-fsyntax-only", tmp_path / "alone.cpp")
 
@@ -161,7 +165,7 @@ GUIDE = re.findall(
 
 def test_guide_is_read_whole():
     text = (SOURCE / "docs" / "library.md").read_text()
-    assert len(GUIDE) == text.count("```cpp") == 3
+    assert len(GUIDE) == text.count("```cpp") == 4
 
 
 @pytest.mark.parametrize("number", range(len(GUIDE)))
@@ -172,7 +176,8 @@ def test_programs_of_the_guide(installed, tmp_path, number):
     flags = installed.pkg_config("--cflags", "--libs")
     if installed.shared:
         flags.append(f"-Wl,-rpath,{installed.libraries}")
-    compile_ = [os.environ["CXX"], "-Wall", "-Wextra", "-Werror", "program.cpp", "-o", "program"]
+    compile_ = [os.environ["CXX"], "-std=c++20", "-Wall", "-Wextra", "-Werror"]
+    compile_ += ["program.cpp", "-o", "program"]
     run(*compile_, *flags, cwd=tmp_path)
     console = run(tmp_path / "program", cwd=tmp_path)
     assert ((tmp_path / file).read_text() if file else console) == expected
