@@ -1,0 +1,99 @@
+#include "python/src/columns.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+
+namespace vostrel::python {
+
+namespace {
+
+// A number of 16 bits: sign, five bits of exponent, ten of fraction (IEEE 754 binary16).
+struct Half {
+  std::uint16_t bits;
+
+  explicit operator double() const {
+    const int exponent = bits >> 10 & 31;
+    const int fraction = bits & 1023;
+    double magnitude = 0;
+    if (exponent == 31) {
+      magnitude = fraction == 0 ? std::numeric_limits<double>::infinity()
+                                : std::numeric_limits<double>::quiet_NaN();
+    } else if (exponent == 0) {
+      magnitude = std::ldexp(fraction, -24);
+    } else {
+      magnitude = std::ldexp(fraction + 1024, exponent - 25);
+    }
+    return (bits & 0x8000) != 0 ? -magnitude : magnitude;
+  }
+};
+
+// The array may be unaligned, so each number is copied out.
+template <class Number, bool kSwapped>
+void convert(const char* data, std::ptrdiff_t stride, std::size_t count, double* result) {
+  for (std::size_t i = 0; i < count; ++i) {
+    std::array<char, sizeof(Number)> bytes;
+    std::memcpy(bytes.data(), data + static_cast<std::ptrdiff_t>(i) * stride, sizeof(Number));
+    if constexpr (kSwapped) std::reverse(bytes.begin(), bytes.end());
+    Number number;
+    std::memcpy(&number, bytes.data(), sizeof(Number));
+    result[i] = static_cast<double>(number);
+  }
+}
+
+struct Type {
+  char kind;
+  std::size_t size;
+  void (*plain)(const char*, std::ptrdiff_t, std::size_t, double*);
+  void (*swapped)(const char*, std::ptrdiff_t, std::size_t, double*);
+};
+
+template <class Number>
+constexpr Type type(char kind) {
+  return {kind, sizeof(Number), convert<Number, false>, convert<Number, true>};
+}
+
+constexpr std::array kTypes = {
+    type<double>('f'),
+    type<float>('f'),
+    type<Half>('f'),
+    type<std::int8_t>('i'),
+    type<std::int16_t>('i'),
+    type<std::int32_t>('i'),
+    type<std::int64_t>('i'),
+    type<std::uint8_t>('u'),
+    type<std::uint16_t>('u'),
+    type<std::uint32_t>('u'),
+    type<std::uint64_t>('u'),
+    type<std::uint8_t>('b'),
+    Type{'f', sizeof(long double), convert<long double, false>, nullptr},
+};
+
+}  // namespace
+
+Column::Column(const char* data, std::ptrdiff_t stride, char kind, std::size_t size, bool swapped)
+    : data_(data), stride_(stride), convert_(nullptr), in_place_(false) {
+  for (const Type& type : kTypes) {
+    if (type.kind == kind && type.size == size) {
+      convert_ = swapped ? type.swapped : type.plain;
+      break;
+    }
+  }
+  if (convert_ == nullptr) throw std::invalid_argument("numbers of a type that can't be read");
+  const bool aligned = reinterpret_cast<std::uintptr_t>(data) % alignof(double) == 0;
+  in_place_ = kind == 'f' && size == sizeof(double) && !swapped && aligned &&
+              stride == static_cast<std::ptrdiff_t>(sizeof(double));
+}
+
+const double* Column::read(std::size_t first, std::size_t count, double* room) const {
+  const char* const start = data_ + static_cast<std::ptrdiff_t>(first) * stride_;
+  if (in_place_) return reinterpret_cast<const double*>(start);
+  convert_(start, stride_, count, room);
+  return room;
+}
+
+}  // namespace vostrel::python

@@ -1,0 +1,71 @@
+// The objects of a call, block by block, without those that are masked or left out as NaN.
+
+#ifndef VOSTREL_PYTHON_SRC_ROWS_H
+#define VOSTREL_PYTHON_SRC_ROWS_H
+
+#include <array>
+#include <cstddef>
+#include <span>
+#include <vector>
+
+#include "python/src/columns.h"
+
+namespace vostrel::python {
+
+/// Reference and estimate of some objects, and the quantity they are binned by, if there is one.
+struct Block {
+  std::span<const double> reference;
+  std::span<const double> estimate;
+  std::span<const double> by;
+};
+
+/// Goes over columns of one length, as often as needed.
+///
+///     do { rows.rewind(); while (rows.next()) use(rows.block()); } while (...);
+class Rows {
+ public:
+  /// @param columns   two or three: reference, estimate, and what the objects are binned by.
+  /// @param masks     an object that one of them holds true for is left out.
+  /// @param omit_nan  leave out objects with a NaN in one of the columns.
+  Rows(std::size_t size, std::vector<Column> columns, std::vector<Mask> masks, bool omit_nan);
+
+  /// Starts another pass from the first object on.
+  /// @throws std::runtime_error when the pass that ends gave another number of objects than the
+  ///         one before: somebody else changes the arrays.
+  void rewind();
+
+  /// Goes on to the next block, which may be empty. Returns false at the end.
+  bool next();
+
+  /// The present block. Valid until next() or rewind().
+  const Block& block() const { return block_; }
+
+  /// How many objects a block is made of at the most.
+  static constexpr std::size_t kBlock = 4096;
+
+  // What the present pass, up to its present block, has met with. An object that is masked is not
+  // looked at for NaN.
+  std::size_t kept() const { return kept_; }      ///< Objects given out.
+  std::size_t masked() const { return masked_; }  ///< Objects left out by a mask.
+  std::size_t nan() const { return nan_; }        ///< Objects with NaN, left out or not.
+
+ private:
+  std::size_t size_;
+  std::vector<Column> columns_;
+  std::vector<Mask> masks_;
+  bool omit_nan_;
+  bool look_for_nan_ = true;  // not after a whole pass without one
+  bool passed_ = false;
+  std::size_t kept_before_ = 0;
+
+  std::size_t position_ = 0;
+  std::size_t kept_ = 0;
+  std::size_t masked_ = 0;
+  std::size_t nan_ = 0;
+  Block block_;
+  std::vector<std::array<double, kBlock>> room_;
+};
+
+}  // namespace vostrel::python
+
+#endif  // VOSTREL_PYTHON_SRC_ROWS_H

@@ -1,0 +1,221 @@
+"""What a user may pass as values and as a mask, made ready for the core."""
+
+from __future__ import annotations
+
+import sys
+from collections.abc import Iterator
+from dataclasses import dataclass
+from typing import Any, Literal, Optional, get_args
+
+import numpy as np
+from numpy.typing import NDArray
+
+NanPolicy = Literal["raise", "omit", "propagate"]
+
+#: Libraries whose collections are computed when somebody asks for the numbers.
+LAZY_LIBRARIES = frozenset({"cubed", "dask", "dask_expr", "ibis", "pyspark", "vaex"})
+
+
+@dataclass(frozen=True)
+class Columns:
+    """Arrays of one length that the core can read, and their masks."""
+
+    values: list[NDArray[Any]]
+    masks: list[NDArray[np.bool_]]
+
+
+def prepare(nan_policy: str, mask: Optional[Any], **columns: Any) -> Columns:
+    """Return the columns ready for the core.
+
+    Parameters
+    ----------
+    nan_policy : str
+        One of NanPolicy.
+    mask : array_like of bool or None
+        True leaves an object out.
+    **columns : array_like
+        The values, under the names that errors call them by.
+
+    Raises
+    ------
+    ValueError, TypeError
+        In one sentence, when something can't be used.
+    """
+    if nan_policy not in get_args(NanPolicy):
+        raise ValueError(f"nan_policy must be 'raise', 'omit' or 'propagate', not {nan_policy!r}")
+    values: list[NDArray[Any]] = []
+    masks: list[NDArray[np.bool_]] = []
+    first = ""
+    for name, given in columns.items():
+        array, masked = read_values(name, given)
+        first = first or name
+        if values and len(array) != len(values[0]):
+            raise ValueError(
+                f"{first} and {name} differ in length: {len(values[0])} and {len(array)}"
+            )
+        values.append(array)
+        masks.extend(masked)
+    if mask is not None and mask is not np.ma.nomask:
+        array = read_mask(mask)
+        if len(array) != len(values[0]):
+            raise ValueError(
+                f"mask has {len(array)} entries, but {first} has {len(values[0])}"
+            )
+        masks.append(array)
+    return Columns(values, masks)
+
+
+def check_counts(nan_policy: str, n: int, n_masked: int, n_nan: int) -> None:
+    """Raise the ValueError for NaN that are not allowed, or for no objects."""
+    if n_nan and nan_policy == "raise":
+        raise ValueError(
+            f"{n_nan} of {n} objects have NaN; pass nan_policy='omit' to leave them out, "
+            "'propagate' to get NaN, or mask them"
+        )
+    if n == 0:
+        left_out = [f"{n_masked} masked"] * (n_masked > 0) + [f"{n_nan} with NaN"] * (n_nan > 0)
+        raise ValueError("there are no objects" + (f": {', '.join(left_out)}" if left_out else ""))
+
+
+def read_values(name: str, values: Any) -> tuple[NDArray[Any], list[NDArray[np.bool_]]]:
+    """Return the values as an array that the core reads, and their own masks."""
+    refuse_lazy(name, values)
+    refuse_unit(name, values)
+    data, masks = separate_mask(values)
+    try:
+        array = np.asarray(data)
+    except Exception as error:
+        raise TypeError(f"{name} can't be made into an array of numbers: {error}") from error
+    if array.dtype.kind not in "fiub":
+        raise TypeError(f"{name} must hold real numbers, {_found(values, array)}")
+    check_dimension(name, array)
+    if array.dtype.char == "g" and not array.dtype.isnative:
+        array = array.astype(np.float64)  # a long double of another machine: NumPy knows
+    return array, masks
+
+
+def read_mask(mask: Any) -> NDArray[np.bool_]:
+    """Return the mask as an array of bool."""
+    refuse_lazy("mask", mask)
+    data, masks = separate_mask(mask)
+    if any(masked.any() for masked in masks):
+        raise ValueError("mask has masked entries of its own; fill them with True or False")
+    try:
+        array = np.asarray(data)
+    except Exception as error:
+        raise TypeError(f"mask can't be made into an array: {error}") from error
+    if array.dtype.kind != "b" and array.size != 0:
+        raise TypeError(f"mask must hold True and False, {_found(mask, array)}")
+    check_dimension("mask", array)
+    return array.astype(np.bool_, copy=False)
+
+
+def check_dimension(name: str, array: NDArray[Any]) -> None:
+    """Raise the ValueError for an array that has not one dimension."""
+    if array.ndim != 1:
+        raise ValueError(
+            f"{name} must have one dimension, but has {array.ndim}: its shape is {array.shape}"
+        )
+
+
+def separate_mask(values: Any) -> tuple[Any, list[NDArray[np.bool_]]]:
+    """Return the values without their mask, and the mask in a list, or an empty list."""
+    if isinstance(values, np.ma.MaskedArray):
+        return values.data, [] if values.mask is np.ma.nomask else [values.mask]
+    if _is_from("astropy", values) and hasattr(values, "unmasked"):
+        return values.unmasked, [np.asarray(values.mask)]
+    if _is_from("pandas", values):
+        return _separate_pandas_mask(values)
+    return values, []
+
+
+def _separate_pandas_mask(values: Any) -> tuple[Any, list[NDArray[np.bool_]]]:
+    """Do so for a Series, Index or array of pandas."""
+    array = getattr(values, "array", values)
+    if not _is_numeric_extension(array):
+        return values, []
+    # A nullable array holds the values and the mask as two NumPy arrays. Pandas has no public way
+    # to them without a copy.
+    data, mask = getattr(array, "_data", None), getattr(array, "_mask", None)
+    if isinstance(data, np.ndarray) and isinstance(mask, np.ndarray):
+        return data, [mask]
+    if array.dtype.kind == "b":
+        return array.to_numpy(dtype=np.bool_, na_value=False), [np.asarray(array.isna())]
+    return array.to_numpy(dtype=np.float64, na_value=np.nan), [np.asarray(array.isna())]
+
+
+def _is_numeric_extension(array: Any) -> bool:
+    """Return whether it is a pandas array of numbers or truth values with missing entries."""
+    dtype = getattr(array, "dtype", None)
+    return (
+        dtype is not None
+        and not isinstance(dtype, np.dtype)
+        and hasattr(dtype, "na_value")
+        and getattr(dtype, "kind", "O") in "fiub"
+        and hasattr(array, "to_numpy")
+        and not _is_sparse(dtype)
+    )
+
+
+def _is_sparse(dtype: Any) -> bool:
+    return hasattr(dtype, "fill_value")
+
+
+def refuse_lazy(name: str, values: Any) -> None:
+    """Raise a TypeError for a collection that would be computed to be read."""
+    libraries = _libraries(values)
+    graph = getattr(values, "__dask_graph__", None)
+    if "dask" in libraries or "dask_expr" in libraries or (callable(graph) and graph() is not None):
+        raise TypeError(
+            f"{name} is a lazy dask collection, which would have to be computed here; "
+            "use vostrel.dask.point_statistics, or pass the result of its compute()"
+        )
+    lazy = LAZY_LIBRARIES.intersection(libraries)
+    if "polars" in libraries and type(values).__name__ in ("LazyFrame", "Expr"):
+        lazy = lazy | {"polars"}
+    if lazy:
+        raise TypeError(
+            f"{name} is a lazy collection of {min(lazy)}, which would have to be computed here; "
+            "compute it first, or use vostrel.chunked_statistics"
+        )
+
+
+def refuse_unit(name: str, values: Any) -> None:
+    """Raise a TypeError for values of astropy with a unit."""
+    if not _is_from("astropy", values):
+        return
+    unit = getattr(values, "unit", None)
+    if unit is None or str(unit) == "":
+        return
+    raise TypeError(
+        f"{name} has the unit '{unit}', but must be dimensionless; convert it, "
+        "for example by .to_value(''), or pass its values without the unit"
+    )
+
+
+def _is_from(library: str, values: Any) -> bool:
+    """Return whether a class of the library is among those of `values`."""
+    return library in sys.modules and library in _libraries(values)
+
+
+def _libraries(values: Any) -> set[str]:
+    """Return the libraries that the classes of `values` come from."""
+    return {root for root in _roots(type(values))}
+
+
+def _roots(kind: type) -> Iterator[str]:
+    for base in kind.__mro__:
+        yield base.__module__.partition(".")[0]
+
+
+def _found(values: Any, array: NDArray[Any]) -> str:
+    """Return what there is in place of what was asked for, as the end of a sentence."""
+    if array.ndim == 0 and array.dtype.kind == "O":
+        return f"not one {type(values).__name__}"
+    kind = {"c": "complex numbers", "U": "text", "S": "text", "M": "times", "m": "time spans"}
+    if array.dtype.kind == "O":
+        return (
+            "not Python objects (dtype object); convert them first, for example by "
+            "pandas.to_numeric or .astype('Float64')"
+        )
+    return f"not {kind.get(array.dtype.kind, 'values')} (dtype {array.dtype})"

@@ -1,0 +1,79 @@
+"""The numbers of a report that the program has written."""
+
+from __future__ import annotations
+
+import os
+import re
+from typing import Union
+
+from vostrel import _core
+from vostrel._results import PointStatistics, Residuals
+
+#: A report has less than two kilobytes; this is room for a long console output around it.
+LONGEST = 1 << 20
+
+
+def read_report(path: Union[str, os.PathLike[str]]) -> PointStatistics:
+    """Read the numbers of a report of the program ``vostrel``.
+
+    Parameters
+    ----------
+    path : path-like
+        The report file, or what the program printed, saved to a file.
+
+    Returns
+    -------
+    PointStatistics
+        With the six significant digits of the report. ``n`` is its data
+        size; ``n_masked`` and ``n_nan`` are 0.
+
+    Raises
+    ------
+    OSError
+        When the file can't be read.
+    ValueError
+        When the file is no report: a line is missing, occurs twice or has no
+        number.
+
+    Examples
+    --------
+    >>> r = vostrel.read_report("report.txt")  # doctest: +SKIP
+    >>> r.norm.nmad  # doctest: +SKIP
+    0.0212
+    """
+    with open(path, encoding="utf-8", errors="replace") as stream:
+        text = stream.read(LONGEST)
+    found: dict[str, list[str]] = {}
+    for line in text.splitlines():
+        label, equals, value = line.partition(" = ")
+        if equals:
+            found.setdefault(label.strip(), []).append(value.strip())
+
+    def number(*labels: str, unit: str = "") -> float:
+        values = [value for label in dict.fromkeys(labels) for value in found.get(label, [])]
+        if len(values) != 1:
+            count = "no line" if not values else f"{len(values)} lines"
+            raise ValueError(f"{os.fspath(path)!r} is not a report: it has {count} {labels[0]!r}")
+        text = values[0]
+        try:
+            if not text.endswith(unit):
+                raise ValueError
+            return float(text[: len(text) - len(unit)])
+        except ValueError:
+            raise ValueError(
+                f"{os.fspath(path)!r} is not a report: {labels[0]!r} is {text!r}"
+            ) from None
+
+    number("Data size")  # there, and once
+    size = found["Data size"][0]
+    if not re.fullmatch("[0-9]+", size):
+        raise ValueError(f"{os.fspath(path)!r} is not a report: 'Data size' is {size!r}")
+    return PointStatistics(
+        n=int(size),
+        n_masked=0,
+        n_nan=0,
+        delta=Residuals(*(number(label, unit=unit) for label, _, _, unit in _core.STATISTICS)),
+        norm=Residuals(
+            *(number(label, console, unit=unit) for _, label, console, unit in _core.STATISTICS)
+        ),
+    )

@@ -1,0 +1,33 @@
+"""Builds vostrel._core; everything else stands in pyproject.toml."""
+
+import glob
+import re
+
+from pybind11.setup_helpers import Pybind11Extension, build_ext
+from setuptools import setup
+
+
+def version() -> str:
+    """Return the version, which version.h alone tells."""
+    with open("version.h", encoding="utf-8") as header:
+        found = re.search(r'kVersion = "([^"]+)"', header.read())
+    if found is None:
+        raise RuntimeError("version.h doesn't tell kVersion")
+    return found[1]
+
+
+setup(
+    version=version(),
+    cmdclass={"build_ext": build_ext},
+    ext_modules=[
+        Pybind11Extension(
+            "vostrel._core",
+            sorted(glob.glob("python/src/*.cpp") + glob.glob("statistics/*.cpp")),
+            depends=glob.glob("python/src/*.h") + glob.glob("statistics/*.h") + ["version.h"],
+            include_dirs=["."],
+            cxx_std=20,
+            # As the program: each operation rounds as it is written.
+            extra_compile_args=["-O3", "-ffp-contract=off"],
+        )
+    ],
+)

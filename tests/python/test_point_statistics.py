@@ -1,0 +1,62 @@
+"""The 22 numbers against the class UTILS, the program's report, and the libraries of the field."""
+
+import numpy as np
+import pytest
+import vostrel
+from data_sets import LONG, data_set, redshifts, same_bits
+from vostrel import _core
+
+CASES = 1_000_000 if LONG else 100_000
+
+
+def core_numbers(reference, estimate):
+    """The numbers by the core alone, which takes no objects too."""
+    _, _, _, delta, norm = _core.point_statistics([reference, estimate], [], False)
+    return delta + norm
+
+
+def test_by_hand():
+    s = vostrel.point_statistics([1.0, 1.0, 3.0, 3.0], [0.5, 1.25, 3.0, 5.0])
+    # Residuals 0.5, -0.25, 0, -2; normalized 0.25, -0.125, 0, -0.5.
+    assert (s.n, s.n_masked, s.n_nan) == (4, 0, 0)
+    assert s.delta.bias == -0.4375
+    assert s.delta.rms == np.sqrt(4.3125 / 4)
+    assert s.delta.sigma == pytest.approx(np.sqrt(4.3125 / 4 - 0.4375**2))
+    assert s.delta.mad == 0.375
+    assert s.delta.nmad == 0.375 * 1.4826
+    assert s.delta.mad_delta == 0.375  # about -0.125: 0.625, 0.125, 0.125, 1.875
+    assert s.delta.outliers_015 == 75
+    assert s.delta.outliers_1sigma == s.delta.outliers_2sigma == 25
+    assert s.delta.outliers_3sigma == s.delta.outliers_4sigma == 0
+    assert s.norm.bias == -0.09375
+    assert s.norm.mad == 0.1875
+    assert s.norm.outliers_015 == 50
+
+
+def test_the_same_bits_as_utils(rng, utils_results):
+    for _ in range(CASES // 1000):
+        sizes = rng.integers(0, 60, 997).tolist() + rng.integers(0, 5000, 3).tolist()
+        data_sets = [data_set(rng, n) for n in sizes]
+        for (reference, estimate), expected in zip(data_sets, utils_results(data_sets)):
+            found = core_numbers(reference, estimate)
+            assert same_bits(found, expected), (reference, estimate, found, expected)
+
+
+@pytest.mark.parametrize("n", [4095, 4096, 4097, 65_536, 100_000])
+def test_the_same_bits_as_utils_for_large_sets(n, rng, utils_results):
+    data_sets = [data_set(rng, n) for _ in range(40 if LONG else 8)]
+    for (reference, estimate), expected in zip(data_sets, utils_results(data_sets)):
+        assert same_bits(core_numbers(reference, estimate), expected)
+
+
+def test_one_object():
+    s = vostrel.point_statistics([1.0], [0.5])
+    assert (s.delta.bias, s.delta.sigma, s.delta.mad, s.norm.bias) == (0.5, 0, 0.5, 0.25)
+
+
+def test_redshifts_in_a_word(rng):
+    reference, estimate = redshifts(rng, 10_001)
+    s = vostrel.point_statistics(reference, estimate)
+    residual = reference - estimate
+    assert s.delta.bias == pytest.approx(np.mean(residual), rel=1e-12)
+    assert s.delta.mad == np.median(np.abs(residual))
