@@ -1,13 +1,87 @@
-# Completion of vostrel for bash: --stats, the two files, the header flag; a column index is a
-# number that nobody can guess.
+# shellcheck shell=bash
+# Completion for bash of vostrel and of vostrel-plot. Column indices and titles are left to the user.
+
+# Splits the line up to the cursor into the array `words`, without redirections. bash's own words
+# would be cut at ":" and "=", too. Returns 1 when the file of a redirection is being typed.
+_vostrel_words() {
+  local line=${COMP_LINE:0:COMP_POINT} char quote='' all=('') word file=0 i
+  for ((i = 0; i < ${#line}; i++)); do
+    char=${line:i:1}
+    if [[ $char == \\ && $quote != \' ]]; then
+      ((++i))
+      char+=${line:i:1}
+    elif [[ $quote ]]; then
+      if [[ $char == "$quote" ]]; then quote=; fi
+    elif [[ $char == [\"\'] ]]; then
+      quote=$char
+    elif [[ $char == [[:blank:]] ]]; then
+      if [[ ${all[-1]} ]]; then all+=(''); fi
+      continue
+    fi
+    all[-1]+=$char
+  done
+
+  words=()
+  for word in "${all[@]}"; do
+    if ((file)); then
+      file=0
+      redirection=1
+    elif [[ $word =~ ^([0-9]*|\&)[\<\>] ]]; then
+      redirection=1
+      if [[ $word == *[\<\>\|\&] ]]; then file=1; fi  # its file is the next word
+    else
+      redirection=0
+      words+=("$word")
+    fi
+  done
+  return "$redirection"
+}
+
+# Offers files for the last of `words`. $1 is what readline takes for that word: what stands behind
+# the last ":" or "=". Readline's own completion is the better one, but looks for that part alone.
+_vostrel_files() {
+  local word=${words[-1]} names
+  compopt -o default
+  if [[ $word == "$1" || $word == [\"\']* ]]; then return; fi
+  compopt -o filenames
+  mapfile -t names < <(compgen -f -- "${word//\\/}")
+  COMPREPLY=("${names[@]#"${word%"$1"}"}")
+}
 
 _vostrel() {
+  local words redirection
   COMPREPLY=()
-  local word=${COMP_WORDS[COMP_CWORD]}
-  case $COMP_CWORD in
-    1) COMPREPLY=($(compgen -W "--stats" -- "$word")) ;;
-    2 | 3) compopt -o default ;;  # file names, as bash completes them itself
-    4) COMPREPLY=($(compgen -W "0 1" -- "$word")) ;;
+  if ! _vostrel_words; then
+    compopt -o default
+    return
+  fi
+  case $((${#words[@]} - 1)) in
+    1) mapfile -t COMPREPLY < <(compgen -W "--stats" -- "$2") ;;
+    2 | 3) _vostrel_files "$2" ;;
+    4) mapfile -t COMPREPLY < <(compgen -W "0 1" -- "$2") ;;
   esac
 }
 complete -F _vostrel vostrel
+
+_vostrel_plot() {
+  local words redirection options="--report --output --title --dpi --version --help"
+  COMPREPLY=()
+  if ! _vostrel_words; then
+    compopt -o default
+    return
+  fi
+  case ${words[-2]} in
+    --title | --dpi) return ;;
+    --report | --output)
+      _vostrel_files "$2"
+      return
+      ;;
+  esac
+  case ${words[-1]} in
+    --title=* | --dpi=*) ;;
+    --*=*) compopt -o default ;;
+    -*) mapfile -t COMPREPLY < <(compgen -W "$options" -- "$2") ;;
+    *) _vostrel_files "$2" ;;
+  esac
+}
+complete -F _vostrel_plot vostrel-plot

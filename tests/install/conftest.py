@@ -20,14 +20,13 @@ DATE = os.environ["VOSTREL_RELEASE_DATE"]
 RELEASE = VERSION.rpartition(".")[0]
 CMAKE = os.environ["CMAKE"]
 CONSUMER = SOURCE / "examples" / "consumer"
-CONSUMER_OUTPUT = """
-Load data from file: catalogue.txt
-
+ARRAYS_OUTPUT = """\
 objects   4
 bias      -0.047
 NMAD      0.0207564
 outliers  25%
 """
+CONSUMER_OUTPUT = "\nLoad data from file: catalogue.txt\n\n" + ARRAYS_OUTPUT
 
 PACKAGE_OF = {
     "doxygen": "doxygen",

@@ -5,7 +5,7 @@ import re
 import shutil
 import subprocess
 
-from conftest import CMAKE, CONSUMER, CONSUMER_OUTPUT, DATE, RELEASE, SOURCE, run
+from conftest import ARRAYS_OUTPUT, CMAKE, CONSUMER, CONSUMER_OUTPUT, DATE, RELEASE, SOURCE, run
 
 
 def test_one_command_builds_the_program(tmp_path):
@@ -38,8 +38,10 @@ add_custom_target(vostrel)
 file(WRITE "${CMAKE_BINARY_DIR}/README.md" "The parent's.")
 install(FILES "${CMAKE_BINARY_DIR}/README.md" DESTINATION ${CMAKE_INSTALL_DOCDIR})
 %s
-add_executable(consumer consumer.cpp)
-target_link_libraries(consumer PRIVATE vostrel::utils)
+foreach(program IN ITEMS consumer arrays)
+  add_executable(${program} ${program}.cpp)
+  target_link_libraries(${program} PRIVATE vostrel::utils)
+endforeach()
 """
 
 
@@ -47,11 +49,13 @@ def build_parent(parent, source, way, *options):
     parent.mkdir()
     (parent / "CMakeLists.txt").write_text(PARENT % way)
     (parent / "vostrel").symlink_to(source)
-    shutil.copy(CONSUMER / "consumer.cpp", parent)
+    for program in ["consumer.cpp", "arrays.cpp"]:
+        shutil.copy(CONSUMER / program, parent)
     run(CMAKE, "-S", parent, "-B", parent / "build", *options)
     run(CMAKE, "--build", parent / "build", "-j2")
-    consumer = parent / "build" / "programs" / "consumer"
-    assert run(consumer, "catalogue.txt", cwd=CONSUMER) == CONSUMER_OUTPUT
+    programs = parent / "build" / "programs"
+    assert run(programs / "consumer", "catalogue.txt", cwd=CONSUMER) == CONSUMER_OUTPUT
+    assert run(programs / "arrays") == ARRAYS_OUTPUT
     run(CMAKE, "--install", parent / "build", "--prefix", parent / "installed")
     return parent / "installed" / "share" / "doc"
 

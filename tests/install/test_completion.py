@@ -2,6 +2,7 @@
 
 import os
 import pty
+import re
 import select
 import subprocess
 import time
@@ -13,13 +14,15 @@ PATIENCE = 20  # seconds
 
 
 class Terminal:
-    """An interactive bash with the completion loaded, in a folder with two files."""
+    """An interactive bash with the completion loaded."""
 
     def __init__(self, folder, load):
         (folder / ".inputrc").write_text("set bell-style none\nset enable-bracketed-paste off\n")
-        # The function stands in for the program: it shows what words it is given.
+        # Functions stand in for the programs: they show what words they are given.
         (folder / ".bashrc").write_text(
-            "PS1=\nvostrel() { printf 'words:'; printf ' <%s>' \"$@\"; echo; }\n"
+            "PS1=\nshow() { printf 'words:'; printf ' <%s>' \"$@\"; echo; }\n"
+            "vostrel() { show \"$@\" >/dev/tty; }\n"
+            "vostrel-plot() { show \"$@\" >/dev/tty; }\n"
             f"{load}\necho re''ady\n"
         )
         self.text = ""
@@ -103,6 +106,47 @@ def test_header_flag_then_nothing(terminal):
     assert terminal.words("vostrel --stats a b 0 rep\t rep\t") == (
         "<--stats> <a> <b> <0> <rep> <rep>"
     )
+
+
+def test_names_with_a_colon_or_an_equals_sign(terminal, folder):
+    (folder / "sky:north.csv").write_text("")
+    (folder / "z=2.csv").write_text("")
+    expected = "<--stats> <sky:north.csv> <report.txt> <0>"
+    # As readline completes the name, as it is typed, and in quotes.
+    for table in ["sk\t", "sky:n\t", "sky:\t", "sky:north.csv ", "'sky:n\t", '"sky:n\t']:
+        assert terminal.words(f"vostrel --stats {table}rep\t0") == expected, table
+    for table in ["z\t", "z=\t", "z=2.csv "]:
+        assert terminal.words(f"vostrel --stats {table}rep\t") == (
+            "<--stats> <z=2.csv> <report.txt>"
+        )
+
+
+def test_redirections(terminal, folder):
+    """They complete to files, wherever they stand, and count for nothing else."""
+    for line in [
+        "vostrel --stats ga\trep\t0 2 3 > rep\t",
+        "vostrel --stats ga\trep\t0 2 3 >rep\t",
+        "vostrel --stats ga\trep\t0 2 3 2>> rep\t",
+        "vostrel >/dev/null --s\tga\trep\t0 2 3",
+        "vostrel 2> /dev/null --s\tga\trep\t0 2 3 </dev/null",
+    ]:
+        assert terminal.words(line) == (
+            "<--stats> <galaxies one.csv> <report.txt> <0> <2> <3>"
+        ), line
+    assert [path.name for path in folder.glob("rep*")] == ["report.txt"]
+
+
+def test_options_of_vostrel_plot(terminal):
+    assert terminal.words("vostrel-plot --rep\trep\t--ou\tf.png ga\t") == (
+        "<--report> <report.txt> <--output> <f.png> <galaxies one.csv>"
+    )
+    assert terminal.words("vostrel-plot --report=rep\t") == "<--report=report.txt>"
+    for value in ["--title ", "--dpi "]:
+        assert "report.txt" not in " ".join(terminal.listed("vostrel-plot " + value))
+    help_ = run(SOURCE / "plot" / "vostrel-plot", "--help")
+    options = set(re.findall(r"--[a-z]+", help_))
+    offered = " ".join(terminal.listed("vostrel-plot --")).split()
+    assert options == {word for word in offered if word.startswith("--")} - {"--"}
 
 
 def test_found_where_it_is_installed(folder, packaged_build):
