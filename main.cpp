@@ -62,25 +62,6 @@ int abort_run(const char* message) {
   return kAborted;
 }
 
-void compute(UTILS& run) {
-  run.CalculateDelta();
-  run.CalculateDeltaNorm();
-  run.CalculateBias();
-  run.CalculateBiasNorm();
-  run.CalculateSigma();
-  run.CalculateSigmaNorm();
-  run.CalculateRMS();
-  run.CalculateRMSNorm();
-  run.CalculateMADDeltaz();
-  run.CalculateMADDeltazNorm();
-  run.CalculateMAD();
-  run.CalculateMADNorm();
-  run.CalculateNMAD();
-  run.CalculateNMADNorm();
-  run.CalculateOutliers();
-  run.CalculateOutliersNorm();
-}
-
 void print_report(const UTILS& run) {
   const vostrel::PointStatistics statistics = statistics_of(run);
   std::cout << "Data size  = " << run.getDataSize() << std::endl;
@@ -101,7 +82,7 @@ int run_statistics(int headerFlag, const char* input, const char* output, int co
     return kAborted;
   }
   run.loadInternalFile();  // its result is not examined: a run without data reports not-a-numbers
-  compute(run);
+  calculate_statistics(run);
   print_report(run);
   run.storeStatistics();
   run.clearData();

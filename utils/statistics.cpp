@@ -131,6 +131,25 @@ double UTILS::getOutliers3Norm() const { return outliers3Norm; }
 double UTILS::getOutliers4Norm() const { return outliers4Norm; }
 double UTILS::getOutliersConstantNorm() const { return outliersConstantNorm; }
 
+void calculate_statistics(UTILS& run) {
+  run.CalculateDelta();
+  run.CalculateDeltaNorm();
+  run.CalculateBias();
+  run.CalculateBiasNorm();
+  run.CalculateSigma();
+  run.CalculateSigmaNorm();
+  run.CalculateRMS();
+  run.CalculateRMSNorm();
+  run.CalculateMADDeltaz();
+  run.CalculateMADDeltazNorm();
+  run.CalculateMAD();
+  run.CalculateMADNorm();
+  run.CalculateNMAD();
+  run.CalculateNMADNorm();
+  run.CalculateOutliers();
+  run.CalculateOutliersNorm();
+}
+
 vostrel::PointStatistics statistics_of(const UTILS& run) {
   return {.n = static_cast<std::uint64_t>(run.getDataSize()),
           .delta = {.bias = run.getBias(),

@@ -1,7 +1,7 @@
 // The class UTILS: one data set of reference and estimated values (usually spectroscopic and
 // photometric redshifts), its residuals, and the statistics by which the estimate is judged.
 //
-// A program uses it in this order (main.cpp is the shortest example):
+// A program uses it in this order:
 //
 //     UTILS run(0, "table.csv", "report.txt", 2, 3);
 //     if (run.loadInputFile() == 0) {      // table -> internal.txt
