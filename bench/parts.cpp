@@ -17,10 +17,10 @@
 
 #include "statistics/order_statistics.h"
 #include "statistics/statistics.h"
+#include "text/copy_number.h"
 #include "text/line_reader.h"
-#include "text/number_copy.h"
-#include "text/number_text.h"
 #include "text/table_line.h"
+#include "text/write_number.h"
 
 namespace {
 

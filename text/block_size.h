@@ -1,20 +1,20 @@
-// The size of the pieces in which files are read.
+// The size of the blocks in which files are read.
 
 #ifndef VOSTREL_TEXT_BLOCK_SIZE_H
 #define VOSTREL_TEXT_BLOCK_SIZE_H
 
 #include <cstddef>
 
-// Tests may set another size, to meet the edges of blocks more often: 34 at the least, so that a
-// row fits into the two blocks in which rows are gathered.
+// Tests set small blocks to meet block boundaries often. A row must fit into two: at least 34
+// bytes.
 #ifndef VOSTREL_BLOCK_SIZE
 #define VOSTREL_BLOCK_SIZE (std::size_t{1} << 17)
 #endif
 
 namespace vostrel {
 
-/// How much of a file is read at once: so much that the cost of a system call does not count, and
-/// so little that the text and what is made of it stay in the processor's cache.
+/// How much of a file is read at once: enough to make system calls cheap, little enough to stay in
+/// the processor's cache.
 inline constexpr std::size_t kBlockSize = VOSTREL_BLOCK_SIZE;
 
 }  // namespace vostrel

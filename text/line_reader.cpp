@@ -4,61 +4,61 @@
 #include <cstring>
 
 #include "text/block_size.h"
-#include "text/byte_words.h"
+#include "text/eight_characters.h"
 
 namespace vostrel {
 
 LineReader::LineReader(const char* name)
-    : stream_buffer_(kBlockSize + 1),
-      text_(2 * kBlockSize + kTextPadding),
-      begin_(text_.data()),
-      lines_end_(begin_),
-      end_(begin_) {
-  // The stream keeps one byte of its buffer to itself.
+    : stream_buffer_(kBlockSize + 1), text_(2 * kBlockSize + kTextPadding) {
+  // libstdc++ leaves one byte of the buffer unused.
   file_.rdbuf()->pubsetbuf(stream_buffer_.data(),
                            static_cast<std::streamsize>(stream_buffer_.size()));
   file_.open(name);
 }
 
-bool LineReader::fill() {
-  if (ended_) return false;
-  const auto kept = static_cast<std::size_t>(end_ - begin_);
-  if (kept + kBlockSize + kTextPadding > text_.size()) {
+// Moves the text to the start of text_ and appends a block to it. Returns the size of the block, 0
+// at the end of the file.
+std::size_t LineReader::read_block() {
+  if (begin_ != 0) {  // otherwise a long line would be moved onto itself for every block
+    std::memmove(text_.data(), text_.data() + begin_, end_ - begin_);
+    end_ -= begin_;
+    begin_ = 0;
+  }
+  if (end_ + kBlockSize + kTextPadding > text_.size()) {
     std::vector<char> larger(2 * text_.size());
-    std::copy(begin_, end_, larger.begin());
+    std::copy_n(text_.data(), end_, larger.data());
     text_.swap(larger);
-  } else {
-    std::memmove(text_.data(), begin_, kept);
   }
-  begin_ = text_.data();
-
-  // peek waits for the next block, and readsome takes what is there without waiting again. A stream
-  // that was asked for a whole block would wait until it is full, or the file at its end.
+  // read() would wait until the block is full. peek waits for some text, readsome doesn't wait.
   file_.peek();
-  const auto read = static_cast<std::size_t>(file_.readsome(text_.data() + kept, kBlockSize));
-  const char* const news = begin_ + kept;
-  end_ = news + read;
-  std::memset(text_.data() + kept + read, 0, kTextPadding);
-  if (read == 0) {
-    ended_ = true;
-    if (file_.bad()) end_ = begin_;
-    lines_end_ = end_;
-  } else {
-    // What was kept is part of one line, so its end can only be among the news.
-    const std::size_t newline = std::string_view(news, read).rfind('\n');
-    lines_end_ = newline == std::string_view::npos ? begin_ : news + newline + 1;
-  }
-  return begin_ != end_;
+  const auto size = static_cast<std::size_t>(file_.readsome(text_.data() + end_, kBlockSize));
+  end_ += size;
+  std::memset(text_.data() + end_, 0, kTextPadding);
+  return size;
 }
 
-bool LineReader::next(std::string_view& line) {
-  if (begin_ == lines_end_) return false;
-  const auto size = static_cast<std::size_t>(lines_end_ - begin_);
-  const auto* newline = static_cast<const char*>(std::memchr(begin_, '\n', size));
-  const char* const line_end = newline != nullptr ? newline : lines_end_;  // for the last line
-  line = {begin_, static_cast<std::size_t>(line_end - begin_)};
-  begin_ = newline != nullptr ? newline + 1 : lines_end_;
-  return true;
+std::string_view LineReader::next_lines() {
+  std::size_t lines_end = 0;
+  while (lines_end == 0) {
+    const std::size_t size = read_block();
+    if (size == 0) {
+      if (file_.bad()) end_ = 0;
+      lines_end = end_;
+      break;
+    }
+    // The text before this block is part of one line.
+    const std::size_t newline = std::string_view(text_.data() + end_ - size, size).rfind('\n');
+    if (newline != std::string_view::npos) lines_end = end_ - size + newline + 1;
+  }
+  begin_ = lines_end;
+  return {text_.data(), lines_end};
+}
+
+std::string_view take_line(std::string_view& lines) {
+  const std::size_t newline = std::min(lines.find('\n'), lines.size());
+  const std::string_view line = lines.substr(0, newline);
+  lines.remove_prefix(std::min(newline + 1, lines.size()));
+  return line;
 }
 
 }  // namespace vostrel

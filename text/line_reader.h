@@ -1,4 +1,4 @@
-// The lines of a text file, without a copy of each and with the reads in plain sight.
+// The lines of a text file as views. Only LineReader::next_lines waits for the file.
 
 #ifndef VOSTREL_TEXT_LINE_READER_H
 #define VOSTREL_TEXT_LINE_READER_H
@@ -10,50 +10,44 @@
 
 namespace vostrel {
 
-/// Hands out the lines of a file as std::getline would, from blocks that are read when the caller
-/// says so. The caller can thus finish what others may be waiting for before it waits itself:
+/// Reads a file in blocks of whole lines. The caller can finish its work on one block, and flush
+/// what it wrote, before it waits for the next:
 ///
 ///     LineReader file(name);
-///     std::string_view line;
-///     while (file.fill()) {
-///       while (file.next(line)) ...
+///     for (std::string_view lines; !(lines = file.next_lines()).empty();) {
+///       while (!lines.empty()) use(take_line(lines));
 ///     }
-///
-/// A line lasts until the next fill. Its newline is dropped, and nothing else is: not a carriage
-/// return, not a NUL. A last line without a newline counts; one cut off by a read error does not.
-/// Where a line ends, kTextPadding more bytes are readable.
 class LineReader {
  public:
-  /// Opens the file but reads nothing yet.
+  /// Opens the file. Reads nothing yet.
   explicit LineReader(const char* name);
 
-  /// Whether the file could be opened. One that could not has no lines.
+  /// Whether the file could be opened. If not, it has no lines.
   bool is_open() const { return file_.is_open(); }
 
-  /// Reads more of the file, once, waiting for it if need be; what was read and not yet taken
-  /// stays.
-  /// @return false when there is nothing to come from next() any more.
-  /// @throws std::bad_alloc when a line does not fit into memory.
-  bool fill();
-
-  /// Takes the next line, if all of it has been read.
-  bool next(std::string_view& line);
-
-  /// The lines that have been read and not taken, all of them whole.
-  std::string_view lines() const { return {begin_, static_cast<std::size_t>(lines_end_ - begin_)}; }
-
-  /// Takes the lines before `position`: the start of one of lines(), or their end.
-  void take_until(const char* position) { begin_ = position; }
+  /// Reads until there is a whole line, and waits for it if the file is a pipe.
+  ///
+  /// Returns one or more whole lines, or nothing at the end of the file. The last line of a file
+  /// may lack its newline; a line cut off by a read error is dropped. The view is valid until the
+  /// next call, with kTextPadding readable bytes after it.
+  /// Throws std::bad_alloc if a line doesn't fit into memory.
+  ///
+  /// On a pipe, lines that have arrived are returned at once with libstdc++. libc++ fills a whole
+  /// block first, unless the pipe is closed.
+  std::string_view next_lines();
 
  private:
-  std::vector<char> stream_buffer_;  // what one read of the file can bring
-  std::ifstream file_;               // uses it, so stands behind it
-  std::vector<char> text_;           // the text that was read, in one piece, padding behind it
-  const char* begin_;                // of the text that was read and not taken
-  const char* lines_end_;            // of its whole lines
-  const char* end_;
-  bool ended_ = false;
+  std::size_t read_block();
+
+  std::vector<char> stream_buffer_;
+  std::ifstream file_;  // uses stream_buffer_, so declared after it
+  std::vector<char> text_;
+  std::size_t begin_ = 0;  // of what next_lines has not returned yet
+  std::size_t end_ = 0;
 };
+
+/// Takes the first line off `lines`, which isn't empty. Returns it without its newline.
+std::string_view take_line(std::string_view& lines);
 
 }  // namespace vostrel
 

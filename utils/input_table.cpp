@@ -1,4 +1,4 @@
-// The input table reader: the user's comma-separated table becomes the intermediate file.
+// Reads the user's comma-separated table and writes the intermediate file.
 
 #include <cstddef>
 #include <cstring>
@@ -9,11 +9,12 @@
 #include <string>
 #include <string_view>
 
+#include "text/copy_number.h"
 #include "text/line_reader.h"
-#include "text/number_copy.h"
-#include "text/number_text.h"
+#include "text/read_number.h"
 #include "text/row_writer.h"
-#include "text/table_line.h"
+#include "text/table_fields.h"
+#include "text/write_number.h"
 #include "utils/utils.h"
 
 namespace {
@@ -22,7 +23,7 @@ using vostrel::CopiedNumber;
 using vostrel::LineReader;
 using vostrel::RowWriter;
 
-// Appends one line to the log, which is opened and closed each time so that nothing of it is lost.
+// Appends a line to the log, which is closed each time so that no line is lost.
 void log_line(std::string_view text) {
   std::ofstream log("error.log", std::ios::app);
   log << text << std::endl;
@@ -33,61 +34,61 @@ void report_failure(const std::string& message) {
   log_line(message);
 }
 
-// Makes rows of the lines that have been read, as far as they are of the usual shape: no empty
-// field up to the second column, nor anything that takes memory to read. Stops in front of the
-// first other line. Each line is looked at once, and no further than its second number but for its
-// end.
-void append_usual_rows(LineReader& table, int col1, int col2, RowWriter& rows) {
-  const std::string_view lines = table.lines();
-  const char* line = lines.data();
-  const char* const lines_end = line + lines.size();
-  rows.append_all([&](char* out) -> char* {
-    if (line == lines_end) return nullptr;
-    const char* field = vostrel::skip_commas(line, col1 - 1);
-    if (field == nullptr) return nullptr;
-    const CopiedNumber first = vostrel::copy_number_before(field, ',', out);
-    if (first.text == nullptr) return nullptr;
-    *first.out = ' ';
-    field = vostrel::skip_commas(first.text + 1, col2 - col1 - 1);
-    if (field == nullptr) return nullptr;
-    const CopiedNumber second = vostrel::copy_number(field, ',', first.out + 1);
-    if (second.text == nullptr) return nullptr;
-    const char* end = second.text;
-    if (*end != '\n') {
-      end = static_cast<const char*>(
-          std::memchr(end, '\n', static_cast<std::size_t>(lines_end - end)));
-      if (end == nullptr) return nullptr;  // the last line, without a newline
-    }
-    line = end + 1;
-    return second.out;
-  });
-  table.take_until(line);
+// Copies the first of `lines` into a row, fast. Does nothing and returns false for a line with an
+// empty field up to the second column, for the last line if it lacks a newline, and for a line that
+// needs memory to be read.
+bool copy_simple_line(std::string_view& lines, int col1, int col2, RowWriter& rows) {
+  const char* const first = vostrel::skip_commas(lines.data(), col1 - 1);
+  if (first == nullptr) return false;
+  const CopiedNumber reference = vostrel::copy_number(first, ',', rows.begin_row());
+  if (reference.read_end == nullptr || *reference.read_end != ',') return false;
+  *reference.write_end = ' ';
+
+  const char* const second = vostrel::skip_commas(reference.read_end + 1, col2 - col1 - 1);
+  if (second == nullptr) return false;
+  const CopiedNumber estimate = vostrel::copy_number(second, ',', reference.write_end + 1);
+  if (estimate.read_end == nullptr) return false;
+
+  // Most often the line ends here.
+  std::size_t size = static_cast<std::size_t>(estimate.read_end - lines.data());
+  if (lines[size] != '\n') size = lines.find('\n', size);
+  if (size == std::string_view::npos) return false;
+  lines.remove_prefix(size + 1);
+  rows.end_row(estimate.write_end);
+  return true;
 }
 
-// Copies two columns of every line, up to the first empty one, into the rows.
+// Copies a line into a row, whatever it holds.
+void copy_line(std::string_view line, int col1, int col2, RowWriter& rows) {
+  // Reading a field of a long line may fail for lack of memory. If uncaught, destructors may not
+  // run: flush first.
+  if (line.size() > vostrel::kShortText) rows.flush();
+  const std::optional<std::string_view> first = vostrel::field_at(line, col1);
+  const std::optional<std::string_view> second = vostrel::field_at(line, col2);
+  if (!first || !second) {
+    rows.flush();
+    throw std::out_of_range("no text in a selected column of an input line");
+  }
+  const double reference = vostrel::read_double(*first);
+  const double estimate = vostrel::read_double(*second);
+  char* out = vostrel::write_double(reference, rows.begin_row());
+  *out++ = ' ';
+  rows.end_row(vostrel::write_double(estimate, out));
+}
+
+// Copies two columns of every line, up to the first empty one, into rows.
 void copy_columns(LineReader& table, int col1, int col2, RowWriter& rows) {
-  while (table.fill()) {
-    append_usual_rows(table, col1, col2, rows);
-    std::string_view line;
-    while (table.next(line)) {
+  for (std::string_view lines; !(lines = table.next_lines()).empty();) {
+    while (!lines.empty()) {
+      if (copy_simple_line(lines, col1, col2, rows)) continue;
+      const std::string_view line = vostrel::take_line(lines);
       if (line.empty()) {
         rows.flush();
         return;
       }
-      // Reading a field of a very long line may need memory that is not there.
-      if (line.size() > vostrel::kShortText) rows.flush();
-      const std::optional<std::string_view> first = vostrel::field_at(line, col1);
-      const std::optional<std::string_view> second = vostrel::field_at(line, col2);
-      if (!first || !second) {
-        // Nobody need catch this, so nothing may be left to a destructor.
-        rows.flush();
-        throw std::out_of_range("no text in a selected column of an input line");
-      }
-      rows.append(vostrel::read_double(*first), vostrel::read_double(*second));
-      append_usual_rows(table, col1, col2, rows);
+      copy_line(line, col1, col2, rows);
     }
-    // The next fill may wait, for as long as it likes.
-    rows.flush();
+    rows.flush();  // next_lines may wait for as long as it likes
   }
 }
 
@@ -99,8 +100,7 @@ int UTILS::loadInputFile() {
     report_failure(std::string("*** file ") + nameInputFile + " not found! ***");
     return -1;
   }
-  // Character by character, for std::getline takes memory and hides it when there is none: a line
-  // cut short would be counted wrongly.
+  // Character by character: std::getline cuts a line short without a word when memory runs out.
   char c = 0;
   if (headerFlag == 1) {
     std::string header;
@@ -129,7 +129,7 @@ int UTILS::loadInputFile() {
   std::cout << std::endl;
 
   {
-    // In this order: a table that is itself the intermediate file is empty from here on.
+    // In this order: a table that is also the intermediate file is empty from here on.
     LineReader table(nameInputFile);
     RowWriter rows(nameInternalFile);
     copy_columns(table, col1, col2, rows);

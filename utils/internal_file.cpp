@@ -1,73 +1,54 @@
-// The intermediate three-column file: its reader, and the second writer of the same layout.
+// Reads the intermediate file.
 
-#include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <new>
 #include <string_view>
 #include <system_error>
 #include <vector>
 
-#include "text/block_size.h"
+#include "text/eight_characters.h"
 #include "text/line_reader.h"
-#include "text/number_text.h"
+#include "text/read_number.h"
 #include "utils/utils.h"
 
 namespace {
 
 using vostrel::LineReader;
 
-// The three data vectors, filled together.
+// The three vectors of the data set.
 struct Columns {
   std::vector<int>& id;
   std::vector<double>& zspec;
   std::vector<double>& zphot;
 };
 
-// Takes the lines that have been read as far as they are of the writers' own shape: a number of at
-// most eight digits, a blank, a value, a blank, a value. Stops in front of the first other line.
-// The vectors grow by some hundred rows at a time, which spares three checks and updates of a
-// vector for each row.
-void take_usual_rows(LineReader& file, const Columns& columns) {
-  constexpr std::size_t kAtOnce = 512;
-  std::array<int, kAtOnce> id;
-  std::array<double, kAtOnce> zspec;
-  std::array<double, kAtOnce> zphot;
-  std::size_t count = 0;
-  const auto deliver = [&] {
-    columns.id.insert(columns.id.end(), id.data(), id.data() + count);
-    columns.zspec.insert(columns.zspec.end(), zspec.data(), zspec.data() + count);
-    columns.zphot.insert(columns.zphot.end(), zphot.data(), zphot.data() + count);
-    count = 0;
-  };
-  const std::string_view lines = file.lines();
-  const char* line = lines.data();
-  const char* const lines_end = line + lines.size();
-  vostrel::SteadyDigits ids;
-  while (line != lines_end) {
-    std::uint64_t number;
-    const char* end = ids.read(line, number);
-    if (end == nullptr || *end != ' ') break;
-    id[count] = static_cast<int>(number);
-    end = vostrel::read_field_before(end + 1, ' ', zspec[count]);
-    if (end == nullptr) break;
-    end = vostrel::read_field_before(end + 1, '\n', zphot[count]);
-    if (end == nullptr) break;
-    line = end + 1;
-    if (++count == kAtOnce) deliver();
-  }
-  deliver();
-  file.take_until(line);
+// Reads the first of `lines`, fast, if it has the form that RowWriter writes: an ID of at most
+// eight digits, a blank, a value, a blank, a value, a newline. Does nothing and returns false for
+// any other.
+bool read_simple_line(std::string_view& lines, const Columns& columns) {
+  const vostrel::Digits id = vostrel::leading_integer(lines.data());
+  const char* const id_end = lines.data() + id.count;
+  if (id.count == 0 || *id_end != ' ') return false;
+  double reference;
+  const char* const reference_end = vostrel::read_field(id_end + 1, ' ', reference);
+  if (reference_end == nullptr || *reference_end != ' ') return false;
+  double estimate;
+  const char* const estimate_end = vostrel::read_field(reference_end + 1, '\n', estimate);
+  if (estimate_end == nullptr) return false;
+  lines.remove_prefix(static_cast<std::size_t>(estimate_end + 1 - lines.data()));
+  columns.id.push_back(static_cast<int>(id.value));
+  columns.zspec.push_back(reference);
+  columns.zphot.push_back(estimate);
+  return true;
 }
 
-// Takes one line of any shape. Blanks separate, and only they. A field that is not found begins
-// again at the line's start, for a failed search leaves the position one below 0.
-// Throws std::out_of_range when there is no text for one of the first two fields.
-void take_any_row(std::string_view line, const Columns& columns) {
+// Reads a line, whatever it holds. A search that fails gives npos, and npos + 1 is 0: fields that
+// are missing are read from the start of the line.
+// Throws std::out_of_range if there is no text for one of the first two fields.
+void read_line(std::string_view line, const Columns& columns) {
   std::size_t start = line.find_first_not_of(' ');
   std::size_t end = line.find(' ', start);
   columns.id.push_back(vostrel::read_int(line.substr(start, end - start)));
@@ -79,47 +60,46 @@ void take_any_row(std::string_view line, const Columns& columns) {
   columns.zphot.push_back(vostrel::read_double(line.substr(end + 1)));
 }
 
-// Reserves room for the rows of a file before they come, as doubling the vectors again and again
-// would copy all rows once more. The rest of the file is taken for rows as long as those read so
-// far: at first 8 times as many, and when some blocks have been read up to 1024 times.
-class Room {
+// Reserves room for all rows of the file, because vectors that grow step by step copy every row
+// once more. Takes the rest of the file for rows as long as those read so far.
+class Reservation {
  public:
-  Room(const char* name, const Columns& columns)
+  Reservation(const char* name, const Columns& columns)
       : columns_(columns), rows_before_(columns.id.size()) {
-    std::error_code unknown;
-    const std::uintmax_t size = std::filesystem::file_size(name, unknown);
-    if (!unknown) file_size_ = static_cast<double>(size);
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(name, error);
+    if (!error) file_size_ = static_cast<double>(size);
   }
 
-  // Reserves, if what is left may not be enough for as many rows as a block of text just held.
-  void provide(std::size_t block_bytes, std::size_t block_rows) {
-    bytes_ += static_cast<double>(block_bytes);
-    if (bytes_ == 0 || columns_.id.capacity() - columns_.id.size() >= 2 * block_rows) return;
+  // To be called after each block with its size and its number of rows.
+  void update(std::size_t block_size, std::size_t block_rows) {
+    bytes_read_ += static_cast<double>(block_size);
+    if (columns_.id.capacity() - columns_.id.size() >= 2 * block_rows) return;
     const auto rows = static_cast<double>(columns_.id.size() - rows_before_);
-    const double most = bytes_ < 4 * static_cast<double>(vostrel::kBlockSize) ? 8 : 1024;
-    const double expected = rows * std::min(file_size_ / bytes_, most);
-    if (expected <= rows) return;
-    const std::size_t room = rows_before_ + static_cast<std::size_t>(expected) + 2 * block_rows;
+    const double expected = rows * (file_size_ / bytes_read_);
+    if (!(expected > rows)) return;
+    const double room = static_cast<double>(rows_before_ + 2 * block_rows) + expected;
     if (!fits(room)) return;
-    columns_.id.reserve(room);
-    columns_.zspec.reserve(room);
-    columns_.zphot.reserve(room);
+    columns_.id.reserve(static_cast<std::size_t>(room));
+    columns_.zspec.reserve(static_cast<std::size_t>(room));
+    columns_.zphot.reserve(static_cast<std::size_t>(room));
   }
 
  private:
-  // Whether there is memory for so many rows and their two residuals. A head of short rows lets
-  // expect too many: where memory is limited, the vectors had better grow as they must.
-  static bool fits(std::size_t rows) {
-    const std::size_t size = rows * (sizeof(int) + 4 * sizeof(double));
-    void* const all = ::operator new(size, std::nothrow);
-    ::operator delete(all);
-    return all != nullptr;
+  // Whether there is memory for these rows with their two residuals. Short first rows inflate the
+  // estimate; if memory is limited, the vectors grow step by step instead.
+  static bool fits(double rows) {
+    const double bytes = rows * (sizeof(int) + 4 * sizeof(double));
+    if (bytes >= static_cast<double>(PTRDIFF_MAX)) return false;
+    void* const memory = ::operator new(static_cast<std::size_t>(bytes), std::nothrow);
+    ::operator delete(memory);
+    return memory != nullptr;
   }
 
   const Columns& columns_;
   std::size_t rows_before_;
   double file_size_ = 0;
-  double bytes_ = 0;
+  double bytes_read_ = 0;
 };
 
 }  // namespace
@@ -135,27 +115,17 @@ int UTILS::loadInternalFile() {
   std::cout << std::endl;
 
   const Columns columns{id, zspec, zphot};
-  Room room(nameInternalFile, columns);
-  while (file.fill()) {
-    const std::size_t bytes = file.lines().size();
-    const std::size_t rows = id.size();
-    take_usual_rows(file, columns);
-    std::string_view line;
-    while (file.next(line)) {
+  Reservation reservation(nameInternalFile, columns);
+  for (std::string_view lines; !(lines = file.next_lines()).empty();) {
+    const std::size_t block_size = lines.size();
+    const std::size_t rows_before = id.size();
+    while (!lines.empty()) {
+      if (read_simple_line(lines, columns)) continue;
+      const std::string_view line = vostrel::take_line(lines);
       if (line.empty()) return 0;
-      take_any_row(line, columns);
-      take_usual_rows(file, columns);
+      read_line(line, columns);
     }
-    room.provide(bytes, id.size() - rows);
+    reservation.update(block_size, id.size() - rows_before);
   }
   return 0;
-}
-
-void UTILS::storeORMEDAOutput() const {
-  std::ofstream file(nameOutputFile);
-  file << "# ID zspec zphot" << std::endl;
-  const std::size_t rows = std::min({id.size(), zspec.size(), output.size()});
-  for (std::size_t i = 0; i < rows; ++i) {
-    file << id[i] << " " << zspec[i] << " " << output[i] << std::endl;
-  }
 }

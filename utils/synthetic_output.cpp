@@ -1,7 +1,9 @@
-// Synthetic output: what a caller needs to make a model's output column for a loaded data set.
+// Synthetic output: makes and writes a model's output column for a loaded data set.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
 
 #include "utils/utils.h"
@@ -9,6 +11,15 @@
 void UTILS::AssignOutput() {
   output.insert(output.end(), zphot.begin(),
                 zphot.begin() + static_cast<std::ptrdiff_t>(id.size()));
+}
+
+void UTILS::storeORMEDAOutput() const {
+  std::ofstream file(nameOutputFile);
+  file << "# ID zspec zphot" << std::endl;
+  const std::size_t rows = std::min({id.size(), zspec.size(), output.size()});
+  for (std::size_t i = 0; i < rows; ++i) {
+    file << id[i] << " " << zspec[i] << " " << output[i] << std::endl;
+  }
 }
 
 double UTILS::doubleRangeRand(double lo, double hi) const {

@@ -2,13 +2,12 @@
 // number and as an integer, with what stands behind it in a line, and copy it; or take numbers from
 // it, as they are or made of a few decimal digits, and write them.
 
-#include "text/number_text.h"
-
 #include <cmath>
 
 #include "fuzz.h"
 #include "tests/plain/plain_utils.h"
-#include "text/number_copy.h"
+#include "text/copy_number.h"
+#include "text/write_number.h"
 
 namespace {
 
@@ -37,13 +36,14 @@ void copy_field(std::string_view text) {
   std::vector<char> exact(line.begin(), line.end());
   std::vector<char> room(vostrel::kNumberRoom);
   const vostrel::CopiedNumber copied = vostrel::copy_number(exact.data(), ',', room.data());
-  if (copied.text == nullptr) {  // as it may be for a long field
+  if (copied.read_end == nullptr) {  // as it may be for a long field
     require(field.empty() || field.size() > vostrel::kShortText, "copy_number");
     return;
   }
   require(!field.empty(), "copy_number of nothing");
-  require(copied.text == exact.data() + field.size(), "copy_number's end");
-  const std::string_view written(room.data(), static_cast<std::size_t>(copied.out - room.data()));
+  require(copied.read_end == exact.data() + field.size(), "copy_number's end");
+  const std::string_view written(room.data(),
+                                 static_cast<std::size_t>(copied.write_end - room.data()));
   require(written == plain::write_double(plain::read_double(field)), "copy_number's text");
 }
 

@@ -20,8 +20,8 @@
 
 #include "tests/support/bits.h"
 #include "tests/support/random.h"
-#include "text/number_copy.h"
-#include "text/number_text.h"
+#include "text/copy_number.h"
+#include "text/write_number.h"
 
 namespace {
 
@@ -142,8 +142,8 @@ Text draw_text(Random& random) {
 // The number that copying finds in a field before `separator`, or "nothing".
 std::string_view copied(const char* field, char separator, std::array<char, 64>& room) {
   const vostrel::CopiedNumber copy = vostrel::copy_number(field, separator, room.data());
-  if (copy.text == nullptr) return "nothing";
-  return {room.data(), static_cast<std::size_t>(copy.out - room.data())};
+  if (copy.read_end == nullptr) return "nothing";
+  return {room.data(), static_cast<std::size_t>(copy.write_end - room.data())};
 }
 
 std::string_view expected_copy(std::string_view field, double value, std::array<char, 64>& room) {

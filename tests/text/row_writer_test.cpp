@@ -1,4 +1,4 @@
-// Numbered rows on their way into a file.
+// Numbered rows, and the file they are written to.
 
 #include "text/row_writer.h"
 
@@ -34,7 +34,7 @@ TEST(RowNumber, CountsUpFromAnywhere) {
   }
 }
 
-TEST(RowNumber, GoesRoundAtTheEndOfItsRange) {
+TEST(RowNumber, WrapsAroundAtTheEndOfItsRange) {
   vostrel::RowNumber number(2147483646);
   EXPECT_EQ(text_of(number), "2147483646");
   number.increment();
@@ -53,7 +53,14 @@ TEST(RowNumber, CountsThroughZero) {
   }
 }
 
-using RowWriterTest = InScratchFolder;
+class RowWriterTest : public InScratchFolder {
+ protected:
+  static void append(vostrel::RowWriter& rows, double first, double second) {
+    char* out = vostrel::write_double(first, rows.begin_row());
+    *out++ = ' ';
+    rows.end_row(vostrel::write_double(second, out));
+  }
+};
 
 TEST_F(RowWriterTest, TruncatesTheFileAtOnce) {
   write_file("rows", "old\n");
@@ -61,16 +68,27 @@ TEST_F(RowWriterTest, TruncatesTheFileAtOnce) {
   EXPECT_EQ(read_file("rows"), "");
 }
 
-TEST_F(RowWriterTest, HasEveryRowInTheFileAfterAFlush) {
+TEST_F(RowWriterTest, FlushesEveryRow) {
   vostrel::RowWriter rows("rows");
-  rows.append(0.1, -0.0);
-  rows.append(1234567, -kInfinity);
+  append(rows, 0.1, -0.0);
+  append(rows, 1234567, -kInfinity);
   rows.flush();
   EXPECT_EQ(read_file("rows"), "0 0.1 -0\n1 1.23457e+06 -inf\n");
   rows.flush();
-  rows.append(kNaN, -kNaN);
+  append(rows, kNaN, -kNaN);
   rows.flush();
   EXPECT_EQ(read_file("rows"), "0 0.1 -0\n1 1.23457e+06 -inf\n2 nan -nan\n");
+}
+
+TEST_F(RowWriterTest, DropsARowThatIsNotEnded) {
+  vostrel::RowWriter rows("rows");
+  *rows.begin_row() = '7';
+  rows.flush();
+  EXPECT_EQ(read_file("rows"), "");
+  *rows.begin_row() = '7';
+  append(rows, 1, 2);
+  rows.flush();
+  EXPECT_EQ(read_file("rows"), "0 1 2\n");
 }
 
 TEST_F(RowWriterTest, NeverLeavesPartOfARowInTheFile) {
@@ -79,7 +97,7 @@ TEST_F(RowWriterTest, NeverLeavesPartOfARowInTheFile) {
   std::string expected;
   for (int i = 0; i < 60000; ++i) {
     const double first = random.any_double(), second = random.fraction();
-    rows.append(first, second);
+    append(rows, first, second);
     expected += std::to_string(i) + " " + plain::write_double(first) + " " +
                 plain::write_double(second) + "\n";
     if (i % 500 == 0) {
@@ -92,31 +110,21 @@ TEST_F(RowWriterTest, NeverLeavesPartOfARowInTheFile) {
   EXPECT_EQ(read_file("rows"), expected);
 }
 
-TEST_F(RowWriterTest, AddsRowsUntilThereAreNone) {
+TEST_F(RowWriterTest, HasRoomForTheLongestRows) {
   vostrel::RowWriter rows("rows");
-  rows.append_all([](char*) -> char* { return nullptr; });
-  rows.flush();
-  EXPECT_EQ(read_file("rows"), "");
-
-  // As many as fill some blocks, of the greatest length.
   const std::string values = "-1.23457e-308 -1.23457e-308";
   std::string expected;
-  int given = 0;
-  rows.append_all([&](char* out) -> char* {
-    if (given == 50000) return nullptr;
-    expected += std::to_string(given++) + " " + values + "\n";
-    return std::copy(values.begin(), values.end(), out);
-  });
-  EXPECT_EQ(given, 50000);
-  rows.append_all([](char*) -> char* { return nullptr; });
-  rows.append(1, 2);
+  for (int i = 0; i < 50000; ++i) {
+    rows.end_row(std::copy(values.begin(), values.end(), rows.begin_row()));
+    expected += std::to_string(i) + " " + values + "\n";
+  }
   rows.flush();
-  EXPECT_EQ(read_file("rows"), expected + "50000 1 2\n");
+  EXPECT_EQ(read_file("rows"), expected);
 }
 
-TEST_F(RowWriterTest, IsSilentAboutAFileItCannotCreate) {
+TEST_F(RowWriterTest, IgnoresAFileItCannotCreate) {
   vostrel::RowWriter rows("no such folder/rows");
-  rows.append(1, 2);
+  append(rows, 1, 2);
   rows.flush();
   EXPECT_FALSE(exists("no such folder"));
 }

@@ -1,4 +1,4 @@
-// The three-column file: loadInternalFile and storeORMEDAOutput.
+// loadInternalFile.
 
 #include <gtest/gtest.h>
 
@@ -149,57 +149,6 @@ TEST_F(InternalFile, ManyRowsComeBackInOrder) {
     ASSERT_EQ(run.zspec[place], i + 0.5);
     ASSERT_EQ(run.zphot[place], -i);
   }
-}
-
-class SyntheticFile : public InScratchFolder {
- protected:
-  static std::string stored(const OpenUtils& run) {
-    EXPECT_EQ(printed_by([&] { run.storeORMEDAOutput(); }), "");
-    EXPECT_FALSE(exists("error.log"));
-    return read_file("report.txt");
-  }
-};
-
-TEST_F(SyntheticFile, HasAHeadingAndTheOutputVectorInItsThirdColumn) {
-  OpenUtils run = loaded({0.1, 0.12345678, 1234567}, {7, 8, 9});
-  run.output = {0.00001, -0.0, 2};
-  run.id = {5, -6, 2147483647};
-  EXPECT_EQ(stored(run),
-            "# ID zspec zphot\n5 0.1 1e-05\n-6 0.123457 -0\n2147483647 1.23457e+06 2\n");
-}
-
-TEST_F(SyntheticFile, OfAnEmptySetIsTheHeadingAlone) {
-  write_file("report.txt", "something old and longer\n");
-  EXPECT_EQ(stored(empty_set()), "# ID zspec zphot\n");
-}
-
-TEST_F(SyntheticFile, StopsAtTheShortestVector) {
-  OpenUtils run = loaded({1, 2, 3}, {4, 5, 6});
-  run.output = {7, 8};
-  EXPECT_EQ(stored(run), "# ID zspec zphot\n0 1 7\n1 2 8\n");
-  run.output = {7, 8, 9, 10};
-  EXPECT_EQ(stored(run), "# ID zspec zphot\n0 1 7\n1 2 8\n2 3 9\n");
-  run.zspec = {1};
-  EXPECT_EQ(stored(run), "# ID zspec zphot\n0 1 7\n");
-}
-
-TEST_F(SyntheticFile, ThatCannotBeOpenedIsSilent) {
-  OpenUtils run = loaded({1}, {2});
-  run.output = {3};
-  run.setNameOutputFile("no such folder/report.txt");
-  EXPECT_EQ(stored(run), "");
-}
-
-TEST_F(SyntheticFile, ReadBackHasItsHeadingAsAnObjectOfZeros) {
-  OpenUtils run = loaded({0.5}, {9});
-  run.output = {0.25};
-  stored(run);
-  OpenUtils again = empty_set();
-  again.setNameInputFile("report.txt");
-  printed_by([&] { EXPECT_EQ(again.loadInternalFile(), 0); });
-  EXPECT_EQ(again.id, (std::vector<int>{0, 0}));
-  EXPECT_EQ(again.zspec, (std::vector<double>{0, 0.5}));
-  EXPECT_EQ(again.zphot, (std::vector<double>{0, 0.25}));
 }
 
 }  // namespace

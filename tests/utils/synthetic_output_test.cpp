@@ -1,13 +1,15 @@
-// AssignOutput, doubleRangeRand, idRand.
+// AssignOutput, storeORMEDAOutput, doubleRangeRand, idRand.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
+#include <string>
 #include <vector>
 
 #include "tests/support/open_utils.h"
+#include "tests/support/scratch.h"
 
 namespace {
 
@@ -24,7 +26,7 @@ TEST(AssignOutput, AppendsASecondCopyOnASecondCall) {
   EXPECT_EQ(run.output, (std::vector<double>{4, 5, 4, 5}));
 }
 
-TEST(AssignOutput, GoesByTheCountOfIdentifiers) {
+TEST(AssignOutput, CopiesAsManyAsThereAreIdentifiers) {
   OpenUtils run = loaded({1, 2, 3}, {4, 5, 6});
   run.id = {0, 1};
   run.AssignOutput();
@@ -37,7 +39,58 @@ TEST(AssignOutput, DoesNothingWithoutData) {
   EXPECT_TRUE(run.output.empty());
 }
 
-TEST(DoubleRangeRand, IsTheSpanTimesTheShareOfTheLargestDrawPlusTheLowerEnd) {
+class StoreOutput : public InScratchFolder {
+ protected:
+  static std::string stored(const OpenUtils& run) {
+    EXPECT_EQ(printed_by([&] { run.storeORMEDAOutput(); }), "");
+    EXPECT_FALSE(exists("error.log"));
+    return read_file("report.txt");
+  }
+};
+
+TEST_F(StoreOutput, WritesAHeadingAndTheOutputVector) {
+  OpenUtils run = loaded({0.1, 0.12345678, 1234567}, {7, 8, 9});
+  run.output = {0.00001, -0.0, 2};
+  run.id = {5, -6, 2147483647};
+  EXPECT_EQ(stored(run),
+            "# ID zspec zphot\n5 0.1 1e-05\n-6 0.123457 -0\n2147483647 1.23457e+06 2\n");
+}
+
+TEST_F(StoreOutput, WritesTheHeadingAloneWithoutData) {
+  write_file("report.txt", "something old and longer\n");
+  EXPECT_EQ(stored(empty_set()), "# ID zspec zphot\n");
+}
+
+TEST_F(StoreOutput, StopsAtTheShortestVector) {
+  OpenUtils run = loaded({1, 2, 3}, {4, 5, 6});
+  run.output = {7, 8};
+  EXPECT_EQ(stored(run), "# ID zspec zphot\n0 1 7\n1 2 8\n");
+  run.output = {7, 8, 9, 10};
+  EXPECT_EQ(stored(run), "# ID zspec zphot\n0 1 7\n1 2 8\n2 3 9\n");
+  run.zspec = {1};
+  EXPECT_EQ(stored(run), "# ID zspec zphot\n0 1 7\n");
+}
+
+TEST_F(StoreOutput, IgnoresAFileItCannotCreate) {
+  OpenUtils run = loaded({1}, {2});
+  run.output = {3};
+  run.setNameOutputFile("no such folder/report.txt");
+  EXPECT_EQ(stored(run), "");
+}
+
+TEST_F(StoreOutput, WritesAHeadingThatReadsAsZeros) {
+  OpenUtils run = loaded({0.5}, {9});
+  run.output = {0.25};
+  stored(run);
+  OpenUtils again = empty_set();
+  again.setNameInputFile("report.txt");
+  printed_by([&] { EXPECT_EQ(again.loadInternalFile(), 0); });
+  EXPECT_EQ(again.id, (std::vector<int>{0, 0}));
+  EXPECT_EQ(again.zspec, (std::vector<double>{0, 0.5}));
+  EXPECT_EQ(again.zphot, (std::vector<double>{0, 0.25}));
+}
+
+TEST(DoubleRangeRand, MatchesItsFormula) {
   const OpenUtils run = empty_set();
   std::srand(20261121);
   std::vector<int> draws;
@@ -59,12 +112,12 @@ TEST(DoubleRangeRand, StaysBetweenItsEnds) {
   }
 }
 
-TEST(IdRand, OfOneObjectIsAlwaysZero) {
+TEST(IdRand, IsZeroForOneObject) {
   const OpenUtils run = loaded({1}, {2});
   for (int i = 0; i < 1000; ++i) EXPECT_EQ(run.idRand(), 0);
 }
 
-TEST(IdRand, IsTheDrawModuloTheDataSize) {
+TEST(IdRand, MatchesItsFormula) {
   const OpenUtils run = loaded({1, 2, 3, 4, 5, 6, 7}, {1, 2, 3, 4, 5, 6, 7});
   std::srand(20261121);
   std::vector<int> draws;
@@ -73,7 +126,7 @@ TEST(IdRand, IsTheDrawModuloTheDataSize) {
   for (const int draw : draws) EXPECT_EQ(run.idRand(), draw % 7);
 }
 
-TEST(IdRandDeathTest, WithoutDataEndsTheProgramWithAMessageOnStandardOutput) {
+TEST(IdRandDeathTest, AbortsWithAMessageWithoutData) {
   const OpenUtils run = empty_set();
   EXPECT_EXIT(
       {

@@ -1,6 +1,6 @@
-// The fields of a line: by position round and round, and by skipping commas.
+// The fields of a line, by position and by skipping commas.
 
-#include "text/table_line.h"
+#include "text/table_fields.h"
 
 #include <gtest/gtest.h>
 
@@ -10,13 +10,13 @@
 #include <vector>
 
 #include "tests/support/random.h"
-#include "text/number_text.h"
+#include "text/eight_characters.h"
 
 namespace {
 
 using namespace std::string_literals;
 
-/// Walks from position to position, one after another, as the definition has it.
+/// Walks from position to position, as field_at is defined.
 std::optional<std::string> field_by_walking(const std::string& line, int position) {
   std::size_t scan = 0;
   for (int k = 1;; ++k) {
@@ -30,7 +30,7 @@ std::optional<std::string> field_by_walking(const std::string& line, int positio
   }
 }
 
-TEST(FieldAt, GoesRoundAndRound) {
+TEST(FieldAt, StartsOverAfterTheLastField) {
   const struct {
     std::string line;
     std::vector<std::optional<std::string>> fields;  // positions 1, 2, 3, ...
@@ -55,7 +55,7 @@ TEST(FieldAt, GoesRoundAndRound) {
   }
 }
 
-TEST(FieldAt, IsTheFieldFoundByWalking) {
+TEST(FieldAt, MatchesWalking) {
   Random random;
   for (int i = 0; i < rounds(200000); ++i) {
     std::string line;
@@ -66,13 +66,13 @@ TEST(FieldAt, IsTheFieldFoundByWalking) {
   }
 }
 
-TEST(FieldAt, IsQuickAtTheLargestPosition) {
+TEST(FieldAt, TakesTheLargestPosition) {
   // 2147483647 = 3 * 715827882 + 1, and 4 * 536870911 + 3.
   EXPECT_EQ(vostrel::field_at("7,8,9", 2147483647), "7");
   EXPECT_EQ(vostrel::field_at("7,8,9,", 2147483647), "9");
 }
 
-/// skip_commas, one character after another. Nothing where it declines.
+/// As skip_commas, one character at a time. Nothing for nullptr.
 std::optional<std::size_t> skip_by_walking(const std::string& line, int count) {
   std::size_t place = 0;
   for (; count > 0; ++place) {
@@ -85,7 +85,7 @@ std::optional<std::size_t> skip_by_walking(const std::string& line, int count) {
   return place;
 }
 
-TEST(SkipCommas, IsTheStartOfTheFieldBehindThem) {
+TEST(SkipCommas, MatchesWalking) {
   Random random;
   for (int i = 0; i < rounds(300000); ++i) {
     std::string line;

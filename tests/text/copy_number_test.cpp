@@ -1,7 +1,6 @@
-// Numbers copied from one text to another: held against std::atof and a stream in its default
-// state.
+// Copying numbers, compared with std::atof and a stream in its default state.
 
-#include "text/number_copy.h"
+#include "text/copy_number.h"
 
 #include <gtest/gtest.h>
 
@@ -11,12 +10,10 @@
 
 #include "tests/plain/plain_utils.h"
 #include "tests/support/random.h"
-#include "text/digits.h"
-#include "text/number_text.h"
 
 namespace {
 
-/// A field in a line, with exactly the padding that may be looked at.
+/// A field in a line, with exactly the padding that may be read.
 std::vector<char> line_of(const std::string& field, char behind) {
   std::vector<char> line(field.begin(), field.end());
   line.push_back(behind);
@@ -30,70 +27,66 @@ std::string expected_copy(const std::string& field) {
   return plain::write_double(plain::read_double(field));
 }
 
-/// Copies `field` the fast way.
-/// @return whether that way takes it; and if so, it was copied rightly.
-bool is_usual(const std::string& field, char behind = ',') {
+/// Whether copy_small_decimal copies `field`. If so, checks the copy.
+bool is_small_decimal(const std::string& field, char behind = ',') {
   const std::vector<char> line = line_of(field, behind);
   std::vector<char> room(vostrel::kNumberRoom);
-  const vostrel::CopiedNumber copied = vostrel::copy_usual_number(line.data(), room.data());
-  if (copied.text == nullptr) return false;
-  EXPECT_EQ(copied.text - line.data(), static_cast<std::ptrdiff_t>(field.size())) << field;
-  EXPECT_EQ(std::string(room.data(), copied.out), expected_copy(field)) << field;
+  const vostrel::CopiedNumber copied = vostrel::copy_small_decimal(line.data(), room.data());
+  if (copied.read_end == nullptr) return false;
+  EXPECT_EQ(copied.read_end - line.data(), static_cast<std::ptrdiff_t>(field.size())) << field;
+  EXPECT_EQ(std::string(room.data(), copied.write_end), expected_copy(field)) << field;
   return true;
 }
 
-/// As many digits of `number`, zeros in front.
+/// The last `count` digits of `number`, with leading zeros.
 std::string digits_of(std::uint64_t number, std::size_t count) {
   const std::string text = std::to_string(number);
   return text.size() < count ? std::string(count - text.size(), '0') + text : text;
 }
 
-// ---- the usual shape ----------------------------------------------------------------------------
-
-TEST(UsualNumber, IsRoundedToSixDigits) {
+TEST(CopySmallDecimal, RoundsToSixDigits) {
   for (const std::string field :
        {"0.42542079", "1.23456789", "0.1", "0.10", "1.", "1.0", "5.00000000", "9.99999499", "0.01",
         "0.0123456749", "0.09999996", "0.99999996", "1.99999996", "0.12345678901234567890",
         "1.00000400", "1.00000600", "0.30000000000000004", "2.9999999999999996"}) {
-    EXPECT_TRUE(is_usual(field)) << field;
+    EXPECT_TRUE(is_small_decimal(field)) << field;
   }
 }
 
-TEST(UsualNumber, IsNoOther) {
+TEST(CopySmallDecimal, DeclinesEverythingElse) {
   for (const std::string field : {"",     "1",   "-0.5",       "+0.5",          ".5",
                                   "12.5", "nan", "1.5e3",      "1.123456789e3", "0x1.8",
                                   "0.",   "0.0", "0.00999999", "9.999996",      " 0.5",
                                   "a.5",  "/.5", ":.5",        "0.5:",          "0.12345678:"}) {
-    EXPECT_FALSE(is_usual(field)) << field;
+    EXPECT_FALSE(is_small_decimal(field)) << field;
   }
 }
 
-TEST(UsualNumber, MayEndInFrontOfAnythingThatDoesNotContinueIt) {
+TEST(CopySmallDecimal, EndsBeforeAnyCharacterBelowZero) {
   for (int behind = 0; behind < 256; ++behind) {
     if (vostrel::is_digit(static_cast<char>(behind))) continue;
     const bool ends = behind < '0';
-    EXPECT_EQ(is_usual("0.123", static_cast<char>(behind)), ends) << behind;
-    EXPECT_EQ(is_usual("0.12345678", static_cast<char>(behind)), ends) << behind;
-    EXPECT_EQ(is_usual("0.123456789", static_cast<char>(behind)), ends) << behind;
+    EXPECT_EQ(is_small_decimal("0.123", static_cast<char>(behind)), ends) << behind;
+    EXPECT_EQ(is_small_decimal("0.12345678", static_cast<char>(behind)), ends) << behind;
+    EXPECT_EQ(is_small_decimal("0.123456789", static_cast<char>(behind)), ends) << behind;
   }
 }
 
-// What stands midway between two numbers of six digits is a tie that the double decides.
-TEST(UsualNumber, IsNoTie) {
+// Midway between two numbers of six digits the double decides.
+TEST(CopySmallDecimal, DeclinesTies) {
   for (const std::string field :
        {"1.000005", "1.00000500", "0.1234565", "0.12345650", "0.01234565", "1.00000500000000000001",
         "1.000004999", "0.123456499999999999999", "0.012345649"}) {
-    EXPECT_FALSE(is_usual(field)) << field;
+    EXPECT_FALSE(is_small_decimal(field)) << field;
   }
   for (const std::string field :
        {"1.00000501", "1.00000499", "0.12345651", "0.12345649", "0.01234566", "0.01234564"}) {
-    EXPECT_TRUE(is_usual(field)) << field;
+    EXPECT_TRUE(is_small_decimal(field)) << field;
   }
 }
 
-// All that can be dropped behind random digits: nothing but a tie, and what is just below one, is
-// left to others.
-TEST(UsualNumber, HasEveryDecimalThatCanBeDropped) {
+// Every combination of dropped digits. Only ties, and what may be just below one, are declined.
+TEST(CopySmallDecimal, DeclinesNothingButTies) {
   Random random;
   for (int round = 0; round < rounds(200); ++round) {
     const std::string digit = std::to_string(1 + random.below(9));
@@ -111,31 +104,25 @@ TEST(UsualNumber, HasEveryDecimalThatCanBeDropped) {
       const std::uint64_t tails = dropped == 3 ? 1000 : dropped == 2 ? 100 : 10;
       for (std::uint64_t i = 0; i < tails; ++i) {
         const std::string tail = digits_of(i, dropped);
-        ASSERT_EQ(is_usual(front + tail), tail != five) << front << tail;
+        ASSERT_EQ(is_small_decimal(front + tail), tail != five) << front << tail;
         for (const char more : {'0', '1', '9'}) {
-          ASSERT_EQ(is_usual(front + tail + more), tail != five && tail != below) << front << tail;
+          ASSERT_EQ(is_small_decimal(front + tail + more), tail != five && tail != below)
+              << front << tail;
         }
       }
     }
   }
 }
 
-TEST(UsualNumber, CarriesThroughNines) {
-  for (const char whole : {'0', '1', '8', '9'}) {
-    for (std::size_t zeros = 0; zeros < 3; ++zeros) {
-      for (std::size_t nines = 0; nines < 10; ++nines) {
-        for (const std::string tail : {"", "4", "5", "50000000000000000001", "6", "04", "16"}) {
-          is_usual(std::string(1, whole) + "." + std::string(zeros, '0') + "3" +
-                   std::string(nines, '9') + tail);
-          is_usual(std::string(1, whole) + "." + std::string(zeros, '0') + std::string(nines, '9') +
-                   tail);
-        }
-      }
-    }
+TEST(CopySmallDecimal, CarriesThroughNines) {
+  for (const std::string field :
+       {"0.99999996", "0.39999996", "0.039999996", "0.099999996", "0.30999999999999999999",
+        "1.39999960", "1.09999960", "1.99999600", "8.99999999", "8.999999999999"}) {
+    EXPECT_TRUE(is_small_decimal(field)) << field;
   }
 }
 
-TEST(UsualNumber, IsOfAnyLength) {
+TEST(CopySmallDecimal, MatchesAtofAndStreamForAnyLength) {
   Random random;
   std::size_t copied = 0;
   const int count = rounds(1000000);
@@ -146,23 +133,21 @@ TEST(UsualNumber, IsOfAnyLength) {
       field += static_cast<char>('0' + (random.one_in(3) ? std::array{0, 4, 5, 9}[random.below(4)]
                                                          : static_cast<int>(random.below(10))));
     }
-    copied += is_usual(field);
+    copied += is_small_decimal(field);
   }
   EXPECT_GT(copied, static_cast<std::size_t>(count) / 2);
 }
 
-// ---- any shape ----------------------------------------------------------------------------------
-
-/// Copies a field of any shape, which must be found to end where it does.
+/// The copy of a field, or "wrong end".
 std::string copy_of(const std::string& field, char behind = ',') {
   const std::vector<char> line = line_of(field, behind);
   std::vector<char> room(vostrel::kNumberRoom);
   const vostrel::CopiedNumber copied = vostrel::copy_number(line.data(), ',', room.data());
-  if (copied.text != line.data() + field.size()) return "another end";
-  return {room.data(), copied.out};
+  if (copied.read_end != line.data() + field.size()) return "wrong end";
+  return {room.data(), copied.write_end};
 }
 
-TEST(NumberCopy, IsWhatReadingAndWritingGives) {
+TEST(CopyNumber, MatchesAtofAndStream) {
   for (const std::string field : {"0.42542079",
                                   "0.1234565",
                                   "0.000012345649",
@@ -183,22 +168,12 @@ TEST(NumberCopy, IsWhatReadingAndWritingGives) {
                                   "1.000005",
                                   "9.999995",
                                   "0.123456499999999999999"}) {
-    for (const char behind : {',', '\n'}) {
-      EXPECT_EQ(copy_of(field, behind), expected_copy(field)) << field;
-
-      const std::vector<char> line = line_of(field, behind);
-      std::vector<char> room(vostrel::kNumberRoom);
-      const vostrel::CopiedNumber before =
-          vostrel::copy_number_before(line.data(), ',', room.data());
-      EXPECT_EQ(before.text, behind == ',' ? line.data() + field.size() : nullptr) << field;
-      if (behind == ',') {
-        EXPECT_EQ(std::string(room.data(), before.out), expected_copy(field)) << field;
-      }
-    }
+    EXPECT_EQ(copy_of(field, ','), expected_copy(field)) << field;
+    EXPECT_EQ(copy_of(field, '\n'), expected_copy(field)) << field;
   }
 }
 
-TEST(NumberCopy, IsOfScientificNotationToo) {
+TEST(CopyNumber, CopiesScientificNotation) {
   for (const std::string mantissa : {"1.",
                                      "4.25420790",
                                      "4.254207900000000180",
@@ -235,7 +210,7 @@ TEST(NumberCopy, IsOfScientificNotationToo) {
   }
 }
 
-TEST(NumberCopy, IsOfAnyScientificNumber) {
+TEST(CopyNumber, MatchesAtofAndStreamForScientificNotation) {
   Random random;
   for (int round = 0; round < rounds(300000); ++round) {
     std::string field = std::to_string(random.below(10)) + ".";
@@ -251,7 +226,7 @@ TEST(NumberCopy, IsOfAnyScientificNumber) {
   }
 }
 
-TEST(NumberCopy, EndsWithTheFieldAndNotWithTheNumber) {
+TEST(CopyNumber, ReturnsTheEndOfTheField) {
   for (const std::string field :
        {"0.5 ",          "0.5-1", "0.5.5",  "1..5",   "0.5\t",   "-0.5 ",
         "1.5e",          "0.5\r", "-0.5\r", "12.5\r", "  0.5  ", " -0.5",
@@ -261,19 +236,18 @@ TEST(NumberCopy, EndsWithTheFieldAndNotWithTheNumber) {
   }
 }
 
-TEST(NumberCopy, LeavesWhatNeedsMemoryOrIsNoText) {
+TEST(CopyNumber, DeclinesEmptyFieldsAndNulAndWhatNeedsMemory) {
   const std::string too_long = "1e" + std::string(vostrel::kShortText - 1, '0');
   const std::string with_nul("0.5 \0", 5);
   for (const std::string& field : {std::string(), with_nul, too_long}) {
     const std::vector<char> line = line_of(field, ',');
     std::vector<char> room(vostrel::kNumberRoom);
-    EXPECT_EQ(vostrel::copy_number(line.data(), ',', room.data()).text, nullptr);
-    EXPECT_EQ(vostrel::copy_number_before(line.data(), ',', room.data()).text, nullptr);
+    EXPECT_EQ(vostrel::copy_number(line.data(), ',', room.data()).read_end, nullptr);
   }
   EXPECT_EQ(copy_of(too_long.substr(0, vostrel::kShortText)), "1");
 }
 
-TEST(NumberCopy, IsOfLongFieldsThatNeedNoMemory) {
+TEST(CopyNumber, CopiesLongFieldsThatNeedNoMemory) {
   const std::string ones(vostrel::kShortText + 10, '1');
   EXPECT_EQ(copy_of("0." + ones), "0.111111");
   EXPECT_EQ(copy_of("-1." + ones + "e-03"), "-0.00111111");

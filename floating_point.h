@@ -1,0 +1,19 @@
+// Refuses compilers and options that would change the last bits of results.
+
+#ifndef VOSTREL_FLOATING_POINT_H
+#define VOSTREL_FLOATING_POINT_H
+
+#include <cfloat>
+
+// clang-format off
+#if defined(__FAST_MATH__) || defined(__ASSOCIATIVE_MATH__) || defined(__RECIPROCAL_MATH__) || \
+    (defined(__FINITE_MATH_ONLY__) && __FINITE_MATH_ONLY__ != 0)
+#error "vostrel needs NaN, infinities and exact rounding: compile without -ffast-math and its parts"
+#elif FLT_EVAL_METHOD < 0 || FLT_EVAL_METHOD == 2
+#error "vostrel needs arithmetic that rounds to double, unlike x87's: compile with -msse2 -mfpmath=sse"
+#elif DBL_MANT_DIG != 53
+#error "vostrel needs doubles of IEEE 754"
+#endif
+// clang-format on
+
+#endif  // VOSTREL_FLOATING_POINT_H
