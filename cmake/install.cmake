@@ -1,7 +1,8 @@
 # What is installed where, the API reference, and the Debian packages (packaging/).
 #
 # Components: runtime (the program, its manual, completion and all documents), dev (library, headers,
-# CMake package, pkg-config file and example) and plot (the figure, which needs Python).
+# CMake package, pkg-config file and example) and python (vostrel-plot, and in the Debian package also
+# the Python package).
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -105,10 +106,10 @@ if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/plot/vostrel-plot)
       "the version of version.h. It says: ${vostrel_plot_version}")
   endif()
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS plot/vostrel-plot)
-  install(PROGRAMS plot/vostrel-plot DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT plot)
+  install(PROGRAMS plot/vostrel-plot DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT python)
   configure_file(plot/vostrel-plot.1.in docs/vostrel-plot.1 @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/docs/vostrel-plot.1
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT plot)
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT python)
 endif()
 
 # ---- the API reference: cmake --build build --target vostrel_doc_api -----------------------------

@@ -1,4 +1,5 @@
-# Three Debian packages: the program without Python, the library with its header, and the figure.
+# Three Debian packages: the program, the library with its headers, and the Python package with
+# vostrel-plot. Only the last one needs Python.
 
 if(BUILD_SHARED_LIBS)
   message(STATUS "Debian packages are made of static builds only")
@@ -13,7 +14,7 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
-set(CPACK_COMPONENTS_ALL runtime dev)
+set(CPACK_COMPONENTS_ALL runtime dev python)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -21,7 +22,7 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SOURCE ${PROJECT_NAME})
 
-# Else it would be the first line of all three descriptions.
+# A summary here would be the first line of all three descriptions.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 # The text of all three; each goes on with a paragraph of its own.
 set(vostrel_purpose
@@ -34,7 +35,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME vostrel)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SOURCE "")  # the same name
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS vostrel-plot)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS python3-vostrel)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}
 ${vostrel_purpose}
 
@@ -46,21 +47,36 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS vostrel)
 set(CPACK_DEBIAN_DEV_DESCRIPTION "${PROJECT_DESCRIPTION} (C++ library)
 ${vostrel_purpose}
 
-This package holds the static library, its header, and what CMake and
+This package holds the static library, its headers, and what CMake and
 pkg-config need to find them.")
 
-if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/plot/vostrel-plot)
-  list(APPEND CPACK_COMPONENTS_ALL plot)
-  set(CPACK_DEBIAN_PLOT_PACKAGE_NAME vostrel-plot)
-  set(CPACK_DEBIAN_PLOT_PACKAGE_SECTION science)
-  set(CPACK_DEBIAN_PLOT_PACKAGE_ARCHITECTURE all)
-  set(CPACK_DEBIAN_PLOT_PACKAGE_DEPENDS "python3, python3-numpy, python3-matplotlib")
-  set(CPACK_DEBIAN_PLOT_PACKAGE_RECOMMENDS vostrel)
-  set(CPACK_DEBIAN_PLOT_DESCRIPTION "Figure of the residuals of redshift estimates
+# The Python package is built when it is packed, for Debian's own Python.
+set(vostrel_debian_python /usr/bin/python3)
+configure_file(packaging/python.cmake.in packaging/python.cmake @ONLY)
+install(SCRIPT ${CMAKE_CURRENT_BINARY_DIR}/packaging/python.cmake
+  COMPONENT python EXCLUDE_FROM_ALL)
+execute_process(
+  COMMAND ${vostrel_debian_python} -c
+    "import sys; print('python3 (>= {0}.{1}), python3 (<< {0}.{2})'.format(*sys.version_info[:2], sys.version_info[1] + 1))"
+  OUTPUT_VARIABLE vostrel_python_versions OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-vostrel)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "${vostrel_python_versions}, python3-numpy")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "python3-matplotlib, vostrel")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-pandas, python3-astropy")
+# vostrel-plot was a package of its own.
+set(CPACK_DEBIAN_PYTHON_PACKAGE_PROVIDES vostrel-plot)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_REPLACES vostrel-plot)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_BREAKS vostrel-plot)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_SOURCE_DIR}/packaging/postinst ${CMAKE_CURRENT_SOURCE_DIR}/packaging/prerm)
+set(CPACK_DEBIAN_PYTHON_DESCRIPTION "${PROJECT_DESCRIPTION} (Python)
 ${vostrel_purpose}
 
-This package draws the figure that goes with these numbers.")
-endif()
+This package holds the Python package, which computes the same numbers from
+arrays, and vostrel-plot, which draws the figure that goes with them.")
 
 # What only a package has is added to the staged files just before they are packed.
 configure_file(packaging/changelog.in packaging/changelog.in @ONLY)

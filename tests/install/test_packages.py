@@ -8,8 +8,7 @@ import subprocess
 import pytest
 from conftest import CMAKE, CONSUMER, CONSUMER_OUTPUT, RELEASE, SOURCE, VERSION, dead_links, need, run
 
-THERE_IS_A_FIGURE = (SOURCE / "plot" / "vostrel-plot").exists()
-with_figure = pytest.mark.skipif(not THERE_IS_A_FIGURE, reason="there is no figure")
+PYTHON = "/usr/bin/python3"  # for which the package is made
 
 
 @pytest.fixture(scope="session")
@@ -39,18 +38,22 @@ def unpacked(packages, tmp_path):
 
 
 def test_names_and_versions(packages):
-    expected = {"vostrel", "libvostrel-dev"}
-    if THERE_IS_A_FIGURE:
-        expected.add("vostrel-plot")
-    assert set(packages) == expected
+    assert set(packages) == {"vostrel", "libvostrel-dev", "python3-vostrel"}
     for package in packages.values():
         assert field(package, "Version") == VERSION
 
 
-def test_only_the_figure_needs_python(packages):
+def test_dependencies(packages):
     for name, package in packages.items():
-        assert ("python3" in field(package, "Depends")) == (name == "vostrel-plot")
+        assert ("python3" in field(package, "Depends")) == (name == "python3-vostrel")
     assert "libc6" in field(packages["vostrel"], "Depends")
+    for part in ["python3 (>= 3.", "python3 (<< 3.", "python3-numpy", "libstdc++6"]:
+        assert part in field(packages["python3-vostrel"], "Depends")
+
+
+def test_the_former_package_of_the_figure_is_replaced(packages):
+    for relation in ["Provides", "Replaces", "Breaks"]:
+        assert field(packages["python3-vostrel"], relation) == "vostrel-plot"
 
 
 def test_lintian(packages):
@@ -88,14 +91,23 @@ def test_library_from_the_package(unpacked, tmp_path):
     assert run(tmp_path / "consumer", "catalogue.txt", cwd=CONSUMER) == CONSUMER_OUTPUT
 
 
-@with_figure
-def test_figure_from_the_package(unpacked):
-    root = unpacked("vostrel-plot")
-    assert run(root / "bin" / "vostrel-plot", "--version") == f"vostrel-plot {VERSION}\n"
+def test_python_package_from_the_package(unpacked, tmp_path):
+    root = unpacked("python3-vostrel")
+    packages_ = root / "lib" / "python3" / "dist-packages"
+    program = (
+        "import importlib.metadata, vostrel\n"
+        "print(vostrel.__file__, importlib.metadata.version('vostrel'))\n"
+        "print(vostrel.point_statistics([1, 3], [1, 2]).norm.bias)\n"
+    )
+    told = run(PYTHON, "-c", program, cwd=tmp_path, PYTHONPATH=str(packages_))
+    assert told == f"{packages_}/vostrel/__init__.py {VERSION}\n0.125\n"
+    assert (packages_ / "vostrel" / "py.typed").is_file()
+    assert list(packages_.rglob("__pycache__")) == []
+    told = run(root / "bin" / "vostrel-plot", "--version", PYTHONPATH=str(packages_))
+    assert told == f"vostrel-plot {VERSION}\n"
     assert (root / "share/man/man1/vostrel-plot.1.gz").is_file()
 
 
-@with_figure
 def test_a_figure_of_another_version_is_refused(copied_source, tmp_path):
     shutil.copytree(copied_source, tmp_path / "source")
     plot = tmp_path / "source" / "plot" / "vostrel-plot"
