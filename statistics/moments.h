@@ -1,5 +1,4 @@
-// Mean, standard deviation and root mean square. Sums run in index order with one addition per
-// value, which fixes their rounding. All three are NaN for no values.
+// Mean, standard deviation and root mean square. All three are NaN for no values.
 
 #ifndef VOSTREL_STATISTICS_MOMENTS_H
 #define VOSTREL_STATISTICS_MOMENTS_H
@@ -9,24 +8,37 @@
 
 namespace vostrel {
 
-inline double mean(std::span<const double> values) {
-  double sum = 0.0;
-  for (const double value : values) sum += value;
-  return sum / static_cast<double>(values.size());
+/// A sum in index order, with one rounding an addition.
+class InOrderSum {
+ public:
+  void add(double value) { total_ += value; }
+  double total() const { return total_; }
+
+ private:
+  double total_ = 0.0;
+};
+
+template <class Sum = InOrderSum>
+double mean(std::span<const double> values) {
+  Sum sum;
+  for (const double value : values) sum.add(value);
+  return sum.total() / static_cast<double>(values.size());
 }
 
 /// The standard deviation about `center`, with the number of values as divisor.
-inline double standard_deviation(std::span<const double> values, double center) {
-  double sum = 0.0;
-  for (const double value : values) sum += (value - center) * (value - center);
-  return std::sqrt(sum / static_cast<double>(values.size()));
+template <class Sum = InOrderSum>
+double standard_deviation(std::span<const double> values, double center) {
+  Sum sum;
+  for (const double value : values) sum.add((value - center) * (value - center));
+  return std::sqrt(sum.total() / static_cast<double>(values.size()));
 }
 
 /// About zero.
-inline double root_mean_square(std::span<const double> values) {
-  double sum = 0.0;
-  for (const double value : values) sum += value * value;
-  return std::sqrt(sum / static_cast<double>(values.size()));
+template <class Sum = InOrderSum>
+double root_mean_square(std::span<const double> values) {
+  Sum sum;
+  for (const double value : values) sum.add(value * value);
+  return std::sqrt(sum.total() / static_cast<double>(values.size()));
 }
 
 }  // namespace vostrel

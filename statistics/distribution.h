@@ -1,0 +1,152 @@
+// The order statistics of values that come in blocks, several times over.
+
+#ifndef VOSTREL_STATISTICS_DISTRIBUTION_H
+#define VOSTREL_STATISTICS_DISTRIBUTION_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "statistics/histogram.h"
+
+namespace vostrel {
+
+/// The values from `low` to `high`, and how many there are below. They are kept, or counted in
+/// cells when there are too many.
+class Bracket {
+ public:
+  /// @param from, to  the bounds of the buckets that the bracket touches.
+  /// @param before    how many values there are below `from`.
+  Bracket(double low, double high, double from, double to, std::uint64_t before)
+      : low_(low), high_(high), from_(from), to_(to), before_(before) {}
+
+  /// Takes values, of which those outside `from` and `to` don't matter.
+  void sift(std::span<const double> values);
+
+  /// Adds what another bracket with the same bounds has taken.
+  void merge(const Bracket& other);
+
+  double low() const { return low_; }
+  double high() const { return high_; }
+  double from() const { return from_; }
+  double to() const { return to_; }
+
+  /// How many values are below `low`, and from `low` to `high`.
+  std::uint64_t below() const { return before_ + below_; }
+  std::uint64_t inside() const { return inside_; }
+
+  /// How many values there are below `bound`, or up to and including it. Nothing when that is not
+  /// known: the bound is not in the bracket, or one cell holds such values and others.
+  std::optional<std::uint64_t> count_below(double bound, bool including) const;
+
+  /// A group of values of which the smallest, the largest and the count are known.
+  struct Cell {
+    double low = 0;
+    double high = 0;
+    std::uint64_t count = 0;
+  };
+
+  /// Whether all values inside are kept.
+  bool keeps_values() const { return cells_.empty(); }
+  std::span<const double> values() const { return values_; }
+
+  /// The values in cells. A value that is kept is a cell of its own.
+  std::vector<Cell> cells() const;
+
+ private:
+  void count_in_cell(double value);
+
+  double low_;
+  double high_;
+  double from_;
+  double to_;
+  std::uint64_t before_;
+  std::uint64_t below_ = 0;  // from `from` to below `low`
+  std::uint64_t inside_ = 0;
+  std::vector<double> values_;
+  std::vector<Cell> cells_;
+};
+
+/// The exact median, MAD, MAD about the median and outlier counts of values that are not kept.
+///
+/// The first pass makes a histogram of the values' leading bits. That gives exact counts between
+/// bucket bounds, and good guesses of all answers. The second pass keeps the values in narrow
+/// brackets about the guesses. What lies in its bracket is then exact. For anything else a further
+/// pass takes a bracket that is certain to hold it. So guesses decide how many passes there are,
+/// and never what comes out.
+///
+/// The values may come in any order and any blocks, the same ones in each pass. They must not be
+/// NaN. Infinities are values like others, except that an infinite median has no distances from it.
+class Distribution {
+ public:
+  /// Takes a value of the first pass.
+  void count(double value) { histogram_.add(value); }
+
+  /// Ends the first pass, which must have had values.
+  /// @param sigma_low, sigma_high  a guess of bounds for the standard deviation.
+  void plan(double sigma_low, double sigma_high);
+
+  /// Whether a later pass needs the value: 0 or 1.
+  std::size_t needs(double value) const { return flags_[histogram_.place(value)]; }
+
+  /// Takes values of a later pass, at least all that it needs.
+  void sift(std::span<const double> values);
+
+  /// Ends a later pass.
+  /// @param sigma  the standard deviation.
+  /// @return whether all answers are known. If not, another pass is needed.
+  bool resolve(double sigma);
+
+  /// Adds what another distribution has taken in the same pass.
+  void merge(const Distribution& other);
+
+  // The answers, once resolve() has returned true.
+
+  /// The median. Its sign is not defined when it is 0.
+  double median() const { return *median_.answer; }
+  /// The median of |value|.
+  double absolute_median() const { return *absolute_.answer; }
+  /// The median of |value - median()|. NaN when the median is infinite.
+  double mad_about_median() const { return *about_median_.answer; }
+  /// For each of outlier_bounds(sigma), how many values have |value| > bound.
+  std::array<std::uint64_t, 5> outliers() const;
+
+ private:
+  // A median to be found: of the values, or of their distances from a center.
+  struct Middle {
+    std::optional<double> answer;
+    // Brackets of the values at that distance on the two sides of the center. One is enough for the
+    // median of the values itself, and where the two would overlap.
+    std::optional<std::size_t> left;
+    std::size_t right = 0;
+  };
+
+  std::uint64_t size() const { return buckets_.back().before + buckets_.back().count; }
+  std::size_t add_bracket(double low, double high);
+  void guess_median();
+  void guess_distances(Middle& middle, double center, double uncertainty);
+  void bracket_distances(Middle& middle, double center, double low, double high);
+  void bracket_distances_surely(Middle& middle, double center);
+  void start_pass();
+  void resolve_median();
+  void resolve_distances(Middle& middle, double center);
+  std::optional<std::uint64_t> count_below(double bound, bool including) const;
+  std::optional<std::uint64_t> count_beyond(double bound) const;
+
+  Histogram histogram_;
+  std::vector<Histogram::Bucket> buckets_;
+  std::vector<std::uint8_t> flags_;  // by place: whether the bucket touches a bracket
+  std::vector<Bracket> brackets_;    // of this pass
+  std::vector<Bracket> next_;        // of the next one
+  Middle median_;
+  Middle absolute_;
+  Middle about_median_;
+  std::array<std::optional<std::uint64_t>, 5> outliers_;
+};
+
+}  // namespace vostrel
+
+#endif  // VOSTREL_STATISTICS_DISTRIBUTION_H

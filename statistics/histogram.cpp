@@ -1,0 +1,127 @@
+#include "statistics/histogram.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace vostrel {
+
+namespace {
+
+constexpr std::size_t kNegative = 2048;  // the exponents of negative values begin here
+
+double width(const Histogram::Bucket& bucket) { return bucket.high - bucket.low; }
+
+// The position in a bucket, from 0 to 1, below which the fraction `part` of its values lies, for a
+// density of 1 + slope * (position - 1/2).
+double position_of(double part, double slope) {
+  const double b = 1 - slope / 2;
+  return 2 * part / (b + std::sqrt(std::max(b * b + 2 * slope * part, 0.0)));
+}
+
+}  // namespace
+
+void Histogram::add_row(std::size_t exponent) {
+  row_of_[exponent] = static_cast<std::uint16_t>(counts_.size() >> kFractionBits);
+  counts_.resize(counts_.size() + kRow);
+}
+
+void Histogram::merge(const Histogram& other) {
+  for (std::size_t exponent = 0; exponent < row_of_.size(); ++exponent) {
+    if (other.row_of_[exponent] == 0) continue;
+    if (row_of_[exponent] == 0) add_row(exponent);
+    const std::size_t from = std::size_t{other.row_of_[exponent]} << kFractionBits;
+    const std::size_t to = std::size_t{row_of_[exponent]} << kFractionBits;
+    for (std::size_t i = 0; i < kRow; ++i) counts_[to + i] += other.counts_[from + i];
+  }
+}
+
+std::vector<Histogram::Bucket> Histogram::buckets() const {
+  std::vector<Bucket> buckets;
+  std::uint64_t before = 0;
+  const auto add = [&](std::size_t exponent, std::size_t fraction) {
+    const std::size_t place = (std::size_t{row_of_[exponent]} << kFractionBits) + fraction;
+    if (place < kRow || counts_[place] == 0) return;
+    const std::uint64_t first = (exponent % kNegative << kFractionBits | fraction) << kShift;
+    const std::uint64_t last = first + (std::uint64_t{1} << kShift) - 1;
+    double low = std::bit_cast<double>(first);
+    double high = std::isinf(low) ? low : std::bit_cast<double>(last);
+    if (exponent >= kNegative) {
+      low = -std::exchange(high, -low);
+    }
+    buckets.push_back({low, high, counts_[place], before, place});
+    before += counts_[place];
+  };
+  for (std::size_t exponent = 2 * kNegative; exponent-- > kNegative;) {
+    if (row_of_[exponent] == 0) continue;
+    for (std::size_t fraction = kRow; fraction-- > 0;) add(exponent, fraction);
+  }
+  for (std::size_t exponent = 0; exponent < kNegative; ++exponent) {
+    if (row_of_[exponent] == 0) continue;
+    for (std::size_t fraction = 0; fraction < kRow; ++fraction) add(exponent, fraction);
+  }
+  return buckets;
+}
+
+double Guess::slope(std::size_t i) const {
+  const auto& here = buckets_[i];
+  if (!(width(here) > 0)) return 0;
+  const auto density_at = [&](std::size_t k, double edge) {
+    const bool touches = edge < here.low ? std::nextafter(buckets_[k].high, here.low) >= here.low
+                                         : std::nextafter(here.high, edge) >= buckets_[k].low;
+    if (!touches || !(width(buckets_[k]) > 0)) return 0.0;
+    return static_cast<double>(buckets_[k].count) / width(buckets_[k]);
+  };
+  double run = width(here);
+  double rise = 0;
+  if (i > 0) {
+    rise -= density_at(i - 1, buckets_[i - 1].low);
+    run += width(buckets_[i - 1]) / 2;
+  }
+  if (i + 1 < buckets_.size()) {
+    rise += density_at(i + 1, buckets_[i + 1].high);
+    run += width(buckets_[i + 1]) / 2;
+  }
+  const double here_density = static_cast<double>(here.count) / width(here);
+  const double slope = rise / run * width(here) / here_density;
+  return std::isfinite(slope) ? std::clamp(slope, -1.0, 1.0) : 0;
+}
+
+double Guess::below(double value) const {
+  const auto bucket =
+      std::lower_bound(buckets_.begin(), buckets_.end(), value,
+                       [](const Histogram::Bucket& b, double v) { return b.high < v; });
+  if (bucket == buckets_.end()) {
+    return static_cast<double>(buckets_.back().before + buckets_.back().count);
+  }
+  const auto before = static_cast<double>(bucket->before);
+  if (value <= bucket->low || !(width(*bucket) > 0)) return before;
+  const double u = (value - bucket->low) / width(*bucket);
+  const double s = slope(static_cast<std::size_t>(bucket - buckets_.begin()));
+  return before + static_cast<double>(bucket->count) * (u + s / 2 * (u * u - u));
+}
+
+double Guess::value(double rank) const {
+  auto bucket = std::upper_bound(buckets_.begin(), buckets_.end(), rank,
+                                 [](double r, const Histogram::Bucket& b) {
+                                   return r < static_cast<double>(b.before + b.count);
+                                 });
+  if (bucket == buckets_.end()) --bucket;
+  if (!(width(*bucket) > 0)) return bucket->low;
+  const double part =
+      (rank - static_cast<double>(bucket->before)) / static_cast<double>(bucket->count);
+  const double s = slope(static_cast<std::size_t>(bucket - buckets_.begin()));
+  const double u = position_of(std::clamp(part, 0.0, 1.0), s);
+  return std::clamp(bucket->low + u * width(*bucket), bucket->low, bucket->high);
+}
+
+std::pair<double, double> Guess::density(double value) const {
+  const auto bucket =
+      std::lower_bound(buckets_.begin(), buckets_.end(), value,
+                       [](const Histogram::Bucket& b, double v) { return b.high < v; });
+  if (bucket == buckets_.end() || value < bucket->low || !(width(*bucket) > 0)) return {0, 0};
+  const auto count = static_cast<double>(bucket->count);
+  return {count / width(*bucket), count};
+}
+
+}  // namespace vostrel

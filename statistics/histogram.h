@@ -1,0 +1,89 @@
+// How many values share their leading bits.
+
+#ifndef VOSTREL_STATISTICS_HISTOGRAM_H
+#define VOSTREL_STATISTICS_HISTOGRAM_H
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace vostrel {
+
+/// Counts values in buckets: a bucket holds the values that share sign, exponent and the first
+/// seven bits of the fraction, so it is 1/128 wide relative to its values. Buckets order as values
+/// do.
+///
+/// Takes memory for the exponents that occur, a kilobyte each. Values must not be NaN.
+class Histogram {
+ public:
+  /// Counts a value.
+  void add(double value) { ++counts_[place_or_new(value)]; }
+
+  /// Adds the counts of another histogram.
+  void merge(const Histogram& other);
+
+  /// Where the bucket of `value` stands, below places(). 0 for a bucket whose exponent has not
+  /// occurred.
+  std::size_t place(double value) const {
+    const std::uint64_t bits = std::bit_cast<std::uint64_t>(value) >> kShift;
+    return (std::size_t{row_of_[bits >> kFractionBits]} << kFractionBits) + (bits & (kRow - 1));
+  }
+  std::size_t places() const { return counts_.size(); }
+
+  /// A bucket that holds values.
+  struct Bucket {
+    double low;   // the smallest value that it may hold
+    double high;  // and the largest
+    std::uint64_t count;
+    std::uint64_t before;  // values in all buckets below
+    std::size_t place;
+  };
+
+  /// The buckets that hold values, in ascending order.
+  std::vector<Bucket> buckets() const;
+
+ private:
+  static constexpr int kFractionBits = 7;
+  static constexpr int kShift = 52 - kFractionBits;
+  static constexpr std::size_t kRow = std::size_t{1} << kFractionBits;
+
+  std::size_t place_or_new(double value) {
+    const std::size_t found = place(value);
+    if (found >= kRow) [[likely]]
+      return found;
+    add_row(std::bit_cast<std::uint64_t>(value) >> 52);
+    return place(value);
+  }
+  void add_row(std::size_t exponent);
+
+  std::array<std::uint16_t, 4096> row_of_{};  // by sign and exponent; 0 where none has occurred
+  std::vector<std::uint64_t> counts_ = std::vector<std::uint64_t>(kRow);
+};
+
+/// Guesses from the buckets of a histogram. Inside a bucket, the density of values is taken as a
+/// straight line that its neighbours suggest.
+class Guess {
+ public:
+  explicit Guess(const std::vector<Histogram::Bucket>& buckets) : buckets_(buckets) {}
+
+  /// How many values lie below `value`.
+  double below(double value) const;
+
+  /// The value below which `rank` values lie.
+  double value(double rank) const;
+
+  /// Values per unit about `value`, and how many its bucket holds.
+  std::pair<double, double> density(double value) const;
+
+ private:
+  double slope(std::size_t i) const;
+
+  const std::vector<Histogram::Bucket>& buckets_;
+};
+
+}  // namespace vostrel
+
+#endif  // VOSTREL_STATISTICS_HISTOGRAM_H

@@ -1,0 +1,233 @@
+// The passes, held bit for bit against the class on the same doubles, which takes each statistic by
+// its definition on a vector of residuals.
+
+#include "statistics/passes.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "tests/support/bits.h"
+#include "tests/support/open_utils.h"
+#include "tests/support/random.h"
+#include "utils/statistics_of.h"
+
+namespace {
+
+using Values = std::vector<double>;
+
+struct Data {
+  Values reference;
+  Values estimate;
+};
+
+vostrel::PointStatistics of_the_class(const Data& data) {
+  OpenUtils run = loaded(data.reference, data.estimate);
+  run.CalculateDelta();
+  run.CalculateDeltaNorm();
+  run.CalculateBias();
+  run.CalculateBiasNorm();
+  run.CalculateSigma();
+  run.CalculateSigmaNorm();
+  run.CalculateRMS();
+  run.CalculateRMSNorm();
+  run.CalculateMADDeltaz();
+  run.CalculateMADDeltazNorm();
+  run.CalculateMAD();
+  run.CalculateMADNorm();
+  run.CalculateNMAD();
+  run.CalculateNMADNorm();
+  run.CalculateOutliers();
+  run.CalculateOutliersNorm();
+  return statistics_of(run);
+}
+
+// In blocks of random sizes, others in each pass.
+vostrel::PointStatistics in_blocks(const Data& data, Random& random, int& passes) {
+  vostrel::Passes state(vostrel::Sums::kInOrder);
+  for (passes = 0; state.needs_another_pass(); ++passes) {
+    std::span<const double> reference = data.reference;
+    std::span<const double> estimate = data.estimate;
+    while (!reference.empty()) {
+      const std::size_t count = std::min(reference.size(), random.below(3000));
+      state.add(reference.first(count), estimate.first(count));
+      reference = reference.subspan(count);
+      estimate = estimate.subspan(count);
+    }
+    state.end_pass();
+    if (passes > 20) break;
+  }
+  return state.result();
+}
+
+void expect_same(const vostrel::ResidualStatistics& actual,
+                 const vostrel::ResidualStatistics& expected, const std::string& what) {
+  for (const auto& statistic : vostrel::kStatistics) {
+    const double is = actual.*statistic.member;
+    const double should = expected.*statistic.member;
+    if (std::isnan(is) && std::isnan(should)) continue;
+    ASSERT_EQ(bits_of(is), bits_of(should))
+        << what << ": " << statistic.label << ' ' << is << ' ' << should;
+  }
+}
+
+// Returns the number of passes.
+int expect_the_class(const Data& data, Random& random, const std::string& what) {
+  int passes = 0;
+  const auto expected = of_the_class(data);
+  const auto actual = in_blocks(data, random, passes);
+  EXPECT_EQ(actual.n, expected.n);
+  expect_same(actual.delta, expected.delta, what + " delta");
+  expect_same(actual.norm, expected.norm, what + " norm");
+  return passes;
+}
+
+double normal(Random& random) {
+  double sum = -6;
+  for (int i = 0; i < 12; ++i) sum += random.fraction();
+  return sum;
+}
+
+// Data whose residuals are made to break brackets: repeats, gaps, one bucket, all buckets.
+Data drawn(Random& random, std::size_t n, std::size_t kind) {
+  Data data{Values(n), Values(n)};
+  const double shift = random.one_in(2) ? 0 : random.fraction() * 0.1;
+  const double grid = std::ldexp(1.0, -static_cast<int>(random.below(30)));
+  for (std::size_t i = 0; i < n; ++i) {
+    double residual = 0;
+    double reference = 3 * random.fraction();
+    switch (kind) {
+      case 0:
+        residual = shift + 0.03 * normal(random);
+        break;
+      case 1:
+        residual = shift + 0.03 * normal(random) / random.fraction();
+        break;
+      case 2:
+        residual = grid * std::floor(normal(random) / grid / 8);
+        reference = 0;
+        break;
+      case 3:
+        residual = 0.1;
+        reference = 0;
+        break;
+      case 4:
+        residual = random.one_in(2) ? 0.1 : -0.3;
+        reference = 0;
+        break;
+      case 5:
+        residual = std::nextafter(0.15, random.one_in(2) ? 0 : 1);
+        reference = 0;
+        break;
+      case 6:
+        residual = 1 + static_cast<double>(random.below(1 << 20)) * 0x1p-52;
+        reference = 0;
+        break;
+      case 7:
+        residual = 1 + normal(random) * 1e-9;
+        reference = 0;
+        break;
+      case 8:
+        residual = std::ldexp(normal(random), static_cast<int>(random.below(1900)) - 950);
+        reference = 0;
+        break;
+      case 9:
+        residual = random.one_in(3) ? (random.one_in(2) ? 0.0 : -0.0) : 1e-3 * normal(random);
+        reference = -0.0;
+        break;
+      case 10:
+        residual = random.one_in(100) ? kInfinity : normal(random);
+        break;
+      case 11:
+        residual = random.one_in(2) ? -kInfinity : normal(random);
+        break;
+      case 12:
+        residual = random.one_in(50) ? kNaN : normal(random);
+        break;
+      case 13:
+        reference = random.one_in(20) ? -1 : normal(random);
+        residual = random.one_in(9) ? 0 : normal(random);
+        break;
+      case 14:
+        residual = static_cast<double>(i) / static_cast<double>(n);
+        reference = 0;
+        break;  // sorted
+      case 15:
+        residual = i < n / 2 ? -1 - normal(random) * 1e-12 : 1 + normal(random) * 1e-12;
+        reference = 0;
+        break;
+      case 16:
+        residual =
+            std::ldexp(1.0, -static_cast<int>(random.below(8))) * (random.one_in(2) ? 1 : -1);
+        reference = 0;
+        break;
+      default:
+        residual = 1e5 * normal(random);
+        reference = 1e6 * random.fraction();
+        break;
+    }
+    data.reference[i] = reference;
+    data.estimate[i] = reference - residual;
+  }
+  return data;
+}
+
+constexpr std::size_t kKinds = 18;
+
+TEST(Passes, OfFewObjectsAreTheClass) {
+  Random random;
+  for (int round = 0; round < rounds(20000); ++round) {
+    const std::size_t kind = random.below(kKinds);
+    const Data data = drawn(random, random.below(60), kind);
+    expect_the_class(data, random, "kind " + std::to_string(kind));
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(Passes, OfManyObjectsAreTheClass) {
+  Random random;
+  for (int round = 0; round < rounds(400); ++round) {
+    const std::size_t kind = static_cast<std::size_t>(round) % kKinds;
+    const Data data = drawn(random, 8180 + random.below(random.one_in(4) ? 90000 : 9000), kind);
+    expect_the_class(
+        data, random,
+        "kind " + std::to_string(kind) + " of " + std::to_string(data.reference.size()));
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(Passes, AreTwoForOrdinaryData) {
+  Random random(1);
+  EXPECT_EQ(expect_the_class(drawn(random, 100000, 0), random, "normal"), 2);
+  EXPECT_LE(expect_the_class(drawn(random, 100000, 1), random, "heavy tails"), 3);
+  EXPECT_EQ(expect_the_class(drawn(random, 8000, 0), random, "few"), 1);
+}
+
+TEST(Passes, OfNoObjectsGiveNaN) {
+  const auto none = vostrel::point_statistics({}, {});
+  EXPECT_EQ(none.n, 0U);
+  for (const auto& statistic : vostrel::kStatistics) {
+    EXPECT_TRUE(std::isnan(none.delta.*statistic.member)) << statistic.label;
+    EXPECT_TRUE(std::isnan(none.norm.*statistic.member)) << statistic.label;
+  }
+}
+
+TEST(Passes, RefuseWhatDoesNotBelongTogether) {
+  const Values one = {1};
+  const Values two = {1, 2};
+  EXPECT_THROW(vostrel::point_statistics(one, two), std::invalid_argument);
+  vostrel::Passes passes(vostrel::Sums::kInOrder);
+  EXPECT_THROW(passes.result(), std::logic_error);
+  const Values many(20000);
+  passes.add(many, many);
+  EXPECT_TRUE(passes.end_pass());
+  passes.add(one, one);
+  EXPECT_THROW(passes.end_pass(), std::invalid_argument);
+}
+
+}  // namespace
