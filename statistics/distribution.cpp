@@ -32,31 +32,12 @@ double expected_count(double count) {
   return std::min(16 + 10 * std::sqrt(count) + count / 64, kExpected);
 }
 
-// The middle ranks of n values: the same one twice when n is odd.
-struct Ranks {
-  std::uint64_t lower;
-  std::uint64_t upper;
-  explicit Ranks(std::uint64_t n) : lower(n % 2 == 0 ? n / 2 - 1 : n / 2), upper(n / 2) {}
-  double middle() const {
-    return (static_cast<double>(lower) + static_cast<double>(upper)) / 2 + 0.5;
-  }
-  // The values of the two ranks, of which `below` values are not among `values`.
-  std::pair<double, double> select(std::vector<double>& values, std::uint64_t below) const {
-    const auto at = values.begin() + static_cast<std::ptrdiff_t>(lower - below);
-    std::nth_element(values.begin(), at, values.end());
-    return {*at, lower == upper ? *at : *std::min_element(at + 1, values.end())};
-  }
-  // The same sum as in order_statistics.cpp.
-  double median_of(double at_lower, double at_upper) const {
-    return lower == upper ? at_upper : (at_upper + at_lower) / 2.0;
-  }
-};
-
 // A group of values of which only bounds and count are known, as in Bracket.
 using Cell = Bracket::Cell;
 
 // Bounds of the value of `rank` among the values of the cells.
 std::pair<double, double> bounds_of_rank(std::vector<Cell>& cells, std::uint64_t rank) {
+  std::erase_if(cells, [](const Cell& cell) { return cell.count == 0; });
   const auto first_beyond = [&](double Cell::*bound) {
     std::sort(cells.begin(), cells.end(),
               [bound](const Cell& a, const Cell& b) { return a.*bound < b.*bound; });
@@ -164,15 +145,6 @@ std::optional<std::uint64_t> Bracket::count_below(double bound, bool including) 
   return count;
 }
 
-std::vector<Cell> Bracket::cells() const {
-  std::vector<Cell> cells;
-  for (const double value : values_) cells.push_back({value, value, 1});
-  for (const Cell& cell : cells_) {
-    if (cell.count != 0) cells.push_back(cell);
-  }
-  return cells;
-}
-
 // ---- the plan ----
 
 std::size_t Distribution::add_bracket(double low, double high) {
@@ -193,18 +165,18 @@ std::size_t Distribution::add_bracket(double low, double high) {
 
 void Distribution::guess_median() {
   const Guess guess(buckets_);
-  const double center = guess.value(Ranks(size()).middle());
+  const double center = guess.value(static_cast<double>(size()) / 2);
   const auto [density, count] = guess.density(center);
   double width = expected_count(count) / 2 / density;
   if (!std::isfinite(width)) width = 0;
-  median_.right = add_bracket(center - width, center + width);
+  median_.lower.right = median_.upper.right = add_bracket(center - width, center + width);
   if (std::isfinite(center)) guess_distances(about_median_, center, width);
 }
 
 // Brackets for the median of the distances from a center that is known up to `uncertainty`.
 void Distribution::guess_distances(Middle& middle, double center, double uncertainty) {
   const Guess guess(buckets_);
-  const double rank = Ranks(size()).middle();
+  const double rank = static_cast<double>(size()) / 2;
   double low = 0;
   double high = 0;  // of the finite values
   for (const auto* bucket : {&buckets_.front(), &buckets_.back()}) {
@@ -223,35 +195,44 @@ void Distribution::guess_distances(Middle& middle, double center, double uncerta
   const double half = expected_count(right_count + left_count) / 2;
   double width = half / (right_density + left_density) + uncertainty;
   if (!std::isfinite(width)) width = uncertainty;
-  bracket_distances(middle, center, std::max(high - width, 0.0), high + width);
+  bracket_distances(middle.lower, center, std::max(high - width, 0.0), high + width);
+  middle.upper.left = middle.lower.left;
+  middle.upper.right = middle.lower.right;
 }
 
 // Brackets for the values at distances from `low` to `high`, a few roundings wider.
-void Distribution::bracket_distances(Middle& middle, double center, double low, double high) {
+void Distribution::bracket_distances(Place& place, double center, double low, double high) {
   const double slack = 4 * std::numeric_limits<double>::epsilon() * (std::fabs(center) + high);
   low -= slack;
   high += slack;
   if (low > 0 && center - low < center + low) {
-    middle.left = add_bracket(center - high, center - low);
-    middle.right = add_bracket(center + low, center + high);
+    place.left = add_bracket(center - high, center - low);
+    place.right = add_bracket(center + low, center + high);
   } else {
-    middle.left.reset();
-    middle.right = add_bracket(center - high, center + high);
+    place.left.reset();
+    place.right = add_bracket(center - high, center + high);
   }
 }
 
-// Brackets that hold the median of the distances for certain, since the buckets' bounds do.
-void Distribution::bracket_distances_surely(Middle& middle, double center) {
+// Brackets that hold the place for certain, because the buckets' bounds do.
+void Distribution::bracket_surely(Place& place, std::optional<double> center) {
   std::vector<Cell> cells;
   for (const auto& bucket : buckets_) cells.push_back({bucket.low, bucket.high, bucket.count});
-  make_distances(cells, center);
-  const Ranks ranks(size());
-  const double low = bounds_of_rank(cells, ranks.lower).first;
-  bracket_distances(middle, center, low, bounds_of_rank(cells, ranks.upper).second);
+  if (center) make_distances(cells, *center);
+  const auto [low, high] = bounds_of_rank(cells, place.rank);
+  if (center) {
+    bracket_distances(place, *center, low, high);
+  } else {
+    place.right = add_bracket(low, high);
+  }
 }
 
 void Distribution::plan(double sigma_low, double sigma_high) {
   buckets_ = histogram_.buckets();
+  for (Middle* middle : {&median_, &absolute_, &about_median_}) {
+    middle->lower.rank = (size() - 1) / 2;
+    middle->upper.rank = size() / 2;
+  }
   guess_median();
   guess_distances(absolute_, 0, 0);
   const auto lows = outlier_bounds(sigma_low);
@@ -288,14 +269,28 @@ void Distribution::merge(const Distribution& other) {
 
 // ---- the answers ----
 
+double Distribution::Middle::median() const {
+  // The same sum as in order_statistics.cpp.
+  return lower.rank == upper.rank ? *upper.value : (*upper.value + *lower.value) / 2.0;
+}
+
 bool Distribution::resolve(double sigma) {
-  if (!median_.answer) resolve_median();
-  if (!absolute_.answer) resolve_distances(absolute_, 0);
-  if (!about_median_.answer && median_.answer) {
-    if (std::isfinite(*median_.answer)) {
-      resolve_distances(about_median_, *median_.answer);
+  resolve(absolute_, 0.0);
+  if (!median_.is_known()) {
+    resolve(median_, std::nullopt);
+    if (!median_.is_known()) {
+      const Place& open = median_.lower.value ? median_.upper : median_.lower;
+      const Bracket& bracket = next_[open.right];
+      const double center = bracket.low() / 2 + bracket.high() / 2;
+      if (std::isfinite(center)) guess_distances(about_median_, center, bracket.high() - center);
+    }
+  }
+  if (median_.is_known()) {
+    if (std::isfinite(median())) {
+      resolve(about_median_, median());
     } else {
-      about_median_.answer = std::numeric_limits<double>::quiet_NaN();
+      about_median_.lower.value = about_median_.upper.value =
+          std::numeric_limits<double>::quiet_NaN();
     }
   }
   const auto bounds = outlier_bounds(sigma);
@@ -317,90 +312,87 @@ std::array<std::uint64_t, 5> Distribution::outliers() const {
   return counts;
 }
 
-void Distribution::resolve_median() {
-  const Ranks ranks(size());
-  const Bracket& bracket = brackets_[median_.right];
-  const std::uint64_t below = bracket.below();
-  if (ranks.lower < below || ranks.upper >= below + bracket.inside()) {
-    // The guess was wrong. The buckets of the two ranks hold the median for certain.
-    const auto bucket_of = [&](std::uint64_t rank) {
-      return *std::upper_bound(
-          buckets_.begin(), buckets_.end(), rank,
-          [](std::uint64_t r, const Histogram::Bucket& b) { return r < b.before + b.count; });
-    };
-    median_.right = add_bracket(bucket_of(ranks.lower).low, bucket_of(ranks.upper).high);
-  } else if (bracket.keeps_values()) {
-    std::vector<double> values(bracket.values().begin(), bracket.values().end());
-    const auto [at_lower, at_upper] = ranks.select(values, below);
-    median_.answer = ranks.median_of(at_lower, at_upper);
-    return;
+void Distribution::resolve(Middle& middle, std::optional<double> center) {
+  resolve(middle.upper, center);
+  if (middle.lower.rank == middle.upper.rank) {
+    middle.lower = middle.upper;
   } else {
-    std::vector<Cell> cells = bracket.cells();
-    const auto lower = bounds_of_rank(cells, ranks.lower - below);
-    const auto upper = bounds_of_rank(cells, ranks.upper - below);
-    if (lower.first == lower.second && upper.first == upper.second) {
-      median_.answer = ranks.median_of(lower.first, upper.first);
-      return;
-    }
-    median_.right = add_bracket(lower.first, upper.second);
-  }
-  // The brackets of the distances from the median depend on it.
-  const Bracket& again = next_[median_.right];
-  const double center = again.low() / 2 + again.high() / 2;
-  if (std::isfinite(center)) {
-    guess_distances(about_median_, center, again.high() / 2 - again.low() / 2);
+    resolve(middle.lower, center);
   }
 }
 
-// Inside the two brackets lie values nearer to the center, outside of them more distant ones. How
-// near and how distant is told by the distances of the bounds, since subtraction and its rounding
-// keep the order. A distance between those limits has its rank among all distances for certain.
-void Distribution::resolve_distances(Middle& middle, double center) {
-  const Ranks ranks(size());
-  const Bracket& right = brackets_[middle.right];
-  const Bracket* const left = middle.left ? &brackets_[*middle.left] : nullptr;
-  std::uint64_t nearer = 0;
-  double nearest = 0;
-  if (left != nullptr) {
-    nearer = right.below() - (left->below() + left->inside());
-    nearest = std::max(std::fabs(left->high() - center), std::fabs(right.low() - center));
+// Without a center the place is one among the values.
+void Distribution::resolve(Place& place, std::optional<double> center) {
+  if (place.value) return;
+  const auto bounds = bounds_of(place, center);
+  if (!bounds) {
+    bracket_surely(place, center);
+  } else if (bounds->first == bounds->second) {
+    place.value = bounds->first;
+  } else if (center) {
+    bracket_distances(place, *center, bounds->first, bounds->second);
+  } else {
+    place.right = add_bracket(bounds->first, bounds->second);
   }
-  const double lowest = left != nullptr ? left->low() : right.low();
-  const double farthest = std::min(std::fabs(lowest - center), std::fabs(right.high() - center));
-  const std::uint64_t inside = right.inside() + (left != nullptr ? left->inside() : 0);
+}
 
-  if (ranks.lower >= nearer && ranks.upper < nearer + inside) {
-    if (right.keeps_values() && (left == nullptr || left->keeps_values())) {
-      std::vector<double> distances;
-      distances.reserve(inside);
-      for (const Bracket* bracket : {left, &right}) {
-        if (bracket == nullptr) continue;
-        for (const double value : bracket->values()) distances.push_back(std::fabs(value - center));
-      }
-      const auto [at_lower, at_upper] = ranks.select(distances, nearer);
-      if (at_lower >= nearest && at_upper <= farthest) {
-        middle.answer = ranks.median_of(at_lower, at_upper);
-        return;
-      }
-    } else {
-      std::vector<Cell> cells = right.cells();
-      if (left != nullptr) {
-        for (const Cell& cell : left->cells()) cells.push_back(cell);
-      }
-      make_distances(cells, center);
-      const auto lower = bounds_of_rank(cells, ranks.lower - nearer);
-      const auto upper = bounds_of_rank(cells, ranks.upper - nearer);
-      if (lower.first >= nearest && upper.second <= farthest) {
-        if (lower.first == lower.second && upper.first == upper.second) {
-          middle.answer = ranks.median_of(lower.first, upper.first);
-        } else {
-          bracket_distances(middle, center, lower.first, upper.second);
-        }
-        return;
-      }
+// Bounds of the value of a place, which are equal when it is known. Nothing when the value is not
+// in its brackets.
+//
+// Between the two brackets lie the values nearer to the center, outside of them the more distant
+// ones. The distances of the brackets' bounds tell how near and how distant, since a subtraction
+// and its rounding keep the order. Between those limits all distances are in the brackets, so a
+// distance there has its rank among all of them.
+std::optional<std::pair<double, double>> Distribution::bounds_of(
+    const Place& place, std::optional<double> center) const {
+  std::vector<const Bracket*> brackets = {&brackets_[place.right]};
+  if (place.left) brackets.push_back(&brackets_[*place.left]);
+
+  std::uint64_t before = brackets_[place.right].below();
+  double nearest = -kInfinity;
+  double farthest = kInfinity;
+  if (center) {
+    const Bracket& right = brackets_[place.right];
+    const Bracket& left = place.left ? brackets_[*place.left] : right;
+    farthest = std::min(std::fabs(left.low() - *center), std::fabs(right.high() - *center));
+    before = 0;
+    if (place.left) {
+      before = right.below() - (left.below() + left.inside());
+      nearest = std::max(std::fabs(left.high() - *center), std::fabs(right.low() - *center));
     }
   }
-  bracket_distances_surely(middle, center);
+  std::uint64_t inside = 0;
+  bool all_kept = true;
+  for (const Bracket* bracket : brackets) {
+    inside += bracket->inside();
+    all_kept = all_kept && bracket->cells().empty();
+  }
+  if (place.rank < before || place.rank >= before + inside) return std::nullopt;
+  const std::uint64_t rank = place.rank - before;
+
+  std::pair<double, double> bounds;
+  if (all_kept) {
+    std::vector<double> values;
+    values.reserve(inside);
+    for (const Bracket* bracket : brackets) {
+      for (const double value : bracket->values()) {
+        values.push_back(center ? std::fabs(value - *center) : value);
+      }
+    }
+    const auto at = values.begin() + static_cast<std::ptrdiff_t>(rank);
+    std::nth_element(values.begin(), at, values.end());
+    bounds = {*at, *at};
+  } else {
+    std::vector<Cell> cells;
+    for (const Bracket* bracket : brackets) {
+      for (const double value : bracket->values()) cells.push_back({value, value, 1});
+      cells.insert(cells.end(), bracket->cells().begin(), bracket->cells().end());
+    }
+    if (center) make_distances(cells, *center);
+    bounds = bounds_of_rank(cells, rank);
+  }
+  if (bounds.first < nearest || bounds.second > farthest) return std::nullopt;
+  return bounds;
 }
 
 std::optional<std::uint64_t> Distribution::count_below(double bound, bool including) const {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "statistics/histogram.h"
@@ -49,12 +50,11 @@ class Bracket {
     std::uint64_t count = 0;
   };
 
-  /// Whether all values inside are kept.
-  bool keeps_values() const { return cells_.empty(); }
+  /// The values inside, if all of them are kept, and otherwise none.
   std::span<const double> values() const { return values_; }
 
-  /// The values in cells. A value that is kept is a cell of its own.
-  std::vector<Cell> cells() const;
+  /// The cells of the values inside, if not all are kept, and otherwise none. Some may be empty.
+  std::span<const Cell> cells() const { return cells_; }
 
  private:
   void count_in_cell(double value);
@@ -106,33 +106,44 @@ class Distribution {
   // The answers, once resolve() has returned true.
 
   /// The median. Its sign is not defined when it is 0.
-  double median() const { return *median_.answer; }
+  double median() const { return median_.median(); }
   /// The median of |value|.
-  double absolute_median() const { return *absolute_.answer; }
+  double absolute_median() const { return absolute_.median(); }
   /// The median of |value - median()|. NaN when the median is infinite.
-  double mad_about_median() const { return *about_median_.answer; }
+  double mad_about_median() const { return about_median_.median(); }
   /// For each of outlier_bounds(sigma), how many values have |value| > bound.
   std::array<std::uint64_t, 5> outliers() const;
 
  private:
-  // A median to be found: of the values, or of their distances from a center.
-  struct Middle {
-    std::optional<double> answer;
-    // Brackets of the values at that distance on the two sides of the center. One is enough for the
-    // median of the values itself, and where the two would overlap.
+  // A value to be found by its rank, among the values or among their distances from a center.
+  struct Place {
+    std::uint64_t rank = 0;
+    std::optional<double> value;
+    // Brackets of the values at that distance on the two sides of the center. One is enough among
+    // the values themselves, and where the two would overlap.
     std::optional<std::size_t> left;
     std::size_t right = 0;
+  };
+
+  // The two middle values, which are one for an odd number of values.
+  struct Middle {
+    Place lower;
+    Place upper;
+    bool is_known() const { return lower.value && upper.value; }
+    double median() const;
   };
 
   std::uint64_t size() const { return buckets_.back().before + buckets_.back().count; }
   std::size_t add_bracket(double low, double high);
   void guess_median();
   void guess_distances(Middle& middle, double center, double uncertainty);
-  void bracket_distances(Middle& middle, double center, double low, double high);
-  void bracket_distances_surely(Middle& middle, double center);
+  void bracket_distances(Place& place, double center, double low, double high);
+  void bracket_surely(Place& place, std::optional<double> center);
   void start_pass();
-  void resolve_median();
-  void resolve_distances(Middle& middle, double center);
+  void resolve(Middle& middle, std::optional<double> center);
+  void resolve(Place& place, std::optional<double> center);
+  std::optional<std::pair<double, double>> bounds_of(const Place& place,
+                                                     std::optional<double> center) const;
   std::optional<std::uint64_t> count_below(double bound, bool including) const;
   std::optional<std::uint64_t> count_beyond(double bound) const;
 

@@ -60,7 +60,7 @@ vostrel::PointStatistics in_blocks(const Data& data, Random& random, int& passes
       estimate = estimate.subspan(count);
     }
     state.end_pass();
-    if (passes > 20) break;
+    if (passes > 20) throw std::logic_error("the passes don't end");
   }
   return state.result();
 }
@@ -80,6 +80,7 @@ void expect_same(const vostrel::ResidualStatistics& actual,
 int expect_the_class(const Data& data, Random& random, const std::string& what) {
   int passes = 0;
   const auto expected = of_the_class(data);
+  SCOPED_TRACE(what);
   const auto actual = in_blocks(data, random, passes);
   EXPECT_EQ(actual.n, expected.n);
   expect_same(actual.delta, expected.delta, what + " delta");
