@@ -1,4 +1,4 @@
-// The release. This is its one place: CMake, the manuals, the packages and vostrel-plot read it here.
+// The release. CMake, the manuals and the packages read it here, in its one place.
 
 #ifndef VOSTREL_VERSION_H
 #define VOSTREL_VERSION_H

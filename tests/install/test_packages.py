@@ -6,7 +6,7 @@ import shutil
 import subprocess
 
 import pytest
-from conftest import CMAKE, CONSUMER, CONSUMER_OUTPUT, RELEASE, SOURCE, VERSION, dead_links, need, run
+from conftest import CMAKE, CONSUMER, CONSUMER_OUTPUT, RELEASE, VERSION, dead_links, need, run
 
 PYTHON = "/usr/bin/python3"  # for which the package is made
 
