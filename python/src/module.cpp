@@ -5,14 +5,20 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <cmath>
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "python/src/passes_for_now.h"
 #include "python/src/rows.h"
+#include "statistics/binned.h"
+#include "statistics/lsst.h"
+#include "statistics/passes.h"
+#include "statistics/ranks.h"
 #include "statistics/statistics.h"
 #include "version.h"
 
@@ -46,6 +52,33 @@ void for_each_block(Rows& rows, Use use) {
     }
   }
 }
+
+// Takes the objects with NaN out of a block.
+class NanFilter {
+ public:
+  /// Calls left_out(by) for each object with NaN in reference or estimate.
+  template <class LeftOut>
+  Block operator()(const Block& block, LeftOut left_out) {
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < block.by.size(); ++i) {
+      if (std::isnan(block.reference[i]) || std::isnan(block.estimate[i])) {
+        left_out(block.by[i]);
+      } else if (!std::isnan(block.by[i])) {
+        reference_[kept] = block.reference[i];
+        estimate_[kept] = block.estimate[i];
+        by_[kept++] = block.by[i];
+      }
+    }
+    return {{reference_.data(), kept}, {estimate_.data(), kept}, {by_.data(), kept}};
+  }
+
+ private:
+  std::vector<double> reference_ = std::vector<double>(Rows::kBlock);
+  std::vector<double> estimate_ = std::vector<double>(Rows::kBlock);
+  std::vector<double> by_ = std::vector<double>(Rows::kBlock);
+};
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 // The arrays must outlive the column: the caller's list holds them.
 Column column_of(const py::array& values) {
@@ -87,25 +120,162 @@ py::tuple tuple_of(const ResidualStatistics& statistics) {
   return result;
 }
 
+// Goes over the rows as often as it takes. Stops when there is a NaN that is not allowed.
+// Requires that the GIL is released.
+template <class SomePasses, class Add>
+bool complete(SomePasses& passes, Rows& rows, bool omit_nan, Add add) {
+  const auto has_nan = [&] { return !omit_nan && rows.nan() != 0; };
+  do {
+    for_each_block(rows, [&](const Block& block) {
+      if (!has_nan()) add(block);
+    });
+    if (has_nan()) return false;
+  } while (passes.end_pass());
+  return true;
+}
+
 // (n, n_masked, n_nan, delta, norm), the last two None when there is a NaN that isn't left out.
 py::tuple compute_point_statistics(const Arrays& columns, const Arrays& masks, bool omit_nan) {
   Rows rows = rows_of(columns, masks, omit_nan);
   std::optional<PointStatistics> statistics;
   {
     const py::gil_scoped_release release;
-    Passes passes(Passes::Sums::kInOrder);
-    const auto has_nan = [&] { return !omit_nan && rows.nan() != 0; };
-    do {
-      for_each_block(rows, [&](const Block& block) {
-        if (!has_nan()) passes.add(block.reference, block.estimate);
-      });
-    } while (!has_nan() && passes.end_pass());
-    if (!has_nan()) statistics = passes.result();
+    Passes passes(Sums::kInOrder);
+    const auto add = [&](const Block& block) { passes.add(block.reference, block.estimate); };
+    if (complete(passes, rows, omit_nan, add)) statistics = passes.result();
   }
   const py::object none = py::none();
   return py::make_tuple(rows.kept(), rows.masked(), rows.nan(),
                         statistics ? py::object(tuple_of(statistics->delta)) : none,
                         statistics ? py::object(tuple_of(statistics->norm)) : none);
+}
+
+// What a first look at the objects tells.
+struct Survey {
+  std::size_t n = 0;
+  std::size_t masked = 0;
+  std::size_t nan = 0;
+  double low = std::numeric_limits<double>::infinity();  // of the last column, without NaN
+  double high = -std::numeric_limits<double>::infinity();
+};
+
+// Requires that the GIL is released.
+Survey survey_rows(Rows& rows) {
+  Survey survey;
+  for_each_block(rows, [&](const Block& block) {
+    for (const double value : block.by.empty() ? block.reference : block.by) {
+      if (value < survey.low) survey.low = value;
+      if (value > survey.high) survey.high = value;
+    }
+  });
+  survey.n = rows.kept();
+  survey.masked = rows.masked();
+  survey.nan = rows.nan();
+  return survey;
+}
+
+// (n, n_masked, n_nan, low, high), the last two of the last of three columns or the first of two.
+py::tuple survey(const Arrays& columns, const Arrays& masks, bool omit_nan) {
+  Rows rows = rows_of(columns, masks, omit_nan);
+  Survey found;
+  {
+    const py::gil_scoped_release release;
+    found = survey_rows(rows);
+  }
+  return py::make_tuple(found.n, found.masked, found.nan, found.low, found.high);
+}
+
+// The values of some ranks in one column, without NaN.
+py::array_t<double> order_values(const Arrays& columns, const Arrays& masks, std::uint64_t n,
+                                 std::vector<std::uint64_t> places) {
+  Rows rows = rows_of(columns, masks, true);
+  std::vector<double> values;
+  {
+    const py::gil_scoped_release release;
+    Ranks ranks(n, std::move(places));
+    const auto add = [&](const Block& block) {
+      ranks.add(block.by.empty() ? block.reference : block.by);
+    };
+    complete(ranks, rows, true, add);
+    values = ranks.values();
+  }
+  return py::array_t<double>(static_cast<py::ssize_t>(values.size()), values.data());
+}
+
+// (counts, nan_counts, n_outside, numbers): for each bin how many objects it has and how many of
+// them have NaN; how many objects are in no bin; the numbers of both residuals as an array of shape
+// (2, 11, bins). Objects with NaN are left out, or make the numbers of their bin NaN.
+py::tuple compute_binned_statistics(const Arrays& columns, const Arrays& masks, bool omit_nan,
+                                    std::vector<double> edges) {
+  Rows rows = rows_of(columns, masks, false);
+  const bool by_reference = columns.size() == 2;
+  const Bins bins(std::move(edges));
+  std::vector<std::uint64_t> nan_counts(bins.size());
+  std::vector<PointStatistics> statistics;
+  std::uint64_t outside = 0;
+  {
+    const py::gil_scoped_release release;
+    BinnedPasses passes(bins, Sums::kInOrder);
+    NanFilter filter;
+    bool first_pass = true;
+    do {
+      std::size_t nan_before = 0;
+      for_each_block(rows, [&](Block block) {
+        if (by_reference) block.by = block.reference;
+        if (rows.nan() != nan_before) {
+          nan_before = rows.nan();
+          block = filter(block, [&](double by) {
+            const std::size_t bin = bins(by);
+            if (first_pass && bin != Bins::kOutside) ++nan_counts[bin];
+          });
+        }
+        passes.add(block.reference, block.estimate, block.by);
+      });
+      first_pass = false;
+    } while (passes.end_pass());
+    statistics = passes.results();
+    outside = passes.outside();
+  }
+
+  const auto size = static_cast<py::ssize_t>(bins.size());
+  py::array_t<std::uint64_t> counts(size);
+  py::array_t<double> numbers({py::ssize_t{2}, py::ssize_t{kStatistics.size()}, size});
+  auto count = counts.mutable_unchecked<1>();
+  auto number = numbers.mutable_unchecked<3>();
+  for (py::ssize_t bin = 0; bin < size; ++bin) {
+    const std::size_t b = static_cast<std::size_t>(bin);
+    const bool is_nan = !omit_nan && nan_counts[b] != 0;
+    count(bin) = statistics[b].n + (omit_nan ? 0 : nan_counts[b]);
+    for (py::ssize_t i = 0; i < number.shape(1); ++i) {
+      const auto member = kStatistics[static_cast<std::size_t>(i)].member;
+      number(0, i, bin) = is_nan ? kNaN : statistics[b].delta.*member;
+      number(1, i, bin) = is_nan ? kNaN : statistics[b].norm.*member;
+    }
+  }
+  return py::make_tuple(counts, py::array_t<std::uint64_t>(size, nan_counts.data()), outside,
+                        numbers);
+}
+
+// (n, n_masked, n_nan, metrics), the last None when there is a NaN that isn't left out.
+py::tuple compute_lsst_metrics(const Arrays& columns, const Arrays& masks, bool omit_nan) {
+  Rows rows = rows_of(columns, masks, omit_nan);
+  Survey found;
+  std::optional<LsstMetrics> metrics;
+  {
+    const py::gil_scoped_release release;
+    found = survey_rows(rows);
+    if (omit_nan || found.nan == 0) {
+      LsstPasses passes(found.n);
+      const auto add = [&](const Block& block) { passes.add(block.reference, block.estimate); };
+      complete(passes, rows, omit_nan, add);
+      metrics = passes.result();
+    }
+  }
+  return py::make_tuple(found.n, found.masked, found.nan,
+                        metrics
+                            ? py::object(py::make_tuple(metrics->bias, metrics->sigma_iqr,
+                                                        metrics->sigma_mad, metrics->outlier_rate))
+                            : py::object(py::none()));
 }
 
 py::tuple list_statistics() {
@@ -126,6 +296,13 @@ PYBIND11_MODULE(_core, module) {
   using namespace vostrel::python;
   module.attr("VERSION") = std::string(vostrel::kVersion);
   module.attr("STATISTICS") = list_statistics();
-  module.def("point_statistics", compute_point_statistics, py::arg("columns"), py::arg("masks"),
-             py::arg("omit_nan"));
+  const auto columns = py::arg("columns");
+  const auto masks = py::arg("masks");
+  const auto omit_nan = py::arg("omit_nan");
+  module.def("point_statistics", compute_point_statistics, columns, masks, omit_nan);
+  module.def("lsst_metrics", compute_lsst_metrics, columns, masks, omit_nan);
+  module.def("binned_statistics", compute_binned_statistics, columns, masks, omit_nan,
+             py::arg("edges"));
+  module.def("survey", survey, columns, masks, omit_nan);
+  module.def("order_values", order_values, columns, masks, py::arg("n"), py::arg("ranks"));
 }

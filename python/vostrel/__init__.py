@@ -11,15 +11,28 @@ instead of files.
 0.086485
 """
 
+from vostrel._binned import binned_statistics
 from vostrel._core import VERSION as __version__
+from vostrel._lsst import lsst_metrics
 from vostrel._point import point_statistics
 from vostrel._report import read_report
-from vostrel._results import PointStatistics, Residuals
+from vostrel._results import (
+    BinnedResiduals,
+    BinnedStatistics,
+    LsstMetrics,
+    PointStatistics,
+    Residuals,
+)
 
 __all__ = [
+    "BinnedResiduals",
+    "BinnedStatistics",
+    "LsstMetrics",
     "PointStatistics",
     "Residuals",
     "__version__",
+    "binned_statistics",
+    "lsst_metrics",
     "point_statistics",
     "read_report",
 ]

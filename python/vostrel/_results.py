@@ -4,8 +4,12 @@ from __future__ import annotations
 
 import html
 import re
-from dataclasses import astuple, dataclass, fields
+from collections.abc import Iterator
+from dataclasses import asdict, astuple, dataclass, fields
 from typing import TYPE_CHECKING, Any, Generic, TypeVar, Union
+
+import numpy as np
+from numpy.typing import NDArray
 
 from vostrel import _core
 
@@ -15,7 +19,7 @@ if TYPE_CHECKING:
 T = TypeVar("T")
 
 
-@dataclass(frozen=True)
+@dataclass(frozen=True, eq=False)
 class Eleven(Generic[T]):
     """The statistics of one residual, in the order of the program's report."""
 
@@ -32,6 +36,7 @@ class Eleven(Generic[T]):
     outliers_4sigma: T
 
 
+@dataclass(frozen=True)
 class Residuals(Eleven[float]):
     """The statistics of one residual r over n objects.
 
@@ -58,6 +63,10 @@ class Residuals(Eleven[float]):
         Percentage of objects with abs(r) beyond 1, 2, 3 or 4 sigma. Measured
         from zero, not from the bias.
     """
+
+
+class BinnedResiduals(Eleven[NDArray[np.float64]]):
+    """The statistics of one residual in k bins: those of `Residuals` as arrays of shape (k,)."""
 
 
 #: The attributes of Residuals, in the order of the report.
@@ -159,6 +168,140 @@ class PointStatistics:
             "<thead><tr><th></th><th>delta</th><th>delta norm</th></tr></thead>"
             f"<tbody>{rows}</tbody></table>"
         )
+
+
+@dataclass(frozen=True, eq=False)
+class BinnedStatistics:
+    """The statistics of objects in k bins. ``b[i]`` is the PointStatistics of bin i.
+
+    Attributes
+    ----------
+    edges : ndarray of float64, shape (k + 1,)
+        Bin i holds the objects from ``edges[i]`` up to but not including
+        ``edges[i + 1]``; the last bin holds its upper edge too.
+    counts : ndarray of uint64, shape (k,)
+        Number of objects that the statistics of each bin are made of.
+    nan_counts : ndarray of uint64, shape (k,)
+        Number of objects in each bin whose reference or estimate is NaN: left
+        out with ``nan_policy="omit"``, and among the `counts` with
+        ``nan_policy="propagate"``.
+    n_masked : int
+        Number of objects left out because they are masked.
+    n_nan : int
+        Number of objects with NaN, in the bins or not.
+    n_outside : int
+        Number of objects without NaN that are in no bin.
+    delta : BinnedResiduals
+        Statistics of the residual, an array for each. NaN where a bin is empty.
+    norm : BinnedResiduals
+        Statistics of the normalized residual.
+    """
+
+    edges: NDArray[np.float64]
+    counts: NDArray[np.uint64]
+    nan_counts: NDArray[np.uint64]
+    n_masked: int
+    n_nan: int
+    n_outside: int
+    delta: BinnedResiduals
+    norm: BinnedResiduals
+
+    def __len__(self) -> int:
+        return len(self.counts)
+
+    def __getitem__(self, index: int) -> PointStatistics:
+        delta, norm = (
+            Residuals(*(float(getattr(part, name)[index]) for name in NAMES))
+            for part in (self.delta, self.norm)
+        )
+        return PointStatistics(
+            n=int(self.counts[index]),
+            n_masked=0,
+            n_nan=int(self.nan_counts[index]),
+            delta=delta,
+            norm=norm,
+        )
+
+    def __iter__(self) -> Iterator[PointStatistics]:
+        return (self[index] for index in range(len(self)))
+
+    def to_frame(self) -> pandas.DataFrame:
+        """Return a pandas DataFrame with a row for each bin. Needs pandas.
+
+        Returns
+        -------
+        pandas.DataFrame
+            Columns ``low`` and ``high`` (the edges), ``n``, ``n_nan``, and
+            the numbers under flat names such as ``norm_nmad``.
+
+        Raises
+        ------
+        ImportError
+            When pandas is not installed.
+        """
+        columns: dict[str, NDArray[Any]] = {
+            "low": self.edges[:-1],
+            "high": self.edges[1:],
+            "n": self.counts,
+            "n_nan": self.nan_counts,
+        }
+        for part in ("delta", "norm"):
+            for name in NAMES:
+                columns[f"{part}_{name}"] = getattr(getattr(self, part), name)
+        return import_pandas("to_frame").DataFrame(columns)
+
+    def __str__(self) -> str:
+        shown = ("bias", "nmad", "outliers_015")
+        labels = {name: (norm, unit) for name, (_, norm, _, unit) in zip(NAMES, _core.STATISTICS)}
+        columns = [
+            ["from"] + aligned([_text(edge, "") for edge in self.edges[:-1]]),
+            ["to"] + aligned([_text(edge, "") for edge in self.edges[1:]]),
+            ["n"] + [str(count) for count in self.counts],
+        ]
+        for name in shown:
+            label, unit = labels[name]
+            texts = aligned([_text(value, unit) for value in getattr(self.norm, name)])
+            columns.append([label] + texts)
+        widths = [max(map(len, column)) for column in columns]
+        lines = [
+            f"{self.counts.sum()} objects in {len(self)} bins, {self.n_outside} outside, "
+            f"{self.n_masked} masked, {self.n_nan} with NaN"
+        ]
+        for cells in zip(*columns):
+            row = "  ".join(cell.rjust(width) for cell, width in zip(cells, widths))
+            lines.append(row.rstrip())
+        return "\n".join(lines)
+
+
+@dataclass(frozen=True)
+class LsstMetrics:
+    """The four point metrics of the survey's photometric-redshift pipelines.
+
+    Attributes
+    ----------
+    n, n_masked, n_nan : int
+        As those of `PointStatistics`.
+    bias : float
+        Median of e = (estimate - reference) / (1 + reference).
+    sigma_iqr : float
+        Interquartile range of e, divided by 1.349.
+    sigma_mad : float
+        1.4826 * median of abs(e - median(e)).
+    outlier_rate : float
+        Fraction of objects, 0 to 1, with abs(e) > max(0.06, 3 * sigma_iqr).
+    """
+
+    n: int
+    n_masked: int
+    n_nan: int
+    bias: float
+    sigma_iqr: float
+    sigma_mad: float
+    outlier_rate: float
+
+    def to_dict(self) -> dict[str, Union[int, float]]:
+        """Return all numbers under the names of the attributes."""
+        return asdict(self)
 
 
 def import_pandas(wanted_by: str) -> Any:

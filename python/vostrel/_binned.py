@@ -1,0 +1,191 @@
+"""All statistics of objects in bins."""
+
+from __future__ import annotations
+
+import math
+import operator
+from typing import Any, Optional, Union
+
+import numpy as np
+from numpy.typing import NDArray
+
+from vostrel import _core
+from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
+from vostrel._results import BinnedResiduals, BinnedStatistics
+
+
+def binned_statistics(
+    reference: Any,
+    estimate: Any,
+    by: Optional[Any] = None,
+    bins: Union[int, tuple[str, int], Any] = 10,
+    range: Optional[tuple[float, float]] = None,
+    mask: Optional[Any] = None,
+    nan_policy: NanPolicy = "raise",
+) -> BinnedStatistics:
+    """Judge estimates in bins of some quantity.
+
+    Parameters
+    ----------
+    reference, estimate : array_like, shape (n,)
+        Reference and estimated values. Dimensionless.
+    by : array_like, shape (n,), optional
+        The quantity to bin by, such as a magnitude; by default the
+        reference. Masked entries and NaN count as those of the others.
+    bins : int, array_like of float or ("count", int)
+        A number of bins of equal width; or their edges, shape (k + 1,), each
+        greater than the one before; or ``("count", k)`` for k bins of equal
+        counts.
+    range : (float, float), optional
+        With a number of bins: their lower and upper end. By default the least
+        and the greatest value. Objects outside are counted and left out.
+    mask : array_like of bool, shape (n,), optional
+        True leaves an object out, as a masked entry does.
+    nan_policy : {"raise", "omit", "propagate"}
+        What to do about objects with NaN: raise a ValueError, leave them out,
+        or make the results of their bin NaN. An object whose `by` is NaN is
+        in no bin.
+
+    Returns
+    -------
+    BinnedStatistics
+        The numbers of `point_statistics`, with an array for each. Every bin
+        has the same bits as `point_statistics` of its own objects in their
+        order. An empty bin has NaN and the count 0.
+
+    Raises
+    ------
+    ValueError
+        As `point_statistics`; and when edges don't increase, a range is not
+        finite or its ends are in the wrong order, or `by` is infinite and no
+        range is given.
+    TypeError
+        As `point_statistics`; and when `bins` is something else.
+
+    Notes
+    -----
+    A bin holds its lower edge and not its upper one, except the last bin,
+    which holds both: the conventions of `numpy.histogram`, with the same
+    objects in each bin.
+
+    Bins of equal counts have the values of ranks 0, n / k, 2 n / k, ... as
+    their edges, rounded down, and the greatest value as the last one. Without
+    repeated values the counts differ by one at the most (objects with the
+    greatest value are in the last bin). Equal values are never parted: when
+    they repeat so often that edges are equal, the bin between equal edges is
+    empty.
+
+    Examples
+    --------
+    >>> import vostrel
+    >>> b = vostrel.binned_statistics([0.5, 1.0, 1.5, 2.0], [0.4, 1.1, 1.4, 2.3],
+    ...                               bins=[0, 1, 2])
+    >>> b.counts
+    array([1, 3], dtype=uint64)
+    >>> round(b[1].delta.mad, 6)
+    0.1
+    """
+    given = {"reference": reference, "estimate": estimate}
+    if by is not None:
+        given["by"] = by
+    columns = prepare(nan_policy, mask, **given)
+    kind, value = _read_bins(bins)
+    if range is not None and kind != "width":
+        raise ValueError("range goes with a number of bins; edges and equal counts have their own")
+    omit = nan_policy == "omit"
+    n, n_masked, n_nan, low, high = _core.survey(columns.values, columns.masks, omit)
+    check_counts(nan_policy, n, n_masked, n_nan)
+    if kind == "edges":
+        edges = value
+    elif kind == "count":
+        edges = _equal_counts(columns, n if omit else n - n_nan, value)
+    else:
+        edges = _equal_widths(low, high, value, range)
+    counts, nan_counts, n_outside, numbers = _core.binned_statistics(
+        columns.values, columns.masks, omit, edges.tolist()
+    )
+    for array in (edges, counts, nan_counts, numbers):
+        array.flags.writeable = False
+    return BinnedStatistics(
+        edges=edges,
+        counts=counts,
+        nan_counts=nan_counts,
+        n_masked=n_masked,
+        n_nan=n_nan,
+        n_outside=n_outside,
+        delta=BinnedResiduals(*numbers[0]),
+        norm=BinnedResiduals(*numbers[1]),
+    )
+
+
+def _read_bins(bins: Any) -> tuple[str, Any]:
+    """Return "width" or "count" and the number of bins, or "edges" and the edges."""
+    if isinstance(bins, tuple) and len(bins) == 2 and isinstance(bins[0], str):
+        if bins[0] != "count":
+            raise ValueError(f"bins must be a number, edges or ('count', k), not {bins!r}")
+        return "count", _read_number(bins[1])
+    if isinstance(bins, (str, bytes, dict, set)) or bins is None:
+        raise TypeError(f"bins must be a number, edges or ('count', k), not {bins!r}")
+    if np.ndim(bins) == 0:
+        return "width", _read_number(bins)
+    columns = prepare("raise", None, bins=bins)
+    edges = columns.values[0].astype(np.float64)
+    if any(mask.any() for mask in columns.masks) or np.isnan(edges).any():
+        raise ValueError("bins must have no masked edges and no NaN")
+    if len(edges) < 2:
+        raise ValueError(f"bins must have two edges or more, not {len(edges)}")
+    if not (edges[1:] > edges[:-1]).all():
+        raise ValueError("bins must increase: each edge must be greater than the one before")
+    return "edges", edges
+
+
+def _read_number(number: Any) -> int:
+    """Return a number of bins."""
+    try:
+        if isinstance(number, (bool, np.bool_)):
+            raise TypeError
+        value = operator.index(number)
+    except TypeError:
+        raise TypeError(f"the number of bins must be an integer, not {number!r}") from None
+    if value < 1:
+        raise ValueError(f"the number of bins must be positive, not {value}")
+    return value
+
+
+def _equal_widths(
+    low: float, high: float, number: int, limits: Optional[tuple[float, float]]
+) -> NDArray[np.float64]:
+    """Return the edges that numpy.histogram takes."""
+    if limits is not None:
+        low, high = _read_range(limits)
+    elif low > high:
+        raise ValueError("there are no values to find the range of the bins; pass range")
+    elif not (math.isfinite(low) and math.isfinite(high)):
+        raise ValueError("infinite values have no bins of equal width; pass range or edges")
+    if low == high:
+        low, high = low - 0.5, high + 0.5
+    edges: NDArray[np.float64] = np.linspace(low, high, number + 1)
+    if not np.isfinite(edges).all():
+        raise ValueError(f"the range from {low} to {high} is too wide for bins of equal width")
+    return edges
+
+
+def _read_range(limits: Any) -> tuple[float, float]:
+    """Return the lower and the upper end."""
+    try:
+        low, high = (float(limit) for limit in limits)
+    except (TypeError, ValueError):
+        raise TypeError(f"range must be a pair of numbers, not {limits!r}") from None
+    if not (math.isfinite(low) and math.isfinite(high)):
+        raise ValueError(f"range must be finite, not from {low} to {high}")
+    if low > high:
+        raise ValueError(f"range must go from the lower to the upper end, not from {low} to {high}")
+    return low, high
+
+
+def _equal_counts(columns: Columns, n: int, number: int) -> NDArray[np.float64]:
+    """Return edges between which there are equal numbers of objects, as nearly as can be."""
+    if n == 0:
+        raise ValueError("there are no values to find bins of equal counts")
+    ranks = [i * n // number for i in np.arange(number).tolist()] + [n - 1]
+    return _core.order_values(columns.values, columns.masks, n, ranks)

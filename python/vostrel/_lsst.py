@@ -1,0 +1,76 @@
+"""The point metrics of LSST's photometric-redshift pipelines."""
+
+from __future__ import annotations
+
+import math
+from typing import Any, Optional
+
+from vostrel import _core
+from vostrel._inputs import NanPolicy, check_counts, prepare
+from vostrel._results import LsstMetrics
+
+
+def lsst_metrics(
+    reference: Any,
+    estimate: Any,
+    mask: Optional[Any] = None,
+    nan_policy: NanPolicy = "raise",
+) -> LsstMetrics:
+    """Compute the four point metrics that LSST's pipelines report.
+
+    Parameters
+    ----------
+    reference, estimate : array_like, shape (n,)
+        Reference and estimated redshifts. Dimensionless.
+    mask : array_like of bool, shape (n,), optional
+        True leaves an object out, as a masked entry does.
+    nan_policy : {"raise", "omit", "propagate"}
+        What to do about objects with NaN, as in `point_statistics`.
+
+    Returns
+    -------
+    LsstMetrics
+        Of e = (estimate - reference) / (1 + reference): its median, its
+        standard deviation estimated from the interquartile range and from
+        the MAD about the median, and the fraction of outliers. All are NaN
+        when an e is NaN, which takes infinite values or a reference of -1.
+
+    Raises
+    ------
+    ValueError, TypeError
+        As `point_statistics`.
+
+    Notes
+    -----
+    The sign of e is opposite to that of the normalized residual of
+    `point_statistics`. The metrics are those that LSSTDESC's RAIL names
+    PointBiasEz, PointSigmaIQR, PointSigmaMAD and PointOutlierRate [1]_, and
+    have the bits of these NumPy formulas::
+
+        e = (estimate - reference) / (1 + reference)
+        bias = np.median(e)
+        q25, q75 = np.percentile(e, [25, 75])
+        sigma_iqr = (q75 - q25) / 1.349
+        sigma_mad = 1.4826 * np.median(np.abs(e - np.median(e)))
+        outlier_rate = np.mean(np.abs(e) > max(0.06, 3 * sigma_iqr))
+
+    The array of e is never made: the data are read several times instead.
+
+    References
+    ----------
+    .. [1] Graham et al. 2018, "Photometric Redshifts with the LSST:
+       Evaluating Survey Observing Strategies", AJ 155, 1.
+
+    Examples
+    --------
+    >>> import vostrel
+    >>> m = vostrel.lsst_metrics([1.0, 1.0, 1.0, 1.0], [1.0, 1.25, 1.5, 3.0])
+    >>> m.bias, m.outlier_rate
+    (0.1875, 0.25)
+    """
+    columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
+    n, n_masked, n_nan, metrics = _core.lsst_metrics(
+        columns.values, columns.masks, nan_policy == "omit"
+    )
+    check_counts(nan_policy, n, n_masked, n_nan)
+    return LsstMetrics(n, n_masked, n_nan, *(metrics or (math.nan,) * 4))

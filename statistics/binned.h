@@ -1,0 +1,89 @@
+// The statistics of objects in bins of some quantity.
+
+#ifndef VOSTREL_STATISTICS_BINNED_H
+#define VOSTREL_STATISTICS_BINNED_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "statistics/passes.h"
+#include "statistics/statistics.h"
+
+namespace vostrel {
+
+/// Bins between edges: bin i holds values from edges[i] up to but not including edges[i + 1], and
+/// the last bin its upper edge too.
+class Bins {
+ public:
+  static constexpr std::size_t kOutside = static_cast<std::size_t>(-1);
+
+  /// @param edges  two or more, not NaN, none smaller than the one before. A bin between equal
+  /// edges
+  ///               holds nothing, except the last one, which holds its edge.
+  /// @throws std::invalid_argument when they are not like that.
+  explicit Bins(std::vector<double> edges);
+
+  /// The bin that holds the value, or kOutside. NaN is outside.
+  std::size_t operator()(double value) const;
+
+  std::size_t size() const { return edges_.size() - 1; }
+
+ private:
+  std::vector<double> edges_;
+  double scale_;  // bins per unit of the value if all are equally wide, else 0
+};
+
+/// point_statistics of the objects in each bin, from columns that come in blocks, several times
+/// over:
+///
+///     vostrel::BinnedPasses passes(bins, vostrel::Sums::kInOrder);
+///     do {
+///       for (each block of the columns) passes.add(reference, estimate, by);
+///     } while (passes.end_pass());
+///     const std::vector<vostrel::PointStatistics> statistics = passes.results();
+class BinnedPasses {
+ public:
+  /// @param sums  how the sums of each bin are taken.
+  BinnedPasses(Bins bins, Sums sums);
+
+  /// Adds a block: the objects, and the quantity that they are binned by. All passes must see the
+  /// same objects in the same order.
+  /// @throws std::invalid_argument when the arrays differ in length.
+  void add(std::span<const double> reference, std::span<const double> estimate,
+           std::span<const double> by);
+
+  /// Ends the pass.
+  /// @return whether another pass is needed.
+  /// @throws std::invalid_argument when this pass had other objects than the first.
+  bool end_pass();
+
+  /// The statistics of each bin, when no other pass is needed: bit for bit those of the bin's
+  /// objects alone, in their order.
+  std::vector<PointStatistics> results() const;
+
+  /// How many objects are in no bin.
+  std::uint64_t outside() const { return outside_; }
+
+ private:
+  // Objects of a bin wait here until there are enough to be worth a call.
+  struct Waiting {
+    std::size_t count = 0;
+    std::vector<double> reference;
+    std::vector<double> estimate;
+  };
+
+  void hand_over(std::size_t bin);
+
+  Bins bins_;
+  std::size_t room_;
+  std::vector<Waiting> waiting_;
+  std::vector<Passes> passes_;
+  bool first_pass_ = true;
+  std::uint64_t outside_ = 0;
+};
+
+}  // namespace vostrel
+
+#endif  // VOSTREL_STATISTICS_BINNED_H

@@ -1,0 +1,159 @@
+#include "statistics/ranks.h"
+
+#include <algorithm>
+#include <bit>
+#include <stdexcept>
+#include <utility>
+
+namespace vostrel {
+
+namespace {
+
+constexpr int kBits = 12;
+constexpr std::size_t kDigits = std::size_t{1} << kBits;
+constexpr std::uint32_t kNone = 0;  // the first group is inside no other
+constexpr std::uint64_t kSignBit = std::uint64_t{1} << 63;
+
+// An integer that orders as the number does, the same for both zeros.
+std::uint64_t order_of(double value) {
+  const auto bits = std::bit_cast<std::uint64_t>(value == 0 ? 0.0 : value);
+  return (bits & kSignBit) != 0 ? ~bits : bits | kSignBit;
+}
+
+double number_of(std::uint64_t order) {
+  return std::bit_cast<double>((order & kSignBit) != 0 ? order ^ kSignBit : ~order);
+}
+
+// The digits of an order, twelve bits each, from the top. The last one has only four bits.
+std::size_t digit_of(std::uint64_t order, int depth) {
+  const int settled = kBits * (depth + 1);
+  return (settled <= 64 ? order >> (64 - settled) : order << (settled - 64)) & (kDigits - 1);
+}
+
+// The inverse.
+std::uint64_t order_of_digit(std::size_t digit, int depth) {
+  const int settled = kBits * (depth + 1);
+  return settled <= 64 ? std::uint64_t{digit} << (64 - settled) : digit >> (settled - 64);
+}
+
+}  // namespace
+
+Ranks::Ranks(std::uint64_t n, std::vector<std::uint64_t> ranks)
+    : ranks_(std::move(ranks)), values_(ranks_.size()) {
+  if (ranks_.empty()) return;
+  groups_.push_back({0, n, 0, 0, ranks_.size()});
+  start_pass(0);
+}
+
+void Ranks::start_pass(std::size_t first_open) {
+  first_open_ = first_open;
+  std::uint64_t size = 0;
+  for (std::size_t g = first_open_; g < groups_.size(); ++g) size += groups_[g].size;
+  keeping_ = size <= (groups_.size() - first_open_) * kDigits;
+  for (std::size_t g = first_open_; g < groups_.size(); ++g) {
+    if (keeping_) {
+      groups_[g].kept.reserve(groups_[g].size);
+    } else {
+      groups_[g].counts.assign(kDigits, 0);
+    }
+  }
+}
+
+// The group of this pass that a value belongs to, or nothing.
+Ranks::Group* Ranks::find(std::uint64_t order) {
+  std::uint32_t group = 0;
+  for (int depth = 0; depth < depth_; ++depth) {
+    group = groups_[group].inner[digit_of(order, depth)];
+    if (group == kNone) return nullptr;
+  }
+  return &groups_[group];
+}
+
+void Ranks::add(std::span<const double> values) {
+  if (first_open_ == groups_.size()) return;
+  if (keeping_) {
+    keep(values);
+  } else {
+    count(values);
+  }
+}
+
+void Ranks::count(std::span<const double> values) {
+  for (const double value : values) {
+    const std::uint64_t order = order_of(value);
+    if (Group* const group = find(order)) ++group->counts[digit_of(order, depth_)];
+  }
+}
+
+void Ranks::keep(std::span<const double> values) {
+  for (const double value : values) {
+    const std::uint64_t order = order_of(value);
+    if (Group* const group = find(order)) group->kept.push_back(order);
+  }
+}
+
+bool Ranks::end_pass() {
+  if (first_open_ == groups_.size()) return false;
+  if (keeping_) {
+    take_kept();
+  } else {
+    refine();
+  }
+  return first_open_ != groups_.size();
+}
+
+void Ranks::take_kept() {
+  for (std::size_t g = first_open_; g < groups_.size(); ++g) {
+    Group& group = groups_[g];
+    if (group.kept.size() != group.size) throw std::invalid_argument("the values have changed");
+    auto sorted = group.kept.begin();
+    for (std::size_t r = group.first_rank; r < group.last_rank; ++r) {
+      const auto place = group.kept.begin() + static_cast<std::ptrdiff_t>(ranks_[r] - group.before);
+      std::nth_element(sorted, place, group.kept.end());
+      values_[r] = number_of(*place);
+      sorted = place;
+    }
+  }
+  finish();
+}
+
+void Ranks::finish() {
+  groups_.clear();
+  first_open_ = 0;
+}
+
+// Makes a group of each digit that holds a wanted rank.
+void Ranks::refine() {
+  const std::size_t end = groups_.size();
+  for (std::size_t g = first_open_; g < end; ++g) {
+    groups_[g].inner.assign(kDigits, kNone);
+    const std::vector<std::uint64_t> counts = std::move(groups_[g].counts);
+    std::uint64_t before = groups_[g].before;
+    std::size_t rank = groups_[g].first_rank;
+    const std::size_t last_rank = groups_[g].last_rank;
+    for (std::size_t digit = 0; digit < kDigits && rank < last_rank; ++digit) {
+      const std::size_t first = rank;
+      while (rank < last_rank && ranks_[rank] < before + counts[digit]) ++rank;
+      if (rank > first) {
+        groups_[g].inner[digit] = static_cast<std::uint32_t>(groups_.size());
+        groups_.push_back({groups_[g].leading | order_of_digit(digit, depth_), counts[digit],
+                           before, first, rank});
+      }
+      before += counts[digit];
+    }
+    if (rank < last_rank) throw std::invalid_argument("the values have changed");
+  }
+  ++depth_;
+  if (kBits * depth_ < 64) {
+    start_pass(end);
+    return;
+  }
+  for (std::size_t g = end; g < groups_.size(); ++g) {
+    for (std::size_t r = groups_[g].first_rank; r < groups_[g].last_rank; ++r) {
+      values_[r] = number_of(groups_[g].leading);
+    }
+  }
+  finish();
+}
+
+}  // namespace vostrel

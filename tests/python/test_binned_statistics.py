@@ -1,0 +1,227 @@
+"""Bins: which object is in which, and the same bits as each bin by itself."""
+
+import numpy as np
+import pytest
+import vostrel
+from data_sets import LONG, awkward_numbers, numbers, redshifts, same_bits
+from scipy.stats import binned_statistic
+
+
+def assert_bins_equal_their_objects(b, reference, estimate, by):
+    """Each bin against point_statistics of its objects, chosen as the conventions say."""
+    for i, (low, high) in enumerate(zip(b.edges[:-1], b.edges[1:])):
+        last = i == len(b) - 1
+        inside = (by >= low) & ((by <= high) if last else (by < high))
+        assert b.counts[i] == inside.sum()
+        if inside.any():
+            expected = vostrel.point_statistics(reference[inside], estimate[inside])
+            assert same_bits(numbers(b[i]), numbers(expected))
+        else:
+            assert np.isnan(numbers(b[i])).all()
+
+
+def test_by_hand():
+    b = vostrel.binned_statistics(
+        [1.0, 2.0, 3.0, 4.0, 9.0], [1.5, 2.0, 2.0, 4.0, 9.0], bins=[1, 2, 4, 4.5], range=None
+    )
+    assert b.counts.tolist() == [1, 2, 1]
+    assert b.n_outside == 1
+    assert b.delta.bias.tolist() == [-0.5, 0.5, 0]
+    assert (b[1].n, b[1].delta.mad, b[-1].n) == (2, 0.5, 1)
+    assert [s.n for s in b] == [1, 2, 1]
+
+
+def test_edges_and_counts_are_those_of_numpy_histogram(rng):
+    for _ in range(3000 if LONG else 300):
+        n = int(rng.integers(1, 300))
+        by = awkward_numbers(rng, n)
+        by = by[np.abs(by) < 1e100]
+        if not by.size:
+            continue
+        bins = int(rng.integers(1, 40))
+        limits = tuple(np.sort(rng.standard_normal(2))) if rng.random() < 0.5 else None
+        counts, edges = np.histogram(by, bins, limits)
+        b = vostrel.binned_statistics(by, by, bins=bins, range=limits)
+        assert same_bits(b.edges, edges)
+        assert b.counts.tolist() == counts.tolist()
+        assert b.n_outside == by.size - counts.sum()
+
+
+def test_values_on_the_edges(rng):
+    for bins in (3, 7, 10, 49, 1000):
+        edges = np.linspace(0.1, 6.3, bins + 1)
+        by = np.concatenate([edges, np.nextafter(edges, 9), np.nextafter(edges, -9)])
+        expected, _ = np.histogram(by, bins, (0.1, 6.3))
+        found = vostrel.binned_statistics(by, by, bins=bins, range=(0.1, 6.3))
+        assert found.counts.tolist() == expected.tolist()
+        explicit = vostrel.binned_statistics(by, by, bins=edges)
+        assert explicit.counts.tolist() == np.histogram(by, edges)[0].tolist()
+
+
+def test_edges_from_minus_to_plus_infinity():
+    b = vostrel.binned_statistics([-5.0, 0.0, 5.0], [0.0, 0.0, 0.0], bins=[-np.inf, 0, np.inf])
+    assert b.counts.tolist() == [1, 2]
+
+
+@pytest.mark.parametrize("bins", [1, 10, [0, 0.1, 0.5, 2, 3], ("count", 7)])
+def test_bins_equal_their_objects(bins, rng):
+    reference, estimate = redshifts(rng, 20_000)
+    b = vostrel.binned_statistics(reference, estimate, bins=bins)
+    assert_bins_equal_their_objects(b, reference, estimate, reference)
+    assert b.counts.sum() + b.n_outside == 20_000
+
+
+def test_bins_of_another_quantity(rng):
+    for _ in range(200 if LONG else 30):
+        n = int(rng.integers(1, 3000))
+        reference, estimate = redshifts(rng, n)
+        magnitude = rng.choice([rng.normal(22, 2, n), rng.integers(18, 25, n) * 1.0])
+        b = vostrel.binned_statistics(reference, estimate, magnitude, 8, range=(16, 24))
+        assert_bins_equal_their_objects(b, reference, estimate, magnitude)
+
+
+def test_thousands_of_bins(rng):
+    reference, estimate = redshifts(rng, 30_000)
+    b = vostrel.binned_statistics(reference, estimate, bins=5000)
+    assert_bins_equal_their_objects(b, reference, estimate, reference)
+
+
+def test_equal_counts(rng):
+    for n, k in ((10, 3), (1000, 7), (100_000, 10), (50, 50), (12_345, 100)):
+        by = rng.permutation(n) + 0.5
+        b = vostrel.binned_statistics(by, by, bins=("count", k))
+        assert set(b.counts.tolist()) <= {n // k, n // k + 1, n // k + 2}
+        assert b.counts.sum() == n
+        ordered = np.sort(by)
+        assert b.edges.tolist() == [ordered[i * n // k] for i in range(k)] + [ordered[-1]]
+
+
+def test_equal_counts_do_not_part_equal_values():
+    by = np.repeat([1.0, 2.0], [90, 10])
+    b = vostrel.binned_statistics(by, by, bins=("count", 4))
+    assert b.edges.tolist() == [1, 1, 1, 1, 2]
+    assert b.counts.tolist() == [0, 0, 0, 100]
+    assert np.isnan(b.norm.bias[:3]).all()
+
+
+def test_equal_counts_of_awkward_values(rng):
+    for _ in range(100):
+        by = awkward_numbers(rng, int(rng.integers(1, 20_000)))
+        k = int(rng.integers(1, 9))
+        b = vostrel.binned_statistics(np.zeros(by.size), np.zeros(by.size), by, ("count", k))
+        ordered = np.sort(by)
+        expected = [ordered[i * by.size // k] for i in range(k)] + [ordered[-1]]
+        assert np.array_equal(b.edges, expected)
+
+
+def test_equal_values_of_all():
+    b = vostrel.binned_statistics([2.0, 2.0], [1.0, 2.0], bins=4)
+    assert b.edges.tolist() == [1.5, 1.75, 2, 2.25, 2.5]
+    assert b.counts.tolist() == [0, 0, 2, 0]
+
+
+def test_against_scipy(rng):
+    reference, estimate = redshifts(rng, 50_000)
+    residual = (reference - estimate) / (1 + reference)
+    b = vostrel.binned_statistics(reference, estimate, bins=15)
+    median = binned_statistic(reference, np.abs(residual), "median", 15)
+    mean = binned_statistic(reference, residual, "mean", 15)
+    assert same_bits(b.edges, median.bin_edges)
+    filled = b.counts > 0
+    assert same_bits(b.norm.mad[filled], median.statistic[filled])
+    np.testing.assert_allclose(b.norm.bias[filled], mean.statistic[filled], rtol=1e-12)
+
+
+def test_masked_and_nan():
+    nan = np.nan
+    columns = [1.0, 1.5, 2.5, 2.5, 2.7, nan], [1.0, nan, 2.5, 9.0, 2.0, 1.0]
+    mask = [False, False, False, True, False, False]
+    b = vostrel.binned_statistics(*columns, bins=[1, 2, 3], mask=mask, nan_policy="omit")
+    assert (b.n_masked, b.n_nan, b.n_outside) == (1, 2, 0)
+    assert b.counts.tolist() == [1, 2]
+    assert b.nan_counts.tolist() == [1, 0]
+    b = vostrel.binned_statistics(*columns, bins=[1, 2, 3], mask=mask, nan_policy="propagate")
+    assert b.counts.tolist() == [2, 2]
+    assert (b[0].n, b[0].n_nan) == (2, 1)
+    assert np.isnan(numbers(b[0])).all()
+    assert b.delta.bias[1] == (2.7 - 2.0) / 2
+    with pytest.raises(ValueError, match="2 of 5 objects have NaN"):
+        vostrel.binned_statistics(*columns, bins=[1, 2, 3], mask=mask)
+
+
+def test_results_can_not_be_changed():
+    b = vostrel.binned_statistics([1.0, 2.0], [1.0, 2.0], bins=2)
+    for array in (b.edges, b.counts, b.norm.nmad):
+        with pytest.raises(ValueError, match="read-only"):
+            array[0] = 1
+
+
+def test_frame(rng):
+    reference, estimate = redshifts(rng, 100)
+    b = vostrel.binned_statistics(reference, estimate, bins=3)
+    frame = b.to_frame()
+    assert frame.shape == (3, 26)
+    assert frame["norm_nmad"].tolist() == b.norm.nmad.tolist()
+    assert frame["low"].tolist() + [frame["high"].iloc[-1]] == b.edges.tolist()
+
+
+def test_printed():
+    b = vostrel.binned_statistics([1.0, 2.0, 3.0], [1.5, 2.0, 1.0], bins=[1, 2, 3])
+    assert str(b) == "\n".join(
+        [
+            "3 objects in 2 bins, 0 outside, 0 masked, 0 with NaN",
+            "from  to  n  bias norm  NMAD norm  outliers norm >0.15",
+            "   1   2  1      -0.25    0.37065                 100%",
+            "   2   3  2       0.25    0.37065                  50%",
+        ]
+    )
+
+
+@pytest.mark.parametrize(
+    "bins, error, words",
+    [
+        ([1, 2, 2], ValueError, "bins must increase"),
+        ([2, 1], ValueError, "bins must increase"),
+        ([1], ValueError, "two edges or more"),
+        ([1, np.nan], ValueError, "no NaN"),
+        ([[1, 2], [3, 4]], ValueError, "bins must have one dimension"),
+        (0, ValueError, "must be positive"),
+        (2.5, TypeError, "must be an integer"),
+        (True, TypeError, "must be an integer"),
+        ("auto", TypeError, "edges or"),
+        (("quantile", 3), ValueError, "edges or"),
+        (("count", 0), ValueError, "must be positive"),
+        (("count", 1.5), TypeError, "must be an integer"),
+        (None, TypeError, "edges or"),
+    ],
+)
+def test_bins_that_can_not_be(bins, error, words):
+    with pytest.raises(error, match=words):
+        vostrel.binned_statistics([1.0, 2.0], [1.0, 2.0], bins=bins)
+
+
+@pytest.mark.parametrize(
+    "limits, error, words",
+    [
+        ((2, 1), ValueError, "from the lower to the upper"),
+        ((0, np.inf), ValueError, "must be finite"),
+        ((np.nan, 1), ValueError, "must be finite"),
+        ((1, 2, 3), TypeError, "pair of numbers"),
+        ("ab", TypeError, "pair of numbers"),
+    ],
+)
+def test_ranges_that_can_not_be(limits, error, words):
+    with pytest.raises(error, match=words):
+        vostrel.binned_statistics([1.0, 2.0], [1.0, 2.0], range=limits)
+
+
+def test_a_range_for_edges_is_refused():
+    with pytest.raises(ValueError, match="range goes with a number of bins"):
+        vostrel.binned_statistics([1.0], [1.0], bins=[0, 1], range=(0, 1))
+
+
+def test_infinite_values_need_a_range():
+    with pytest.raises(ValueError, match="infinite values"):
+        vostrel.binned_statistics([1.0, np.inf], [1.0, 1.0])
+    b = vostrel.binned_statistics([1.0, np.inf], [1.0, 1.0], range=(0, 2), bins=1)
+    assert (b.counts.tolist(), b.n_outside) == ([1], 1)
