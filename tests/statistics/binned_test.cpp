@@ -1,0 +1,103 @@
+// Which bin holds a value, and bins against point_statistics of their objects.
+
+#include "statistics/binned.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <stdexcept>
+#include <vector>
+
+#include "statistics/statistics.h"
+#include "tests/support/bits.h"
+#include "tests/support/random.h"
+
+namespace vostrel {
+namespace {
+
+TEST(Bins, AnEdgeBelongsToTheBinAboveAndTheLastToTheLast) {
+  for (const std::vector<double>& edges : {std::vector<double>{1, 2, 3}, {1, 2, 9}}) {
+    const Bins bins(edges);
+    EXPECT_EQ(bins.size(), 2U);
+    EXPECT_EQ(bins(1), 0U);
+    EXPECT_EQ(bins(std::nextafter(2.0, 0)), 0U);
+    EXPECT_EQ(bins(2), 1U);
+    EXPECT_EQ(bins(edges[2]), 1U);
+    EXPECT_EQ(bins(std::nextafter(1.0, 0)), Bins::kOutside);
+    EXPECT_EQ(bins(std::nextafter(edges[2], 99)), Bins::kOutside);
+    EXPECT_EQ(bins(kNaN), Bins::kOutside);
+  }
+}
+
+TEST(Bins, ABinBetweenEqualEdgesIsEmpty) {
+  const Bins bins({1, 2, 2, 3, 3});
+  EXPECT_EQ(bins(1.5), 0U);
+  EXPECT_EQ(bins(2), 2U);
+  EXPECT_EQ(bins(3), 3U);
+}
+
+TEST(Bins, InfiniteAndExtremeEdges) {
+  EXPECT_EQ(Bins({-kInfinity, 0, kInfinity})(kInfinity), 1U);
+  EXPECT_EQ(Bins({-1e308, 0, 1e308})(-1e300), 0U);
+  EXPECT_EQ(Bins({0, 5e-324, 1e-323})(5e-324), 1U);
+}
+
+TEST(Bins, BadEdgesAreRefused) {
+  EXPECT_THROW(Bins({1}), std::invalid_argument);
+  EXPECT_THROW(Bins({2, 1}), std::invalid_argument);
+  EXPECT_THROW(Bins({1, kNaN, 2}), std::invalid_argument);
+}
+
+TEST(BinnedPasses, EachBinHasTheBitsOfItsObjects) {
+  Random random;
+  const std::size_t n = 20'000;
+  std::vector<double> reference(n);
+  std::vector<double> estimate(n);
+  std::vector<double> by(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    reference[i] = 3 * random.fraction();
+    estimate[i] = reference[i] + 0.1 * random.fraction();
+    by[i] = 17 + 7 * random.fraction();
+  }
+  const Bins bins({18, 20, 20.001, 23});
+  BinnedPasses passes(bins, Sums::kInOrder);
+  do {
+    passes.add(reference, estimate, by);
+  } while (passes.end_pass());
+
+  std::uint64_t inside = 0;
+  const std::vector<PointStatistics> results = passes.results();
+  for (std::size_t bin = 0; bin < bins.size(); ++bin) {
+    std::vector<double> references;
+    std::vector<double> estimates;
+    for (std::size_t i = 0; i < n; ++i) {
+      if (bins(by[i]) != bin) continue;
+      references.push_back(reference[i]);
+      estimates.push_back(estimate[i]);
+    }
+    const PointStatistics expected = point_statistics(references, estimates);
+    EXPECT_EQ(results[bin].n, expected.n);
+    for (const Statistic& statistic : kStatistics) {
+      EXPECT_EQ(bits_of(results[bin].delta.*statistic.member),
+                bits_of(expected.delta.*statistic.member));
+      EXPECT_EQ(bits_of(results[bin].norm.*statistic.member),
+                bits_of(expected.norm.*statistic.member));
+    }
+    inside += expected.n;
+  }
+  EXPECT_EQ(passes.outside(), n - inside);
+}
+
+TEST(BinnedPasses, AnEmptyBinIsNaN) {
+  BinnedPasses passes(Bins({0, 1, 2}), Sums::kInOrder);
+  const std::vector<double> column = {0.5};
+  do {
+    passes.add(column, column, column);
+  } while (passes.end_pass());
+  EXPECT_EQ(passes.results()[1].n, 0U);
+  EXPECT_TRUE(std::isnan(passes.results()[1].norm.bias));
+}
+
+}  // namespace
+}  // namespace vostrel

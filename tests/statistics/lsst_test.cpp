@@ -1,0 +1,51 @@
+// The survey's metrics, worked out by hand. The Python tests hold them against NumPy.
+
+#include "statistics/lsst.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <stdexcept>
+#include <vector>
+
+namespace vostrel {
+namespace {
+
+LsstMetrics metrics_of(const std::vector<double>& reference, const std::vector<double>& estimate) {
+  LsstPasses passes(reference.size());
+  do {
+    passes.add(reference, estimate);
+  } while (passes.end_pass());
+  return passes.result();
+}
+
+TEST(LsstMetrics, ByHand) {
+  // e = 0.5, 0.25, 0, -1, 8: quartiles 0 and 0.5, distances from 0.25: 0.25, 0, 0.25, 1.25, 7.75.
+  const LsstMetrics metrics = metrics_of({0, 1, 0, 0, 0}, {0.5, 1.5, 0, -1, 8});
+  EXPECT_EQ(metrics.bias, 0.25);
+  EXPECT_EQ(metrics.sigma_iqr, 0.5 / 1.349);
+  EXPECT_EQ(metrics.sigma_mad, 0.25 * 1.4826);
+  EXPECT_EQ(metrics.outlier_rate, 0.2);  // beyond 3 sigma_iqr = 1.11
+}
+
+TEST(LsstMetrics, TheOutlierBoundIsNeverBelowSixPercent) {
+  const LsstMetrics metrics = metrics_of({0, 0, 0, 0}, {0, 0, 0.06, 0.0601});
+  EXPECT_EQ(metrics.outlier_rate, 0.25);
+}
+
+TEST(LsstMetrics, NaNWithoutObjectsOrWithANaN) {
+  EXPECT_TRUE(std::isnan(metrics_of({}, {}).bias));
+  const LsstMetrics metrics = metrics_of({-1, 1}, {-1, 1});
+  EXPECT_TRUE(std::isnan(metrics.bias));
+  EXPECT_TRUE(std::isnan(metrics.sigma_iqr));
+  EXPECT_TRUE(std::isnan(metrics.sigma_mad));
+  EXPECT_TRUE(std::isnan(metrics.outlier_rate));
+}
+
+TEST(LsstMetrics, ColumnsOfDifferentLengthsAreRefused) {
+  LsstPasses passes(1);
+  EXPECT_THROW(passes.add(std::vector<double>{1}, {}), std::invalid_argument);
+}
+
+}  // namespace
+}  // namespace vostrel
