@@ -134,6 +134,7 @@ def test_an_interrupt_while_computing_ends_the_run_with_status_zero(vostrel):
         no_reader = select.poll()
         no_reader.register(rows_to_read, 0)
         assert no_reader.poll(PATIENCE * 1000) != []
+        time.sleep(0.02)
         run.send_signal(signal.SIGINT)
     assert run.wait(PATIENCE) == 0
     assert run.stderr.read() == b""
