@@ -28,7 +28,7 @@ def test_more_than_six_arguments_are_too_many(vostrel, first, more):
      " --stats", "", "table.csv", "--Stats"],
 )
 @pytest.mark.parametrize("more", [0, 1, 4, 5])
-def test_any_other_first_argument_is_a_bad_one(vostrel, first, more):
+def test_any_other_first_argument_is_refused(vostrel, first, more):
     vostrel.write("table.csv", "1,2\n")
     arguments = [first] + ["table.csv", "report.txt", "0", "1", "2"][:more]
     expect(
@@ -40,7 +40,7 @@ def test_any_other_first_argument_is_a_bad_one(vostrel, first, more):
 
 
 @pytest.mark.parametrize("more", [0, 1, 2, 3, 4])
-def test_missing_arguments_bring_the_usage(vostrel, more):
+def test_missing_arguments_print_the_usage(vostrel, more):
     vostrel.write("table.csv", "1,2\n")
     arguments = ["--stats"] + ["table.csv", "report.txt", "0", "1", "2"][:more]
     expect(vostrel(*arguments), BANNER + USAGE, 255)
@@ -68,7 +68,7 @@ def test_header_flag_is_read_up_to_its_last_digit(vostrel, flag, is_one):
      ("-1", "2", BAD_ORDER), ("2", "2.9", BAD_ORDER), ("1", "4", TOO_LARGE), ("4", "1", TOO_LARGE),
      ("0", "5", TOO_LARGE), ("1", "2147483647", TOO_LARGE)],
 )
-def test_column_indices_that_make_no_sense_are_refused(vostrel, col1, col2, message):
+def test_impossible_column_indices_are_refused(vostrel, col1, col2, message):
     vostrel.write("table.csv", "1,2,3\n")
     expect(
         vostrel("--stats", "table.csv", "report.txt", "0", col1, col2),

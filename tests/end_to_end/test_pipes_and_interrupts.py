@@ -73,7 +73,7 @@ def test_any_other_signal_keeps_its_default_action(loading):
     assert vostrel.read("console") == BANNER + "col number 2\n" + LOADING
 
 
-def test_a_row_that_raises_leaves_the_rows_before_it(loading):
+def test_rows_before_a_missing_field_are_kept(loading):
     vostrel, run, table = loading
     table.send("0.1,0.12\n0.2,\n")
     assert run.wait(PATIENCE) == -signal.SIGABRT
@@ -111,7 +111,7 @@ def test_old_rows_stay_until_the_table_is_open_again(reopening):
     assert vostrel.read("internal.txt") == "0 0.1 0.12\n"
 
 
-def test_an_interrupt_before_that_leaves_them(reopening):
+def test_an_interrupt_before_the_table_reopens_keeps_old_rows(reopening):
     vostrel, run, _ = reopening
     run.send_signal(signal.SIGINT)
     assert run.wait(PATIENCE) == 0

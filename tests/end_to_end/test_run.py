@@ -148,7 +148,7 @@ def test_a_header_is_shown_and_counts_as_an_object_of_zeros(vostrel):
     assert run.returncode == 0
 
 
-def test_a_run_after_a_run_replaces_all_but_the_log(vostrel):
+def test_a_second_run_replaces_everything_but_the_log(vostrel):
     vostrel.write("table.csv", HEADED * 3)
     vostrel(*RUN)
     vostrel.write("table.csv", ROWS)
@@ -158,7 +158,7 @@ def test_a_run_after_a_run_replaces_all_but_the_log(vostrel):
     assert vostrel.read("error.log") == CREATED * 2
 
 
-def test_an_outlier_percentage_of_an_eighth_and_a_thousand_objects(vostrel):
+def test_numbers_have_no_trailing_zeros_and_no_separators(vostrel):
     vostrel.write("table.csv", ("1,0\n" + "1,1\n" * 7) * 125)
     run = vostrel("--stats", "table.csv", "report.txt", "0", "1", "2")
     for text in (run.stdout.decode(), vostrel.read("report.txt")):
@@ -209,7 +209,7 @@ def test_failing_runs_add_to_the_log(vostrel):
     assert vostrel.read("error.log") == "from before\n" + (message + FATAL) * 3
 
 
-def test_a_table_of_blanks_has_one_column(vostrel):
+def test_a_table_separated_by_blanks_has_one_column(vostrel):
     vostrel.write("table.csv", "0.1 0.12\n")
     vostrel.write("internal.txt", "old rows\n")
     vostrel.write("report.txt", "old report\n")

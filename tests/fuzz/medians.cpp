@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kMost = 64;
 
-// Each byte a number, so that repeats, zeros of both signs and not-a-numbers are easy to come by.
+// One number per byte: repeats, zeros of both signs and NaN are frequent.
 double from_byte(std::uint8_t byte) {
   static constexpr double kFew[] = {kNaN, -kNaN, kInfinity, -kInfinity, 0.0, -0.0, 5e-324, 1e308};
   if (byte < 8) return kFew[byte];
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   while (!input.empty() && values.size() < kMost) {
     values.push_back(any_bits ? input.number() : from_byte(input.byte()));
   }
-  // All of them as a rule, else a part.
+  // Mostly all of them, sometimes a part.
   const std::size_t n =
       leave_out < 128 ? values.size() : values.size() - leave_out % (values.size() + 1);
   const int count = static_cast<int>(n);

@@ -35,9 +35,9 @@ void log_line(const std::string& text) {
   log.close();
 }
 
-// A failed search gives npos. npos + 1 is 0: the next search begins at the start of the line.
-// A length of npos - position, and any other that is too long, means: up to the end of the line.
-// substr(npos, ...) raises std::out_of_range.
+// A failed search gives npos, and npos + 1 is 0: the next search begins at the start of the line.
+// substr takes a length that is too long as "to the end of the line". substr(npos, ...) throws
+// std::out_of_range.
 double field_value(const std::string& line, std::size_t position, std::size_t end) {
   const std::string text = line.substr(position, end - position);
   return read_double(text);
@@ -103,8 +103,7 @@ int UTILS::loadInputFile() {
     if (line.length() == 0) {
       break;
     }
-    // The row is put together aside and goes out when it is whole, so that nothing of it reaches
-    // the file when a field below raises.
+    // A row is written whole. When a field throws, nothing of it reaches the file.
     std::ostringstream text;
     text << row << " ";
     std::size_t position = 0;
@@ -158,19 +157,6 @@ int UTILS::loadInternalFile() {
   }
   file.close();
   return 0;
-}
-
-void UTILS::storeORMEDAOutput() const {
-  std::ofstream file;
-  file.open(nameOutputFile);
-  file << "# ID zspec zphot" << std::endl;
-  for (std::size_t i = 0; i < id.size(); i++) {
-    if (i >= zspec.size() || i >= output.size()) {
-      break;
-    }
-    file << id[i] << " " << zspec[i] << " " << output[i] << std::endl;
-  }
-  file.close();
 }
 
 void UTILS::storeStatistics() const {

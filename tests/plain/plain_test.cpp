@@ -1,4 +1,4 @@
-// The whole class against the plain second reading of it, through files, on hostile tables.
+// The class against the plain class, on random tables and files.
 
 #include <gtest/gtest.h>
 
@@ -128,7 +128,7 @@ class AgainstPlain : public InScratchFolder {
   }
 };
 
-/// Bytes that have a meaning here, in no order.
+/// Bytes that have a meaning in tables, in random order.
 std::string random_bytes(Random& random) {
   static const std::string kAlphabet =
       "00112233445566778899.......,,,,,,,,,,,,,,,,,,--++eeEE  \t\t\nnaifNAINF()xXpP\r\n\n\n\n\n\n\0\xff"s;
@@ -139,7 +139,7 @@ std::string random_bytes(Random& random) {
   return text;
 }
 
-/// Rows of numbers, nearly all of them sound.
+/// Rows of numbers, a few of them odd.
 std::string random_table(Random& random) {
   static const std::string kOddities[] = {
       "",    "nan", "-nan", "inf",  "-inf", "-1",     "-0",       "1e400",    "0x1p3",
@@ -165,7 +165,7 @@ std::string random_table(Random& random) {
   return text;
 }
 
-TEST_F(AgainstPlain, RunsOnRandomTablesLeaveTheSameTraces) {
+TEST_F(AgainstPlain, MatchesOnRandomTables) {
   Random random;
   for (int i = 0; i < rounds(6000); ++i) {
     const std::string table = random.one_in(3) ? random_bytes(random) : random_table(random);
@@ -179,7 +179,7 @@ TEST_F(AgainstPlain, RunsOnRandomTablesLeaveTheSameTraces) {
   }
 }
 
-TEST_F(AgainstPlain, ShortLinesUnderWideOnesLeaveTheSameTraces) {
+TEST_F(AgainstPlain, MatchesOnShortLinesUnderWideOnes) {
   Random random;
   for (int i = 0; i < rounds(300); ++i) {
     const std::size_t columns = 1 + random.below(300);
@@ -198,7 +198,7 @@ TEST_F(AgainstPlain, ShortLinesUnderWideOnesLeaveTheSameTraces) {
   }
 }
 
-TEST_F(AgainstPlain, RandomIntermediateFilesAreReadTheSame) {
+TEST_F(AgainstPlain, MatchesOnRandomIntermediateFiles) {
   Random random;
   static const std::string kAlphabet =
       "0123456789012345678901234567890123.-+e   \t\n\n\n,naif#\r\0"s;
@@ -243,7 +243,7 @@ TEST_F(AgainstPlain, RandomIntermediateFilesAreReadTheSame) {
   }
 }
 
-TEST(PlainRowNumbers, GoRoundAtTheEndOfTheirRange) {
+TEST(PlainNextRow, WrapsAroundAtTheEndOfItsRange) {
   EXPECT_EQ(plain::next_row(0), 1);
   EXPECT_EQ(plain::next_row(2147483646), 2147483647);
   EXPECT_EQ(plain::next_row(2147483647), -2147483647 - 1);

@@ -1,9 +1,8 @@
-// The plain second reading of everything the program computes and writes: streams, strings, the
-// bubble sort, one step after another as the definitions put it. It is slow on purpose and shares
-// no code with the product, so that what the two agree on was arrived at twice.
+// The class a second time, written in the plainest way: streams, strings, the bubble sort. It is
+// slow on purpose and shares no code with the product.
 //
-// Tests and fuzzers hold the product against it, and vostrel-plain is a whole second program made
-// of it: same standard output, same files, same exit status, byte for byte.
+// Tests and fuzzers compare the product with it. vostrel-plain is a second program made of it, with
+// the same standard output, files and exit status, byte for byte.
 
 #ifndef VOSTREL_TESTS_PLAIN_PLAIN_UTILS_H
 #define VOSTREL_TESTS_PLAIN_PLAIN_UTILS_H
@@ -18,25 +17,24 @@ double read_double(const std::string& text);
 int read_int(const std::string& text);
 std::string write_double(double value);
 
-/// The middle of the first n values (of their magnitudes), sorted by a plain bubble sort.
-/// A quiet not-a-number when n is 0; std::bad_array_new_length when n is negative.
+/// The median of the first n values, or of their magnitudes, by a bubble sort. NaN when n is 0.
+/// Throws std::bad_array_new_length when n is negative.
 double median(std::vector<double> values, int n);
 double abs_median(std::vector<double> values, int n);
 
-/// The order a bubble sort leaves: equal values and not-a-numbers are never swapped.
+/// Never swaps equal values, nor anything with a NaN.
 void bubble_sort(std::vector<double>& values);
 
-/// The row number after this one; 2147483647 is followed by -2147483648.
+/// The next row number. -2147483648 follows 2147483647.
 int next_row(int row);
 
-/// Same interface as the product's class; everything is public.
+/// What the program and the tests use of the product's class, all of it public.
 class UTILS {
  public:
   UTILS(int header_flag, const char* input, const char* output_name, int first, int second);
 
   int loadInputFile();
   int loadInternalFile();
-  void storeORMEDAOutput() const;
   void storeStatistics() const;
 
   void CalculateDelta();
@@ -58,14 +56,9 @@ class UTILS {
   void CalculateOutliers();
   void CalculateOutliersNorm();
 
-  void AssignOutput();
-  double doubleRangeRand(double lo, double hi) const;
-  int idRand() const;
-
   void clearData();
   int getDataSize() const;
   void setNameInputFile(const char* name);
-  void setNameOutputFile(const char* name);
 
   double getBias() const { return bias; }
   double getSigma() const { return sigma; }
@@ -90,9 +83,7 @@ class UTILS {
   double getOutliers4Norm() const { return outliers4Norm; }
   double getOutliersConstantNorm() const { return outliersConstantNorm; }
 
-  double presetA;
   int headerFlag;
-  double presetB;
   double sigma;
   double sigmaNorm;
   double bias;
@@ -123,7 +114,6 @@ class UTILS {
   std::vector<int> id;
   std::vector<double> zspec;
   std::vector<double> zphot;
-  std::vector<double> output;
   std::vector<double> delta;
   std::vector<double> deltaNorm;
 };

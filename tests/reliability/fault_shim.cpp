@@ -1,13 +1,12 @@
-// A library to be loaded in front of the C library (LD_PRELOAD), which makes one kind of call on
-// one file fail. VOSTREL_FAULT says which, in six words:
+// A library for LD_PRELOAD that makes one kind of call on one file fail. VOSTREL_FAULT says which,
+// in six words:
 //
 //     CALL FILE PASS FROM TIMES ERROR
 //
 // CALL is open, read, write or close, and FILE the name the program gives. PASS chooses one time
-// that the file is opened, from 1; 0 stands for every time. A read or write fails from byte FROM of
-// the file on: what lies before it still gets through, so that the fault strikes at the same byte
-// however large the blocks are. It fails TIMES times, or for ever when that is 0, and leaves ERROR
-// in errno.
+// that the file is opened, from 1; 0 means every time. A read or write fails from byte FROM of the
+// file on. The bytes before it get through, so that the fault strikes at the same byte whatever the
+// size of the blocks. It fails TIMES times, always when that is 0, and sets errno to ERROR.
 //
 // "memory" as the CALL makes allocations fail from the FROM-th on; FILE and ERROR don't matter.
 //

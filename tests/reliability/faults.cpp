@@ -93,7 +93,7 @@ std::vector<Table> make_tables(Random& random) {
   tables[2] = {"a line that ends the run", "", "0"};
   tables[3] = {"too few columns", "1,2\n3,4\n", "0"};
   for (int i = 0; i < 7; ++i) tables[0].text += line(random, 3, 0) + "\n";
-  // Long fields, so that the plain program's sorts don't take all day.
+  // Long fields and few rows, since the plain program's sort is quadratic.
   for (int i = 0; i < 700; ++i) {
     tables[1].text += std::string(random.below(800), '0') + line(random, 3, 0) + "\n";
   }
@@ -145,7 +145,7 @@ std::vector<Fault> make_faults(Random& random, const std::map<std::string, std::
     if (found == files.end()) continue;
     for (const std::size_t place : places(random, found->second.size(), more)) {
       faults.push_back({use.call, use.file, use.pass, place, 0, random.pick(kLasting)});
-      // An interrupted call is made again; for ever, if it were interrupted for ever.
+      // An interrupted call is repeated until it succeeds, so the interruptions must end.
       const int times = 1 + static_cast<int>(random.below(3));
       faults.push_back({use.call, use.file, use.pass, place, times, EINTR});
     }
@@ -165,13 +165,13 @@ void show(const char* title, const Outcome& outcome) {
   }
 }
 
-// Whether the text is the whole one, or some of its first lines, none of them in part.
+// Whether the text consists of the first lines of `whole`, each of them complete.
 bool whole_lines(const std::string& text, const std::string& whole) {
   return whole.starts_with(text) && (text.empty() || text.back() == '\n');
 }
 
-// What is wrong with the outcome of a run whose memory gave out, if anything. A file that can't be
-// opened for want of memory is treated as any file that can't be opened.
+// What is wrong with the outcome of a run that had no memory, if anything. A file that can't be
+// opened without memory is treated as any file that can't be opened.
 std::string fault_in(const Outcome& outcome, const Outcome& whole, const Outcome& without_rows) {
   if (outcome.status == "signal 6") {
     if (outcome.error != whole.error && outcome.error.find("std::bad_alloc") == std::string::npos) {
@@ -196,7 +196,7 @@ std::string fault_in(const Outcome& outcome, const Outcome& whole, const Outcome
   return "";
 }
 
-// The allocations of a run fail from the n-th on, for every n.
+// For every n: all allocations from the n-th on fail.
 bool check_memory(Runner& product, const Table& table, std::map<std::string, int>& ends) {
   const Outcome whole = product.run(table, "");
   const Outcome without_rows =

@@ -62,7 +62,7 @@ std::string read_pipe(int pipe, nanoseconds patience) {
   return text;
 }
 
-// Waits for the end of a run, but not for ever.
+// Waits for the end of a run. Kills a run that hangs.
 bool finish_in_time(pid_t child, int& status) {
   const auto deadline = Clock::now() + std::chrono::seconds(kPatience);
   while (Clock::now() < deadline) {
@@ -134,13 +134,13 @@ bool begins(std::string_view whole, std::string_view beginning) {
   return whole.substr(0, beginning.size()) == beginning;
 }
 
-// Nothing, or some first lines of the whole file, none of them in part.
+// Whether the text consists of the first lines of `whole`, each of them complete.
 bool whole_lines(const std::string& text, const std::string& whole) {
   return begins(whole, text) && (text.empty() || text.back() == '\n');
 }
 
-// The notice goes through the buffer that the run itself writes by. A line that was on its way when
-// the interrupt came, written but not yet taken out of the buffer, is written once more.
+// The notice goes through the buffer of standard output. A line that was written but still stood in
+// the buffer when the interrupt came is written once more.
 bool last_line_is_repeated(std::string_view console) {
   if (console.size() < 2 || console.back() != '\n') return false;
   const std::string_view before = console.substr(0, console.rfind('\n', console.size() - 2) + 1);

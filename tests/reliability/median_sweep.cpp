@@ -1,6 +1,5 @@
-// The medians of large arrays, where another way of finding them begins than for small ones, held
-// against a stable sort of each stretch between not-a-numbers, which is what the bubble sort leaves
-// (the small sizes are held against the bubble sort itself, here once more and in the fuzz target).
+// The medians of large arrays, compared with a stable sort of each stretch between NaNs. Up to 2000
+// values are compared with the bubble sort, too.
 //
 //     median_sweep ARRAYS
 

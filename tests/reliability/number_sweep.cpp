@@ -1,10 +1,10 @@
-// Number text in bulk: reading gives the bits of std::atof and the integer of std::atoi, writing
-// the text of a stream in its default state, and copying what both give together.
+// Numbers as text, in bulk: reading matches std::atof and std::atoi, writing matches a stream in
+// its default state, and copying matches reading followed by writing.
 //
 //     number_sweep STRINGS DOUBLES
 //
-// A stream would take most of the time, so the yardstick of writing is snprintf's "%.6g", and one
-// number in a hundred is written by a stream too: the three must agree.
+// A stream would take most of the time. So writing is compared with snprintf's "%.6g", and one
+// number in a hundred is written by a stream, too.
 
 #include <array>
 #include <bit>

@@ -1,5 +1,5 @@
-"""Files that are not what they should be, full disks, no standard output, and odd arguments. Each
-name says what is expected of the program, and each outcome is compared with the plain program's."""
+"""Unexpected kinds of files, full disks, closed standard output, odd arguments. `both` compares each
+outcome with the plain program's."""
 
 import os
 import resource
@@ -78,7 +78,7 @@ def test_an_intermediate_file_that_is_the_null_device_gives_a_run_without_data(t
     assert b"\nData size  = 0\n" in run.stdout
 
 
-def test_an_old_longer_intermediate_file_leaves_nothing_behind(table):
+def test_a_longer_old_intermediate_file_is_replaced(table):
     table.write("internal.txt", "9 9 9\n" * 1000)
     assert table.rows() == ROWS
 
@@ -96,7 +96,7 @@ def file_limit(size):
     return limit
 
 
-def test_a_disk_that_takes_nothing_gives_a_run_without_rows(table):
+def test_a_full_disk_gives_a_run_without_rows(table):
     run = table(*RUN, preexec_fn=file_limit(0))
     assert run.returncode == 0
     assert b"\nData size  = 0\n" in run.stdout
@@ -114,7 +114,7 @@ def test_a_disk_that_fills_up_cuts_each_file_at_the_same_byte_in_both_programs(b
 
 
 @pytest.mark.parametrize("size", [65536, 131071, 131072, 131073, 200000])
-def test_a_disk_that_fills_up_under_many_rows_keeps_those_before(vostrel, size):
+def test_a_disk_that_fills_up_keeps_the_rows_before(vostrel, size):
     vostrel.write("table.csv", TABLE * 5000)
     vostrel(*RUN, preexec_fn=file_limit(size))
     rows = "".join(
@@ -151,7 +151,7 @@ def test_a_disk_that_is_full_has_the_same_outcome_in_both_programs(small_disks, 
 
 
 @pytest.mark.parametrize("target", ["/dev/full", "no such folder/log", "."])
-def test_a_log_that_takes_nothing_changes_nothing_else(table, target):
+def test_a_log_that_cannot_be_written_changes_nothing_else(table, target):
     table.prepare(link("error.log", target))
     assert table.rows() == ROWS
     report_of(table.product)
@@ -195,13 +195,13 @@ def to_a_pipe_without_a_reader():
     os.close(writer)
 
 
-def test_a_reader_who_has_left_ends_the_run_as_the_system_does(table):
+def test_a_closed_pipe_as_standard_output_ends_the_run_by_sigpipe(table):
     run = table(*RUN, preexec_fn=to_a_pipe_without_a_reader)
     assert run.returncode == -signal.SIGPIPE
     assert table.product.files() == {}
 
 
-def test_a_reader_who_has_left_changes_no_file_when_the_signal_is_ignored(table):
+def test_a_closed_pipe_changes_no_file_when_sigpipe_is_ignored(table):
     table(*RUN)
     expected = table.product.files()
     table.prepare(lambda program: [(program.folder / name).unlink() for name in expected])
@@ -254,7 +254,7 @@ def test_column_indices_below_one_are_refused_down_to_the_smallest_int(table, co
      "-99999999999", "-9223372036854775809", "-" + "9" * 400],
 )
 @pytest.mark.parametrize("place", [3, 4, 5])
-def test_indices_beyond_an_int_are_what_the_c_library_makes_of_them(table, column, place):
+def test_indices_beyond_the_int_range_match_the_plain_program(table, column, place):
     arguments = list(RUN)
     arguments[place] = column
     assert table(*arguments).returncode in (0, 255)

@@ -1,5 +1,4 @@
-"""Tables of every shape that nobody would expect. Each name says what is expected of the program,
-and each outcome is compared with the plain program's."""
+"""Tables of unexpected shapes. `both` compares each outcome with the plain program's."""
 
 import os
 import resource
@@ -64,7 +63,7 @@ def test_a_long_header_is_shown_whole(both):
     assert both.product.read("internal.txt") == "0 0 0\n1 1 2\n"
 
 
-def test_a_million_columns_over_short_rows_cost_what_the_rows_are_long(vostrel):
+def test_short_rows_under_a_million_columns_take_linear_time(vostrel):
     # Going round each of the rows a million times would take more than a quarter of an hour.
     vostrel.write("table.csv", "x," * 999999 + "x\n" + "5,6\n" * 100000)
     run = vostrel(
@@ -78,7 +77,7 @@ def test_a_million_columns_over_short_rows_cost_what_the_rows_are_long(vostrel):
     assert rows[1:] == [f"{i} 5 6" for i in range(1, 100001)]
 
 
-def test_a_million_columns_over_short_rows_go_round_and_round(both):
+def test_short_rows_under_a_million_columns_wrap_around(both):
     both.write("table.csv", "x," * 999999 + "x\n5,6\n1,2,3\n4\n")
     run = ["--stats", "table.csv", "report.txt", "0", "999998", "999999"]
     # 999998 is even and leaves 2 when divided by 3.
@@ -162,7 +161,7 @@ def test_a_number_of_a_million_digits_is_read_to_the_last_one(both, number, valu
     assert both.rows() == f"0 {value} {value}\n1 1 {value}\n"
 
 
-def test_a_hundred_thousand_not_a_numbers_give_not_a_numbers(vostrel):
+def test_a_hundred_thousand_nans_give_nan(vostrel):
     vostrel.write("table.csv", "nan,nan\n" * 100000)
     run = vostrel(*RUN)
     assert run.returncode == 0
@@ -174,7 +173,7 @@ def test_a_hundred_thousand_not_a_numbers_give_not_a_numbers(vostrel):
     assert vostrel.read("internal.txt") == "".join(f"{i} nan nan\n" for i in range(100000))
 
 
-def test_not_a_numbers_part_the_values_that_are_sorted(both):
+def test_nans_divide_the_values_that_are_sorted(both):
     both.write("table.csv", "nan,1\n0.5,0.1\n0.2,0.9\n-nan,0\ninf,1\n1,inf\n-1,-1\n3,1\n" * 300)
     assert both(*RUN).returncode == 0
 
@@ -197,7 +196,7 @@ def test_the_null_device_is_an_empty_table(both):
     assert both.product.read("error.log") == TOO_LARGE + FATAL
 
 
-def test_a_device_without_an_end_is_read_until_the_user_interrupts(vostrel):
+def test_an_endless_device_is_read_until_an_interrupt(vostrel):
     run = vostrel.start("--stats", "/dev/zero", "report.txt", "0", "1", "2")
     # As soon as the system knows of a handler, it is used.
     wait_until(lambda: handles_interrupts(run.pid))

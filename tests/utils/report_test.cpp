@@ -49,7 +49,7 @@ const char kZeroReport[] =
     "outliers norm >3sigma = 0%\n"
     "outliers norm >4sigma = 0%\n";
 
-TEST_F(Report, HasEachStatisticOnItsOwnLine) {
+TEST_F(Report, WritesEachStatisticOnItsOwnLine) {
   OpenUtils run(0, "table.csv", "report.txt", 2, -3);
   run.id = {1, 2, 3};
   run.bias = 0.01234567;
@@ -104,27 +104,27 @@ TEST_F(Report, HasEachStatisticOnItsOwnLine) {
             "outliers norm >4sigma = inf%\n");
 }
 
-TEST_F(Report, NamesTheColumnsOfTheUsersTable) {
+TEST_F(Report, NamesTheColumns) {
   const std::string text = stored(OpenUtils(0, "table.csv", "report.txt", 2, 3));
   EXPECT_NE(text.find("\nStatistics on delta [col2 - col3]:\n"), std::string::npos);
   EXPECT_NE(text.find("\nStatistics on normalized delta [(col2 - col3) / (1 + col2)]:\n"),
             std::string::npos);
 }
 
-TEST_F(Report, ReplacesWhatIsThere) {
+TEST_F(Report, ReplacesAnOlderReport) {
   write_file("report.txt", std::string(5000, 'x'));
   EXPECT_EQ(stored(empty_set()), kZeroReport);
   EXPECT_EQ(stored(empty_set()), kZeroReport);
 }
 
-TEST_F(Report, TakesTheDataSizeFromTheIdentifiers) {
+TEST_F(Report, CountsIdentifiersAsDataSize) {
   OpenUtils run = empty_set();
   run.id = std::vector<int>(1000);
   run.delta = {1};
   EXPECT_EQ(stored(run).substr(0, 19), "Data size  = 1000\n\n");
 }
 
-TEST_F(Report, ThatCannotBeWrittenLooksLikeSuccess) {
+TEST_F(Report, LooksLikeSuccessWhenItCannotBeWritten) {
   std::filesystem::create_directory("folder");
   for (const std::string name : {"no such folder/report.txt", "", "folder"}) {
     const OpenUtils run(0, "table.csv", name.c_str(), 1, 2);

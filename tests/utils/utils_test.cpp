@@ -46,7 +46,7 @@ const Getter kOtherGetters[] = {
     {"getMADDeltazNorm", &UTILS::getMADDeltazNorm, &OpenUtils::madDeltazNorm},
 };
 
-TEST(TheObject, StoresItsSettingsAsTheyAreGiven) {
+TEST(Utils, StoresItsSettings) {
   const char* const input = "in";
   const char* const output = "out";
   const OpenUtils run(-7, input, output, 9, -3);
@@ -60,7 +60,7 @@ TEST(TheObject, StoresItsSettingsAsTheyAreGiven) {
   EXPECT_EQ(run.presetB, 0.03);
 }
 
-TEST(TheObject, StartsWithoutDataAndWithZeroStatistics) {
+TEST(Utils, StartsWithoutDataAndWithZeroStatistics) {
   const OpenUtils run = empty_set();
   EXPECT_EQ(run.getDataSize(), 0);
   for (const auto* vector : {&run.zspec, &run.zphot, &run.output, &run.delta, &run.deltaNorm}) {
@@ -71,7 +71,7 @@ TEST(TheObject, StartsWithoutDataAndWithZeroStatistics) {
   for (const Getter& getter : kOtherGetters) EXPECT_EQ((run.*getter.get)(), 0.0) << getter.name;
 }
 
-TEST(TheObject, HasGettersThatReturnTheirOwnMember) {
+TEST(Utils, GettersReturnTheirMembers) {
   OpenUtils run = empty_set();
   double value = 1.5;
   for (const Getter& getter : kOutlierGetters) run.*getter.member = value++;
@@ -82,7 +82,7 @@ TEST(TheObject, HasGettersThatReturnTheirOwnMember) {
   for (const Getter& getter : kOtherGetters) EXPECT_EQ((run.*getter.get)(), value++) << getter.name;
 }
 
-TEST(TheObject, CountsItsIdentifiersForTheDataSize) {
+TEST(Utils, CountsIdentifiersAsDataSize) {
   OpenUtils run = empty_set();
   run.id = {4, 4, 4};
   run.zspec = {1};
@@ -103,7 +103,7 @@ TEST(ClearData, EmptiesTheSixVectorsAndKeepsTheirStorage) {
   }
 }
 
-TEST(ClearData, LeavesSettingsAndStatisticsAlone) {
+TEST(ClearData, KeepsSettingsAndStatistics) {
   OpenUtils run(1, "a", "b", 3, 4);
   run.setNameInputFile("c");
   double value = 1.5;
@@ -122,9 +122,9 @@ TEST(ClearData, LeavesSettingsAndStatisticsAlone) {
   for (const Getter& getter : kOtherGetters) EXPECT_EQ((run.*getter.get)(), value++) << getter.name;
 }
 
-using TheNames = InScratchFolder;
+using FileNames = InScratchFolder;
 
-TEST_F(TheNames, AreBorrowedSoAChangedBufferIsAChangedName) {
+TEST_F(FileNames, AreBorrowed) {
   write_file("one", "1,2\n");
   char name[] = "two";
   OpenUtils run(0, name, "report.txt", 1, 2);
@@ -134,7 +134,7 @@ TEST_F(TheNames, AreBorrowedSoAChangedBufferIsAChangedName) {
   EXPECT_EQ(result, 0);
 }
 
-TEST_F(TheNames, SetNameInputFileRedirectsTheIntermediateFileOnly) {
+TEST_F(FileNames, SetNameInputFileRedirectsTheIntermediateFileOnly) {
   write_file("table.csv", "1,2\n");
   OpenUtils run = empty_set();
   const char* const table = run.nameInputFile;
@@ -150,7 +150,7 @@ TEST_F(TheNames, SetNameInputFileRedirectsTheIntermediateFileOnly) {
   EXPECT_EQ(run.getDataSize(), 1);
 }
 
-TEST_F(TheNames, SetNameOutputFileRedirectsTheReport) {
+TEST_F(FileNames, SetNameOutputFileRedirectsTheReport) {
   OpenUtils run = empty_set();
   run.setNameOutputFile("other report");
   EXPECT_STREQ(run.nameOutputFile, "other report");
