@@ -29,8 +29,9 @@ TEST(LsstMetrics, ByHand) {
 }
 
 TEST(LsstMetrics, TheOutlierBoundIsNeverBelowSixPercent) {
-  const LsstMetrics metrics = metrics_of({0, 0, 0, 0}, {0, 0, 0.06, 0.0601});
-  EXPECT_EQ(metrics.outlier_rate, 0.25);
+  const LsstMetrics metrics =
+      metrics_of({0, 0, 0, 0, 0, 0, 0, 0}, {0, 0, 0, 0, 0, 0, 0.06, 0.0601});
+  EXPECT_EQ(metrics.outlier_rate, 0.125);
 }
 
 TEST(LsstMetrics, NaNWithoutObjectsOrWithANaN) {
