@@ -4,7 +4,7 @@
 # Splits the line up to the cursor into the array `words`, without redirections. bash's own words
 # would be cut at ":" and "=", too. Returns 1 when the file of a redirection is being typed.
 _vostrel_words() {
-  local line=${COMP_LINE:0:COMP_POINT} char quote='' all=('') word file=0 i
+  local line=${COMP_LINE:0:COMP_POINT} char quote='' all=('') word redirection=0 file=0 i
   for ((i = 0; i < ${#line}; i++)); do
     char=${line:i:1}
     if [[ $char == \\ && $quote != \' ]]; then
@@ -49,7 +49,7 @@ _vostrel_files() {
 }
 
 _vostrel() {
-  local words redirection
+  local words
   COMPREPLY=()
   if ! _vostrel_words; then
     compopt -o default
@@ -64,7 +64,7 @@ _vostrel() {
 complete -F _vostrel vostrel
 
 _vostrel_plot() {
-  local words redirection options="--report --output --title --dpi --version --help"
+  local words options="--report --output --title --dpi --version --help"
   COMPREPLY=()
   if ! _vostrel_words; then
     compopt -o default
