@@ -78,6 +78,8 @@ void UTILS::CalculateSigmaNorm() {
 void UTILS::CalculateRMS() { rms = vostrel::root_mean_square(first(delta, id.size())); }
 void UTILS::CalculateRMSNorm() { rmsNorm = vostrel::root_mean_square(first(deltaNorm, id.size())); }
 
+// The interface takes the values by value.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 double UTILS::CalculateMedian(std::vector<double> values, int n) const {
   return vostrel::median(first_of(values, n));
 }
@@ -85,6 +87,7 @@ double UTILS::CalculateMedian(std::vector<double> values, int n) const {
 double UTILS::CalculateAbsMedian(std::vector<double> values, int n) const {
   return vostrel::absolute_median(first_of(values, n));
 }
+// NOLINTEND(performance-unnecessary-value-param)
 
 void UTILS::CalculateMAD() { mad = vostrel::absolute_median(countable(delta)); }
 void UTILS::CalculateMADNorm() { madNorm = vostrel::absolute_median(countable(deltaNorm)); }
