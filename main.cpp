@@ -1,5 +1,4 @@
-// The command-line driver: checks the command line, drives one UTILS object through a run, prints
-// the console report.
+// The program: checks the command line, runs one UTILS object, prints the console report.
 
 #include <csignal>
 #include <cstdlib>
@@ -17,12 +16,11 @@ namespace {
 
 constexpr int kAborted = -1;  // the shell sees 255
 
-// Ends the run with status 0: an interrupt is what the user wants, not a failure.
+// Ends the run with status 0: the user asked for it.
 //
-// The line that is interrupted may hold stdio's lock, and exit() would take that lock as well:
-// either way the handler could wait for ever. So main has detached std::cout from stdio, and the
-// way out is _Exit. It leaves out nothing that exit() would do here: the only stream that is ever
-// used was flushed by the line before, and nothing is registered to be called at the end.
+// The interrupted line may hold the lock of stdio, for which std::exit and a std::cout tied to
+// stdio would wait forever. So main separates std::cout from stdio, and the handler calls _Exit.
+// Nothing is lost: std::cout is flushed here, and no function is registered to run at exit.
 void signal_handler(int /*signal*/) {
   std::cout << "SIGINT catched!" << std::endl;
   std::_Exit(0);
@@ -73,7 +71,7 @@ void print_report(const UTILS& run) {
   std::cout << std::endl;
 }
 
-// Loads, computes and reports. The object's end precedes the closing line.
+// Loads, computes and reports.
 int run_statistics(int headerFlag, const char* input, const char* output, int col1, int col2) {
   UTILS run(headerFlag, input, output, col1, col2);
   if (run.loadInputFile() != 0) {
@@ -81,7 +79,7 @@ int run_statistics(int headerFlag, const char* input, const char* output, int co
     log << "FATAL ERROR OCCURRED. Statistics output not created! ***" << std::endl;
     return kAborted;
   }
-  run.loadInternalFile();  // its result is not examined: a run without data reports not-a-numbers
+  run.loadInternalFile();  // if it fails, the report is about 0 objects
   calculate_statistics(run);
   print_report(run);
   run.storeStatistics();

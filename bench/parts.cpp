@@ -1,5 +1,5 @@
-// The parts of a run that cost time, each by itself: lines, numbers read, numbers written, medians.
-// Beside each stands the standard library's way to the same result.
+// Benchmarks of the parts of a run: lines, reading, writing and copying numbers, medians. Each
+// stands beside the standard library's way to the same result.
 
 #include <benchmark/benchmark.h>
 
@@ -19,7 +19,8 @@
 #include "statistics/statistics.h"
 #include "text/copy_number.h"
 #include "text/line_reader.h"
-#include "text/table_line.h"
+#include "text/read_number.h"
+#include "text/table_fields.h"
 #include "text/write_number.h"
 
 namespace {
@@ -35,7 +36,7 @@ std::vector<double> redshifts() {
   return values;
 }
 
-// The numbers as lines of text, with the padding that the readers ask for.
+// The numbers as lines of text, with the padding that reading requires.
 std::string text_of(const std::vector<double>& values, int decimals, bool scientific = false) {
   const auto format = scientific ? std::chars_format::scientific : std::chars_format::fixed;
   std::string text;
@@ -147,7 +148,7 @@ void copy_number_by_reading_and_writing(benchmark::State& state) {
 }
 BENCHMARK(copy_number_by_reading_and_writing)->Apply(layouts_to_copy);
 
-// The columns 10 and 11 of twelve.
+// Column 10 of twelve.
 void find_field(benchmark::State& state) {
   const std::string line =
       "1000000000,105.071278,-45.039974,23.5860,23.2766,23.4260,21.7388,20.2751,21.6756,"
@@ -172,9 +173,8 @@ class LinesOfAFile : public benchmark::Fixture {
 BENCHMARK_F(LinesOfAFile, scan)(benchmark::State& state) {
   for (auto _ : state) {
     vostrel::LineReader file("parts.tmp");
-    std::string_view line;
-    while (file.fill()) {
-      while (file.next(line)) benchmark::DoNotOptimize(line);
+    for (std::string_view lines; !(lines = file.next_lines()).empty();) {
+      while (!lines.empty()) benchmark::DoNotOptimize(vostrel::take_line(lines));
     }
   }
   per_item(state, 100 * kNumbers);

@@ -12,7 +12,10 @@ void RowNumber::convert() {
 }
 
 // The rows of one block of an ordinary table fit, and are written at once.
-RowWriter::RowWriter(const char* name) : block_(2 * kBlockSize) {
+RowWriter::RowWriter(const char* name)
+    : block_(2 * kBlockSize),
+      row_(block_.data()),
+      last_row_(block_.data() + block_.size() - kRowRoom) {
   static_assert(kRowRoom <= 2 * kBlockSize);
   // With a buffer, the stream would write rows a second time when it is closed after a failure.
   file_.rdbuf()->pubsetbuf(nullptr, 0);
@@ -20,8 +23,8 @@ RowWriter::RowWriter(const char* name) : block_(2 * kBlockSize) {
 }
 
 void RowWriter::flush() {
-  file_.write(block_.data(), static_cast<std::streamsize>(used_)).flush();
-  used_ = 0;
+  file_.write(block_.data(), row_ - block_.data()).flush();
+  row_ = block_.data();
 }
 
 }  // namespace vostrel

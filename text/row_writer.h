@@ -58,8 +58,8 @@ class RowWriter {
   /// Begins a row. Returns where to write its two values with a blank between them; kValuesRoom
   /// bytes are writable there. A row that is begun and not ended is begun anew by the next call.
   char* begin_row() {
-    if (used_ + kRowRoom > block_.size()) flush();
-    char* const out = number_.write(block_.data() + used_);
+    if (row_ > last_row_) flush();
+    char* const out = number_.write(row_);
     *out = ' ';
     return out + 1;
   }
@@ -67,7 +67,7 @@ class RowWriter {
   /// Ends a row at the end of its values.
   void end_row(char* values_end) {
     *values_end = '\n';
-    used_ = static_cast<std::size_t>(values_end + 1 - block_.data());
+    row_ = values_end + 1;
     number_.increment();
   }
 
@@ -80,7 +80,8 @@ class RowWriter {
 
   std::ofstream file_;
   std::vector<char> block_;
-  std::size_t used_ = 0;
+  char* row_;             // where the next row goes
+  const char* last_row_;  // up to where a row fits
   RowNumber number_;
 };
 
