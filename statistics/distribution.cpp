@@ -4,6 +4,7 @@
 #include <bit>
 #include <cmath>
 #include <limits>
+#include <stdexcept>
 #include <utility>
 
 #include "statistics/statistics.h"
@@ -72,11 +73,18 @@ void Bracket::sift(std::span<const double> values) {
     if (!(value >= from_ && value <= high_)) continue;
     if (value < low_) {
       ++below_;
-    } else if (++inside_; cells_.empty() && values_.size() < kMostKept) {
-      values_.push_back(value);
     } else {
-      count_in_cell(value);
+      take(value);
     }
+  }
+}
+
+void Bracket::take(double value) {
+  ++inside_;
+  if (cells_.empty() && values_.size() < kMostKept) {
+    values_.push_back(value);
+  } else {
+    count_in_cell(value);
   }
 }
 
@@ -103,26 +111,21 @@ void Bracket::count_in_cell(double value) {
 }
 
 void Bracket::merge(const Bracket& other) {
-  below_ += other.below_;
-  if (other.cells_.empty()) {
-    for (const double value : other.values_) {
-      if (++inside_; cells_.empty() && values_.size() < kMostKept) {
-        values_.push_back(value);
-      } else {
-        count_in_cell(value);
-      }
-    }
-    return;
+  if (!(low_ == other.low_ && high_ == other.high_ && from_ == other.from_ && to_ == other.to_ &&
+        before_ == other.before_)) {
+    throw std::invalid_argument("these states are not of the same pass");
   }
+  below_ += other.below_;
+  for (const double value : other.values_) take(value);
+  if (other.cells_.empty()) return;
   inside_ += other.inside_;
   if (cells_.empty()) {
-    const std::vector<double> kept = std::move(values_);
-    values_ = {};
+    const std::vector<double> kept = std::exchange(values_, {});
     cells_ = other.cells_;
     for (const double value : kept) count_in_cell(value);
     return;
   }
-  for (std::size_t i = 0; i < kCells; ++i) {
+  for (std::size_t i = 0; i < cells_.size(); ++i) {
     Cell& cell = cells_[i];
     const Cell& more = other.cells_[i];
     if (more.count == 0) continue;
@@ -130,6 +133,45 @@ void Bracket::merge(const Bracket& other) {
     cell.high = cell.count == 0 ? more.high : std::max(cell.high, more.high);
     cell.count += more.count;
   }
+}
+
+void Bracket::write(ByteWriter& out) const {
+  for (const double bound : {low_, high_, from_, to_}) out.number(bound);
+  for (const std::uint64_t count : {before_, below_, inside_}) out.integer(count);
+  out.integer(values_.size());
+  for (const double value : values_) out.number(value);
+  out.integer(cells_.size());
+  for (const Cell& cell : cells_) {
+    out.integer(cell.count);
+    if (cell.count == 0) continue;
+    out.number(cell.low);
+    out.number(cell.high);
+  }
+}
+
+Bracket Bracket::read(ByteReader& in) {
+  Bracket bracket{in.number(), in.number(), in.number(), in.number(), 0};  // in this order
+  bracket.before_ = in.integer();
+  bracket.below_ = in.integer();
+  bracket.inside_ = in.integer();
+  bracket.values_.resize(in.count());
+  const auto is_inside = [&](double value) {
+    return value >= bracket.low_ && value <= bracket.high_;
+  };
+  for (double& value : bracket.values_) {
+    value = in.number();
+    in.require(is_inside(value));
+  }
+  bracket.cells_.resize(in.count());
+  in.require(bracket.cells_.empty() || bracket.cells_.size() == kCells);
+  for (Cell& cell : bracket.cells_) {
+    cell.count = in.integer();
+    if (cell.count == 0) continue;
+    cell.low = in.number();
+    cell.high = in.number();
+    in.require(is_inside(cell.low) && is_inside(cell.high));
+  }
+  return bracket;
 }
 
 std::optional<std::uint64_t> Bracket::count_below(double bound, bool including) const {
@@ -228,7 +270,9 @@ void Distribution::bracket_surely(Place& place, std::optional<double> center) {
 }
 
 void Distribution::plan(double sigma_low, double sigma_high) {
+  is_planned_ = true;
   buckets_ = histogram_.buckets();
+  if (buckets_.empty()) return;
   for (Middle* middle : {&median_, &absolute_, &about_median_}) {
     middle->lower.rank = (size() - 1) / 2;
     middle->upper.rank = size() / 2;
@@ -238,6 +282,7 @@ void Distribution::plan(double sigma_low, double sigma_high) {
   const auto lows = outlier_bounds(sigma_low);
   const auto highs = outlier_bounds(sigma_high);
   for (std::size_t k = 0; k < lows.size(); ++k) {
+    if (!(lows[k] <= highs[k])) continue;  // nothing is beyond NaN
     add_bracket(lows[k], highs[k]);
     add_bracket(-highs[k], -lows[k]);
   }
@@ -245,8 +290,11 @@ void Distribution::plan(double sigma_low, double sigma_high) {
 }
 
 void Distribution::start_pass() {
-  brackets_ = std::move(next_);
-  next_.clear();
+  brackets_ = std::exchange(next_, {});
+  flag_buckets();
+}
+
+void Distribution::flag_buckets() {
   flags_.assign(histogram_.places(), 0);
   for (const auto& bucket : buckets_) {
     for (const Bracket& bracket : brackets_) {
@@ -259,12 +307,78 @@ void Distribution::sift(std::span<const double> values) {
   for (Bracket& bracket : brackets_) bracket.sift(values);
 }
 
+// ---- states ----
+
 void Distribution::merge(const Distribution& other) {
-  if (buckets_.empty()) {
+  if (!is_planned_) {
     histogram_.merge(other.histogram_);
-  } else {
-    for (std::size_t i = 0; i < brackets_.size(); ++i) brackets_[i].merge(other.brackets_[i]);
+    return;
   }
+  if (brackets_.size() != other.brackets_.size()) {
+    throw std::invalid_argument("these states are not of the same pass");
+  }
+  for (std::size_t i = 0; i < brackets_.size(); ++i) brackets_[i].merge(other.brackets_[i]);
+}
+
+Distribution Distribution::fresh() const {
+  if (!is_planned_) return {};
+  Distribution fresh = *this;
+  for (Bracket& bracket : fresh.brackets_) bracket = bracket.fresh();
+  return fresh;
+}
+
+void Distribution::write(ByteWriter& out) const {
+  histogram_.write(out);
+  out.integer(is_planned_);
+  if (!is_planned_) return;
+  out.integer(brackets_.size());
+  for (const Bracket& bracket : brackets_) bracket.write(out);
+  for (const Middle* middle : {&median_, &absolute_, &about_median_}) {
+    for (const Place* place : {&middle->lower, &middle->upper}) {
+      out.integer(place->rank);
+      out.integer(place->value.has_value());
+      if (place->value) {
+        out.number(*place->value);
+      } else {
+        out.integer(place->left ? *place->left + 1 : 0);
+        out.integer(place->right);
+      }
+    }
+  }
+  for (const auto& count : outliers_) {
+    out.integer(count.has_value());
+    if (count) out.integer(*count);
+  }
+}
+
+Distribution Distribution::read(ByteReader& in) {
+  Distribution distribution;
+  distribution.histogram_ = Histogram::read(in);
+  distribution.is_planned_ = in.index(2) == 1;
+  if (!distribution.is_planned_) return distribution;
+  distribution.buckets_ = distribution.histogram_.buckets();
+  auto& brackets = distribution.brackets_;
+  for (std::size_t count = in.count(); count > 0; --count) brackets.push_back(Bracket::read(in));
+  for (Middle* middle :
+       {&distribution.median_, &distribution.absolute_, &distribution.about_median_}) {
+    for (Place* place : {&middle->lower, &middle->upper}) {
+      place->rank = in.integer();
+      in.require(place->rank <= distribution.size());
+      if (in.index(2) == 1) {
+        place->value = in.number();
+        continue;
+      }
+      const std::size_t left = in.index(brackets.size() + 1);
+      if (left > 0) place->left = left - 1;
+      place->right = in.index(std::max<std::size_t>(brackets.size(), 1));
+    }
+  }
+  for (auto& count : distribution.outliers_) {
+    if (in.index(2) == 1) count = in.integer();
+  }
+  in.require(brackets.empty() == distribution.buckets_.empty());
+  distribution.flag_buckets();
+  return distribution;
 }
 
 // ---- the answers ----
@@ -275,6 +389,10 @@ double Distribution::Middle::median() const {
 }
 
 bool Distribution::resolve(double sigma) {
+  if (buckets_.empty()) {
+    outliers_.fill(0);
+    return true;
+  }
   resolve(absolute_, 0.0);
   if (!median_.is_known()) {
     resolve(median_, std::nullopt);

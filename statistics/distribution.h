@@ -28,7 +28,14 @@ class Bracket {
   void sift(std::span<const double> values);
 
   /// Adds what another bracket with the same bounds has taken.
+  /// @throws std::invalid_argument when the bounds differ.
   void merge(const Bracket& other);
+
+  /// The same bracket with nothing taken.
+  Bracket fresh() const { return {low_, high_, from_, to_, before_}; }
+
+  void write(ByteWriter& out) const;
+  static Bracket read(ByteReader& in);
 
   double low() const { return low_; }
   double high() const { return high_; }
@@ -57,6 +64,7 @@ class Bracket {
   std::span<const Cell> cells() const { return cells_; }
 
  private:
+  void take(double value);
   void count_in_cell(double value);
 
   double low_;
@@ -78,14 +86,14 @@ class Bracket {
 /// pass takes a bracket that is certain to hold it. So guesses decide how many passes there are,
 /// and never what comes out.
 ///
-/// The values may come in any order and any blocks, the same ones in each pass. They must not be
-/// NaN. Infinities are values like others, except that an infinite median has no distances from it.
+/// The values may come in any order and any blocks, the same ones in each pass. Quiet NaN are left
+/// out. Infinities are values like others, except that an infinite median has no distances from it.
 class Distribution {
  public:
   /// Takes a value of the first pass.
   void count(double value) { histogram_.add(value); }
 
-  /// Ends the first pass, which must have had values.
+  /// Ends the first pass.
   /// @param sigma_low, sigma_high  a guess of bounds for the standard deviation.
   void plan(double sigma_low, double sigma_high);
 
@@ -101,7 +109,19 @@ class Distribution {
   bool resolve(double sigma);
 
   /// Adds what another distribution has taken in the same pass.
+  /// @throws std::invalid_argument when the other is not in the same pass.
   void merge(const Distribution& other);
+
+  /// The same pass with nothing taken.
+  Distribution fresh() const;
+
+  void write(ByteWriter& out) const;
+  static Distribution read(ByteReader& in);
+
+  /// The number of values of the first pass, once it has ended.
+  std::uint64_t size() const {
+    return buckets_.empty() ? 0 : buckets_.back().before + buckets_.back().count;
+  }
 
   // The answers, once resolve() has returned true.
 
@@ -133,13 +153,13 @@ class Distribution {
     double median() const;
   };
 
-  std::uint64_t size() const { return buckets_.back().before + buckets_.back().count; }
   std::size_t add_bracket(double low, double high);
   void guess_median();
   void guess_distances(Middle& middle, double center, double uncertainty);
   void bracket_distances(Place& place, double center, double low, double high);
   void bracket_surely(Place& place, std::optional<double> center);
   void start_pass();
+  void flag_buckets();
   void resolve(Middle& middle, std::optional<double> center);
   void resolve(Place& place, std::optional<double> center);
   std::optional<std::pair<double, double>> bounds_of(const Place& place,
@@ -148,6 +168,7 @@ class Distribution {
   std::optional<std::uint64_t> count_beyond(double bound) const;
 
   Histogram histogram_;
+  bool is_planned_ = false;
   std::vector<Histogram::Bucket> buckets_;
   std::vector<std::uint8_t> flags_;  // by place: whether the bucket touches a bracket
   std::vector<Bracket> brackets_;    // of this pass

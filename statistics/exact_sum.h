@@ -7,23 +7,25 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
+
+#include "statistics/bytes.h"
 
 namespace vostrel {
 
 /// A sum of doubles without rounding, until total() rounds it once.
 ///
 /// The sum is a fixed-point number wide enough for all doubles (R. M. Neal, "Fast exact summation
-/// using small and large superaccumulators", 2015). Values are first added up in blocks, as two
-/// 64-bit integers each: one of the block's leading bits, and one of the 51 bits below. That is the
-/// error-free splitting of S. M. Rump, T. Ogita and S. Oishi, "Accurate floating-point summation"
-/// (2008). A block with more bits than that is split further.
+/// using small and large superaccumulators", 2015). A block of values is first added up in two
+/// 64-bit integers, one of the leading bits of all values and one of the next 51 bits, by the
+/// error-free splitting of S. M. Rump, T. Ogita and S. Oishi, "Accurate floating-point summation,
+/// part I" (2008). Where that does not take in all bits, the values are added one by one.
 class ExactSum {
  public:
-  void add(double value) {
-    block_[used_++] = value;
-    if (used_ == kBlock) flush();
-  }
+  /// Adds a value.
+  void add(double value);
+
+  /// Adds up to 2^11 values, faster than one by one.
+  void add(std::span<const double> values);
 
   /// Adds another sum.
   void merge(const ExactSum& other);
@@ -32,20 +34,20 @@ class ExactSum {
   /// sum of doubles gives.
   double total() const;
 
- private:
-  static constexpr std::size_t kBlock = 1024;
-  static constexpr std::size_t kLimbs = 68;
+  void write(ByteWriter& out) const;
+  static ExactSum read(ByteReader& in);
 
-  void flush();
-  void add_block(std::span<double> values);
+ private:
+  static constexpr std::size_t kWords = 72;
+
+  bool add_split(std::span<const double> values);
   void add_integer(std::int64_t integer, int exponent);
   void carry();
 
-  std::array<double, kBlock> block_;
-  std::size_t used_ = 0;
-  std::array<std::int64_t, kLimbs> limbs_{};  // limb i counts 2^(32 * i - 1088)
+  std::array<std::int64_t, kWords> words_{};  // word i counts 2^(32 * i - 1152)
   std::int64_t additions_ = 0;                // since the last carry()
-  double not_finite_ = 0;                     // the sum of the infinities and NaN
+  double not_finite_ = 0;
+  int exponent_ = 0;  // of the bound of magnitudes that the last block suggests
 };
 
 }  // namespace vostrel

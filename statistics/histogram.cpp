@@ -36,6 +36,28 @@ void Histogram::merge(const Histogram& other) {
   }
 }
 
+void Histogram::write(ByteWriter& out) const {
+  out.integer(counts_.size() >> kFractionBits);
+  for (std::size_t exponent = 0; exponent < row_of_.size(); ++exponent) {
+    if (row_of_[exponent] == 0) continue;
+    out.integer(exponent);
+    const std::size_t first = std::size_t{row_of_[exponent]} << kFractionBits;
+    for (std::size_t i = 0; i < kRow; ++i) out.integer(counts_[first + i]);
+  }
+}
+
+Histogram Histogram::read(ByteReader& in) {
+  Histogram histogram;
+  for (std::size_t rows = in.count(); rows > 1; --rows) {
+    const std::size_t exponent = in.index(histogram.row_of_.size());
+    in.require(histogram.row_of_[exponent] == 0);
+    histogram.add_row(exponent);
+    const std::size_t first = histogram.counts_.size() - kRow;
+    for (std::size_t i = 0; i < kRow; ++i) histogram.counts_[first + i] = in.integer();
+  }
+  return histogram;
+}
+
 std::vector<Histogram::Bucket> Histogram::buckets() const {
   std::vector<Bucket> buckets;
   std::uint64_t before = 0;
@@ -45,6 +67,7 @@ std::vector<Histogram::Bucket> Histogram::buckets() const {
     const std::uint64_t first = (exponent % kNegative << kFractionBits | fraction) << kShift;
     const std::uint64_t last = first + (std::uint64_t{1} << kShift) - 1;
     double low = std::bit_cast<double>(first);
+    if (std::isnan(low)) return;
     double high = std::isinf(low) ? low : std::bit_cast<double>(last);
     if (exponent >= kNegative) {
       low = -std::exchange(high, -low);

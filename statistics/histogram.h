@@ -10,13 +10,16 @@
 #include <utility>
 #include <vector>
 
+#include "statistics/bytes.h"
+
 namespace vostrel {
 
 /// Counts values in buckets: a bucket holds the values that share sign, exponent and the first
 /// seven bits of the fraction, so it is 1/128 wide relative to its values. Buckets order as values
 /// do.
 ///
-/// Takes memory for the exponents that occur, a kilobyte each. Values must not be NaN.
+/// Takes memory for the exponents that occur, a kilobyte each. NaN is left out, if it is quiet, as
+/// every computed NaN is.
 class Histogram {
  public:
   /// Counts a value.
@@ -24,6 +27,9 @@ class Histogram {
 
   /// Adds the counts of another histogram.
   void merge(const Histogram& other);
+
+  void write(ByteWriter& out) const;
+  static Histogram read(ByteReader& in);
 
   /// Where the bucket of `value` stands, below places(). 0 for a bucket whose exponent has not
   /// occurred.

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -49,63 +51,231 @@ ResidualStatistics statistics_of(std::span<const double> residuals) {
   return s;
 }
 
+// The order of the residuals matters for medians with NaN.
+void forget_medians(ResidualStatistics& s) {
+  s.mad = s.nmad = s.mad_delta = std::numeric_limits<double>::quiet_NaN();
+}
+
+template <class Sum>
+constexpr bool kIsExact = std::is_same_v<Sum, ExactSum>;
+
+// Room for the residuals of one block. Not in the objects that use it: a compiler keeps small ones
+// in registers.
+struct Room {
+  std::array<double, kBlock> values;
+  std::array<double, kBlock> needed;
+};
+
+// ---- the sums of a block ----
+//
+// Of the first pass or the second, in local variables: an addition in order waits for the one
+// before, and should not wait for memory, too. Exact sums are taken of the whole block at once.
+
+template <class Sum>
+struct FirstSums {
+  Sum sum;
+  Sum squares;
+};
+
+template <class Sum>
+struct SecondSum {
+  Sum deviations;  // squares of the deviations from the bias
+  double bias = 0;
+};
+
+class InOrderBlock {
+ public:
+  InOrderBlock(const FirstSums<InOrderSum>& sums, double* /*room*/) : first_(sums) {}
+  InOrderBlock(const SecondSum<InOrderSum>& sum, double* /*room*/) : second_(sum) {}
+  void add_to_first(double residual) {
+    first_.sum.add(residual);
+    first_.squares.add(residual * residual);
+  }
+  void add_to_second(double residual) {
+    second_.deviations.add((residual - second_.bias) * (residual - second_.bias));
+  }
+  void end(FirstSums<InOrderSum>& sums) const { sums = first_; }
+  void end(SecondSum<InOrderSum>& sum) const { sum = second_; }
+
+ private:
+  FirstSums<InOrderSum> first_;
+  SecondSum<InOrderSum> second_;
+};
+
+class ExactBlock {
+ public:
+  template <class Sums>
+  ExactBlock(const Sums& /*sums*/, double* room) : values_(room) {}
+  void add_to_first(double residual) { values_[count_++] = residual; }
+  void add_to_second(double residual) { values_[count_++] = residual; }
+  void end(FirstSums<ExactSum>& sums) {
+    const std::span<double> values(values_, count_);
+    sums.sum.add(values);
+    for (double& value : values) value *= value;
+    sums.squares.add(values);
+  }
+  void end(SecondSum<ExactSum>& sum) {
+    const std::span<double> values(values_, count_);
+    const double bias = sum.bias;
+    for (double& value : values) value = (value - bias) * (value - bias);
+    sum.deviations.add(values);
+  }
+
+ private:
+  double* values_;
+  std::size_t count_ = 0;
+};
+
+// ---- one residual ----
+
 // What the passes learn of one residual.
 template <class Sum>
 class Tally {
+  using BlockSums = std::conditional_t<kIsExact<Sum>, ExactBlock, InOrderBlock>;
+
  public:
-  struct FirstSums {
-    Sum sum;
-    Sum squares;
-    void add(double residual) {
-      sum.add(residual);
-      squares.add(residual * residual);
-    }
-  };
-
-  struct SecondSum {
-    double bias = 0;
-    Sum squares;
-    void add(double residual) { squares.add((residual - bias) * (residual - bias)); }
-  };
-
-  FirstSums first;
-  SecondSum second;
-  Distribution distribution;
   std::vector<double> kept;
 
-  void end_first_pass(double n) {
-    second.bias = first.sum.total() / n;
-    // sigma^2 is rms^2 - bias^2 up to rounding.
-    const double square = first.squares.total() / n;
-    const double variance = square - second.bias * second.bias;
-    const double rounding = 1e-9 * square;
-    distribution.plan(std::sqrt(std::max(variance - rounding, 0.0)),
-                      std::sqrt(std::max(variance, 0.0) + rounding));
+  // Takes a block of the first pass.
+  class FirstBlock {
+   public:
+    FirstBlock(Tally& tally, Room& room) : tally_(tally), sums_(tally.first_, room.values.data()) {}
+    void add(double residual) {
+      sums_.add_to_first(residual);
+      tally_.distribution_.count(residual);
+    }
+    void end() { sums_.end(tally_.first_); }
+
+   private:
+    Tally& tally_;
+    BlockSums sums_;
+  };
+
+  // Takes a block of a later pass, of which the second has a sum.
+  template <bool kWithSum>
+  class LaterBlock {
+   public:
+    LaterBlock(Tally& tally, Room& room)
+        : tally_(tally), sums_(tally.second_, room.values.data()), needed_(room.needed.data()) {}
+    void add(double residual) {
+      if (kWithSum) sums_.add_to_second(residual);
+      // Every residual is written and stays if it is needed. A branch would be guessed wrong.
+      needed_[count_] = residual;
+      count_ += tally_.distribution_.needs(residual);
+    }
+    void end() {
+      if (kWithSum) sums_.end(tally_.second_);
+      tally_.distribution_.sift({needed_, count_});
+    }
+
+   private:
+    Tally& tally_;
+    BlockSums sums_;
+    double* needed_;
+    std::size_t count_ = 0;
+  };
+
+  // Counts the residuals that were kept so far.
+  void count_kept() {
+    for (std::size_t first = 0; first < kept.size(); first += kBlock) {
+      Room room;
+      FirstBlock block(*this, room);
+      for (std::size_t i = first; i < std::min(first + kBlock, kept.size()); ++i)
+        block.add(kept[i]);
+      block.end();
+    }
+    kept = {};
   }
 
-  bool end_later_pass(double n) { return distribution.resolve(sigma(n)); }
-
   // Squares can't cancel, so their sum is NaN just when a residual is.
-  bool has_nan() const { return std::isnan(first.squares.total()); }
+  bool has_nan() const { return std::isnan(first_.squares.total()); }
+
+  void end_first_pass(double n) {
+    second_.bias = first_.sum.total() / n;
+    rms_ = std::sqrt(first_.squares.total() / n);
+    has_nan_ = has_nan();
+    // sigma^2 is rms^2 - bias^2 up to rounding.
+    const double variance = rms_ * rms_ - second_.bias * second_.bias;
+    const double rounding = 1e-9 * rms_ * rms_;
+    distribution_.plan(std::sqrt(std::max(variance - rounding, 0.0)),
+                       std::sqrt(std::max(variance, 0.0) + rounding));
+  }
+
+  bool end_later_pass(double n) { return distribution_.resolve(sigma(n)); }
+
+  bool has_infinite_median() const { return !std::isfinite(distribution_.median()); }
 
   ResidualStatistics statistics(std::uint64_t count) const {
     const auto n = static_cast<double>(count);
     ResidualStatistics s{};
-    s.bias = second.bias;
+    s.bias = second_.bias;
     s.sigma = sigma(n);
-    s.rms = std::sqrt(first.squares.total() / n);
-    s.mad = distribution.absolute_median();
-    s.nmad = s.mad * kNmadFactor;
-    s.mad_delta = distribution.mad_about_median();
-    set_outliers(s, distribution.outliers(), count);
+    s.rms = rms_;
+    if (has_nan_) {
+      forget_medians(s);
+    } else {
+      s.mad = distribution_.absolute_median();
+      s.nmad = s.mad * kNmadFactor;
+      s.mad_delta = distribution_.mad_about_median();
+    }
+    set_outliers(s, distribution_.outliers(), count);
     return s;
   }
 
+  Tally fresh() const {
+    Tally fresh;
+    fresh.second_.bias = second_.bias;
+    fresh.rms_ = rms_;
+    fresh.has_nan_ = has_nan_;
+    fresh.distribution_ = distribution_.fresh();
+    return fresh;
+  }
+
+  void merge(const Tally& other) {
+    distribution_.merge(other.distribution_);
+    first_.sum.merge(other.first_.sum);
+    first_.squares.merge(other.first_.squares);
+    second_.deviations.merge(other.second_.deviations);
+  }
+
+  void write(ByteWriter& out) const {
+    out.integer(kept.size());
+    for (const double residual : kept) out.number(residual);
+    for (const Sum* sum : {&first_.sum, &first_.squares, &second_.deviations}) sum->write(out);
+    out.number(second_.bias);
+    out.number(rms_);
+    out.integer(has_nan_);
+    distribution_.write(out);
+  }
+
+  static Tally read(ByteReader& in) {
+    Tally tally;
+    tally.kept.resize(in.count());
+    for (double& residual : tally.kept) residual = in.number();
+    for (Sum* sum : {&tally.first_.sum, &tally.first_.squares, &tally.second_.deviations})
+      *sum = Sum::read(in);
+    tally.second_.bias = in.number();
+    tally.rms_ = in.number();
+    tally.has_nan_ = in.index(2) == 1;
+    tally.distribution_ = Distribution::read(in);
+    return tally;
+  }
+
  private:
-  double sigma(double n) const { return std::sqrt(second.squares.total() / n); }
+  double sigma(double n) const { return std::sqrt(second_.deviations.total() / n); }
+
+  FirstSums<Sum> first_;
+  SecondSum<Sum> second_;
+  double rms_ = 0;
+  bool has_nan_ = false;
+  Distribution distribution_;
 };
 
+constexpr std::uint64_t kFormat = 1;  // of the bytes
+
 }  // namespace
+
+// ---- the passes ----
 
 class Passes::State {
  public:
@@ -118,6 +288,9 @@ class Passes::State {
   virtual bool end_pass() = 0;
   virtual bool needs_another_pass() const = 0;
   virtual std::uint64_t size() const = 0;
+  virtual std::unique_ptr<State> fresh() const = 0;
+  virtual void merge(const State& other) = 0;
+  virtual std::string to_bytes() const = 0;
   virtual PointStatistics result() const = 0;
 };
 
@@ -155,29 +328,88 @@ class Passes::StateWith : public Passes::State {
 
   std::uint64_t size() const override { return step_ == Step::kFirst ? seen_ : size_; }
 
+  std::unique_ptr<State> fresh() const override {
+    auto fresh = std::make_unique<StateWith>();
+    fresh->step_ = step_;
+    fresh->size_ = size_;
+    fresh->keeps_ = step_ == Step::kFirst || keeps_;
+    fresh->delta_ = delta_.fresh();
+    fresh->norm_ = norm_.fresh();
+    return fresh;
+  }
+
+  void merge(const State& state) override {
+    const auto* const same_kind = dynamic_cast<const StateWith*>(&state);
+    if (!kIsExact<Sum> || same_kind == nullptr) {
+      throw std::invalid_argument("only states with exact sums can be merged");
+    }
+    if (same_kind->step_ != step_ || same_kind->size_ != size_) {
+      throw std::invalid_argument("these states are not of the same pass");
+    }
+    StateWith other = *same_kind;
+    if (keeps_ && other.keeps_ && delta_.kept.size() + other.delta_.kept.size() <= kFew) {
+      delta_.kept.insert(delta_.kept.end(), other.delta_.kept.begin(), other.delta_.kept.end());
+      norm_.kept.insert(norm_.kept.end(), other.norm_.kept.begin(), other.norm_.kept.end());
+    } else {
+      keep_no_more();
+      other.keep_no_more();
+      merge_tallies(other);
+    }
+    seen_ += other.seen_;
+  }
+
+  std::string to_bytes() const override {
+    ByteWriter out;
+    out.integer(kFormat);
+    out.integer(kIsExact<Sum>);
+    if constexpr (kIsExact<Sum>) {
+      out.integer(static_cast<std::uint64_t>(step_));
+      out.integer(size_);
+      out.integer(seen_);
+      out.integer(keeps_);
+      delta_.write(out);
+      norm_.write(out);
+      return out.take();
+    }
+    throw std::invalid_argument("only states with exact sums have bytes");
+  }
+
+  static std::unique_ptr<State> read(ByteReader& in) {
+    auto state = std::make_unique<StateWith>();
+    state->step_ = static_cast<Step>(in.index(static_cast<std::size_t>(Step::kDone) + 1));
+    state->size_ = in.integer();
+    state->seen_ = in.integer();
+    state->keeps_ = in.index(2) == 1;
+    state->delta_ = Tally<Sum>::read(in);
+    state->norm_ = Tally<Sum>::read(in);
+    in.require(in.at_end() && state->delta_.kept.size() == state->norm_.kept.size());
+    return state;
+  }
+
   PointStatistics result() const override {
     if (needs_another_pass()) throw std::logic_error("another pass over the data is needed");
-    if (keeps_) return {size_, statistics_of<Sum>(delta_.kept), statistics_of<Sum>(norm_.kept)};
-    return {size_, delta_.statistics(size_), norm_.statistics(size_)};
+    if (!keeps_) return {size_, delta_.statistics(size_), norm_.statistics(size_)};
+    PointStatistics s{size_, statistics_of<Sum>(delta_.kept), statistics_of<Sum>(norm_.kept)};
+    if (kIsExact<Sum>) {
+      if (std::isnan(s.delta.rms)) forget_medians(s.delta);
+      if (std::isnan(s.norm.rms)) forget_medians(s.norm);
+    }
+    return s;
   }
 
  private:
   enum class Step { kFirst, kSecond, kLater, kKeepAll, kDone };
 
   void take(std::span<const double> reference, std::span<const double> estimate) {
-    if (step_ == Step::kFirst && keeps_ && delta_.kept.size() + reference.size() > kFew) {
-      keeps_ = false;
-      count_kept(delta_);
-      count_kept(norm_);
-    }
+    if (step_ == Step::kFirst && delta_.kept.size() + reference.size() > kFew) keep_no_more();
     if (keeps_) {
       keep(reference, estimate);
     } else if (step_ == Step::kFirst) {
-      count(reference, estimate);
+      add_block<typename Tally<Sum>::FirstBlock>(reference, estimate);
     } else if (step_ == Step::kSecond) {
-      sift<true>(reference, estimate);
+      add_block<typename Tally<Sum>::template LaterBlock<true>>(reference, estimate);
     } else {
-      sift<false>(reference, estimate);
+      add_block<typename Tally<Sum>::template LaterBlock<false>>(reference, estimate);
     }
   }
 
@@ -188,63 +420,38 @@ class Passes::StateWith : public Passes::State {
     }
   }
 
-  static void count_kept(Tally<Sum>& tally) {
-    for (const double residual : tally.kept) {
-      tally.first.add(residual);
-      tally.distribution.count(residual);
-    }
-    tally.kept = {};
+  void keep_no_more() {
+    keeps_ = false;
+    delta_.count_kept();
+    norm_.count_kept();
   }
 
-  // The sums are taken on local variables: each addition waits for the one before, and should not
-  // wait for memory, too.
-  void count(std::span<const double> reference, std::span<const double> estimate) {
-    auto delta_sums = delta_.first;
-    auto norm_sums = norm_.first;
+  template <class Block>
+  void add_block(std::span<const double> reference, std::span<const double> estimate) {
+    Room delta_room;
+    Room norm_room;
+    Block delta(delta_, delta_room);
+    Block norm(norm_, norm_room);
     for (std::size_t i = 0; i < reference.size(); ++i) {
-      const double delta = residual(reference[i], estimate[i]);
-      const double norm = normalized_residual(reference[i], estimate[i]);
-      delta_sums.add(delta);
-      norm_sums.add(norm);
-      delta_.distribution.count(delta);
-      norm_.distribution.count(norm);
+      delta.add(residual(reference[i], estimate[i]));
+      norm.add(normalized_residual(reference[i], estimate[i]));
     }
-    delta_.first = delta_sums;
-    norm_.first = norm_sums;
+    delta.end();
+    norm.end();
   }
 
-  template <bool kWithSums>
-  void sift(std::span<const double> reference, std::span<const double> estimate) {
-    auto delta_sum = delta_.second;
-    auto norm_sum = norm_.second;
-    // Every residual is written and stays if it is needed. A branch here would be guessed wrong.
-    std::array<double, kBlock> deltas;
-    std::array<double, kBlock> norms;
-    std::size_t delta_count = 0;
-    std::size_t norm_count = 0;
-    for (std::size_t i = 0; i < reference.size(); ++i) {
-      const double delta = residual(reference[i], estimate[i]);
-      const double norm = normalized_residual(reference[i], estimate[i]);
-      if (kWithSums) {
-        delta_sum.add(delta);
-        norm_sum.add(norm);
-      }
-      deltas[delta_count] = delta;
-      norms[norm_count] = norm;
-      delta_count += delta_.distribution.needs(delta);
-      norm_count += norm_.distribution.needs(norm);
+  void merge_tallies(const StateWith& other) {
+    if constexpr (kIsExact<Sum>) {
+      delta_.merge(other.delta_);
+      norm_.merge(other.norm_);
     }
-    delta_.second = delta_sum;
-    norm_.second = norm_sum;
-    delta_.distribution.sift({deltas.data(), delta_count});
-    norm_.distribution.sift({norms.data(), norm_count});
   }
 
   Step next_step() {
     if (keeps_) return Step::kDone;
     const auto n = static_cast<double>(size_);
     if (step_ == Step::kFirst) {
-      if (delta_.has_nan() || norm_.has_nan()) return keep_all();
+      if (!kIsExact<Sum> && (delta_.has_nan() || norm_.has_nan())) return keep_all();
       delta_.end_first_pass(n);
       norm_.end_first_pass(n);
       return Step::kSecond;
@@ -252,8 +459,7 @@ class Passes::StateWith : public Passes::State {
     const bool delta_done = delta_.end_later_pass(n);
     const bool norm_done = norm_.end_later_pass(n);
     if (!delta_done || !norm_done) return Step::kLater;
-    if (!std::isfinite(delta_.distribution.median()) ||
-        !std::isfinite(norm_.distribution.median())) {
+    if (!kIsExact<Sum> && (delta_.has_infinite_median() || norm_.has_infinite_median())) {
       return keep_all();
     }
     return Step::kDone;
@@ -273,10 +479,10 @@ class Passes::StateWith : public Passes::State {
   Tally<Sum> norm_;
 };
 
-Passes::Passes(Sums sums) {
-  (void)sums;
-  state_ = std::make_unique<StateWith<InOrderSum>>();
-}
+Passes::Passes(Sums sums)
+    : state_(sums == Sums::kExact ? std::unique_ptr<State>(std::make_unique<StateWith<ExactSum>>())
+                                  : std::make_unique<StateWith<InOrderSum>>()) {}
+Passes::Passes(std::unique_ptr<State> state) : state_(std::move(state)) {}
 Passes::Passes(const Passes& other) : state_(other.state_->copy()) {}
 Passes::Passes(Passes&&) noexcept = default;
 Passes& Passes::operator=(Passes other) noexcept {
@@ -291,7 +497,16 @@ void Passes::add(std::span<const double> reference, std::span<const double> esti
 bool Passes::end_pass() { return state_->end_pass(); }
 bool Passes::needs_another_pass() const { return state_->needs_another_pass(); }
 std::uint64_t Passes::size() const { return state_->size(); }
+Passes Passes::fresh() const { return Passes(state_->fresh()); }
+void Passes::merge(const Passes& other) { state_->merge(*other.state_); }
+std::string Passes::to_bytes() const { return state_->to_bytes(); }
 PointStatistics Passes::result() const { return state_->result(); }
+
+Passes Passes::from_bytes(std::string_view bytes) {
+  ByteReader in(bytes);
+  in.require(in.integer() == kFormat && in.integer() == 1);
+  return Passes(StateWith<ExactSum>::read(in));
+}
 
 PointStatistics point_statistics(std::span<const double> reference,
                                  std::span<const double> estimate) {

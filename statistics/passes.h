@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
+#include <string_view>
 
 #include "statistics/statistics.h"
 
@@ -33,6 +35,7 @@ enum class Sums {
 /// at most, except that with sums in order a NaN residual makes it keep all of them.
 class Passes {
  public:
+  /// Nothing added yet, before the first pass.
   explicit Passes(Sums sums);
   Passes(const Passes&);
   Passes(Passes&&) noexcept;
@@ -55,6 +58,22 @@ class Passes {
   /// The number of objects: so far in the first pass, and in all from then on.
   std::uint64_t size() const;
 
+  /// The same pass with nothing added yet. Where several workers share a pass, each starts from
+  /// this, and their states are merged into one that ends the pass.
+  Passes fresh() const;
+
+  /// Adds what another state has taken in the same pass.
+  /// @throws std::invalid_argument when the other is not in the same pass, or with sums in order,
+  ///         which can't be merged.
+  void merge(const Passes& other);
+
+  /// The state as bytes, the same on every machine. A few megabytes at most.
+  std::string to_bytes() const;
+
+  /// The state that to_bytes() was called on.
+  /// @throws std::invalid_argument when the bytes are anything else.
+  static Passes from_bytes(std::string_view bytes);
+
   /// The statistics. With exact sums, the medians of residuals with NaN are NaN.
   /// @throws std::logic_error when another pass is needed.
   PointStatistics result() const;
@@ -63,6 +82,7 @@ class Passes {
   class State;
   template <class Sum>
   class StateWith;
+  explicit Passes(std::unique_ptr<State> state);
   std::unique_ptr<State> state_;
 };
 

@@ -209,6 +209,112 @@ TEST(Passes, AreTwoForOrdinaryData) {
   EXPECT_EQ(expect_the_class(drawn(random, 8000, 0), random, "few"), 1);
 }
 
+// ---- exact sums ----
+
+Data shuffled(Data data, Random& random) {
+  for (std::size_t i = data.reference.size(); i > 1; --i) {
+    const std::size_t k = random.below(i);
+    std::swap(data.reference[i - 1], data.reference[k]);
+    std::swap(data.estimate[i - 1], data.estimate[k]);
+  }
+  return data;
+}
+
+// By some workers whose states travel as bytes.
+vostrel::PointStatistics by_workers(const Data& data, std::size_t workers, Random& random) {
+  vostrel::Passes whole(vostrel::Sums::kExact);
+  for (int passes = 0; whole.needs_another_pass(); ++passes) {
+    std::vector<vostrel::Passes> states(workers, whole.fresh());
+    for (std::size_t first = 0; first < data.reference.size();) {
+      const std::size_t count = std::min(data.reference.size() - first, random.below(5000));
+      states[random.below(workers)].add(std::span(data.reference).subspan(first, count),
+                                        std::span(data.estimate).subspan(first, count));
+      first += count;
+    }
+    for (const vostrel::Passes& state : states) {
+      whole.merge(vostrel::Passes::from_bytes(state.to_bytes()));
+    }
+    whole.end_pass();
+    whole = vostrel::Passes::from_bytes(whole.to_bytes());
+    if (passes > 20) throw std::logic_error("the passes don't end");
+  }
+  return whole.result();
+}
+
+TEST(ExactPasses, AreTheSameInAnyOrderAndByAnyWorkers) {
+  Random random;
+  for (int round = 0; round < rounds(100); ++round) {
+    const std::size_t kind = random.below(kKinds);
+    const Data data = drawn(random, random.below(random.one_in(4) ? 60000 : 12000), kind);
+    const auto expected = by_workers(data, 1, random);
+    const auto actual = by_workers(shuffled(data, random), 1 + random.below(5), random);
+    const std::string what = "kind " + std::to_string(kind);
+    EXPECT_EQ(actual.n, data.reference.size());
+    expect_same(actual.delta, expected.delta, what + " delta");
+    expect_same(actual.norm, expected.norm, what + " norm");
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(ExactPasses, DifferFromTheClassByTheRoundingOfSumsOnly) {
+  Random random;
+  for (int round = 0; round < rounds(60); ++round) {
+    const Data data = drawn(random, 20000, random.below(3));
+    const auto actual = by_workers(data, 2, random);
+    const auto expected = of_the_class(data);
+    for (const auto& [is, should] :
+         {std::pair(actual.delta, expected.delta), {actual.norm, expected.norm}}) {
+      EXPECT_EQ(bits_of(is.mad), bits_of(should.mad));
+      EXPECT_EQ(bits_of(is.nmad), bits_of(should.nmad));
+      EXPECT_EQ(bits_of(is.mad_delta), bits_of(should.mad_delta));
+      EXPECT_EQ(bits_of(is.outliers_015), bits_of(should.outliers_015));
+      EXPECT_NEAR(is.bias, should.bias, 1e-12 * should.rms);
+      EXPECT_NEAR(is.sigma, should.sigma, 1e-12 * should.sigma);
+      EXPECT_NEAR(is.rms, should.rms, 1e-12 * should.rms);
+    }
+  }
+}
+
+TEST(ExactPasses, HaveNoMediansOfNaN) {
+  const Values reference = {kInfinity, 1, 2};
+  const Values estimate = {kInfinity, 0.5, 1.9};
+  vostrel::Passes passes(vostrel::Sums::kExact);
+  passes.add(reference, estimate);
+  EXPECT_FALSE(passes.end_pass());
+  const auto s = passes.result();
+  EXPECT_TRUE(std::isnan(s.delta.mad));
+  EXPECT_TRUE(std::isnan(s.delta.mad_delta));
+  EXPECT_EQ(s.delta.outliers_015, 1.0 / 3 * 100);
+}
+
+TEST(ExactPasses, RefuseStatesOfAnotherPassAndOtherBytes) {
+  Random random(1);
+  const Data data = drawn(random, 20000, 0);
+  vostrel::Passes second(vostrel::Sums::kExact);
+  second.add(data.reference, data.estimate);
+  second.end_pass();
+  vostrel::Passes first(vostrel::Sums::kExact);
+  EXPECT_THROW(second.merge(first), std::invalid_argument);
+  EXPECT_THROW(first.merge(vostrel::Passes(vostrel::Sums::kInOrder)), std::invalid_argument);
+
+  const std::string bytes = second.to_bytes();
+  EXPECT_THROW(vostrel::Passes::from_bytes(bytes + "x"), std::invalid_argument);
+  for (std::size_t size = 0; size < bytes.size(); size += 1 + size / 8) {
+    EXPECT_THROW(vostrel::Passes::from_bytes(bytes.substr(0, size)), std::invalid_argument);
+  }
+  for (int round = 0; round < 3000; ++round) {
+    std::string odd = bytes;
+    odd[random.below(odd.size())] = static_cast<char>(random.bits());
+    try {
+      vostrel::Passes state = vostrel::Passes::from_bytes(odd);
+      state.add(data.reference, data.estimate);
+      state.end_pass();
+    } catch (const std::invalid_argument&) {
+      // Either is an answer. No other end is.
+    }
+  }
+}
+
 TEST(Passes, OfNoObjectsGiveNaN) {
   const auto none = vostrel::point_statistics({}, {});
   EXPECT_EQ(none.n, 0U);

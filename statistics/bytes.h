@@ -1,0 +1,80 @@
+// States as bytes, the same on every machine.
+
+#ifndef VOSTREL_STATISTICS_BYTES_H
+#define VOSTREL_STATISTICS_BYTES_H
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace vostrel {
+
+class ByteWriter {
+ public:
+  /// Seven bits a byte, the lowest first, so that small integers are short.
+  void integer(std::uint64_t value) {
+    for (; value >= 0x80; value >>= 7) bytes_.push_back(static_cast<char>(value | 0x80));
+    bytes_.push_back(static_cast<char>(value));
+  }
+  void number(double value) {
+    auto bits = std::bit_cast<std::uint64_t>(value);
+    for (int i = 0; i < 8; ++i, bits >>= 8) bytes_.push_back(static_cast<char>(bits));
+  }
+  std::string take() { return std::move(bytes_); }
+
+ private:
+  std::string bytes_;
+};
+
+/// Reads what a ByteWriter wrote. Throws std::invalid_argument on anything else.
+class ByteReader {
+ public:
+  explicit ByteReader(std::string_view bytes) : bytes_(bytes) {}
+
+  std::uint64_t integer() {
+    std::uint64_t value = 0;
+    for (int shift = 0; shift < 64; shift += 7) {
+      const unsigned char next = byte();
+      value |= static_cast<std::uint64_t>(next & 0x7f) << shift;
+      if (next < 0x80) return value;
+    }
+    require(false);
+    return 0;
+  }
+  /// An integer below `limit`.
+  std::size_t index(std::size_t limit) {
+    const std::uint64_t value = integer();
+    require(value < limit);
+    return static_cast<std::size_t>(value);
+  }
+  /// How many items follow that take a byte or more each.
+  std::size_t count() { return index(bytes_.size() + 1); }
+  double number() {
+    std::uint64_t bits = 0;
+    for (int i = 0; i < 8; ++i) bits |= std::uint64_t{byte()} << (8 * i);
+    return std::bit_cast<double>(bits);
+  }
+  bool at_end() const { return bytes_.empty(); }
+
+  void require(bool condition) const {
+    if (!condition) throw std::invalid_argument("these bytes are not a state of passes");
+  }
+
+ private:
+  unsigned char byte() {
+    require(!bytes_.empty());
+    const auto first = static_cast<unsigned char>(bytes_.front());
+    bytes_.remove_prefix(1);
+    return first;
+  }
+
+  std::string_view bytes_;
+};
+
+}  // namespace vostrel
+
+#endif  // VOSTREL_STATISTICS_BYTES_H
