@@ -31,7 +31,8 @@ def binned_statistics(
         Reference and estimated values. Dimensionless.
     by : array_like, shape (n,), optional
         The quantity to bin by, such as a magnitude; by default the
-        reference. Masked entries and NaN count as those of the others.
+        reference. It may have a unit, which is not looked at. Masked entries
+        and NaN count as those of the others.
     bins : int, array_like of float or ("count", int)
         A number of bins of equal width; or their edges, shape (k + 1,), each
         greater than the one before; or ``("count", k)`` for k bins of equal

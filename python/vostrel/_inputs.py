@@ -80,7 +80,8 @@ def check_counts(nan_policy: str, n: int, n_masked: int, n_nan: int) -> None:
 def read_values(name: str, values: Any) -> tuple[NDArray[Any], list[NDArray[np.bool_]]]:
     """Return the values as an array that the core reads, and their own masks."""
     refuse_lazy(name, values)
-    refuse_unit(name, values)
+    if name != "by":  # a magnitude may say what it is
+        refuse_unit(name, values)
     data, masks = separate_mask(values)
     try:
         array = np.asarray(data)

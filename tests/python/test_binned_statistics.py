@@ -3,6 +3,7 @@
 import numpy as np
 import pytest
 import vostrel
+from astropy import units
 from data_sets import LONG, awkward_numbers, numbers, redshifts, same_bits
 from scipy.stats import binned_statistic
 
@@ -78,6 +79,11 @@ def test_bins_of_another_quantity(rng):
         magnitude = rng.choice([rng.normal(22, 2, n), rng.integers(18, 25, n) * 1.0])
         b = vostrel.binned_statistics(reference, estimate, magnitude, 8, range=(16, 24))
         assert_bins_equal_their_objects(b, reference, estimate, magnitude)
+
+
+def test_the_quantity_may_have_a_unit():
+    b = vostrel.binned_statistics([1.0, 2.0], [1.0, 2.0], [20, 23] * units.mag, [18, 22, 24])
+    assert b.counts.tolist() == [1, 1]
 
 
 def test_thousands_of_bins(rng):

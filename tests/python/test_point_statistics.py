@@ -3,7 +3,11 @@
 import numpy as np
 import pytest
 import vostrel
-from data_sets import LONG, data_set, redshifts, same_bits
+from data_sets import LONG, data_set, numbers, redshifts, same_bits
+from hypothesis import given, settings
+from hypothesis.strategies import floats, lists, tuples
+from scipy.stats import median_abs_deviation
+from sklearn.metrics import median_absolute_error
 from vostrel import _core
 
 CASES = 1_000_000 if LONG else 100_000
@@ -54,9 +58,38 @@ def test_one_object():
     assert (s.delta.bias, s.delta.sigma, s.delta.mad, s.norm.bias) == (0.5, 0, 0.5, 0.25)
 
 
-def test_redshifts_in_a_word(rng):
-    reference, estimate = redshifts(rng, 10_001)
-    s = vostrel.point_statistics(reference, estimate)
-    residual = reference - estimate
-    assert s.delta.bias == pytest.approx(np.mean(residual), rel=1e-12)
-    assert s.delta.mad == np.median(np.abs(residual))
+def test_the_libraries_of_the_field(rng):
+    for n in (1, 2, 1001, 20_000):
+        reference, estimate = redshifts(rng, n)
+        s = vostrel.point_statistics(reference, estimate)
+        for part, r in ((s.delta, reference - estimate),
+                        (s.norm, (reference - estimate) / (1 + reference))):
+            assert same_bits(part.mad, np.median(np.abs(r)))
+            assert same_bits(part.mad, median_absolute_error(r, np.zeros(n)))
+            assert same_bits(part.mad_delta, median_abs_deviation(r))
+            # A mean is small beside what it is made of.
+            assert part.bias == pytest.approx(np.mean(r), rel=0, abs=1e-12 * np.std(r) + 1e-15)
+            assert part.sigma == pytest.approx(np.std(r), rel=1e-12, abs=1e-15)
+            assert part.rms == pytest.approx(np.sqrt(np.mean(r**2)), rel=1e-12)
+            assert part.outliers_015 == pytest.approx(np.mean(np.abs(r) > 0.15) * 100)
+        assert same_bits(s.delta.mad, median_absolute_error(reference, estimate))
+
+
+@given(
+    lists(
+        tuples(
+            floats(allow_nan=False, width=64), floats(allow_nan=False, width=64)
+        ),
+        min_size=1,
+        max_size=30,
+    )
+)
+@settings(max_examples=2000 if LONG else 200, deadline=None)
+def test_any_numbers_give_the_same_by_any_path(pairs):
+    reference, estimate = np.array(pairs).T.copy()
+    plain = numbers(vostrel.point_statistics(reference, estimate))
+    strided = np.column_stack([reference, estimate])
+    again = vostrel.point_statistics(strided[:, 0], strided[:, 1].astype(">f8"))
+    assert same_bits(numbers(again), plain)
+    one_bin = vostrel.binned_statistics(reference, estimate, np.zeros(len(pairs)), bins=1)
+    assert same_bits(numbers(one_bin[0]), plain)

@@ -1,0 +1,172 @@
+"""Leaks, Ctrl-C, threads and memory."""
+
+import os
+import resource
+import signal
+import subprocess
+import sys
+import threading
+import time
+
+import numpy as np
+import pytest
+import vostrel
+from data_sets import numbers, redshifts, same_bits
+
+
+def resident():
+    """Bytes of memory in use by this process."""
+    with open("/proc/self/statm", encoding="ascii") as stream:
+        return int(stream.read().split()[1]) * resource.getpagesize()
+
+
+def test_nothing_leaks_in_ten_thousand_calls():
+    reference, estimate = np.linspace(0, 3, 200), np.linspace(0, 2, 200)
+    masked = np.ma.array(reference.astype(np.float32), mask=reference > 2)
+
+    def call():
+        vostrel.point_statistics(masked, estimate)
+        vostrel.binned_statistics(reference, estimate, bins=("count", 3))
+        vostrel.lsst_metrics(reference, estimate)
+        for broken in ([1.0], estimate * np.nan):
+            with pytest.raises(ValueError):
+                vostrel.point_statistics(reference, broken)
+
+    for _ in range(500):
+        call()
+    before = resident()
+    references = sys.getrefcount(reference), sys.getrefcount(masked)
+    for _ in range(10_000):
+        call()
+    assert (sys.getrefcount(reference), sys.getrefcount(masked)) == references
+    assert resident() - before < 1 << 21
+
+
+SLEEPLESS = """
+import signal, sys, time
+import numpy as np
+import vostrel
+z = np.zeros(1)
+reference = np.broadcast_to(z, 4_000_000_000)
+print("ready", flush=True)
+try:
+    {call}
+except KeyboardInterrupt:
+    print("interrupted", flush=True)
+"""
+
+
+@pytest.mark.parametrize(
+    "call",
+    [
+        "vostrel.point_statistics(reference, reference)",
+        "vostrel.binned_statistics(reference, reference, bins=[-1, 1])",
+        "vostrel.lsst_metrics(reference, reference)",
+    ],
+)
+def test_ctrl_c_ends_a_long_call(call):
+    process = subprocess.Popen(
+        [sys.executable, "-c", SLEEPLESS.format(call=call)], stdout=subprocess.PIPE, text=True
+    )
+    assert process.stdout.readline() == "ready\n"
+    time.sleep(0.5)
+    sent = time.monotonic()
+    process.send_signal(signal.SIGINT)
+    assert process.stdout.readline() == "interrupted\n"
+    # Half a second is the promise; the rest is for a busy machine.
+    assert time.monotonic() - sent < 5
+    assert process.wait() == 0
+
+
+def test_other_threads_go_on(rng):
+    reference, estimate = redshifts(rng, 100_000)
+    expected = numbers(vostrel.point_statistics(reference, estimate))
+    results = []
+
+    def work():
+        for _ in range(10):
+            results.append(numbers(vostrel.point_statistics(reference, estimate)))
+
+    threads = [threading.Thread(target=work) for _ in range(4)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert len(results) == 40
+    assert all(same_bits(result, expected) for result in results)
+
+
+def test_the_gil_is_released():
+    long = np.broadcast_to(np.zeros(1), 30_000_000)
+    done = threading.Event()
+    thread = threading.Thread(target=lambda: (vostrel.point_statistics(long, long), done.set()))
+    thread.start()
+    turns = 0
+    while not done.is_set():
+        time.sleep(0.001)
+        turns += 1
+    thread.join()
+    assert turns > 5
+
+
+def test_values_that_change_meanwhile_do_no_harm(rng):
+    reference, estimate = redshifts(rng, 300_000)
+    stop = threading.Event()
+
+    def scribble():
+        while not stop.is_set():
+            estimate[rng.integers(0, estimate.size, 1000)] = rng.choice([np.nan, np.inf, 1e9, 0])
+
+    thread = threading.Thread(target=scribble)
+    thread.start()
+    try:
+        for call in (vostrel.point_statistics, vostrel.lsst_metrics, vostrel.binned_statistics):
+            for _ in range(20):
+                try:
+                    call(reference, estimate, nan_policy="omit")
+                except (RuntimeError, ValueError):
+                    pass  # the answer is of no use, but it is one
+    finally:
+        stop.set()
+        thread.join()
+
+
+MEMORY = """
+import resource
+import numpy as np
+import vostrel
+n = 4_000_000
+rng = np.random.default_rng(1)
+reference = rng.gamma(2.0, 0.4, n)
+estimate = reference + 0.03 * rng.standard_normal(n)
+{prepare}
+def used():
+    with open("/proc/self/status") as status:
+        return {{l.split(":")[0]: l.split()[1] for l in status if l.startswith("Vm")}}
+vostrel.point_statistics(reference[:1000], estimate[:1000])
+before = int(used()["VmRSS"])
+open("/proc/self/clear_refs", "w").write("5")
+{call}
+print((int(used()["VmHWM"]) - before) * 1024 / n)
+"""
+
+
+@pytest.mark.skipif(not os.access("/proc/self/clear_refs", os.W_OK), reason="needs Linux")
+@pytest.mark.parametrize(
+    "prepare, call, bound",
+    [
+        ("", "vostrel.point_statistics(reference, estimate)", 3),
+        ("", "vostrel.lsst_metrics(reference, estimate)", 3),
+        ("", "vostrel.binned_statistics(reference, estimate, bins=('count', 10))", 3),
+        (
+            "reference = reference.astype('>f4'); estimate = estimate.astype('f4')",
+            "vostrel.point_statistics(reference, estimate)",
+            10,
+        ),
+    ],
+)
+def test_memory_beyond_the_inputs(prepare, call, bound):
+    script = MEMORY.format(prepare=prepare, call=call)
+    result = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
+    assert result.returncode == 0, result.stderr
+    assert float(result.stdout) <= bound
