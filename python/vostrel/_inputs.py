@@ -133,7 +133,7 @@ def separate_mask(values: Any) -> tuple[Any, list[NDArray[np.bool_]]]:
 def _separate_pandas_mask(values: Any) -> tuple[Any, list[NDArray[np.bool_]]]:
     """Do so for a Series, Index or array of pandas."""
     array = getattr(values, "array", values)
-    if not _is_numeric_extension(array):
+    if not _is_nullable(array):
         return values, []
     # A nullable array holds the values and the mask as two NumPy arrays. Pandas has no public way
     # to them without a copy.
@@ -145,21 +145,13 @@ def _separate_pandas_mask(values: Any) -> tuple[Any, list[NDArray[np.bool_]]]:
     return array.to_numpy(dtype=np.float64, na_value=np.nan), [np.asarray(array.isna())]
 
 
-def _is_numeric_extension(array: Any) -> bool:
-    """Return whether it is a pandas array of numbers or truth values with missing entries."""
+def _is_nullable(array: Any) -> bool:
+    """Return whether it is a pandas array of numbers or truth values in which NA can stand."""
     dtype = getattr(array, "dtype", None)
     return (
-        dtype is not None
-        and not isinstance(dtype, np.dtype)
-        and hasattr(dtype, "na_value")
+        getattr(dtype, "na_value", None) is sys.modules["pandas"].NA
         and getattr(dtype, "kind", "O") in "fiub"
-        and hasattr(array, "to_numpy")
-        and not _is_sparse(dtype)
     )
-
-
-def _is_sparse(dtype: Any) -> bool:
-    return hasattr(dtype, "fill_value")
 
 
 def refuse_lazy(name: str, values: Any) -> None:

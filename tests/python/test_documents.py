@@ -3,7 +3,6 @@
 import doctest
 import importlib
 import pathlib
-import pkgutil
 import re
 
 import numpy as np
@@ -21,16 +20,6 @@ MODULES = ["vostrel._binned", "vostrel._lsst", "vostrel._point", "vostrel._resul
 def test_examples_of_docstrings(name):
     failures, tried = doctest.testmod(importlib.import_module(name))
     assert (failures, tried > 0) == (0, True)
-
-
-def test_every_module_with_examples_is_tested():
-    found = [m.name for m in pkgutil.iter_modules(vostrel.__path__, "vostrel._")]
-    with_examples = {
-        name
-        for name in found
-        if ">>> import vostrel" in (importlib.import_module(name).__doc__ or "")
-    }
-    assert with_examples <= set(MODULES)
 
 
 def recipe(title, **names):

@@ -138,6 +138,12 @@ def test_nan_in_a_nullable_array_is_nan_and_not_missing():
     assert (s.n, s.n_masked, s.n_nan) == (1, 1, 1)
 
 
+@pytest.mark.parametrize("make", [pd.Series, lambda v: pd.Series(v).array, Column])
+def test_nan_of_pandas_and_astropy_is_nan_and_not_missing(make):
+    s = vostrel.point_statistics(make(np.array([1.0, np.nan])), [1.0, 1.0], nan_policy="omit")
+    assert (s.n, s.n_masked, s.n_nan) == (1, 0, 1)
+
+
 MASKS = {
     "array": lambda m: m,
     "list": lambda m: m.tolist(),
