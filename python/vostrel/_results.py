@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import html
 import re
 from collections.abc import Iterator
 from dataclasses import asdict, astuple, dataclass, fields
@@ -157,6 +156,8 @@ class PointStatistics:
         return "\n".join(lines)
 
     def _repr_html_(self) -> str:
+        import html  # here, since importing the package must be quick
+
         rows = "".join(
             f"<tr><th>{html.escape(label)}</th>"
             f"<td>{_text(getattr(self.delta, name), unit)}</td>"
