@@ -4,14 +4,16 @@ from __future__ import annotations
 
 import math
 import operator
-from typing import Any, Optional, Union
+from typing import TYPE_CHECKING, Any, Optional, Union
 
 import numpy as np
-from numpy.typing import NDArray
 
 from vostrel import _core
 from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
 from vostrel._results import BinnedResiduals, BinnedStatistics
+
+if TYPE_CHECKING:
+    from numpy.typing import NDArray
 
 
 def binned_statistics(

@@ -5,10 +5,12 @@ from __future__ import annotations
 import sys
 from collections.abc import Iterator
 from dataclasses import dataclass
-from typing import Any, Literal, Optional, get_args
+from typing import TYPE_CHECKING, Any, Literal, Optional, get_args
 
 import numpy as np
-from numpy.typing import NDArray
+
+if TYPE_CHECKING:  # importing the package must be quick
+    from numpy.typing import NDArray
 
 NanPolicy = Literal["raise", "omit", "propagate"]
 

@@ -8,12 +8,12 @@ from dataclasses import asdict, astuple, dataclass, fields
 from typing import TYPE_CHECKING, Any, Generic, TypeVar, Union
 
 import numpy as np
-from numpy.typing import NDArray
 
 from vostrel import _core
 
-if TYPE_CHECKING:
+if TYPE_CHECKING:  # importing the package must be quick
     import pandas
+    from numpy.typing import NDArray
 
 T = TypeVar("T")
 
@@ -64,7 +64,7 @@ class Residuals(Eleven[float]):
     """
 
 
-class BinnedResiduals(Eleven[NDArray[np.float64]]):
+class BinnedResiduals(Eleven["NDArray[np.float64]"]):
     """The statistics of one residual in k bins: those of `Residuals` as arrays of shape (k,)."""
 
 
@@ -156,7 +156,7 @@ class PointStatistics:
         return "\n".join(lines)
 
     def _repr_html_(self) -> str:
-        import html  # here, since importing the package must be quick
+        import html
 
         rows = "".join(
             f"<tr><th>{html.escape(label)}</th>"
