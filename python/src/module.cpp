@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "python/src/bootstrap.h"
 #include "python/src/rows.h"
 #include "statistics/binned.h"
 #include "statistics/lsst.h"
@@ -305,4 +306,5 @@ PYBIND11_MODULE(_core, module) {
              py::arg("edges"));
   module.def("survey", survey, columns, masks, omit_nan);
   module.def("order_values", order_values, columns, masks, py::arg("n"), py::arg("ranks"));
+  add_bootstrap(module);
 }

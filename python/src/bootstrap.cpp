@@ -1,0 +1,240 @@
+// The objects of a call that are gone over many times, and what is made of them.
+
+#include "python/src/bootstrap.h"
+
+#include <pybind11/numpy.h>
+#include <pybind11/stl.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "python/src/columns.h"
+#include "statistics/bootstrap.h"
+#include "statistics/resample.h"
+#include "statistics/statistics.h"
+#include "statistics/uncertainties.h"
+
+namespace py = pybind11;
+
+namespace vostrel::python {
+
+namespace {
+
+using Arrays = std::vector<py::array>;
+
+// The columns of the objects that are kept: in place where all are kept and all are doubles.
+class Sample {
+ public:
+  Sample(Arrays columns, const Arrays& masks, bool omit_nan) : arrays_(std::move(columns)) {
+    size_ = static_cast<std::size_t>(arrays_.at(0).size());
+    std::vector<Column> parts;
+    for (const py::array& array : arrays_) parts.push_back(column_of(array));
+    std::vector<Mask> conditions;
+    for (const py::array& mask : masks) {
+      check(mask);
+      if (mask.dtype().kind() != 'b') throw py::type_error("a mask must hold truth values");
+      conditions.push_back({static_cast<const char*>(mask.data()), mask.strides(0)});
+    }
+    const py::gil_scoped_release release;
+    count(parts, conditions, omit_nan);
+    for (const Column& part : parts) {
+      double nowhere = 0;
+      const double* const place = part.read(0, 0, &nowhere);
+      if (kept_.empty() && place != &nowhere) {
+        columns_.emplace_back(place, size_);
+      } else {
+        columns_.emplace_back(copy(part));
+      }
+    }
+  }
+
+  std::size_t size() const { return n_; }
+  std::size_t masked() const { return n_masked_; }
+  std::size_t nan() const { return n_nan_; }
+  std::span<const double> column(std::size_t i) const { return columns_.at(i); }
+
+  // Which objects are kept, or None when all are.
+  py::object kept() const {
+    if (kept_.empty()) return py::none();
+    py::array_t<bool> result(static_cast<py::ssize_t>(size_));
+    std::copy(kept_.begin(), kept_.end(), result.mutable_data());
+    return std::move(result);
+  }
+
+ private:
+  static constexpr std::size_t kBlock = 4096;
+
+  void check(const py::array& array) const {
+    if (array.ndim() != 1 || static_cast<std::size_t>(array.size()) != size_) {
+      throw py::value_error("arrays must have one dimension and one length");
+    }
+  }
+
+  Column column_of(const py::array& values) const {
+    check(values);
+    const py::dtype type = values.dtype();
+    const bool swapped = !type.attr("isnative").cast<bool>();
+    return {static_cast<const char*>(values.data()), values.strides(0), type.kind(),
+            static_cast<std::size_t>(type.itemsize()), swapped};
+  }
+
+  void count(const std::vector<Column>& parts, const std::vector<Mask>& masks, bool omit_nan) {
+    std::vector<double> room(kBlock);
+    std::vector<std::uint8_t> nan(kBlock);
+    for (std::size_t first = 0; first < size_; first += kBlock) {
+      const std::size_t count = std::min(kBlock, size_ - first);
+      std::fill(nan.begin(), nan.end(), 0);
+      for (const Column& part : parts) {
+        const double* const values = part.read(first, count, room.data());
+        for (std::size_t i = 0; i < count; ++i) nan[i] |= std::isnan(values[i]);
+      }
+      for (std::size_t i = 0; i < count; ++i) {
+        bool masked = false;
+        for (const Mask& mask : masks) masked |= mask[first + i];
+        n_masked_ += masked;
+        n_nan_ += !masked && nan[i] != 0;
+        const bool keep = !masked && !(omit_nan && nan[i] != 0);
+        n_ += keep;
+        if (!keep && kept_.empty()) kept_.assign(size_, true);
+        if (!keep) kept_[first + i] = false;
+      }
+    }
+  }
+
+  std::span<const double> copy(const Column& part) {
+    std::vector<double>& result = copies_.emplace_back();
+    result.reserve(n_);
+    std::vector<double> room(kBlock);
+    for (std::size_t first = 0; first < size_; first += kBlock) {
+      const std::size_t count = std::min(kBlock, size_ - first);
+      const double* const values = part.read(first, count, room.data());
+      for (std::size_t i = 0; i < count; ++i) {
+        if (result.size() < n_ && (kept_.empty() || kept_[first + i])) result.push_back(values[i]);
+      }
+    }
+    if (result.size() != n_) throw std::runtime_error("the arrays were changed while they were read");
+    return result;
+  }
+
+  Arrays arrays_;
+  std::size_t size_ = 0;
+  std::size_t n_ = 0;
+  std::size_t n_masked_ = 0;
+  std::size_t n_nan_ = 0;
+  std::vector<bool> kept_;  // empty when all are
+  std::vector<std::vector<double>> copies_;
+  std::vector<std::span<const double>> columns_;
+};
+
+// For each residual: the four moments, then the |r| of the ranks.
+py::tuple compute_spreads(const Sample& sample, const std::vector<std::uint64_t>& ranks) {
+  for (const std::uint64_t rank : ranks) {
+    if (rank >= sample.size()) throw py::value_error("a rank is not below the number of objects");
+  }
+  std::array<Spread, 2> found;
+  {
+    const py::gil_scoped_release release;
+    found = spreads(sample.column(0), sample.column(1), ranks);
+  }
+  const auto tuple_of = [](const Spread& spread) {
+    return py::make_tuple(spread.second, spread.fourth, spread.second_about, spread.fourth_about,
+                          spread.absolute);
+  };
+  return py::make_tuple(tuple_of(found[0]), tuple_of(found[1]));
+}
+
+using Groups = py::array_t<std::uint32_t, py::array::c_style>;
+
+class BootstrapOfSample {
+ public:
+  BootstrapOfSample(std::shared_ptr<Sample> sample, std::size_t estimate, std::uint64_t seed,
+                    std::optional<Groups> groups, std::size_t group_count)
+      : sample_(std::move(sample)), groups_(std::move(groups)) {
+    if (sample_->size() == 0 || sample_->size() >= std::uint64_t{1} << 32) {
+      throw py::value_error("a bootstrap needs from 1 to 2^32 - 1 objects");
+    }
+    std::span<const std::uint32_t> group_of;
+    if (groups_) {
+      group_of = {groups_->data(), static_cast<std::size_t>(groups_->size())};
+      if (group_of.size() != sample_->size() ||
+          std::any_of(group_of.begin(), group_of.end(),
+                      [&](std::uint32_t group) { return group >= group_count; })) {
+        throw py::value_error("each object must have a group");
+      }
+    }
+    const std::span<const double> reference = sample_->column(0);
+    const std::span<const double> values = sample_->column(estimate);
+    const py::gil_scoped_release release;
+    if (groups_) {
+      bootstrap_.emplace(reference, values, seed, group_of, group_count);
+    } else {
+      bootstrap_.emplace(reference, values, seed);
+    }
+  }
+
+  std::size_t batch() const { return bootstrap_->batch(); }
+  void stop() { stop_ = true; }
+
+  // The numbers of some resamples, in shape (count, 2, 11).
+  py::array_t<double> run(std::uint64_t first, std::size_t count) const {
+    std::vector<PointStatistics> results(count);
+    {
+      const py::gil_scoped_release release;
+      bootstrap_->run(first, results, stop_);
+    }
+    if (stop_) throw std::runtime_error("the bootstrap was stopped");
+    const auto length = static_cast<py::ssize_t>(kStatistics.size());
+    py::array_t<double> numbers({static_cast<py::ssize_t>(count), py::ssize_t{2}, length});
+    double* place = numbers.mutable_data();
+    for (const PointStatistics& result : results) {
+      for (const ResidualStatistics* part : {&result.delta, &result.norm}) {
+        for (const Statistic& statistic : kStatistics) *place++ = part->*statistic.member;
+      }
+    }
+    return numbers;
+  }
+
+ private:
+  std::shared_ptr<Sample> sample_;
+  std::optional<Groups> groups_;
+  std::optional<Bootstrap> bootstrap_;
+  std::atomic<bool> stop_ = false;
+};
+
+py::array_t<std::uint64_t> indices(std::uint64_t seed, std::uint64_t number, std::size_t size) {
+  const std::vector<std::uint64_t> found = resample_indices(seed, number, size);
+  return py::array_t<std::uint64_t>(static_cast<py::ssize_t>(found.size()), found.data());
+}
+
+}  // namespace
+
+void add_bootstrap(py::module_& module) {
+  py::class_<Sample, std::shared_ptr<Sample>>(module, "Sample")
+      .def(py::init<Arrays, const Arrays&, bool>(), py::arg("columns"), py::arg("masks"),
+           py::arg("omit_nan"))
+      .def_property_readonly("n", &Sample::size)
+      .def_property_readonly("n_masked", &Sample::masked)
+      .def_property_readonly("n_nan", &Sample::nan)
+      .def("kept", &Sample::kept)
+      .def("spreads", compute_spreads, py::arg("ranks"));
+  py::class_<BootstrapOfSample>(module, "Bootstrap")
+      .def(py::init<std::shared_ptr<Sample>, std::size_t, std::uint64_t, std::optional<Groups>,
+                    std::size_t>(),
+           py::arg("sample"), py::arg("estimate"), py::arg("seed"), py::arg("groups"),
+           py::arg("group_count"))
+      .def_property_readonly("batch", &BootstrapOfSample::batch)
+      .def("stop", &BootstrapOfSample::stop)
+      .def("run", &BootstrapOfSample::run, py::arg("first"), py::arg("count"));
+  module.def("resample_indices", indices, py::arg("seed"), py::arg("number"), py::arg("size"));
+}
+
+}  // namespace vostrel::python

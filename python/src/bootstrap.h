@@ -1,0 +1,13 @@
+#ifndef VOSTREL_PYTHON_SRC_BOOTSTRAP_H
+#define VOSTREL_PYTHON_SRC_BOOTSTRAP_H
+
+#include <pybind11/pybind11.h>
+
+namespace vostrel::python {
+
+/// Adds the classes behind uncertainties() and bootstrap() to the module.
+void add_bootstrap(pybind11::module_& module);
+
+}  // namespace vostrel::python
+
+#endif  // VOSTREL_PYTHON_SRC_BOOTSTRAP_H

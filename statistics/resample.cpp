@@ -1,0 +1,136 @@
+#include "statistics/resample.h"
+
+namespace vostrel {
+
+namespace {
+
+using Words = std::array<std::uint64_t, 4>;
+
+struct Product {
+  std::uint64_t high;
+  std::uint64_t low;
+};
+
+inline Product multiply(std::uint64_t a, std::uint64_t b) {
+#ifdef __SIZEOF_INT128__
+  __extension__ using Wide = unsigned __int128;
+  const Wide product = Wide{a} * b;
+  return {static_cast<std::uint64_t>(product >> 64), static_cast<std::uint64_t>(product)};
+#else
+  const auto low = [](std::uint64_t x) { return x & 0xffffffff; };
+  const std::uint64_t middle = (a >> 32) * low(b) + (low(a) * low(b) >> 32);
+  const std::uint64_t other = low(a) * (b >> 32) + low(middle);
+  return {(a >> 32) * (b >> 32) + (middle >> 32) + (other >> 32), a * b};
+#endif
+}
+
+inline Words mix(Words x, std::array<std::uint64_t, 2> key) {
+  for (int round = 0; round < 10; ++round) {
+    const Product first = multiply(0xd2e7470ee14c6c93, x[0]);
+    const Product second = multiply(0xca5a826395121157, x[2]);
+    x = {second.high ^ x[1] ^ key[0], second.low, first.high ^ x[3] ^ key[1], first.low};
+    key[0] += 0x9e3779b97f4a7c15;
+    key[1] += 0xbb67ae8584caa73b;
+  }
+  return x;
+}
+
+// Random bits one after the other, for the division of draws.
+class Bits {
+ public:
+  Bits(std::uint64_t seed, std::uint64_t resample) : words_(seed, resample, 0) {}
+
+  // How many of the next `count` bits are 1. What is left of the last word is skipped.
+  std::uint64_t ones(std::uint64_t count) {
+    std::uint64_t sum = 0;
+    for (; count >= 64; count -= 64) sum += ones_of(next());
+    if (count != 0) sum += ones_of(next() >> (64 - count));
+    return sum;
+  }
+
+ private:
+  static std::uint64_t ones_of(std::uint64_t word) {
+    return static_cast<std::uint64_t>(std::popcount(word));
+  }
+
+  std::uint64_t next() {
+    if (used_ == RandomWords::kBatch) {
+      batch_ = words_.next();
+      used_ = 0;
+    }
+    return batch_[used_++];
+  }
+
+  RandomWords words_;
+  RandomWords::Batch batch_{};
+  std::size_t used_ = RandomWords::kBatch;
+};
+
+// How many of `draws` fall into a part of the whole: those whose random binary fraction is less
+// than part / whole. Each step looks at one more digit of the draws that are not yet decided.
+// Requires: 0 < part < whole < 2^63.
+std::uint64_t draw_part(std::uint64_t draws, std::uint64_t part, std::uint64_t whole, Bits& bits) {
+  std::uint64_t inside = 0;
+  while (draws != 0 && part != 0) {
+    part *= 2;
+    const std::uint64_t ones = bits.ones(draws);
+    if (part >= whole) {
+      part -= whole;
+      inside += draws - ones;
+      draws = ones;
+    } else {
+      draws -= ones;
+    }
+  }
+  return inside;
+}
+
+// Divides draws among the blocks from `first` on, as items are divided among them. The left part is
+// as many blocks as the greatest power of two makes, so that most parts are halves, which take one
+// bit a draw.
+void divide(std::uint64_t draws, std::size_t items, std::span<std::uint64_t> blocks, Bits& bits) {
+  if (blocks.size() == 1) {
+    blocks[0] = draws;
+    return;
+  }
+  const std::size_t left = std::bit_floor(blocks.size() - 1);
+  const std::size_t left_items = left * Resample::kBlock;
+  const std::uint64_t left_draws = draw_part(draws, left_items, items, bits);
+  divide(left_draws, left_items, blocks.first(left), bits);
+  divide(draws - left_draws, items - left_items, blocks.subspan(left), bits);
+}
+
+}  // namespace
+
+Words philox(Words counter, std::array<std::uint64_t, 2> key) { return mix(counter, key); }
+
+const RandomWords::Batch& RandomWords::next() {
+  for (std::size_t i = 0; i < kBatch; i += 4) {
+    const Words words = mix({counter_++, stream_, resample_, 0}, {seed_, 0});
+    for (std::size_t k = 0; k < 4; ++k) words_[i + k] = words[k];
+  }
+  return words_;
+}
+
+Resample::Resample(std::uint64_t seed, std::uint64_t number, std::size_t size)
+    : seed_(seed), number_(number), size_(size), draws_((size + kBlock - 1) / kBlock) {
+  Bits bits(seed, number);
+  divide(size, size, draws_, bits);
+}
+
+std::vector<std::uint64_t> resample_indices(std::uint64_t seed, std::uint64_t number,
+                                            std::size_t size) {
+  const Resample resample(seed, number, size);
+  std::vector<std::uint64_t> result;
+  result.reserve(size);
+  for (std::size_t first = 0; first < size; first += Resample::kBlock) {
+    const std::size_t before = result.size();
+    resample.draw(first / Resample::kBlock, [&](std::span<const std::uint16_t> positions) {
+      for (const std::uint16_t position : positions) result.push_back(first + position);
+    });
+    std::sort(result.begin() + static_cast<std::ptrdiff_t>(before), result.end());
+  }
+  return result;
+}
+
+}  // namespace vostrel
