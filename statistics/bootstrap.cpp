@@ -37,10 +37,9 @@ double value_of(std::span<double> values, std::size_t rank) {
 std::array<double, 3> values_of(std::span<double> values, std::array<std::size_t, 3> ranks) {
   const double middle = value_of(values, ranks[1]);
   const double low = ranks[0] == ranks[1] ? middle : value_of(values.first(ranks[1]), ranks[0]);
-  const double high =
-      ranks[2] == ranks[1]
-          ? middle
-          : value_of(values.subspan(ranks[1] + 1), ranks[2] - ranks[1] - 1);
+  const double high = ranks[2] == ranks[1]
+                          ? middle
+                          : value_of(values.subspan(ranks[1] + 1), ranks[2] - ranks[1] - 1);
   return {low, middle, high};
 }
 

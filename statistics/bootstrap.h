@@ -21,10 +21,10 @@ namespace vostrel {
 /// bit, bias, sigma and RMS within rounding errors of 1e-12 of the RMS.
 ///
 /// A resample is made as counts: how often each object is drawn. The residuals are ordered once. A
-/// median of a resample lies near that of all objects, so what is sorted are the objects in a window
-/// about each median, and about each multiple of sigma. Of the others it is enough to know how many
-/// are drawn from below or above a window. Where an answer isn't in its window, or where rounding
-/// could decide it, the resample is handed to Passes as it is.
+/// median of a resample lies near that of all objects, so what is sorted are the objects in a
+/// window about each median, and about each multiple of sigma. Of the others it is enough to know
+/// how many are drawn from below or above a window. Where an answer isn't in its window, or where
+/// rounding could decide it, the resample is handed to Passes as it is.
 class Bootstrap {
  public:
   /// Requires: both have the same length from 1 to 2^32 - 1, and stay as they are and where they
@@ -35,14 +35,14 @@ class Bootstrap {
   /// Draws whole groups, as many as there are: an object is in a resample as often as its group.
   /// @param groups  the group of each object, from 0 to the number of groups - 1.
   /// Requires: as above; every group has an object; `groups` stays too.
-  Bootstrap(std::span<const double> reference, std::span<const double> estimate,
-            std::uint64_t seed, std::span<const std::uint32_t> groups, std::size_t group_count);
+  Bootstrap(std::span<const double> reference, std::span<const double> estimate, std::uint64_t seed,
+            std::span<const std::uint32_t> groups, std::size_t group_count);
 
   /// How many resamples are best made in one go.
   std::size_t batch() const;
 
-  /// Makes the resamples `first`, `first` + 1, ... Several threads may do so at the same time. Takes
-  /// batch() bytes an object.
+  /// Makes the resamples `first`, `first` + 1, ... Several threads may do so at the same time.
+  /// Takes batch() bytes an object.
   /// @param stop  ends the work early, with some results not made, when it becomes true.
   void run(std::uint64_t first, std::span<PointStatistics> results,
            const std::atomic<bool>& stop) const;
@@ -58,14 +58,14 @@ class Bootstrap {
 
   // The windows of one residual.
   struct Windows {
-    double center = 0;              // the bias, subtracted before sums are taken
-    Window median;                  // by residual
-    Window absolute;                // by |residual|
-    Window distant;                 // by residual: those about as far from the median as the MAD
-    bool has_inner = false;         // objects nearer to the median, from `inner_low` to `inner_high`
+    double center = 0;       // the bias, subtracted before sums are taken
+    Window median;           // by residual
+    Window absolute;         // by |residual|
+    Window distant;          // by residual: those about as far from the median as the MAD
+    bool has_inner = false;  // objects nearer to the median, from `inner_low` to `inner_high`
     double inner_low = 0;
     double inner_high = 0;
-    std::array<Window, 4> beyond;   // by |residual|: about 1 to 4 sigma
+    std::array<Window, 4> beyond;  // by |residual|: about 1 to 4 sigma
     std::uint64_t marks(double residual) const;
   };
 

@@ -58,8 +58,8 @@ class Resample {
   /// How many draws fall into the block.
   std::uint64_t draws_of(std::size_t block) const { return draws_[block]; }
 
-  /// Calls use(positions) for all draws from the block, with kDraws positions in the block at a time
-  /// or fewer.
+  /// Calls use(positions) for all draws from the block, with kDraws positions in the block at a
+  /// time or fewer.
   template <class Use>
   void draw(std::size_t block, Use use) const {
     const std::size_t items = std::min(kBlock, size_ - block * kBlock);

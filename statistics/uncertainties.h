@@ -13,10 +13,10 @@ namespace vostrel {
 
 /// Of one residual r of n objects.
 struct Spread {
-  double second;         ///< Mean of r^2.
-  double fourth;         ///< Mean of r^4.
-  double second_about;   ///< Mean of (r - bias)^2.
-  double fourth_about;   ///< Mean of (r - bias)^4.
+  double second;                 ///< Mean of r^2.
+  double fourth;                 ///< Mean of r^4.
+  double second_about;           ///< Mean of (r - bias)^2.
+  double fourth_about;           ///< Mean of (r - bias)^4.
   std::vector<double> absolute;  ///< The |r| of the ranks that were asked for.
 };
 

@@ -121,7 +121,8 @@ class Sample {
         if (result.size() < n_ && (kept_.empty() || kept_[first + i])) result.push_back(values[i]);
       }
     }
-    if (result.size() != n_) throw std::runtime_error("the arrays were changed while they were read");
+    if (result.size() != n_)
+      throw std::runtime_error("the arrays were changed while they were read");
     return result;
   }
 

@@ -12,6 +12,7 @@ instead of files.
 """
 
 from vostrel._binned import binned_statistics
+from vostrel._bootstrap import BootstrapDifference, bootstrap, bootstrap_difference
 from vostrel._core import VERSION as __version__
 from vostrel._lsst import lsst_metrics
 from vostrel._point import point_statistics
@@ -23,16 +24,24 @@ from vostrel._results import (
     PointStatistics,
     Residuals,
 )
+from vostrel._uncertainties import Estimate, UncertainResiduals, Uncertainties, uncertainties
 
 __all__ = [
     "BinnedResiduals",
     "BinnedStatistics",
+    "BootstrapDifference",
+    "Estimate",
     "LsstMetrics",
     "PointStatistics",
     "Residuals",
+    "UncertainResiduals",
+    "Uncertainties",
     "__version__",
     "binned_statistics",
+    "bootstrap",
+    "bootstrap_difference",
     "lsst_metrics",
     "point_statistics",
     "read_report",
+    "uncertainties",
 ]

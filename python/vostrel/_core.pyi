@@ -45,3 +45,41 @@ def order_values(
     columns: _Arrays, masks: _Arrays, n: int, ranks: Sequence[int]
 ) -> NDArray[np.float64]:
     """Return the values to bin by that have these ranks among n objects without NaN."""
+
+_Spread = tuple[float, float, float, float, list[float]]
+
+class Sample:
+    """The objects that are kept, in columns: the reference and some estimates."""
+
+    def __init__(self, columns: _Arrays, masks: _Arrays, omit_nan: bool) -> None: ...
+    @property
+    def n(self) -> int: ...
+    @property
+    def n_masked(self) -> int: ...
+    @property
+    def n_nan(self) -> int: ...
+    def kept(self) -> Optional[NDArray[np.bool_]]:
+        """Return which objects are kept, or None when all are."""
+    def spreads(self, ranks: Sequence[int]) -> tuple[_Spread, _Spread]:
+        """Return the means of r^2 and r^4 about 0 and about the bias, and abs(r) of the ranks."""
+
+class Bootstrap:
+    """The resamples of a sample, for the estimate in one of its columns."""
+
+    def __init__(
+        self,
+        sample: Sample,
+        estimate: int,
+        seed: int,
+        groups: Optional[NDArray[np.uint32]],
+        group_count: int,
+    ) -> None: ...
+    @property
+    def batch(self) -> int: ...
+    def run(self, first: int, count: int) -> NDArray[np.float64]:
+        """Return the numbers of some resamples in shape (count, 2, 11)."""
+    def stop(self) -> None:
+        """End what other threads run, with a RuntimeError."""
+
+def resample_indices(seed: int, number: int, size: int) -> NDArray[np.uint64]:
+    """Return the objects of a resample in ascending order."""

@@ -13,7 +13,10 @@ from astropy.table import MaskedColumn, Table
 from data_sets import redshifts
 
 DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "python.md"
-MODULES = ["vostrel._binned", "vostrel._lsst", "vostrel._point", "vostrel._results", "vostrel"]
+MODULES = [
+    "vostrel._binned", "vostrel._bootstrap", "vostrel._lsst", "vostrel._point", "vostrel._results",
+    "vostrel._uncertainties", "vostrel",
+]
 
 
 @pytest.mark.parametrize("name", MODULES)

@@ -1,0 +1,449 @@
+"""Standard errors and confidence intervals by the bootstrap."""
+
+from __future__ import annotations
+
+import operator
+import os
+from collections.abc import Iterable, Mapping
+from dataclasses import astuple, dataclass
+from typing import TYPE_CHECKING, Any, Callable, Optional, Union
+
+import numpy as np
+
+from vostrel import _core
+from vostrel._inputs import (
+    NanPolicy,
+    check_counts,
+    check_dimension,
+    prepare,
+    refuse_lazy,
+    separate_mask,
+)
+from vostrel._point import point_statistics
+from vostrel._results import NAMES, PointStatistics
+from vostrel._uncertainties import (
+    Estimate,
+    UncertainResiduals,
+    Uncertainties,
+    check_confidence,
+)
+
+if TYPE_CHECKING:
+    from numpy.typing import NDArray
+
+Progress = Callable[[int, int], object]
+Workers = Union[int, Callable[[Callable[[Any], Any], Iterable[Any]], Iterable[Any]]]
+
+
+def bootstrap(
+    reference: Any,
+    estimate: Any,
+    resamples: int = 1000,
+    confidence: float = 0.683,
+    groups: Optional[Any] = None,
+    seed: Optional[int] = None,
+    mask: Optional[Any] = None,
+    nan_policy: NanPolicy = "raise",
+    workers: Workers = 1,
+    progress: Optional[Progress] = None,
+) -> Uncertainties:
+    """Judge estimates, with errors of all statistics by resampling.
+
+    Parameters
+    ----------
+    reference, estimate : array_like, shape (n,)
+        Reference and estimated values. Dimensionless.
+    resamples : int
+        How often n objects are drawn with replacement, at least 2.
+    confidence : float
+        The confidence of the intervals, between 0 and 1.
+    groups : array_like, shape (n,), optional
+        A label for each object, such as its field of the sky. Objects of one
+        group are then drawn together: each resample has as many groups as
+        there are. Use it when objects of one group are not independent.
+    seed : int, optional
+        From 0 to 2**64 - 1. The same seed gives the same bits on every
+        machine and for any number of workers. By default the operating system
+        draws one; the result has it.
+    mask : array_like of bool, shape (n,), optional
+        True leaves an object out, as a masked entry does.
+    nan_policy : {"raise", "omit", "propagate"}
+        As in `point_statistics`.
+    workers : int or map-like callable
+        How many threads do the work, -1 for all processors; or a function
+        such as the map method of a thread pool.
+    progress : callable, optional
+        Called as ``progress(done, resamples)`` from time to time.
+
+    Returns
+    -------
+    Uncertainties
+        The error is the standard deviation over the resamples, with divisor
+        resamples - 1, and the interval goes from quantile (1 - confidence) / 2
+        to (1 + confidence) / 2 of them (the percentile interval).
+
+    Raises
+    ------
+    ValueError
+        As `point_statistics`; when there is but one group, or a label is
+        missing; and when an option is out of its range.
+    TypeError
+        As `point_statistics`; and when an option has a wrong type.
+
+    See Also
+    --------
+    uncertainties : at once, by formula, for some of the statistics.
+    bootstrap_difference : for the comparison of estimators.
+
+    Notes
+    -----
+    B. Efron, "Bootstrap methods: another look at the jackknife", Annals of
+    Statistics 7, 1 (1979); A. C. Davison and D. V. Hinkley, "Bootstrap Methods
+    and their Application", 1997, section 3.8 for groups.
+
+    Every resample equals `point_statistics` of its objects: medians and
+    outlier percentages bit for bit, bias, sigma and RMS within 1e-12 of the
+    RMS. The random numbers are those of Philox4x64-10 (J. K. Salmon et al.,
+    "Parallel random numbers: as easy as 1, 2, 3", 2011), with a stream for
+    each resample.
+
+    Examples
+    --------
+    >>> import numpy as np
+    >>> import vostrel
+    >>> reference = np.linspace(0, 1, 101)
+    >>> estimate = reference + 0.1 * np.sin(100 * reference)
+    >>> u = vostrel.bootstrap(reference, estimate, confidence=0.95, seed=1)
+    >>> u.replicates.shape
+    (1000, 2, 11)
+    """
+    check_confidence(confidence)
+    resamples = _read_integer("resamples", resamples, 2)
+    seed = _read_seed(seed)
+    columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
+    sample = _core.Sample(columns.values, columns.masks, nan_policy == "omit")
+    check_counts(nan_policy, sample.n, sample.n_masked, sample.n_nan)
+    labels = _read_groups(groups, sample, len(columns.values[0]))
+    values = point_statistics(reference, estimate, mask=mask, nan_policy=nan_policy)
+    replicates = _replicates(
+        sample, [1], seed, labels, resamples, workers, progress, nan_policy == "propagate"
+    )[0]
+    return _summary(values, replicates, confidence, seed)
+
+
+@dataclass(frozen=True, eq=False)
+class BootstrapDifference:
+    """Estimators compared on the same resamples.
+
+    ``d["A"]`` has the statistics of estimator A, and ``d["A", "B"]`` those of
+    A minus those of B, both as `Uncertainties`. With two estimators, ``d.delta``
+    and ``d.norm`` are those of the first minus the second.
+
+    Attributes
+    ----------
+    estimates : dict of str to Uncertainties
+        Each estimator by itself.
+    confidence : float
+        That of the intervals.
+    """
+
+    estimates: dict[str, Uncertainties]
+    confidence: float
+
+    def __getitem__(self, names: Union[str, tuple[str, str]]) -> Uncertainties:
+        if not isinstance(names, tuple):
+            return self.estimates[names]
+        first, second = (self.estimates[name] for name in names)
+        values = [
+            [a.value - b.value for a, b in zip(_estimates(one), _estimates(other))]
+            for one, other in ((first.delta, second.delta), (first.norm, second.norm))
+        ]
+        assert first.replicates is not None and second.replicates is not None
+        with np.errstate(invalid="ignore"):
+            replicates = first.replicates - second.replicates
+        delta, norm = _residuals(np.array(values), replicates, self.confidence)
+        return Uncertainties(
+            first.n, first.n_masked, first.n_nan, self.confidence, "bootstrap", delta, norm,
+            first.seed, replicates,
+        )
+
+    def _only(self) -> Uncertainties:
+        if len(self.estimates) != 2:
+            names = ", ".join(repr(name) for name in self.estimates)
+            raise AttributeError(f"choose two estimates, as in d['A', 'B'], among {names}")
+        first, second = self.estimates
+        return self[first, second]
+
+    @property
+    def delta(self) -> UncertainResiduals:
+        """The differences for the residual, of two estimators."""
+        return self._only().delta
+
+    @property
+    def norm(self) -> UncertainResiduals:
+        """The differences for the normalized residual, of two estimators."""
+        return self._only().norm
+
+    def __str__(self) -> str:
+        names = list(self.estimates)
+        pairs = [(a, b) for i, a in enumerate(names) for b in names[i + 1 :]]
+        return "\n\n".join(f"{a} - {b}: {self[a, b]}" for a, b in pairs)
+
+
+def bootstrap_difference(
+    reference: Any,
+    estimates: Mapping[str, Any],
+    resamples: int = 1000,
+    confidence: float = 0.683,
+    groups: Optional[Any] = None,
+    seed: Optional[int] = None,
+    mask: Optional[Any] = None,
+    nan_policy: NanPolicy = "raise",
+    workers: Workers = 1,
+    progress: Optional[Progress] = None,
+) -> BootstrapDifference:
+    """Compare estimators by resampling, with the same resamples for each.
+
+    Parameters
+    ----------
+    reference : array_like, shape (n,)
+        Reference values. Dimensionless.
+    estimates : mapping of str to array_like, shape (n,)
+        Two or more estimates under their names. An object that is masked in
+        one of them is left out of all; so is one with NaN, where NaN are left
+        out.
+    resamples, confidence, groups, seed, mask, nan_policy, workers, progress
+        As in `bootstrap`.
+
+    Returns
+    -------
+    BootstrapDifference
+        Since errors that the estimators share cancel, the error of a
+        difference may be far smaller than those of the two.
+
+    Raises
+    ------
+    ValueError, TypeError
+        As `bootstrap`; and when there are less than two estimates.
+
+    Examples
+    --------
+    >>> import numpy as np
+    >>> import vostrel
+    >>> reference = np.linspace(0, 1, 101)
+    >>> a = reference + 0.1 * np.sin(100 * reference)
+    >>> d = vostrel.bootstrap_difference(reference, {"A": a, "B": a + 0.01}, seed=1)
+    >>> print(d.delta.bias)
+    0.01 +0 -0
+    """
+    check_confidence(confidence)
+    resamples = _read_integer("resamples", resamples, 2)
+    seed = _read_seed(seed)
+    if not isinstance(estimates, Mapping):
+        raise TypeError("estimates must be a dictionary of names and values")
+    if len(estimates) < 2:
+        raise ValueError(f"a comparison needs two estimates or more, not {len(estimates)}")
+    columns = prepare(
+        nan_policy, mask, **{"reference": reference},
+        **{f"estimate {name!r}": values for name, values in estimates.items()},
+    )
+    sample = _core.Sample(columns.values, columns.masks, nan_policy == "omit")
+    check_counts(nan_policy, sample.n, sample.n_masked, sample.n_nan)
+    labels = _read_groups(groups, sample, len(columns.values[0]))
+    replicates = _replicates(
+        sample, list(range(1, len(estimates) + 1)), seed, labels, resamples, workers, progress,
+        nan_policy == "propagate",
+    )
+    kept = sample.kept()
+    left_out = None if kept is None else ~kept
+    results = {}
+    for name, values, numbers in zip(estimates, columns.values[1:], replicates):
+        s = point_statistics(columns.values[0], values, mask=left_out, nan_policy="propagate")
+        s = PointStatistics(sample.n, sample.n_masked, sample.n_nan, s.delta, s.norm)
+        results[name] = _summary(s, numbers, confidence, seed)
+    return BootstrapDifference(results, confidence)
+
+
+def _estimates(part: UncertainResiduals) -> list[Estimate]:
+    return [getattr(part, name) for name in NAMES]
+
+
+def _read_integer(name: str, value: Any, least: int) -> int:
+    """Return an integer that is large enough."""
+    try:
+        if isinstance(value, (bool, np.bool_)):
+            raise TypeError
+        number = operator.index(value)
+    except TypeError:
+        raise TypeError(f"{name} must be an integer, not {value!r}") from None
+    if number < least:
+        raise ValueError(f"{name} must be at least {least}, not {number}")
+    return number
+
+
+def _read_seed(seed: Optional[int]) -> int:
+    if seed is None:
+        return int.from_bytes(os.urandom(8), "little")
+    number = _read_integer("seed", seed, 0)
+    if number >= 1 << 64:
+        raise ValueError(f"seed must be below 2**64, not {number}")
+    return number
+
+
+def _read_groups(
+    groups: Optional[Any], sample: _core.Sample, size: int
+) -> Optional[tuple[NDArray[np.uint32], int]]:
+    """Return the number of the group of each object that is kept, and how many groups there are."""
+    if groups is None:
+        return None
+    refuse_lazy("groups", groups)
+    data, masks = separate_mask(groups)
+    labels = np.asarray(data)
+    check_dimension("groups", labels)
+    if len(labels) != size:
+        raise ValueError(f"groups has {len(labels)} entries, but reference has {size}")
+    kept = sample.kept()
+    if kept is not None:
+        labels, masks = labels[kept], [masked[kept] for masked in masks]
+    if any(masked.any() for masked in masks) or _has_missing(labels):
+        raise ValueError("groups has missing labels; mask these objects or give them a group")
+    try:
+        names, numbers = np.unique(labels, return_inverse=True)
+    except TypeError:
+        raise TypeError("groups must hold labels of one kind, such as numbers or text") from None
+    if len(names) < 2:
+        raise ValueError(
+            f"all objects are in one group, {names[0]!r}; the scatter between groups needs two "
+            "groups at least, and better twenty"
+        )
+    return numbers.astype(np.uint32), len(names)
+
+
+def _has_missing(labels: NDArray[Any]) -> bool:
+    """Return whether a label is None, NaN or something else that doesn't equal itself."""
+    if labels.dtype.kind == "O":
+        return any(label is None or not _equals_itself(label) for label in labels)
+    return bool((labels != labels).any())
+
+
+def _equals_itself(label: Any) -> bool:
+    try:
+        return bool(label == label)
+    except TypeError:  # pandas.NA
+        return False
+
+
+def _replicates(
+    sample: _core.Sample,
+    estimates: list[int],
+    seed: int,
+    groups: Optional[tuple[NDArray[np.uint32], int]],
+    resamples: int,
+    workers: Workers,
+    progress: Optional[Progress],
+    propagate: bool,
+) -> list[NDArray[np.float64]]:
+    """Return the numbers of all resamples for some estimates."""
+    if propagate and sample.n_nan:
+        return [np.full((resamples, 2, len(NAMES)), np.nan) for _ in estimates]
+    labels, group_count = groups if groups is not None else (None, 0)
+    results = [np.empty((resamples, 2, len(NAMES))) for _ in estimates]
+    done = 0
+    for estimate, result in zip(estimates, results):
+        def tell(count: int) -> None:
+            nonlocal done
+            done += count
+            if progress is not None:
+                progress(done // len(estimates), resamples)
+
+        _run(sample, estimate, seed, labels, group_count, result, workers, tell)
+    return results
+
+
+def _run(
+    sample: _core.Sample,
+    estimate: int,
+    seed: int,
+    labels: Optional[NDArray[np.uint32]],
+    group_count: int,
+    result: NDArray[np.float64],
+    workers: Workers,
+    tell: Callable[[int], None],
+) -> None:
+    """Fill in the numbers of all resamples of one estimate."""
+    # Importing these takes longer than importing vostrel.
+    from concurrent.futures import FIRST_COMPLETED, ThreadPoolExecutor, wait
+
+    resamples = len(result)
+    count = 1 if callable(workers) else _read_workers(workers)
+    # The work is done in threads and this one waits, so that Ctrl-C comes through.
+    pool = ThreadPoolExecutor(count)
+    engine: Optional[_core.Bootstrap] = None
+    try:
+        start = pool.submit(_core.Bootstrap, sample, estimate, seed, labels, group_count)
+        while not start.done():
+            wait([start], timeout=0.1)
+        engine = made = start.result()
+        # Pieces are small enough for the workers to end together.
+        size = min(made.batch, max(1, -(-resamples // count)))
+        pieces = [(first, min(size, resamples - first)) for first in range(0, resamples, size)]
+
+        def work(piece: tuple[int, int]) -> int:
+            first, number = piece
+            result[first : first + number] = made.run(first, number)
+            return number
+
+        if callable(workers):
+            for number in workers(work, pieces):
+                tell(number)
+            return
+        waiting = {pool.submit(work, piece) for piece in pieces}
+        while waiting:
+            finished, waiting = wait(waiting, timeout=0.1, return_when=FIRST_COMPLETED)
+            for future in finished:
+                tell(future.result())
+    except BaseException:
+        if engine is not None:
+            engine.stop()
+        pool.shutdown(wait=False, cancel_futures=True)
+        raise
+    pool.shutdown()
+
+
+def _read_workers(workers: Any) -> int:
+    number = _read_integer("workers", workers, -1)
+    if number == 0:
+        raise ValueError("workers must be a number of threads, or -1 for all processors, not 0")
+    return number if number > 0 else os.cpu_count() or 1
+
+
+def _summary(
+    values: PointStatistics, replicates: NDArray[np.float64], confidence: float, seed: int
+) -> Uncertainties:
+    """Return the estimates that the numbers of the resamples give."""
+    numbers = np.array([astuple(values.delta), astuple(values.norm)])
+    delta, norm = _residuals(numbers, replicates, confidence)
+    replicates.flags.writeable = False
+    return Uncertainties(
+        values.n, values.n_masked, values.n_nan, confidence, "bootstrap", delta, norm, seed,
+        replicates,
+    )
+
+
+def _residuals(
+    values: NDArray[np.float64], replicates: NDArray[np.float64], confidence: float
+) -> tuple[UncertainResiduals, UncertainResiduals]:
+    """Return the estimates of both residuals."""
+    with np.errstate(invalid="ignore", over="ignore"):
+        errors = np.std(replicates, axis=0, ddof=1)
+        ends = np.quantile(replicates, [(1 - confidence) / 2, (1 + confidence) / 2], axis=0)
+    delta, norm = (
+        UncertainResiduals(
+            *(
+                Estimate(*map(float, numbers))
+                for numbers in zip(values[i], errors[i], ends[0, i], ends[1, i])
+            )
+        )
+        for i in range(2)
+    )
+    return delta, norm

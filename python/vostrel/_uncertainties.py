@@ -1,0 +1,377 @@
+"""Standard errors and confidence intervals by formula."""
+
+from __future__ import annotations
+
+import math
+from dataclasses import dataclass, fields
+from typing import TYPE_CHECKING, Any, Optional, Union
+
+import numpy as np
+
+from vostrel import _core
+from vostrel._inputs import NanPolicy, check_counts, prepare
+from vostrel._point import point_statistics
+from vostrel._results import NAMES, ROWS, Eleven, Residuals, aligned, import_pandas
+
+if TYPE_CHECKING:
+    import pandas
+    from numpy.typing import NDArray
+
+#: The confidence of one standard deviation of a normal distribution to both sides.
+ONE_SIGMA = math.erf(math.sqrt(0.5))
+
+
+@dataclass(frozen=True)
+class Estimate:
+    """A statistic and how sure it is.
+
+    Attributes
+    ----------
+    value : float
+        The statistic of the objects themselves.
+    error : float
+        Its standard error.
+    low, high : float
+        The ends of its confidence interval.
+
+    Examples
+    --------
+    >>> import vostrel
+    >>> print(vostrel.Estimate(0.021234, 0.00035, 0.02094, 0.02163))
+    0.0212 +0.0004 -0.0003
+    """
+
+    value: float
+    error: float
+    low: float
+    high: float
+
+    def __str__(self) -> str:
+        return _rounded(self, "")
+
+
+@dataclass(frozen=True)
+class UncertainResiduals(Eleven[Estimate]):
+    """The statistics of one residual: those of `Residuals`, each as an `Estimate`."""
+
+
+@dataclass(frozen=True, eq=False)
+class Uncertainties:
+    """The statistics of n objects and how sure they are.
+
+    ``print(u)`` gives the smaller half of an interval one significant digit,
+    or two when the first one is 1, and as many decimals to the other half and
+    the value. A half that is tiny beside the other one doesn't count.
+
+    Attributes
+    ----------
+    n, n_masked, n_nan : int
+        As those of `PointStatistics`.
+    confidence : float
+        That of the intervals.
+    method : str
+        ``"formula"`` or ``"bootstrap"``.
+    delta : UncertainResiduals
+        Statistics of the residual: reference - estimate.
+    norm : UncertainResiduals
+        Statistics of the normalized residual.
+    seed : int or None
+        Of a bootstrap: the seed that gives the same resamples again.
+    replicates : ndarray of float64, shape (resamples, 2, 11), or None
+        Of a bootstrap: the numbers of every resample, first those of `delta`,
+        then those of `norm`, in the order of `Residuals`.
+    """
+
+    n: int
+    n_masked: int
+    n_nan: int
+    confidence: float
+    method: str
+    delta: UncertainResiduals
+    norm: UncertainResiduals
+    seed: Optional[int] = None
+    replicates: Optional[NDArray[np.float64]] = None
+
+    def to_dict(self) -> dict[str, Union[int, float]]:
+        """Return all numbers under flat names.
+
+        Returns
+        -------
+        dict
+            ``n``, ``n_masked``, ``n_nan``, and four numbers a statistic, such
+            as ``norm_nmad``, ``norm_nmad_error``, ``norm_nmad_low`` and
+            ``norm_nmad_high``.
+        """
+        result: dict[str, Union[int, float]] = {
+            "n": self.n,
+            "n_masked": self.n_masked,
+            "n_nan": self.n_nan,
+        }
+        for part in ("delta", "norm"):
+            for name in NAMES:
+                estimate = getattr(getattr(self, part), name)
+                for field in fields(Estimate):
+                    suffix = "" if field.name == "value" else f"_{field.name}"
+                    result[f"{part}_{name}{suffix}"] = getattr(estimate, field.name)
+        return result
+
+    def to_frame(self) -> pandas.DataFrame:
+        """Return a pandas DataFrame with a row for each statistic. Needs pandas.
+
+        Returns
+        -------
+        pandas.DataFrame
+            Columns ``value``, ``error``, ``low`` and ``high``; rows such as
+            ``norm_nmad``.
+
+        Raises
+        ------
+        ImportError
+            When pandas is not installed.
+        """
+        columns = [field.name for field in fields(Estimate)]
+        rows = {
+            f"{part}_{name}": [getattr(getattr(getattr(self, part), name), c) for c in columns]
+            for part in ("delta", "norm")
+            for name in NAMES
+        }
+        return import_pandas("to_frame").DataFrame.from_dict(rows, orient="index", columns=columns)
+
+    def __str__(self) -> str:
+        objects = f"{self.n} object" + ("" if self.n == 1 else "s")
+        lines = [
+            f"{objects}, {self.n_masked} masked, {self.n_nan} with NaN; "
+            f"{100 * self.confidence:.6g}% intervals by {self.method}"
+        ]
+        columns = [
+            [heading] + aligned([_rounded(getattr(part, name), unit) for name, _, unit in ROWS])
+            for heading, part in (("delta", self.delta), ("delta norm", self.norm))
+        ]
+        label_width = max(len(label) for _, label, _ in ROWS)
+        widths = [max(map(len, column)) for column in columns]
+        for label, *cells in zip(["", *(label for _, label, _ in ROWS)], *columns):
+            row = "  ".join(cell.ljust(width) for cell, width in zip(cells, widths))
+            lines.append(f"{label:<{label_width}}  {row}".rstrip())
+        if self.method == "formula":
+            lines.append("?: there is no formula; use vostrel.bootstrap")
+        return "\n".join(lines)
+
+
+def uncertainties(
+    reference: Any,
+    estimate: Any,
+    confidence: float = 0.683,
+    mask: Optional[Any] = None,
+    nan_policy: NanPolicy = "raise",
+) -> Uncertainties:
+    """Judge estimates, with errors by formula.
+
+    Parameters
+    ----------
+    reference, estimate : array_like, shape (n,)
+        Reference and estimated values. Dimensionless.
+    confidence : float
+        The confidence of the intervals, between 0 and 1.
+    mask : array_like of bool, shape (n,), optional
+        True leaves an object out, as a masked entry does.
+    nan_policy : {"raise", "omit", "propagate"}
+        As in `point_statistics`.
+
+    Returns
+    -------
+    Uncertainties
+        Errors and intervals are NaN where there is no honest formula: for
+        mad_delta, whose median is itself estimated, and for the outliers
+        beyond multiples of sigma, which is. Use `bootstrap` for those.
+
+    Raises
+    ------
+    ValueError
+        As `point_statistics`; and when `confidence` is not between 0 and 1.
+    TypeError
+        As `point_statistics`.
+
+    See Also
+    --------
+    bootstrap : errors for all of them.
+
+    Notes
+    -----
+    The objects are taken as independent. With q the quantile of the standard
+    normal distribution for the confidence, and central moments with divisor n:
+
+    bias
+        The error is sigma / sqrt(n), the interval bias +- q * error, by the
+        central limit theorem [1]_.
+    sigma
+        The error is sqrt((m4 - sigma**4) / n) / (2 * sigma), where m4 is the
+        fourth moment about the bias: the delta method, which doesn't take the
+        residuals as normal [2]_. The interval is symmetric in log(sigma).
+    rms
+        The same, with moments about zero.
+    mad, nmad
+        The interval goes from one order statistic of abs(r) to another: the
+        ranks that hold the median with at least the confidence, by the
+        binomial distribution with p = 1/2, whatever that of the residuals
+        [3]_. The error is half of the 68.27% interval.
+    outliers_015
+        Wilson's interval [4]_. The error is half of the 68.27% interval.
+
+    References
+    ----------
+    .. [1] M. G. Kendall and A. Stuart, "The Advanced Theory of Statistics",
+       vol. 1, 3rd ed., 1969, sections 7.25 and 9.3.
+    .. [2] H. Cramer, "Mathematical Methods of Statistics", 1946, sections
+       27.4 and 28.4.
+    .. [3] W. R. Thompson, "On confidence ranges for the median and other
+       expectation distributions for populations of unknown distribution
+       form", Annals of Mathematical Statistics 7, 122 (1936).
+    .. [4] E. B. Wilson, "Probable inference, the law of succession, and
+       statistical inference", Journal of the American Statistical
+       Association 22, 209 (1927).
+
+    Examples
+    --------
+    >>> import numpy as np
+    >>> import vostrel
+    >>> reference = np.linspace(0, 1, 101)
+    >>> estimate = reference + 0.1 * np.sin(100 * reference)
+    >>> u = vostrel.uncertainties(reference, estimate, confidence=0.95)
+    >>> print(u.delta.rms)
+    0.071 +0.007 -0.006
+    """
+    check_confidence(confidence)
+    columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
+    sample = _core.Sample(columns.values, columns.masks, nan_policy == "omit")
+    check_counts(nan_policy, sample.n, sample.n_masked, sample.n_nan)
+    values = point_statistics(reference, estimate, mask=mask, nan_policy=nan_policy)
+    if sample.n_nan and nan_policy == "propagate":
+        delta = norm = UncertainResiduals(*[NO_ESTIMATE] * len(NAMES))
+    else:
+        n = sample.n
+        wide, narrow = median_ranks(n, confidence), median_ranks(n, ONE_SIGMA)
+        found = sample.spreads([rank for ranks in (wide, narrow) if ranks for rank in ranks])
+        delta, norm = (
+            _by_formula(n, confidence, part, spread, wide is not None, narrow is not None)
+            for part, spread in zip((values.delta, values.norm), found)
+        )
+    return Uncertainties(
+        sample.n, sample.n_masked, sample.n_nan, confidence, "formula", delta, norm
+    )
+
+
+NO_ESTIMATE = Estimate(math.nan, math.nan, math.nan, math.nan)
+
+
+def check_confidence(confidence: float) -> None:
+    """Raise the ValueError for a confidence that is none."""
+    if not 0 < confidence < 1:
+        raise ValueError(f"confidence must be between 0 and 1, not {confidence!r}")
+
+
+def _by_formula(
+    n: int, confidence: float, values: Residuals, spread: Any, has_wide: bool, has_narrow: bool
+) -> UncertainResiduals:
+    """Return the estimates of one residual."""
+    second, fourth, second_about, fourth_about, absolute = spread
+    q = normal_quantile(confidence)
+    error = values.sigma / math.sqrt(n) if n > 1 else math.nan
+    wide = absolute[:2] if has_wide else [math.nan, math.nan]
+    narrow = absolute[-2:] if has_narrow else [math.nan, math.nan]
+    factor = 1.4826
+    return UncertainResiduals(
+        bias=Estimate(values.bias, error, values.bias - q * error, values.bias + q * error),
+        sigma=_root(values.sigma, second_about, fourth_about, n, q),
+        rms=_root(values.rms, second, fourth, n, q),
+        mad=Estimate(values.mad, (narrow[1] - narrow[0]) / 2, *wide),
+        nmad=Estimate(
+            values.nmad,
+            factor * (narrow[1] - narrow[0]) / 2,
+            *(factor * value for value in wide),
+        ),
+        mad_delta=_without(values.mad_delta),
+        outliers_015=_wilson(values.outliers_015, n, q),
+        outliers_1sigma=_without(values.outliers_1sigma),
+        outliers_2sigma=_without(values.outliers_2sigma),
+        outliers_3sigma=_without(values.outliers_3sigma),
+        outliers_4sigma=_without(values.outliers_4sigma),
+    )
+
+
+def _without(value: float) -> Estimate:
+    return Estimate(value, math.nan, math.nan, math.nan)
+
+
+def _root(value: float, second: float, fourth: float, n: int, q: float) -> Estimate:
+    """Return the estimate of the root of a second moment, by the delta method."""
+    if n < 2 or not value > 0:
+        return _without(value)
+    error = math.sqrt(max(fourth - second * second, 0.0) / n) / (2 * value)
+    stretch = math.exp(q * error / value)
+    return Estimate(value, error, value / stretch, value * stretch)
+
+
+def _wilson(percentage: float, n: int, q: float) -> Estimate:
+    """Return the estimate of a percentage, by Wilson's interval."""
+    p = percentage / 100
+
+    def interval(q: float) -> tuple[float, float]:
+        scale = 1 + q * q / n
+        middle = (p + q * q / (2 * n)) / scale
+        half = q * math.sqrt(p * (1 - p) / n + q * q / (4 * n * n)) / scale
+        return 100 * max(middle - half, 0), 100 * min(middle + half, 1)
+
+    one_low, one_high = interval(1)
+    return Estimate(percentage, (one_high - one_low) / 2, *interval(q))
+
+
+def normal_quantile(confidence: float) -> float:
+    """Return the half width of a central interval of the standard normal distribution."""
+    from statistics import NormalDist  # which takes longer to import than all of vostrel
+
+    return NormalDist().inv_cdf((1 + confidence) / 2)
+
+
+def median_ranks(n: int, confidence: float) -> Optional[tuple[int, int]]:
+    """Return the ranks, from 0 to n - 1, between whose values the median lies.
+
+    The narrowest symmetric pair that holds the median with at least the
+    confidence, or None when the smallest and the greatest value don't.
+    """
+    # Of n values, k are below the median with probability binomial(n, k) / 2^n. The terms follow
+    # from their ratios, from the middle on outwards, as far as they matter.
+    middle = n // 2
+    steps = min(middle, 10 * math.isqrt(n) + 40)
+    below = np.arange(middle, middle - steps, -1, dtype=np.float64)
+    terms = np.cumprod(np.concatenate([[1.0], below / (n - below + 1)]))  # of k = middle, ...
+    # Of an odd n, two terms are in the middle; of an even n, one.
+    total = 2 * terms.sum() - (0.0 if n % 2 else 1.0)
+    tails = np.cumsum(terms[::-1])[::-1] / total  # of at most k values below the median
+    allowed = np.nonzero(tails <= (1 - confidence) / 2 * (1 + 1e-12))[0]
+    if len(allowed) == 0:
+        return None
+    low = middle - int(allowed[0])
+    return low, n - 1 - low
+
+
+def _rounded(estimate: Estimate, unit: str) -> str:
+    """Return the estimate with as many digits as its interval bears."""
+    up, down = estimate.high - estimate.value, estimate.value - estimate.low
+    if not (math.isfinite(up) and math.isfinite(down)):
+        text = f"{estimate.value:.6g}{unit}"
+        return text if math.isnan(estimate.value) else f"{text} ?"
+    least = 1e-12 * abs(estimate.value)  # less is rounding
+    digits = [_decimals(half) for half in (abs(up), abs(down)) if half > least]
+    if not digits:
+        return f"{estimate.value:.6g}{unit} +0 -0"
+    # A half that is tiny beside the other one doesn't count.
+    places = min(max(digits), min(digits) + 1)
+    value, up, down = (round(number, places) + 0.0 for number in (estimate.value, up, down))
+    places = max(places, 0)
+    return f"{value:.{places}f}{unit} {up:+.{places}f} {-down:+.{places}f}"
+
+
+def _decimals(half: float) -> int:
+    """Return to how many decimals half an interval is given."""
+    first, exponent = f"{half:.0e}".split("e")
+    return -int(exponent) + (1 if first == "1" else 0)

@@ -1,0 +1,229 @@
+"""The bootstrap: against the plain loop and SciPy, groups, workers, Ctrl-C and memory."""
+
+import concurrent.futures
+import math
+import signal
+import subprocess
+import sys
+import time
+
+import numpy as np
+import pytest
+import vostrel
+from data_sets import numbers, redshifts, same_bits
+from vostrel import _core
+
+
+@pytest.mark.parametrize("n", [2, 50, 1024, 5000, 200_000])
+def test_equals_the_plain_loop(n, rng):
+    reference, estimate = redshifts(rng, n)
+    u = vostrel.bootstrap(reference, estimate, resamples=3, seed=7)
+    for k, found in enumerate(u.replicates):
+        drawn = _core.resample_indices(7, k, n)
+        expected = numbers(vostrel.point_statistics(reference[drawn], estimate[drawn]))
+        for part, rms in ((slice(0, 11), expected[2]), (slice(11, 22), expected[13])):
+            got, want = found.reshape(22)[part], expected[part]
+            assert got[:3] == pytest.approx(want[:3], rel=0, abs=1e-12 * rms)
+            assert same_bits(got[3:], want[3:])
+
+
+def test_the_same_bits_for_any_workers(rng):
+    data = redshifts(rng, 3000)
+    one = vostrel.bootstrap(*data, resamples=300, seed=3)
+    for workers in (2, 3, -1):
+        many = vostrel.bootstrap(*data, resamples=300, seed=3, workers=workers)
+        assert same_bits(one.replicates, many.replicates)
+    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+        mapped = vostrel.bootstrap(*data, resamples=300, seed=3, workers=pool.map)
+    assert same_bits(one.replicates, mapped.replicates)
+    assert same_bits(
+        one.replicates[:100], vostrel.bootstrap(*data, resamples=100, seed=3).replicates
+    )
+    drawn = vostrel.bootstrap(*data, resamples=2)
+    again = vostrel.bootstrap(*data, resamples=2, seed=drawn.seed)
+    assert same_bits(drawn.replicates, again.replicates)
+
+
+def test_the_same_bits_on_every_machine():
+    assert _core.resample_indices(1, 2, 12).tolist() == [1, 3, 4, 5, 6, 6, 7, 7, 7, 8, 9, 10]
+    drawn = _core.resample_indices(2**64 - 1, 5, 1_000_000)
+    some = drawn[0], drawn[500_000], drawn[-1], drawn.sum()
+    assert some == (0, 499994, 999999, 500146459791)
+
+
+def test_errors_and_intervals_are_those_of_the_replicates(rng):
+    reference, estimate = redshifts(rng, 400)
+    u = vostrel.bootstrap(reference, estimate, resamples=200, confidence=0.9, seed=1)
+    s = vostrel.point_statistics(reference, estimate)
+    nmads = np.sort(u.replicates[:, 1, 4])
+    assert u.norm.nmad.value == s.norm.nmad
+    assert u.norm.nmad.error == pytest.approx(np.std(nmads, ddof=1))
+    assert u.norm.nmad.low == pytest.approx(np.percentile(nmads, 5))
+    assert u.norm.nmad.high == pytest.approx(np.percentile(nmads, 95))
+
+
+def test_groups_are_drawn_whole():
+    # Residuals 1, 2, 4, 8, 16 in the fields a, b, a, c, b.
+    estimate = [-1.0, -2.0, -4.0, -8.0, -16.0]
+    fields = ["a", "b", "a", "c", "b"]
+    u = vostrel.bootstrap([0.0] * 5, estimate, groups=fields, resamples=30, seed=4)
+    for k, replicate in enumerate(u.replicates):
+        drawn = [[1, 4], [2, 16], [8]]
+        residuals = sum((drawn[g] for g in _core.resample_indices(4, k, 3)), [])
+        assert replicate[0, 0] == pytest.approx(np.mean(residuals))
+        assert replicate[0, 3] == np.median(residuals)
+
+
+def test_groups_of_one_are_objects(rng):
+    reference, estimate = redshifts(rng, 300)
+    one = vostrel.bootstrap(reference, estimate, resamples=20, seed=1)
+    other = vostrel.bootstrap(reference, estimate, resamples=20, seed=1, groups=np.arange(300))
+    assert one.replicates == pytest.approx(other.replicates, abs=1e-11)
+
+
+def test_groups_that_are_refused():
+    values = [0.0, 1.0, 2.0]
+    for groups, message in (
+        ([7, 7, 7], "all objects are in one group, 7"),
+        ([1, 2], "groups has 2 entries, but reference has 3"),
+        ([1.0, math.nan, 2.0], "missing labels"),
+        (np.ma.array([1, 2, 3], mask=[0, 1, 0]), "missing labels"),
+        (np.array(["a", None, "b"], object), "missing labels"),
+        ([[1], [2], [3]], "one dimension"),
+    ):
+        with pytest.raises(ValueError, match=message):
+            vostrel.bootstrap(values, values, groups=groups)
+    with pytest.raises(ValueError, match="all objects are in one group"):
+        vostrel.bootstrap(values, values, groups=[1, 1, 2], mask=[False, False, True])
+
+
+def test_options_that_are_refused():
+    values = [0.0, 1.0]
+    for options, message in (
+        ({"resamples": 1}, "resamples must be at least 2"),
+        ({"confidence": 1.0}, "confidence must be between"),
+        ({"seed": -1}, "seed must be at least 0"),
+        ({"seed": 2**64}, "seed must be below"),
+        ({"workers": 0}, "workers must be"),
+    ):
+        with pytest.raises(ValueError, match=message):
+            vostrel.bootstrap(values, values, **options)
+    for options in ({"resamples": 10.5}, {"seed": "x"}, {"workers": 1.5}):
+        with pytest.raises(TypeError, match="must be an integer"):
+            vostrel.bootstrap(values, values, **options)
+
+
+def test_masks_and_nan(rng):
+    reference, estimate = redshifts(rng, 500)
+    mask = rng.random(500) < 0.3
+    fields = np.arange(500) % 7
+    estimate[2] = np.nan
+    mask[2] = False
+    keep = ~mask & ~np.isnan(estimate)
+    clean = vostrel.bootstrap(reference[keep], estimate[keep], 10, seed=1, groups=fields[keep])
+    u = vostrel.bootstrap(
+        reference, estimate, 10, seed=1, groups=fields, mask=mask, nan_policy="omit"
+    )
+    assert same_bits(u.replicates, clean.replicates)
+    assert (u.n, u.n_masked, u.n_nan) == (keep.sum(), mask.sum(), 1)
+    with pytest.raises(ValueError, match="have NaN"):
+        vostrel.bootstrap(reference, estimate, mask=mask)
+    u = vostrel.bootstrap(reference, estimate, 10, mask=mask, nan_policy="propagate")
+    assert np.isnan(u.replicates).all() and math.isnan(u.delta.bias.error)
+
+
+def test_differences_are_paired(rng):
+    reference, a = redshifts(rng, 1000)
+    b = a + 0.002 * rng.standard_normal(1000)
+    d = vostrel.bootstrap_difference(reference, {"A": a, "B": b, "C": a}, 100, seed=5)
+    alone = vostrel.bootstrap(reference, a, 100, seed=5)
+    assert same_bits(d["A"].replicates, alone.replicates)
+    assert same_bits(d["C"].replicates, alone.replicates)
+    assert d["A", "C"].norm.nmad == vostrel.Estimate(0, 0, 0, 0)
+    assert d["A", "B"].norm.bias.error < d["A"].norm.bias.error / 10
+    assert d["A", "B"].norm.nmad.value == d["A"].norm.nmad.value - d["B"].norm.nmad.value
+    with pytest.raises(AttributeError, match="choose two estimates"):
+        d.norm
+    two = vostrel.bootstrap_difference(reference, {"A": a, "B": b}, 100, seed=5)
+    assert two.norm == d["A", "B"].norm
+    a[0] = np.nan
+    two = vostrel.bootstrap_difference(reference, {"A": a, "B": b}, 100, nan_policy="omit")
+    assert two["A"].n == two["B"].n == 999
+    with pytest.raises(ValueError, match="two estimates or more"):
+        vostrel.bootstrap_difference(reference, {"A": a})
+    with pytest.raises(ValueError, match="reference and estimate 'B' differ in length"):
+        vostrel.bootstrap_difference(reference, {"A": b, "B": b[1:]})
+
+
+def test_progress():
+    told = []
+    values = np.arange(10.0)
+    vostrel.bootstrap(
+        values, values[::-1], 500, progress=lambda *numbers: told.append(numbers), workers=2
+    )
+    done = [number for number, _ in told]
+    assert done == sorted(done) and done[-1] == 500
+    assert {number for _, number in told} == {500}
+
+
+def test_an_error_in_progress_ends_the_work():
+    def fail(done, resamples):
+        raise KeyError("enough")
+
+    with pytest.raises(KeyError):
+        vostrel.bootstrap(np.arange(100.0), np.zeros(100), 100_000, progress=fail)
+
+
+ENDLESS = """
+import numpy as np
+import vostrel
+reference = np.linspace(0, 1, 3_000_000)
+estimate = reference + 0.1 * np.sin(1e5 * reference)
+print("ready", flush=True)
+try:
+    vostrel.bootstrap(reference, estimate, 10**6, workers={workers}, groups={groups})
+except KeyboardInterrupt:
+    print("interrupted", flush=True)
+"""
+
+
+@pytest.mark.parametrize("workers, groups", [(1, None), (2, None), (1, "np.arange(3_000_000)")])
+def test_ctrl_c(workers, groups):
+    process = subprocess.Popen(
+        [sys.executable, "-c", ENDLESS.format(workers=workers, groups=groups)],
+        stdout=subprocess.PIPE,
+        text=True,
+    )
+    assert process.stdout.readline() == "ready\n"
+    time.sleep(2)
+    sent = time.monotonic()
+    process.send_signal(signal.SIGINT)
+    assert process.stdout.readline() == "interrupted\n"
+    # Half a second is the promise; the rest is for a busy machine.
+    assert time.monotonic() - sent < 5
+    assert process.wait() == 0
+
+
+MEMORY = """
+import resource
+import numpy as np
+import vostrel
+peak = lambda: resource.getrusage(resource.RUSAGE_SELF).ru_maxrss << 10
+n = 2_000_000
+reference = np.linspace(0, 1, n)
+estimate = np.sin(1e5 * reference)
+estimate *= 0.1
+estimate += reference
+vostrel.bootstrap(reference[:1000], estimate[:1000], 2)
+before = peak()
+vostrel.bootstrap({reference}, estimate, 8, workers={workers})
+print((peak() - before) / n)
+"""
+
+
+@pytest.mark.parametrize("workers, reference", [(1, "reference"), (1, "reference[::-1]"),
+                                                (2, "reference")])
+def test_memory(workers, reference):
+    code = MEMORY.format(workers=workers, reference=reference)
+    bytes_an_object = float(subprocess.check_output([sys.executable, "-c", code]))
+    assert bytes_an_object <= 24 * workers + 1

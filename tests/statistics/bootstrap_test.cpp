@@ -1,0 +1,185 @@
+// Resamples, and their statistics held against point_statistics() of the same objects.
+
+#include "statistics/bootstrap.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <numeric>
+#include <vector>
+
+#include "statistics/resample.h"
+#include "tests/support/bits.h"
+#include "tests/support/random.h"
+
+namespace {
+
+using vostrel::Bootstrap;
+using vostrel::PointStatistics;
+using vostrel::ResidualStatistics;
+
+TEST(Philox, KnownAnswers) {
+  // Of the authors' own list.
+  const std::array<std::uint64_t, 4> zeros = {0x16554d9eca36314c, 0xdb20fe9d672d0fdc,
+                                              0xd7e772cee186176b, 0x7e68b68aec7ba23b};
+  EXPECT_EQ(vostrel::philox({0, 0, 0, 0}, {0, 0}), zeros);
+  const std::uint64_t f = ~std::uint64_t{0};
+  const std::array<std::uint64_t, 4> ones = {0x87b092c3013fe90b, 0x438c3c67be8d0224,
+                                             0x9cc7d7c69cd777b6, 0xa09caebf594f0ba0};
+  EXPECT_EQ(vostrel::philox({f, f, f, f}, {f, f}), ones);
+}
+
+// The number of draws from some items has the binomial distribution: its mean and its variance over
+// many resamples, for parts that blocks and halves of blocks divide and do not.
+TEST(Resample, DrawsFollowTheBinomialDistribution) {
+  constexpr int kResamples = 1000;
+  for (const std::size_t size : {1u, 2u, 3u, 700u, 1025u, 2500u}) {
+    for (const std::size_t part : {size / 3, size / 2, std::min<std::size_t>(size, 1024), size}) {
+      double sum = 0;
+      double squares = 0;
+      for (int k = 0; k < kResamples; ++k) {
+        const auto indices = vostrel::resample_indices(5, static_cast<std::uint64_t>(k), size);
+        ASSERT_EQ(indices.size(), size);
+        ASSERT_TRUE(std::is_sorted(indices.begin(), indices.end()));
+        ASSERT_LT(indices.back(), size);
+        const auto end = std::lower_bound(indices.begin(), indices.end(), part);
+        const auto drawn = static_cast<double>(end - indices.begin());
+        sum += drawn - static_cast<double>(part);
+        squares += (drawn - static_cast<double>(part)) * (drawn - static_cast<double>(part));
+      }
+      const auto n = static_cast<double>(size);
+      const double p = static_cast<double>(part) / n;
+      const double variance = n * p * (1 - p);
+      EXPECT_NEAR(sum / kResamples, 0, 5 * std::sqrt(variance / kResamples)) << size << " " << part;
+      EXPECT_NEAR(squares / kResamples, variance, 5 * variance * std::sqrt(3.0 / kResamples))
+          << size << " " << part;
+    }
+  }
+}
+
+TEST(Resample, EveryItemIsDrawnEquallyOften) {
+  constexpr std::size_t kSize = 1500;
+  constexpr int kResamples = 2000;
+  std::vector<double> counts(kSize);
+  for (int k = 0; k < kResamples; ++k) {
+    for (const auto i : vostrel::resample_indices(6, static_cast<std::uint64_t>(k), kSize)) {
+      ++counts[i];
+    }
+  }
+  double chi_square = 0;
+  for (const double count : counts) {
+    chi_square += (count - kResamples) * (count - kResamples) / kResamples;
+  }
+  EXPECT_NEAR(chi_square, kSize, 5 * std::sqrt(2.0 * kSize));
+}
+
+struct Data {
+  std::vector<double> reference;
+  std::vector<double> estimate;
+};
+
+double normal(Random& random) {
+  return std::sqrt(-2 * std::log(1 - random.fraction())) *
+         std::cos(6.283185307179586 * random.fraction());
+}
+
+Data data_set(Random& random, std::size_t size) {
+  Data data;
+  const std::size_t kind = random.below(8);
+  for (std::size_t i = 0; i < size; ++i) {
+    const double z = 3 * random.fraction();
+    double r = 0.05 * normal(random);
+    if (kind == 1) r /= normal(random);                          // tails without a variance
+    if (kind == 2) r = std::round(r * 20) / 20;                  // repeats
+    if (kind == 3) r += 1000;                                    // far from zero
+    if (kind == 4) r = random.one_in(2) ? 0.25 : -0.25;          // on the bound of 1 sigma
+    if (kind == 5) r *= std::pow(10, 300 * normal(random) / 3);  // squares that overflow
+    if (kind == 6 && random.one_in(50)) r = kInfinity;
+    if (kind == 7) r = std::fabs(r) + (random.one_in(2) ? 1.0 : 0.0);  // a gap at the median
+    data.reference.push_back(kind == 4 ? 0 : z);
+    data.estimate.push_back((kind == 4 ? 0 : z) - r);
+  }
+  return data;
+}
+
+// NaN equals NaN of either sign.
+void expect_same(double found, double expected) {
+  EXPECT_EQ(bits_of(std::isnan(found) ? kNaN : found),
+            bits_of(std::isnan(expected) ? kNaN : expected))
+      << found << " " << expected;
+}
+
+void expect_equal(const ResidualStatistics& found, const ResidualStatistics& expected) {
+  if (std::isfinite(expected.rms)) {
+    EXPECT_NEAR(found.bias, expected.bias, 1e-12 * expected.rms);
+    EXPECT_NEAR(found.sigma, expected.sigma, 1e-12 * expected.rms);
+    EXPECT_NEAR(found.rms, expected.rms, 1e-12 * expected.rms);
+  }
+  expect_same(found.mad, expected.mad);
+  expect_same(found.nmad, expected.nmad);
+  expect_same(found.mad_delta, expected.mad_delta);
+  EXPECT_EQ(found.outliers_015, expected.outliers_015);
+  EXPECT_EQ(found.outliers_1sigma, expected.outliers_1sigma);
+  EXPECT_EQ(found.outliers_2sigma, expected.outliers_2sigma);
+  EXPECT_EQ(found.outliers_3sigma, expected.outliers_3sigma);
+  EXPECT_EQ(found.outliers_4sigma, expected.outliers_4sigma);
+}
+
+PointStatistics plain(const Data& data, std::uint64_t seed, std::uint64_t number) {
+  Data drawn;
+  for (const auto i : vostrel::resample_indices(seed, number, data.reference.size())) {
+    drawn.reference.push_back(data.reference[i]);
+    drawn.estimate.push_back(data.estimate[i]);
+  }
+  return vostrel::point_statistics(drawn.reference, drawn.estimate);
+}
+
+TEST(Bootstrap, EqualsThePlainLoop) {
+  Random random;
+  const std::atomic<bool> stop = false;
+  for (int round = 0; round < rounds(400); ++round) {
+    const std::size_t size = 1 + random.below(random.one_in(10) ? 9000 : 300);
+    const Data data = data_set(random, size);
+    const Bootstrap bootstrap(data.reference, data.estimate, 3);
+    const std::uint64_t first = random.below(1000);
+    std::vector<PointStatistics> found(random.below(10));
+    bootstrap.run(first, found, stop);
+    for (std::size_t k = 0; k < found.size(); ++k) {
+      const PointStatistics expected = plain(data, 3, first + k);
+      EXPECT_EQ(found[k].n, size);
+      expect_equal(found[k].delta, expected.delta);
+      expect_equal(found[k].norm, expected.norm);
+    }
+    if (HasFailure()) return;
+  }
+}
+
+TEST(Bootstrap, GroupsAreDrawnWhole) {
+  const Data data = {{0, 0, 0, 0, 0}, {-1, -2, -4, -8, -16}};
+  const std::vector<std::uint32_t> groups = {0, 1, 0, 2, 1};
+  const Bootstrap bootstrap(data.reference, data.estimate, 9, groups, 3);
+  std::vector<PointStatistics> found(50);
+  bootstrap.run(0, found, false);
+  for (std::size_t k = 0; k < found.size(); ++k) {
+    double sum = 0;
+    std::uint64_t n = 0;
+    for (const auto group : vostrel::resample_indices(9, k, 3)) {
+      sum += std::array{1 + 4, 2 + 16, 8}[group];
+      n += std::array{2u, 2u, 1u}[group];
+    }
+    EXPECT_EQ(found[k].n, n);
+    EXPECT_DOUBLE_EQ(found[k].delta.bias, sum / static_cast<double>(n));
+  }
+}
+
+TEST(Bootstrap, StopsWhenAsked) {
+  const std::vector<double> values(3000, 0.5);
+  const Bootstrap bootstrap(values, values, 1);
+  std::vector<PointStatistics> found(3);
+  bootstrap.run(0, found, true);
+  EXPECT_EQ(found[0].n, 0u);
+}
+
+}  // namespace
