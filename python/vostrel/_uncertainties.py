@@ -238,7 +238,7 @@ def uncertainties(
     >>> estimate = reference + 0.1 * np.sin(100 * reference)
     >>> u = vostrel.uncertainties(reference, estimate, confidence=0.95)
     >>> print(u.delta.rms)
-    0.071 +0.007 -0.006
+    0.071 +0.005 -0.005
     """
     check_confidence(confidence)
     columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
