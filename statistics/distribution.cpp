@@ -27,6 +27,11 @@ std::int64_t order_of(double value) {
   return bits < 0 ? std::numeric_limits<std::int64_t>::min() - bits : bits;
 }
 
+// How far apart two values are, counted in doubles.
+std::uint64_t steps_between(double low, double high) {
+  return static_cast<std::uint64_t>(order_of(high)) - static_cast<std::uint64_t>(order_of(low));
+}
+
 // How many values a bracket should hold, if `count` values share the bucket of what is looked for:
 // ten standard deviations of a rank inside the bucket, and a bit for the guess of the density.
 double expected_count(double count) {
@@ -68,46 +73,41 @@ void make_distances(std::vector<Cell>& cells, double center) {
 
 // ---- brackets ----
 
-void Bracket::sift(std::span<const double> values) {
-  for (const double value : values) {
-    if (!(value >= from_ && value <= high_)) continue;
-    if (value < low_) {
-      ++below_;
+void Bracket::sift(std::span<const Run> runs) {
+  for (const Run& run : runs) {
+    if (!(run.value >= from_ && run.value <= high_)) continue;
+    if (run.value < low_) {
+      below_ += run.count;
     } else {
-      take(value);
+      take(run);
     }
   }
 }
 
-void Bracket::take(double value) {
-  ++inside_;
-  if (cells_.empty() && values_.size() < kMostKept) {
-    values_.push_back(value);
-  } else {
-    count_in_cell(value);
+void Bracket::take(Run run) {
+  inside_ += run.count;
+  if (cells_.empty()) {
+    if (run.count <= kMostKept - values_.size()) {
+      values_.insert(values_.end(), static_cast<std::size_t>(run.count), run.value);
+      return;
+    }
+    start_cells();
   }
+  count_in_cell(run);
 }
 
-void Bracket::count_in_cell(double value) {
-  const std::int64_t first = order_of(low_);
-  const auto width =
-      static_cast<std::uint64_t>(order_of(high_)) - static_cast<std::uint64_t>(first);
-  // The smallest shift with which the last cell is one of kCells.
-  const int bits = static_cast<int>(std::bit_width(width));
-  const int shift = std::max(bits - static_cast<int>(std::bit_width(kCells - 1)), 0);
-  const auto add = [&](double v) {
-    const auto offset = static_cast<std::uint64_t>(order_of(v)) - static_cast<std::uint64_t>(first);
-    Cell& cell = cells_[offset >> shift];
-    cell.low = cell.count == 0 ? v : std::min(cell.low, v);
-    cell.high = cell.count == 0 ? v : std::max(cell.high, v);
-    ++cell.count;
-  };
-  if (cells_.empty()) {
-    cells_.resize(kCells);
-    for (const double kept : values_) add(kept);
-    values_ = {};
-  }
-  add(value);
+void Bracket::start_cells() {
+  const auto bits = static_cast<int>(std::bit_width(steps_between(low_, high_)));
+  cell_shift_ = std::max(bits - static_cast<int>(std::bit_width(kCells - 1)), 0);
+  cells_.resize(kCells);
+  for (const double value : std::exchange(values_, {})) count_in_cell({value, 1});
+}
+
+void Bracket::count_in_cell(Run run) {
+  Cell& cell = cells_[steps_between(low_, run.value) >> cell_shift_];
+  cell.low = cell.count == 0 ? run.value : std::min(cell.low, run.value);
+  cell.high = cell.count == 0 ? run.value : std::max(cell.high, run.value);
+  cell.count += run.count;
 }
 
 void Bracket::merge(const Bracket& other) {
@@ -116,15 +116,10 @@ void Bracket::merge(const Bracket& other) {
     throw std::invalid_argument("these states are not of the same pass");
   }
   below_ += other.below_;
-  for (const double value : other.values_) take(value);
+  for (const double value : other.values_) take({value, 1});
   if (other.cells_.empty()) return;
   inside_ += other.inside_;
-  if (cells_.empty()) {
-    const std::vector<double> kept = std::exchange(values_, {});
-    cells_ = other.cells_;
-    for (const double value : kept) count_in_cell(value);
-    return;
-  }
+  if (cells_.empty()) start_cells();
   for (std::size_t i = 0; i < cells_.size(); ++i) {
     Cell& cell = cells_[i];
     const Cell& more = other.cells_[i];
@@ -162,15 +157,17 @@ Bracket Bracket::read(ByteReader& in) {
     value = in.number();
     in.require(is_inside(value));
   }
-  bracket.cells_.resize(in.count());
-  in.require(bracket.cells_.empty() || bracket.cells_.size() == kCells);
-  for (Cell& cell : bracket.cells_) {
+  std::vector<Cell> cells(in.count());
+  in.require(cells.empty() || (cells.size() == kCells && bracket.values_.empty()));
+  if (!cells.empty()) bracket.start_cells();
+  for (Cell& cell : cells) {
     cell.count = in.integer();
     if (cell.count == 0) continue;
     cell.low = in.number();
     cell.high = in.number();
     in.require(is_inside(cell.low) && is_inside(cell.high));
   }
+  bracket.cells_ = std::move(cells);
   return bracket;
 }
 
@@ -304,7 +301,15 @@ void Distribution::flag_buckets() {
 }
 
 void Distribution::sift(std::span<const double> values) {
-  for (Bracket& bracket : brackets_) bracket.sift(values);
+  runs_.clear();
+  for (const double value : values) {
+    if (!runs_.empty() && runs_.back().value == value) {
+      ++runs_.back().count;
+    } else {
+      runs_.push_back({value, 1});
+    }
+  }
+  for (Bracket& bracket : brackets_) bracket.sift(runs_);
 }
 
 // ---- states ----

@@ -24,8 +24,14 @@ class Bracket {
   Bracket(double low, double high, double from, double to, std::uint64_t before)
       : low_(low), high_(high), from_(from), to_(to), before_(before) {}
 
+  /// A value and how often it comes in a row.
+  struct Run {
+    double value;
+    std::uint64_t count;
+  };
+
   /// Takes values, of which those outside `from` and `to` don't matter.
-  void sift(std::span<const double> values);
+  void sift(std::span<const Run> runs);
 
   /// Adds what another bracket with the same bounds has taken.
   /// @throws std::invalid_argument when the bounds differ.
@@ -64,8 +70,9 @@ class Bracket {
   std::span<const Cell> cells() const { return cells_; }
 
  private:
-  void take(double value);
-  void count_in_cell(double value);
+  void take(Run run);
+  void start_cells();
+  void count_in_cell(Run run);
 
   double low_;
   double high_;
@@ -76,6 +83,7 @@ class Bracket {
   std::uint64_t inside_ = 0;
   std::vector<double> values_;
   std::vector<Cell> cells_;
+  int cell_shift_ = 0;  // bits that values of one cell may differ in
 };
 
 /// The exact median, MAD, MAD about the median and outlier counts of values that are not kept.
@@ -170,6 +178,7 @@ class Distribution {
   Histogram histogram_;
   bool is_planned_ = false;
   std::vector<Histogram::Bucket> buckets_;
+  std::vector<Bracket::Run> runs_;   // room for sift()
   std::vector<std::uint8_t> flags_;  // by place: whether the bucket touches a bracket
   std::vector<Bracket> brackets_;    // of this pass
   std::vector<Bracket> next_;        // of the next one

@@ -133,6 +133,32 @@ inline const char* skip_digits(const char* text) {
   }
 }
 
+/// Reads integers of one to eight digits whose length seldom changes.
+///
+/// The length is taken to be that of the integer before until it proves wrong. So the processor
+/// goes on to what follows before it knows the length.
+class SteadyIntegers {
+ public:
+  /// Reads the integer at `text`.
+  /// @return its end, or nullptr when there is no digit. Of more than eight digits, eight are read.
+  const char* read(const char* text, std::uint64_t& value) {
+    const DigitWord digits = load_digits(text);
+    const std::uint64_t first_flag = digits.end & (0 - digits.end);
+    if (first_flag != first_flag_) [[unlikely]] {
+      const unsigned count = count_digits(digits);
+      if (count == 0) return nullptr;
+      first_flag_ = first_flag;
+      count_ = count;
+    }
+    value = join_digits(digits.values << (64 - 8 * count_));
+    return text + count_;
+  }
+
+ private:
+  std::uint64_t first_flag_ = 0;  // of the DigitWord
+  unsigned count_ = 8;
+};
+
 }  // namespace vostrel
 
 #endif  // VOSTREL_TEXT_EIGHT_CHARACTERS_H

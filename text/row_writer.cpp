@@ -9,6 +9,7 @@ namespace vostrel {
 void RowNumber::convert() {
   char* const end = std::to_chars(text_.data(), text_.data() + text_.size(), number_).ptr;
   size_ = static_cast<std::size_t>(end - text_.data());
+  last_ = end[-1];
 }
 
 // The rows of one block of an ordinary table fit, and are written at once.

@@ -22,13 +22,14 @@ class RowNumber {
   /// Writes the number and returns its end. Requires 16 writable bytes at `out`.
   char* write(char* out) const {
     std::memcpy(out, text_.data(), text_.size());
+    out[size_ - 1] = last_;
     return out + size_;
   }
 
   void increment() {
     number_ = static_cast<std::int32_t>(static_cast<std::uint32_t>(number_) + 1);
-    if (number_ > 0 && text_[size_ - 1] != '9') {
-      ++text_[size_ - 1];
+    if (number_ > 0 && last_ != '9') {
+      ++last_;
     } else {
       convert();
     }
@@ -38,8 +39,9 @@ class RowNumber {
   void convert();
 
   std::int32_t number_;
-  std::array<char, 16> text_{};
+  std::array<char, 16> text_{};  // of the last conversion
   std::size_t size_ = 0;
+  char last_ = '0';  // the last digit
 };
 
 /// Writes numbered rows to a file: the row number, a blank, the first value, a blank, the second

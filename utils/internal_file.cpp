@@ -28,10 +28,11 @@ struct Columns {
 // Reads the first of `lines`, fast, if it has the form that RowWriter writes: an ID of at most
 // eight digits, a blank, a value, a blank, a value, a newline. Does nothing and returns false for
 // any other.
-bool read_simple_line(std::string_view& lines, const Columns& columns) {
-  const vostrel::Digits id = vostrel::leading_integer(lines.data());
-  const char* const id_end = lines.data() + id.count;
-  if (id.count == 0 || *id_end != ' ') return false;
+bool read_simple_line(std::string_view& lines, vostrel::SteadyIntegers& ids,
+                      const Columns& columns) {
+  std::uint64_t id;
+  const char* const id_end = ids.read(lines.data(), id);
+  if (id_end == nullptr || *id_end != ' ') return false;
   double reference;
   const char* const reference_end = vostrel::read_field(id_end + 1, ' ', reference);
   if (reference_end == nullptr || *reference_end != ' ') return false;
@@ -39,7 +40,7 @@ bool read_simple_line(std::string_view& lines, const Columns& columns) {
   const char* const estimate_end = vostrel::read_field(reference_end + 1, '\n', estimate);
   if (estimate_end == nullptr) return false;
   lines.remove_prefix(static_cast<std::size_t>(estimate_end + 1 - lines.data()));
-  columns.id.push_back(static_cast<int>(id.value));
+  columns.id.push_back(static_cast<int>(id));
   columns.zspec.push_back(reference);
   columns.zphot.push_back(estimate);
   return true;
@@ -116,11 +117,12 @@ int UTILS::loadInternalFile() {
 
   const Columns columns{id, zspec, zphot};
   Reservation reservation(nameInternalFile, columns);
+  vostrel::SteadyIntegers ids;
   for (std::string_view lines; !(lines = file.next_lines()).empty();) {
     const std::size_t block_size = lines.size();
     const std::size_t rows_before = id.size();
     while (!lines.empty()) {
-      if (read_simple_line(lines, columns)) continue;
+      if (read_simple_line(lines, ids, columns)) continue;
       const std::string_view line = vostrel::take_line(lines);
       if (line.empty()) return 0;
       read_line(line, columns);

@@ -23,9 +23,8 @@ using Vector = std::vector<double>;
 template <class Residual>
 void append_residuals(Vector& residuals, const Vector& reference, const Vector& estimate,
                       std::size_t n, Residual residual) {
-  const std::size_t before = residuals.size();
-  residuals.resize(before + n);
-  for (std::size_t i = 0; i < n; ++i) residuals[before + i] = residual(reference[i], estimate[i]);
+  residuals.reserve(residuals.size() + n);
+  for (std::size_t i = 0; i < n; ++i) residuals.push_back(residual(reference[i], estimate[i]));
 }
 
 std::span<const double> first(const Vector& residuals, std::size_t n) {
