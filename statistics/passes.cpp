@@ -15,6 +15,7 @@
 #include "statistics/distribution.h"
 #include "statistics/exact_sum.h"
 #include "statistics/moments.h"
+#include "statistics/order_statistics.h"
 #include "statistics/residuals.h"
 
 namespace vostrel {
@@ -37,27 +38,31 @@ void set_outliers(ResidualStatistics& s, const std::array<std::uint64_t, 5>& cou
   s.outliers_4sigma = percent(4);
 }
 
-// The statistics by their definitions.
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+template <class Sum>
+constexpr bool kIsExact = std::is_same_v<Sum, ExactSum>;
+
+// The statistics by their definitions. The order of the residuals matters for medians with NaN,
+// also as distances from an infinity. With exact sums, such medians are NaN.
 template <class Sum>
 ResidualStatistics statistics_of(std::span<const double> residuals) {
   ResidualStatistics s{};
   s.bias = mean<Sum>(residuals);
   s.sigma = standard_deviation<Sum>(residuals, s.bias);
   s.rms = root_mean_square<Sum>(residuals);
-  s.mad = absolute_median(residuals);
+  const double center = median(residuals);
+  if (kIsExact<Sum> && std::isnan(s.rms)) {
+    s.mad = s.mad_delta = kNaN;
+  } else {
+    s.mad = absolute_median(residuals);
+    s.mad_delta =
+        kIsExact<Sum> && std::isinf(center) ? kNaN : median_of_distances(residuals, center);
+  }
   s.nmad = s.mad * kNmadFactor;
-  s.mad_delta = mad_about_median(residuals);
   set_outliers(s, count_outliers(residuals, s.sigma), residuals.size());
   return s;
 }
-
-// The order of the residuals matters for medians with NaN.
-void forget_medians(ResidualStatistics& s) {
-  s.mad = s.nmad = s.mad_delta = std::numeric_limits<double>::quiet_NaN();
-}
-
-template <class Sum>
-constexpr bool kIsExact = std::is_same_v<Sum, ExactSum>;
 
 // Room for the residuals of one block. Not in the objects that use it: a compiler keeps small ones
 // in registers.
@@ -211,13 +216,9 @@ class Tally {
     s.bias = second_.bias;
     s.sigma = sigma(n);
     s.rms = rms_;
-    if (has_nan_) {
-      forget_medians(s);
-    } else {
-      s.mad = distribution_.absolute_median();
-      s.nmad = s.mad * kNmadFactor;
-      s.mad_delta = distribution_.mad_about_median();
-    }
+    s.mad = has_nan_ ? kNaN : distribution_.absolute_median();
+    s.nmad = s.mad * kNmadFactor;
+    s.mad_delta = has_nan_ ? kNaN : distribution_.mad_about_median();
     set_outliers(s, distribution_.outliers(), count);
     return s;
   }
@@ -389,12 +390,7 @@ class Passes::StateWith : public Passes::State {
   PointStatistics result() const override {
     if (needs_another_pass()) throw std::logic_error("another pass over the data is needed");
     if (!keeps_) return {size_, delta_.statistics(size_), norm_.statistics(size_)};
-    PointStatistics s{size_, statistics_of<Sum>(delta_.kept), statistics_of<Sum>(norm_.kept)};
-    if (kIsExact<Sum>) {
-      if (std::isnan(s.delta.rms)) forget_medians(s.delta);
-      if (std::isnan(s.norm.rms)) forget_medians(s.norm);
-    }
-    return s;
+    return {size_, statistics_of<Sum>(delta_.kept), statistics_of<Sum>(norm_.kept)};
   }
 
  private:
