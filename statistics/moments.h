@@ -6,6 +6,8 @@
 #include <cmath>
 #include <span>
 
+#include "floating_point.h"
+
 namespace vostrel {
 
 /// A sum in index order, with one rounding an addition.

@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "floating_point.h"
 #include "statistics/statistics.h"
 
 namespace vostrel {

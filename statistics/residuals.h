@@ -3,6 +3,8 @@
 #ifndef VOSTREL_STATISTICS_RESIDUALS_H
 #define VOSTREL_STATISTICS_RESIDUALS_H
 
+#include "floating_point.h"
+
 namespace vostrel {
 
 /// reference - estimate.

@@ -28,22 +28,7 @@ struct Data {
 
 vostrel::PointStatistics of_the_class(const Data& data) {
   OpenUtils run = loaded(data.reference, data.estimate);
-  run.CalculateDelta();
-  run.CalculateDeltaNorm();
-  run.CalculateBias();
-  run.CalculateBiasNorm();
-  run.CalculateSigma();
-  run.CalculateSigmaNorm();
-  run.CalculateRMS();
-  run.CalculateRMSNorm();
-  run.CalculateMADDeltaz();
-  run.CalculateMADDeltazNorm();
-  run.CalculateMAD();
-  run.CalculateMADNorm();
-  run.CalculateNMAD();
-  run.CalculateNMADNorm();
-  run.CalculateOutliers();
-  run.CalculateOutliersNorm();
+  calculate_statistics(run);
   return statistics_of(run);
 }
 
