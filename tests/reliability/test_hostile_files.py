@@ -1,5 +1,7 @@
-"""Unexpected kinds of files, full disks, closed standard output, odd arguments. `both` compares each
-outcome with the plain program's."""
+"""Unexpected kinds of files, full disks, closed standard output, odd arguments.
+
+`both` compares each outcome with the plain program's.
+"""
 
 import os
 import resource
