@@ -1,8 +1,8 @@
 # What is installed where, the API reference, and the Debian packages (packaging/).
 #
 # Components: runtime (the program, its manual, completion and all documents), dev (library, headers,
-# CMake package, pkg-config file and example) and python (vostrel-plot, and in the Debian package also
-# the Python package).
+# CMake package, pkg-config file and example) and python (in the Debian package alone: the Python
+# package with vostrel-plot).
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -93,24 +93,15 @@ install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE
   DESTINATION ${vostrel_doc_dir} COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${vostrel_doc_dir} COMPONENT runtime
   FILES_MATCHING PATTERN "*.md" PATTERN "*.png")
-install(FILES plot/README.md DESTINATION ${vostrel_doc_dir}/plot COMPONENT runtime)
 install(FILES examples/redshifts.csv DESTINATION ${vostrel_doc_dir}/examples COMPONENT runtime)
 install(DIRECTORY examples/consumer DESTINATION ${vostrel_doc_dir}/examples COMPONENT dev)
 
 # ---- the figure ----------------------------------------------------------------------------------
 
-if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/plot/vostrel-plot)
-  file(STRINGS plot/vostrel-plot vostrel_plot_version REGEX "^VERSION = ")
-  if(NOT vostrel_plot_version STREQUAL "VERSION = \"${PROJECT_VERSION}\"")
-    message(FATAL_ERROR "plot/vostrel-plot must say VERSION = \"${PROJECT_VERSION}\", "
-      "the version of version.h. It says: ${vostrel_plot_version}")
-  endif()
-  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS plot/vostrel-plot)
-  install(PROGRAMS plot/vostrel-plot DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT python)
-  configure_file(plot/vostrel-plot.1.in docs/vostrel-plot.1 @ONLY)
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/docs/vostrel-plot.1
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT python)
-endif()
+# vostrel-plot is an entry point of the Python package. Its manual comes with the Debian package.
+configure_file(docs/vostrel-plot.1.in docs/vostrel-plot.1 @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/docs/vostrel-plot.1
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT python EXCLUDE_FROM_ALL)
 
 # ---- the API reference: cmake --build build --target vostrel_doc_api -----------------------------
 

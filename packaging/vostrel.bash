@@ -64,21 +64,27 @@ _vostrel() {
 complete -F _vostrel vostrel
 
 _vostrel_plot() {
-  local words options="--report --output --title --dpi --version --help"
+  local words 
+  local options="--report --output --title --dpi --layout --table --no-table --log --no-log --labels
+    --compare --version --help"
   COMPREPLY=()
   if ! _vostrel_words; then
     compopt -o default
     return
   fi
   case ${words[-2]} in
-    --title | --dpi) return ;;
+    --title | --dpi | --labels) return ;;
+    --layout)
+      mapfile -t COMPREPLY < <(compgen -W "page column" -- "$2")
+      return
+      ;;
     --report | --output)
       _vostrel_files "$2"
       return
       ;;
   esac
   case ${words[-1]} in
-    --title=* | --dpi=*) ;;
+    --title=* | --dpi=* | --labels=* | --layout=*) ;;
     --*=*) compopt -o default ;;
     -*) mapfile -t COMPREPLY < <(compgen -W "$options" -- "$2") ;;
     *) _vostrel_files "$2" ;;

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "python/src/bootstrap.h"
+#include "python/src/plot.h"
 #include "python/src/rows.h"
 #include "statistics/binned.h"
 #include "statistics/lsst.h"
@@ -297,6 +298,7 @@ PYBIND11_MODULE(_core, module) {
   using namespace vostrel::python;
   module.attr("VERSION") = std::string(vostrel::kVersion);
   module.attr("STATISTICS") = list_statistics();
+  add_plot(module);
   const auto columns = py::arg("columns");
   const auto masks = py::arg("masks");
   const auto omit_nan = py::arg("omit_nan");

@@ -83,3 +83,24 @@ class Bootstrap:
 
 def resample_indices(seed: int, number: int, size: int) -> NDArray[np.uint64]:
     """Return the objects of a resample in ascending order."""
+
+def read_rows(
+    block: bytes, start: int
+) -> tuple[NDArray[np.float64], NDArray[np.float64], int]:
+    """Return second and third numbers of the rows from `start` on, and where they end.
+
+    That is at the end of the block, or at the first row that is not written
+    as the program does.
+    """
+
+def medians_in_bins(
+    by: NDArray[np.float64], values: NDArray[np.float64], edges: Sequence[float]
+) -> tuple[NDArray[np.uint64], NDArray[np.float64]]:
+    """Return counts and, in shape (7, bins): the median of `by`, the median of `values` with the
+    bounds of its 68 % confidence interval, and the NMAD with its bounds.
+    """
+
+def program_statistics(
+    reference: NDArray[np.float64], estimate: NDArray[np.float64]
+) -> tuple[_Eleven, _Eleven]:
+    """Return both residuals' statistics, whatever NaN there are, as the program has them."""

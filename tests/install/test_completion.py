@@ -2,7 +2,6 @@
 
 import os
 import pty
-import re
 import select
 import subprocess
 import time
@@ -143,10 +142,8 @@ def test_options_of_vostrel_plot(terminal):
     assert terminal.words("vostrel-plot --report=rep\t") == "<--report=report.txt>"
     for value in ["--title ", "--dpi "]:
         assert "report.txt" not in " ".join(terminal.listed("vostrel-plot " + value))
-    help_ = run(SOURCE / "plot" / "vostrel-plot", "--help")
-    options = set(re.findall(r"--[a-z]+", help_))
-    offered = " ".join(terminal.listed("vostrel-plot --")).split()
-    assert options == {word for word in offered if word.startswith("--")} - {"--"}
+    assert "--report" in " ".join(terminal.listed("vostrel-plot --"))
+    assert terminal.words("vostrel-plot --layout c\t") == "<--layout> <column>"
 
 
 def test_found_where_it_is_installed(folder, packaged_build):

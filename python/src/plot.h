@@ -1,0 +1,16 @@
+// What vostrel.plot computes: rows of the intermediate file, medians in bins with their bounds, and
+// the program's own numbers of values with NaN.
+
+#ifndef VOSTREL_PYTHON_SRC_PLOT_H
+#define VOSTREL_PYTHON_SRC_PLOT_H
+
+#include <pybind11/pybind11.h>
+
+namespace vostrel::python {
+
+/// Adds the functions to the module.
+void add_plot(pybind11::module_& module);
+
+}  // namespace vostrel::python
+
+#endif  // VOSTREL_PYTHON_SRC_PLOT_H

@@ -1,0 +1,321 @@
+"""The program vostrel-plot."""
+
+from __future__ import annotations
+
+import argparse
+import logging
+import os
+import signal
+import sys
+import tempfile
+import time
+import warnings
+from collections.abc import Sequence
+from typing import Any, NoReturn, TextIO
+
+import numpy as np
+from numpy.typing import NDArray
+
+from vostrel import _core
+from vostrel._core import VERSION
+from vostrel._report import read_report
+from vostrel._results import NAMES, PointStatistics
+from vostrel.plot._errors import NothingToDraw, PlotError
+from vostrel.plot._reading import read_internal
+
+PROGRAM = "vostrel-plot"
+ENDINGS = ("png", "pdf", "svg")
+
+#: Settings of matplotlib that make the figure, whatever its user prefers elsewhere.
+SETTINGS = {
+    "pdf.fonttype": 42,  # TrueType: journals refuse Type 3 fonts
+    "svg.hashsalt": PROGRAM,  # the same data give the same bytes
+}
+
+Floats = NDArray[np.float64]
+
+
+class Progress:
+    """Tells on a terminal what is being done once that takes over a second."""
+
+    def __init__(self, stream: TextIO | None = None, patience: float = 1.0) -> None:
+        self.stream = sys.stderr if stream is None else stream
+        self.due = time.monotonic() + patience
+        self.shown = False
+
+    def tell(self, text: str) -> None:
+        """Replace the progress line by the text."""
+        if time.monotonic() >= self.due and self.stream.isatty():
+            self.stream.write(f"\r\033[K{PROGRAM}: {text}")
+            self.stream.flush()
+            self.shown = True
+
+    def clear(self) -> None:
+        """Remove the progress line, so that nothing of it stays behind."""
+        if self.shown:
+            self.stream.write("\r\033[K")
+            self.stream.flush()
+            self.shown = False
+
+
+class Parser(argparse.ArgumentParser):
+    """A parser that tells a mistake in one line, as every other error."""
+
+    def error(self, message: str) -> NoReturn:
+        raise PlotError(f"{message} (see {PROGRAM} --help)")
+
+
+def main(words: Sequence[str] | None = None) -> int:
+    """Run the program and return its exit status."""
+    # A window system that was chosen for matplotlib is of no use: the figure goes to a file.
+    os.environ["MPLBACKEND"] = "Agg"
+    progress = Progress()
+    # A polite kill takes the way of an error, so that no temporary file stays.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    warnings.simplefilter("ignore")
+    logging.getLogger("matplotlib").setLevel(logging.ERROR)
+    try:
+        plot(arguments(words), progress)
+        problem = None
+    except PlotError as error:
+        problem = str(error)
+    except MemoryError:
+        problem = "not enough memory"
+    except KeyboardInterrupt:
+        return 130
+    finally:
+        progress.clear()
+    if problem:
+        print(f"{PROGRAM}: {problem}", file=sys.stderr)
+    return 2 if problem else 0
+
+
+def arguments(words: Sequence[str] | None) -> argparse.Namespace:
+    """Return the parsed command line."""
+    parser = Parser(
+        prog=PROGRAM,
+        description="Draw the figure of a vostrel run: estimates against references, the "
+        "histogram of the normalized residual, and the residual against the reference with its "
+        "running median and NMAD.",
+        epilog="Exit status: 0 when the figure was written, 2 after an error, "
+        "130 when interrupted.",
+    )
+    add = parser.add_argument
+    add("internal", metavar="INTERNAL", nargs="?", help="the three-column file of the run, "
+        "'ID zspec zphot' (default: internal.txt)")
+    add("--report", metavar="REPORT", help="check that the run's report, or its saved console "
+        "output, has the numbers of the file")
+    add("--output", metavar="FIGURE", default="vostrel.png", help="the figure to write, its "
+        "format by its ending: .png, .pdf or .svg (default: %(default)s)")
+    add("--title", metavar="TEXT", default="", help="a title; $...$ is set as mathematics")
+    add("--dpi", metavar="N", type=resolution, default=300,
+        help="dots per inch, 50 to 1200 (default: %(default)s)")
+    add("--layout", choices=("page", "column"), default="page", help="two columns of a journal's "
+        "page or one (default: %(default)s)")
+    add("--table", action=argparse.BooleanOptionalAction, default=None, help="put a table of the "
+        "statistics below the panels, or leave it out (default: only with --compare)")
+    add("--log", action=argparse.BooleanOptionalAction, default=None, help="logarithmic counts in "
+        "the histogram, or linear ones (default: by the share of outliers)")
+    add("--labels", metavar=("REFERENCE", "ESTIMATE"), nargs=2, help="names of the two quantities "
+        "(default: redshifts)")
+    add("--compare", metavar="NAME=INTERNAL", nargs="+", type=named_file, help="compare several "
+        "estimators of the same references")
+    add("--version", action="version", version=f"{PROGRAM} {VERSION}")
+    options = parser.parse_args(words)
+    if options.compare:
+        if options.internal is not None or options.report is not None:
+            parser.error("--compare goes with neither INTERNAL nor --report")
+        names = [name for name, _ in options.compare]
+        if len(set(names)) != len(names):
+            parser.error("--compare: two files have the same name")
+    if options.internal is None:
+        options.internal = "internal.txt"
+    return options
+
+
+def resolution(text: str) -> int:
+    """Return the text as a resolution that gives a usable figure."""
+    value = int(text)
+    if not 50 <= value <= 1200:
+        raise ValueError
+    return value
+
+
+def named_file(text: str) -> tuple[str, str]:
+    """Return the parts of NAME=FILE."""
+    name, equals, path = text.partition("=")
+    if not (name and equals and path):
+        raise ValueError
+    return name, path
+
+
+def plot(options: argparse.Namespace, progress: Progress) -> None:
+    """Read, compute, draw and write what the options ask for."""
+    check_target(options.output)
+    try:  # a missing module is told before anything is read
+        from vostrel.plot import compare_figure, diagnostic_figure
+    except ImportError as error:
+        raise PlotError(str(error)) from error
+    import matplotlib
+
+    look: dict[str, Any] = {
+        "title": options.title,
+        "layout": options.layout,
+        "labels": options.labels,
+        "log": options.log,
+    }
+    report = None if options.report is None else report_of(options.report)
+    if options.compare:
+        reference, estimates = read_several(options.compare, progress)
+    else:
+        reference, estimate = read(options.internal, progress)
+        if report is not None:
+            progress.tell("comparing with the report")
+            check_report(options, report, reference, estimate)
+    progress.tell("drawing")
+    with matplotlib.rc_context():
+        matplotlib.rcdefaults()  # a user's own style would break the layout
+        matplotlib.rcParams.update(SETTINGS)
+        try:
+            if options.compare:
+                table = options.table is not False
+                figure = compare_figure(estimates, reference, table=table, **look)
+            else:
+                figure = diagnostic_figure(
+                    reference,
+                    estimate,
+                    statistics=report,
+                    table=bool(options.table),
+                    source=source_of(options),
+                    **look,
+                )
+        except NothingToDraw:
+            names = [path for _, path in options.compare or [("", options.internal)]]
+            holds = "holds" if len(names) == 1 else "or another file holds"
+            raise PlotError(
+                f"{names[0]!r} {holds} no objects with finite values"
+            ) from None
+        progress.tell("writing")
+        save(figure, options.output, options.dpi)
+
+
+# ---- what is read --------------------------------------------------------------------------------
+
+
+def read(path: str, progress: Progress) -> tuple[Floats, Floats]:
+    """Return references and estimates of the file, telling how far the reading is."""
+    name = printable(path)
+    return read_internal(path, lambda share: progress.tell(f"reading {name}, {int(100 * share)}%"))
+
+
+def read_several(
+    files: Sequence[tuple[str, str]], progress: Progress
+) -> tuple[Floats, dict[str, Floats]]:
+    """Return the references of all files, and the estimates of each by its name."""
+    (name, first), *others = files
+    reference, estimate = read(first, progress)
+    estimates = {name: estimate}
+    for name, path in others:
+        other, estimates[name] = read(path, progress)
+        if other.size != reference.size:
+            raise PlotError(
+                f"{path!r} holds {other.size} objects, but {first!r} holds {reference.size}: "
+                "they have not the same references"
+            )
+        unlike = np.flatnonzero((other != reference) & ~(np.isnan(other) & np.isnan(reference)))
+        if unlike.size:
+            raise PlotError(
+                f"{path!r}, line {unlike[0] + 1}: the reference is {other[unlike[0]]:g}, but "
+                f"{reference[unlike[0]]:g} in {first!r}"
+            )
+    return reference, estimates
+
+
+def report_of(path: str) -> PointStatistics:
+    """Return the numbers of the report."""
+    try:
+        return read_report(path)
+    except OSError as error:
+        raise PlotError(f"cannot read {path!r}: {error.strerror}") from error
+    except ValueError as error:
+        raise PlotError(str(error)) from error
+
+
+def check_report(
+    options: argparse.Namespace, report: PointStatistics, reference: Floats, estimate: Floats
+) -> None:
+    """Raise an error unless all numbers of the report are those of the file."""
+    numbers: list[tuple[str, float, float]] = [("Data size", report.n, reference.size)]
+    for part, computed, labels in zip(
+        (report.delta, report.norm),
+        _core.program_statistics(reference, estimate),
+        zip(*[(label, norm_label) for label, norm_label, _, _ in _core.STATISTICS]),
+    ):
+        numbers += [
+            (label, getattr(part, name), float(f"{value:.6g}"))
+            for name, label, value in zip(NAMES, labels, computed)
+        ]
+    for label, told, value in numbers:
+        if told != value and not (np.isnan(told) and np.isnan(value)):
+            raise PlotError(
+                f"{options.report!r} is not the report of {options.internal!r}: it has "
+                f"{label} = {told:g}, but the file gives {value:g}"
+            )
+
+
+def source_of(options: argparse.Namespace) -> str:
+    """Return where the numbers of the table come from."""
+    if options.report is not None:
+        return f"numbers of the report {printable(options.report)}"
+    return f"numbers computed from {printable(options.internal)}"
+
+
+def printable(path: str) -> str:
+    """Return the name of the file without its folder and what a terminal or a font might choke
+    on, shortened in the middle."""
+    name = "".join(c if c.isprintable() else "?" for c in os.path.basename(path))
+    return name if len(name) <= 36 else name[:17] + "…" + name[-18:]
+
+
+# ---- what is written -----------------------------------------------------------------------------
+
+
+def check_target(target: str) -> str:
+    """Return the format that the name of the figure asks for, or say why it can't be written,
+    before time is spent on the data."""
+    ending = os.path.splitext(target)[1][1:].lower()
+    if ending not in ENDINGS:
+        raise PlotError(f"{target!r} must end in .png, .pdf or .svg")
+    folder = os.path.dirname(os.path.realpath(target))
+    if not os.path.isdir(folder):
+        raise PlotError(f"cannot write {target!r}: no such folder")
+    if not os.access(folder, os.W_OK | os.X_OK):
+        raise PlotError(f"cannot write {target!r}: the folder is not writable")
+    if os.path.isdir(target):
+        raise PlotError(f"cannot write {target!r}: it is a folder")
+    return ending
+
+
+def save(figure: Any, target: str, dpi: int) -> None:
+    """Write the figure to its file whole or not at all."""
+    ending = check_target(target)
+    target = os.path.realpath(target)
+    creator = "Software" if ending == "png" else "Creator"
+    metadata: dict[str, Any] = {creator: f"{PROGRAM} {VERSION}"}
+    if ending != "png":  # the same data give the same bytes
+        metadata["CreationDate" if ending == "pdf" else "Date"] = None
+    temporary = None
+    try:
+        handle, temporary = tempfile.mkstemp(prefix=".vostrel-plot-", dir=os.path.dirname(target))
+        with open(handle, "wb") as stream:
+            figure.savefig(stream, format=ending, dpi=dpi, metadata=metadata)
+        mask = os.umask(0)
+        os.umask(mask)
+        os.chmod(temporary, 0o666 & ~mask)
+        os.replace(temporary, target)
+        temporary = None
+    except OSError as error:
+        raise PlotError(f"cannot write {target!r}: {error.strerror}") from error
+    finally:
+        if temporary:
+            os.unlink(temporary)

@@ -1,0 +1,226 @@
+"""The figure of one estimator."""
+
+from __future__ import annotations
+
+from collections.abc import Sequence
+from typing import Any, Literal, get_args
+
+from matplotlib.backends.backend_agg import FigureCanvasAgg
+from matplotlib.colors import LogNorm
+from matplotlib.figure import Figure
+
+from vostrel._results import ROWS, PointStatistics, Residuals
+from vostrel.plot._layout import (
+    LINE,
+    NAMES,
+    SIZES,
+    SMALL,
+    TITLE_LINE,
+    Box,
+    Layout,
+    Sheet,
+    diagnostic_height,
+    place_panels,
+)
+from vostrel.plot._limits import spread_of
+from vostrel.plot._objects import Objects, objects_of
+from vostrel.plot._panels import MANY, draw_estimates, draw_histogram, draw_residuals
+from vostrel.plot._running import running
+from vostrel.plot._words import Labels, labels_of, percent, three_digits, title_lines
+
+Panel = Literal["estimates", "histogram", "residuals"]
+PANELS: tuple[Panel, ...] = get_args(Panel)
+
+
+def diagnostic_figure(
+    reference: Any,
+    estimate: Any,
+    *,
+    statistics: PointStatistics | None = None,
+    title: str | None = None,
+    panels: Sequence[Panel] = PANELS,
+    layout: Layout = "page",
+    figure: Any = None,
+    labels: tuple[str, str] | None = None,
+    table: bool = False,
+    log: bool | None = None,
+    source: str | None = None,
+) -> Any:
+    """Draw how estimates compare with their references.
+
+    The panels are those of `plot_estimates`, `plot_residual_histogram` and
+    `plot_residuals`.
+
+    Parameters
+    ----------
+    reference, estimate : array_like, shape (n,)
+        As in `vostrel.point_statistics`. Objects with NaN or infinities are
+        left out, and the figure says how many.
+    statistics : PointStatistics, optional
+        The numbers that the figure shows. By default they are computed from
+        the objects that are drawn.
+    title : str, optional
+        A title. ``$...$`` is set as mathematics.
+    panels : sequence of {"estimates", "histogram", "residuals"}
+        The panels that are drawn.
+    layout : {"page", "column"}
+        "page" is two columns of a journal's page wide, 7.1 inches, and at
+        most 5 inches high; "column" one column, 3.45 inches, and at most 7.
+    figure : matplotlib.figure.Figure or SubFigure, optional
+        What to draw on, keeping its size. By default a new Figure, which
+        pyplot doesn't know.
+    labels : (str, str), optional
+        Names of reference and estimate; by default redshifts.
+    table : bool
+        Put a table of all statistics below the panels. Otherwise number of
+        objects, NMAD, bias and outlier fraction of the normalized residual
+        stand in the first panel.
+    log : bool, optional
+        Logarithmic counts in the histogram. By default when more than 1 % of
+        the objects lie outside the core.
+    source : str, optional
+        A line below the table that says where the numbers come from.
+
+    Returns
+    -------
+    matplotlib.figure.Figure
+        The figure, or what was given as `figure`.
+
+    Raises
+    ------
+    ValueError, TypeError
+        As `vostrel.point_statistics`; when no object is finite; and when
+        there is no such panel or layout.
+
+    Examples
+    --------
+    >>> import vostrel.plot
+    >>> figure = vostrel.plot.diagnostic_figure([0.5, 1.0, 1.5], [0.4, 1.1, 1.4])
+    >>> figure.savefig("figure.pdf")  # doctest: +SKIP
+    """
+    if layout not in SIZES:
+        raise ValueError(f"layout must be 'page' or 'column', not {layout!r}")
+    panels = tuple(panels)
+    if not panels or not set(panels) <= set(PANELS) or len(set(panels)) != len(panels):
+        raise ValueError(f"panels must be some of {', '.join(PANELS)}, not {panels!r}")
+    panels = tuple(panel for panel in PANELS if panel in panels)
+
+    objects = objects_of(reference, estimate, statistics)
+    names = labels_of(labels)
+    bar = objects.norm.size > MANY and panels != ("histogram",)
+    width = SIZES[layout][0] if figure is None else size_of(figure)[0]
+    heading = title_lines(title, width)
+    top = 0.08 + TITLE_LINE * len(heading)
+    rows = table_lines(objects, names, source) if table else []
+    bottom = LINE * (len(rows) + TABLE_LINES) + 0.05 if table else 0.02
+    if figure is None:
+        height = diagnostic_height(layout, width, panels, bar, top + bottom)
+        figure = new_figure(width, height)
+    else:
+        height = size_of(figure)[1]
+    sheet = Sheet(figure, width, height)
+    sheet.write_title(heading)
+    boxes, bar_box = place_panels(layout, sheet, panels, bar, top, height - bottom)
+    axes = {panel: sheet.add_axes(box) for panel, box in boxes.items()}
+
+    spread = spread_of(objects.norm)
+    images = []
+    if "estimates" in axes:
+        artists = draw_estimates(
+            axes["estimates"], objects, names, note=not table, legend=True, fontsize=SMALL
+        )
+        images += artists["objects"]
+    if "histogram" in axes:
+        draw_histogram(
+            axes["histogram"], objects, spread, names, log=log, legend=True, fontsize=SMALL
+        )
+    if "residuals" in axes:
+        artists = draw_residuals(
+            axes["residuals"], objects, spread, running(objects), names,
+            legend=True, fontsize=SMALL,
+        )
+        images += artists["objects"]
+    if bar:
+        add_colour_bar(sheet, bar_box, images)
+    figure.align_ylabels([axes[panel] for panel in boxes if layout == "column"
+                          or panel != "estimates"])
+    if table:
+        write_table(sheet, objects, names, height - bottom + LINE, rows)
+    return figure
+
+
+def new_figure(width: float, height: float) -> Any:
+    """Return a figure that pyplot doesn't know."""
+    figure = Figure(figsize=(width, height))
+    FigureCanvasAgg(figure)
+    return figure
+
+
+def size_of(figure: Any) -> tuple[float, float]:
+    """Return width and height of a figure or a part of one, in inches."""
+    return figure.bbox.width / figure.figure.dpi, figure.bbox.height / figure.figure.dpi
+
+
+def add_colour_bar(sheet: Sheet, box: Box, images: list[Any]) -> None:
+    """Give the densities one scale of colours, and tell it."""
+    greatest = max(10, *(int(image.get_array().max()) for image in images))
+    for image in images:
+        image.set_norm(LogNorm(1, greatest))
+    axes = sheet.add_axes(box)
+    sheet.figure.colorbar(images[0], cax=axes)
+    name = "objects per cell" + (", both panels" if len(images) > 1 else "")
+    axes.set_ylabel(name, labelpad=1, fontsize=NAMES)
+    axes.tick_params(which="both", direction="out", pad=1.5, labelsize=SMALL)
+
+
+# ---- the table -----------------------------------------------------------------------------------
+
+#: Lines of the table without those of `table_lines`.
+TABLE_LINES = 9
+
+
+def table_lines(objects: Objects, labels: Labels, source: str | None) -> list[str]:
+    """Return the lines below the numbers."""
+    lines = []
+    if objects.nans or objects.infinite:
+        lines.append(f"left out: {objects.nans:,} with NaN, {objects.infinite:,} infinite")
+    if source:
+        lines.append(source)
+    return lines
+
+
+def write_table(
+    sheet: Sheet, objects: Objects, labels: Labels, top: float, lines: Sequence[str]
+) -> None:
+    """Write the numbers of both residuals in two blocks side by side."""
+    statistics = objects.statistics
+    sheet.write_cell(
+        0.12,
+        top,
+        f"{labels.delta} = {labels.reference} − {labels.estimate},   $n$ = {statistics.n:,}",
+    )
+    middle = min((sheet.width - 0.1) / 2, 2.6)
+    for left, rows in ((0.12, ROWS[:6]), (0.12 + middle, ROWS[6:])):
+        points = left + 0.35 * middle, left + 0.71 * middle
+        if rows[0][2]:
+            sheet.write_cell(left, top + LINE * 1.1, "outliers")
+        for point, heading in zip(points, (labels.delta, labels.norm)):
+            sheet.write_cell(point, top + LINE * 1.1, heading, ha="center")
+        for i, (name, label, unit) in enumerate(rows):
+            at = top + LINE * (i + 2.2)
+            sheet.write_cell(left, at, table_label(label))
+            for point, part in zip(points, (statistics.delta, statistics.norm)):
+                sheet.write_number(point, at, table_number(part, name, unit))
+    for i, line in enumerate(lines):
+        sheet.write_cell(0.12, top + LINE * (8.3 + i), line.replace("$", r"\$"))
+
+
+def table_label(label: str) -> str:
+    """Return the label of the report with the letters of print."""
+    return label.replace("sigma", "σ").replace("Delta", "Δ").replace("outliers >", "> ")
+
+
+def table_number(part: Residuals, name: str, unit: str) -> str:
+    """Return a number of the table."""
+    value = getattr(part, name)
+    return percent(value) if unit else three_digits(value)

@@ -1,0 +1,159 @@
+"""How far axes reach and how wide bins are: for the bulk of the data, not for the wild ones."""
+
+from __future__ import annotations
+
+import math
+from collections.abc import Iterable, Sequence
+from dataclasses import dataclass
+
+import numpy as np
+from numpy.typing import NDArray
+
+from vostrel import _core
+from vostrel.plot._objects import Objects
+
+Floats = NDArray[np.float64]
+Limits = tuple[float, float]
+
+#: The fixed outlier bound on the normalized residual.
+BOUND = 0.15
+
+#: Interquartile ranges from the quartiles beyond which a value is wild.
+FENCE = 8
+
+#: Beyond this an axis would overflow.
+LARGEST = 1e300
+
+#: Makes the interquartile range of normally distributed values their standard deviation.
+IQR_TO_SIGMA = 1 / 1.349
+
+#: Standard deviations from the median at which the core of the residual ends.
+CORE = 5
+
+#: The share of objects outside the core from which on counts are logarithmic.
+TAIL = 0.01
+
+
+@dataclass(frozen=True)
+class Spread:
+    """Quartiles of the normalized residual, and what lies far from them.
+
+    Attributes
+    ----------
+    low, median, high : float
+        The quartiles.
+    outside : float
+        Share of objects, 0 to 1, beyond five standard deviations from the
+        median, as the interquartile range tells them.
+    far : float
+        Absolute value that 99.5 % of the residuals don't exceed.
+    """
+
+    low: float
+    median: float
+    high: float
+    outside: float
+    far: float
+
+    @property
+    def sigma(self) -> float:
+        """The standard deviation that the interquartile range tells."""
+        return IQR_TO_SIGMA * (self.high - self.low)
+
+    @property
+    def has_tail(self) -> bool:
+        """Whether enough objects lie outside the core to be worth a look."""
+        return self.outside > TAIL
+
+
+def spread_of(norm: Floats) -> Spread:
+    """Return the spread of the normalized residual."""
+    tail, low, median, high, head = quantiles(norm, (0.005, 0.25, 0.5, 0.75, 0.995))
+    reach = max(CORE * IQR_TO_SIGMA * (high - low), 1e-12)
+    inside = int(np.count_nonzero(within(norm, (median - reach, median + reach))))
+    far = max(abs(tail), abs(head))
+    return Spread(low, median, high, 1 - inside / norm.size, far)
+
+
+def quantiles(values: Floats, shares: Sequence[float]) -> list[float]:
+    """Return the values nearest to these shares, 0 to 1, of the ascending order."""
+    ranks = [round(share * (values.size - 1)) for share in shares]
+    found: list[float] = _core.order_values([values], [], values.size, ranks).tolist()
+    return found
+
+
+def robust_range(values: Floats) -> Limits:
+    """Return the least and greatest of the values short of the wild ones."""
+    low, high = quantiles(values, (0.25, 0.75))
+    # What lies within the outlier bound is never wild, be most values the same.
+    reach = max(FENCE * (high - low), BOUND * (1 + abs(low)))
+    least, greatest = float(values.min()), float(values.max())
+    if least < low - reach or greatest > high + reach:
+        tame = values[within(values, (low - reach, high + reach))]
+        least, greatest = float(tame.min()), float(tame.max())
+    return max(-LARGEST, least), min(LARGEST, greatest)
+
+
+def widened(limits: Limits, margin: float) -> Limits:
+    """Return the limits with a margin, or a range about what is one value."""
+    low, high = limits
+    middle, half = low / 2 + high / 2, high / 2 - low / 2
+    if half < 1e-4 * (1 + abs(middle)):
+        half = 0.25 * (1 + abs(middle))
+    return middle - (1 + margin) * half, middle + (1 + margin) * half
+
+
+def reference_limits(objects: Objects) -> Limits:
+    """Return the limits of an axis of references."""
+    return widened(robust_range(objects.reference), _margin(objects))
+
+
+def square_limits(objects: Objects) -> Limits:
+    """Return the limits of both axes of estimates against references."""
+    reference = reference_limits(objects)
+    estimate = widened(robust_range(objects.estimate), _margin(objects))
+    return min(reference[0], estimate[0]), max(reference[1], estimate[1])
+
+
+def _margin(objects: Objects) -> float:
+    return 0.05 if objects.reference.size > 30 else 0.15  # few objects have large points
+
+
+def residual_limit(spread: Spread, nmad: float, marks: Iterable[float]) -> float:
+    """Return the half-width about zero that shows the core of the residual.
+
+    The marks, which wild outliers can carry far off, are taken in as long as
+    the core doesn't become a needle.
+    """
+    marks = [abs(mark) for mark in marks if math.isfinite(mark)]
+    limit = abs(spread.median) + 6 * spread.sigma
+    if math.isfinite(nmad):
+        limit = max(limit, 1.15 * abs(nmad))
+    most = 3 * limit
+    for mark in marks:
+        if limit < 1.15 * mark <= most:
+            limit = 1.15 * mark
+    if limit == 0:  # more than half of the estimates are exact
+        limit = 1.15 * max((mark for mark in marks if mark < 1), default=0)
+    return min(limit, LARGEST) or 0.1
+
+
+def tail_limit(spread: Spread, limit: float) -> float:
+    """Return the half-width of a histogram that shows the tail, up to five times the core's."""
+    return max(limit, min(1.05 * spread.far, 5 * limit))
+
+
+def histogram_bins(spread: Spread, n: int, limit: float) -> int:
+    """Return the number of bins between -limit and limit, odd so that one lies about zero.
+
+    The rule of Freedman and Diaconis (1981): bins are 2 IQR / n^(1/3) wide.
+    There are 9 bins at least and 199 at most.
+    """
+    width = 2 * (spread.high - spread.low) / n ** (1 / 3)
+    number = 2 * limit / width if width > 0 else math.sqrt(n)
+    return int(min(199, max(9, math.ceil(number)))) | 1
+
+
+def within(values: Floats, limits: Limits) -> NDArray[np.bool_]:
+    """Return which values lie within the limits."""
+    return (values >= limits[0]) & (values <= limits[1])

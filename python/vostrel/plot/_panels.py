@@ -1,0 +1,600 @@
+"""The panels of the figures, each on Axes of the caller's choice.
+
+They return what they have drawn by name, as matplotlib's boxplot does, and
+read matplotlib's settings without changing any.
+"""
+
+from __future__ import annotations
+
+import math
+from typing import Any
+
+import numpy as np
+from matplotlib.axes import Axes
+from matplotlib.axis import Axis
+from matplotlib.colors import LogNorm
+from matplotlib.patheffects import withStroke
+from matplotlib.ticker import FuncFormatter, LogLocator, MaxNLocator, NullFormatter
+from numpy.typing import NDArray
+
+from vostrel._results import PointStatistics
+from vostrel.plot._limits import (
+    BOUND,
+    Limits,
+    Spread,
+    histogram_bins,
+    reference_limits,
+    residual_limit,
+    spread_of,
+    square_limits,
+    tail_limit,
+    within,
+)
+from vostrel.plot._objects import Objects, objects_of
+from vostrel.plot._running import Running, running
+from vostrel.plot._words import MINUS, Labels, labels_of, percent, three_digits
+
+Artists = dict[str, list[Any]]
+
+#: Above this many objects points would be one blot.
+MANY = 5000
+
+#: Cells along the reference axis of a density, when there are many values and when there are few.
+CELLS = (110, 27)
+
+# Colours that colour-blind readers tell apart; the dashes tell the lines apart in grey.
+BLACK, RED, BLUE, GREEN, GREY = "black", "#d55e00", "#0072b2", "#009e73", "0.45"
+DENSITY_MAP = "cividis"
+DASHED, DOTTED = (0, (4, 1.5)), (0, (1.2, 1))
+
+#: White edges, by which a line shows on dark cells.
+EDGES = [withStroke(linewidth=1.8, foreground="white")]
+
+
+def plot_estimates(
+    axes: Axes,
+    reference: Any,
+    estimate: Any,
+    *,
+    statistics: PointStatistics | None = None,
+    labels: tuple[str, str] | None = None,
+    note: bool = True,
+    legend: bool = True,
+    fontsize: float | None = None,
+    **style: Any,
+) -> Artists:
+    """Draw estimates against references.
+
+    Up to 5000 objects are points, more are a density on a logarithmic scale.
+    Lines show where both are equal and where the normalized residual is 0.15
+    either way.
+
+    Parameters
+    ----------
+    axes : matplotlib.axes.Axes
+        What to draw on. Both axes get the same limits.
+    reference, estimate : array_like, shape (n,)
+        As in `vostrel.point_statistics`. Objects with NaN or infinities are
+        left out.
+    statistics : PointStatistics, optional
+        The numbers to write into the panel, instead of computing them.
+    labels : (str, str), optional
+        Names of reference and estimate; by default redshifts.
+    note : bool
+        Write number of objects, NMAD, bias and outlier fraction of the
+        normalized residual into the panel.
+    legend : bool
+        Put a legend above the panel.
+    fontsize : float, optional
+        Of legend and notes, in points; by default that of legends.
+    **style
+        Of the objects: for Line2D or, of a density, for AxesImage.
+
+    Returns
+    -------
+    dict of str to list of Artist
+        "objects", "one-to-one", "bound".
+
+    Raises
+    ------
+    ValueError, TypeError
+        As `vostrel.point_statistics`; and when no object is finite.
+    """
+    objects = objects_of(reference, estimate, statistics)
+    return draw_estimates(
+        axes, objects, labels_of(labels), note=note, legend=legend, fontsize=fontsize, **style
+    )
+
+
+def plot_residual_histogram(
+    axes: Axes,
+    reference: Any,
+    estimate: Any,
+    *,
+    statistics: PointStatistics | None = None,
+    labels: tuple[str, str] | None = None,
+    log: bool | None = None,
+    legend: bool = True,
+    fontsize: float | None = None,
+    **style: Any,
+) -> Artists:
+    """Draw the histogram of the normalized residual.
+
+    Bins follow the rule of Freedman and Diaconis. Zero, the bias, sigma and
+    the NMAD are marked, the last two from zero, where the NMAD and the
+    outliers are measured from. A normal curve has the NMAD as its width.
+
+    Parameters
+    ----------
+    axes : matplotlib.axes.Axes
+        What to draw on.
+    reference, estimate, statistics, labels, legend, fontsize
+        As in `plot_estimates`.
+    log : bool, optional
+        Logarithmic counts, over a range that shows the tail. By default when
+        more than 1 % of the objects lie outside the core: five standard
+        deviations, as the interquartile range tells them, from the median.
+    **style
+        Of the histogram: for StepPatch.
+
+    Returns
+    -------
+    dict of str to list of Artist
+        "histogram", "zero", "bias", "sigma", "nmad", "normal".
+
+    Raises
+    ------
+    ValueError, TypeError
+        As `plot_estimates`.
+    """
+    objects = objects_of(reference, estimate, statistics)
+    return draw_histogram(
+        axes,
+        objects,
+        spread_of(objects.norm),
+        labels_of(labels),
+        log=log,
+        legend=legend,
+        fontsize=fontsize,
+        **style,
+    )
+
+
+def plot_residuals(
+    axes: Axes,
+    reference: Any,
+    estimate: Any,
+    *,
+    labels: tuple[str, str] | None = None,
+    legend: bool = True,
+    fontsize: float | None = None,
+    **style: Any,
+) -> Artists:
+    """Draw the normalized residual against the reference.
+
+    Objects are drawn as by `plot_estimates`. Over them lie the running median
+    and the running NMAD, either side of zero, in bins of equal counts: half
+    the square root of n bins, 1 at least and 100 at most. The bands are their
+    68 % confidence intervals, which assume nothing on the distribution.
+
+    Parameters
+    ----------
+    axes : matplotlib.axes.Axes
+        What to draw on.
+    reference, estimate, labels, legend, fontsize, **style
+        As in `plot_estimates`.
+
+    Returns
+    -------
+    dict of str to list of Artist
+        "objects", "zero", "running median", "running NMAD", "band", "bound".
+
+    Raises
+    ------
+    ValueError, TypeError
+        As `plot_estimates`.
+    """
+    objects = objects_of(reference, estimate)
+    return draw_residuals(
+        axes,
+        objects,
+        spread_of(objects.norm),
+        running(objects),
+        labels_of(labels),
+        legend=legend,
+        fontsize=fontsize,
+        **style,
+    )
+
+
+# ---- the same from what is computed already ------------------------------------------------------
+
+
+def draw_estimates(
+    axes: Axes,
+    objects: Objects,
+    labels: Labels,
+    *,
+    note: bool,
+    legend: bool,
+    fontsize: float | None,
+    **style: Any,
+) -> Artists:
+    """Do what `plot_estimates` tells."""
+    limits = square_limits(objects)
+    ends = np.array(limits)
+    artists = draw_objects(axes, objects.reference, objects.estimate, limits, limits, style)
+    artists["one-to-one"] = axes.plot(
+        ends, ends, color=BLACK, linewidth=0.7, label="one to one", gid="one-to-one"
+    )
+    artists["bound"] = []
+    for sign in (1, -1):
+        artists["bound"] += axes.plot(
+            ends,
+            ends + sign * BOUND * (1 + ends),
+            color=RED,
+            linestyle=DASHED,
+            linewidth=0.8,
+            label=f"{labels.norm} = ±{BOUND}" if sign == 1 else None,
+            gid="bound",
+        )
+    label_axis(axes.xaxis, labels.reference, limits)
+    label_axis(axes.yaxis, labels.estimate, limits)
+    note_outside(axes, objects.reference, objects.estimate, fontsize)
+    if note:
+        artists["note"] = [draw_note(axes, objects, limits, fontsize)]
+    if legend:
+        legend_above(axes, 2, fontsize)
+    return artists
+
+
+def draw_histogram(
+    axes: Axes,
+    objects: Objects,
+    spread: Spread,
+    labels: Labels,
+    *,
+    log: bool | None,
+    legend: bool,
+    fontsize: float | None,
+    **style: Any,
+) -> Artists:
+    """Do what `plot_residual_histogram` tells."""
+    log = spread.has_tail if log is None else log
+    norm = objects.statistics.norm
+    limit = residual_limit(spread, norm.nmad, (norm.bias, norm.sigma, norm.nmad))
+    if log:
+        limit = tail_limit(spread, limit)
+    counts, edges = histogram(objects.norm, spread, limit)
+    look = {"fill": True, "facecolor": "0.8", "edgecolor": GREY, "linewidth": 0.6, **style}
+    floor = 0.5 if log else 0
+    artists: Artists = {
+        "histogram": [axes.stairs(counts, edges, baseline=floor, gid="histogram", **look)],
+        "zero": [axes.axvline(0, color=BLACK, linewidth=0.6, zorder=2, gid="zero")],
+    }
+    for name, value, sign, colour, dashes in (
+        ("bias", norm.bias, "", RED, "-"),
+        ("sigma", norm.sigma, "±σ", BLUE, DASHED),
+        ("nmad", norm.nmad, "±NMAD", GREEN, DOTTED),
+    ):
+        label = sign or name
+        if not abs(value) <= limit:  # not in view, or NaN
+            label += f" = {three_digits(value)}"
+        artists[name] = [
+            axes.axvline(
+                place,
+                color=colour,
+                linewidth=1.1,
+                zorder=3,
+                linestyle=dashes,
+                label=None if i else label,
+                gid=name,
+            )
+            for i, place in enumerate((value, -value) if sign else (value,))
+        ]
+    artists["normal"] = draw_normal(axes, norm.nmad, objects.norm.size, edges, floor)
+    if log:
+        axes.set_yscale("log")
+    top = max(1, int(counts.max()))
+    label_axis(axes.xaxis, labels.norm, (-limit, limit))
+    label_counts(axes, "objects per bin", (floor, 2 * top if log else 1.08 * top), log)
+    note_count(axes, objects.norm.size - int(counts.sum()), fontsize)
+    if legend:
+        legend_above(axes, 4, fontsize)
+    return artists
+
+
+def draw_residuals(
+    axes: Axes,
+    objects: Objects,
+    spread: Spread,
+    lines: Running,
+    labels: Labels,
+    *,
+    legend: bool,
+    fontsize: float | None,
+    **style: Any,
+) -> Artists:
+    """Do what `plot_residuals` tells."""
+    limit = residual_limit(
+        spread,
+        objects.statistics.norm.nmad,
+        (BOUND, float(np.abs(np.r_[lines.median, lines.nmad]).max())),
+    )
+    xlim, ylim = reference_limits(objects), (-limit, limit)
+    artists = draw_objects(axes, objects.reference, objects.norm, xlim, ylim, style)
+    artists["zero"] = [axes.axhline(0, color="0.5", linewidth=0.6, zorder=2, gid="zero")]
+    on_density = objects.norm.size > MANY
+    artists["running median"], artists["band"] = draw_line(
+        axes, lines, lines.median, lines.median_band, BLACK, "-", "o", "running median",
+        on_density=on_density,
+    )
+    artists["running NMAD"] = []
+    for sign in (1, -1):
+        drawn, band = draw_line(
+            axes,
+            lines,
+            sign * lines.nmad,
+            sign * lines.nmad_band,
+            GREEN,
+            "--",
+            "s",
+            "running NMAD",
+            "±NMAD" if sign == 1 else None,
+            on_density,
+        )
+        artists["running NMAD"] += drawn
+        artists["band"] += band
+    artists["bound"] = []
+    if BOUND < limit:
+        artists["bound"] = [
+            axes.axhline(
+                sign * BOUND,
+                color=RED,
+                linestyle=DASHED,
+                linewidth=0.8,
+                zorder=2,
+                label=f"±{BOUND}" if sign == 1 else None,
+                gid="bound",
+            )
+            for sign in (1, -1)
+        ]
+    label_axis(axes.xaxis, labels.reference, xlim)
+    label_axis(axes.yaxis, labels.norm, ylim)
+    note_outside(axes, objects.reference, objects.norm, fontsize)
+    if legend:
+        legend_above(axes, 3, fontsize)
+    return artists
+
+
+# ---- what they are made of -----------------------------------------------------------------------
+
+
+def draw_objects(
+    axes: Axes,
+    x: NDArray[np.float64],
+    y: NDArray[np.float64],
+    xlim: Limits,
+    ylim: Limits,
+    style: dict[str, Any],
+) -> Artists:
+    """Draw the objects as points, or as a density when there are many."""
+    if x.size <= MANY:
+        size = 2.2 if x.size > 300 else 5 if x.size > 30 else 8
+        look = {"color": GREY, "marker": ".", "markersize": size, "markeredgewidth": 0, **style}
+        return {"objects": axes.plot(x, y, linestyle="", zorder=1, gid="objects", **look)}
+    counts = density(x, y, xlim, ylim)
+    shade = LogNorm(1, max(10, int(counts.max())))
+    look = {"cmap": DENSITY_MAP, "norm": shade, "interpolation": "nearest", **style}
+    image = axes.imshow(
+        np.where(counts == 0, np.nan, counts),
+        origin="lower",
+        extent=(*xlim, *ylim),
+        aspect="auto",
+        zorder=1,
+        gid="objects",
+        **look,
+    )
+    return {"objects": [image]}
+
+
+def density(
+    x: NDArray[np.float64], y: NDArray[np.float64], xlim: Limits, ylim: Limits
+) -> NDArray[np.int64]:
+    """Return the counts of objects in cells that are fine enough and can be seen."""
+    square = xlim == ylim
+    for columns in CELLS:
+        counts = cells(x, y, xlim, ylim, (columns if square else columns // 2, columns))
+        if np.count_nonzero(counts) > 30:
+            break
+    return counts
+
+
+def cells(
+    x: NDArray[np.float64],
+    y: NDArray[np.float64],
+    xlim: Limits,
+    ylim: Limits,
+    shape: tuple[int, int],
+) -> NDArray[np.int64]:
+    """Return how many objects lie in each cell of the shape (rows, columns)."""
+    rows, columns = shape
+    counts = np.zeros(rows * columns, np.int64)
+    for start in range(0, x.size, 1 << 16):  # pieces that stay in the cache
+        a, b = x[start : start + (1 << 16)], y[start : start + (1 << 16)]
+        inside = within(a, xlim) & within(b, ylim)
+        if not inside.all():
+            a, b = a[inside], b[inside]
+        i = ((a - xlim[0]) * (columns / (xlim[1] - xlim[0]))).astype(np.int32)
+        j = ((b - ylim[0]) * (rows / (ylim[1] - ylim[0]))).astype(np.int32)
+        np.minimum(i, columns - 1, out=i)
+        np.minimum(j, rows - 1, out=j)
+        counts += np.bincount(j * columns + i, minlength=counts.size)
+    return counts.reshape(shape)
+
+
+def histogram(
+    norm: NDArray[np.float64], spread: Spread, limit: float
+) -> tuple[NDArray[np.int64], NDArray[np.float64]]:
+    """Return the counts and edges of the histogram from -limit to limit."""
+    number = histogram_bins(spread, norm.size, limit)
+    counts, edges = np.histogram(norm, number, (-limit, limit))
+    return counts, edges
+
+
+def draw_normal(
+    axes: Axes, nmad: float, n: int, edges: NDArray[np.float64], floor: float
+) -> list[Any]:
+    """Draw the normal curve of n objects about zero whose standard deviation is the NMAD."""
+    if not (math.isfinite(nmad) and nmad > 0 and edges[-1] - edges[-2] < 6 * nmad):
+        return []
+    x = np.linspace(edges[0], edges[-1], 1001)
+    with np.errstate(under="ignore"):
+        y = (n * (edges[1] - edges[0]) / (nmad * math.sqrt(2 * math.pi))) * np.exp(
+            -((x / nmad) ** 2) / 2
+        )
+    y[y < floor] = np.nan
+    return list(
+        axes.plot(x, y, color=BLACK, linewidth=0.8, zorder=4, label="normal",
+                  gid="normal", scaley=False)
+    )
+
+
+def draw_line(
+    axes: Axes,
+    lines: Running,
+    values: NDArray[np.float64],
+    band: NDArray[np.float64],
+    colour: str,
+    dashes: Any,
+    marker: str,
+    name: str,
+    label: str | None = "",
+    on_density: bool = False,
+) -> tuple[list[Any], list[Any]]:
+    """Draw a running statistic with its band; return the line and the band."""
+    x = lines.reference
+    few = x.size <= 15  # more markers would run into each other
+    look: dict[str, Any] = {"markersize": 3.5, "markerfacecolor": "white", "marker": marker}
+    if not few:
+        look = {"path_effects": EDGES} if on_density else {}
+    drawn = axes.plot(
+        x,
+        values,
+        color=colour,
+        linestyle=dashes,
+        linewidth=1.0,
+        zorder=5,
+        label=name if label == "" else label,
+        gid=name,
+        **look,
+    )
+    low, high = band
+    shade = axes.fill_between(
+        x, low, high, color=colour, alpha=0.35, linewidth=0, zorder=3, gid=f"{name} band"
+    )
+    bars = [shade]
+    if few:  # a band between two points says little, and there may be one alone
+        bars.append(axes.vlines(x, low, high, color=colour, linewidth=0.8, zorder=4))
+    return drawn, bars
+
+
+def draw_note(axes: Axes, objects: Objects, limits: Limits, fontsize: float | None) -> Any:
+    """Write the numbers as authors do, into the emptier of two corners."""
+    norm = objects.statistics.norm
+    lines = [
+        f"$n$ = {objects.statistics.n:,}",
+        f"NMAD = {three_digits(norm.nmad)}",
+        f"bias = {three_digits(norm.bias)}",
+        f"outliers = {percent(norm.outliers_015)}",
+    ]
+    left_out = objects.nans + objects.infinite
+    if left_out:
+        lines.insert(1, f"({left_out:,} left out)")
+    span = limits[1] - limits[0]
+    low, high = limits[0] + 0.4 * span, limits[1] - 0.3 * span
+    above = np.count_nonzero((objects.reference < low) & (objects.estimate > high))
+    below = np.count_nonzero((objects.reference > high) & (objects.estimate < low))
+    corner = (0.03, 0.97, "left", "top") if above <= 4 * below + 50 else (
+        0.97, 0.03, "right", "bottom")
+    x, y, ha, va = corner
+    return axes.text(
+        x,
+        y,
+        "\n".join(lines),
+        transform=axes.transAxes,
+        ha=ha,
+        va=va,
+        linespacing=1.3,
+        fontsize=fontsize,
+        zorder=6,
+        gid="note",
+        bbox={"facecolor": "white", "alpha": 0.8, "edgecolor": "none", "pad": 1.5},
+    )
+
+
+def label_axis(axis: Axis, name: str, limits: Limits) -> None:
+    """Name the axis and set its limits; a power of ten of the ticks goes into the name."""
+    power = math.floor(math.log10(max(abs(limits[0]), abs(limits[1]))))
+    power = 0 if -2 <= power < 4 else power
+    axis.set_major_locator(MaxNLocator(6, steps=[1, 2, 5, 10]))
+    axis.set_major_formatter(
+        FuncFormatter(lambda value, _: f"{value / 10.0**power:.6g}".replace("-", MINUS))
+    )
+    axis.set_label_text(name + (rf" / $10^{{{power}}}$" if power else ""))
+    axis.labelpad = 2
+    (axis.axes.set_xlim if axis.axis_name == "x" else axis.axes.set_ylim)(limits)
+
+
+def label_counts(axes: Axes, name: str, limits: Limits, log: bool) -> None:
+    """Name a vertical axis of counts and set its limits."""
+    if not log:
+        label_axis(axes.yaxis, name, limits)
+        if limits[1] < 1e4:
+            axes.yaxis.set_major_locator(MaxNLocator(6, steps=[1, 2, 5, 10], integer=True))
+        return
+    axes.yaxis.set_major_locator(LogLocator(10, numticks=6))
+    axes.yaxis.set_minor_formatter(NullFormatter())
+    axes.set_ylabel(name, labelpad=2)
+    axes.set_ylim(limits)
+
+
+def note_outside(
+    axes: Axes, x: NDArray[np.float64], y: NDArray[np.float64], fontsize: float | None
+) -> None:
+    """Say how many objects lie outside the limits of the axes."""
+    inside = np.count_nonzero(within(x, axes.get_xlim()) & within(y, axes.get_ylim()))
+    note_count(axes, x.size - int(inside), fontsize)
+
+
+def note_count(axes: Axes, outside: int, fontsize: float | None) -> None:
+    """Write the number beside the name of the horizontal axis, where it hides nothing."""
+    if outside:
+        axes.annotate(
+            f"{outside:,} outside",
+            (1, 0),
+            (0, -14),
+            fontsize=fontsize,
+            xycoords="axes fraction",
+            textcoords="offset points",
+            ha="right",
+            va="top",
+            gid="outside",
+        )
+
+
+def legend_above(axes: Axes, columns: int, fontsize: float | None) -> None:
+    """Put the legend above the frame, where it hides no object."""
+    axes.legend(
+        loc="lower left",
+        bbox_to_anchor=(0, 1),
+        ncol=columns,
+        fontsize=fontsize,
+        frameon=False,
+        borderpad=0.3,
+        borderaxespad=0,
+        labelspacing=0.25,
+        handlelength=1.6,
+        handletextpad=0.4,
+        columnspacing=0.9,
+    )

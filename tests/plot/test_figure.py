@@ -1,0 +1,554 @@
+"""The figures: what their panels show, and that nothing on them is hidden."""
+
+import io
+import math
+
+import matplotlib
+import numpy as np
+import pytest
+import vostrel
+from conftest import FOUR, REPORT, ZPHOT, by_gid, catalogue, write, write_table
+from matplotlib.colors import LogNorm
+from matplotlib.figure import Figure
+from matplotlib.text import Text
+from vostrel.plot import (
+    compare_figure,
+    diagnostic_figure,
+    plot_estimates,
+    plot_residual_histogram,
+    plot_residuals,
+)
+from vostrel.plot._limits import histogram_bins, robust_range, spread_of
+from vostrel.plot._objects import objects_of
+from vostrel.plot._panels import MANY, cells
+from vostrel.plot._running import running
+from vostrel.plot._words import at_point, percent, three_digits
+
+
+def note_of(figure):
+    """Return the lines of the note in the first panel."""
+    (note,) = by_gid(figure, "note")
+    return note.get_text().split("\n")
+
+
+def outside(axes):
+    """Return what a panel says about the objects outside it."""
+    return [text.get_text() for text in by_gid(axes, "outside")]
+
+
+def test_few_objects_are_points(figure_of):
+    write("0 0.5 0.4\n1 1 1.2\n2 2 1.4\n")
+    panels = figure_of().axes
+    assert len(panels) == 3
+    first, = by_gid(panels[0], "objects")
+    assert first.get_xydata() == pytest.approx(
+        np.array([(0.5, 0.4), (1, 1.2), (2, 1.4)]))
+    third, = by_gid(panels[2], "objects")
+    assert third.get_xydata() == pytest.approx(
+        np.array([(0.5, 0.1 / 1.5), (1, -0.1), (2, 0.2)]))
+
+
+def test_guide_lines(figure_of):
+    write(FOUR)
+    panel = figure_of().axes[0]
+    x, y = by_gid(panel, "one-to-one")[0].get_data()
+    assert x == pytest.approx(y)
+    bounds = by_gid(panel, "bound")
+    assert len(bounds) == 2
+    reached = sorted(float(((x - y) / (1 + x))[i]) for x, y in
+                     (b.get_data() for b in bounds) for i in (0, 1))
+    assert reached == pytest.approx([-0.15, -0.15, 0.15, 0.15])
+
+
+def test_labels(figure_of):
+    write(FOUR)
+    panels = figure_of().axes
+    reference, estimate = r"$z_{\rm spec}$", r"$z_{\rm phot}$"
+    norm = r"$\Delta z/(1+z_{\rm spec})$"
+    assert [(a.get_xlabel(), a.get_ylabel()) for a in panels] == [
+        (reference, estimate), (norm, "objects per bin"), (reference, norm)]
+    legends = [[t.get_text() for t in a.get_legend().get_texts()] for a in panels]
+    assert legends == [["one to one", norm + " = ±0.15"],
+                       ["bias", "±σ", "±NMAD", "normal"],
+                       ["running median", "±NMAD", "±0.15"]]
+
+
+def test_histogram_and_its_marks(figure_of):
+    write(FOUR)
+    panel = figure_of().axes[1]
+    counts, edges, _ = by_gid(panel, "histogram")[0].get_data()
+    assert counts.sum() == 4
+    for low, high, count in zip(edges, edges[1:], counts):
+        assert count == sum(low <= x < high for x in (-0.25, 0.05, 0.1, 0.2))
+    assert edges[len(edges) // 2 - 1] < 0 < edges[len(edges) // 2], "a bin about zero"
+    for gid, places in (
+        ("zero", [0]), ("bias", [0.025]), ("sigma", [0.167705, -0.167705]),
+        ("nmad", [0.22239, -0.22239]),
+    ):
+        drawn = [line.get_xdata()[0] for line in by_gid(panel, gid)]
+        assert drawn == pytest.approx(places, abs=1e-6), gid
+    low, high = panel.get_xlim()
+    assert low < -0.25 and high > 0.25
+    assert low == -high
+
+
+def test_width_of_bins():
+    """Freedman and Diaconis: 2 IQR / n^(1/3), here 2 * 0.5 / 10 on 1000 values from 0 to 1."""
+    spread = spread_of(np.linspace(0, 1, 1000))
+    assert histogram_bins(spread, 1000, 1.0) == 21
+    assert histogram_bins(spread, 1000, 0.1) == 9
+    assert histogram_bins(spread, 1000, 100.0) == 199
+
+
+@pytest.mark.parametrize("share, log", [(0.005, False), (0.02, True)])
+def test_counts_are_logarithmic_when_the_tail_matters(figure_of, share, log):
+    zspec, zphot = catalogue(1000)
+    zphot[: int(1000 * share)] += 3
+    write_table(zspec, zphot)
+    for words, scale in (((), log), (("--log",), True), (("--no-log",), False)):
+        panel = figure_of(*words).axes[1]
+        assert panel.get_yscale() == ("log" if scale else "linear")
+    # On the logarithmic scale there is more of the tail to be seen.
+    wide = figure_of("--log").axes[1].get_xlim()[1]
+    assert wide >= figure_of("--no-log").axes[1].get_xlim()[1]
+
+
+def test_normal_curve_has_the_width_of_the_nmad_and_the_area_of_the_histogram():
+    panel = Figure().add_subplot()
+    zspec, zphot = catalogue(1000)
+    drawn = plot_residual_histogram(panel, zspec, zphot, log=False)
+    x, y = drawn["normal"][0].get_data()
+    _, edges, _ = drawn["histogram"][0].get_data()
+    assert np.sum(y) * (x[1] - x[0]) == pytest.approx(1000 * (edges[1] - edges[0]), rel=1e-3)
+    at_nmad = np.interp(vostrel.point_statistics(zspec, zphot).norm.nmad, x, y)
+    assert at_nmad / y.max() == pytest.approx(np.exp(-0.5), rel=1e-2)
+
+
+def test_running_statistics(figure_of):
+    # Sixteen objects make two bins of eight; their order in the file is mixed.
+    z = np.r_[np.linspace(0, 0.7, 8), np.linspace(1, 1.7, 8)]
+    residual = np.r_[-3, -1, 1, 2, 4, 5, 7, 9, 10, 11, 12, 14, 16, 20, 30, -40] / 100
+    mixed = np.random.default_rng(5).permutation(16)
+    write_table(z[mixed], (z - residual * (1 + z))[mixed])
+    panel = figure_of().axes[2]
+    median = by_gid(panel, "running median")[0].get_xydata()
+    assert median == pytest.approx(np.array([(0.35, 0.03), (1.35, 0.13)]), abs=1e-5)
+    upper, lower = by_gid(panel, "running NMAD")
+    nmad = 1.4826 * np.array([0.035, 0.15])
+    assert upper.get_ydata() == pytest.approx(nmad, abs=1e-5)
+    assert lower.get_ydata() == pytest.approx(-nmad, abs=1e-5)
+
+
+def test_bins_of_equal_count():
+    lines = running(objects_of(*catalogue(10000)))
+    assert list(lines.counts) == [200] * 50
+    zspec, zphot = catalogue(10000)
+    order = np.argsort(zspec)
+    shares = ((zspec - zphot) / (1 + zspec))[order].reshape(50, 200)
+    assert lines.reference == pytest.approx(np.median(zspec[order].reshape(50, 200), axis=1))
+    assert list(lines.median) == list(np.median(shares, axis=1))
+    assert list(lines.nmad) == list(1.4826 * np.median(np.abs(shares), axis=1))
+    # 92 heads or fewer in 200 throws: 14.3 %; 93 or fewer: 17.9 %.
+    ranked = np.sort(shares)
+    assert np.array_equal(lines.median_band, [ranked[:, 92], ranked[:, 107]])
+    ranked = np.sort(np.abs(shares))
+    assert np.array_equal(lines.nmad_band, 1.4826 * np.array([ranked[:, 92], ranked[:, 107]]))
+
+
+@pytest.mark.parametrize("count, low", [(1, 0), (2, 0), (3, 0), (8, 2), (9, 2)])
+def test_bounds_of_a_median_of_few(count, low):
+    """Heads or fewer: 2 of 8 14.5 %, 3 of 8 36.3 %; 2 of 9 9.0 %, 3 of 9 25.4 %; 0 of 3 12.5 %."""
+    zphot = -np.arange(1.0, count + 1)
+    lines = running(objects_of(np.zeros(count), zphot))
+    assert lines.median_band.ravel().tolist() == [low + 1, count - low]
+
+
+def test_bounds_of_a_median_of_many_hold_in_two_thirds_of_samples():
+    norm = np.random.default_rng(3).normal(size=(400, 1001))
+    held = 0
+    for sample in norm:
+        rows = vostrel._core.medians_in_bins(np.zeros(1001), sample, [0.0, 1.0])[1]
+        held += rows[2, 0] < 0 < rows[3, 0]
+    assert 0.6 < held / 400 < 0.77
+
+
+def test_equal_redshifts_share_a_bin():
+    zspec = np.repeat([0.1, 0.2, 0.3], 1000)
+    lines = running(objects_of(zspec, zspec - np.tile([0.01, 0.02], 1500) * (1 + zspec)))
+    assert list(lines.reference) == [0.1, 0.2, 0.3]
+    assert list(lines.counts) == [1000] * 3
+    assert lines.median == pytest.approx(0.015)
+
+
+def test_many_objects_are_a_density(figure_of):
+    zspec, zphot = catalogue(MANY + 1)
+    write_table(zspec, zphot)
+    figure = figure_of()
+    assert len(figure.axes) == 4
+    assert figure.axes[3].get_ylabel() == "objects per cell, both panels"
+    for panel in figure.axes[0], figure.axes[2]:
+        image, = by_gid(panel, "objects")
+        assert image.get_cmap().name == "cividis"
+        assert isinstance(image.norm, LogNorm)
+        assert image.get_array().sum() == MANY + 1
+        assert image.norm.vmax >= image.get_array().max()
+
+
+def test_cells_count_each_object_where_it_lies():
+    x, y = np.array([0, 0.5, 0.5, 2, 1.99]), np.array([0, 0.1, 0.9, 1, 5.0])
+    assert cells(x, y, (0, 2), (0, 1), (2, 4)).tolist() == [
+        [1, 1, 0, 0], [0, 1, 0, 1]]
+
+
+def test_cells_of_more_than_one_piece():
+    count = (1 << 20) + 7
+    assert cells(np.zeros(count), np.zeros(count), (-1, 1), (-1, 1),
+                    (3, 3)).tolist() == [[0, 0, 0], [0, count, 0], [0, 0, 0]]
+
+
+def test_density_of_one_value_can_be_seen(figure_of):
+    write_table([0.5] * 6000, [0.6] * 6000)
+    image, = by_gid(figure_of().axes[0], "objects")
+    assert image.get_array().shape == (27, 27)
+    assert image.get_array().max() == 6000
+
+
+@pytest.mark.parametrize("count", [2000, 6000])
+def test_wild_outliers_do_not_set_the_limits(figure_of, count):
+    zspec, zphot = catalogue(count)
+    zphot[:40] = -99
+    zphot[40:45] = 1e6
+    zspec[50] = 9e9
+    write_table(zspec, zphot)
+    panels = figure_of("--no-log").axes
+    for panel in panels[:3]:
+        assert outside(panel) == ["46 outside"]
+    for limits in (panels[0].get_xlim(), panels[0].get_ylim(), panels[2].get_xlim()):
+        assert -0.5 < limits[0] < 0 and 3 < limits[1] < 6
+    assert panels[0].get_xlim() == panels[0].get_ylim()
+    for limits in panels[1].get_xlim(), panels[2].get_ylim():
+        assert 0.15 < limits[1] < 0.3
+    labels = [t.get_text() for t in panels[1].get_legend().get_texts()]
+    assert [label.partition(" = ")[0] for label in labels] == ["bias", "±σ", "±NMAD", "normal"]
+    assert "=" in labels[0] and "=" in labels[1] and "=" not in labels[2]
+
+
+def test_limits_of_data_that_are_mostly_one_value():
+    values = np.r_[np.full(700, 0.5), 0.3, 0.4, 0.7, 5, 1e6]
+    assert robust_range(values) == (0.3, 0.7)
+    assert robust_range(np.r_[np.full(700, 0.5), 1e6]) == (0.5, 0.5)
+
+
+def test_limits_never_overflow():
+    assert robust_range(np.array([-1e307, 1e307])) == (-1e300, 1e300)
+
+
+def test_tame_data_are_all_in_view(figure_of):
+    write_table(*catalogue(2000))
+    panels = figure_of().axes
+    assert outside(panels[0]) == outside(panels[1]) == outside(panels[2]) == []
+
+
+def test_large_numbers_go_into_the_label(figure_of):
+    zspec, zphot = catalogue(100)
+    write_table(1e10 * zspec, 1e10 * zphot)
+    panel = figure_of().axes[0]
+    assert panel.get_xlabel() == r"$z_{\rm spec}$ / $10^{10}$"
+    format_tick = panel.xaxis.get_major_formatter()
+    assert format_tick(2e10, 0) == "2" and format_tick(-2e10, 0) == "−2"
+
+
+@pytest.mark.parametrize("zspec, zphot", [
+    ([0.5], [0.55]), ([0.5], [0.5]), ([0.5] * 50, [0.6] * 50), ([0], [0]),
+    ([-0.5] * 3, [7] * 3), ([0.3] * 99 + [1e6], [0.3] * 98 + [1e6, 2]),
+    ([1e300, 2e300], [2e300, 1e300]), ([1e-300], [2e-300]),
+    ([1, 2, 3], [1e308, -1e308, 1e308])])
+def test_degenerate_data_give_a_figure(figure_of, zspec, zphot):
+    write_table(zspec, zphot)
+    figure = figure_of()
+    for panel in figure.axes:
+        for low, high in panel.get_xlim(), panel.get_ylim():
+            assert math.isfinite(low) and math.isfinite(high) and low < high
+    assert len(by_gid(figure.axes[0], "objects")[0].get_xydata()) == len(zspec)
+    figure.savefig(io.BytesIO(), format="png", dpi=60)
+
+
+def test_one_object_in_the_middle(figure_of):
+    write("0 0.5 0.55\n")
+    figure = figure_of()
+    low, high = figure.axes[0].get_xlim()
+    assert low < 0.4 and high > 0.65
+    assert note_of(figure) == ["$n$ = 1", "NMAD = 0.0494", "bias = −0.0333", "outliers = 0\u2009%"]
+    assert by_gid(figure.axes[1], "histogram")[0].get_data()[0].sum() == 1
+    assert all(tick == int(tick) for tick in figure.axes[1].get_yticks())
+
+
+# --------------------------------------------------------- what is left out
+
+def test_what_is_not_finite_is_left_out_and_counted(figure_of):
+    write("0 0.5 0.4\n1 nan 1\n2 1 -nan\n3 inf 1\n4 1 -inf\n5 -1 0.3\n6 nan inf\n"
+          "7 1 1.2\n8 inf inf\n9 -1 -1\n")
+    figure = figure_of()
+    points = by_gid(figure.axes[0], "objects")[0].get_xydata()
+    assert points.tolist() == [[0.5, 0.4], [1, 1.2]]
+    assert note_of(figure)[:2] == ["$n$ = 2", "(8 left out)"]
+    assert note_of(figure)[3] == "bias = −0.0167"
+    texts = [text.get_text() for text in by_gid(figure_of("--table"), "numbers")]
+    assert "left out: 3 with NaN, 5 infinite" in texts
+
+
+def test_nothing_left_out_is_not_mentioned(figure_of):
+    write(FOUR)
+    assert not any("left out" in line for line in note_of(figure_of()))
+
+
+def test_file_ends_at_its_first_empty_line(figure_of):
+    write(FOUR + "\nnot read any more\n0 1 2\n")
+    assert len(by_gid(figure_of().axes[0], "objects")[0].get_xydata()) == 4
+
+
+# --------------------------------------------------------- the look of it
+
+
+def seen_texts(figure):
+    """Return every text that is drawn and the box that it takes."""
+    renderer = figure.canvas.get_renderer()
+    figure.draw(renderer)
+    texts = []
+    for text in figure.findobj(match=Text):
+        tick = [a for axes in figure.axes for axis in (axes.xaxis, axes.yaxis)
+                for t in axis.get_major_ticks() + axis.get_minor_ticks()
+                for a in (t.label1, t.label2) if a is text]
+        if tick and not any(text in axis.get_ticklabels(minor=minor)
+                            and within_view(axis, text) for axes in figure.axes
+                            for axis in (axes.xaxis, axes.yaxis)
+                            for minor in (False, True)):
+            continue
+        if text.get_visible() and text.get_text().strip():
+            texts.append((text, text.get_window_extent(renderer)))
+    return texts
+
+
+def within_view(axis, label):
+    """Return whether the tick LABEL of AXIS lies within the axis' limits."""
+    place = label.get_position()[0 if axis.axis_name == "x" else 1]
+    low, high = axis.get_view_interval()
+    return low <= place <= high
+
+
+@pytest.mark.parametrize(
+    "kind, layout, table",
+    [
+        ("points", "page", "--no-table"),
+        ("points", "column", "--table"),
+        ("density", "page", "--table"),
+        ("density", "column", "--no-table"),
+        ("wild", "page", "--no-table"),
+        ("wild", "column", "--table"),
+        ("one", "page", "--no-table"),
+        ("constant", "column", "--no-table"),
+        ("constant density", "page", "--no-table"),
+        ("huge", "column", "--table"),
+        ("large span", "page", "--no-table"),
+        ("tiny residual", "column", "--table"),
+        ("negative", "page", "--no-table"),
+        ("not-a-number", "column", "--table"),
+        ("report", "page", "--table"),
+    ],
+)
+def test_no_text_is_clipped_or_overlaps(figure_of, kind, layout, table):
+    zspec, zphot = catalogue(
+        20000 if kind in ("density", "wild", "constant density") else 1000)
+    words = ["--title", "A title that is long enough to be broken into two lines",
+             "--layout", layout, table]
+    if kind == "wild":
+        zphot[:5000], zspec[5000] = -99, 1e9
+    elif kind == "one":
+        zspec, zphot = [0.5], [0.55]
+    elif kind.startswith("constant"):
+        zspec[:], zphot[:] = 0.5, 0.6
+    elif kind == "huge":
+        zspec, zphot = 1e100 * zspec, -1e100 * zphot
+    elif kind == "large span":
+        zspec, zphot = 9000 + 300 * zspec, 9000 + 300 * zphot
+    elif kind == "tiny residual":
+        zphot = zspec * (1 + 1e-5)
+    elif kind == "negative":
+        zspec, zphot = -1000 * zspec, -1000 * zphot
+    elif kind == "not-a-number":
+        zphot[:300], zphot[300:500] = np.nan, -np.inf
+    elif kind == "report":
+        zspec, zphot = [1] * 4, ZPHOT
+        write(REPORT, "a" * 80)
+        words += ["--report", "a" * 80]
+    write_table(zspec, zphot)
+    check_texts(figure_of(*words))
+
+
+def check_texts(figure):
+    """Check that texts are within the figure, legible, and apart from each other."""
+    width, height = figure.bbox.width, figure.bbox.height
+    texts = seen_texts(figure)
+    assert len(texts) > 30
+    for text, box in texts:
+        assert (box.x0 >= 0 and box.y0 >= 0 and box.x1 <= width
+                and box.y1 <= height), f"clipped: {text}"
+        assert text.get_fontsize() >= 6 or "^" in text.get_text(), text
+    for i, (text, box) in enumerate(texts):
+        for other, place in texts[:i]:
+            across = min(box.x1, place.x1) - max(box.x0, place.x0)
+            down = min(box.y1, place.y1) - max(box.y0, place.y0)
+            assert across <= 1 or down <= 1.5, f"{text} overlaps {other}"
+
+
+# ------------------------------------------------------------- the numbers
+
+
+def test_three_digits():
+    for value, text in (
+        (0.0305899, "0.0306"), (-0.0250888, "−0.0251"), (0.03, "0.0300"), (100.0, "100"),
+        (0.0, "0"), (-0.0, "0"), (12345.0, "1.23×10⁴"), (-2e-7, "−2.00×10⁻⁷"),
+        (math.nan, "NaN"), (-math.inf, "−∞"), (4.35, "4.35"),
+    ):
+        assert three_digits(value) == text
+    assert percent(3.15) == "3.15\u2009%"
+    assert at_point("−1.23×10⁴") == ("−1", ".23×10⁴")
+    assert at_point("100\u2009%") == ("100", "\u2009%")
+    assert at_point("0") == ("0", "")
+
+
+def test_table_aligns_the_decimal_points(figure_of):
+    write(FOUR)
+    write(REPORT, "report.txt")
+    texts = by_gid(figure_of("--table", "--report", "report.txt"), "numbers")
+    cells_ = {}
+    for text in texts:
+        x, y = text.get_position()
+        cells_.setdefault(round(y, 6), []).append((x, text.get_ha(), text.get_text()))
+    (sigma,) = [row for row in cells_.values() if any(cell[2] == "σ" for cell in row)]
+    numbers = [cell for cell in sigma if cell[1] == "right" or cell[2].startswith(".")]
+    assert [text for _, _, text in numbers] == ["0", ".335", "0", ".168", "50", ".0\u2009%",
+                                                "50", ".0\u2009%"]
+    whole = {x for row in cells_.values() for x, ha, text in row if ha == "right"}
+    assert len(whole) == 4, "each column has one place for its points"
+    assert texts[-1].get_text() == "numbers of the report report.txt"
+    assert by_gid(figure_of("--table"), "note") == []
+
+
+# ------------------------------------------------------------- from Python
+
+
+def test_sizes():
+    zspec, zphot = catalogue(6000)
+    for layout, width, highest in (("page", 7.1, 5.0), ("column", 3.45, 7.0)):
+        for table in (False, True):
+            figure = diagnostic_figure(zspec, zphot, layout=layout, table=table,
+                                       title="word " * 20)
+            assert figure.get_figwidth() == width
+            assert figure.get_figheight() <= highest
+    figure = Figure(figsize=(5, 4))
+    assert diagnostic_figure(zspec, zphot, figure=figure) is figure
+    assert tuple(figure.get_size_inches()) == (5, 4)
+
+
+def test_a_part_of_a_figure_can_be_drawn_on():
+    figure = Figure(figsize=(8, 4))
+    left, right = figure.subfigures(1, 2)
+    diagnostic_figure(*catalogue(100), figure=left, layout="column", panels=["histogram"])
+    compare_figure({"one": catalogue(100)[1]}, catalogue(100)[0], figure=right)
+    assert len(left.axes) == 1 and len(right.axes) == 3
+    figure.savefig(io.BytesIO(), format="png", dpi=60)
+
+
+def test_panels_can_be_chosen():
+    zspec, zphot = catalogue(100)
+    for panels in (["estimates"], ["histogram"], ["residuals"], ["residuals", "estimates"]):
+        for layout in ("page", "column"):
+            figure = diagnostic_figure(zspec, zphot, panels=panels, layout=layout)
+            assert len(figure.axes) == len(panels)
+            figure.savefig(io.BytesIO(), format="png", dpi=40)
+    for wrong in ([], ["nothing"], ["histogram", "histogram"]):
+        with pytest.raises(ValueError, match="panels must be some of"):
+            diagnostic_figure(zspec, zphot, panels=wrong)
+    with pytest.raises(ValueError, match="layout must be"):
+        diagnostic_figure(zspec, zphot, layout="poster")
+
+
+def test_panels_on_axes_of_the_caller_change_no_settings():
+    zspec, zphot = catalogue(50)
+    before = dict(matplotlib.rcParams)
+    axes = Figure().subplots(3)
+    drawn = plot_estimates(axes[0], zspec, zphot, color="red", note=False, legend=False)
+    assert drawn["objects"][0].get_color() == "red"
+    assert axes[0].get_legend() is None and by_gid(axes[0], "note") == []
+    drawn = plot_residual_histogram(axes[1], zspec, zphot, facecolor="blue")
+    assert drawn["histogram"][0].get_facecolor() == (0, 0, 1, 1)
+    drawn = plot_residuals(axes[2], zspec, zphot, marker="x", fontsize=5)
+    assert drawn["objects"][0].get_marker() == "x"
+    assert axes[2].get_legend().get_texts()[0].get_fontsize() == 5
+    diagnostic_figure(zspec, zphot)
+    assert dict(matplotlib.rcParams) == before
+
+
+def test_masked_entries_and_nan_are_left_out():
+    reference = np.ma.array([0.5, 1.0, 2.0, 3.0], mask=[False, True, False, False])
+    figure = diagnostic_figure(reference, [0.4, 1.0, np.nan, 3.5])
+    assert by_gid(figure, "objects")[0].get_xydata().tolist() == [[0.5, 0.4], [3, 3.5]]
+    with pytest.raises(ValueError, match="no objects with finite values"):
+        diagnostic_figure([np.nan], [1.0])
+    with pytest.raises(ValueError, match="differ in length"):
+        diagnostic_figure([1.0, 2.0], [1.0])
+
+
+def test_numbers_of_the_caller_are_shown():
+    zspec, zphot = catalogue(100)
+    other = vostrel.point_statistics(zspec, zphot + 0.5)
+    lines = note_of(diagnostic_figure(zspec, zphot, statistics=other))
+    assert lines[1] == f"NMAD = {three_digits(other.norm.nmad)}"
+
+
+def test_labels_of_other_quantities(figure_of):
+    write(FOUR)
+    panels = figure_of("--labels", "dose", "predicted $5").axes
+    assert panels[0].get_xlabel() == "dose" and panels[0].get_ylabel() == r"predicted \$5"
+    assert panels[1].get_xlabel() == r"$\Delta$ / (1 + dose)"
+    panels = figure_of("--labels", "a reference with a long name", "b").axes
+    assert panels[2].get_ylabel() == "normalized residual"
+
+
+# ------------------------------------------------------------- several estimators
+
+
+def test_comparison(figure_of):
+    zspec, zphot = catalogue(2000)
+    write_table(zspec, zphot, "a")
+    write_table(zspec, 2 * zphot - zspec, "b")
+    figure = figure_of("--compare", "one=a", "two=b")
+    medians, nmads, histograms = figure.axes
+    for axes, name in ((medians, "median"), (nmads, "nmad")):
+        one, two = by_gid(axes, "running")
+        assert (one.get_label(), two.get_label()) == ("one", "two")
+        lines = running(objects_of(*_rounded(zspec, zphot)))
+        assert one.get_ydata() == pytest.approx(getattr(lines, name))
+        assert one.get_linestyle() != two.get_linestyle()
+        assert len(by_gid(axes, "band")) == 2
+    assert [h.get_data()[0].sum() for h in by_gid(histograms, "histogram")] == [2000, 2000]
+    texts = [text.get_text() for text in by_gid(figure, "numbers")]
+    assert texts[:5] == ["$n$", "NMAD", "bias", "outliers", "one"]
+    assert "2,000" in texts and "two" in texts
+    assert by_gid(figure_of("--compare", "one=a", "--no-table"), "numbers") == []
+
+
+def _rounded(*columns):
+    """Return the columns with the six digits of a file."""
+    return [np.array([float(f"{value:g}") for value in column]) for column in columns]
+
+
+@pytest.mark.parametrize("layout", ["page", "column"])
+def test_comparison_hides_nothing(layout):
+    zspec, zphot = catalogue(3000)
+    estimates = {f"estimator {i}": zphot + 0.02 * i * (1 + zspec) for i in range(8)}
+    figure = compare_figure(estimates, zspec, layout=layout, title="A title")
+    check_texts(figure)
+    with pytest.raises(ValueError, match="1 to 8 estimators"):
+        compare_figure({}, zspec)
