@@ -3,7 +3,11 @@
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 #include <utility>
+
+#include "statistics/bytes.h"
 
 namespace vostrel {
 
@@ -84,14 +88,80 @@ void BinnedPasses::hand_over(std::size_t bin) {
   waiting.count = 0;
 }
 
+void BinnedPasses::hand_over_all() {
+  for (std::size_t bin = 0; bin < passes_.size(); ++bin) hand_over(bin);
+}
+
 bool BinnedPasses::end_pass() {
-  bool another = false;
-  for (std::size_t bin = 0; bin < passes_.size(); ++bin) {
-    hand_over(bin);
-    if (passes_[bin].needs_another_pass()) another |= passes_[bin].end_pass();
+  hand_over_all();
+  for (Passes& passes : passes_) {
+    if (passes.needs_another_pass()) passes.end_pass();
   }
   first_pass_ = false;
-  return another;
+  return needs_another_pass();
+}
+
+bool BinnedPasses::needs_another_pass() const {
+  return std::any_of(passes_.begin(), passes_.end(),
+                     [](const Passes& passes) { return passes.needs_another_pass(); });
+}
+
+std::uint64_t BinnedPasses::size() const {
+  std::uint64_t size = outside_;
+  for (const Passes& passes : passes_) size += passes.size();
+  if (first_pass_) {
+    for (const Waiting& waiting : waiting_) size += waiting.count;
+  }
+  return size;
+}
+
+BinnedPasses BinnedPasses::fresh() const {
+  BinnedPasses fresh(bins_, Sums::kExact);
+  for (std::size_t bin = 0; bin < passes_.size(); ++bin) {
+    const Passes& passes = passes_[bin];
+    fresh.passes_[bin] = passes.needs_another_pass() ? passes.fresh() : passes;
+  }
+  fresh.first_pass_ = first_pass_;
+  if (!first_pass_) fresh.outside_ = outside_;
+  return fresh;
+}
+
+void BinnedPasses::merge(const BinnedPasses& other) {
+  if (other.bins_.edges() != bins_.edges() || other.first_pass_ != first_pass_) {
+    throw std::invalid_argument("these states have other bins or are not in the same pass");
+  }
+  for (std::size_t bin = 0; bin < passes_.size(); ++bin) {
+    Passes& passes = passes_[bin];
+    if (!passes.needs_another_pass()) continue;
+    const Waiting& waiting = other.waiting_[bin];
+    passes.merge(other.passes_[bin]);
+    passes.add({waiting.reference.data(), waiting.count}, {waiting.estimate.data(), waiting.count});
+  }
+  if (first_pass_) outside_ += other.outside_;
+}
+
+std::string BinnedPasses::to_bytes() const {
+  BinnedPasses whole(*this);
+  whole.hand_over_all();
+  ByteWriter writer;
+  writer.integer(bins_.edges().size());
+  for (const double edge : bins_.edges()) writer.number(edge);
+  writer.integer(first_pass_);
+  writer.integer(outside_);
+  for (const Passes& passes : whole.passes_) writer.text(passes.to_bytes());
+  return writer.take();
+}
+
+BinnedPasses BinnedPasses::from_bytes(std::string_view bytes) {
+  ByteReader reader(bytes);
+  std::vector<double> edges(reader.count());
+  for (double& edge : edges) edge = reader.number();
+  BinnedPasses passes(Bins(std::move(edges)), Sums::kExact);
+  passes.first_pass_ = reader.index(2) != 0;
+  passes.outside_ = reader.integer();
+  for (Passes& part : passes.passes_) part = Passes::from_bytes(reader.text());
+  reader.require(reader.at_end());
+  return passes;
 }
 
 std::vector<PointStatistics> BinnedPasses::results() const {

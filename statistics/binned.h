@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "statistics/passes.h"
@@ -30,6 +32,8 @@ class Bins {
 
   std::size_t size() const { return edges_.size() - 1; }
 
+  const std::vector<double>& edges() const { return edges_; }
+
  private:
   std::vector<double> edges_;
   double scale_;  // bins per unit of the value if all are equally wide, else 0
@@ -48,16 +52,30 @@ class BinnedPasses {
   /// @param sums  how the sums of each bin are taken.
   BinnedPasses(Bins bins, Sums sums);
 
+  const Bins& bins() const { return bins_; }
+
   /// Adds a block: the objects, and the quantity that they are binned by. All passes must see the
-  /// same objects in the same order.
+  /// same objects, with sums in order in the same order.
   /// @throws std::invalid_argument when the arrays differ in length.
   void add(std::span<const double> reference, std::span<const double> estimate,
            std::span<const double> by);
 
   /// Ends the pass.
-  /// @return whether another pass is needed.
+  /// @return needs_another_pass().
   /// @throws std::invalid_argument when this pass had other objects than the first.
   bool end_pass();
+
+  /// Whether the data are needed once more. True for a fresh object.
+  bool needs_another_pass() const;
+
+  /// The number of objects, in bins or not: so far in the first pass, and in all from then on.
+  std::uint64_t size() const;
+
+  /// As those of Passes, for exact sums.
+  BinnedPasses fresh() const;
+  void merge(const BinnedPasses& other);
+  std::string to_bytes() const;
+  static BinnedPasses from_bytes(std::string_view bytes);
 
   /// The statistics of each bin, when no other pass is needed: bit for bit those of the bin's
   /// objects alone, in their order.
@@ -75,6 +93,7 @@ class BinnedPasses {
   };
 
   void hand_over(std::size_t bin);
+  void hand_over_all();
 
   Bins bins_;
   std::size_t room_;

@@ -24,6 +24,10 @@ class ByteWriter {
     auto bits = std::bit_cast<std::uint64_t>(value);
     for (int i = 0; i < 8; ++i, bits >>= 8) bytes_.push_back(static_cast<char>(bits));
   }
+  void text(std::string_view text) {
+    integer(text.size());
+    bytes_ += text;
+  }
   std::string take() { return std::move(bytes_); }
 
  private:
@@ -57,6 +61,12 @@ class ByteReader {
     std::uint64_t bits = 0;
     for (int i = 0; i < 8; ++i) bits |= std::uint64_t{byte()} << (8 * i);
     return std::bit_cast<double>(bits);
+  }
+  std::string_view text() {
+    const std::size_t size = count();
+    const std::string_view text = bytes_.substr(0, size);
+    bytes_.remove_prefix(size);
+    return text;
   }
   bool at_end() const { return bytes_.empty(); }
 

@@ -241,9 +241,11 @@ void Distribution::guess_distances(Middle& middle, double center, double uncerta
 
 // Brackets for the values at distances from `low` to `high`, a few roundings wider.
 void Distribution::bracket_distances(Place& place, double center, double low, double high) {
-  const double slack = 4 * std::numeric_limits<double>::epsilon() * (std::fabs(center) + high);
-  low -= slack;
-  high += slack;
+  constexpr double kRoundings = 4 * std::numeric_limits<double>::epsilon();
+  const auto slack = [&](double d) { return kRoundings * d + kRoundings * std::fabs(center); };
+  low = std::min(low, std::numeric_limits<double>::max());  // a finite value may be as far as that
+  low -= slack(low);
+  high += slack(high);
   if (low > 0 && center - low < center + low) {
     place.left = add_bracket(center - high, center - low);
     place.right = add_bracket(center + low, center + high);

@@ -3,7 +3,6 @@
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
-#include <pybind11/stl.h>
 
 #include <cmath>
 #include <cstddef>
@@ -15,8 +14,9 @@
 #include <vector>
 
 #include "python/src/bootstrap.h"
+#include "python/src/calls.h"
+#include "python/src/passes.h"
 #include "python/src/plot.h"
-#include "python/src/rows.h"
 #include "statistics/binned.h"
 #include "statistics/lsst.h"
 #include "statistics/passes.h"
@@ -30,97 +30,7 @@ namespace vostrel::python {
 
 namespace {
 
-// How many objects are worked on before a look whether the user has pressed Ctrl-C: some ten
-// milliseconds.
-constexpr std::size_t kObjectsUntilLook = std::size_t{1} << 20;
-
-// Requires that the GIL is released.
-void look_for_signals() {
-  const py::gil_scoped_acquire hold;
-  if (PyErr_CheckSignals() != 0) throw py::error_already_set();
-}
-
-// One pass: calls use(block) for each block.
-template <class Use>
-void for_each_block(Rows& rows, Use use) {
-  rows.rewind();
-  std::size_t since_look = 0;
-  while (rows.next()) {
-    use(rows.block());
-    since_look += Rows::kBlock;
-    if (since_look >= kObjectsUntilLook) {
-      look_for_signals();
-      since_look = 0;
-    }
-  }
-}
-
-// Takes the objects with NaN out of a block.
-class NanFilter {
- public:
-  /// Calls left_out(by) for each object with NaN in reference or estimate.
-  template <class LeftOut>
-  Block operator()(const Block& block, LeftOut left_out) {
-    std::size_t kept = 0;
-    for (std::size_t i = 0; i < block.by.size(); ++i) {
-      if (std::isnan(block.reference[i]) || std::isnan(block.estimate[i])) {
-        left_out(block.by[i]);
-      } else if (!std::isnan(block.by[i])) {
-        reference_[kept] = block.reference[i];
-        estimate_[kept] = block.estimate[i];
-        by_[kept++] = block.by[i];
-      }
-    }
-    return {{reference_.data(), kept}, {estimate_.data(), kept}, {by_.data(), kept}};
-  }
-
- private:
-  std::vector<double> reference_ = std::vector<double>(Rows::kBlock);
-  std::vector<double> estimate_ = std::vector<double>(Rows::kBlock);
-  std::vector<double> by_ = std::vector<double>(Rows::kBlock);
-};
-
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-
-// The arrays must outlive the column: the caller's list holds them.
-Column column_of(const py::array& values) {
-  if (values.ndim() != 1) throw py::value_error("an array must have one dimension");
-  const py::dtype type = values.dtype();
-  const bool swapped = !type.attr("isnative").cast<bool>();
-  return {static_cast<const char*>(values.data()), values.strides(0), type.kind(),
-          static_cast<std::size_t>(type.itemsize()), swapped};
-}
-
-using Arrays = std::vector<py::array>;
-
-Rows rows_of(const Arrays& columns, const Arrays& masks, bool omit_nan) {
-  const auto size = columns.at(0).size();
-  const auto check = [size](const py::array& array) {
-    if (array.ndim() != 1 || array.size() != size) {
-      throw py::value_error("arrays must have one dimension and one length");
-    }
-  };
-  std::vector<Column> parts;
-  for (const py::array& values : columns) {
-    check(values);
-    parts.push_back(column_of(values));
-  }
-  std::vector<Mask> conditions;
-  for (const py::array& mask : masks) {
-    check(mask);
-    if (mask.dtype().kind() != 'b') throw py::type_error("a mask must hold truth values");
-    conditions.push_back({static_cast<const char*>(mask.data()), mask.strides(0)});
-  }
-  return {static_cast<std::size_t>(size), std::move(parts), std::move(conditions), omit_nan};
-}
-
-py::tuple tuple_of(const ResidualStatistics& statistics) {
-  py::tuple result(kStatistics.size());
-  for (std::size_t i = 0; i < kStatistics.size(); ++i) {
-    result[i] = statistics.*kStatistics[i].member;
-  }
-  return result;
-}
 
 // Goes over the rows as often as it takes. Stops when there is a NaN that is not allowed.
 // Requires that the GIL is released.
@@ -212,28 +122,14 @@ py::tuple compute_binned_statistics(const Arrays& columns, const Arrays& masks, 
   Rows rows = rows_of(columns, masks, false);
   const bool by_reference = columns.size() == 2;
   const Bins bins(std::move(edges));
-  std::vector<std::uint64_t> nan_counts(bins.size());
+  std::vector<std::uint64_t> nan_counts;
   std::vector<PointStatistics> statistics;
   std::uint64_t outside = 0;
   {
     const py::gil_scoped_release release;
     BinnedPasses passes(bins, Sums::kInOrder);
-    NanFilter filter;
-    bool first_pass = true;
     do {
-      std::size_t nan_before = 0;
-      for_each_block(rows, [&](Block block) {
-        if (by_reference) block.by = block.reference;
-        if (rows.nan() != nan_before) {
-          nan_before = rows.nan();
-          block = filter(block, [&](double by) {
-            const std::size_t bin = bins(by);
-            if (first_pass && bin != Bins::kOutside) ++nan_counts[bin];
-          });
-        }
-        passes.add(block.reference, block.estimate, block.by);
-      });
-      first_pass = false;
+      nan_counts = add_to_bins(passes, rows, by_reference);
     } while (passes.end_pass());
     statistics = passes.results();
     outside = passes.outside();
@@ -309,4 +205,5 @@ PYBIND11_MODULE(_core, module) {
   module.def("survey", survey, columns, masks, omit_nan);
   module.def("order_values", order_values, columns, masks, py::arg("n"), py::arg("ranks"));
   add_bootstrap(module);
+  define_passes(module);
 }

@@ -11,10 +11,15 @@ instead of files.
 0.086485
 """
 
+import importlib
+from types import ModuleType
+
 from vostrel._binned import binned_statistics
 from vostrel._bootstrap import BootstrapDifference, bootstrap, bootstrap_difference
+from vostrel._chunked import chunked_binned_statistics, chunked_statistics
 from vostrel._core import VERSION as __version__
 from vostrel._lsst import lsst_metrics
+from vostrel._passes import Passes
 from vostrel._point import point_statistics
 from vostrel._report import read_report
 from vostrel._results import (
@@ -32,6 +37,7 @@ __all__ = [
     "BootstrapDifference",
     "Estimate",
     "LsstMetrics",
+    "Passes",
     "PointStatistics",
     "Residuals",
     "UncertainResiduals",
@@ -40,8 +46,17 @@ __all__ = [
     "binned_statistics",
     "bootstrap",
     "bootstrap_difference",
+    "chunked_binned_statistics",
+    "chunked_statistics",
     "lsst_metrics",
     "point_statistics",
     "read_report",
     "uncertainties",
 ]
+
+
+def __getattr__(name: str) -> ModuleType:
+    """Import the modules that need other packages when they are first used."""
+    if name in ("dask", "mpi"):
+        return importlib.import_module(f"vostrel.{name}")
+    raise AttributeError(f"module 'vostrel' has no attribute {name!r}")

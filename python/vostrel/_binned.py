@@ -121,6 +121,19 @@ def binned_statistics(
     )
 
 
+def fixed_edges(bins: Any, range: Optional[tuple[float, float]]) -> NDArray[np.float64]:
+    """Return the edges of bins that don't depend on the data."""
+    kind, value = _read_bins(bins)
+    if kind == "edges" and range is not None:
+        raise ValueError("range goes with a number of bins; edges have their own")
+    if kind == "edges":
+        edges: NDArray[np.float64] = value
+        return edges
+    if kind == "width" and range is not None:
+        return _equal_widths(math.inf, -math.inf, value, range)
+    raise ValueError("chunks need fixed bins: pass edges, or a number of bins and range")
+
+
 def _read_bins(bins: Any) -> tuple[str, Any]:
     """Return "width" or "count" and the number of bins, or "edges" and the edges."""
     if isinstance(bins, tuple) and len(bins) == 2 and isinstance(bins[0], str):

@@ -272,6 +272,19 @@ TEST(ExactPasses, HaveNoMediansOfNaN) {
   EXPECT_EQ(s.delta.outliers_015, 1.0 / 3 * 100);
 }
 
+TEST(ExactPasses, FindInfiniteDistancesAmongFiniteOnes) {
+  const double infinity = std::numeric_limits<double>::infinity();
+  Values residuals(20000, infinity);
+  for (std::size_t i = 0; i < 9000; ++i) residuals[i] = i % 2 == 0 ? 0 : 8e307;
+  for (std::size_t i = 9000; i < 14000; ++i) residuals[i] = -infinity;
+  vostrel::Passes passes(vostrel::Sums::kExact);
+  do {
+    passes.add(residuals, Values(residuals.size()));
+  } while (passes.end_pass());
+  EXPECT_EQ(passes.result().delta.mad, infinity);
+  EXPECT_EQ(passes.result().delta.mad_delta, infinity);
+}
+
 TEST(ExactPasses, RefuseStatesOfAnotherPassAndOtherBytes) {
   Random random(1);
   const Data data = drawn(random, 20000, 0);

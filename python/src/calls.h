@@ -1,0 +1,48 @@
+// What the bound functions share: NumPy's arrays as rows, numbers as tuples, and Ctrl-C.
+
+#ifndef VOSTREL_PYTHON_SRC_CALLS_H
+#define VOSTREL_PYTHON_SRC_CALLS_H
+
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cstddef>
+#include <vector>
+
+#include "python/src/rows.h"
+#include "statistics/statistics.h"
+
+namespace vostrel::python {
+
+using Arrays = std::vector<pybind11::array>;
+
+/// The objects of columns and masks of one length. The arrays must outlive them.
+Rows rows_of(const Arrays& columns, const Arrays& masks, bool omit_nan);
+
+/// The eleven numbers in the order of kStatistics.
+pybind11::tuple tuple_of(const ResidualStatistics& statistics);
+
+/// Throws what Python raises when the user has pressed Ctrl-C. Requires that the GIL is released.
+void look_for_signals();
+
+/// One pass: calls use(block) for each block. Requires that the GIL is released.
+template <class Use>
+void for_each_block(Rows& rows, Use use) {
+  // Some ten milliseconds.
+  constexpr std::size_t kObjectsUntilLook = std::size_t{1} << 20;
+  rows.rewind();
+  std::size_t since_look = 0;
+  while (rows.next()) {
+    use(rows.block());
+    since_look += Rows::kBlock;
+    if (since_look >= kObjectsUntilLook) {
+      look_for_signals();
+      since_look = 0;
+    }
+  }
+}
+
+}  // namespace vostrel::python
+
+#endif  // VOSTREL_PYTHON_SRC_CALLS_H

@@ -1,0 +1,149 @@
+#include "python/src/passes.h"
+
+#include <pybind11/stl.h>
+
+#include <cmath>
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "python/src/calls.h"
+#include "statistics/binned.h"
+#include "statistics/passes.h"
+
+namespace py = pybind11;
+
+namespace vostrel::python {
+
+namespace {
+
+// Takes the objects with NaN out of a block.
+class NanFilter {
+ public:
+  // Calls left_out(by) for each object with NaN in reference or estimate.
+  template <class LeftOut>
+  Block operator()(const Block& block, LeftOut left_out) {
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < block.by.size(); ++i) {
+      if (std::isnan(block.reference[i]) || std::isnan(block.estimate[i])) {
+        left_out(block.by[i]);
+      } else if (!std::isnan(block.by[i])) {
+        reference_[kept] = block.reference[i];
+        estimate_[kept] = block.estimate[i];
+        by_[kept++] = block.by[i];
+      }
+    }
+    return {{reference_.data(), kept}, {estimate_.data(), kept}, {by_.data(), kept}};
+  }
+
+ private:
+  std::vector<double> reference_ = std::vector<double>(Rows::kBlock);
+  std::vector<double> estimate_ = std::vector<double>(Rows::kBlock);
+  std::vector<double> by_ = std::vector<double>(Rows::kBlock);
+};
+
+// What was left out of a chunk: n_masked, n_nan, and for bins the objects with NaN in each.
+using LeftOut = std::vector<std::uint64_t>;
+
+LeftOut add(Passes& passes, const Arrays& columns, const Arrays& masks) {
+  Rows rows = rows_of(columns, masks, true);
+  const py::gil_scoped_release release;
+  for_each_block(rows, [&](const Block& block) { passes.add(block.reference, block.estimate); });
+  return {rows.masked(), rows.nan()};
+}
+
+LeftOut add_binned(BinnedPasses& passes, const Arrays& columns, const Arrays& masks) {
+  Rows rows = rows_of(columns, masks, false);
+  const py::gil_scoped_release release;
+  LeftOut left_out = add_to_bins(passes, rows, columns.size() == 2);
+  left_out.insert(left_out.begin(), {rows.masked(), rows.nan()});
+  return left_out;
+}
+
+py::tuple count_and_numbers(const PointStatistics& statistics) {
+  return py::make_tuple(statistics.n, tuple_of(statistics.delta), tuple_of(statistics.norm));
+}
+
+py::tuple result(const Passes& passes) {
+  PointStatistics statistics;
+  {
+    const py::gil_scoped_release release;
+    statistics = passes.result();
+  }
+  return count_and_numbers(statistics);
+}
+
+py::list results(const BinnedPasses& passes) {
+  std::vector<PointStatistics> statistics;
+  {
+    const py::gil_scoped_release release;
+    statistics = passes.results();
+  }
+  py::list list;
+  for (const PointStatistics& bin : statistics) list.append(count_and_numbers(bin));
+  return list;
+}
+
+template <class SomePasses>
+py::bytes to_bytes(const SomePasses& passes) {
+  return py::bytes(passes.to_bytes());
+}
+
+template <class SomePasses>
+SomePasses from_bytes(const py::bytes& bytes) {
+  return SomePasses::from_bytes(static_cast<std::string_view>(bytes));
+}
+
+// What both kinds of passes have.
+template <class SomePasses>
+py::class_<SomePasses> define(py::module_& module, const char* name) {
+  using WithoutGil = py::call_guard<py::gil_scoped_release>;
+  return py::class_<SomePasses>(module, name)
+      .def("merge", &SomePasses::merge, py::arg("other"), WithoutGil())
+      .def("end_pass", &SomePasses::end_pass, WithoutGil())
+      .def("needs_another_pass", &SomePasses::needs_another_pass)
+      .def("fresh", &SomePasses::fresh, WithoutGil())
+      .def("size", &SomePasses::size)
+      .def("to_bytes", to_bytes<SomePasses>)
+      .def_static("from_bytes", from_bytes<SomePasses>, py::arg("bytes"));
+}
+
+}  // namespace
+
+std::vector<std::uint64_t> add_to_bins(BinnedPasses& passes, Rows& rows, bool by_reference) {
+  std::vector<std::uint64_t> nan_counts(passes.bins().size());
+  NanFilter filter;
+  std::size_t nan_before = 0;
+  for_each_block(rows, [&](Block block) {
+    if (by_reference) block.by = block.reference;
+    if (rows.nan() != nan_before) {
+      nan_before = rows.nan();
+      block = filter(block, [&](double by) {
+        const std::size_t bin = passes.bins()(by);
+        if (bin != Bins::kOutside) ++nan_counts[bin];
+      });
+    }
+    passes.add(block.reference, block.estimate, block.by);
+  });
+  return nan_counts;
+}
+
+void define_passes(py::module_& module) {
+  define<Passes>(module, "Passes")
+      .def(py::init([] { return Passes(Sums::kExact); }))
+      .def("add", add, py::arg("columns"), py::arg("masks"))
+      .def("result", result);
+  define<BinnedPasses>(module, "BinnedPasses")
+      .def(py::init([](std::vector<double> edges) {
+             return BinnedPasses(Bins(std::move(edges)), Sums::kExact);
+           }),
+           py::arg("edges"))
+      .def("add", add_binned, py::arg("columns"), py::arg("masks"))
+      .def("edges", [](const BinnedPasses& passes) { return passes.bins().edges(); })
+      .def("outside", &BinnedPasses::outside)
+      .def("results", results);
+}
+
+}  // namespace vostrel::python

@@ -1,0 +1,25 @@
+// vostrel._core.Passes and BinnedPasses, which classes of Python are made around.
+
+#ifndef VOSTREL_PYTHON_SRC_PASSES_H
+#define VOSTREL_PYTHON_SRC_PASSES_H
+
+#include <pybind11/pybind11.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "python/src/rows.h"
+#include "statistics/binned.h"
+
+namespace vostrel::python {
+
+/// Adds all rows, those with NaN left out. They are binned by the third column, or by the
+/// reference. Returns for each bin how many objects have NaN in reference or estimate. Requires
+/// that the GIL is released.
+std::vector<std::uint64_t> add_to_bins(BinnedPasses& passes, Rows& rows, bool by_reference);
+
+void define_passes(pybind11::module_& module);
+
+}  // namespace vostrel::python
+
+#endif  // VOSTREL_PYTHON_SRC_PASSES_H

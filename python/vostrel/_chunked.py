@@ -1,0 +1,226 @@
+"""Statistics of chunks that are gone over several times, in this process."""
+
+from __future__ import annotations
+
+from collections.abc import Iterable, Iterator, Sized
+from contextlib import closing
+from typing import Any, Callable, Optional, Union
+
+from vostrel._passes import BinnedPasses, ChunkNanPolicy, Passes
+from vostrel._results import BinnedStatistics, PointStatistics
+
+#: Tuples of arrays, or a function that gives them anew.
+Chunks = Union[Iterable[Any], Callable[[], Iterable[Any]]]
+
+#: Called with the number of the pass, the number of chunks done in it, and of all or None.
+Progress = Callable[[int, int, Optional[int]], object]
+
+
+def chunked_statistics(
+    chunks: Chunks,
+    nan_policy: ChunkNanPolicy = "raise",
+    progress: Union[bool, Progress] = False,
+) -> PointStatistics:
+    """Judge estimates that come in chunks, such as parts of a file.
+
+    Parameters
+    ----------
+    chunks : iterable, or function that returns one
+        Gives tuples ``(reference, estimate)`` or ``(reference, estimate,
+        mask)`` of arrays as `point_statistics` takes them. Empty chunks are
+        fine. The chunks are gone over twice, or more often for hard data: an
+        iterable must start anew each time, as a list does, and a function is
+        called for each pass. All passes must see the same objects, in any
+        order.
+    nan_policy : {"raise", "omit"}
+        What to do about objects with NaN that are not masked: raise a
+        ValueError at the end of the first pass, or leave them out.
+        Infinities are numbers.
+    progress : bool or function
+        True shows a bar for each pass, by tqdm. A function is called after
+        each chunk as ``progress(number, done, total)``: the number of the
+        pass, counted from 1; how many of its chunks are done; how many there
+        are, or None when that is not known.
+
+    Returns
+    -------
+    PointStatistics
+        The same to the last bit, however the objects are cut into chunks and
+        ordered. Medians, MADs and outliers beyond 0.15 have the bits of
+        `point_statistics`. Bias, sigma and RMS are rounded once and differ
+        from its sums in order by about 1e-13.
+
+    Raises
+    ------
+    ValueError
+        As `point_statistics`; and when a pass has another number of objects
+        than the first.
+    TypeError
+        As `point_statistics`; when `chunks` can be gone over only once, or a
+        chunk is no such tuple.
+    ImportError
+        When tqdm is needed and not installed.
+
+    Notes
+    -----
+    Memory is needed for a chunk and a few megabytes.
+
+    Examples
+    --------
+    >>> import vostrel
+    >>> s = vostrel.chunked_statistics([([0.5, 1.0], [0.4, 1.1]), ([1.5, 2.0], [1.4, 2.3])])
+    >>> s.n, round(s.norm.nmad, 6)
+    (4, 0.086485)
+    """
+    result: PointStatistics = go_over(Passes(nan_policy), chunks, progress)
+    return result
+
+
+def chunked_binned_statistics(
+    chunks: Chunks,
+    bins: Union[int, Any],
+    range: Optional[tuple[float, float]] = None,
+    nan_policy: ChunkNanPolicy = "raise",
+    progress: Union[bool, Progress] = False,
+) -> BinnedStatistics:
+    """Judge estimates that come in chunks, in bins of some quantity.
+
+    Parameters
+    ----------
+    chunks : iterable, or function that returns one
+        As for `chunked_statistics`, of tuples ``(reference, estimate)``,
+        ``(reference, estimate, by)`` or ``(reference, estimate, by, mask)``
+        as `binned_statistics` takes them. Without `by`, or where it is None,
+        the objects are binned by the reference.
+    bins : array_like of float, shape (k + 1,), or int
+        The edges, each greater than the one before; or a number of bins of
+        equal width, which needs `range`.
+    range : (float, float), optional
+        The lower and upper end of a number of bins.
+    nan_policy : {"raise", "omit"}
+        As for `chunked_statistics`. An object whose `by` is NaN is in no bin.
+    progress : bool or function
+        As for `chunked_statistics`.
+
+    Returns
+    -------
+    BinnedStatistics
+        With the same objects in each bin as `binned_statistics` has, and the
+        numbers of `chunked_statistics` over them.
+
+    Raises
+    ------
+    ValueError
+        As `chunked_statistics`; and when edges don't increase, or bins would
+        depend on the data.
+    TypeError, ImportError
+        As `chunked_statistics`.
+
+    Notes
+    -----
+    Memory is needed for a chunk, and up to a few megabytes for each bin.
+
+    Examples
+    --------
+    >>> import vostrel
+    >>> chunks = [([0.5, 1.0], [0.4, 1.1]), ([1.5, 2.0], [1.4, 2.3])]
+    >>> b = vostrel.chunked_binned_statistics(chunks, bins=[0, 1, 2])
+    >>> b.counts
+    array([1, 3], dtype=uint64)
+    """
+    result: BinnedStatistics = go_over(BinnedPasses(bins, range, nan_policy), chunks, progress)
+    return result
+
+
+class Report:
+    """Tells of the progress in one pass."""
+
+    def __init__(self, progress: Union[bool, Progress], number: int, total: Optional[int]) -> None:
+        self._progress = progress
+        self._number = number
+        self._total = total
+        self._bar: Any = None
+        if progress is True:
+            self._bar = import_tqdm().tqdm(total=total, desc=f"pass {number}", unit="chunk")
+
+    def __call__(self, done: int) -> None:
+        """Tell that another chunk is done, so many in all."""
+        if self._bar is not None:
+            self._bar.update()
+        elif callable(self._progress):
+            self._progress(self._number, done, self._total)
+
+    def close(self) -> None:
+        """Let go of the bar."""
+        if self._bar is not None:
+            self._bar.close()
+
+
+def import_tqdm() -> Any:
+    """Return tqdm, or raise an ImportError that says who needs it."""
+    try:
+        import tqdm
+    except ImportError as error:
+        raise ImportError("progress=True needs tqdm, which is not installed") from error
+    return tqdm
+
+
+def go_over(state: Any, chunks: Chunks, progress: Union[bool, Progress]) -> Any:
+    """Hand over all chunks in each pass, and return the result."""
+    total = count(chunks)
+    number = 0
+    while state.needs_another_pass:
+        number += 1
+        with closing(Report(progress, number, total)) as report:
+            total = add_chunks(state, chunks, report)
+        state.end_pass()
+    return state.result()
+
+
+def add_chunks(state: Any, chunks: Chunks, report: Callable[[int], object]) -> int:
+    """Add all chunks to the state, and return how many there are."""
+    done = 0
+    for chunk in start(chunks):
+        state.add(*read_chunk(chunk, state.CHUNK))
+        done += 1
+        report(done)
+    return done
+
+
+def count(chunks: Chunks) -> Optional[int]:
+    """Return how many chunks there are, or None when that is not known."""
+    return None if callable(chunks) or not isinstance(chunks, Sized) else len(chunks)
+
+
+def start(chunks: Chunks) -> Iterator[Any]:
+    """Return an iterator over all chunks."""
+    if callable(chunks):
+        made = chunks()
+        if not isinstance(made, Iterable):
+            raise TypeError(
+                f"chunks must be a function that returns an iterable, not {type(made).__name__}"
+            )
+        return iter(made)
+    if not isinstance(chunks, Iterable):
+        raise TypeError(
+            "chunks must be an iterable of (reference, estimate) or a function that returns one, "
+            f"not {type(chunks).__name__}"
+        )
+    iterator = iter(chunks)
+    if iterator is chunks:
+        raise TypeError(
+            f"chunks can be gone over only once ({type(chunks).__name__}), but several passes are "
+            "needed; pass a list, or a function that makes the iterator anew"
+        )
+    return iterator
+
+
+def read_chunk(chunk: Any, names: tuple[str, ...]) -> Any:
+    """Return the chunk, or raise the TypeError for what is none."""
+    if not isinstance(chunk, (tuple, list)) or not 2 <= len(chunk) <= len(names):
+        found = type(chunk).__name__
+        if isinstance(chunk, (tuple, list)):
+            found += f" of {len(chunk)}"
+        raise TypeError(f"a chunk must be a tuple ({names[0]}, {names[1]}[, "
+                        f"{', '.join(names[2:])}]), not a {found}")
+    return chunk

@@ -1,0 +1,325 @@
+"""The statistics of objects that come in chunks, in passes over all of them."""
+
+from __future__ import annotations
+
+import threading
+from contextlib import ExitStack
+from typing import TYPE_CHECKING, Any, Generic, Literal, Optional, TypeVar, Union
+
+import numpy as np
+
+from vostrel import _core
+from vostrel._binned import fixed_edges
+from vostrel._inputs import check_counts, prepare
+from vostrel._results import BinnedResiduals, BinnedStatistics, PointStatistics, Residuals
+
+if TYPE_CHECKING:
+    from numpy.typing import NDArray
+
+ChunkNanPolicy = Literal["raise", "omit"]
+
+#: Goes up when the pickle of a state changes.
+PICKLE_VERSION = 1
+
+Core = TypeVar("Core", _core.Passes, _core.BinnedPasses)
+Self = TypeVar("Self", bound="State[Any]")
+
+
+class State(Generic[Core]):
+    """What passes have in common, whatever they result in. Each call locks the state."""
+
+    #: The arrays of a chunk. The first two are needed.
+    CHUNK: tuple[str, ...]
+
+    def __init__(self, nan_policy: str, core: Core, left_out: int) -> None:
+        if nan_policy not in ("raise", "omit"):
+            raise ValueError(
+                f"nan_policy must be 'raise' or 'omit' for chunks, not {nan_policy!r}"
+            )
+        self._set(nan_policy, core, True, np.zeros(left_out, np.uint64))
+
+    def _set(
+        self, nan_policy: str, core: Core, first: bool, left_out: NDArray[np.uint64]
+    ) -> None:
+        self._nan_policy = nan_policy
+        self._core: Core = core
+        self._first = first  # in the first pass
+        # By the first pass: n_masked, n_nan, and for bins the objects with NaN in each.
+        self._left_out = left_out
+        self._lock = threading.Lock()
+
+    def _add(self, mask: Optional[Any], **columns: Any) -> None:
+        ready = prepare("omit", mask, **columns)
+        with self._lock:
+            self._refuse_more()
+            left_out = self._core.add(ready.values, ready.masks)
+            if self._first:
+                self._left_out += np.array(left_out, np.uint64)
+
+    def merge(self: Self, other: Self) -> None:
+        """Add the chunks that another state has taken in the same pass.
+
+        Parameters
+        ----------
+        other : same type
+            A state made by `fresh` in this pass, or in the first pass by the
+            constructor with the same options. It is not changed.
+
+        Raises
+        ------
+        ValueError
+            When the two states are not in the same pass, have other options,
+            or are one.
+        TypeError
+            When `other` is no such state.
+        RuntimeError
+            When no further pass is needed.
+        """
+        if type(other) is not type(self):
+            raise TypeError(f"{type(self).__name__} can't be merged with {type(other).__name__}")
+        if other is self:
+            raise ValueError("a state can't be merged with itself")
+        if other._nan_policy != self._nan_policy:
+            raise ValueError(
+                "states to be merged must have one nan_policy, "
+                f"not {self._nan_policy!r} and {other._nan_policy!r}"
+            )
+        with ExitStack() as locks:
+            for state in sorted((self, other), key=id):  # one order, so that no two wait in a ring
+                locks.enter_context(state._lock)
+            self._refuse_more()
+            self._core.merge(other._core)
+            if self._first:
+                self._left_out += other._left_out
+
+    @property
+    def needs_another_pass(self) -> bool:
+        """Whether all chunks are needed, or needed once more. True at first."""
+        with self._lock:
+            return bool(self._core.needs_another_pass())
+
+    def end_pass(self) -> None:
+        """End the present pass, when all chunks have been added or merged.
+
+        Raises
+        ------
+        ValueError
+            When there are no objects, when NaN are met with
+            ``nan_policy="raise"``, or when this pass had another number of
+            objects than the first.
+        RuntimeError
+            When no further pass is needed.
+        """
+        with self._lock:
+            self._refuse_more()
+            if self._first:
+                n, (n_masked, n_nan) = self._core.size(), self._left_out[:2].tolist()
+                if self._nan_policy == "raise":
+                    n += n_nan
+                check_counts(self._nan_policy, n, n_masked, n_nan)
+            self._core.end_pass()
+            self._first = False
+
+    def fresh(self: Self) -> Self:
+        """Return a state in the same pass without its chunks: what a worker starts from."""
+        with self._lock:
+            new = object.__new__(type(self))
+            left_out = self._left_out * (not self._first)
+            new._set(self._nan_policy, self._core.fresh(), self._first, left_out)
+            return new
+
+    def _refuse_more(self) -> None:
+        if not self._core.needs_another_pass():
+            raise RuntimeError("no further pass is needed: call result()")
+
+    def _refuse_result(self) -> None:
+        if self._core.needs_another_pass():
+            raise RuntimeError("there is no result yet: another pass is needed")
+
+    def __getstate__(self) -> dict[str, Any]:
+        with self._lock:
+            return {
+                "version": PICKLE_VERSION,
+                "nan_policy": self._nan_policy,
+                "core": self._core.to_bytes(),
+                "first": self._first,
+                "left_out": self._left_out,
+            }
+
+    def __setstate__(self, state: dict[str, Any]) -> None:
+        if state.get("version") != PICKLE_VERSION:
+            raise ValueError(
+                f"this state has version {state.get('version')!r}, and this release of vostrel "
+                f"reads version {PICKLE_VERSION}: use the same release for all workers"
+            )
+        core = self._core_type().from_bytes(state["core"])
+        self._set(state["nan_policy"], core, state["first"], state["left_out"])
+
+    @staticmethod
+    def _core_type() -> type[Core]:
+        raise NotImplementedError
+
+
+class Passes(State[_core.Passes]):
+    """The state of statistics over chunks, for an engine of one's own.
+
+    The engine hands over all objects in each pass, in chunks of any size and
+    in any order. Workers may share the chunks: each starts from `fresh` and
+    adds its own, and then all are merged. The numbers are the same to the
+    last bit, however the objects are cut, ordered and shared.
+
+    Parameters
+    ----------
+    nan_policy : {"raise", "omit"}
+        What to do about objects with NaN that are not masked: raise a
+        ValueError at the end of the first pass, or leave them out.
+        Infinities are numbers.
+
+    Raises
+    ------
+    ValueError
+        When `nan_policy` is something else.
+
+    Notes
+    -----
+    Nearly all data take two passes. Up to some thousand objects take one.
+
+    A state can be pickled, for a few megabytes at the most. The pickle has a
+    version, and a version of the package that can't read it says so. Threads
+    may share a state, but one of them works on it at a time.
+
+    A call of `add` that ends with an exception may have added a part of its
+    chunk. Don't go on with such a state.
+
+    Examples
+    --------
+    In turn:
+
+    >>> import vostrel
+    >>> chunks = [([0.5, 1.0], [0.4, 1.1]), ([1.5, 2.0], [1.4, 2.3])]
+    >>> passes = vostrel.Passes()
+    >>> while passes.needs_another_pass:
+    ...     for reference, estimate in chunks:
+    ...         passes.add(reference, estimate)
+    ...     passes.end_pass()
+    >>> round(passes.result().norm.nmad, 6)
+    0.086485
+
+    By workers, each of which may be in another process:
+
+    >>> def work(start, chunk):
+    ...     part = start.fresh()
+    ...     part.add(*chunk)
+    ...     return part
+    >>> passes = vostrel.Passes()
+    >>> while passes.needs_another_pass:
+    ...     for part in map(work, [passes.fresh()] * 2, chunks):
+    ...         passes.merge(part)
+    ...     passes.end_pass()
+    >>> round(passes.result().norm.nmad, 6)
+    0.086485
+    """
+
+    CHUNK = ("reference", "estimate", "mask")
+
+    def __init__(self, nan_policy: ChunkNanPolicy = "raise") -> None:
+        super().__init__(nan_policy, _core.Passes(), 2)
+
+    def add(self, reference: Any, estimate: Any, mask: Optional[Any] = None) -> None:
+        """Add a chunk to the present pass.
+
+        Parameters
+        ----------
+        reference, estimate : array_like, shape (n,)
+            Reference and estimated values. Dimensionless. n may be 0.
+        mask : array_like of bool, shape (n,), optional
+            True leaves an object out, as a masked entry does.
+
+        Raises
+        ------
+        ValueError
+            When the lengths differ or an array has not one dimension.
+        TypeError
+            When an array doesn't hold real numbers, has a unit, or is lazy.
+        RuntimeError
+            When no further pass is needed.
+        """
+        self._add(mask, reference=reference, estimate=estimate)
+
+    def result(self) -> PointStatistics:
+        """Return the statistics, when no further pass is needed.
+
+        Returns
+        -------
+        PointStatistics
+            Eleven numbers for each residual.
+
+        Raises
+        ------
+        RuntimeError
+            When another pass is needed.
+        """
+        with self._lock:
+            self._refuse_result()
+            n, delta, norm = self._core.result()
+            n_masked, n_nan = self._left_out.tolist()
+            return PointStatistics(n, n_masked, n_nan, Residuals(*delta), Residuals(*norm))
+
+    @staticmethod
+    def _core_type() -> type[_core.Passes]:
+        return _core.Passes
+
+
+class BinnedPasses(State[_core.BinnedPasses]):
+    """The same for bins with fixed edges. All bins take as many passes as the hardest one."""
+
+    CHUNK = ("reference", "estimate", "by", "mask")
+
+    def __init__(
+        self,
+        bins: Union[int, Any],
+        range: Optional[tuple[float, float]] = None,
+        nan_policy: ChunkNanPolicy = "raise",
+    ) -> None:
+        edges = fixed_edges(bins, range).tolist()
+        super().__init__(nan_policy, _core.BinnedPasses(edges), 2 + len(edges) - 1)
+
+    def add(
+        self,
+        reference: Any,
+        estimate: Any,
+        by: Optional[Any] = None,
+        mask: Optional[Any] = None,
+    ) -> None:
+        """Add a chunk to the present pass. `by` is by default the reference."""
+        columns = {"reference": reference, "estimate": estimate}
+        if by is not None:
+            columns["by"] = by
+        self._add(mask, **columns)
+
+    def result(self) -> BinnedStatistics:
+        """Return the statistics, when no further pass is needed."""
+        with self._lock:
+            self._refuse_result()
+            counts, delta, norm = zip(*self._core.results())
+            return BinnedStatistics(
+                edges=_frozen(self._core.edges(), np.float64),
+                counts=_frozen(counts, np.uint64),
+                nan_counts=_frozen(self._left_out[2:], np.uint64),
+                n_masked=int(self._left_out[0]),
+                n_nan=int(self._left_out[1]),
+                n_outside=self._core.outside(),
+                delta=BinnedResiduals(*(_frozen(row, np.float64) for row in zip(*delta))),
+                norm=BinnedResiduals(*(_frozen(row, np.float64) for row in zip(*norm))),
+            )
+
+    @staticmethod
+    def _core_type() -> type[_core.BinnedPasses]:
+        return _core.BinnedPasses
+
+
+def _frozen(values: Any, kind: Any) -> NDArray[Any]:
+    """Return an array that can't be written to."""
+    array = np.array(values, kind)
+    array.flags.writeable = False
+    return array

@@ -1,0 +1,306 @@
+"""Statistics of dask collections, exact and never held in memory as a whole. Needs dask."""
+
+from __future__ import annotations
+
+import sys
+from collections.abc import Sequence
+from typing import Any, Optional, Union
+
+import numpy as np
+
+from vostrel._inputs import check_dimension
+from vostrel._passes import BinnedPasses, ChunkNanPolicy, Passes
+
+try:
+    import dask
+    import dask.array
+    from dask.delayed import Delayed
+except ImportError as error:
+    raise ImportError("vostrel.dask needs dask, which is not installed") from error
+
+__all__ = ["binned_statistics", "point_statistics"]
+
+#: So many states are merged by one task.
+FAN_IN = 8
+
+
+def point_statistics(
+    reference: Any,
+    estimate: Any,
+    mask: Optional[Any] = None,
+    nan_policy: ChunkNanPolicy = "raise",
+    compute: bool = True,
+) -> Any:
+    """Judge estimates in dask collections.
+
+    Parameters
+    ----------
+    reference : dask.array.Array, shape (n,), or dask.dataframe.Series
+        Reference values such as spectroscopic redshifts. Dimensionless. n
+        and the sizes of the chunks may be unknown.
+    estimate : dask.array.Array, shape (n,), or dask.dataframe.Series
+        Estimated values, in the order of `reference`. Rows are paired by
+        their position, not by an index. When sizes are unknown, the chunks of
+        both must have the same ones, as columns of one DataFrame have.
+    mask : dask.array.Array of bool, shape (n,), or Series, optional
+        True leaves an object out. So does an entry that is masked in
+        `reference` or `estimate`.
+    nan_policy : {"raise", "omit"}
+        What to do about objects with NaN that are not masked: raise a
+        ValueError, or leave them out. Infinities are numbers.
+    compute : bool
+        False returns a Delayed, whose ``compute()`` gives the result.
+
+    Returns
+    -------
+    PointStatistics or dask.delayed.Delayed
+        The numbers of `vostrel.chunked_statistics`, to the last bit: they
+        depend neither on the chunks nor on the workers.
+
+    Raises
+    ------
+    ValueError
+        As `vostrel.point_statistics`; and when chunks can't be paired.
+    TypeError
+        As `vostrel.point_statistics`; and when an argument is neither a dask
+        collection nor a NumPy array beside one.
+
+    Notes
+    -----
+    The collections are computed once in each pass, of which there are two,
+    or more for hard data. Chunks are let go of after each. Call ``persist()``
+    on collections that fit into the memory of the cluster, so that they are
+    not read again.
+
+    The computation runs where dask is told to run it: in threads, processes
+    or the cluster of a client. The states of the chunks are merged as a tree,
+    and only a few megabytes come back. When a worker is lost, dask does its
+    tasks again, and the numbers stay the same.
+
+    A Delayed starts its passes from inside a task: under a distributed
+    client on the cluster, else in threads.
+
+    Examples
+    --------
+    >>> import dask.array as da
+    >>> import vostrel.dask
+    >>> reference = da.from_array([0.5, 1.0, 1.5, 2.0], chunks=2)
+    >>> estimate = da.from_array([0.4, 1.1, 1.4, 2.3], chunks=2)
+    >>> round(vostrel.dask.point_statistics(reference, estimate).norm.nmad, 6)
+    0.086485
+    """
+    blocks = pair_blocks(reference=reference, estimate=estimate, mask=mask)
+    return _run(Job(Passes(nan_policy), blocks), compute)
+
+
+def binned_statistics(
+    reference: Any,
+    estimate: Any,
+    by: Optional[Any] = None,
+    *,
+    bins: Union[int, Any],
+    range: Optional[tuple[float, float]] = None,
+    mask: Optional[Any] = None,
+    nan_policy: ChunkNanPolicy = "raise",
+    compute: bool = True,
+) -> Any:
+    """Judge estimates in dask collections, in bins of some quantity.
+
+    Parameters
+    ----------
+    reference, estimate, mask, nan_policy, compute
+        As for `point_statistics`.
+    by : dask.array.Array, shape (n,), or dask.dataframe.Series, optional
+        The quantity to bin by, by default the reference.
+    bins : array_like of float, shape (k + 1,), or int
+        The edges, each greater than the one before; or a number of bins of
+        equal width, which needs `range`.
+    range : (float, float), optional
+        The lower and upper end of a number of bins.
+
+    Returns
+    -------
+    BinnedStatistics or dask.delayed.Delayed
+        The numbers of `vostrel.chunked_binned_statistics`, to the last bit.
+
+    Raises
+    ------
+    ValueError
+        As `point_statistics`; and when edges don't increase, or bins would
+        depend on the data.
+    TypeError
+        As `point_statistics`.
+
+    Examples
+    --------
+    >>> import dask.array as da
+    >>> import vostrel.dask
+    >>> reference = da.from_array([0.5, 1.0, 1.5, 2.0], chunks=2)
+    >>> estimate = da.from_array([0.4, 1.1, 1.4, 2.3], chunks=2)
+    >>> vostrel.dask.binned_statistics(reference, estimate, bins=[0, 1, 2]).counts
+    array([1, 3], dtype=uint64)
+    """
+    blocks = pair_blocks(reference=reference, estimate=estimate, by=by, mask=mask)
+    return _run(Job(BinnedPasses(bins, range, nan_policy), blocks), compute)
+
+
+class Job:
+    """Passes over blocks. Not a collection in the eyes of dask, so that it isn't computed."""
+
+    def __init__(self, state: Any, blocks: list[tuple[Any, ...]]) -> None:
+        self._state = state
+        self._blocks = blocks
+
+    def run(self) -> Any:
+        """Return the result."""
+        state = self._state.fresh()
+        while state.needs_another_pass:
+            (part,) = dask.compute(merge_tree(self._parts(state)))
+            state.merge(part)
+            state.end_pass()
+        return state.result()
+
+    def _parts(self, state: Any) -> list[Delayed]:
+        fresh = dask.delayed(state.fresh(), pure=False, traverse=False)
+        add = dask.delayed(add_block, pure=False, traverse=False)
+        return [add(fresh, *block) for block in self._blocks]
+
+
+def _run(job: Job, compute: bool) -> Any:
+    if compute:
+        return job.run()
+    return dask.delayed(_run_in_task, pure=False, traverse=False)(job)
+
+
+def _run_in_task(job: Job) -> Any:
+    """Run a job inside a task of whatever scheduler."""
+    worker = sys.modules.get("distributed.worker")
+    if worker is not None:
+        try:
+            worker.get_worker()
+        except ValueError:
+            pass
+        else:
+            # The worker's thread is given back while the job waits for other tasks.
+            with worker.worker_client():
+                return job.run()
+    return job.run()
+
+
+def add_block(start: Any, *block: Any) -> Any:
+    """Return a state with one block. Dask may do this again, so that `start` stays as it is."""
+    state = start.fresh()
+    state.add(*block)
+    return state
+
+
+def merge_parts(parts: Sequence[Any]) -> Any:
+    """Return the states merged. They stay as they are."""
+    state = parts[0].fresh()
+    for part in parts:
+        state.merge(part)
+    return state
+
+
+def merge_tree(parts: list[Delayed]) -> Delayed:
+    """Return the states merged, a few by each task."""
+    merge = dask.delayed(merge_parts, pure=False)
+    while len(parts) > 1:
+        parts = [merge(parts[i : i + FAN_IN]) for i in range(0, len(parts), FAN_IN)]
+    return parts[0]
+
+
+def pair_blocks(**columns: Any) -> list[tuple[Any, ...]]:
+    """Return a tuple of blocks, or None for a column that is None, for each chunk.
+
+    Raises
+    ------
+    ValueError, TypeError
+        When the columns are no collections, or their chunks can't be paired.
+    """
+    given = {name: column for name, column in columns.items() if column is not None}
+    for name, column in given.items():
+        _check(name, column)
+    if not any(map(dask.is_dask_collection, given.values())):
+        raise TypeError(
+            f"{', '.join(given)} are in memory already: use the function without .dask"
+        )
+    names = list(given)
+    if all(_length(column) is not None for column in given.values()):
+        collections = _with_equal_chunks(given)
+    else:
+        _check_partitions(given)
+        collections = list(given.values())
+    # Together, so that a file with several of the columns is read once, and no others are.
+    blocks = dict(
+        zip(names, (_delayed_blocks(column) for column in dask.optimize(*collections)))
+    )
+    number = len(blocks[names[0]])
+    return [
+        tuple(blocks[name][i] if name in blocks else None for name in columns)
+        for i in range(number)
+    ]
+
+
+def _check(name: str, column: Any) -> None:
+    """Raise the error for what is no column."""
+    if isinstance(column, (dask.array.Array, np.ndarray)):
+        check_dimension(name, column)
+    elif not _is_series(column):
+        raise TypeError(
+            f"{name} must be a one-dimensional dask array or a column of a dask DataFrame, "
+            f"not {type(column).__name__}"
+        )
+
+
+def _is_series(column: Any) -> bool:
+    frames = sys.modules.get("dask.dataframe")
+    return frames is not None and isinstance(column, (frames.Series, frames.Index))
+
+
+def _length(column: Any) -> Optional[int]:
+    """Return the number of rows, or None when that is unknown."""
+    if _is_series(column):
+        return None
+    return None if np.isnan(column.shape[0]) else int(column.shape[0])
+
+
+def _with_equal_chunks(columns: dict[str, Any]) -> list[Any]:
+    """Return arrays of known and equal length, cut at the same places."""
+    first, *others = columns
+    length = _length(columns[first])
+    for name in others:
+        if _length(columns[name]) != length:
+            raise ValueError(
+                f"{first} and {name} differ in length: {length} and {_length(columns[name])}"
+            )
+    cut = next(column for column in columns.values() if dask.is_dask_collection(column))
+    arrays = [
+        column if dask.is_dask_collection(column)
+        else dask.array.from_array(column, chunks=cut.chunks)
+        for column in columns.values()
+    ]
+    _, cut_alike = dask.array.core.unify_chunks(
+        *(part for array in arrays for part in (array, "i"))
+    )
+    return list(cut_alike)
+
+
+def _check_partitions(columns: dict[str, Any]) -> None:
+    """Raise the ValueError for columns whose chunks can't be paired one by one."""
+    first = next(iter(columns))
+    for name, column in columns.items():
+        if not dask.is_dask_collection(column):
+            raise ValueError(
+                f"{name} is in memory and can't be cut as the others are, because their chunk "
+                "sizes are unknown; call compute_chunk_sizes() on them, or pass it as a dask array"
+            )
+        if column.npartitions != columns[first].npartitions:
+            raise ValueError(
+                f"{first} and {name} have {columns[first].npartitions} and {column.npartitions} "
+                "chunks of unknown sizes; they must be cut at the same places"
+            )
+
+
+def _delayed_blocks(column: Any) -> list[Delayed]:
+    return list(np.ravel(column.to_delayed(optimize_graph=False)))

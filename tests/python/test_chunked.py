@@ -1,0 +1,326 @@
+"""Statistics of chunks: the same bits however the objects are cut, ordered and shared."""
+
+import math
+import pickle
+import subprocess
+import sys
+import threading
+from fractions import Fraction
+
+import numpy as np
+import pytest
+import vostrel
+from data_sets import LONG, numbers, same_bits
+from scale_sets import SETS, cut, redshifts, scale_sets, shares, ways_to_cut
+
+MOMENTS = ("bias", "sigma", "rms")
+AS_IN_MEMORY = ("mad", "nmad", "mad_delta", "outliers_015")
+
+
+def by_workers(chunks, workers):
+    """The statistics by states that are pickled, sent to workers and merged."""
+    passes = vostrel.Passes()
+    while passes.needs_another_pass:
+        start = pickle.dumps(passes.fresh())
+        for share in shares(chunks, workers):
+            part = pickle.loads(start)
+            for chunk in share:
+                part.add(*chunk)
+            passes.merge(pickle.loads(pickle.dumps(part)))
+        passes.end_pass()
+    return passes.result()
+
+
+def test_the_same_bits_however_cut(rng):
+    for columns in scale_sets(rng, SETS):
+        expected = None
+        for way, chunks in ways_to_cut(rng, columns):
+            found = numbers(vostrel.chunked_statistics(chunks))
+            expected = found if expected is None else expected
+            assert same_bits(found, expected), (way, columns)
+        for workers in (1, 4):
+            assert same_bits(numbers(by_workers(cut(columns, 7), workers)), expected), columns
+
+
+def test_order_statistics_have_the_bits_of_the_function_in_memory(rng):
+    for reference, estimate in scale_sets(rng, SETS):
+        with np.errstate(all="ignore"):
+            residual = reference - estimate
+            residuals = {"delta": residual, "norm": residual / (1 + reference)}
+        chunked = vostrel.chunked_statistics(cut((reference, estimate), 5))
+        in_memory = vostrel.point_statistics(reference, estimate)
+        for part, values in residuals.items():
+            if np.isnan(values).any():
+                assert math.isnan(getattr(chunked, part).mad)
+                continue
+            for name in AS_IN_MEMORY:
+                assert same_bits(
+                    getattr(getattr(chunked, part), name), getattr(getattr(in_memory, part), name)
+                ), (part, name)
+
+
+def test_moments_are_near_those_of_the_function_in_memory(rng):
+    columns = redshifts(rng, 300_000)
+    chunked = vostrel.chunked_statistics(cut(columns, 5))
+    in_memory = vostrel.point_statistics(*columns)
+    for part in ("delta", "norm"):
+        for name in MOMENTS:
+            # The bias is small beside the residuals that are summed.
+            assert getattr(getattr(chunked, part), name) == pytest.approx(
+                getattr(getattr(in_memory, part), name), rel=1e-12, abs=1e-13
+            )
+
+
+def test_against_exact_rational_numbers(rng):
+    for _ in range(30):
+        n = int(rng.integers(1, 60))
+        residual = np.round(rng.standard_normal(n), 3) * 10.0 ** rng.integers(-12, 12, n)
+        s = vostrel.chunked_statistics(cut((residual, np.zeros(n)), 3)).delta
+
+        def total(values):
+            return float(sum(map(Fraction, values.tolist())))  # rounds once
+
+        assert s.bias == total(residual) / n
+        assert s.rms == math.sqrt(total(residual**2) / n)
+        assert s.sigma == math.sqrt(total((residual - s.bias) ** 2) / n)
+        absolute = sorted(abs(Fraction(r)) for r in residual.tolist())
+        assert s.mad == float((absolute[(n - 1) // 2] + absolute[n // 2]) / 2)
+        for name, bound in (("015", 0.15), ("1sigma", s.sigma), ("3sigma", 3 * s.sigma)):
+            beyond = sum(r > Fraction(bound) for r in absolute)
+            assert getattr(s, f"outliers_{name}") == beyond / n * 100
+
+
+def test_against_fsum(rng):
+    n = 400_000
+    residual = rng.standard_normal(n) * 10.0 ** rng.integers(-8, 8, n)
+    s = vostrel.chunked_statistics(cut((residual, np.zeros(n)), 64)).delta
+    assert s.bias == math.fsum(residual) / n
+    assert s.rms == math.sqrt(math.fsum(residual**2) / n)
+    assert s.sigma == math.sqrt(math.fsum((residual - s.bias) ** 2) / n)
+
+
+def test_masks_and_nan_are_counted(rng):
+    reference, estimate = redshifts(rng, 20_000)
+    mask = rng.random(20_000) < 0.2
+    estimate[rng.random(20_000) < 0.1] = np.nan
+    chunks = cut((reference, estimate, mask), 7)
+    s = vostrel.chunked_statistics(chunks, nan_policy="omit")
+    kept = ~mask & ~np.isnan(estimate)
+    n_nan = (np.isnan(estimate) & ~mask).sum()
+    assert (s.n, s.n_masked, s.n_nan) == (kept.sum(), mask.sum(), n_nan)
+    assert s.norm == vostrel.chunked_statistics([(reference[kept], estimate[kept])]).norm
+
+    passes = vostrel.Passes(nan_policy="omit")
+    while passes.needs_another_pass:
+        for chunk in chunks:
+            part = passes.fresh()
+            part.add(*chunk)
+            passes.merge(part)
+        passes.end_pass()
+    assert passes.result() == s
+
+
+def test_nan_are_refused_with_all_of_them_counted():
+    masked = ([1.0, np.nan], [1.0, 1.0], [False, True])
+    chunks = [([1.0, np.nan], [1.0, 1.0]), ([1.0], [np.nan]), masked]
+    with pytest.raises(ValueError, match="2 of 4 objects have NaN; pass nan_policy='omit'"):
+        vostrel.chunked_statistics(chunks)
+
+
+@pytest.mark.parametrize(
+    "chunks", [[], [([], [])], [([1.0], [1.0], [True])], lambda: iter(())], ids=str
+)
+def test_no_objects(chunks):
+    with pytest.raises(ValueError, match="no objects"):
+        vostrel.chunked_statistics(chunks)
+
+
+@pytest.mark.parametrize("kind", [iter, lambda chunks: (c for c in chunks), lambda c: zip(c, c)])
+def test_what_can_be_gone_over_once_is_refused(kind):
+    with pytest.raises(TypeError, match="only once .* pass a list, or a function"):
+        vostrel.chunked_statistics(kind([([1.0], [1.0])]))
+
+
+def test_a_function_must_start_anew(rng):
+    columns = redshifts(rng, 20_000)
+    exhausted = iter([columns])
+    with pytest.raises(ValueError, match="this pass had 0 objects, and the first had 20000"):
+        vostrel.chunked_statistics(lambda: exhausted)
+    generator = (lambda: (chunk for chunk in cut(columns, 3)))
+    assert vostrel.chunked_statistics(generator) == vostrel.chunked_statistics([columns])
+
+
+@pytest.mark.parametrize(
+    "chunks, message",
+    [
+        (5, "chunks must be an iterable .* not int"),
+        (lambda: 5, "a function that returns an iterable, not int"),
+        ([np.zeros((2, 3))], r"a chunk must be a tuple \(reference, estimate\[, mask\]\), not"),
+        ([([1.0],)], "not a tuple of 1"),
+        ([([1.0], [1.0], None, None)], "not a tuple of 4"),
+        ([(["text"], [1.0])], "reference must hold real numbers"),
+    ],
+)
+def test_what_is_no_chunk(chunks, message):
+    with pytest.raises(TypeError, match=message):
+        vostrel.chunked_statistics(chunks)
+
+
+def test_options_are_checked():
+    with pytest.raises(ValueError, match="'raise' or 'omit' for chunks, not 'propagate'"):
+        vostrel.chunked_statistics([([1.0], [1.0])], nan_policy="propagate")
+    with pytest.raises(ValueError, match="reference and estimate differ in length: 2 and 1"):
+        vostrel.chunked_statistics([([1.0, 2.0], [1.0])])
+
+
+def test_progress_is_told(rng):
+    told = []
+    chunks = cut(redshifts(rng, 20_000), 3)
+    vostrel.chunked_statistics(chunks, progress=lambda *now: told.append(now))
+    passes = told[-1][0]
+    assert passes >= 2
+    assert told == [(number + 1, done, 3) for number in range(passes) for done in (1, 2, 3)]
+    told.clear()
+    vostrel.chunked_statistics(lambda: iter(chunks), progress=lambda *now: told.append(now))
+    assert told[:3] == [(1, 1, None), (1, 2, None), (1, 3, None)]
+    assert told[3:6] == [(2, 1, 3), (2, 2, 3), (2, 3, 3)]
+
+
+def test_a_bar_is_shown(rng, capsys):
+    pytest.importorskip("tqdm")
+    vostrel.chunked_statistics(cut(redshifts(rng, 20_000), 3), progress=True)
+    shown = capsys.readouterr().err
+    assert "pass 1" in shown and "pass 2" in shown and "3/3" in shown
+
+
+def test_a_state_is_small(rng):
+    passes = vostrel.Passes()
+    while passes.needs_another_pass:
+        passes.add(*redshifts(np.random.default_rng(1), 1_000_000))
+        assert len(pickle.dumps(passes)) < 4e6
+        passes.end_pass()
+
+
+def test_a_pickle_of_another_version_is_refused():
+    state = vostrel.Passes().__getstate__()
+    state["version"] = 99
+    with pytest.raises(ValueError, match="version 99, and this release of vostrel reads version 1"):
+        vostrel.Passes().__setstate__(state)
+    state["version"] = 1
+    state["core"] = state["core"][:-1]
+    with pytest.raises(ValueError):
+        vostrel.Passes().__setstate__(state)
+
+
+def test_misuse_of_a_state_is_refused(rng):
+    columns = redshifts(rng, 20_000)
+    passes = vostrel.Passes()
+    early = passes.fresh()
+    with pytest.raises(RuntimeError, match="another pass is needed"):
+        passes.result()
+    with pytest.raises(ValueError, match="itself"):
+        passes.merge(passes)
+    with pytest.raises(ValueError, match="one nan_policy, not 'raise' and 'omit'"):
+        passes.merge(vostrel.Passes(nan_policy="omit"))
+    with pytest.raises(TypeError, match="Passes can't be merged with int"):
+        passes.merge(5)
+    passes.add(*columns)
+    passes.end_pass()
+    with pytest.raises(ValueError):
+        passes.merge(early)
+    with pytest.raises(ValueError, match="this pass had 0 objects"):
+        passes.end_pass()
+    while passes.needs_another_pass:
+        passes.add(*columns)
+        passes.end_pass()
+    for call in (passes.end_pass, lambda: passes.add(*columns), lambda: passes.merge(early)):
+        with pytest.raises(RuntimeError, match="no further pass is needed"):
+            call()
+
+
+def test_threads_share_a_state(rng):
+    columns = redshifts(rng, 200_000)
+    passes = vostrel.Passes()
+
+    def work(chunks):
+        for chunk in chunks:
+            passes.add(*chunk)
+
+    while passes.needs_another_pass:
+        threads = [
+            threading.Thread(target=work, args=(share,)) for share in shares(cut(columns, 64), 4)
+        ]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        passes.end_pass()
+    assert passes.result() == vostrel.chunked_statistics([columns])
+
+
+def test_bins_have_the_same_bits_however_cut(rng):
+    edges = [0, 0.2, 0.5, 0.5 + 1e-9, 3]
+    for i in range(200 if LONG else 10):
+        reference, estimate = redshifts(rng, int(rng.integers(1, 60_000)))
+        estimate[rng.random(len(estimate)) < 0.01] = np.nan
+        by = rng.choice([-1, np.nan, 0.5, 3, 4], len(estimate)) if i % 2 else reference
+        columns = (reference, estimate, by)
+        in_memory = vostrel.binned_statistics(
+            reference, estimate, by=by, bins=edges, nan_policy="omit"
+        )
+        expected = None
+        for way, chunks in ways_to_cut(rng, columns):
+            b = vostrel.chunked_binned_statistics(chunks, bins=edges, nan_policy="omit")
+            found = [numbers(part) for part in b]
+            expected = found if expected is None else expected
+            assert same_bits(found, expected), way
+            for name in ("edges", "counts", "nan_counts"):
+                assert np.array_equal(getattr(b, name), getattr(in_memory, name)), name
+            for name in ("n_masked", "n_nan", "n_outside"):
+                assert getattr(b, name) == getattr(in_memory, name), name
+        for name in AS_IN_MEMORY:
+            assert same_bits(getattr(b.norm, name), getattr(in_memory.norm, name))
+        part = 1
+        inside = (by >= edges[part]) & (by < edges[part + 1])
+        if inside.any():
+            alone = vostrel.chunked_statistics(
+                [(reference[inside], estimate[inside])], nan_policy="omit"
+            )
+            assert (b[part].delta, b[part].norm) == (alone.delta, alone.norm)
+
+
+def test_bins_of_equal_width(rng):
+    columns = redshifts(rng, 1000)
+    chunked = vostrel.chunked_binned_statistics([columns], bins=5, range=(0, 2))
+    in_memory = vostrel.binned_statistics(*columns, bins=5, range=(0, 2))
+    assert np.array_equal(chunked.edges, in_memory.edges)
+
+
+def test_bins_that_depend_on_the_data_are_refused():
+    for bins in (10, ("count", 5)):
+        with pytest.raises(ValueError, match="chunks need fixed bins"):
+            vostrel.chunked_binned_statistics([([1.0], [1.0])], bins=bins)
+
+
+def test_a_binned_chunk_has_its_own_form():
+    chunk = ([1.0], [1.0], None, [False])
+    assert vostrel.chunked_binned_statistics([chunk], bins=[0, 2]).counts.tolist() == [1]
+    with pytest.raises(TypeError, match=r"\(reference, estimate\[, by, mask\]\), not"):
+        vostrel.chunked_binned_statistics([5], bins=[0, 2])
+
+
+@pytest.mark.parametrize("module, needed", [("dask", "dask"), ("mpi", "mpi4py")])
+def test_an_engine_is_imported_when_it_is_used(module, needed):
+    script = (
+        "import sys, vostrel\n"
+        f"assert not {{'dask', 'distributed', 'mpi4py', 'tqdm'}} & set(sys.modules)\n"
+        f"sys.modules['{needed}'] = None\n"
+        "try:\n"
+        f"    vostrel.{module}\n"
+        "except ImportError as error:\n"
+        "    print(error)\n"
+    )
+    printed = subprocess.run(
+        [sys.executable, "-c", script], capture_output=True, text=True, check=True
+    ).stdout
+    assert printed == f"vostrel.{module} needs {needed}, which is not installed\n"
