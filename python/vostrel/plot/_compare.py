@@ -21,7 +21,7 @@ from vostrel.plot._layout import (
     Layout,
     Sheet,
 )
-from vostrel.plot._limits import Limits, reference_limits, residual_limit, spread_of, tail_limit
+from vostrel.plot._limits import residual_limit, spread_of, tail_limit, widened
 from vostrel.plot._objects import Objects, objects_of
 from vostrel.plot._panels import BLUE, GREEN, RED, histogram, label_axis, label_counts, note_count
 from vostrel.plot._running import running
@@ -153,6 +153,7 @@ def _places(layout: Layout, width: float, top: float, below: float) -> list[Box]
 def _draw_running(medians: Any, nmads: Any, sets: Mapping[str, Objects], labels: Any) -> None:
     """Draw the running lines of all estimators."""
     reach, highest = 0.0, 0.0
+    starts, ends = [], []
     for (name, objects), (colour, dashes) in zip(sets.items(), LOOKS):
         lines = running(objects)
         for axes, values, band in (
@@ -170,10 +171,12 @@ def _draw_running(medians: Any, nmads: Any, sets: Mapping[str, Objects], labels:
             )
             if lines.counts.size <= 15:
                 axes.vlines(lines.reference, low, high, color=colour, linewidth=0.7)
+        starts.append(float(lines.reference[0]))
+        ends.append(float(lines.reference[-1]))
         reach = max(reach, float(np.abs(lines.median_band).max()))
         highest = max(highest, float(lines.nmad_band.max()))
     medians.axhline(0, color="0.5", linewidth=0.6, zorder=1)
-    xlim = _union([reference_limits(objects) for objects in sets.values()])
+    xlim = widened((min(starts), max(ends)), 0.08)
     reach = 1.1 * min(reach, 1e300) or 0.1
     for axes in (medians, nmads):
         label_axis(axes.xaxis, labels.reference, xlim)
@@ -197,7 +200,7 @@ def _draw_histograms(
     narrowest = min(spreads, key=lambda spread: spread.high - spread.low)
     top, outside = 1, 0
     for objects, (colour, dashes) in zip(sets.values(), LOOKS):
-        counts, edges = histogram(objects.norm, narrowest, limit)
+        counts, edges = histogram(objects.norm, narrowest, limit, most=61)
         axes.stairs(
             counts, edges, baseline=0.5 if log else 0, color=colour, linestyle=dashes,
             linewidth=1.0, gid="histogram",
@@ -210,10 +213,6 @@ def _draw_histograms(
     label_axis(axes.xaxis, name, (-limit, limit))
     label_counts(axes, "objects per bin", (0.5, 2 * top) if log else (0, 1.08 * top), log)
     note_count(axes, outside, SMALL)
-
-
-def _union(limits: list[Limits]) -> Limits:
-    return min(low for low, _ in limits), max(high for _, high in limits)
 
 
 def _write_table(sheet: Sheet, sets: Mapping[str, Objects], top: float) -> None:

@@ -30,8 +30,9 @@ IQR_TO_SIGMA = 1 / 1.349
 #: Standard deviations from the median at which the core of the residual ends.
 CORE = 5
 
-#: The share of objects outside the core from which on counts are logarithmic.
-TAIL = 0.01
+#: The share of objects outside the core from which on counts are logarithmic, and how many
+#: objects that takes: a scale for decades needs decades.
+TAIL, ENOUGH = 0.01, 50
 
 
 @dataclass(frozen=True)
@@ -42,6 +43,8 @@ class Spread:
     ----------
     low, median, high : float
         The quartiles.
+    n : int
+        Number of objects.
     outside : float
         Share of objects, 0 to 1, beyond five standard deviations from the
         median, as the interquartile range tells them.
@@ -52,6 +55,7 @@ class Spread:
     low: float
     median: float
     high: float
+    n: int
     outside: float
     far: float
 
@@ -63,7 +67,7 @@ class Spread:
     @property
     def has_tail(self) -> bool:
         """Whether enough objects lie outside the core to be worth a look."""
-        return self.outside > TAIL
+        return self.n >= ENOUGH and self.outside > TAIL
 
 
 def spread_of(norm: Floats) -> Spread:
@@ -72,7 +76,7 @@ def spread_of(norm: Floats) -> Spread:
     reach = max(CORE * IQR_TO_SIGMA * (high - low), 1e-12)
     inside = int(np.count_nonzero(within(norm, (median - reach, median + reach))))
     far = max(abs(tail), abs(head))
-    return Spread(low, median, high, 1 - inside / norm.size, far)
+    return Spread(low, median, high, norm.size, 1 - inside / norm.size, far)
 
 
 def quantiles(values: Floats, shares: Sequence[float]) -> list[float]:
@@ -143,15 +147,15 @@ def tail_limit(spread: Spread, limit: float) -> float:
     return max(limit, min(1.05 * spread.far, 5 * limit))
 
 
-def histogram_bins(spread: Spread, n: int, limit: float) -> int:
+def histogram_bins(spread: Spread, n: int, limit: float, most: int = 199) -> int:
     """Return the number of bins between -limit and limit, odd so that one lies about zero.
 
     The rule of Freedman and Diaconis (1981): bins are 2 IQR / n^(1/3) wide.
-    There are 9 bins at least and 199 at most.
+    There are 9 bins at least, and `most`, an odd number, at most.
     """
     width = 2 * (spread.high - spread.low) / n ** (1 / 3)
     number = 2 * limit / width if width > 0 else math.sqrt(n)
-    return int(min(199, max(9, math.ceil(number)))) | 1
+    return int(min(most, max(9, math.ceil(number)))) | 1
 
 
 def within(values: Floats, limits: Limits) -> NDArray[np.bool_]:

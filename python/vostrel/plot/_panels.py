@@ -132,7 +132,7 @@ def plot_residual_histogram(
         As in `plot_estimates`.
     log : bool, optional
         Logarithmic counts, over a range that shows the tail. By default when
-        more than 1 % of the objects lie outside the core: five standard
+        more than 1 % of 50 objects or more lie outside the core: five standard
         deviations, as the interquartile range tells them, from the median.
     **style
         Of the histogram: for StepPatch.
@@ -434,10 +434,10 @@ def cells(
 
 
 def histogram(
-    norm: NDArray[np.float64], spread: Spread, limit: float
+    norm: NDArray[np.float64], spread: Spread, limit: float, most: int = 199
 ) -> tuple[NDArray[np.int64], NDArray[np.float64]]:
     """Return the counts and edges of the histogram from -limit to limit."""
-    number = histogram_bins(spread, norm.size, limit)
+    number = histogram_bins(spread, norm.size, limit, most)
     counts, edges = np.histogram(norm, number, (-limit, limit))
     return counts, edges
 
@@ -511,13 +511,14 @@ def draw_note(axes: Axes, objects: Objects, limits: Limits, fontsize: float | No
     left_out = objects.nans + objects.infinite
     if left_out:
         lines.insert(1, f"({left_out:,} left out)")
-    span = limits[1] - limits[0]
-    low, high = limits[0] + 0.4 * span, limits[1] - 0.3 * span
-    above = np.count_nonzero((objects.reference < low) & (objects.estimate > high))
-    below = np.count_nonzero((objects.reference > high) & (objects.estimate < low))
-    corner = (0.03, 0.97, "left", "top") if above <= 4 * below + 50 else (
-        0.97, 0.03, "right", "bottom")
-    x, y, ha, va = corner
+    (low, high), span = limits, limits[1] - limits[0]
+    wide, tall = 0.4 * span, 0.25 * span
+    above = (objects.reference < low + wide) & (objects.estimate > high - tall)
+    below = (objects.reference > high - wide) & (objects.estimate < low + tall)
+    if np.count_nonzero(above) <= np.count_nonzero(below):
+        x, y, ha, va = 0.03, 0.97, "left", "top"
+    else:
+        x, y, ha, va = 0.97, 0.03, "right", "bottom"
     return axes.text(
         x,
         y,

@@ -1,0 +1,68 @@
+"""The figures against stored pictures, small ones and with a tolerance.
+
+VOSTREL_DRAW_BASELINE=1 draws the stored pictures anew: look at them before they are kept.
+"""
+
+import os
+import pathlib
+import re
+import shutil
+
+import numpy as np
+import pytest
+from matplotlib.testing.compare import compare_images
+from vostrel.plot import compare_figure, diagnostic_figure
+
+BASELINE = pathlib.Path(__file__).parent / "baseline"
+
+#: Root mean square of the differences, of 255. Another release of matplotlib or of its fonts makes
+#: 2 or 3; a line that is missing makes more than 6.
+TOLERANCE = 5
+
+
+def survey(count):
+    """Return references and estimates, one in forty far off, the same on every machine."""
+    random = np.random.RandomState(1)
+    zspec = random.gamma(2, 0.35, count)
+    zphot = zspec + 0.03 * (1 + zspec) * random.normal(size=count)
+    zphot[::40] = 3 * random.uniform(size=zphot[::40].size)
+    return zspec, zphot
+
+
+def draw_three(**options):
+    zspec, zphot = survey(2000)
+    wave = np.sin(1000 * zspec)
+    estimates = {"one": zphot, "two": zphot + 0.05 * wave, "three": zspec + 0.02 * wave + 0.01}
+    return compare_figure(estimates, zspec, **options)
+
+
+PICTURES = {
+    "page": lambda: diagnostic_figure(*survey(1000)),
+    "page-density-table": lambda: diagnostic_figure(*survey(20000), table=True, title="Survey"),
+    "column-few": lambda: diagnostic_figure(*survey(50), layout="column"),
+    "column-density-table": lambda: diagnostic_figure(*survey(9000), layout="column", table=True),
+    "linear-labels": lambda: diagnostic_figure(*survey(1000), log=False, labels=("x", "y")),
+    "compare-page": draw_three,
+    "compare-column": lambda: draw_three(layout="column"),
+}
+
+
+@pytest.mark.parametrize("name", PICTURES)
+def test_picture(name):
+    figure = PICTURES[name]()
+    figure.savefig(f"{name}.png", dpi=50)
+    if os.environ.get("VOSTREL_DRAW_BASELINE"):
+        shutil.copy(f"{name}.png", BASELINE)
+    stored = shutil.copy(BASELINE / f"{name}.png", f"{name}-expected.png")
+    assert compare_images(str(stored), f"{name}.png", TOLERANCE) is None
+
+
+def test_examples_of_the_document():
+    document = pathlib.Path(__file__).parents[2] / "docs" / "plot.md"
+    examples = re.findall(r"```python\n(.*?)```", document.read_text(encoding="utf-8"), re.S)
+    assert len(examples) == 2
+    z_spec, z_phot = survey(100)
+    names = {"z_spec": z_spec, "z_phot": z_phot, "template": z_phot, "network": z_spec}
+    for example in examples:
+        exec(example, names)
+    assert pathlib.Path("figure.pdf").read_bytes().startswith(b"%PDF")
