@@ -146,6 +146,24 @@ def test_wrong_command_line(words, failure):
     assert "see vostrel-plot --help" in failure(*words)
 
 
+def test_files_that_can_not_be_compared(failure):
+    write(FOUR, "a")
+    write(FOUR.replace("2 1 ", "2 1.5 "), "b")
+    write(FOUR[:-8], "c")
+    write("0 nan 1\n" * 4, "d")
+    for words, told in (
+        (["x=a", "y=b"], "'b', line 3: the reference is 1.5, but 1 in 'a'"),
+        (["x=a", "y=c"], "'c' holds 3 objects, but 'a' holds 4"),
+        (["x=d"], "'d' holds no objects with finite values"),
+        (["x=a", "x=a"], "same name"),
+        (["x=a", "x =a"], "same name"),
+        ([f"{i}=a" for i in range(9)], "1 to 8 estimators, not 9"),
+        (["a"], "see vostrel-plot --help"),
+        (["x=a", "--report", "r"], "neither INTERNAL nor --report"),
+    ):
+        assert told in failure("--compare", *words)
+
+
 @pytest.mark.parametrize("ending", ["png", "pdf", "svg"])
 def test_disk_that_fills_up_leaves_the_old_figure(ending, failure):
     write(FOUR)

@@ -15,8 +15,8 @@ from vostrel.plot import compare_figure, diagnostic_figure
 
 BASELINE = pathlib.Path(__file__).parent / "baseline"
 
-#: Root mean square of the differences, of 255. That is room for other fonts and another smoothing of
-#: lines; running medians that are shifted by 0.05 make 6 to 17.
+#: Root mean square of the differences, of 255. That is room for other fonts and another smoothing
+#: of lines; running medians that are shifted by 0.05 make 6 to 17.
 TOLERANCE = 5
 
 

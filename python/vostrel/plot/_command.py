@@ -195,6 +195,8 @@ def plot(options: argparse.Namespace, progress: Progress) -> None:
             raise PlotError(
                 f"{names[0]!r} {holds} no objects with finite values"
             ) from None
+        except ValueError as error:  # too many estimators, say
+            raise PlotError(str(error)) from error
         progress.tell("writing")
         save(figure, options.output, options.dpi)
 

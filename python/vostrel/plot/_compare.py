@@ -97,6 +97,8 @@ def compare_figure(
     sets = {
         shown(clean(name)): objects_of(reference, estimate) for name, estimate in estimates.items()
     }
+    if len(sets) < len(estimates):
+        raise ValueError("two estimators have the same name")
     width = SIZES[layout][0] if figure is None else size_of(figure)[0]
     heading = title_lines(title, width)
     across = 4 if layout == "page" else 2
