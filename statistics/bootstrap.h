@@ -66,10 +66,11 @@ class Bootstrap {
     double inner_low = 0;
     double inner_high = 0;
     std::array<Window, 4> beyond;  // by |residual|: about 1 to 4 sigma
-    std::uint64_t marks(double residual) const;
+    void mark(std::span<const double> residuals, std::uint64_t* marks) const;
   };
 
   struct Item;
+  struct Drawn;
   struct Sums;
   using Counts = std::vector<std::uint8_t>;
 
