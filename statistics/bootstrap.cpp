@@ -17,7 +17,7 @@ namespace {
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 // Windows are as wide as this many standard errors to either side.
-constexpr double kWidth = 6;
+constexpr double kWidth = 4.5;
 
 // So many of the largest residuals may be missing from a resample.
 constexpr std::size_t kLargest = 16;

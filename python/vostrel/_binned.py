@@ -11,6 +11,7 @@ import numpy as np
 from vostrel import _core
 from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
 from vostrel._results import BinnedResiduals, BinnedStatistics
+from vostrel._uncertainties import Uncertainties, of_columns
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
@@ -24,6 +25,7 @@ def binned_statistics(
     range: Optional[tuple[float, float]] = None,
     mask: Optional[Any] = None,
     nan_policy: NanPolicy = "raise",
+    uncertainties: bool = False,
 ) -> BinnedStatistics:
     """Judge estimates in bins of some quantity.
 
@@ -48,6 +50,9 @@ def binned_statistics(
         What to do about objects with NaN: raise a ValueError, leave them out,
         or make the results of their bin NaN. An object whose `by` is NaN is
         in no bin.
+    uncertainties : bool
+        Also give the errors and 68.3% intervals of each bin by formula, as
+        the function `uncertainties` does for the objects of the bin.
 
     Returns
     -------
@@ -118,6 +123,21 @@ def binned_statistics(
         n_outside=n_outside,
         delta=BinnedResiduals(*numbers[0]),
         norm=BinnedResiduals(*numbers[1]),
+        uncertainties=_by_formula(columns, edges, counts, omit) if uncertainties else None,
+    )
+
+
+def _by_formula(
+    columns: Columns, edges: NDArray[np.float64], counts: NDArray[np.uint64], omit: bool
+) -> tuple[Uncertainties, ...]:
+    """Return the uncertainties of each bin."""
+    by = columns.values[-1 if len(columns.values) == 3 else 0].astype(np.float64)
+    bins = np.searchsorted(edges, by, side="right") - 1
+    bins[by == edges[-1]] = len(counts) - 1
+    nan_policy: NanPolicy = "omit" if omit else "propagate"
+    return tuple(
+        of_columns(Columns(columns.values[:2], [*columns.masks, bins != i]), 0.683, nan_policy)
+        for i in np.arange(len(counts)).tolist()
     )
 
 

@@ -384,8 +384,8 @@ def _run(
         while not start.done():
             wait([start], timeout=0.1)
         engine = made = start.result()
-        # Pieces are small enough for the workers to end together.
-        size = min(made.batch, max(1, -(-resamples // count)))
+        # Pieces are small enough for the workers to end together, and large enough to reuse memory.
+        size = min(max(made.batch, resamples // (16 * count)), -(-resamples // count))
         pieces = [(first, min(size, resamples - first)) for first in range(0, resamples, size)]
 
         def work(piece: tuple[int, int]) -> int:

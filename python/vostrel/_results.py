@@ -5,7 +5,7 @@ from __future__ import annotations
 import re
 from collections.abc import Iterator
 from dataclasses import asdict, astuple, dataclass, fields
-from typing import TYPE_CHECKING, Any, Generic, TypeVar, Union
+from typing import TYPE_CHECKING, Any, Generic, Optional, TypeVar, Union
 
 import numpy as np
 
@@ -14,6 +14,8 @@ from vostrel import _core
 if TYPE_CHECKING:  # importing the package must be quick
     import pandas
     from numpy.typing import NDArray
+
+    from vostrel._uncertainties import Uncertainties
 
 T = TypeVar("T")
 
@@ -196,6 +198,8 @@ class BinnedStatistics:
         Statistics of the residual, an array for each. NaN where a bin is empty.
     norm : BinnedResiduals
         Statistics of the normalized residual.
+    uncertainties : tuple of Uncertainties or None
+        If asked for: the errors of each bin by formula. NaN where it is empty.
     """
 
     edges: NDArray[np.float64]
@@ -206,6 +210,7 @@ class BinnedStatistics:
     n_outside: int
     delta: BinnedResiduals
     norm: BinnedResiduals
+    uncertainties: Optional[tuple[Uncertainties, ...]] = None
 
     def __len__(self) -> int:
         return len(self.counts)
@@ -233,7 +238,8 @@ class BinnedStatistics:
         -------
         pandas.DataFrame
             Columns ``low`` and ``high`` (the edges), ``n``, ``n_nan``, and
-            the numbers under flat names such as ``norm_nmad``.
+            the numbers under flat names such as ``norm_nmad``; with
+            uncertainties also ``norm_nmad_error`` and so on.
 
         Raises
         ------
@@ -249,6 +255,11 @@ class BinnedStatistics:
         for part in ("delta", "norm"):
             for name in NAMES:
                 columns[f"{part}_{name}"] = getattr(getattr(self, part), name)
+        if self.uncertainties is not None:
+            rows = [one.to_dict() for one in self.uncertainties]
+            for name in rows[0]:
+                if name.endswith(("_error", "_low", "_high")):
+                    columns[name] = np.array([row[name] for row in rows])
         return import_pandas("to_frame").DataFrame(columns)
 
     def __str__(self) -> str:

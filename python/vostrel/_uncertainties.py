@@ -9,8 +9,7 @@ from typing import TYPE_CHECKING, Any, Optional, Union
 import numpy as np
 
 from vostrel import _core
-from vostrel._inputs import NanPolicy, check_counts, prepare
-from vostrel._point import point_statistics
+from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
 from vostrel._results import NAMES, ROWS, Eleven, Residuals, aligned, import_pandas
 
 if TYPE_CHECKING:
@@ -242,22 +241,28 @@ def uncertainties(
     """
     check_confidence(confidence)
     columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
-    sample = _core.Sample(columns.values, columns.masks, nan_policy == "omit")
-    check_counts(nan_policy, sample.n, sample.n_masked, sample.n_nan)
-    values = point_statistics(reference, estimate, mask=mask, nan_policy=nan_policy)
-    if sample.n_nan and nan_policy == "propagate":
+    result = of_columns(columns, confidence, nan_policy)
+    check_counts(nan_policy, result.n, result.n_masked, result.n_nan)
+    return result
+
+
+def of_columns(columns: Columns, confidence: float, nan_policy: NanPolicy) -> Uncertainties:
+    """Return the uncertainties of columns that are ready for the core: NaN for no objects."""
+    omit = nan_policy == "omit"
+    sample = _core.Sample(columns.values, columns.masks, omit)
+    n, n_masked, n_nan = sample.n, sample.n_masked, sample.n_nan
+    _, _, _, *values = _core.point_statistics(columns.values, columns.masks, omit)
+    if n == 0 or (n_nan and not omit):
         delta = norm = UncertainResiduals(*[NO_ESTIMATE] * len(NAMES))
     else:
-        n = sample.n
         wide, narrow = median_ranks(n, confidence), median_ranks(n, ONE_SIGMA)
         found = sample.spreads([rank for ranks in (wide, narrow) if ranks for rank in ranks])
         delta, norm = (
-            _by_formula(n, confidence, part, spread, wide is not None, narrow is not None)
-            for part, spread in zip((values.delta, values.norm), found)
+            _by_formula(n, confidence, Residuals(*part), spread, bool(wide), bool(narrow))
+            for part, spread in zip(values, found)
+            if part is not None
         )
-    return Uncertainties(
-        sample.n, sample.n_masked, sample.n_nan, confidence, "formula", delta, norm
-    )
+    return Uncertainties(n, n_masked, n_nan, confidence, "formula", delta, norm)
 
 
 NO_ESTIMATE = Estimate(math.nan, math.nan, math.nan, math.nan)

@@ -128,3 +128,22 @@ def test_coverage(rng):
         hits += [getattr(u.norm, name).low <= value <= getattr(u.norm, name).high
                  for name, value in zip(names, truth)]
     assert (hits / 2000 > 0.93).all() and (hits / 2000 < 0.97).all()
+
+
+def test_bins_have_the_errors_of_their_objects(rng):
+    reference, estimate = redshifts(rng, 2000)
+    estimate[7] = np.nan
+    b = vostrel.binned_statistics(
+        reference, estimate, bins=[0.0, 0.5, 50.0, 60.0], nan_policy="omit", uncertainties=True
+    )
+    for i, u in enumerate(b.uncertainties):
+        inside = (b.edges[i] <= reference) & (reference < b.edges[i + 1])
+        assert u.n == b.counts[i]
+        if not inside.any():
+            assert math.isnan(u.norm.bias.low)
+            continue
+        alone = vostrel.uncertainties(reference[inside], estimate[inside], nan_policy="omit")
+        assert same_bits(list(u.to_dict().values())[3:], list(alone.to_dict().values())[3:])
+    frame = b.to_frame()
+    assert frame["norm_nmad_high"][0] == b.uncertainties[0].norm.nmad.high
+    assert vostrel.binned_statistics(reference[8:], estimate[8:]).uncertainties is None
