@@ -111,7 +111,7 @@ def diagnostic_figure(
     width = SIZES[layout][0] if figure is None else size_of(figure)[0]
     heading = title_lines(title, width)
     top = 0.08 + TITLE_LINE * len(heading)
-    rows = table_lines(objects, names, source) if table else []
+    rows = table_lines(objects, source) if table else []
     bottom = LINE * (len(rows) + TABLE_LINES) + 0.05 if table else 0.02
     if figure is None:
         height = diagnostic_height(layout, width, panels, bar, top + bottom)
@@ -179,7 +179,7 @@ def add_colour_bar(sheet: Sheet, box: Box, images: list[Any]) -> None:
 TABLE_LINES = 9
 
 
-def table_lines(objects: Objects, labels: Labels, source: str | None) -> list[str]:
+def table_lines(objects: Objects, source: str | None) -> list[str]:
     """Return the lines below the numbers."""
     lines = []
     if objects.nans or objects.infinite:
