@@ -54,10 +54,15 @@ class AgainstPlain : public InScratchFolder {
     traces.internal = read_file("internal.txt");
     traces.log = read_file("error.log");
     traces.report = read_file("report.txt");
+    if constexpr (!kTestsSignOfNaN) {
+      for (std::size_t at; (at = traces.report.find("-nan")) != std::string::npos;) {
+        traces.report.erase(at, 1);
+      }
+    }
     traces.id = run.id;
     for (const auto* vector : {&run.zspec, &run.zphot, &run.delta, &run.deltaNorm}) {
       traces.values.push_back(vector->size());
-      for (const double value : *vector) traces.values.push_back(bits_of(value));
+      for (const double value : *vector) traces.values.push_back(bits_without_payload(value));
     }
     for (const double value : {run.bias,
                                run.sigma,
@@ -81,7 +86,7 @@ class AgainstPlain : public InScratchFolder {
                                run.outliers2Norm,
                                run.outliers3Norm,
                                run.outliers4Norm}) {
-      traces.statistics.push_back(bits_of(value));
+      traces.statistics.push_back(bits_without_payload(value));
     }
     return traces;
   }
