@@ -27,7 +27,7 @@ double scale_of(const std::vector<double>& edges) {
 
 }  // namespace
 
-Bins::Bins(std::vector<double> edges) : edges_(std::move(edges)), scale_(0) {
+Bins::Bins(std::vector<double> edges) : edges_(std::move(edges)) {
   const bool ascending = std::is_sorted(edges_.begin(), edges_.end());
   const bool nan =
       std::any_of(edges_.begin(), edges_.end(), [](double e) { return std::isnan(e); });

@@ -36,7 +36,7 @@ class Bins {
 
  private:
   std::vector<double> edges_;
-  double scale_;  // bins per unit of the value if all are equally wide, else 0
+  double scale_ = 0;  // bins per unit of the value if all are equally wide, else 0
 };
 
 /// point_statistics of the objects in each bin, from columns that come in blocks, several times

@@ -88,6 +88,8 @@ std::uint64_t draw_part(std::uint64_t draws, std::uint64_t part, std::uint64_t w
 // Divides draws among the blocks from `first` on, as items are divided among them. The left part is
 // as many blocks as the greatest power of two makes, so that most parts are halves, which take one
 // bit a draw.
+// It calls itself to a depth of the logarithm of the number of blocks.
+// NOLINTNEXTLINE(misc-no-recursion)
 void divide(std::uint64_t draws, std::size_t items, std::span<std::uint64_t> blocks, Bits& bits) {
   if (blocks.size() == 1) {
     blocks[0] = draws;

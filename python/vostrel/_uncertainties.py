@@ -269,7 +269,7 @@ NO_ESTIMATE = Estimate(math.nan, math.nan, math.nan, math.nan)
 
 
 def check_confidence(confidence: float) -> None:
-    """Raise the ValueError for a confidence that is none."""
+    """Raise ValueError unless the confidence lies between 0 and 1."""
     if not 0 < confidence < 1:
         raise ValueError(f"confidence must be between 0 and 1, not {confidence!r}")
 

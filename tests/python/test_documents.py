@@ -52,7 +52,7 @@ def test_pandas_recipe(columns):
     pd.DataFrame({"z_spec": z_spec, "z_phot": z_phot}).to_csv("catalogue.csv", index=False)
     s = recipe("A table through pandas")["s"]
     assert (s.n, s.n_nan) == (490, 10)
-    saved = pd.read_csv("statistics.csv", index_col=0).iloc[:, 0]
+    saved = pd.read_csv("statistics.csv", index_col=0, float_precision="round_trip").iloc[:, 0]
     assert saved["norm_nmad"] == s.norm.nmad
 
 
