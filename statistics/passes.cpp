@@ -206,15 +206,16 @@ class Tally {
                        std::sqrt(std::max(variance, 0.0) + rounding));
   }
 
-  bool end_later_pass(double n) { return distribution_.resolve(sigma(n)); }
+  void end_second_pass(double n) { sigma_ = std::sqrt(second_.deviations.total() / n); }
+
+  bool end_later_pass() { return distribution_.resolve(sigma_); }
 
   bool has_infinite_median() const { return !std::isfinite(distribution_.median()); }
 
   ResidualStatistics statistics(std::uint64_t count) const {
-    const auto n = static_cast<double>(count);
     ResidualStatistics s{};
     s.bias = second_.bias;
-    s.sigma = sigma(n);
+    s.sigma = sigma_;
     s.rms = rms_;
     s.mad = has_nan_ ? kNaN : distribution_.absolute_median();
     s.nmad = s.mad * kNmadFactor;
@@ -227,6 +228,7 @@ class Tally {
     Tally fresh;
     fresh.second_.bias = second_.bias;
     fresh.rms_ = rms_;
+    fresh.sigma_ = sigma_;
     fresh.has_nan_ = has_nan_;
     fresh.distribution_ = distribution_.fresh();
     return fresh;
@@ -245,6 +247,7 @@ class Tally {
     for (const Sum* sum : {&first_.sum, &first_.squares, &second_.deviations}) sum->write(out);
     out.number(second_.bias);
     out.number(rms_);
+    out.number(sigma_);
     out.integer(has_nan_);
     distribution_.write(out);
   }
@@ -257,17 +260,17 @@ class Tally {
       *sum = Sum::read(in);
     tally.second_.bias = in.number();
     tally.rms_ = in.number();
+    tally.sigma_ = in.number();
     tally.has_nan_ = in.index(2) == 1;
     tally.distribution_ = Distribution::read(in);
     return tally;
   }
 
  private:
-  double sigma(double n) const { return std::sqrt(second_.deviations.total() / n); }
-
   FirstSums<Sum> first_;
   SecondSum<Sum> second_;
   double rms_ = 0;
+  double sigma_ = 0;
   bool has_nan_ = false;
   Distribution distribution_;
 };
@@ -452,8 +455,12 @@ class Passes::StateWith : public Passes::State {
       norm_.end_first_pass(n);
       return Step::kSecond;
     }
-    const bool delta_done = delta_.end_later_pass(n);
-    const bool norm_done = norm_.end_later_pass(n);
+    if (step_ == Step::kSecond) {
+      delta_.end_second_pass(n);
+      norm_.end_second_pass(n);
+    }
+    const bool delta_done = delta_.end_later_pass();
+    const bool norm_done = norm_.end_later_pass();
     if (!delta_done || !norm_done) return Step::kLater;
     if (!kIsExact<Sum> && (delta_.has_infinite_median() || norm_.has_infinite_median())) {
       return keep_all();

@@ -14,6 +14,7 @@ from vostrel._passes import BinnedPasses, ChunkNanPolicy, Passes
 try:
     import dask
     import dask.array
+    import dask.core
     from dask.delayed import Delayed
 except ImportError as error:
     raise ImportError("vostrel.dask needs dask, which is not installed") from error
@@ -174,15 +175,15 @@ def _run(job: Job, compute: bool) -> Any:
 
 def _run_in_task(job: Job) -> Any:
     """Run a job inside a task of whatever scheduler."""
-    worker = sys.modules.get("distributed.worker")
-    if worker is not None:
+    distributed = sys.modules.get("distributed")
+    if distributed is not None:
         try:
-            worker.get_worker()
+            distributed.get_worker()
         except ValueError:
             pass
         else:
             # The worker's thread is given back while the job waits for other tasks.
-            with worker.worker_client():
+            with distributed.worker_client():
                 return job.run()
     return job.run()
 
@@ -303,4 +304,6 @@ def _check_partitions(columns: dict[str, Any]) -> None:
 
 
 def _delayed_blocks(column: Any) -> list[Delayed]:
-    return list(np.ravel(column.to_delayed(optimize_graph=False)))
+    # to_delayed() fails on an array made of a DataFrame, once that is optimized.
+    graph = dict(column.__dask_graph__())
+    return [Delayed(key, graph) for key in dask.core.flatten(column.__dask_keys__())]

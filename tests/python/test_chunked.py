@@ -1,7 +1,9 @@
 """Statistics of chunks: the same bits however the objects are cut, ordered and shared."""
 
 import math
+import pathlib
 import pickle
+import re
 import subprocess
 import sys
 import threading
@@ -22,11 +24,13 @@ def by_workers(chunks, workers):
     passes = vostrel.Passes()
     while passes.needs_another_pass:
         start = pickle.dumps(passes.fresh())
+        merged = passes.fresh()
         for share in shares(chunks, workers):
             part = pickle.loads(start)
             for chunk in share:
                 part.add(*chunk)
-            passes.merge(pickle.loads(pickle.dumps(part)))
+            merged.merge(pickle.loads(pickle.dumps(part)))
+        passes = merged  # has all that the passes before have learned
         passes.end_pass()
     return passes.result()
 
@@ -324,3 +328,31 @@ def test_an_engine_is_imported_when_it_is_used(module, needed):
         [sys.executable, "-c", script], capture_output=True, text=True, check=True
     ).stdout
     assert printed == f"vostrel.{module} needs {needed}, which is not installed\n"
+
+
+def recipe(title):
+    """Runs the code below a title of docs/scale.md, and returns the statistics."""
+    document = pathlib.Path(__file__).resolve().parents[2] / "docs" / "scale.md"
+    section = document.read_text().split(f"\n## {title}\n")[1].split("\n## ")[0]
+    names = {}
+    exec("\n".join(re.findall(r"```python\n(.*?)```", section, re.DOTALL)), names)
+    return names["s"]
+
+
+def test_recipes(rng, tmp_path, monkeypatch):
+    h5py = pytest.importorskip("h5py")
+    pandas = pytest.importorskip("pandas")
+    monkeypatch.chdir(tmp_path)
+    reference, estimate = redshifts(rng, 20_000)
+    expected = vostrel.chunked_statistics([(reference, estimate)])
+    np.save("zspec.npy", reference)
+    np.save("zphot.npy", estimate)
+    with h5py.File("catalogue.hdf5", "w") as file:
+        file["zspec"], file["zphot"] = reference, estimate
+    frame = pandas.DataFrame({"zspec": reference, "zphot": estimate, "flag": 0})
+    for i, part in enumerate(np.array_split(frame, 3)):
+        part.to_csv(f"part-{i}.csv")
+    assert recipe("A `.npy` file for each column") == expected
+    assert recipe("HDF5") == expected
+    assert recipe("A dask DataFrame of many CSV or Parquet files").n == expected.n
+    assert recipe("Your own engine").n == 100_000

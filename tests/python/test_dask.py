@@ -1,0 +1,177 @@
+"""vostrel.dask: the bits of chunked_statistics under every scheduler, and when a worker dies."""
+
+import os
+import pathlib
+import signal
+import threading
+import time
+
+import dask.array as da
+import dask.dataframe as dd
+import numpy as np
+import pandas as pd
+import pytest
+import vostrel
+from dask import config, delayed
+from data_sets import LONG, numbers, same_bits
+from scale_sets import SETS, cut, redshifts, scale_sets, ways_to_cut
+
+distributed = pytest.importorskip("distributed")
+
+ON_CLUSTER = SETS if LONG else 6
+
+
+def collections(chunks):
+    """Dask arrays of these chunks."""
+    columns = zip(*chunks)
+    return [
+        da.concatenate([da.from_array(part, chunks=-1) for part in column]) for column in columns
+    ]
+
+
+@pytest.fixture(params=[1, 2, 3, 4])
+def client(request):
+    with distributed.LocalCluster(
+        n_workers=request.param, threads_per_worker=1, dashboard_address=None
+    ) as cluster, distributed.Client(cluster) as client:
+        yield client
+
+
+def test_the_same_bits_in_threads(rng):
+    with config.set(scheduler="threads"):
+        for columns in scale_sets(rng, SETS if LONG else 12):
+            expected = numbers(vostrel.chunked_statistics([columns]))
+            for way, chunks in ways_to_cut(rng, columns):
+                if len(chunks) > 64:
+                    continue
+                found = numbers(vostrel.dask.point_statistics(*collections(chunks)))
+                assert same_bits(found, expected), (way, columns)
+
+
+def test_the_same_bits_on_a_cluster(client, rng):
+    for columns in scale_sets(rng, ON_CLUSTER):
+        chunks = cut(columns, int(rng.integers(1, 12)))
+        found = vostrel.dask.point_statistics(*collections(chunks))
+        assert same_bits(numbers(found), numbers(vostrel.chunked_statistics([columns]))), columns
+    later = vostrel.dask.point_statistics(*collections(chunks), compute=False)
+    assert same_bits(numbers(later.compute()), numbers(found))
+    kept = [column.persist() for column in collections(chunks)]
+    assert same_bits(numbers(vostrel.dask.point_statistics(*kept, compute=False).compute()),
+                     numbers(found))
+
+
+def test_processes(rng):
+    columns = redshifts(rng, 20_000)
+    with config.set(scheduler="processes"):
+        found = vostrel.dask.point_statistics(*collections(cut(columns, 2)))
+    assert found == vostrel.chunked_statistics([columns])
+
+
+def die_once(values, folder, wanted, position):
+    """The values; the computation of number `wanted` of the first chunk waits to be killed."""
+    if position == 0:
+        number = len(list(folder.iterdir()))
+        (folder / str(number)).write_text(str(os.getpid()))
+        if number == wanted:
+            time.sleep(60)
+    return values
+
+
+@pytest.mark.parametrize("wanted", [0, 1], ids=["first pass", "second pass"])
+def test_a_killed_worker(wanted, rng, tmp_path):
+    columns = redshifts(rng, 40_000)
+    chunks = cut(columns, 8)
+    reference = da.concatenate(
+        [
+            da.from_delayed(
+                delayed(die_once)(chunk[0], pathlib.Path(tmp_path), wanted, i),
+                (len(chunk[0]),),
+                float,
+            )
+            for i, chunk in enumerate(chunks)
+        ]
+    )
+    estimate = collections(chunks)[1]
+    killed = []
+
+    def kill():
+        file = tmp_path / str(wanted)
+        while not (file.exists() and file.read_text()):
+            time.sleep(0.01)
+        killed.append(int(file.read_text()))
+        os.kill(killed[0], signal.SIGKILL)
+
+    with distributed.LocalCluster(
+        n_workers=2, threads_per_worker=1, dashboard_address=None
+    ) as cluster, distributed.Client(cluster):
+        killer = threading.Thread(target=kill, daemon=True)
+        killer.start()
+        found = vostrel.dask.point_statistics(reference, estimate)
+        killer.join(10)
+    assert killed and killed[0] != os.getpid()
+    assert found == vostrel.chunked_statistics([columns])
+
+
+def test_every_kind_of_collection(rng):
+    r, e = redshifts(rng, 20_000)
+    expected = vostrel.chunked_statistics([(r, e)])
+    a, b = da.from_array(r, chunks=1000), da.from_array(e, chunks=1700)
+    frame = dd.from_pandas(pd.DataFrame({"r": r, "e": e}), npartitions=5)
+    statistics = vostrel.dask.point_statistics
+    assert statistics(a, b) == expected
+    assert statistics(a, e) == expected
+    assert statistics(frame.r, frame.e) == expected
+    assert statistics(frame.r.values, frame.e) == expected
+
+    masked = vostrel.chunked_statistics([(r, e, r > 1)])
+    assert statistics(a, b, mask=a > 1) == masked
+    assert statistics(a, b, mask=r > 1) == masked
+    assert statistics(frame.r, frame.e, mask=frame.r > 1) == masked
+    assert statistics(da.ma.masked_greater(a, 1), b) == masked
+
+    kept = vostrel.chunked_statistics([(r[r <= 1], e[r <= 1])])
+    b = b.rechunk(1000)
+    near = frame[frame.r <= 1]
+    assert statistics(a[a <= 1], b[a <= 1]) == kept  # unknown sizes
+    assert statistics(near.r, near.e) == kept
+
+
+def test_nan(rng):
+    r, e = redshifts(rng, 1000)
+    e[:10] = np.nan
+    a, b = da.from_array(r, chunks=300), da.from_array(e, chunks=300)
+    with pytest.raises(ValueError, match="10 of 1000 objects have NaN"):
+        vostrel.dask.point_statistics(a, b)
+    assert vostrel.dask.point_statistics(a, b, nan_policy="omit").n_nan == 10
+
+
+def test_bins(rng):
+    r, e = redshifts(rng, 30_000)
+    by = rng.uniform(18, 25, 30_000)
+    edges = [18, 20, 22, 24]
+    expected = vostrel.chunked_binned_statistics([(r, e, by)], bins=edges)
+    columns = [da.from_array(column, chunks=7000) for column in (r, e, by)]
+    found = vostrel.dask.binned_statistics(*columns, bins=edges)
+    later = vostrel.dask.binned_statistics(*columns, bins=3, range=(18, 24), compute=False)
+    for b in (found, later.compute()):
+        assert list(b) == list(expected)
+        assert b.n_outside == expected.n_outside > 0
+
+
+@pytest.mark.parametrize(
+    "reference, estimate, error, message",
+    [
+        (np.ones(3), np.ones(3), TypeError, "in memory already"),
+        (da.ones(3), [1, 1, 1], TypeError, "estimate must be a one-dimensional dask array"),
+        (da.ones(3), delayed(5), TypeError, "estimate must be a one-dimensional dask array"),
+        (da.ones((3, 1)), da.ones(3), ValueError, "reference must have one dimension, but has 2"),
+        (da.ones(3), da.ones(4), ValueError, "reference and estimate differ in length: 3 and 4"),
+        (da.ones(0), da.ones(0), ValueError, "there are no objects"),
+        (da.ones(3)[da.ones(3) > 0], np.ones(3), ValueError, "call compute_chunk_sizes"),
+        (da.ones(4, chunks=2)[da.ones(4, chunks=2) > 0], da.ones(4), ValueError, "2 and 1 chunks"),
+        (da.ones(3)[da.ones(3) > 0], da.ones(4), ValueError, "differ in length: 3 and 4"),
+    ],
+)
+def test_what_is_refused(reference, estimate, error, message):
+    with pytest.raises(error, match=message):
+        vostrel.dask.point_statistics(reference, estimate)
