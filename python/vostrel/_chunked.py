@@ -216,7 +216,7 @@ def start(chunks: Chunks) -> Iterator[Any]:
 
 
 def read_chunk(chunk: Any, names: tuple[str, ...]) -> Any:
-    """Return the chunk, or raise the TypeError for what is none."""
+    """Return the chunk, or raise TypeError for anything else."""
     if not isinstance(chunk, (tuple, list)) or not 2 <= len(chunk) <= len(names):
         found = type(chunk).__name__
         if isinstance(chunk, (tuple, list)):

@@ -104,14 +104,14 @@ def test_report_of_another_run(old, new, told, failure):
 
 
 @pytest.mark.skipif(VOSTREL is None, reason="VOSTREL names no vostrel")
-@pytest.mark.parametrize("kind", ["catalogue", "constant", "outliers", "not-a-number"])
+@pytest.mark.parametrize("kind", ["catalogue", "constant", "outliers", "NaN"])
 def test_report_and_console_output_of_a_run_are_accepted(figure_of, kind):
     zspec, zphot = catalogue(501)
     if kind == "constant":
         zspec[:], zphot[:] = 0.5, 0.6
     if kind == "outliers":
         zphot[::20], zphot[7] = -99, 1234567
-    if kind == "not-a-number":
+    if kind == "NaN":
         zphot[5:40:7], zspec[9], zspec[30] = np.nan, np.inf, -1
     with open("table.csv", "w", encoding="utf-8") as stream:
         stream.writelines(f"x,{s:.9f},{p:.9f}\n" for s, p in zip(zspec, zphot))

@@ -352,7 +352,7 @@ def within_view(axis, label):
         ("large span", "page", "--no-table"),
         ("tiny residual", "column", "--table"),
         ("negative", "page", "--no-table"),
-        ("not-a-number", "column", "--table"),
+        ("NaN", "column", "--table"),
         ("report", "page", "--table"),
     ],
 )
@@ -375,7 +375,7 @@ def test_no_text_is_clipped_or_overlaps(figure_of, kind, layout, table):
         zphot = zspec * (1 + 1e-5)
     elif kind == "negative":
         zspec, zphot = -1000 * zspec, -1000 * zphot
-    elif kind == "not-a-number":
+    elif kind == "NaN":
         zphot[:300], zphot[300:500] = np.nan, -np.inf
     elif kind == "report":
         zspec, zphot = [1] * 4, ZPHOT

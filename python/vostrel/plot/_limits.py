@@ -89,7 +89,7 @@ def quantiles(values: Floats, shares: Sequence[float]) -> list[float]:
 def robust_range(values: Floats) -> Limits:
     """Return the least and greatest of the values short of the wild ones."""
     low, high = quantiles(values, (0.25, 0.75))
-    # What lies within the outlier bound is never wild, be most values the same.
+    # Values within the outlier bound are never wild, even where most values are the same.
     reach = max(FENCE * (high - low), BOUND * (1 + abs(low)))
     least, greatest = float(values.min()), float(values.max())
     if least < low - reach or greatest > high + reach:
