@@ -1,7 +1,7 @@
 #include "statistics/lines.h"
 
 #include <ostream>
-#include <string>
+#include <string_view>
 
 namespace vostrel {
 
@@ -22,11 +22,13 @@ const char* label_of(const Statistic& statistic, Labels labels) {
 }  // namespace
 
 void write_lines(std::ostream& out, const ResidualStatistics& statistics, Labels labels) {
-  const std::size_t width = labels == Labels::kDelta ? 17 : 22;
+  // Without a string, so that lines come out even when no memory is left.
+  constexpr std::string_view kBlanks = "                      ";
+  const std::size_t width = labels == Labels::kDelta ? 17 : kBlanks.size();
   for (const Statistic& statistic : kStatistics) {
-    std::string label = label_of(statistic, labels);
-    label.resize(width, ' ');
-    out << label << "= " << statistics.*statistic.member << statistic.unit << std::endl;
+    const std::string_view label = label_of(statistic, labels);
+    out << label << kBlanks.substr(0, width - label.size()) << "= " << statistics.*statistic.member
+        << statistic.unit << std::endl;
   }
 }
 
