@@ -212,7 +212,7 @@ def merge_tree(parts: list[Delayed]) -> Delayed:
 
 
 def pair_blocks(**columns: Any) -> list[tuple[Any, ...]]:
-    """Return a tuple of blocks, or None for a column that is None, for each chunk.
+    """Return a tuple of blocks for each chunk, with None for a column left out.
 
     Raises
     ------

@@ -55,8 +55,8 @@ def point_statistics(
 
     Notes
     -----
-    Whatever is raised in one process, be it while its chunks are read, is
-    raised in all of them at the end of the pass. None is left waiting.
+    What is raised in one process, also while its chunks are read, is raised
+    in all of them at the end of the pass. No process is left waiting.
 
     Examples
     --------
