@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "python/src/calls.h"
 #include "python/src/columns.h"
 #include "statistics/bootstrap.h"
 #include "statistics/resample.h"
@@ -29,21 +30,13 @@ namespace vostrel::python {
 
 namespace {
 
-using Arrays = std::vector<py::array>;
-
 // The columns of the objects that are kept: in place where all are kept and all are doubles.
 class Sample {
  public:
   Sample(Arrays columns, const Arrays& masks, bool omit_nan) : arrays_(std::move(columns)) {
     size_ = static_cast<std::size_t>(arrays_.at(0).size());
-    std::vector<Column> parts;
-    for (const py::array& array : arrays_) parts.push_back(column_of(array));
-    std::vector<Mask> conditions;
-    for (const py::array& mask : masks) {
-      check(mask);
-      if (mask.dtype().kind() != 'b') throw py::type_error("a mask must hold truth values");
-      conditions.push_back({static_cast<const char*>(mask.data()), mask.strides(0)});
-    }
+    const std::vector<Column> parts = columns_of(arrays_);
+    const std::vector<Mask> conditions = masks_of(masks, arrays_.at(0).size());
     const py::gil_scoped_release release;
     count(parts, conditions, omit_nan);
     for (const Column& part : parts) {
@@ -72,20 +65,6 @@ class Sample {
 
  private:
   static constexpr std::size_t kBlock = 4096;
-
-  void check(const py::array& array) const {
-    if (array.ndim() != 1 || static_cast<std::size_t>(array.size()) != size_) {
-      throw py::value_error("arrays must have one dimension and one length");
-    }
-  }
-
-  Column column_of(const py::array& values) const {
-    check(values);
-    const py::dtype type = values.dtype();
-    const bool swapped = !type.attr("isnative").cast<bool>();
-    return {static_cast<const char*>(values.data()), values.strides(0), type.kind(),
-            static_cast<std::size_t>(type.itemsize()), swapped};
-  }
 
   void count(const std::vector<Column>& parts, const std::vector<Mask>& masks, bool omit_nan) {
     std::vector<double> room(kBlock);

@@ -1,43 +1,44 @@
 #include "python/src/calls.h"
 
-#include <utility>
-
 namespace py = pybind11;
 
 namespace vostrel::python {
 
 namespace {
 
-// The arrays must outlive the column: the caller's list holds them.
-Column column_of(const py::array& values) {
-  if (values.ndim() != 1) throw py::value_error("an array must have one dimension");
-  const py::dtype type = values.dtype();
-  const bool swapped = !type.attr("isnative").cast<bool>();
-  return {static_cast<const char*>(values.data()), values.strides(0), type.kind(),
-          static_cast<std::size_t>(type.itemsize()), swapped};
+void check_shape(const py::array& array, py::ssize_t size) {
+  if (array.ndim() != 1 || array.size() != size) {
+    throw py::value_error("arrays must have one dimension and one length");
+  }
 }
 
 }  // namespace
 
+std::vector<Column> columns_of(const Arrays& arrays) {
+  std::vector<Column> columns;
+  for (const py::array& array : arrays) {
+    check_shape(array, arrays.front().size());
+    const py::dtype type = array.dtype();
+    const bool swapped = !type.attr("isnative").cast<bool>();
+    columns.push_back({static_cast<const char*>(array.data()), array.strides(0), type.kind(),
+                       static_cast<std::size_t>(type.itemsize()), swapped});
+  }
+  return columns;
+}
+
+std::vector<Mask> masks_of(const Arrays& arrays, py::ssize_t size) {
+  std::vector<Mask> masks;
+  for (const py::array& array : arrays) {
+    check_shape(array, size);
+    if (array.dtype().kind() != 'b') throw py::type_error("a mask must hold truth values");
+    masks.push_back({static_cast<const char*>(array.data()), array.strides(0)});
+  }
+  return masks;
+}
+
 Rows rows_of(const Arrays& columns, const Arrays& masks, bool omit_nan) {
   const auto size = columns.at(0).size();
-  const auto check = [size](const py::array& array) {
-    if (array.ndim() != 1 || array.size() != size) {
-      throw py::value_error("arrays must have one dimension and one length");
-    }
-  };
-  std::vector<Column> parts;
-  for (const py::array& values : columns) {
-    check(values);
-    parts.push_back(column_of(values));
-  }
-  std::vector<Mask> conditions;
-  for (const py::array& mask : masks) {
-    check(mask);
-    if (mask.dtype().kind() != 'b') throw py::type_error("a mask must hold truth values");
-    conditions.push_back({static_cast<const char*>(mask.data()), mask.strides(0)});
-  }
-  return {static_cast<std::size_t>(size), std::move(parts), std::move(conditions), omit_nan};
+  return {static_cast<std::size_t>(size), columns_of(columns), masks_of(masks, size), omit_nan};
 }
 
 py::tuple tuple_of(const ResidualStatistics& statistics) {

@@ -10,12 +10,19 @@
 #include <cstddef>
 #include <vector>
 
+#include "python/src/columns.h"
 #include "python/src/rows.h"
 #include "statistics/statistics.h"
 
 namespace vostrel::python {
 
 using Arrays = std::vector<pybind11::array>;
+
+/// The columns of arrays of numbers, which must have one dimension and one length and outlive them.
+std::vector<Column> columns_of(const Arrays& arrays);
+
+/// The masks of arrays of truth values, each of `size` entries. The arrays must outlive them.
+std::vector<Mask> masks_of(const Arrays& arrays, pybind11::ssize_t size);
 
 /// The objects of columns and masks of one length. The arrays must outlive them.
 Rows rows_of(const Arrays& columns, const Arrays& masks, bool omit_nan);
