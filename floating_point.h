@@ -8,11 +8,11 @@
 // clang-format off
 #if defined(__FAST_MATH__) || defined(__ASSOCIATIVE_MATH__) || defined(__RECIPROCAL_MATH__) || \
     (defined(__FINITE_MATH_ONLY__) && __FINITE_MATH_ONLY__ != 0)
-#error "vostrel needs NaN, infinities and exact rounding: compile without -ffast-math and its parts"
+#error "vostrel needs NaN, infinities and exact rounding: compile without -ffast-math or any part of it"
 #elif FLT_EVAL_METHOD < 0 || FLT_EVAL_METHOD == 2
 #error "vostrel needs arithmetic that rounds to double, unlike x87's: compile with -msse2 -mfpmath=sse"
 #elif DBL_MANT_DIG != 53
-#error "vostrel needs doubles of IEEE 754"
+#error "vostrel needs IEEE 754 doubles"
 #endif
 // clang-format on
 

@@ -18,9 +18,9 @@ constexpr int kAborted = -1;  // the shell sees 255
 
 // Ends the run with status 0: the user asked for it.
 //
-// The interrupted line may hold the lock of stdio, for which std::exit and a std::cout tied to
-// stdio would wait forever. So main separates std::cout from stdio, and the handler calls _Exit.
-// Nothing is lost: std::cout is flushed here, and no function is registered to run at exit.
+// The interrupted code may hold the lock of stdio. std::exit, or a std::cout synchronized with
+// stdio, would wait for it forever. So main turns the synchronization off, and the handler calls
+// _Exit. Nothing is lost: std::cout is flushed here, and no function is registered to run at exit.
 void signal_handler(int /*signal*/) {
   std::cout << "SIGINT catched!" << std::endl;
   std::_Exit(0);

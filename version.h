@@ -1,4 +1,4 @@
-// The release. CMake, the manuals and the packages read it here, in its one place.
+// The version and the release date. CMake, the manuals and the packages read them here.
 
 #ifndef VOSTREL_VERSION_H
 #define VOSTREL_VERSION_H
@@ -9,7 +9,7 @@ namespace vostrel {
 
 inline constexpr std::string_view kVersion = "1.1.0";
 inline constexpr std::string_view kReleaseDate = "2026-11-21";
-// The banner shows major and minor number alone.
+// What the banner shows: only the major and the minor number.
 inline constexpr std::string_view kRelease = kVersion.substr(0, kVersion.rfind('.'));
 
 }  // namespace vostrel

@@ -64,7 +64,7 @@ _vostrel() {
 complete -F _vostrel vostrel
 
 _vostrel_plot() {
-  local words 
+  local words
   local options="--report --output --title --dpi --layout --table --no-table --log --no-log --labels
     --compare --version --help"
   COMPREPLY=()

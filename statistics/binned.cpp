@@ -13,7 +13,7 @@ namespace vostrel {
 
 namespace {
 
-// Bins per unit of the value, when equal ones would have nearly these edges; else 0.
+// Bins per unit of the value if bins of equal width would have nearly these edges, else 0.
 double scale_of(const std::vector<double>& edges) {
   const double first = edges.front();
   const auto count = static_cast<double>(edges.size() - 1);
@@ -44,7 +44,7 @@ std::size_t Bins::operator()(double value) const {
     const auto above = std::upper_bound(edges_.begin(), edges_.end(), value);
     return std::min(static_cast<std::size_t>(above - edges_.begin()) - 1, last);
   }
-  // Near enough; the edges have the last word.
+  // A good guess, which the edges then correct.
   auto bin = std::min(static_cast<std::size_t>((value - edges_.front()) * scale_), last);
   while (value < edges_[bin]) --bin;
   while (bin < last && value >= edges_[bin + 1]) ++bin;

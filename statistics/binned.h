@@ -21,13 +21,13 @@ class Bins {
  public:
   static constexpr std::size_t kOutside = static_cast<std::size_t>(-1);
 
-  /// @param edges  two or more, not NaN, none smaller than the one before. A bin between equal
-  /// edges
-  ///               holds nothing, except the last one, which holds its edge.
-  /// @throws std::invalid_argument when they are not like that.
+  /// Between equal edges a bin holds nothing, except the last bin, which holds its edge.
+  ///
+  /// @param edges  two or more, none NaN, none smaller than the one before.
+  /// @throws std::invalid_argument if they are not like that.
   explicit Bins(std::vector<double> edges);
 
-  /// The bin that holds the value, or kOutside. NaN is outside.
+  /// Returns the bin that holds the value, counted from 0, or kOutside. NaN is outside.
   std::size_t operator()(double value) const;
 
   std::size_t size() const { return edges_.size() - 1; }
@@ -36,11 +36,11 @@ class Bins {
 
  private:
   std::vector<double> edges_;
-  double scale_ = 0;  // bins per unit of the value if all are equally wide, else 0
+  double scale_ = 0;  // bins per unit of the value if all have about equal width, else 0
 };
 
-/// point_statistics of the objects in each bin, from columns that come in blocks, several times
-/// over:
+/// point_statistics() of the objects in each bin. The columns are added block by block, once in
+/// each pass:
 ///
 ///     vostrel::BinnedPasses passes(bins, vostrel::Sums::kInOrder);
 ///     do {
@@ -55,37 +55,38 @@ class BinnedPasses {
   const Bins& bins() const { return bins_; }
 
   /// Adds a block: the objects, and the quantity that they are binned by. All passes must see the
-  /// same objects, with sums in order in the same order.
-  /// @throws std::invalid_argument when the arrays differ in length.
+  /// same objects, and with sums in order they must see them in the same order.
+  /// @throws std::invalid_argument if the arrays differ in length.
   void add(std::span<const double> reference, std::span<const double> estimate,
            std::span<const double> by);
 
   /// Ends the pass.
   /// @return needs_another_pass().
-  /// @throws std::invalid_argument when this pass had other objects than the first.
+  /// @throws std::invalid_argument if a bin got another number of objects than in the first pass.
   bool end_pass();
 
   /// Whether the data are needed once more. True for a fresh object.
   bool needs_another_pass() const;
 
-  /// The number of objects, in bins or not: so far in the first pass, and in all from then on.
+  /// The number of objects, in bins or not: during the first pass those so far, then all.
   std::uint64_t size() const;
 
-  /// As those of Passes, for exact sums.
+  /// These are like those of Passes. Requires: exact sums.
   BinnedPasses fresh() const;
   void merge(const BinnedPasses& other);
   std::string to_bytes() const;
   static BinnedPasses from_bytes(std::string_view bytes);
 
-  /// The statistics of each bin, when no other pass is needed: bit for bit those of the bin's
-  /// objects alone, in their order.
+  /// The statistics of each bin: with sums in order, bit for bit point_statistics() of the bin's
+  /// objects in their order.
+  /// @throws std::logic_error if another pass is needed.
   std::vector<PointStatistics> results() const;
 
-  /// How many objects are in no bin.
+  /// The number of objects in no bin.
   std::uint64_t outside() const { return outside_; }
 
  private:
-  // Objects of a bin wait here until there are enough to be worth a call.
+  // The objects of a bin that are not yet handed to its Passes.
   struct Waiting {
     std::size_t count = 0;
     std::vector<double> reference;

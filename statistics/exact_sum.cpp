@@ -9,7 +9,7 @@ namespace vostrel {
 
 namespace {
 
-constexpr int kLowestExponent = -1152;  // of word 0; 53 bits and more below the smallest double
+constexpr int kLowestExponent = -1152;  // of word 0: more than 53 bits below the smallest double
 constexpr std::int64_t kLowHalf = 0xffffffff;
 
 std::uint64_t bits_of(double value) { return std::bit_cast<std::uint64_t>(value); }
@@ -36,12 +36,12 @@ void ExactSum::add(std::span<const double> values) {
 }
 
 // Splits each value into a multiple of 2^(exponent_ - 51), a multiple of 2^(exponent_ - 102), and a
-// rest. `large` is so large that its sum with the value has just those multiples as its last bits,
-// and the difference from the value is exact. The integers fit, since there are at most 2^11 of
-// them and none is above 2^51. Returns false, with nothing added, when there is a rest or a value
-// is not below 2^exponent_.
+// rest. The unit of the last place of `large` is 2^(exponent_ - 51), so adding `large` to the value
+// rounds it to such a multiple, and the difference from the value is exact. The integers fit, since
+// there are at most 2^11 of them and none is above 2^51. Returns false and adds nothing if there is
+// a rest, or if a value is not below 2^exponent_.
 bool ExactSum::add_split(std::span<const double> values) {
-  // Splitting must not overflow, nor meet numbers below the smallest normal one.
+  // Splitting must not overflow, nor meet subnormal numbers.
   if (exponent_ > 1000 || exponent_ < -800) return false;
   const double large = std::ldexp(1.5, exponent_ + 1);
   const double small = std::ldexp(large, -51);
@@ -80,7 +80,7 @@ void ExactSum::add_integer(std::int64_t integer, int exponent) {
   if (++additions_ == std::int64_t{1} << 28) carry();
 }
 
-// Brings all words but the last into the range of 32 bits.
+// Brings every word except the last into the range of 32 bits.
 void ExactSum::carry() {
   for (std::size_t i = 0; i + 1 < kWords; ++i) {
     words_[i + 1] += words_[i] >> 32;
@@ -132,13 +132,13 @@ double ExactSum::total() const {
     return below <= top ? static_cast<std::uint64_t>(sum.words_[top - below]) : 0;
   };
 
-  // The leading 64 bits, and whether there is anything below them.
+  // The leading 64 bits, and whether a bit below them is set.
   const int leading = std::countl_zero(static_cast<std::uint32_t>(word(0)));
   const std::uint64_t bits = (word(0) << 32 | word(1)) << leading | (word(2) << leading >> 32);
   bool more = (word(2) << leading & 0xffffffff) != 0;
   for (std::size_t below = 3; below <= top && !more; ++below) more = word(below) != 0;
 
-  // Rounded to 53 bits, or to fewer below the smallest normal double.
+  // Rounds to 53 bits, or to fewer if the result is subnormal.
   const int exponent = 32 * (static_cast<int>(top) - 1) + kLowestExponent - leading;  // of a bit
   const int dropped = std::max(11, -1074 - exponent);
   if (dropped > 64) return 0.0;

@@ -12,28 +12,29 @@
 
 namespace vostrel {
 
-/// A sum of doubles without rounding, until total() rounds it once.
+/// A sum of doubles that is rounded only once, by total().
 ///
 /// The sum is a fixed-point number wide enough for all doubles (R. M. Neal, "Fast exact summation
 /// using small and large superaccumulators", 2015). A block of values is first added up in two
 /// 64-bit integers, one of the leading bits of all values and one of the next 51 bits, by the
 /// error-free splitting of S. M. Rump, T. Ogita and S. Oishi, "Accurate floating-point summation,
-/// part I" (2008). Where that does not take in all bits, the values are added one by one.
+/// part I" (2008). If bits are left over, the values are added one by one.
 class ExactSum {
  public:
   /// Adds a value.
   void add(double value);
 
-  /// Adds up to 2^11 values, faster than one by one.
+  /// Adds several values, faster than one by one. Requires: at most 2^11 values.
   void add(std::span<const double> values);
 
   /// Adds another sum.
   void merge(const ExactSum& other);
 
-  /// The double nearest to the sum, ties to even. Infinities and NaN among the values give what a
-  /// sum of doubles gives.
+  /// Returns the double nearest to the sum, ties to even. Infinities and NaN among the values give
+  /// what a sum of doubles gives.
   double total() const;
 
+  /// Writes the sum, and reads it back.
   void write(ByteWriter& out) const;
   static ExactSum read(ByteReader& in);
 
@@ -47,7 +48,7 @@ class ExactSum {
   std::array<std::int64_t, kWords> words_{};  // word i counts 2^(32 * i - 1152)
   std::int64_t additions_ = 0;                // since the last carry()
   double not_finite_ = 0;
-  int exponent_ = 0;  // of the bound of magnitudes that the last block suggests
+  int exponent_ = 0;  // the next block's magnitudes are expected to be below 2^exponent_
 };
 
 }  // namespace vostrel

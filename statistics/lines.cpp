@@ -22,7 +22,7 @@ const char* label_of(const Statistic& statistic, Labels labels) {
 }  // namespace
 
 void write_lines(std::ostream& out, const ResidualStatistics& statistics, Labels labels) {
-  // Without a string, so that lines come out even when no memory is left.
+  // No std::string here: lines must come out even if memory has run out.
   constexpr std::string_view kBlanks = "                      ";
   const std::size_t width = labels == Labels::kDelta ? 17 : kBlanks.size();
   for (const Statistic& statistic : kStatistics) {

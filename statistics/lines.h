@@ -1,4 +1,4 @@
-// The lines of statistics on the console and in the report.
+// Writes the lines of statistics on the console and in the report.
 
 #ifndef VOSTREL_STATISTICS_LINES_H
 #define VOSTREL_STATISTICS_LINES_H
@@ -9,11 +9,10 @@
 
 namespace vostrel {
 
-/// Which labels a block of lines has.
+/// The labels of a block of lines.
 enum class Labels { kDelta, kNormalized, kNormalizedOnConsole };
 
-/// Writes a line for each statistic, "label = value", the "=" of a block below each other. Each
-/// line is flushed.
+/// Writes a line "label = value" for each statistic, with the "=" in one column. Flushes each line.
 void write_lines(std::ostream& out, const ResidualStatistics& statistics, Labels labels);
 
 }  // namespace vostrel

@@ -14,7 +14,7 @@ namespace vostrel {
 namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kIqrFactor = 1.349;  // quartile distance of a normal distribution of sigma 1
+constexpr double kIqrFactor = 1.349;  // interquartile range of a normal distribution with sigma 1
 constexpr double kSmallestBound = 0.06;
 
 std::vector<std::uint64_t> middle_ranks(std::uint64_t n) {
@@ -22,7 +22,7 @@ std::vector<std::uint64_t> middle_ranks(std::uint64_t n) {
   return {(n - 1) / 2, n / 2};
 }
 
-// As numpy.median takes it from the two values of middle_ranks.
+// The median from the two values of middle_ranks, as numpy.median computes it.
 double middle_of(std::uint64_t n, double low, double high) {
   return n % 2 == 1 ? low : (low + high) / 2;
 }
@@ -50,7 +50,7 @@ std::vector<std::uint64_t> quartile_ranks(std::uint64_t n) {
   return ranks;
 }
 
-// Rounded as numpy.percentile rounds it.
+// Rounds as numpy.percentile does.
 double interpolate(double low, double high, double part) {
   const double distance = high - low;
   return part >= 0.5 ? high - distance * (1 - part) : low + distance * part;
@@ -92,7 +92,7 @@ void LsstPasses::add_distances(std::span<double> errors) {
   for (double& error : errors) {
     outliers_ += counts_outliers_ && std::fabs(error) > bound;
     error = std::fabs(error - metrics_.bias);
-    has_nan_distance_ |= std::isnan(error);  // of an infinity from an infinite median
+    has_nan_distance_ |= std::isnan(error);  // of an infinity from the same infinity
   }
   ranks_.add(errors);
 }
@@ -119,7 +119,8 @@ bool LsstPasses::end_pass() {
   return false;
 }
 
-// The median and the distance of the quartiles; next come the distances from the median.
+// Takes the median and the interquartile range. The next passes find the middle distance from the
+// median.
 void LsstPasses::take_quartiles() {
   const std::vector<std::uint64_t> ranks = quartile_ranks(n_);
   const auto value_of = [&](std::uint64_t rank) {

@@ -10,16 +10,16 @@
 
 namespace vostrel {
 
-/// The metrics of e = (estimate - reference) / (1 + reference). All are dimensionless, and NaN when
-/// an e is NaN or there is none. Defined by Graham et al. 2018, AJ 155, 1.
+/// The metrics of the error e = (estimate - reference) / (1 + reference), as in Graham et al. 2018,
+/// AJ 155, 1. All are dimensionless. All are NaN if an e is NaN or there are no objects.
 struct LsstMetrics {
   double bias;          ///< Median of e.
   double sigma_iqr;     ///< (75th - 25th percentile of e) / 1.349.
   double sigma_mad;     ///< 1.4826 * median of |e - median(e)|.
-  double outlier_rate;  ///< Fraction, 0 to 1, of the objects with |e| > max(0.06, 3 sigma_iqr).
+  double outlier_rate;  ///< Fraction of objects with |e| > max(0.06, 3 sigma_iqr), 0 to 1.
 };
 
-/// Finds the metrics of columns that come in blocks, several times over:
+/// Finds the metrics of two columns, which are added block by block, once in each pass:
 ///
 ///     vostrel::LsstPasses passes(n);
 ///     do {
@@ -27,21 +27,22 @@ struct LsstMetrics {
 ///     } while (passes.end_pass());
 ///     const vostrel::LsstMetrics metrics = passes.result();
 ///
-/// Percentiles are interpolated linearly, as NumPy does it. There are six passes for most data.
+/// Percentiles are interpolated linearly, as NumPy does it. Most data take six passes.
 class LsstPasses {
  public:
-  /// @param n  how many objects there are.
+  /// @param n  the number of objects.
   explicit LsstPasses(std::uint64_t n);
 
-  /// Adds a block of both columns. The same objects must come in each pass, in any order.
+  /// Adds a block of both columns. Each pass must see the same objects, in any order.
+  /// @throws std::invalid_argument if the arrays differ in length.
   void add(std::span<const double> reference, std::span<const double> estimate);
 
   /// Ends the pass.
   /// @return whether another pass is needed.
-  /// @throws std::invalid_argument when this pass had other values than the one before.
+  /// @throws std::invalid_argument if this pass saw other values than the one before.
   bool end_pass();
 
-  /// The metrics, when no other pass is needed.
+  /// The metrics. Requires: no other pass is needed.
   const LsstMetrics& result() const { return metrics_; }
 
  private:

@@ -1,4 +1,6 @@
-// Mean, standard deviation and root mean square. All three are NaN for no values.
+// Mean, standard deviation and root mean square. All three are NaN if there are no values.
+//
+// `Sum` decides how sums are taken: InOrderSum, or ExactSum of exact_sum.h.
 
 #ifndef VOSTREL_STATISTICS_MOMENTS_H
 #define VOSTREL_STATISTICS_MOMENTS_H
@@ -10,7 +12,7 @@
 
 namespace vostrel {
 
-/// A sum in index order, with one rounding an addition.
+/// A sum in index order. Each addition rounds.
 class InOrderSum {
  public:
   void add(double value) { total_ += value; }
@@ -20,6 +22,7 @@ class InOrderSum {
   double total_ = 0.0;
 };
 
+/// (sum of values) / n.
 template <class Sum = InOrderSum>
 double mean(std::span<const double> values) {
   Sum sum;
@@ -27,7 +30,7 @@ double mean(std::span<const double> values) {
   return sum.total() / static_cast<double>(values.size());
 }
 
-/// The standard deviation about `center`, with the number of values as divisor.
+/// sqrt((sum of (value - center)^2) / n).
 template <class Sum = InOrderSum>
 double standard_deviation(std::span<const double> values, double center) {
   Sum sum;
@@ -35,7 +38,7 @@ double standard_deviation(std::span<const double> values, double center) {
   return std::sqrt(sum.total() / static_cast<double>(values.size()));
 }
 
-/// About zero.
+/// sqrt((sum of value^2) / n).
 template <class Sum = InOrderSum>
 double root_mean_square(std::span<const double> values) {
   Sum sum;

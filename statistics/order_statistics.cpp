@@ -2,10 +2,9 @@
 // bracket and collects those inside it, and the median is selected among the few that are inside.
 //
 // Why this equals the bubble sort of statistics.h: no comparison with NaN is true, so a NaN is
-// never swapped and no value passes it. The values between two NaN, a stretch, are sorted by
-// themselves, because the passes k = last ... first + 1 over a stretch are among the passes made,
-// and the passes before them do no harm. Equal values keep their order, which shows in the sign of
-// a zero.
+// never swapped and no value moves past it. The values between two NaN are a stretch. It is sorted
+// by itself: the passes k = last ... first + 1 sort it, and earlier passes only begin to. Equal
+// values keep their order, which shows in the sign of a zero.
 
 #include "statistics/order_statistics.h"
 
@@ -26,8 +25,8 @@ namespace vostrel {
 
 namespace {
 
-// A key is what is ordered: the value itself, or a number made of it. Keys are made again whenever
-// they are looked at, which saves a second array.
+// A key is what is ordered: the value, its magnitude, or its distance from a center. A key is
+// computed each time it is needed, which saves a second array.
 
 struct Value {
   std::span<const double> values;
@@ -55,13 +54,13 @@ struct Range {
   std::size_t size() const { return last - first; }
 };
 
-// The keys of a rank and of the rank before it. For rank 0, `before` has no meaning.
+// The keys of a rank and of the rank before it. For rank 0, `before` means nothing.
 struct Neighbours {
   double before;
   double at;
 };
 
-// Ranges below this size are copied whole.
+// Smaller ranges are copied whole.
 constexpr std::size_t kSmall = std::size_t{1} << 16;
 
 Neighbours select_among(double* keys, std::size_t count, std::size_t rank) {
@@ -69,7 +68,7 @@ Neighbours select_among(double* keys, std::size_t count, std::size_t rank) {
   return {rank == 0 ? 0 : *std::max_element(keys, keys + rank), keys[rank]};
 }
 
-// Copies all keys of the range. Nothing when one of them is NaN.
+// Selects in a copy of all keys of the range. Returns nothing if one of them is NaN.
 template <class Key>
 std::optional<Neighbours> select_in_copy(Range range, std::size_t rank, Key key) {
   std::vector<double> keys;
@@ -81,7 +80,7 @@ std::optional<Neighbours> select_in_copy(Range range, std::size_t rank, Key key)
   return select_among(keys.data(), keys.size(), rank);
 }
 
-// The neighbours if `value` is the key of `rank`, in one pass.
+// Returns the neighbours if `value` is the key of `rank`, else nothing. Takes one pass.
 template <class Key>
 std::optional<Neighbours> neighbours_at(Range range, std::size_t rank, Key key, double value) {
   std::size_t less = 0;
@@ -102,9 +101,9 @@ struct Bracket {
   double high;
 };
 
-// Two keys between which the key of `rank` lies with near certainty. One key of each of `count`
-// equal parts of the range is drawn. The rank in such a sample is off by at most sqrt(count) / 2
-// (one standard deviation). The bracket allows for four of those. Nothing when the sample has NaN.
+// Returns two keys that almost certainly bracket the key of `rank`. Draws one key from each of
+// `count` equal parts of the range. The standard deviation of a rank in such a sample is at most
+// sqrt(count) / 2. The bracket allows for four of those. Returns nothing if the sample has NaN.
 template <class Key>
 std::optional<Bracket> take_bracket(Range range, std::size_t rank, Key key) {
   const std::size_t count = std::clamp<std::size_t>(range.size() / 64, 2048, 65536);
@@ -126,7 +125,7 @@ std::optional<Bracket> take_bracket(Range range, std::size_t rank, Key key) {
   bracket.low = *low;  // before the next line moves it
   std::nth_element(low, high, sample.end());
   bracket.high = *high;
-  if (!(bracket.low < bracket.high)) {  // one value fills the middle: make it one of the bounds
+  if (!(bracket.low < bracket.high)) {  // one value fills the middle: make it one of two bounds
     constexpr double kInfinity = std::numeric_limits<double>::infinity();
     if (bracket.high < kInfinity) {
       bracket.high = std::nextafter(bracket.high, kInfinity);
@@ -137,8 +136,8 @@ std::optional<Bracket> take_bracket(Range range, std::size_t rank, Key key) {
   return bracket;
 }
 
-// The keys of a range about a bracket: how many are at most low, and those strictly between its
-// bounds, NaN among them. Incomplete when there are too many inside.
+// The keys of a range, divided by a bracket: how many are at most `low`, and those strictly between
+// the bounds, NaN among them. Incomplete if too many are inside.
 struct Partition {
   std::size_t below = 0;
   std::size_t inside = 0;
@@ -149,7 +148,7 @@ struct Partition {
 template <class Key>
 Partition partition(Range range, Key key, Bracket bracket) {
   const std::size_t room = range.size() / 8;
-  // Not make_unique: zeros here cost a pass over memory.
+  // Not make_unique, which takes a pass over the memory to fill it with zeros.
   std::unique_ptr<double[]> collected(new double[room]);
   std::size_t below = 0;
   std::size_t inside = 0;
@@ -157,7 +156,7 @@ Partition partition(Range range, Key key, Bracket bracket) {
   for (std::size_t first = range.first; first < range.last; first += kPiece) {
     const std::size_t last = std::min(first + kPiece, range.last);
     if (inside + kPiece > room) return {below, inside, nullptr, false};
-    // Every key is written and stays if it is inside. A branch here would be guessed wrong.
+    // Every key is written and stays if it is inside. A branch would be mispredicted.
     for (std::size_t i = first; i < last; ++i) {
       const double k = key(i);
       collected[inside] = k;
@@ -170,7 +169,7 @@ Partition partition(Range range, Key key, Bracket bracket) {
   return {below, inside, std::move(collected), true};
 }
 
-// The neighbours up to the signs of zeros. Nothing when a key of the range is NaN.
+// The neighbours, except for the signs of zeros. Returns nothing if a key of the range is NaN.
 template <class Key>
 std::optional<Neighbours> select_up_to_signs(Range range, std::size_t rank, Key key) {
   if (range.size() < kSmall) return select_in_copy(range, rank, key);
@@ -195,8 +194,8 @@ std::optional<Neighbours> select_up_to_signs(Range range, std::size_t rank, Key 
   return select_in_copy(range, rank, key);
 }
 
-// Gives zeros their signs. Equal values keep their order, so the zero of a rank is found by its
-// place among the zeros.
+// Gives zeros among the neighbours their signs. Equal values keep their order, so the zero of a
+// rank is found by its place among the zeros.
 template <class Key>
 void settle_signs(Range range, std::size_t rank, Key key, Neighbours& neighbours) {
   std::size_t negatives = 0;
@@ -231,7 +230,7 @@ std::optional<Neighbours> select(Range range, std::size_t rank, Key key) {
 // The two middle keys of an array with NaN.
 template <class Key>
 Neighbours select_in_stretch(std::size_t n, std::size_t middle, Key key) {
-  // When the middle itself is NaN, so is the result. Its neighbour matters only as another NaN.
+  // If the middle is NaN, so is the result. Its neighbour matters only if it is NaN too.
   const double before = middle > 0 ? key(middle - 1) : 0;
   if (std::isnan(key(middle))) return {std::isnan(before) ? before : 0, key(middle)};
   Range stretch{middle, middle + 1};

@@ -1,5 +1,4 @@
-// The median of distances, which mad_about_median and UTILS share. The other medians are in
-// statistics.h.
+// The median of the distances from any center. The other medians are in statistics.h.
 
 #ifndef VOSTREL_STATISTICS_ORDER_STATISTICS_H
 #define VOSTREL_STATISTICS_ORDER_STATISTICS_H
@@ -8,7 +7,8 @@
 
 namespace vostrel {
 
-/// The median of |value - center|, ordered as statistics.h tells. NaN for no values.
+/// The median of |value - center|, in the order that statistics.h defines. NaN if there are no
+/// values.
 double median_of_distances(std::span<const double> values, double center);
 
 }  // namespace vostrel

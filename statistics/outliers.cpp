@@ -8,21 +8,20 @@ namespace vostrel {
 
 namespace {
 
-// The bits of magnitudes order as the magnitudes do, with infinity above all numbers and NaN above
-// infinity. Comparisons of integers take half the time of those of doubles here, because the
-// compiler makes them two at a time.
+// The bits of magnitudes, as integers, have the order of the magnitudes, with NaN above infinity.
+// Integers are compared twice as fast as doubles here, because the compiler compares two at a time.
 
 constexpr std::int64_t kInfinity =
     std::bit_cast<std::int64_t>(std::numeric_limits<double>::infinity());
 
-// The integer that the bits of a magnitude exceed just when the magnitude exceeds `bound`, or is
+// The bits of a magnitude exceed this integer if and only if the magnitude exceeds `bound` or is
 // NaN.
-std::int64_t bits_of(double bound) {
+std::int64_t integer_bound(double bound) {
   if (std::isnan(bound)) return kInfinity;
   return bound < 0 ? -1 : std::bit_cast<std::int64_t>(std::fabs(bound));
 }
 
-// 1 when magnitude > bound. Neither is below -1, so the difference can't overflow.
+// 1 if magnitude > bound, else 0. Neither is below -1, so the difference can't overflow.
 std::uint64_t exceeds(std::int64_t magnitude, std::int64_t bound) {
   return static_cast<std::uint64_t>(bound - magnitude) >> 63;
 }
@@ -31,7 +30,9 @@ std::uint64_t exceeds(std::int64_t magnitude, std::int64_t bound) {
 
 std::array<std::uint64_t, 5> count_outliers(std::span<const double> values, double sigma) {
   std::array<std::int64_t, 5> bounds{};
-  for (std::size_t k = 0; k < bounds.size(); ++k) bounds[k] = bits_of(outlier_bounds(sigma)[k]);
+  for (std::size_t k = 0; k < bounds.size(); ++k) {
+    bounds[k] = integer_bound(outlier_bounds(sigma)[k]);
+  }
   std::array<std::uint64_t, 5> counts{};
   std::uint64_t nans = 0;
   for (const double value : values) {

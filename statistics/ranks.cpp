@@ -14,24 +14,26 @@ constexpr std::size_t kDigits = std::size_t{1} << kBits;
 constexpr std::uint32_t kNone = 0;  // the first group is inside no other
 constexpr std::uint64_t kSignBit = std::uint64_t{1} << 63;
 
-// An integer that orders as the number does, the same for both zeros.
-std::uint64_t order_of(double value) {
+// An integer that sorts as the number does, the same for both zeros.
+std::uint64_t sortable_of(double value) {
   const auto bits = std::bit_cast<std::uint64_t>(value == 0 ? 0.0 : value);
   return (bits & kSignBit) != 0 ? ~bits : bits | kSignBit;
 }
 
-double number_of(std::uint64_t order) {
-  return std::bit_cast<double>((order & kSignBit) != 0 ? order ^ kSignBit : ~order);
+// The number that has this sortable integer.
+double number_of(std::uint64_t sortable) {
+  return std::bit_cast<double>((sortable & kSignBit) != 0 ? sortable ^ kSignBit : ~sortable);
 }
 
-// The digits of an order, twelve bits each, from the top. The last one has only four bits.
-std::size_t digit_of(std::uint64_t order, int depth) {
+// A digit of a sortable integer: twelve bits, the leading ones at depth 0. The last digit has only
+// four bits.
+std::size_t digit_of(std::uint64_t sortable, int depth) {
   const int settled = kBits * (depth + 1);
-  return (settled <= 64 ? order >> (64 - settled) : order << (settled - 64)) & (kDigits - 1);
+  return (settled <= 64 ? sortable >> (64 - settled) : sortable << (settled - 64)) & (kDigits - 1);
 }
 
-// The inverse.
-std::uint64_t order_of_digit(std::size_t digit, int depth) {
+// The digit at its place in a sortable integer, with 0 in all other bits.
+std::uint64_t at_its_place(std::size_t digit, int depth) {
   const int settled = kBits * (depth + 1);
   return settled <= 64 ? std::uint64_t{digit} << (64 - settled) : digit >> (settled - 64);
 }
@@ -59,11 +61,11 @@ void Ranks::start_pass(std::size_t first_open) {
   }
 }
 
-// The group of this pass that a value belongs to, or nothing.
-Ranks::Group* Ranks::find(std::uint64_t order) {
+// The group of this pass that holds the value, or nullptr.
+Ranks::Group* Ranks::find(std::uint64_t sortable) {
   std::uint32_t group = 0;
   for (int depth = 0; depth < depth_; ++depth) {
-    group = groups_[group].inner[digit_of(order, depth)];
+    group = groups_[group].inner[digit_of(sortable, depth)];
     if (group == kNone) return nullptr;
   }
   return &groups_[group];
@@ -80,15 +82,15 @@ void Ranks::add(std::span<const double> values) {
 
 void Ranks::count(std::span<const double> values) {
   for (const double value : values) {
-    const std::uint64_t order = order_of(value);
-    if (Group* const group = find(order)) ++group->counts[digit_of(order, depth_)];
+    const std::uint64_t sortable = sortable_of(value);
+    if (Group* const group = find(sortable)) ++group->counts[digit_of(sortable, depth_)];
   }
 }
 
 void Ranks::keep(std::span<const double> values) {
   for (const double value : values) {
-    const std::uint64_t order = order_of(value);
-    if (Group* const group = find(order)) group->kept.push_back(order);
+    const std::uint64_t sortable = sortable_of(value);
+    if (Group* const group = find(sortable)) group->kept.push_back(sortable);
   }
 }
 
@@ -122,7 +124,7 @@ void Ranks::finish() {
   first_open_ = 0;
 }
 
-// Makes a group of each digit that holds a wanted rank.
+// Makes a group for each digit that holds a wanted rank.
 void Ranks::refine() {
   const std::size_t end = groups_.size();
   for (std::size_t g = first_open_; g < end; ++g) {
@@ -136,8 +138,8 @@ void Ranks::refine() {
       while (rank < last_rank && ranks_[rank] < before + counts[digit]) ++rank;
       if (rank > first) {
         groups_[g].inner[digit] = static_cast<std::uint32_t>(groups_.size());
-        groups_.push_back({groups_[g].leading | order_of_digit(digit, depth_), counts[digit],
-                           before, first, rank});
+        groups_.push_back(
+            {groups_[g].leading | at_its_place(digit, depth_), counts[digit], before, first, rank});
       }
       before += counts[digit];
     }

@@ -1,4 +1,4 @@
-// The values of given ranks among values that come in blocks, several times over.
+// The values of given ranks among values that are added block by block, in several passes.
 
 #ifndef VOSTREL_STATISTICS_RANKS_H
 #define VOSTREL_STATISTICS_RANKS_H
@@ -10,8 +10,7 @@
 
 namespace vostrel {
 
-/// Finds the values that stand at given places of the ascending order, without ordering or keeping
-/// all values:
+/// Finds the values of given ranks, without sorting or keeping all values:
 ///
 ///     vostrel::Ranks ranks(n, {n / 2});
 ///     do {
@@ -19,41 +18,43 @@ namespace vostrel {
 ///     } while (ranks.end_pass());
 ///     const double upper_middle = ranks.values()[0];
 ///
-/// Each pass counts the values by the next twelve bits of those that share the leading bits of a
-/// wanted one. When it takes less memory to keep such values than to count them, they are kept and
-/// the pass is the last. There are at most six passes, and three for most data.
+/// The values that share the leading bits of a wanted value form a group. Each pass counts the
+/// values of each group by their next twelve bits. Once it takes less memory to keep the values of
+/// the groups than to count them, they are kept, and that pass is the last. Most data take three
+/// passes, and none take more than six.
 class Ranks {
  public:
-  /// @param n      how many values there are.
-  /// @param ranks  places in the ascending order, counted from 0, ascending themselves and below n.
+  /// @param n      the number of values.
+  /// @param ranks  places in ascending order, from 0 to n - 1. The ranks ascend, too.
   Ranks(std::uint64_t n, std::vector<std::uint64_t> ranks);
 
-  /// Adds a block of the values. The same values must come in each pass, in any order. They must
-  /// not be NaN.
+  /// Adds a block of the values. Each pass must see the same values, in any order. Requires: no
+  /// NaN.
   void add(std::span<const double> values);
 
   /// Ends the pass.
   /// @return whether another pass is needed.
-  /// @throws std::invalid_argument when this pass had other values than the one before.
+  /// @throws std::invalid_argument if this pass saw other values than the one before.
   bool end_pass();
 
-  /// The values of the ranks, when no other pass is needed. A zero may have either sign.
+  /// The values of the ranks. A zero may have either sign. Requires: no other pass is needed.
   const std::vector<double>& values() const { return values_; }
 
  private:
-  // The values that share the bits above those that are settled next.
+  // Values that share their leading bits. Values are handled as sortable integers.
   struct Group {
-    std::uint64_t leading;  // the bits that they share, the others 0
+    std::uint64_t leading;  // the bits that they share; the other bits are 0
     std::uint64_t size;
-    std::uint64_t before;                    // values that are smaller than the group's
+    std::uint64_t before;                    // how many values are smaller than the group's
     std::size_t first_rank;                  // the wanted ranks in the group
-    std::size_t last_rank;                   // one behind
+    std::size_t last_rank;                   // one past the last of them
     std::vector<std::uint64_t> counts = {};  // by the next bits
-    std::vector<std::uint32_t> inner = {};  // by the next bits: the group of a later pass, or kNone
-    std::vector<std::uint64_t> kept = {};   // in the last pass
+    std::vector<std::uint32_t> inner =
+        {};                                // by the next bits: the group of the next pass, or kNone
+    std::vector<std::uint64_t> kept = {};  // in the last pass
   };
 
-  Group* find(std::uint64_t order);
+  Group* find(std::uint64_t sortable);
   void start_pass(std::size_t first_open);
   void count(std::span<const double> values);
   void keep(std::span<const double> values);
@@ -63,9 +64,9 @@ class Ranks {
 
   std::vector<std::uint64_t> ranks_;
   std::vector<double> values_;
-  std::vector<Group> groups_;  // the groups of a pass stand behind those of the passes before
-  std::size_t first_open_ = 0;
-  int depth_ = 0;  // how often twelve bits have been settled
+  std::vector<Group> groups_;   // those of earlier passes first
+  std::size_t first_open_ = 0;  // the first group of this pass
+  int depth_ = 0;               // the number of earlier passes, each of which settled twelve bits
   bool keeping_ = false;
 };
 

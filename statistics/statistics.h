@@ -4,7 +4,7 @@
 //     const vostrel::PointStatistics s = vostrel::point_statistics(zspec, zphot);
 //     std::cout << s.norm.nmad << " " << s.norm.outliers_015 << "%\n";
 //
-// This header includes nothing but the standard library. All arithmetic is in double precision.
+// This header includes only the standard library. All arithmetic is in double precision.
 
 #ifndef VOSTREL_STATISTICS_STATISTICS_H
 #define VOSTREL_STATISTICS_STATISTICS_H
@@ -15,8 +15,8 @@
 
 namespace vostrel {
 
-/// The statistics of one residual r over n objects. Outliers are percentages, 0 to 100; the others
-/// have the unit of the residual, which for redshifts is dimensionless. All are NaN when n is 0.
+/// The statistics of one residual r of n objects. Outliers are percentages, 0 to 100. The others
+/// have the unit of the residual; redshifts are dimensionless. All are NaN if n is 0.
 struct ResidualStatistics {
   double bias;             ///< Mean of r.
   double sigma;            ///< Standard deviation about the bias, with divisor n.
@@ -38,13 +38,13 @@ struct PointStatistics {
   ResidualStatistics norm;   ///< Of the normalized residual: delta / (1 + reference).
 };
 
-/// One statistic as people read it.
+/// How one statistic is printed.
 struct Statistic {
-  const char* label;                   ///< On the line of the residual.
-  const char* normalized_label;        ///< On the line of the normalized residual.
-  double ResidualStatistics::*member;  ///< Where its value is.
+  const char* label;                   ///< For the residual.
+  const char* normalized_label;        ///< For the normalized residual.
+  double ResidualStatistics::*member;  ///< The value.
   const char* unit;                    ///< "%", or empty for the unit of the residual.
-  /// The console's label where it differs from the report's.
+  /// For the normalized residual on the console, where one label differs from the report's.
   const char* normalized_console_label = normalized_label;
 };
 
@@ -65,11 +65,11 @@ inline constexpr std::array<Statistic, 11> kStatistics = {{
 
 /// All statistics of both residuals. Entry i of both arrays belongs to the same object.
 ///
-/// Sums run in index order. NaN and infinities are carried on into the results; where a residual is
-/// NaN, the medians are those of median() below.
-/// Takes time in proportion to n, and little memory beyond the arrays unless a residual is NaN.
+/// Sums run in index order. NaN and infinities propagate into the results. If a residual is NaN,
+/// the medians are those of median() below. Takes time in proportion to n, and little memory beyond
+/// the arrays unless a residual is NaN.
 ///
-/// @throws std::invalid_argument when the arrays differ in length.
+/// @throws std::invalid_argument if the arrays differ in length.
 PointStatistics point_statistics(std::span<const double> reference,
                                  std::span<const double> estimate);
 
@@ -81,21 +81,21 @@ PointStatistics point_statistics(std::span<const double> reference,
 //       for (j = 0; j < k; ++j)
 //         if (a[j] > a[j + 1]) swap(a[j], a[j + 1]);
 //
-// The median is the middle value, or half the sum of the two middle values when n is even. Without
-// NaN that is the usual median. A NaN stays in its place and no value passes it, so the values
-// between two NaN are sorted by themselves.
-// All three take linear time, leave the values as they are, and return NaN for no values.
+// The median is the middle value, or half the sum of the two middle values if n is even. Without
+// NaN that is the usual median. A NaN stays in its place and no value moves past it, so the values
+// before and after it are sorted separately.
+// All three take linear time, leave the values as they are, and return NaN if there are none.
 
 /// The median of the values.
 double median(std::span<const double> values);
 
-/// The median of |value|: MAD, of residuals.
+/// The median of |value|. Of residuals, this is MAD.
 double absolute_median(std::span<const double> values);
 
-/// The median of |value - median(values)|: MAD(Delta), of residuals.
+/// The median of |value - median(values)|. Of residuals, this is MAD(Delta).
 double mad_about_median(std::span<const double> values);
 
-/// Makes the standard deviation of normally distributed residuals of their MAD.
+/// NMAD / MAD. Turns the MAD of normally distributed residuals into their standard deviation.
 inline constexpr double kNmadFactor = 1.4826;
 
 /// The bound of outliers_015.
@@ -106,12 +106,12 @@ constexpr std::array<double, 5> outlier_bounds(double sigma) {
   return {kOutlierBound, sigma, 2.0 * sigma, 3.0 * sigma, 4.0 * sigma};
 }
 
-/// For each of the outlier bounds, how many values have |value| > bound. A comparison with NaN is
-/// false.
+/// For each of the outlier_bounds, the number of values with |value| > bound. A comparison with NaN
+/// is false.
 /// @param sigma  the standard deviation of the values.
 std::array<std::uint64_t, 5> count_outliers(std::span<const double> values, double sigma);
 
-/// `count` of `n` in percent, rounded as (count / n) * 100.
+/// `count` of `n` in percent, computed as (count / n) * 100. NaN if both are 0.
 constexpr double percentage(double count, std::uint64_t n) {
   return count / static_cast<double>(n) * 100.0;
 }

@@ -5,16 +5,16 @@
 
 #include <cstddef>
 
-// Tests set small blocks to meet block boundaries often. A row must fit into two: at least 34
-// bytes.
+// Tests set small blocks, so that many lines cross a block boundary. Two blocks must hold a row: at
+// least 34 bytes each.
 #ifndef VOSTREL_BLOCK_SIZE
 #define VOSTREL_BLOCK_SIZE (std::size_t{1} << 17)
 #endif
 
 namespace vostrel {
 
-/// How much of a file is read at once: enough to make system calls cheap, little enough to stay in
-/// the processor's cache.
+/// The bytes of a file that are read at once: enough to make system calls cheap, few enough to stay
+/// in the processor's cache.
 inline constexpr std::size_t kBlockSize = VOSTREL_BLOCK_SIZE;
 
 }  // namespace vostrel

@@ -7,8 +7,8 @@ namespace vostrel {
 namespace {
 
 // As copy_small_decimal, for scientific notation: a digit from 1 to 9, a point, any number of
-// decimals, an e, a sign and two digits, from 0.0001 to just below 10^5. Nine digits are looked at
-// and three of them dropped; the rounding is certain for the same reason.
+// decimals, an e, a sign and two digits, from 0.0001 to just below 10^5. Looks at nine digits and
+// drops three of them. It is exact for the same reason.
 CopiedNumber copy_scientific(const char* text, char* out) {
   if (!is_digit(*text) || *text == '0' || text[1] != '.') return kNotCopied;
   const char* const e = skip_digits(text + 2);
@@ -30,7 +30,7 @@ CopiedNumber copy_scientific(const char* text, char* out) {
 }
 
 // Copies the number at the start of a field, after blanks: digits, a point, perhaps an exponent.
-// kNotCopied for any other.
+// Returns kNotCopied for any other number.
 CopiedNumber copy_leading_number(const char* text, char* out) {
   const char* number = text;
   while (*number == ' ') ++number;
@@ -38,7 +38,7 @@ CopiedNumber copy_leading_number(const char* text, char* out) {
   const char* const magnitude = number + negative;
   *out = '-';
   CopiedNumber copied = kNotCopied;
-  // Without blanks and a minus this was tried before.
+  // If there are no blanks and no minus, copy_number has tried this.
   if (magnitude != text) copied = copy_small_decimal(magnitude, out + negative);
   if (copied.read_end == nullptr) copied = copy_scientific(magnitude, out + negative);
   if (copied.read_end != nullptr) return copied;

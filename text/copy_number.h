@@ -1,5 +1,5 @@
-// Copies a number from one text to another: what reading it and writing it with six digits gives,
-// in most cases without making a double of it.
+// Copies a number from one text to another. The result is that of reading the number and writing it
+// with six digits. Most numbers are copied without making a double.
 
 #ifndef VOSTREL_TEXT_COPY_NUMBER_H
 #define VOSTREL_TEXT_COPY_NUMBER_H
@@ -27,23 +27,23 @@ inline constexpr CopiedNumber kNotCopied = {nullptr, nullptr};
 /// Returns both ends, or kNotCopied if the number is anything else or its rounding is not certain.
 /// Requires kTextPadding readable bytes after the number and kNumberRoom writable bytes at `out`.
 ///
-/// Looks at the first eight decimals, one digit to a byte, the first digit in the highest byte. The
-/// last three of them, two or one are dropped. Adding a five at the first dropped digit rounds the
-/// number x to six digits.
+/// Looks at the first eight decimals, one digit in each byte, the first in the highest byte. Drops
+/// the last three of them, two or one, so that six digits remain. Adding a five at the first
+/// dropped digit rounds the number x.
 ///
 /// Why it is exact: the dropped digits are neither exactly the five nor, with more decimals after
 /// them, just below it. So x is at least 10^-8 away from every midpoint between two numbers of six
 /// digits. The double nearest to x is within 10^-15 of x, hence on the same side of every midpoint,
 /// and has the same six digits.
 ///
-/// One addition handles all eight digits: with 246 more in each byte, a byte that reaches ten
-/// carries. The 246 is taken off again where there was no carry.
+/// One addition handles all eight digits: 246 is added to each byte too, so that a digit that
+/// reaches ten carries. Where there was no carry, the 246 is subtracted again.
 inline CopiedNumber copy_small_decimal(const char* text, char* out) {
   auto whole = static_cast<std::uint64_t>(*text - '0');
   if (whole > 9 || text[1] != '.') return kNotCopied;
   const DigitWord digits = load_digits(text + 2);
   std::uint64_t decimals = digits.values;
-  unsigned count = 8;  // the most common count: a correct guess saves waiting for it
+  unsigned count = 8;  // the most common count: the processor needn't wait for it
   if (digits.end != 0) {
     decimals = digits_then_zeros(digits);
     count = count_digits(digits);
@@ -57,7 +57,7 @@ inline CopiedNumber copy_small_decimal(const char* text, char* out) {
   const unsigned zeros = static_cast<unsigned>(std::countl_zero(front | 1)) / 8;
   const std::uint64_t five = std::uint64_t{0x050000} >> (8 * zeros);
   const std::uint64_t dropped = std::uint64_t{0xffffff} >> (8 * zeros);
-  if ((decimals & dropped) == five) return kNotCopied;  // also with three zeros: both are 0
+  if ((decimals & dropped) == five) return kNotCopied;  // with three zeros both are 0
   if (static_cast<unsigned char>(*end) >= '0') {
     const std::uint64_t below_five = std::uint64_t{0x040909} >> (8 * zeros);
     if ((decimals & dropped) == below_five) return kNotCopied;
@@ -80,8 +80,9 @@ inline CopiedNumber copy_small_decimal(const char* text, char* out) {
 }
 
 namespace internal {
+// Copies what copy_number doesn't copy itself.
 CopiedNumber copy_any_number(const char* text, char separator, char* out);
-}
+}  // namespace internal
 
 /// Copies the number in a field, which ends at the first `separator` or newline: writes what
 /// write_double makes of what read_double reads.

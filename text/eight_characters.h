@@ -11,8 +11,8 @@
 
 namespace vostrel {
 
-/// Functions that take a `const char*` read up to this many bytes past the end of what they look
-/// for. The caller provides them.
+/// Functions that take a `const char*` may read up to this many bytes past the end of what they
+/// look for. Those bytes must be readable.
 inline constexpr std::size_t kTextPadding = 16;
 
 // ---- words --------------------------------------------------------------------------------------
@@ -48,7 +48,7 @@ inline void store_eight(char* text, std::uint64_t word) {
   std::memcpy(text, &word, sizeof word);
 }
 
-// A flag is the top bit of a byte, all other bits being 0.
+// A flag is the top bit of a byte. All other bits of a word of flags are 0.
 
 /// Flags the bytes that equal `character`.
 inline std::uint64_t flag_equal(std::uint64_t word, char character) {
@@ -76,6 +76,7 @@ struct DigitWord {
   std::uint64_t end;
 };
 
+/// Reads eight characters at `text` as digits.
 inline DigitWord load_digits(const char* text) {
   const std::uint64_t values = load_eight(text) ^ repeat_byte('0');
   // Adding 0x76 takes a value above 9 to the top bit. The carry can only spoil later bytes.
@@ -135,8 +136,8 @@ inline const char* skip_digits(const char* text) {
 
 /// Reads integers of one to eight digits whose length seldom changes.
 ///
-/// The length is taken to be that of the integer before until it proves wrong. So the processor
-/// goes on to what follows before it knows the length.
+/// Takes the length to be that of the integer before, and corrects it if it is wrong. So the
+/// processor can go on with the text that follows before it knows the length.
 class SteadyIntegers {
  public:
   /// Reads the integer at `text`.

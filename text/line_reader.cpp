@@ -16,8 +16,8 @@ LineReader::LineReader(const char* name)
   file_.open(name);
 }
 
-// Moves the text to the start of text_ and appends a block to it. Returns the size of the block, 0
-// at the end of the file.
+// Moves the text that is not yet returned to the start of text_ and appends a block. Returns the
+// size of the block, 0 at the end of the file.
 std::size_t LineReader::read_block() {
   if (begin_ != 0) {  // otherwise a long line would be moved onto itself for every block
     std::memmove(text_.data(), text_.data() + begin_, end_ - begin_);
@@ -29,7 +29,7 @@ std::size_t LineReader::read_block() {
     std::copy_n(text_.data(), end_, larger.data());
     text_.swap(larger);
   }
-  // read() would wait until the block is full. peek waits for some text, readsome doesn't wait.
+  // read() would wait for a full block. peek() waits for one character, readsome() doesn't wait.
   file_.peek();
   const auto size = static_cast<std::size_t>(file_.readsome(text_.data() + end_, kBlockSize));
   end_ += size;

@@ -1,4 +1,4 @@
-// The lines of a text file as views. Only LineReader::next_lines waits for the file.
+// Lines of a text file as views. Only LineReader::next_lines waits for the file.
 
 #ifndef VOSTREL_TEXT_LINE_READER_H
 #define VOSTREL_TEXT_LINE_READER_H
@@ -25,7 +25,7 @@ class LineReader {
   /// Whether the file could be opened. If not, it has no lines.
   bool is_open() const { return file_.is_open(); }
 
-  /// Reads until there is a whole line, and waits for it if the file is a pipe.
+  /// Reads until it has a whole line. Waits for it if the file is a pipe.
   ///
   /// Returns one or more whole lines, or nothing at the end of the file. The last line of a file
   /// may lack its newline; a line cut off by a read error is dropped. The view is valid until the
@@ -42,7 +42,7 @@ class LineReader {
   std::vector<char> stream_buffer_;
   std::ifstream file_;  // uses stream_buffer_, so declared after it
   std::vector<char> text_;
-  std::size_t begin_ = 0;  // of what next_lines has not returned yet
+  std::size_t begin_ = 0;  // of the text that is not yet returned
   std::size_t end_ = 0;
 };
 

@@ -12,7 +12,7 @@ void RowNumber::convert() {
   last_ = end[-1];
 }
 
-// The rows of one block of an ordinary table fit, and are written at once.
+// The rows of one block of an ordinary table fit into block_, so they are written in one call.
 RowWriter::RowWriter(const char* name)
     : block_(2 * kBlockSize),
       row_(block_.data()),

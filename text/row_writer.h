@@ -58,7 +58,7 @@ class RowWriter {
   static constexpr std::size_t kValuesRoom = 2 * kNumberRoom + 1;
 
   /// Begins a row. Returns where to write its two values with a blank between them; kValuesRoom
-  /// bytes are writable there. A row that is begun and not ended is begun anew by the next call.
+  /// bytes are writable there. If the row before was not ended, this one takes its place.
   char* begin_row() {
     if (row_ > last_row_) flush();
     char* const out = number_.write(row_);
@@ -83,7 +83,7 @@ class RowWriter {
   std::ofstream file_;
   std::vector<char> block_;
   char* row_;             // where the next row goes
-  const char* last_row_;  // up to where a row fits
+  const char* last_row_;  // the last place where a row fits
   RowNumber number_;
 };
 

@@ -33,8 +33,8 @@ const char* internal::skip_some_commas(const char* text, int count) {
   while (true) {
     const std::uint64_t word = load_eight(text);
     const std::uint64_t commas = flag_equal(word, ',');
-    // Flags two commas in succession, and bytes with neither 0x40 nor 0x20 set: those are the
-    // control characters, the end of the line among them, and a few others that field_at handles.
+    // Flags a comma after a comma, and bytes with neither 0x40 nor 0x20 set. Those bytes are the
+    // control characters, newline and NUL among them, and a few others. field_at handles them.
     const std::uint64_t obstacles =
         (commas & (commas << 8 | comma_before)) | (~(word | word << 1) & repeat_byte(0x40));
     const int found = count_flags(commas);

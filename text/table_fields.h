@@ -8,10 +8,9 @@
 
 namespace vostrel {
 
-/// The field at a position of a line, counted from 1 as the table reader counts: several commas
-/// separate like one, so an empty field doesn't count; after the last field the count goes on at
-/// the start of the line, as often as needed. If the line ends with a comma, each round has one
-/// more position, which has no text.
+/// The field at a position of a line, counted from 1. Several commas separate like one, so an empty
+/// field doesn't count. After the last field, counting goes on at the start of the line, as often
+/// as needed. If the line ends with a comma, each round has one more position, which has no text.
 ///
 /// Returns nothing for a position without text, and for every position in a line of commas.
 /// Takes time proportional to the line's length, for any position.

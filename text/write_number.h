@@ -16,13 +16,13 @@
 
 namespace vostrel {
 
-/// The room that writing a number needs. The longest one has 13 characters ("-1.23457e-308"); some
-/// bytes after the number may be overwritten.
+/// The bytes that writing a number needs. The longest number has 13 characters ("-1.23457e-308").
+/// Bytes after the number may be overwritten.
 inline constexpr std::size_t kNumberRoom = 24;
 
 namespace internal {
 
-// For what write_double doesn't write itself.
+// Writes what write_double doesn't write itself.
 char* write_any_double(double value, char* out);
 
 /// Each number below 1000 as three characters, the first in the lowest byte. The top byte counts
@@ -126,12 +126,13 @@ inline constexpr Binades kBinades;
 /// Why it is exact: from 0.0001 to just below 999999.5 the six digits are the integer nearest to
 /// exact = value * 10^k with 10^5 <= exact < 10^6 and k from 0 to 9, ties to even. 10^k is a
 /// double, so `scaled` is the double nearest to exact. Rounding never crosses a double, and the
-/// midpoints between integers are doubles: unless scaled is a midpoint, both have the same nearest
-/// integer. Adding 2^52 finds it, ties to even, because from there on doubles are integers;
-/// subtracting 2^52 is exact. At a midpoint the sign of the rounding error, which std::fma gives
-/// exactly, tells on which side exact lies; no error means a true tie, already settled. The digits
-/// may come out as 10^6 at the end of a decade, and a number just below a power of ten that isn't a
-/// double may pass for that power: 100000 one decade up is right for both.
+/// midpoints between integers are doubles. So exact and scaled have the same nearest integer,
+/// unless scaled is a midpoint. Adding 2^52 finds that integer, ties to even, because from there on
+/// doubles are integers; subtracting 2^52 is exact. If scaled is a midpoint, the sign of its
+/// rounding error, which std::fma gives exactly, tells on which side exact lies. No error means a
+/// true tie, already rounded to even. The digits may come out as 10^6 at the end of a decade, and a
+/// number just below a power of ten that isn't a double may pass for that power: 100000 one decade
+/// up is right for both.
 inline char* write_double(double value, char* out) {
   using namespace internal;
   const double magnitude = std::fabs(value);

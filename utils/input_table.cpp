@@ -34,9 +34,9 @@ void report_failure(const std::string& message) {
   log_line(message);
 }
 
-// Copies the first of `lines` into a row, fast. Does nothing and returns false for a line with an
-// empty field up to the second column, for the last line if it lacks a newline, and for a line that
-// needs memory to be read.
+// Copies the first of `lines` into a row, fast. Does nothing and returns false for a line that
+// copy_line must read: one with an empty field or a control character before its second value, one
+// without a newline, or one that needs memory to be read.
 bool copy_simple_line(std::string_view& lines, int col1, int col2, RowWriter& rows) {
   const char* const first = vostrel::skip_commas(lines.data(), col1 - 1);
   if (first == nullptr) return false;
@@ -58,10 +58,10 @@ bool copy_simple_line(std::string_view& lines, int col1, int col2, RowWriter& ro
   return true;
 }
 
-// Copies a line into a row, whatever it holds.
+// Copies any line into a row.
 void copy_line(std::string_view line, int col1, int col2, RowWriter& rows) {
-  // Reading a field of a long line may fail for lack of memory. If uncaught, destructors may not
-  // run: flush first.
+  // Reading a long field may throw std::bad_alloc. If uncaught, destructors may not run: flush
+  // first.
   if (line.size() > vostrel::kShortText) rows.flush();
   const std::optional<std::string_view> first = vostrel::field_at(line, col1);
   const std::optional<std::string_view> second = vostrel::field_at(line, col2);
@@ -88,7 +88,7 @@ void copy_columns(LineReader& table, int col1, int col2, RowWriter& rows) {
       }
       copy_line(line, col1, col2, rows);
     }
-    rows.flush();  // next_lines may wait for as long as it likes
+    rows.flush();  // next_lines may wait
   }
 }
 
@@ -100,7 +100,7 @@ int UTILS::loadInputFile() {
     report_failure(std::string("*** file ") + nameInputFile + " not found! ***");
     return -1;
   }
-  // Character by character: std::getline cuts a line short without a word when memory runs out.
+  // Character by character: std::getline silently cuts a line short when memory runs out.
   char c = 0;
   if (headerFlag == 1) {
     std::string header;
@@ -129,7 +129,7 @@ int UTILS::loadInputFile() {
   std::cout << std::endl;
 
   {
-    // In this order: a table that is also the intermediate file is empty from here on.
+    // In this order: RowWriter empties a table that is also the intermediate file.
     LineReader table(nameInputFile);
     RowWriter rows(nameInternalFile);
     copy_columns(table, col1, col2, rows);

@@ -46,8 +46,8 @@ bool read_simple_line(std::string_view& lines, vostrel::SteadyIntegers& ids,
   return true;
 }
 
-// Reads a line, whatever it holds. A search that fails gives npos, and npos + 1 is 0: fields that
-// are missing are read from the start of the line.
+// Reads any line. A search that fails gives npos, and npos + 1 is 0: missing fields are read from
+// the start of the line.
 // Throws std::out_of_range if there is no text for one of the first two fields.
 void read_line(std::string_view line, const Columns& columns) {
   std::size_t start = line.find_first_not_of(' ');
@@ -62,7 +62,7 @@ void read_line(std::string_view line, const Columns& columns) {
 }
 
 // Reserves room for all rows of the file, because vectors that grow step by step copy every row
-// once more. Takes the rest of the file for rows as long as those read so far.
+// once more. Assumes that the other rows are as long as those read so far.
 class Reservation {
  public:
   Reservation(const char* name, const Columns& columns)
@@ -72,7 +72,7 @@ class Reservation {
     if (!error) file_size_ = static_cast<double>(size);
   }
 
-  // To be called after each block with its size and its number of rows.
+  // Call this after each block with its size in bytes and its number of rows.
   void update(std::size_t block_size, std::size_t block_rows) {
     bytes_read_ += static_cast<double>(block_size);
     if (columns_.id.capacity() - columns_.id.size() >= 2 * block_rows) return;

@@ -1,4 +1,4 @@
-// Residuals and statistics. Each statistic exists twice, for delta and for deltaNorm.
+// The residuals and their statistics. Each statistic exists twice: for delta and for deltaNorm.
 
 #include "statistics/statistics.h"
 
@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "statistics/moments.h"
-#include "statistics/order_statistics.h"
 #include "statistics/residuals.h"
 #include "utils/statistics_of.h"
 #include "utils/utils.h"
@@ -31,8 +30,7 @@ std::span<const double> first(const Vector& residuals, std::size_t n) {
   return {residuals.data(), n};
 }
 
-// Counts are ints. More values than an int can count are refused as a negative count is, by the
-// standard error for an array of impossible size.
+// Counts are ints. More values than an int can count get the same error as a negative count.
 const Vector& countable(const Vector& residuals) {
   if (residuals.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     throw std::bad_array_new_length();
@@ -45,8 +43,8 @@ std::span<const double> first_of(const Vector& values, int n) {
   return first(values, static_cast<std::size_t>(n));
 }
 
-// Counts onto what the members hold, by adding 1.0 for each outlier, and makes percentages of the
-// sums. A second call therefore starts from the percentages of the first.
+// Adds 1.0 to a member for each of its outliers and turns the sums into percentages. So a second
+// call starts from the percentages of the first.
 void add_outliers(const Vector& residuals, double sigma, const std::array<double*, 5>& members) {
   const auto counts = vostrel::count_outliers(residuals, sigma);
   for (std::size_t k = 0; k < members.size(); ++k) {
@@ -77,7 +75,7 @@ void UTILS::CalculateSigmaNorm() {
 void UTILS::CalculateRMS() { rms = vostrel::root_mean_square(first(delta, id.size())); }
 void UTILS::CalculateRMSNorm() { rmsNorm = vostrel::root_mean_square(first(deltaNorm, id.size())); }
 
-// The interface takes the values by value.
+// The public interface takes a vector by value.
 // NOLINTBEGIN(performance-unnecessary-value-param)
 double UTILS::CalculateMedian(std::vector<double> values, int n) const {
   return vostrel::median(first_of(values, n));

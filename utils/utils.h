@@ -12,7 +12,7 @@
 //       run.storeStatistics();             // report.txt
 //     }
 //
-// This header includes nothing but the standard library.
+// This header includes only the standard library.
 
 #ifndef VOSTREL_UTILS_UTILS_H
 #define VOSTREL_UTILS_UTILS_H
