@@ -19,7 +19,7 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 // Windows are as wide as this many standard errors to either side.
 constexpr double kWidth = 4.5;
 
-// So many of the largest residuals may be missing from a resample.
+// How many of the largest residuals may be missing from a resample.
 constexpr std::size_t kLargest = 16;
 
 // Windows take 12 bytes an entry. From this number of objects on they have fewer entries than

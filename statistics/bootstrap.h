@@ -1,4 +1,4 @@
-// How the statistics scatter from resample to resample.
+// The statistics of bootstrap resamples.
 
 #ifndef VOSTREL_STATISTICS_BOOTSTRAP_H
 #define VOSTREL_STATISTICS_BOOTSTRAP_H

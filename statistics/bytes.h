@@ -1,4 +1,4 @@
-// States as bytes, the same on every machine.
+// Numbers and texts as bytes, the same on every machine.
 
 #ifndef VOSTREL_STATISTICS_BYTES_H
 #define VOSTREL_STATISTICS_BYTES_H
@@ -13,28 +13,32 @@
 
 namespace vostrel {
 
+/// Collects the bytes of numbers and texts.
 class ByteWriter {
  public:
-  /// Seven bits a byte, the lowest first, so that small integers are short.
+  /// Seven bits in each byte, the lowest first, so that small integers are short.
   void integer(std::uint64_t value) {
     for (; value >= 0x80; value >>= 7) bytes_.push_back(static_cast<char>(value | 0x80));
     bytes_.push_back(static_cast<char>(value));
   }
+  /// All 64 bits.
   void number(double value) {
     auto bits = std::bit_cast<std::uint64_t>(value);
     for (int i = 0; i < 8; ++i, bits >>= 8) bytes_.push_back(static_cast<char>(bits));
   }
+  /// The size, then the characters.
   void text(std::string_view text) {
     integer(text.size());
     bytes_ += text;
   }
+  /// Returns the bytes. Requires: this is the last call.
   std::string take() { return std::move(bytes_); }
 
  private:
   std::string bytes_;
 };
 
-/// Reads what a ByteWriter wrote. Throws std::invalid_argument on anything else.
+/// Reads what a ByteWriter wrote, in the same order. Throws std::invalid_argument on anything else.
 class ByteReader {
  public:
   explicit ByteReader(std::string_view bytes) : bytes_(bytes) {}
@@ -55,7 +59,7 @@ class ByteReader {
     require(value < limit);
     return static_cast<std::size_t>(value);
   }
-  /// How many items follow that take a byte or more each.
+  /// The number of items that follow, each of a byte or more.
   std::size_t count() { return index(bytes_.size() + 1); }
   double number() {
     std::uint64_t bits = 0;
@@ -70,6 +74,7 @@ class ByteReader {
   }
   bool at_end() const { return bytes_.empty(); }
 
+  /// Throws std::invalid_argument unless the condition holds.
   void require(bool condition) const {
     if (!condition) throw std::invalid_argument("these bytes are not a state of passes");
   }

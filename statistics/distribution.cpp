@@ -15,33 +15,32 @@ namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-// So many values a bracket keeps before it counts them in cells.
+// How many values a bracket keeps. More are counted in cells.
 constexpr std::size_t kMostKept = 16384;
-// So many values a bracket is made to hold if the guess is good.
+// How many values a bracket about a guess should hold at most.
 constexpr double kExpected = 8192;
 constexpr std::size_t kCells = 4096;
 
-// An integer that orders as the value does.
+// An integer that sorts as the value does.
 std::int64_t order_of(double value) {
   const auto bits = std::bit_cast<std::int64_t>(value);
   return bits < 0 ? std::numeric_limits<std::int64_t>::min() - bits : bits;
 }
 
-// How far apart two values are, counted in doubles.
+// How many doubles apart two values are.
 std::uint64_t steps_between(double low, double high) {
   return static_cast<std::uint64_t>(order_of(high)) - static_cast<std::uint64_t>(order_of(low));
 }
 
-// How many values a bracket should hold, if `count` values share the bucket of what is looked for:
-// ten standard deviations of a rank inside the bucket, and a bit for the guess of the density.
+// How many values a bracket should hold, if the bucket of the wanted value has `count` values: ten
+// standard deviations of a rank inside the bucket, and some more for the error of the density.
 double expected_count(double count) {
   return std::min(16 + 10 * std::sqrt(count) + count / 64, kExpected);
 }
 
-// A group of values of which only bounds and count are known, as in Bracket.
 using Cell = Bracket::Cell;
 
-// Bounds of the value of `rank` among the values of the cells.
+// Bounds of the value of `rank` among the values of all cells.
 std::pair<double, double> bounds_of_rank(std::vector<Cell>& cells, std::uint64_t rank) {
   std::erase_if(cells, [](const Cell& cell) { return cell.count == 0; });
   const auto first_beyond = [&](double Cell::*bound) {
@@ -58,7 +57,7 @@ std::pair<double, double> bounds_of_rank(std::vector<Cell>& cells, std::uint64_t
   return {low, first_beyond(&Cell::high)};
 }
 
-// Makes each cell of values one of their distances from a center.
+// Turns each cell of values into a cell of their distances from a center.
 void make_distances(std::vector<Cell>& cells, double center) {
   for (Cell& cell : cells) {
     const double low = std::fabs(cell.low - center);
@@ -212,7 +211,7 @@ void Distribution::guess_median() {
   if (std::isfinite(center)) guess_distances(about_median_, center, width);
 }
 
-// Brackets for the median of the distances from a center that is known up to `uncertainty`.
+// Brackets the median of the distances from a center that is known to within `uncertainty`.
 void Distribution::guess_distances(Middle& middle, double center, double uncertainty) {
   const Guess guess(buckets_);
   const double rank = static_cast<double>(size()) / 2;
@@ -239,11 +238,11 @@ void Distribution::guess_distances(Middle& middle, double center, double uncerta
   middle.upper.right = middle.lower.right;
 }
 
-// Brackets for the values at distances from `low` to `high`, a few roundings wider.
+// Brackets the values at distances from `low` to `high`, a few roundings wider.
 void Distribution::bracket_distances(Place& place, double center, double low, double high) {
   constexpr double kRoundings = 4 * std::numeric_limits<double>::epsilon();
   const auto slack = [&](double d) { return kRoundings * d + kRoundings * std::fabs(center); };
-  low = std::min(low, std::numeric_limits<double>::max());  // a finite value may be as far as that
+  low = std::min(low, std::numeric_limits<double>::max());  // a finite value may be that far
   low -= slack(low);
   high += slack(high);
   if (low > 0 && center - low < center + low) {
@@ -255,7 +254,7 @@ void Distribution::bracket_distances(Place& place, double center, double low, do
   }
 }
 
-// Brackets that hold the place for certain, because the buckets' bounds do.
+// Brackets the place by bounds that follow from those of the buckets, so they are certain.
 void Distribution::bracket_surely(Place& place, std::optional<double> center) {
   std::vector<Cell> cells;
   for (const auto& bucket : buckets_) cells.push_back({bucket.low, bucket.high, bucket.count});
@@ -446,7 +445,7 @@ void Distribution::resolve(Middle& middle, std::optional<double> center) {
   }
 }
 
-// Without a center the place is one among the values.
+// Without a center, the place is a rank among the values themselves.
 void Distribution::resolve(Place& place, std::optional<double> center) {
   if (place.value) return;
   const auto bounds = bounds_of(place, center);
@@ -461,13 +460,13 @@ void Distribution::resolve(Place& place, std::optional<double> center) {
   }
 }
 
-// Bounds of the value of a place, which are equal when it is known. Nothing when the value is not
-// in its brackets.
+// Bounds of the value of a place. They are equal if it is known. Nothing if the value is not in its
+// brackets.
 //
-// Between the two brackets lie the values nearer to the center, outside of them the more distant
-// ones. The distances of the brackets' bounds tell how near and how distant, since a subtraction
-// and its rounding keep the order. Between those limits all distances are in the brackets, so a
-// distance there has its rank among all of them.
+// Values between the two brackets are nearer to the center, values outside are farther away. How
+// near and how far follows from the brackets' bounds, because a rounded subtraction keeps the
+// order. Between these two limits, the brackets hold every distance. So a distance there has the
+// same rank among all distances.
 std::optional<std::pair<double, double>> Distribution::bounds_of(
     const Place& place, std::optional<double> center) const {
   std::vector<const Bracket*> brackets = {&brackets_[place.right]};
@@ -521,7 +520,7 @@ std::optional<std::pair<double, double>> Distribution::bounds_of(
 }
 
 std::optional<std::uint64_t> Distribution::count_below(double bound, bool including) const {
-  // The bucket that the bound cuts.
+  // The bucket that the bound divides, if there is one.
   auto bucket = std::lower_bound(buckets_.begin(), buckets_.end(), bound,
                                  [&](const Histogram::Bucket& b, double value) {
                                    return including ? b.high <= value : b.high < value;

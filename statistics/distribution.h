@@ -1,4 +1,4 @@
-// The order statistics of values that come in blocks, several times over.
+// The order statistics of values that are added block by block, in several passes.
 
 #ifndef VOSTREL_STATISTICS_DISTRIBUTION_H
 #define VOSTREL_STATISTICS_DISTRIBUTION_H
@@ -15,22 +15,22 @@
 
 namespace vostrel {
 
-/// The values from `low` to `high`, and how many there are below. They are kept, or counted in
-/// cells when there are too many.
+/// The values from `low` to `high`, and how many values are below. The values are kept, or counted
+/// in cells if there are too many.
 class Bracket {
  public:
   /// @param from, to  the bounds of the buckets that the bracket touches.
-  /// @param before    how many values there are below `from`.
+  /// @param before    how many values are below `from`.
   Bracket(double low, double high, double from, double to, std::uint64_t before)
       : low_(low), high_(high), from_(from), to_(to), before_(before) {}
 
-  /// A value and how often it comes in a row.
+  /// A value and how often it occurs in succession.
   struct Run {
     double value;
     std::uint64_t count;
   };
 
-  /// Takes values, of which those outside `from` and `to` don't matter.
+  /// Takes the values between `from` and `high`. Ignores all others.
   void sift(std::span<const Run> runs);
 
   /// Adds what another bracket with the same bounds has taken.
@@ -48,25 +48,26 @@ class Bracket {
   double from() const { return from_; }
   double to() const { return to_; }
 
-  /// How many values are below `low`, and from `low` to `high`.
+  /// How many values are below `low`, and how many from `low` to `high`.
   std::uint64_t below() const { return before_ + below_; }
   std::uint64_t inside() const { return inside_; }
 
-  /// How many values there are below `bound`, or up to and including it. Nothing when that is not
-  /// known: the bound is not in the bracket, or one cell holds such values and others.
+  /// How many values are below `bound`, or with `including`, at most `bound`. Nothing if that is
+  /// not known: the bound is not in the bracket, or it divides the values of a cell.
   std::optional<std::uint64_t> count_below(double bound, bool including) const;
 
-  /// A group of values of which the smallest, the largest and the count are known.
+  /// The smallest and the largest of some values, and their count.
   struct Cell {
     double low = 0;
     double high = 0;
     std::uint64_t count = 0;
   };
 
-  /// The values inside, if all of them are kept, and otherwise none.
+  /// The values inside, if all of them are kept. Otherwise none.
   std::span<const double> values() const { return values_; }
 
-  /// The cells of the values inside, if not all are kept, and otherwise none. Some may be empty.
+  /// The cells of the values inside, if not all of them are kept. Otherwise none. Cells may be
+  /// empty.
   std::span<const Cell> cells() const { return cells_; }
 
  private:
@@ -83,41 +84,42 @@ class Bracket {
   std::uint64_t inside_ = 0;
   std::vector<double> values_;
   std::vector<Cell> cells_;
-  int cell_shift_ = 0;  // bits that values of one cell may differ in
+  int cell_shift_ = 0;  // in how many low bits the values of one cell may differ
 };
 
 /// The exact median, MAD, MAD about the median and outlier counts of values that are not kept.
 ///
 /// The first pass makes a histogram of the values' leading bits. That gives exact counts between
 /// bucket bounds, and good guesses of all answers. The second pass keeps the values in narrow
-/// brackets about the guesses. What lies in its bracket is then exact. For anything else a further
-/// pass takes a bracket that is certain to hold it. So guesses decide how many passes there are,
-/// and never what comes out.
+/// brackets about the guesses. An answer that lies in its bracket is then exact. For any other, a
+/// further pass takes a bracket that is certain to hold it. So guesses decide how many passes are
+/// needed, never the results.
 ///
-/// The values may come in any order and any blocks, the same ones in each pass. Quiet NaN are left
-/// out. Infinities are values like others, except that an infinite median has no distances from it.
+/// The values may come in any order and in any blocks. Each pass must see the same values. Quiet
+/// NaN are left out. Infinities are values like others, but there are no distances from an infinite
+/// median.
 class Distribution {
  public:
   /// Takes a value of the first pass.
   void count(double value) { histogram_.add(value); }
 
   /// Ends the first pass.
-  /// @param sigma_low, sigma_high  a guess of bounds for the standard deviation.
+  /// @param sigma_low, sigma_high  guessed bounds of the standard deviation.
   void plan(double sigma_low, double sigma_high);
 
-  /// Whether a later pass needs the value: 0 or 1.
+  /// 1 if a later pass needs the value, else 0.
   std::size_t needs(double value) const { return flags_[histogram_.place(value)]; }
 
-  /// Takes values of a later pass, at least all that it needs.
+  /// Takes values of a later pass. All that it needs must be among them.
   void sift(std::span<const double> values);
 
   /// Ends a later pass.
   /// @param sigma  the standard deviation.
-  /// @return whether all answers are known. If not, another pass is needed.
+  /// @return true if all answers are known, false if another pass is needed.
   bool resolve(double sigma);
 
   /// Adds what another distribution has taken in the same pass.
-  /// @throws std::invalid_argument when the other is not in the same pass.
+  /// @throws std::invalid_argument if the other is not in the same pass.
   void merge(const Distribution& other);
 
   /// The same pass with nothing taken.
@@ -126,34 +128,34 @@ class Distribution {
   void write(ByteWriter& out) const;
   static Distribution read(ByteReader& in);
 
-  /// The number of values of the first pass, once it has ended.
+  /// The number of values, once the first pass has ended.
   std::uint64_t size() const {
     return buckets_.empty() ? 0 : buckets_.back().before + buckets_.back().count;
   }
 
   // The answers, once resolve() has returned true.
 
-  /// The median. Its sign is not defined when it is 0.
+  /// The median. If it is 0, its sign is unspecified.
   double median() const { return median_.median(); }
   /// The median of |value|.
   double absolute_median() const { return absolute_.median(); }
-  /// The median of |value - median()|. NaN when the median is infinite.
+  /// The median of |value - median()|. NaN if the median is infinite.
   double mad_about_median() const { return about_median_.median(); }
-  /// For each of outlier_bounds(sigma), how many values have |value| > bound.
+  /// For each of outlier_bounds(sigma), the number of values with |value| > bound.
   std::array<std::uint64_t, 5> outliers() const;
 
  private:
-  // A value to be found by its rank, among the values or among their distances from a center.
+  // A rank among the values, or among their distances from a center, and its value once found.
   struct Place {
     std::uint64_t rank = 0;
     std::optional<double> value;
-    // Brackets of the values at that distance on the two sides of the center. One is enough among
-    // the values themselves, and where the two would overlap.
+    // The brackets of the values on the two sides of the center. One is enough for a rank among the
+    // values themselves, and if the two would overlap.
     std::optional<std::size_t> left;
     std::size_t right = 0;
   };
 
-  // The two middle values, which are one for an odd number of values.
+  // The two middle values. They are the same one if the number of values is odd.
   struct Middle {
     Place lower;
     Place upper;

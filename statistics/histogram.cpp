@@ -12,8 +12,8 @@ constexpr std::size_t kNegative = 2048;  // the exponents of negative values beg
 
 double width(const Histogram::Bucket& bucket) { return bucket.high - bucket.low; }
 
-// The position in a bucket, from 0 to 1, below which the fraction `part` of its values lies, for a
-// density of 1 + slope * (position - 1/2).
+// The position in a bucket, from 0 to 1, below which the fraction `part` of its values lies, if the
+// density is 1 + slope * (position - 1/2).
 double position_of(double part, double slope) {
   const double b = 1 - slope / 2;
   return 2 * part / (b + std::sqrt(std::max(b * b + 2 * slope * part, 0.0)));

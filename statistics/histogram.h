@@ -1,4 +1,4 @@
-// How many values share their leading bits.
+// Counts values by their leading bits.
 
 #ifndef VOSTREL_STATISTICS_HISTOGRAM_H
 #define VOSTREL_STATISTICS_HISTOGRAM_H
@@ -14,12 +14,12 @@
 
 namespace vostrel {
 
-/// Counts values in buckets: a bucket holds the values that share sign, exponent and the first
-/// seven bits of the fraction, so it is 1/128 wide relative to its values. Buckets order as values
-/// do.
+/// Counts values in buckets. A bucket holds the values that share sign, exponent and the first
+/// seven bits of the fraction, so its width is 1/128 of its values or less. Buckets have the order
+/// of their values.
 ///
-/// Takes memory for the exponents that occur, a kilobyte each. NaN is left out, if it is quiet, as
-/// every computed NaN is.
+/// Takes a kilobyte of memory for each exponent that occurs. buckets() leaves NaN out if it is
+/// quiet, as every computed NaN is.
 class Histogram {
  public:
   /// Counts a value.
@@ -31,20 +31,21 @@ class Histogram {
   void write(ByteWriter& out) const;
   static Histogram read(ByteReader& in);
 
-  /// Where the bucket of `value` stands, below places(). 0 for a bucket whose exponent has not
-  /// occurred.
+  /// The place of the bucket of `value`, below places(). If the exponent has not occurred, a place
+  /// below 128 that no bucket has.
   std::size_t place(double value) const {
     const std::uint64_t bits = std::bit_cast<std::uint64_t>(value) >> kShift;
     return (std::size_t{row_of_[bits >> kFractionBits]} << kFractionBits) + (bits & (kRow - 1));
   }
+  /// One more than the highest place.
   std::size_t places() const { return counts_.size(); }
 
   /// A bucket that holds values.
   struct Bucket {
-    double low;   // the smallest value that it may hold
-    double high;  // and the largest
+    double low;   // the smallest value that it can hold
+    double high;  // the largest value that it can hold
     std::uint64_t count;
-    std::uint64_t before;  // values in all buckets below
+    std::uint64_t before;  // how many values are in all buckets below
     std::size_t place;
   };
 
@@ -69,19 +70,19 @@ class Histogram {
   std::vector<std::uint64_t> counts_ = std::vector<std::uint64_t>(kRow);
 };
 
-/// Guesses from the buckets of a histogram. Inside a bucket, the density of values is taken as a
-/// straight line that its neighbours suggest.
+/// Estimates from the buckets of a histogram. Inside a bucket the density of values is taken as
+/// linear, with a slope that its neighbours suggest.
 class Guess {
  public:
   explicit Guess(const std::vector<Histogram::Bucket>& buckets) : buckets_(buckets) {}
 
-  /// How many values lie below `value`.
+  /// The number of values below `value`.
   double below(double value) const;
 
   /// The value below which `rank` values lie.
   double value(double rank) const;
 
-  /// Values per unit about `value`, and how many its bucket holds.
+  /// The values per unit near `value`, and the number of values in its bucket.
   std::pair<double, double> density(double value) const;
 
  private:

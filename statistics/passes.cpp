@@ -22,10 +22,10 @@ namespace vostrel {
 
 namespace {
 
-// So many objects are taken at a time.
+// How many objects are handled at a time.
 constexpr std::size_t kBlock = 1024;
 
-// The residuals of so few objects are kept.
+// Up to this many objects, the residuals are kept.
 constexpr std::size_t kFew = 8192;
 
 void set_outliers(ResidualStatistics& s, const std::array<std::uint64_t, 5>& counts,
@@ -43,8 +43,8 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 template <class Sum>
 constexpr bool kIsExact = std::is_same_v<Sum, ExactSum>;
 
-// The statistics by their definitions. The order of the residuals matters for medians with NaN,
-// also as distances from an infinity. With exact sums, such medians are NaN.
+// The statistics by their definitions. If residuals, or distances from an infinite median, are NaN,
+// the medians depend on the order of the residuals. With exact sums, those medians are NaN.
 template <class Sum>
 ResidualStatistics statistics_of(std::span<const double> residuals) {
   ResidualStatistics s{};
@@ -64,8 +64,8 @@ ResidualStatistics statistics_of(std::span<const double> residuals) {
   return s;
 }
 
-// Room for the residuals of one block. Not in the objects that use it: a compiler keeps small ones
-// in registers.
+// Room for the residuals of one block. It is not in the classes that use it, so that the compiler
+// can keep their objects in registers.
 struct Room {
   std::array<double, kBlock> values;
   std::array<double, kBlock> needed;
@@ -73,8 +73,9 @@ struct Room {
 
 // ---- the sums of a block ----
 //
-// Of the first pass or the second, in local variables: an addition in order waits for the one
-// before, and should not wait for memory, too. Exact sums are taken of the whole block at once.
+// Those of the first pass or of the second. Sums in order are kept in local variables: each
+// addition waits for the one before, and should not wait for memory too. Exact sums take a whole
+// block at once.
 
 template <class Sum>
 struct FirstSums {
@@ -133,7 +134,7 @@ class ExactBlock {
 
 // ---- one residual ----
 
-// What the passes learn of one residual.
+// What the passes know of one residual.
 template <class Sum>
 class Tally {
   using BlockSums = std::conditional_t<kIsExact<Sum>, ExactBlock, InOrderBlock>;
@@ -141,7 +142,7 @@ class Tally {
  public:
   std::vector<double> kept;
 
-  // Takes a block of the first pass.
+  // A block of the first pass.
   class FirstBlock {
    public:
     FirstBlock(Tally& tally, Room& room) : tally_(tally), sums_(tally.first_, room.values.data()) {}
@@ -156,7 +157,7 @@ class Tally {
     BlockSums sums_;
   };
 
-  // Takes a block of a later pass, of which the second has a sum.
+  // A block of a later pass. Only the second pass has a sum.
   template <bool kWithSum>
   class LaterBlock {
    public:
@@ -164,7 +165,7 @@ class Tally {
         : tally_(tally), sums_(tally.second_, room.values.data()), needed_(room.needed.data()) {}
     void add(double residual) {
       if (kWithSum) sums_.add_to_second(residual);
-      // Every residual is written and stays if it is needed. A branch would be guessed wrong.
+      // Every residual is written and stays if it is needed. A branch would be mispredicted.
       needed_[count_] = residual;
       count_ += tally_.distribution_.needs(residual);
     }
@@ -180,7 +181,7 @@ class Tally {
     std::size_t count_ = 0;
   };
 
-  // Counts the residuals that were kept so far.
+  // Takes the kept residuals into the first pass and stops keeping them.
   void count_kept() {
     for (std::size_t first = 0; first < kept.size(); first += kBlock) {
       Room room;
@@ -192,7 +193,7 @@ class Tally {
     kept = {};
   }
 
-  // Squares can't cancel, so their sum is NaN just when a residual is.
+  // Squares can't cancel, so their sum is NaN if and only if a residual is.
   bool has_nan() const { return std::isnan(first_.squares.total()); }
 
   void end_first_pass(double n) {
@@ -275,7 +276,7 @@ class Tally {
   Distribution distribution_;
 };
 
-constexpr std::uint64_t kFormat = 1;  // of the bytes
+constexpr std::uint64_t kFormat = 1;  // of to_bytes()
 
 }  // namespace
 
@@ -468,7 +469,7 @@ class Passes::StateWith : public Passes::State {
     return Step::kDone;
   }
 
-  // The order of the objects matters for medians with NaN, also as distances from an infinity.
+  // Another pass keeps all residuals: medians with NaN depend on their order.
   Step keep_all() {
     keeps_ = true;
     return Step::kKeepAll;

@@ -1,4 +1,4 @@
-// The statistics of data that come in blocks, several times over: files, streams, clusters.
+// The statistics of data that are added block by block, in several passes: files, clusters.
 
 #ifndef VOSTREL_STATISTICS_PASSES_H
 #define VOSTREL_STATISTICS_PASSES_H
@@ -15,13 +15,13 @@ namespace vostrel {
 
 /// How sums are taken.
 enum class Sums {
-  /// In index order, with one rounding an addition: the bits of point_statistics().
+  /// In index order. Each addition rounds: the bits of point_statistics().
   kInOrder,
-  /// Exactly, with one rounding at the end: the same bits for any blocks in any order.
+  /// Exactly, and rounded once at the end: the same bits for any blocks in any order.
   kExact,
 };
 
-/// The statistics of two columns that are handed over block by block, once in each pass:
+/// The statistics of two columns, which are added block by block, once in each pass:
 ///
 ///     vostrel::Passes passes(vostrel::Sums::kExact);
 ///     while (passes.needs_another_pass()) {
@@ -30,52 +30,53 @@ enum class Sums {
 ///     }
 ///     const vostrel::PointStatistics statistics = passes.result();
 ///
-/// Two passes are enough for nearly all data, and one for up to some thousand objects. Every pass
-/// must see the same objects. No array of residuals is kept, so that a state takes a few megabytes
-/// at most, except that with sums in order a NaN residual makes it keep all of them.
+/// Nearly all data take two passes; up to 8192 objects take one. Every pass must see the same
+/// objects. No array of residuals is kept, so a state takes a few megabytes at most. The exception:
+/// with sums in order, a NaN residual makes it keep all of them.
 class Passes {
  public:
-  /// Nothing added yet, before the first pass.
+  /// Begins the first pass.
   explicit Passes(Sums sums);
   Passes(const Passes&);
   Passes(Passes&&) noexcept;
   Passes& operator=(Passes) noexcept;
   ~Passes();
 
-  /// Adds a block. With sums in order, the objects must come in the same order in each pass. The
-  /// blocks may differ.
-  /// @throws std::invalid_argument when the arrays differ in length.
+  /// Adds a block of the pass. With sums in order, each pass must see the objects in the same
+  /// order. The blocks may differ from pass to pass.
+  /// @throws std::invalid_argument if the arrays differ in length.
   void add(std::span<const double> reference, std::span<const double> estimate);
 
   /// Ends the pass.
   /// @return needs_another_pass().
-  /// @throws std::invalid_argument when this pass had another number of objects than the first.
+  /// @throws std::invalid_argument if this pass had another number of objects than the first.
   bool end_pass();
 
   /// Whether the data are needed once more. True for a fresh object.
   bool needs_another_pass() const;
 
-  /// The number of objects: so far in the first pass, and in all from then on.
+  /// The number of objects: during the first pass those so far, then all.
   std::uint64_t size() const;
 
-  /// The same pass with nothing added yet. Where several workers share a pass, each starts from
-  /// this, and their states are merged into one that ends the pass.
+  /// Returns a state in the same pass with nothing added. If several workers share a pass, each
+  /// starts from such a state, and one state merges them all and ends the pass.
   Passes fresh() const;
 
-  /// Adds what another state has taken in the same pass.
-  /// @throws std::invalid_argument when the other is not in the same pass, or with sums in order,
-  ///         which can't be merged.
+  /// Adds what was added to another state in the same pass.
+  /// @throws std::invalid_argument if the other is not in the same pass, or if sums are in order:
+  ///         those can't be merged.
   void merge(const Passes& other);
 
-  /// The state as bytes, the same on every machine. A few megabytes at most.
+  /// Returns the state as bytes, the same on every machine. A few megabytes at most.
+  /// @throws std::invalid_argument if sums are in order.
   std::string to_bytes() const;
 
-  /// The state that to_bytes() was called on.
-  /// @throws std::invalid_argument when the bytes are anything else.
+  /// Returns the state that to_bytes() was called on.
+  /// @throws std::invalid_argument if the bytes are anything else.
   static Passes from_bytes(std::string_view bytes);
 
-  /// The statistics. With exact sums, the medians of residuals with NaN are NaN.
-  /// @throws std::logic_error when another pass is needed.
+  /// The statistics. With exact sums, MAD, NMAD and MAD(Delta) are NaN if a residual is NaN.
+  /// @throws std::logic_error if another pass is needed.
   PointStatistics result() const;
 
  private:

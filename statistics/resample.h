@@ -38,7 +38,7 @@ class RandomWords {
   Batch words_;
 };
 
-/// A resample: `size` draws with replacement from the items 0 to size - 1, all equally likely.
+/// A resample: `size` draws with replacement from the items 0 to size - 1, each equally likely.
 ///
 /// The items form blocks. First the draws are divided among the blocks, then each block is drawn
 /// from by itself, from its own stream. Both take nothing but integers and random bits, so that

@@ -1,4 +1,4 @@
-// What the formulas for standard errors and intervals are made of.
+// The moments and order statistics from which errors follow by formula.
 
 #ifndef VOSTREL_STATISTICS_UNCERTAINTIES_H
 #define VOSTREL_STATISTICS_UNCERTAINTIES_H
@@ -11,18 +11,19 @@
 
 namespace vostrel {
 
-/// Of one residual r of n objects.
+/// How one residual r of n objects spreads.
 struct Spread {
   double second;                 ///< Mean of r^2.
   double fourth;                 ///< Mean of r^4.
   double second_about;           ///< Mean of (r - bias)^2.
   double fourth_about;           ///< Mean of (r - bias)^4.
-  std::vector<double> absolute;  ///< The |r| of the ranks that were asked for.
+  std::vector<double> absolute;  ///< The |r| of the given ranks.
 };
 
-/// The spread of the residual, and of the normalized residual. Takes 8 bytes an object.
-/// @param ranks  from 0, the smallest |r|, to n - 1.
-/// Requires: both arrays have the same length, which is not 0, and there are no NaN.
+/// The spreads of the residual and of the normalized residual. Takes 8 bytes of memory for each
+/// object.
+/// @param ranks  ranks of |r|, from 0 (the smallest) to n - 1.
+/// Requires: both arrays have the same length, which is not 0. There is no NaN.
 std::array<Spread, 2> spreads(std::span<const double> reference, std::span<const double> estimate,
                               std::span<const std::uint64_t> ranks);
 
