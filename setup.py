@@ -1,4 +1,4 @@
-"""Builds vostrel._core; everything else stands in pyproject.toml."""
+"""Builds vostrel._core. Everything else is in pyproject.toml."""
 
 import glob
 import re
@@ -8,11 +8,11 @@ from setuptools import setup
 
 
 def version() -> str:
-    """Return the version, which version.h alone tells."""
+    """Return the version, which version.h defines."""
     with open("version.h", encoding="utf-8") as header:
         found = re.search(r'kVersion = "([^"]+)"', header.read())
     if found is None:
-        raise RuntimeError("version.h doesn't tell kVersion")
+        raise RuntimeError("version.h doesn't define kVersion")
     return found[1]
 
 
@@ -26,7 +26,7 @@ setup(
             depends=glob.glob("python/src/*.h") + glob.glob("statistics/*.h") + ["version.h"],
             include_dirs=["."],
             cxx_std=20,
-            # As the program: each operation rounds as it is written.
+            # As for the program: each operation rounds as written.
             extra_compile_args=["-O3", "-ffp-contract=off"],
         )
     ],

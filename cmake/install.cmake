@@ -1,8 +1,8 @@
 # What is installed where, the API reference, and the Debian packages (packaging/).
 #
 # Components: runtime (the program, its manual, completion and all documents), dev (library, headers,
-# CMake package, pkg-config file and example) and python (in the Debian package alone: the Python
-# package with vostrel-plot).
+# CMake package, pkg-config file and example) and python (the Python package with vostrel-plot; only
+# in the Debian package).
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -16,7 +16,7 @@ set_target_properties(vostrel_utils PROPERTIES
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 
-# In the loader's own folders the program needs no path to the library.
+# The loader finds the library in its own folders. Elsewhere the program needs the path.
 if(BUILD_SHARED_LIBS AND UNIX
     AND NOT CMAKE_INSTALL_FULL_LIBDIR IN_LIST CMAKE_CXX_IMPLICIT_LINK_DIRECTORIES)
   file(RELATIVE_PATH vostrel_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
@@ -57,7 +57,7 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/cmake/vostrel-config-version.cmake
   DESTINATION ${vostrel_cmake_dir} COMPONENT dev)
 
-# The prefix is told relative to the file, so that an installed tree can be moved.
+# The prefix is relative to the file, so that an installed tree can be moved.
 set(vostrel_pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
   set(vostrel_pc_prefix ${CMAKE_INSTALL_PREFIX})
@@ -83,7 +83,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/docs/vostrel.1
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
 install(FILES packaging/vostrel.bash RENAME vostrel
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT runtime)
-# As in the source tree, so that their links work.
+# Laid out as in the source tree, so that their links work.
 if(PROJECT_IS_TOP_LEVEL)
   set(vostrel_doc_dir ${CMAKE_INSTALL_DOCDIR})
 else()  # CMAKE_INSTALL_DOCDIR is that of the parent

@@ -1,9 +1,9 @@
 // make_redshifts: writes the example table, redshifts.csv, on standard output.
 //
 // The objects are simulated: a redshift distribution like a deep survey's, estimates that scatter
-// by 0.03 (1 + z) about a small bias, and one object in twenty-five whose estimate has gone astray.
-// `odds` says how sure the imagined estimator was. The random numbers are made by hand below, as
-// the standard library's distributions give different numbers on different systems.
+// by 0.03 (1 + z) about a small bias, and one object in twenty-five whose estimate is far off.
+// `odds` says how sure the imagined estimator is. The random numbers are made by hand, because the
+// standard library's distributions give different numbers on different systems.
 
 #include <cmath>
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// Knuth's 64-bit linear congruential generator, of which the upper half is used.
+// The upper half of Knuth's 64-bit linear congruential generator.
 class Random {
  public:
   // Between 0 and 1, neither included.

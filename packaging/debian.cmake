@@ -2,7 +2,7 @@
 # vostrel-plot. Only the last one needs Python.
 
 if(BUILD_SHARED_LIBS)
-  message(STATUS "Debian packages are made of static builds only")
+  message(STATUS "Debian packages are made only from static builds")
   return()
 endif()
 
@@ -22,12 +22,12 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SOURCE ${PROJECT_NAME})
 
-# A summary here would be the first line of all three descriptions.
+# A summary here would become the first line of all three descriptions.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
-# The text of all three; each goes on with a paragraph of its own.
+# All three descriptions begin with this text and end with their own paragraph.
 set(vostrel_purpose
-  "vostrel judges photometric redshifts, or any other estimates: from a table
-with a reference and an estimated value per object it computes bias, sigma,
+  "vostrel judges photometric redshifts, or any other estimates. From a table
+with a reference and an estimate for each object it computes bias, sigma,
 RMS, MAD, NMAD and outlier percentages of the residuals and of the residuals
 divided by one plus the reference.")
 
@@ -50,7 +50,7 @@ ${vostrel_purpose}
 This package holds the static library, its headers, and what CMake and
 pkg-config need to find them.")
 
-# The Python package is built when it is packed, for Debian's own Python.
+# cpack builds the Python package, for Debian's own Python.
 set(vostrel_debian_python /usr/bin/python3)
 configure_file(packaging/python.cmake.in packaging/python.cmake @ONLY)
 install(SCRIPT ${CMAKE_CURRENT_BINARY_DIR}/packaging/python.cmake
@@ -78,7 +78,7 @@ ${vostrel_purpose}
 This package holds the Python package, which computes the same numbers from
 arrays, and vostrel-plot, which draws the figure that goes with them.")
 
-# What only a package has is added to the staged files just before they are packed.
+# Adds what only a package has to the staged files, just before they are packed.
 configure_file(packaging/changelog.in packaging/changelog.in @ONLY)
 configure_file(packaging/finish.cmake.in packaging/finish.cmake @ONLY)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_BINARY_DIR}/packaging/finish.cmake)

@@ -1,8 +1,8 @@
 # shellcheck shell=bash
-# Completion for bash of vostrel and of vostrel-plot. Column indices and titles are left to the user.
+# Bash completion for vostrel and vostrel-plot. Column indices and titles are left to the user.
 
-# Splits the line up to the cursor into the array `words`, without redirections. bash's own words
-# would be cut at ":" and "=", too. Returns 1 when the file of a redirection is being typed.
+# Splits the line up to the cursor into the array `words`, without redirections. (Bash's own words
+# are also cut at ":" and "=".) Returns 1 if the file of a redirection is being typed.
 _vostrel_words() {
   local line=${COMP_LINE:0:COMP_POINT} char quote='' all=('') word redirection=0 file=0 i
   for ((i = 0; i < ${#line}; i++)); do
@@ -37,8 +37,8 @@ _vostrel_words() {
   return "$redirection"
 }
 
-# Offers files for the last of `words`. $1 is what readline takes for that word: what stands behind
-# the last ":" or "=". Readline's own completion is the better one, but looks for that part alone.
+# Offers files for the last of `words`. $1 is the part of that word after the last ":" or "=", which
+# readline takes for the whole word. Readline's own completion is better, but it sees only that part.
 _vostrel_files() {
   local word=${words[-1]} names
   compopt -o default

@@ -9,7 +9,7 @@ int main(int argc, char* argv[]) {
     std::cout << "usage: consumer <three-column file>\n";
     return 2;
   }
-  // No table is read, so its name and columns play no part; neither does a report file.
+  // No table is read and no report is written, so their names and the columns don't matter.
   UTILS run(0, "", "", 1, 2);
   run.setNameInputFile(argv[1]);
   if (run.loadInternalFile() != 0) return 1;

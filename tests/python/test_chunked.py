@@ -354,5 +354,5 @@ def test_recipes(rng, tmp_path, monkeypatch):
         part.to_csv(f"part-{i}.csv")
     assert recipe("A `.npy` file for each column") == expected
     assert recipe("HDF5") == expected
-    assert recipe("A dask DataFrame of many CSV or Parquet files").n == expected.n
+    assert recipe("A Dask DataFrame of many CSV or Parquet files").n == expected.n
     assert recipe("Your own engine").n == 100_000
