@@ -80,7 +80,7 @@ int run_statistics(int headerFlag, const char* input, const char* output, int co
     return kAborted;
   }
   run.loadInternalFile();  // if it fails, the report is about 0 objects
-  calculate_statistics(run);
+  run.CalculateStatistics();
   print_report(run);
   run.storeStatistics();
   run.clearData();

@@ -26,16 +26,15 @@ void append_residuals(Vector& residuals, const Vector& reference, const Vector& 
   for (std::size_t i = 0; i < n; ++i) residuals.push_back(residual(reference[i], estimate[i]));
 }
 
-std::span<const double> first(const Vector& residuals, std::size_t n) {
-  return {residuals.data(), n};
-}
+std::span<const double> first(const Vector& values, std::size_t n) { return {values.data(), n}; }
 
 // Counts are ints. More values than an int can count get the same error as a negative count.
-const Vector& countable(const Vector& residuals) {
-  if (residuals.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+template <class Values>
+const Values& countable(const Values& values) {
+  if (values.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     throw std::bad_array_new_length();
   }
-  return residuals;
+  return values;
 }
 
 std::span<const double> first_of(const Vector& values, int n) {
@@ -107,6 +106,34 @@ void UTILS::CalculateOutliersNorm() {
       {&outliersConstantNorm, &outliers1Norm, &outliers2Norm, &outliers3Norm, &outliers4Norm});
 }
 
+void UTILS::CalculateStatistics() {
+  const std::size_t n = countable(id).size();
+  const auto [size, plain, normalized] =
+      vostrel::point_statistics(first(zspec, n), first(zphot, n));
+  bias = plain.bias;
+  sigma = plain.sigma;
+  rms = plain.rms;
+  mad = plain.mad;
+  nmad = plain.nmad;
+  madDeltaz = plain.mad_delta;
+  outliersConstant = plain.outliers_015;
+  outliers1 = plain.outliers_1sigma;
+  outliers2 = plain.outliers_2sigma;
+  outliers3 = plain.outliers_3sigma;
+  outliers4 = plain.outliers_4sigma;
+  biasNorm = normalized.bias;
+  sigmaNorm = normalized.sigma;
+  rmsNorm = normalized.rms;
+  madNorm = normalized.mad;
+  nmadNorm = normalized.nmad;
+  madDeltazNorm = normalized.mad_delta;
+  outliersConstantNorm = normalized.outliers_015;
+  outliers1Norm = normalized.outliers_1sigma;
+  outliers2Norm = normalized.outliers_2sigma;
+  outliers3Norm = normalized.outliers_3sigma;
+  outliers4Norm = normalized.outliers_4sigma;
+}
+
 double UTILS::getBias() const { return bias; }
 double UTILS::getSigma() const { return sigma; }
 double UTILS::getRMS() const { return rms; }
@@ -130,25 +157,6 @@ double UTILS::getOutliers2Norm() const { return outliers2Norm; }
 double UTILS::getOutliers3Norm() const { return outliers3Norm; }
 double UTILS::getOutliers4Norm() const { return outliers4Norm; }
 double UTILS::getOutliersConstantNorm() const { return outliersConstantNorm; }
-
-void calculate_statistics(UTILS& run) {
-  run.CalculateDelta();
-  run.CalculateDeltaNorm();
-  run.CalculateBias();
-  run.CalculateBiasNorm();
-  run.CalculateSigma();
-  run.CalculateSigmaNorm();
-  run.CalculateRMS();
-  run.CalculateRMSNorm();
-  run.CalculateMADDeltaz();
-  run.CalculateMADDeltazNorm();
-  run.CalculateMAD();
-  run.CalculateMADNorm();
-  run.CalculateNMAD();
-  run.CalculateNMADNorm();
-  run.CalculateOutliers();
-  run.CalculateOutliersNorm();
-}
 
 vostrel::PointStatistics statistics_of(const UTILS& run) {
   return {.n = static_cast<std::uint64_t>(run.getDataSize()),

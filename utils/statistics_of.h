@@ -1,13 +1,10 @@
-// All statistics of a UTILS object: calculated, and in the form that console and report print.
+// All statistics of a UTILS object in the form that console and report print.
 
 #ifndef VOSTREL_UTILS_STATISTICS_OF_H
 #define VOSTREL_UTILS_STATISTICS_OF_H
 
 #include "statistics/statistics.h"
 #include "utils/utils.h"
-
-/// Calls all methods that calculate, each after those whose results it reads.
-void calculate_statistics(UTILS& run);
 
 /// What the getters of `run` return.
 vostrel::PointStatistics statistics_of(const UTILS& run);

@@ -232,6 +232,13 @@ class UTILS {
   void CalculateOutliersNorm();
   /// @}
 
+  /// Calculates all 22 statistics at once: the numbers of the methods above, called on a new object
+  /// each after those whose results it reads. Faster than they are, and keeps no residuals.
+  ///
+  /// Reads: id (count), zspec, zphot. Writes: all 22 statistics. Requires: zspec and zphot have as
+  /// many entries as id.
+  void CalculateStatistics();
+
   /// @name Synthetic output
   /// Random numbers come from std::rand, which the caller seeds with std::srand.
   /// @{

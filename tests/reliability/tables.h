@@ -216,10 +216,11 @@ inline std::string table(Random& random, std::size_t& columns) {
   return text;
 }
 
-/// Many rows of usual numbers, several blocks of them, now and then a field that is not usual.
+/// Many rows of usual numbers, now and then a field that is not usual. Several blocks when they are
+/// read, and some tables have more objects than the statistics keep.
 inline std::string long_table(Random& random, std::size_t& columns) {
   columns = 2 + random.below(3);
-  const std::size_t lines = 4000 + random.below(4000);
+  const std::size_t lines = 6000 + random.below(6000);
   std::string text;
   for (std::size_t i = 0; i < lines; ++i) {
     text += line(random, columns, random.one_in(50) ? 1 : 0) + "\n";

@@ -28,7 +28,7 @@ struct Data {
 
 vostrel::PointStatistics of_the_class(const Data& data) {
   OpenUtils run = loaded(data.reference, data.estimate);
-  calculate_statistics(run);
+  calculate_each(run);
   return statistics_of(run);
 }
 

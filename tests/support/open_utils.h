@@ -63,4 +63,24 @@ inline OpenUtils loaded(std::vector<double> reference, std::vector<double> estim
   return run;
 }
 
+/// Calls all methods that calculate one statistic, each after those whose results it reads.
+inline void calculate_each(UTILS& run) {
+  run.CalculateDelta();
+  run.CalculateDeltaNorm();
+  run.CalculateBias();
+  run.CalculateBiasNorm();
+  run.CalculateSigma();
+  run.CalculateSigmaNorm();
+  run.CalculateRMS();
+  run.CalculateRMSNorm();
+  run.CalculateMADDeltaz();
+  run.CalculateMADDeltazNorm();
+  run.CalculateMAD();
+  run.CalculateMADNorm();
+  run.CalculateNMAD();
+  run.CalculateNMADNorm();
+  run.CalculateOutliers();
+  run.CalculateOutliersNorm();
+}
+
 #endif  // VOSTREL_TESTS_SUPPORT_OPEN_UTILS_H

@@ -13,6 +13,7 @@
 
 #include "tests/support/bits.h"
 #include "tests/support/open_utils.h"
+#include "utils/statistics_of.h"
 
 namespace {
 
@@ -482,6 +483,28 @@ TEST(CalculateMedian, ThrowsForANegativeCount) {
   for (const int n : {-1, -2147483647 - 1}) {
     EXPECT_THROW(static_cast<void>(run.CalculateMedian({1, 2}, n)), std::bad_array_new_length);
     EXPECT_THROW(static_cast<void>(run.CalculateAbsMedian({1, 2}, n)), std::bad_array_new_length);
+  }
+}
+
+// ---- all at once --------------------------------------------------------------------------------
+
+TEST(CalculateStatistics, GivesTheNumbersOfTheMethodsOneByOne) {
+  // Residuals 1, 0.8, 0.6, 0.4, 0.2 and normalized 1, 0.4, 0.6, 0.2, 0.2: all statistics differ.
+  OpenUtils one_by_one = loaded({0, 1, 0, 1, 0, 0}, {-1, 0.2, -0.6, 0.6, -0.2, kInfinity});
+  one_by_one.id.pop_back();  // the last object doesn't count
+  OpenUtils at_once = one_by_one;
+  calculate_each(one_by_one);
+  at_once.CalculateStatistics();
+  at_once.CalculateStatistics();  // percentages don't add up
+  EXPECT_TRUE(at_once.delta.empty());
+  EXPECT_TRUE(at_once.deltaNorm.empty());
+
+  const vostrel::PointStatistics expected = statistics_of(one_by_one);
+  const vostrel::PointStatistics actual = statistics_of(at_once);
+  for (const auto& statistic : vostrel::kStatistics) {
+    const auto member = statistic.member;
+    EXPECT_EQ(bits_of(actual.delta.*member), bits_of(expected.delta.*member)) << statistic.label;
+    EXPECT_EQ(bits_of(actual.norm.*member), bits_of(expected.norm.*member)) << statistic.label;
   }
 }
 

@@ -15,16 +15,17 @@ namespace {
 
 #if defined(__GLIBCXX__)
 
-// Makes a vector claim to have `size` numbers. Nobody looks at them. The vector of libstdc++ is
+// Makes a vector claim to have `size` entries. Nobody looks at them. The vector of libstdc++ is
 // three pointers: begin, end, end of the storage.
+template <class Entry>
 class Pretended {
  public:
-  Pretended(std::vector<double>& vector, std::size_t size) : vector_(vector) {
-    static_assert(sizeof vector == 3 * sizeof(double*));
-    double* const begin = &number_;
-    double* const end =
-        reinterpret_cast<double*>(reinterpret_cast<std::uintptr_t>(begin) + size * sizeof(double));
-    double* const pointers[] = {begin, end, end};
+  Pretended(std::vector<Entry>& vector, std::size_t size) : vector_(vector) {
+    static_assert(sizeof vector == 3 * sizeof(Entry*));
+    Entry* const begin = &entry_;
+    Entry* const end =
+        reinterpret_cast<Entry*>(reinterpret_cast<std::uintptr_t>(begin) + size * sizeof(Entry));
+    Entry* const pointers[] = {begin, end, end};
     std::memcpy(static_cast<void*>(&vector_), pointers, sizeof pointers);
   }
   ~Pretended() { std::memset(static_cast<void*>(&vector_), 0, sizeof vector_); }
@@ -32,8 +33,8 @@ class Pretended {
   Pretended& operator=(const Pretended&) = delete;
 
  private:
-  std::vector<double>& vector_;
-  double number_ = 0;
+  std::vector<Entry>& vector_;
+  Entry entry_ = 0;
 };
 
 TEST(TooManyRows, MediansRefuseMoreValuesThanAnIntCounts) {
@@ -45,6 +46,8 @@ TEST(TooManyRows, MediansRefuseMoreValuesThanAnIntCounts) {
     EXPECT_THROW(run.CalculateMADDeltazNorm(), std::bad_array_new_length);
     EXPECT_THROW(run.CalculateMAD(), std::bad_array_new_length);
     EXPECT_THROW(run.CalculateMADNorm(), std::bad_array_new_length);
+    const Pretended id(run.id, size);
+    EXPECT_THROW(run.CalculateStatistics(), std::bad_array_new_length);
   }
 }
 
