@@ -402,6 +402,7 @@ class Passes::StateWith : public Passes::State {
 
   void take(std::span<const double> reference, std::span<const double> estimate) {
     if (step_ == Step::kFirst && delta_.kept.size() + reference.size() > kFew) keep_no_more();
+    if (step_ == Step::kFirst && must_keep_all()) return;
     if (keeps_) {
       keep(reference, estimate);
     } else if (step_ == Step::kFirst) {
@@ -451,7 +452,7 @@ class Passes::StateWith : public Passes::State {
     if (keeps_) return Step::kDone;
     const auto n = static_cast<double>(size_);
     if (step_ == Step::kFirst) {
-      if (!kIsExact<Sum> && (delta_.has_nan() || norm_.has_nan())) return keep_all();
+      if (must_keep_all()) return keep_all();
       delta_.end_first_pass(n);
       norm_.end_first_pass(n);
       return Step::kSecond;
@@ -469,9 +470,14 @@ class Passes::StateWith : public Passes::State {
     return Step::kDone;
   }
 
-  // Another pass keeps all residuals: medians with NaN depend on their order.
+  // Medians with NaN depend on the order of the residuals, so another pass keeps all of them.
+  // Distances from an infinite median may be NaN, too.
+  bool must_keep_all() const { return !kIsExact<Sum> && (delta_.has_nan() || norm_.has_nan()); }
+
   Step keep_all() {
     keeps_ = true;
+    delta_.kept.reserve(size_);
+    norm_.kept.reserve(size_);
     return Step::kKeepAll;
   }
 
