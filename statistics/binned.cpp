@@ -92,10 +92,11 @@ void BinnedPasses::hand_over_all() {
   for (std::size_t bin = 0; bin < passes_.size(); ++bin) hand_over(bin);
 }
 
-bool BinnedPasses::end_pass() {
+bool BinnedPasses::end_pass(const Look& look) {
   hand_over_all();
   for (Passes& passes : passes_) {
     if (passes.needs_another_pass()) passes.end_pass();
+    look();
   }
   first_pass_ = false;
   return needs_another_pass();
@@ -164,10 +165,13 @@ BinnedPasses BinnedPasses::from_bytes(std::string_view bytes) {
   return passes;
 }
 
-std::vector<PointStatistics> BinnedPasses::results() const {
+std::vector<PointStatistics> BinnedPasses::results(const Look& look) const {
   std::vector<PointStatistics> results;
   results.reserve(passes_.size());
-  for (const Passes& passes : passes_) results.push_back(passes.result());
+  for (const Passes& passes : passes_) {
+    results.push_back(passes.result(look));
+    look();
+  }
   return results;
 }
 

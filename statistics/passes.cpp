@@ -46,20 +46,25 @@ constexpr bool kIsExact = std::is_same_v<Sum, ExactSum>;
 // The statistics by their definitions. If residuals, or distances from an infinite median, are NaN,
 // the medians depend on the order of the residuals. With exact sums, those medians are NaN.
 template <class Sum>
-ResidualStatistics statistics_of(std::span<const double> residuals) {
+ResidualStatistics statistics_of(std::span<const double> residuals, const Look& look) {
   ResidualStatistics s{};
   s.bias = mean<Sum>(residuals);
   s.sigma = standard_deviation<Sum>(residuals, s.bias);
+  look();
   s.rms = root_mean_square<Sum>(residuals);
+  look();
   const double center = median(residuals);
+  look();
   if (kIsExact<Sum> && std::isnan(s.rms)) {
     s.mad = s.mad_delta = kNaN;
   } else {
     s.mad = absolute_median(residuals);
+    look();
     s.mad_delta =
         kIsExact<Sum> && std::isinf(center) ? kNaN : median_of_distances(residuals, center);
   }
   s.nmad = s.mad * kNmadFactor;
+  look();
   set_outliers(s, count_outliers(residuals, s.sigma), residuals.size());
   return s;
 }
@@ -296,7 +301,7 @@ class Passes::State {
   virtual std::unique_ptr<State> fresh() const = 0;
   virtual void merge(const State& other) = 0;
   virtual std::string to_bytes() const = 0;
-  virtual PointStatistics result() const = 0;
+  virtual PointStatistics result(const Look& look) const = 0;
 };
 
 template <class Sum>
@@ -391,10 +396,10 @@ class Passes::StateWith : public Passes::State {
     return state;
   }
 
-  PointStatistics result() const override {
+  PointStatistics result(const Look& look) const override {
     if (needs_another_pass()) throw std::logic_error("another pass over the data is needed");
     if (!keeps_) return {size_, delta_.statistics(size_), norm_.statistics(size_)};
-    return {size_, statistics_of<Sum>(delta_.kept), statistics_of<Sum>(norm_.kept)};
+    return {size_, statistics_of<Sum>(delta_.kept, look), statistics_of<Sum>(norm_.kept, look)};
   }
 
  private:
@@ -510,7 +515,7 @@ std::uint64_t Passes::size() const { return state_->size(); }
 Passes Passes::fresh() const { return Passes(state_->fresh()); }
 void Passes::merge(const Passes& other) { state_->merge(*other.state_); }
 std::string Passes::to_bytes() const { return state_->to_bytes(); }
-PointStatistics Passes::result() const { return state_->result(); }
+PointStatistics Passes::result(const Look& look) const { return state_->result(look); }
 
 Passes Passes::from_bytes(std::string_view bytes) {
   ByteReader in(bytes);

@@ -4,6 +4,7 @@
 #define VOSTREL_STATISTICS_PASSES_H
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -20,6 +21,9 @@ enum class Sums {
   /// Exactly, and rounded once at the end: the same bits for any blocks in any order.
   kExact,
 };
+
+/// A function that is called often while something takes long. It may throw to end it.
+using Look = std::function<void()>;
 
 /// The statistics of two columns, which are added block by block, once in each pass:
 ///
@@ -77,7 +81,7 @@ class Passes {
 
   /// The statistics. With exact sums, MAD, NMAD and MAD(Delta) are NaN if a residual is NaN.
   /// @throws std::logic_error if another pass is needed.
-  PointStatistics result() const;
+  PointStatistics result(const Look& look = [] {}) const;
 
  private:
   class State;

@@ -4,49 +4,99 @@
 #include <cmath>
 #include <cstddef>
 
+#include "statistics/ranks.h"
 #include "statistics/residuals.h"
 
 namespace vostrel {
 
 namespace {
 
-Spread spread(std::vector<double>& residuals, std::span<const std::uint64_t> ranks) {
+constexpr std::size_t kBlock = 4096;
+
+// The residuals of two columns, made block by block.
+template <class Residual>
+class Residuals {
+ public:
+  Residuals(std::span<const double> reference, std::span<const double> estimate, Residual residual,
+            const Look& look)
+      : reference_(reference), estimate_(estimate), residual_(residual), look_(look) {}
+
+  // Calls use(block) for each block, which it may change.
+  template <class Use>
+  void for_each_block(Use use) const {
+    std::array<double, kBlock> room;
+    for (std::size_t first = 0; first < reference_.size(); first += kBlock) {
+      const std::size_t count = std::min(kBlock, reference_.size() - first);
+      for (std::size_t i = 0; i < count; ++i) {
+        room[i] = residual_(reference_[first + i], estimate_[first + i]);
+      }
+      use(std::span<double>(room.data(), count));
+      look_();
+    }
+  }
+
+  std::size_t size() const { return reference_.size(); }
+
+ private:
+  std::span<const double> reference_;
+  std::span<const double> estimate_;
+  Residual residual_;
+  const Look& look_;
+};
+
+template <class Residual>
+std::vector<double> absolute_of_ranks(const Residuals<Residual>& residuals,
+                                      std::span<const std::uint64_t> ranks) {
+  std::vector<std::uint64_t> ascending(ranks.begin(), ranks.end());
+  std::sort(ascending.begin(), ascending.end());
+  Ranks search(residuals.size(), ascending);
+  do {
+    residuals.for_each_block([&](std::span<double> block) {
+      for (double& value : block) value = std::fabs(value);  // NaN, too, order as without a sign
+      search.add(block);
+    });
+  } while (search.end_pass());
+  std::vector<double> result;
+  for (const std::uint64_t rank : ranks) {
+    const auto place = std::lower_bound(ascending.begin(), ascending.end(), rank);
+    result.push_back(search.values()[static_cast<std::size_t>(place - ascending.begin())]);
+  }
+  return result;
+}
+
+template <class Residual>
+Spread spread(const Residuals<Residual>& residuals, std::span<const std::uint64_t> ranks) {
   const auto n = static_cast<double>(residuals.size());
   double sum = 0;
-  for (const double residual : residuals) sum += residual;
+  residuals.for_each_block([&](std::span<const double> block) {
+    for (const double residual : block) sum += residual;
+  });
   const double bias = sum / n;
   Spread result{};
-  for (const double residual : residuals) {
-    const double square = residual * residual;
-    const double square_about = (residual - bias) * (residual - bias);
-    result.second += square;
-    result.fourth += square * square;
-    result.second_about += square_about;
-    result.fourth_about += square_about * square_about;
-  }
+  residuals.for_each_block([&](std::span<const double> block) {
+    for (const double residual : block) {
+      const double square = residual * residual;
+      const double square_about = (residual - bias) * (residual - bias);
+      result.second += square;
+      result.fourth += square * square;
+      result.second_about += square_about;
+      result.fourth_about += square_about * square_about;
+    }
+  });
   result.second /= n;
   result.fourth /= n;
   result.second_about /= n;
   result.fourth_about /= n;
-  for (double& residual : residuals) residual = std::fabs(residual);
-  for (const std::uint64_t rank : ranks) {
-    const auto place = residuals.begin() + static_cast<std::ptrdiff_t>(rank);
-    std::nth_element(residuals.begin(), place, residuals.end());
-    result.absolute.push_back(*place);
-  }
+  result.absolute = absolute_of_ranks(residuals, ranks);
   return result;
 }
 
 }  // namespace
 
 std::array<Spread, 2> spreads(std::span<const double> reference, std::span<const double> estimate,
-                              std::span<const std::uint64_t> ranks) {
-  std::vector<double> residuals(reference.size());
+                              std::span<const std::uint64_t> ranks, const Look& look) {
   const auto spread_of = [&](auto residual) {
-    for (std::size_t i = 0; i < residuals.size(); ++i) {
-      residuals[i] = residual(reference[i], estimate[i]);
-    }
-    return spread(residuals, ranks);
+    return spread(Residuals(reference, estimate, residual, look), ranks);
   };
   Spread delta = spread_of(residual);
   return {std::move(delta), spread_of(normalized_residual)};

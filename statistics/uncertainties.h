@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "statistics/passes.h"
+
 namespace vostrel {
 
 /// How one residual r of n objects spreads.
@@ -20,12 +22,12 @@ struct Spread {
   std::vector<double> absolute;  ///< The |r| of the given ranks.
 };
 
-/// The spreads of the residual and of the normalized residual. Takes 8 bytes of memory for each
-/// object.
+/// The spreads of the residual and of the normalized residual. No array of residuals is made.
 /// @param ranks  ranks of |r|, from 0 (the smallest) to n - 1.
 /// Requires: both arrays have the same length, which is not 0. There is no NaN.
-std::array<Spread, 2> spreads(std::span<const double> reference, std::span<const double> estimate,
-                              std::span<const std::uint64_t> ranks);
+std::array<Spread, 2> spreads(
+    std::span<const double> reference, std::span<const double> estimate,
+    std::span<const std::uint64_t> ranks, const Look& look = [] {});
 
 }  // namespace vostrel
 

@@ -33,10 +33,10 @@ namespace {
 // The columns of the objects that are kept: in place where all are kept and all are doubles.
 class Sample {
  public:
-  Sample(Arrays columns, const Arrays& masks, bool omit_nan) : arrays_(std::move(columns)) {
-    size_ = static_cast<std::size_t>(arrays_.at(0).size());
-    const std::vector<Column> parts = columns_of(arrays_);
-    const std::vector<Mask> conditions = masks_of(masks, arrays_.at(0).size());
+  Sample(Numbers columns, const Arrays& masks, bool omit_nan) : numbers_(std::move(columns)) {
+    size_ = py::len(numbers_.at(0));
+    const std::vector<Column> parts = columns_of(numbers_);
+    const std::vector<Mask> conditions = masks_of(masks, static_cast<py::ssize_t>(size_));
     const py::gil_scoped_release release;
     count(parts, conditions, omit_nan);
     for (const Column& part : parts) {
@@ -71,6 +71,7 @@ class Sample {
     std::vector<std::uint8_t> nan(kBlock);
     for (std::size_t first = 0; first < size_; first += kBlock) {
       const std::size_t count = std::min(kBlock, size_ - first);
+      look_for_signals();
       std::fill(nan.begin(), nan.end(), 0);
       for (const Column& part : parts) {
         const double* const values = part.read(first, count, room.data());
@@ -95,6 +96,7 @@ class Sample {
     std::vector<double> room(kBlock);
     for (std::size_t first = 0; first < size_; first += kBlock) {
       const std::size_t count = std::min(kBlock, size_ - first);
+      look_for_signals();
       const double* const values = part.read(first, count, room.data());
       for (std::size_t i = 0; i < count; ++i) {
         if (result.size() < n_ && (kept_.empty() || kept_[first + i])) result.push_back(values[i]);
@@ -105,7 +107,7 @@ class Sample {
     return result;
   }
 
-  Arrays arrays_;
+  Numbers numbers_;
   std::size_t size_ = 0;
   std::size_t n_ = 0;
   std::size_t n_masked_ = 0;
@@ -123,7 +125,7 @@ py::tuple compute_spreads(const Sample& sample, const std::vector<std::uint64_t>
   std::array<Spread, 2> found;
   {
     const py::gil_scoped_release release;
-    found = spreads(sample.column(0), sample.column(1), ranks);
+    found = spreads(sample.column(0), sample.column(1), ranks, look_for_signals);
   }
   const auto tuple_of = [](const Spread& spread) {
     return py::make_tuple(spread.second, spread.fourth, spread.second_about, spread.fourth_about,
@@ -199,7 +201,7 @@ py::array_t<std::uint64_t> indices(std::uint64_t seed, std::uint64_t number, std
 
 void add_bootstrap(py::module_& module) {
   py::class_<Sample, std::shared_ptr<Sample>>(module, "Sample")
-      .def(py::init<Arrays, const Arrays&, bool>(), py::arg("columns"), py::arg("masks"),
+      .def(py::init<Numbers, const Arrays&, bool>(), py::arg("columns"), py::arg("masks"),
            py::arg("omit_nan"))
       .def_property_readonly("n", &Sample::size)
       .def_property_readonly("n_masked", &Sample::masked)

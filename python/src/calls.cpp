@@ -1,5 +1,9 @@
 #include "python/src/calls.h"
 
+#include <algorithm>
+#include <chrono>
+#include <stdexcept>
+
 namespace py = pybind11;
 
 namespace vostrel::python {
@@ -12,16 +16,36 @@ void check_shape(const py::array& array, py::ssize_t size) {
   }
 }
 
+Column column_of(const py::array& array) {
+  check_shape(array, array.size());
+  const py::dtype type = array.dtype();
+  const bool swapped = !type.attr("isnative").cast<bool>();
+  return {static_cast<const char*>(array.data()), array.strides(0), type.kind(),
+          static_cast<std::size_t>(type.itemsize()), swapped};
+}
+
+Column::Source source_of(py::handle slices) {
+  return [slices](std::size_t first, std::size_t count, double* room) {
+    const py::gil_scoped_acquire hold;
+    const py::array_t<double, py::array::c_style> numbers = slices.attr("read")(first, count);
+    if (numbers.size() != static_cast<py::ssize_t>(count)) {
+      throw std::runtime_error("the values were changed while they were read");
+    }
+    std::copy_n(numbers.data(), count, room);
+  };
+}
+
 }  // namespace
 
-std::vector<Column> columns_of(const Arrays& arrays) {
+std::vector<Column> columns_of(const Numbers& numbers) {
   std::vector<Column> columns;
-  for (const py::array& array : arrays) {
-    check_shape(array, arrays.front().size());
-    const py::dtype type = array.dtype();
-    const bool swapped = !type.attr("isnative").cast<bool>();
-    columns.push_back({static_cast<const char*>(array.data()), array.strides(0), type.kind(),
-                       static_cast<std::size_t>(type.itemsize()), swapped});
+  for (const py::object& column : numbers) {
+    if (py::len(column) != py::len(numbers.front())) {
+      throw py::value_error("columns must have one length");
+    }
+    columns.push_back(py::isinstance<py::array>(column)
+                          ? column_of(py::reinterpret_borrow<py::array>(column))
+                          : Column(source_of(column)));
   }
   return columns;
 }
@@ -36,9 +60,9 @@ std::vector<Mask> masks_of(const Arrays& arrays, py::ssize_t size) {
   return masks;
 }
 
-Rows rows_of(const Arrays& columns, const Arrays& masks, bool omit_nan) {
-  const auto size = columns.at(0).size();
-  return {static_cast<std::size_t>(size), columns_of(columns), masks_of(masks, size), omit_nan};
+Rows rows_of(const Numbers& columns, const Arrays& masks, bool omit_nan) {
+  const std::size_t size = py::len(columns.at(0));
+  return {size, columns_of(columns), masks_of(masks, static_cast<py::ssize_t>(size)), omit_nan};
 }
 
 py::tuple tuple_of(const ResidualStatistics& statistics) {
@@ -50,6 +74,11 @@ py::tuple tuple_of(const ResidualStatistics& statistics) {
 }
 
 void look_for_signals() {
+  using Clock = std::chrono::steady_clock;
+  thread_local Clock::time_point last_look = Clock::now();
+  const Clock::time_point now = Clock::now();
+  if (now - last_look < std::chrono::milliseconds(50)) return;
+  last_look = now;
   const py::gil_scoped_acquire hold;
   if (PyErr_CheckSignals() != 0) throw py::error_already_set();
 }

@@ -18,35 +18,32 @@ namespace vostrel::python {
 
 using Arrays = std::vector<pybind11::array>;
 
-/// The columns of arrays of numbers, which must have one dimension and one length and outlive them.
-std::vector<Column> columns_of(const Arrays& arrays);
+/// Arrays of numbers, or vostrel._inputs.Slices.
+using Numbers = std::vector<pybind11::object>;
+
+/// The columns of numbers, which must have one dimension and one length and outlive them.
+std::vector<Column> columns_of(const Numbers& numbers);
 
 /// The masks of arrays of truth values, each of `size` entries. The arrays must outlive them.
 std::vector<Mask> masks_of(const Arrays& arrays, pybind11::ssize_t size);
 
-/// The objects of columns and masks of one length. The arrays must outlive them.
-Rows rows_of(const Arrays& columns, const Arrays& masks, bool omit_nan);
+/// The objects of columns and masks of one length. Both must outlive them.
+Rows rows_of(const Numbers& columns, const Arrays& masks, bool omit_nan);
 
 /// The eleven numbers in the order of kStatistics.
 pybind11::tuple tuple_of(const ResidualStatistics& statistics);
 
-/// Throws what Python raises when the user has pressed Ctrl-C. Requires that the GIL is released.
+/// Throws what Python raises when the user has pressed Ctrl-C. Looks for it every 50 ms at most, so
+/// that it may be called often. Requires that the GIL is released.
 void look_for_signals();
 
 /// One pass: calls use(block) for each block. Requires that the GIL is released.
 template <class Use>
 void for_each_block(Rows& rows, Use use) {
-  // Some ten milliseconds.
-  constexpr std::size_t kObjectsUntilLook = std::size_t{1} << 20;
   rows.rewind();
-  std::size_t since_look = 0;
   while (rows.next()) {
     use(rows.block());
-    since_look += Rows::kBlock;
-    if (since_look >= kObjectsUntilLook) {
-      look_for_signals();
-      since_look = 0;
-    }
+    look_for_signals();
   }
 }
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 namespace vostrel::python {
 
@@ -75,8 +76,10 @@ constexpr std::array kTypes = {
 
 }  // namespace
 
+Column::Column(Source source) : source_(std::move(source)) {}
+
 Column::Column(const char* data, std::ptrdiff_t stride, char kind, std::size_t size, bool swapped)
-    : data_(data), stride_(stride), convert_(nullptr), in_place_(false) {
+    : data_(data), stride_(stride) {
   for (const Type& type : kTypes) {
     if (type.kind == kind && type.size == size) {
       convert_ = swapped ? type.swapped : type.plain;
@@ -90,6 +93,10 @@ Column::Column(const char* data, std::ptrdiff_t stride, char kind, std::size_t s
 }
 
 const double* Column::read(std::size_t first, std::size_t count, double* room) const {
+  if (source_) {
+    source_(first, count, room);
+    return room;
+  }
   const char* const start = data_ + static_cast<std::ptrdiff_t>(first) * stride_;
   if (in_place_) return reinterpret_cast<const double*>(start);
   convert_(start, stride_, count, room);

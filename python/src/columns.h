@@ -1,16 +1,21 @@
-// The caller's arrays, read block by block as doubles.
+// The caller's numbers, read block by block as doubles.
 
 #ifndef VOSTREL_PYTHON_SRC_COLUMNS_H
 #define VOSTREL_PYTHON_SRC_COLUMNS_H
 
 #include <cstddef>
-#include <string>
+#include <functional>
 
 namespace vostrel::python {
 
-/// A one-dimensional array of numbers of some type, which is not owned.
+/// A one-dimensional array of numbers of some type, or another source of numbers. It owns neither.
 class Column {
  public:
+  /// Puts the numbers first ... first + count - 1 into `room`.
+  using Source = std::function<void(std::size_t first, std::size_t count, double* room)>;
+
+  explicit Column(Source source);
+
   /// @param kind      the type as NumPy names it: 'f', 'i', 'u' or 'b'.
   /// @param size      bytes of a number: 2, 4, 8 or that of long double; 1, 2, 4, 8; 1.
   /// @param swapped   the bytes of a number are in the other order than this machine's.
@@ -26,10 +31,11 @@ class Column {
   using Convert = void (*)(const char* data, std::ptrdiff_t stride, std::size_t count,
                            double* result);
 
-  const char* data_;
-  std::ptrdiff_t stride_;
-  Convert convert_;
-  bool in_place_;
+  Source source_;  // empty for an array
+  const char* data_ = nullptr;
+  std::ptrdiff_t stride_ = 0;
+  Convert convert_ = nullptr;
+  bool in_place_ = false;
 };
 
 /// A one-dimensional array of truth values, which is not owned: true leaves the object out.

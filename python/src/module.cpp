@@ -47,14 +47,14 @@ bool complete(SomePasses& passes, Rows& rows, bool omit_nan, Add add) {
 }
 
 // (n, n_masked, n_nan, delta, norm), the last two None when there is a NaN that isn't left out.
-py::tuple compute_point_statistics(const Arrays& columns, const Arrays& masks, bool omit_nan) {
+py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, bool omit_nan) {
   Rows rows = rows_of(columns, masks, omit_nan);
   std::optional<PointStatistics> statistics;
   {
     const py::gil_scoped_release release;
     Passes passes(Sums::kInOrder);
     const auto add = [&](const Block& block) { passes.add(block.reference, block.estimate); };
-    if (complete(passes, rows, omit_nan, add)) statistics = passes.result();
+    if (complete(passes, rows, omit_nan, add)) statistics = passes.result(look_for_signals);
   }
   const py::object none = py::none();
   return py::make_tuple(rows.kept(), rows.masked(), rows.nan(),
@@ -87,7 +87,7 @@ Survey survey_rows(Rows& rows) {
 }
 
 // (n, n_masked, n_nan, low, high), the last two of the last of three columns or the first of two.
-py::tuple survey(const Arrays& columns, const Arrays& masks, bool omit_nan) {
+py::tuple survey(const Numbers& columns, const Arrays& masks, bool omit_nan) {
   Rows rows = rows_of(columns, masks, omit_nan);
   Survey found;
   {
@@ -98,7 +98,7 @@ py::tuple survey(const Arrays& columns, const Arrays& masks, bool omit_nan) {
 }
 
 // The values of some ranks in one column, without NaN.
-py::array_t<double> order_values(const Arrays& columns, const Arrays& masks, std::uint64_t n,
+py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, std::uint64_t n,
                                  std::vector<std::uint64_t> places) {
   Rows rows = rows_of(columns, masks, true);
   std::vector<double> values;
@@ -117,7 +117,7 @@ py::array_t<double> order_values(const Arrays& columns, const Arrays& masks, std
 // (counts, nan_counts, n_outside, numbers): for each bin how many objects it has and how many of
 // them have NaN; how many objects are in no bin; the numbers of both residuals as an array of shape
 // (2, 11, bins). Objects with NaN are left out, or make the numbers of their bin NaN.
-py::tuple compute_binned_statistics(const Arrays& columns, const Arrays& masks, bool omit_nan,
+py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks, bool omit_nan,
                                     std::vector<double> edges) {
   Rows rows = rows_of(columns, masks, false);
   const bool by_reference = columns.size() == 2;
@@ -130,8 +130,8 @@ py::tuple compute_binned_statistics(const Arrays& columns, const Arrays& masks, 
     BinnedPasses passes(bins, Sums::kInOrder);
     do {
       nan_counts = add_to_bins(passes, rows, by_reference);
-    } while (passes.end_pass());
-    statistics = passes.results();
+    } while (passes.end_pass(look_for_signals));
+    statistics = passes.results(look_for_signals);
     outside = passes.outside();
   }
 
@@ -155,7 +155,7 @@ py::tuple compute_binned_statistics(const Arrays& columns, const Arrays& masks, 
 }
 
 // (n, n_masked, n_nan, metrics), the last None when there is a NaN that isn't left out.
-py::tuple compute_lsst_metrics(const Arrays& columns, const Arrays& masks, bool omit_nan) {
+py::tuple compute_lsst_metrics(const Numbers& columns, const Arrays& masks, bool omit_nan) {
   Rows rows = rows_of(columns, masks, omit_nan);
   Survey found;
   std::optional<LsstMetrics> metrics;

@@ -47,14 +47,14 @@ class NanFilter {
 // What was left out of a chunk: n_masked, n_nan, and for bins the objects with NaN in each.
 using LeftOut = std::vector<std::uint64_t>;
 
-LeftOut add(Passes& passes, const Arrays& columns, const Arrays& masks) {
+LeftOut add(Passes& passes, const Numbers& columns, const Arrays& masks) {
   Rows rows = rows_of(columns, masks, true);
   const py::gil_scoped_release release;
   for_each_block(rows, [&](const Block& block) { passes.add(block.reference, block.estimate); });
   return {rows.masked(), rows.nan()};
 }
 
-LeftOut add_binned(BinnedPasses& passes, const Arrays& columns, const Arrays& masks) {
+LeftOut add_binned(BinnedPasses& passes, const Numbers& columns, const Arrays& masks) {
   Rows rows = rows_of(columns, masks, false);
   const py::gil_scoped_release release;
   LeftOut left_out = add_to_bins(passes, rows, columns.size() == 2);
@@ -70,7 +70,7 @@ py::tuple result(const Passes& passes) {
   PointStatistics statistics;
   {
     const py::gil_scoped_release release;
-    statistics = passes.result();
+    statistics = passes.result(look_for_signals);
   }
   return count_and_numbers(statistics);
 }
@@ -79,7 +79,7 @@ py::list results(const BinnedPasses& passes) {
   std::vector<PointStatistics> statistics;
   {
     const py::gil_scoped_release release;
-    statistics = passes.results();
+    statistics = passes.results(look_for_signals);
   }
   py::list list;
   for (const PointStatistics& bin : statistics) list.append(count_and_numbers(bin));
@@ -96,13 +96,16 @@ SomePasses from_bytes(const py::bytes& bytes) {
   return SomePasses::from_bytes(static_cast<std::string_view>(bytes));
 }
 
+bool end_pass(Passes& passes) { return passes.end_pass(); }
+bool end_pass(BinnedPasses& passes) { return passes.end_pass(look_for_signals); }
+
 // What both kinds of passes have.
 template <class SomePasses>
 py::class_<SomePasses> define(py::module_& module, const char* name) {
   using WithoutGil = py::call_guard<py::gil_scoped_release>;
   return py::class_<SomePasses>(module, name)
       .def("merge", &SomePasses::merge, py::arg("other"), WithoutGil())
-      .def("end_pass", &SomePasses::end_pass, WithoutGil())
+      .def("end_pass", py::overload_cast<SomePasses&>(&end_pass), WithoutGil())
       .def("needs_another_pass", &SomePasses::needs_another_pass)
       .def("fresh", &SomePasses::fresh, WithoutGil())
       .def("size", &SomePasses::size)

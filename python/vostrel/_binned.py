@@ -9,7 +9,7 @@ from typing import TYPE_CHECKING, Any, Optional, Union
 import numpy as np
 
 from vostrel import _core
-from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
+from vostrel._inputs import SLICE, Columns, NanPolicy, check_counts, prepare, to_float64
 from vostrel._results import BinnedResiduals, BinnedStatistics
 from vostrel._uncertainties import Uncertainties, of_columns
 
@@ -131,9 +131,12 @@ def _by_formula(
     columns: Columns, edges: NDArray[np.float64], counts: NDArray[np.uint64], omit: bool
 ) -> tuple[Uncertainties, ...]:
     """Return the uncertainties of each bin."""
-    by = columns.values[-1 if len(columns.values) == 3 else 0].astype(np.float64)
-    bins = np.searchsorted(edges, by, side="right") - 1
-    bins[by == edges[-1]] = len(counts) - 1
+    by = to_float64(columns.values[-1 if len(columns.values) == 3 else 0])
+    bins = np.empty(len(by), np.int32)
+    for first in range(0, len(by), SLICE):
+        part = by[first : first + SLICE]
+        bins[first : first + SLICE] = np.searchsorted(edges, part, side="right") - 1
+        bins[first : first + SLICE][part == edges[-1]] = len(counts) - 1
     nan_policy: NanPolicy = "omit" if omit else "propagate"
     return tuple(
         of_columns(Columns(columns.values[:2], [*columns.masks, bins != i]), 0.683, nan_policy)
@@ -165,7 +168,7 @@ def _read_bins(bins: Any) -> tuple[str, Any]:
     if np.ndim(bins) == 0:
         return "width", _read_number(bins)
     columns = prepare("raise", None, bins=bins)
-    edges = columns.values[0].astype(np.float64)
+    edges: NDArray[np.float64] = np.array(columns.values[0], np.float64)
     if any(mask.any() for mask in columns.masks) or np.isnan(edges).any():
         raise ValueError("bins must have no masked edges and no NaN")
     if len(edges) < 2:

@@ -1,7 +1,7 @@
 """The compiled core. Private: use what `vostrel` exports."""
 
 from collections.abc import Sequence
-from typing import Any, Optional
+from typing import Any, Optional, Protocol, Union
 
 import numpy as np
 from numpy.typing import NDArray
@@ -16,20 +16,25 @@ _Eleven = tuple[
     float, float, float, float, float, float, float, float, float, float, float
 ]
 
-_Arrays = Sequence[NDArray[Any]]
+class _Slices(Protocol):
+    def __len__(self) -> int: ...
+    def read(self, first: int, count: int) -> NDArray[np.float64]: ...
+
+_Columns = Sequence[Union[NDArray[Any], _Slices]]
+_Masks = Sequence[NDArray[np.bool_]]
 
 def point_statistics(
-    columns: _Arrays, masks: _Arrays, omit_nan: bool
+    columns: _Columns, masks: _Masks, omit_nan: bool
 ) -> tuple[int, int, int, Optional[_Eleven], Optional[_Eleven]]:
     """Return n, n_masked, n_nan and both residuals; None when NaN are met and not omitted."""
 
 def lsst_metrics(
-    columns: _Arrays, masks: _Arrays, omit_nan: bool
+    columns: _Columns, masks: _Masks, omit_nan: bool
 ) -> tuple[int, int, int, Optional[tuple[float, float, float, float]]]:
     """Return n, n_masked, n_nan and the metrics; None when NaN are met and not omitted."""
 
 def binned_statistics(
-    columns: _Arrays, masks: _Arrays, omit_nan: bool, edges: Sequence[float]
+    columns: _Columns, masks: _Masks, omit_nan: bool, edges: Sequence[float]
 ) -> tuple[NDArray[np.uint64], NDArray[np.uint64], int, NDArray[np.float64]]:
     """Return counts, nan_counts, n_outside and the numbers in shape (2, 11, bins).
 
@@ -37,12 +42,12 @@ def binned_statistics(
     """
 
 def survey(
-    columns: _Arrays, masks: _Arrays, omit_nan: bool
+    columns: _Columns, masks: _Masks, omit_nan: bool
 ) -> tuple[int, int, int, float, float]:
     """Return n, n_masked, n_nan, and the least and greatest value to bin by."""
 
 def order_values(
-    columns: _Arrays, masks: _Arrays, n: int, ranks: Sequence[int]
+    columns: _Columns, masks: _Masks, n: int, ranks: Sequence[int]
 ) -> NDArray[np.float64]:
     """Return the values to bin by that have these ranks among n objects without NaN."""
 
@@ -51,7 +56,7 @@ _Spread = tuple[float, float, float, float, list[float]]
 class Sample:
     """The objects that are kept, in columns: the reference and some estimates."""
 
-    def __init__(self, columns: _Arrays, masks: _Arrays, omit_nan: bool) -> None: ...
+    def __init__(self, columns: _Columns, masks: _Masks, omit_nan: bool) -> None: ...
     @property
     def n(self) -> int: ...
     @property
@@ -108,7 +113,7 @@ class Passes:
     """vostrel::Passes with exact sums."""
 
     def __init__(self) -> None: ...
-    def add(self, columns: _Arrays, masks: _Arrays) -> list[int]:
+    def add(self, columns: _Columns, masks: _Masks) -> list[int]:
         """Add a chunk without masked objects and NaN. Return n_masked and n_nan."""
     def merge(self, other: Passes) -> None: ...
     def end_pass(self) -> bool: ...
@@ -124,7 +129,7 @@ class BinnedPasses:
     """vostrel::BinnedPasses with exact sums."""
 
     def __init__(self, edges: Sequence[float]) -> None: ...
-    def add(self, columns: _Arrays, masks: _Arrays) -> list[int]:
+    def add(self, columns: _Columns, masks: _Masks) -> list[int]:
         """Add a chunk, binned as by `binned_statistics`, without masked objects and NaN.
 
         Return n_masked, n_nan, and for each bin how many have NaN in the first two columns.

@@ -5,12 +5,14 @@ from __future__ import annotations
 import sys
 from collections.abc import Iterator
 from dataclasses import dataclass
-from typing import TYPE_CHECKING, Any, Literal, Optional, get_args
+from typing import TYPE_CHECKING, Any, Literal, Optional, Union, get_args
 
 import numpy as np
 
 if TYPE_CHECKING:  # importing the package must be quick
     from numpy.typing import NDArray
+
+    Numbers = Union[NDArray[Any], "Slices"]
 
 NanPolicy = Literal["raise", "omit", "propagate"]
 
@@ -18,11 +20,52 @@ NanPolicy = Literal["raise", "omit", "propagate"]
 LAZY_LIBRARIES = frozenset({"cubed", "dask", "dask_expr", "ibis", "pyspark", "vaex"})
 
 
+def not_numbers(name: str, error: Exception) -> TypeError:
+    """Return the error for values that NumPy can't make into numbers."""
+    return TypeError(f"{name} can't be made into an array of numbers: {error}")
+
+
+def to_float64(values: Any) -> NDArray[np.float64]:
+    """Return the values as an array of doubles."""
+    return np.asarray(values, np.float64)
+
+
+#: What a list of real numbers is made of.
+REAL = (float, int, np.floating, np.integer, np.bool_)
+
+#: How many values are looked at or converted in one go, so that Ctrl-C comes through.
+SLICE = 1 << 16
+
+
+class Slices:
+    """Numbers whose array would take up memory: the core reads a slice of them at a time."""
+
+    def __init__(self, name: str, values: Any) -> None:
+        self._name = name  # that errors call them by
+        self._values = values
+
+    def __len__(self) -> int:
+        return len(self._values)
+
+    def read(self, first: int, count: int) -> NDArray[np.float64]:
+        """Return some of the numbers."""
+        try:
+            return to_float64(self._values[first : first + count])
+        except Exception as error:
+            raise not_numbers(self._name, error) from error
+
+    def __array__(self, dtype: Any = None, copy: Any = None) -> NDArray[Any]:
+        result = np.empty(len(self), dtype or np.float64)
+        for first in range(0, len(self), SLICE):
+            result[first : first + SLICE] = self.read(first, SLICE)
+        return result
+
+
 @dataclass(frozen=True)
 class Columns:
-    """Arrays of one length that the core can read, and their masks."""
+    """Numbers of one length that the core can read, and their masks."""
 
-    values: list[NDArray[Any]]
+    values: list[Numbers]
     masks: list[NDArray[np.bool_]]
 
 
@@ -45,7 +88,7 @@ def prepare(nan_policy: str, mask: Optional[Any], **columns: Any) -> Columns:
     """
     if nan_policy not in get_args(NanPolicy):
         raise ValueError(f"nan_policy must be 'raise', 'omit' or 'propagate', not {nan_policy!r}")
-    values: list[NDArray[Any]] = []
+    values: list[Numbers] = []
     masks: list[NDArray[np.bool_]] = []
     first = ""
     for name, given in columns.items():
@@ -79,22 +122,36 @@ def check_counts(nan_policy: str, n: int, n_masked: int, n_nan: int) -> None:
         raise ValueError("there are no objects" + (f": {', '.join(left_out)}" if left_out else ""))
 
 
-def read_values(name: str, values: Any) -> tuple[NDArray[Any], list[NDArray[np.bool_]]]:
-    """Return the values as an array that the core reads, and their own masks."""
+def read_values(name: str, values: Any) -> tuple[Numbers, list[NDArray[np.bool_]]]:
+    """Return the values as numbers that the core reads, and their own masks."""
     refuse_lazy(name, values)
     if name != "by":  # a magnitude may say what it is
         refuse_unit(name, values)
     data, masks = separate_mask(values)
+    if isinstance(data, Slices):
+        return data, masks
+    if holds_only(REAL, data):
+        return Slices(name, data), masks
     try:
         array = np.asarray(data)
     except Exception as error:
-        raise TypeError(f"{name} can't be made into an array of numbers: {error}") from error
+        raise not_numbers(name, error) from error
     if array.dtype.kind not in "fiub":
         raise TypeError(f"{name} must hold real numbers, {_found(values, array)}")
     check_dimension(name, array)
     if array.dtype.char == "g" and not array.dtype.isnative:
-        array = array.astype(np.float64)  # a long double of another machine: NumPy knows
+        return Slices(name, array), masks  # long doubles of another machine: NumPy knows them
     return array, masks
+
+
+def holds_only(kinds: tuple[type, ...], values: Any) -> bool:
+    """Return whether it is a list or tuple of such values."""
+    if not isinstance(values, (list, tuple)):
+        return False
+    found: set[type] = set()
+    for first in range(0, len(values), SLICE):
+        found.update(map(type, values[first : first + SLICE]))
+    return all(issubclass(kind, kinds) for kind in found)
 
 
 def read_mask(mask: Any) -> NDArray[np.bool_]:
@@ -103,6 +160,8 @@ def read_mask(mask: Any) -> NDArray[np.bool_]:
     data, masks = separate_mask(mask)
     if any(masked.any() for masked in masks):
         raise ValueError("mask has masked entries of its own; fill them with True or False")
+    if holds_only((bool, np.bool_), data):
+        data = np.asarray(Slices("mask", data), np.bool_)
     try:
         array = np.asarray(data)
     except Exception as error:

@@ -1,4 +1,4 @@
-"""A process under mpirun: prints the numbers of rank 0 as hexadecimal bytes, or each rank's error.
+"""A process under mpirun: rank 0 prints its numbers in hexadecimal, or each rank's error.
 
   mpi_rank.py numbers SEED COUNT      of the data sets of scale_sets
   mpi_rank.py error                   the last rank fails in the middle
@@ -33,7 +33,9 @@ def fail():
     try:
         vostrel.mpi.point_statistics(chunks, comm)
     except OSError as error:
-        print(f"{error}", flush=True)
+        errors = comm.gather(str(error))
+        if comm.rank == 0:
+            print("\n".join(errors))
 
 
 if sys.argv[1] == "numbers":

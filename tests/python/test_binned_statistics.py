@@ -156,7 +156,10 @@ def test_masked_and_nan():
 
 
 def test_results_can_not_be_changed():
-    b = vostrel.binned_statistics([1.0, 2.0], [1.0, 2.0], bins=2)
+    edges = np.array([0.0, 1, 2])
+    b = vostrel.binned_statistics([1.0, 2.0], [1.0, 2.0], bins=edges)
+    edges[0] = 0.5  # the caller's own
+    assert b.edges[0] == 0
     for array in (b.edges, b.counts, b.norm.nmad):
         with pytest.raises(ValueError, match="read-only"):
             array[0] = 1

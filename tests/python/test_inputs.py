@@ -24,7 +24,8 @@ def record(values):
 
 
 PLAIN = {
-    "list": list,
+    "list": lambda v: v.tolist(),
+    "list of NumPy's numbers": list,
     "tuple": tuple,
     "float32": lambda v: v.astype(np.float32),
     "float16": lambda v: v.astype(np.float16),
@@ -71,6 +72,23 @@ def test_integers(dtype):
     expected = numbers(vostrel.point_statistics(reference * 1.0, estimate * 1.0))
     found = vostrel.point_statistics(reference.astype(dtype), estimate.astype(dtype))
     assert same_bits(numbers(found), expected)
+
+
+def test_a_list_of_several_kinds_of_numbers():
+    values = [0.5, 1, True, np.float32(0.1), np.int64(-3), np.longdouble(2), 2**70, np.True_] * 9000
+    plain = np.array([float(value) for value in values])
+    expected = numbers(vostrel.point_statistics(plain, plain[::-1]))
+    assert same_bits(numbers(vostrel.point_statistics(values, values[::-1])), expected)
+    assert same_bits(numbers(vostrel.point_statistics(values, plain[::-1])), expected)
+
+
+def test_a_list_that_changes_meanwhile():
+    class Emptied(list):
+        def __getitem__(self, key):
+            return []
+
+    with pytest.raises(RuntimeError, match="changed while they were read"):
+        vostrel.point_statistics(Emptied([1.0, 2.0]), [1.0, 2.0])
 
 
 @pytest.mark.parametrize("dtype", ["i8", "u8", "f4", "f2", ">f4"])
@@ -274,6 +292,8 @@ ERRORS = [
     (([1.0], ["1.0"]), TypeError, "estimate must hold real numbers, not text (dtype <U3)"),
     (([1.0], [b"1.0"]), TypeError, "estimate must hold real numbers, not text (dtype |S3)"),
     (([1.0], np.array(["2026"], "M8[Y]")), TypeError, "not times (dtype datetime64[Y])"),
+    (([1.0], [0.5] * 99_999 + ["1.0"]), TypeError, "estimate must hold real numbers, not text"),
+    (([1.0], [10**400]), TypeError, "estimate can't be made into an array of numbers: int too"),
     (([1.0], [None]), TypeError, "not Python objects (dtype object); convert them first"),
     (([1.0], None), TypeError, "estimate must hold real numbers, not one NoneType"),
     (([1.0], {1.0}), TypeError, "estimate must hold real numbers, not one set"),

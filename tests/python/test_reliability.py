@@ -163,6 +163,11 @@ print((int(used()["VmHWM"]) - before) * 1024 / n)
             "vostrel.point_statistics(reference, estimate)",
             10,
         ),
+        (
+            "reference = reference.tolist(); estimate = estimate.tolist()",
+            "vostrel.point_statistics(reference, estimate)",
+            10,
+        ),
     ],
 )
 def test_memory_beyond_the_inputs(prepare, call, bound):
