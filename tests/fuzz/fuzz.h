@@ -1,5 +1,5 @@
-// What the fuzz targets share: a scratch folder in memory, captured standard output, and the end of
-// the process when the product and the plain reading of the definitions differ.
+// Shared by the fuzz targets: a scratch folder in memory, captured standard output, and an abort if
+// the product and the plain code differ.
 
 #ifndef VOSTREL_TESTS_FUZZ_FUZZ_H
 #define VOSTREL_TESTS_FUZZ_FUZZ_H
@@ -62,7 +62,7 @@ class Input {
   std::size_t size_;
 };
 
-/// A file that is written or read anew for each input, without being closed in between.
+/// A file that is rewritten for each input and stays open.
 class ScratchFile {
  public:
   explicit ScratchFile(const char* name)
@@ -94,7 +94,7 @@ class ScratchFolder : TemporaryFolder {
   ScratchFolder() { std::filesystem::current_path(path()); }
 };
 
-/// Stands in for standard output and keeps what is written.
+/// Takes the place of standard output and keeps what is written.
 class Console : std::streambuf {
  public:
   Console() { std::cout.rdbuf(this); }
@@ -118,7 +118,7 @@ class Console : std::streambuf {
   std::string text_;
 };
 
-/// The result of an action: a number, or the type of the exception that it ended with.
+/// The result of an action: the number it returns, or the type of the exception it throws.
 template <typename Action>
 std::string result_of(Action action) {
   try {

@@ -1,5 +1,5 @@
-// The intermediate file's reader on arbitrary bytes: same result or exception, console and data, to
-// the last bit, as the plain reading.
+// The reader of the intermediate file on arbitrary bytes. The result or exception, the console and
+// the data must be those of the plain code, to the last bit.
 
 #include "fuzz.h"
 #include "tests/plain/plain_utils.h"

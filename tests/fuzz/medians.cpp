@@ -1,5 +1,5 @@
-// The medians of up to 64 numbers, n from 0 to the count of them: the same bits as the plain
-// bubble sort leaves in the middle.
+// The medians of the first n of up to 64 numbers. They must have the bits that the plain bubble
+// sort gives.
 
 #include <span>
 

@@ -1,6 +1,6 @@
-// Numbers as text, both ways. The first byte chooses what is done with the rest: read it as a
-// number and as an integer, with what stands behind it in a line, and copy it; or take numbers from
-// it, as they are or made of a few decimal digits, and write them.
+// Reading, copying and writing numbers. The first byte chooses what to do with the rest: read it as
+// a double and as an int, followed by other bytes as in a line, and copy it; or take doubles from
+// it, by their bits or by a few decimal digits, and write them.
 
 #include <cmath>
 
@@ -11,14 +11,14 @@
 
 namespace {
 
-// Reads `text` where it is followed by an end of a field and bytes that don't belong to it.
+// Reads `text`, followed by the end of a field and bytes that don't belong to it.
 void read(std::string_view text, std::uint8_t choice) {
   static constexpr char kEnds[] = {',', ' ', '\n', '\0'};
   static constexpr char kBehind[] = {'0', '9', '.', 'e', ',', '\n', 'x', '\0'};
   std::string line(text);
   line += kEnds[choice % 4];
   line.append(vostrel::kTextPadding, kBehind[choice / 4 % 8]);
-  // In a block of its own size, so that a look beyond the padding is seen.
+  // Without spare capacity, so that the sanitizer sees a read beyond the padding.
   std::vector<char> exact(line.begin(), line.end());
   const std::string_view field(exact.data(), text.size());
   const std::string copy(text);
@@ -36,7 +36,7 @@ void copy_field(std::string_view text) {
   std::vector<char> exact(line.begin(), line.end());
   std::vector<char> room(vostrel::kNumberRoom);
   const vostrel::CopiedNumber copied = vostrel::copy_number(exact.data(), ',', room.data());
-  if (copied.read_end == nullptr) {  // as it may be for a long field
+  if (copied.read_end == nullptr) {  // allowed for an empty or a long field
     require(field.empty() || field.size() > vostrel::kShortText, "copy_number");
     return;
   }

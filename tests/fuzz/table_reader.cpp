@@ -1,5 +1,6 @@
 // The table reader on arbitrary bytes. The first three bytes choose header flag and columns, the
-// rest is the table: same result or exception, console, log and rows as the plain reading.
+// rest is the table. The result or exception, console, log and rows must be those of the plain
+// code.
 
 #include "fuzz.h"
 #include "tests/plain/plain_utils.h"

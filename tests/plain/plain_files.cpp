@@ -103,7 +103,7 @@ int UTILS::loadInputFile() {
     if (line.length() == 0) {
       break;
     }
-    // A row is written whole. When a field throws, nothing of it reaches the file.
+    // A row is written whole. If a field throws, nothing of the row reaches the file.
     std::ostringstream text;
     text << row << " ";
     std::size_t position = 0;

@@ -1,4 +1,4 @@
-// vostrel-plain: the whole program once more, from the plain class.
+// vostrel-plain: the whole program, written a second time on top of the plain class.
 
 #include <csignal>
 #include <cstdlib>

@@ -1,8 +1,8 @@
-// The class a second time, written in the plainest way: streams, strings, the bubble sort. It is
-// slow on purpose and shares no code with the product.
+// The class UTILS, written a second time in the plainest way: streams, strings, the bubble sort. It
+// is slow on purpose and shares no code with the product.
 //
-// Tests and fuzzers compare the product with it. vostrel-plain is a second program made of it, with
-// the same standard output, files and exit status, byte for byte.
+// Tests and fuzzers compare the product with it. The program vostrel-plain uses it. It has the same
+// standard output, files and exit status as vostrel, byte for byte.
 
 #ifndef VOSTREL_TESTS_PLAIN_PLAIN_UTILS_H
 #define VOSTREL_TESTS_PLAIN_PLAIN_UTILS_H
@@ -17,18 +17,18 @@ double read_double(const std::string& text);
 int read_int(const std::string& text);
 std::string write_double(double value);
 
-/// The median of the first n values, or of their magnitudes, by a bubble sort. NaN when n is 0.
-/// Throws std::bad_array_new_length when n is negative.
+/// The median of the first n values, or of their magnitudes, by a bubble sort. NaN if n is 0.
+/// Throws std::bad_array_new_length if n is negative.
 double median(std::vector<double> values, int n);
 double abs_median(std::vector<double> values, int n);
 
-/// Never swaps equal values, nor anything with a NaN.
+/// Never swaps equal values, or a value with a NaN.
 void bubble_sort(std::vector<double>& values);
 
 /// The next row number. -2147483648 follows 2147483647.
 int next_row(int row);
 
-/// What the program and the tests use of the product's class, all of it public.
+/// The part of the product's class that the program and the tests use, with all members public.
 class UTILS {
  public:
   UTILS(int header_flag, const char* input, const char* output_name, int first, int second);

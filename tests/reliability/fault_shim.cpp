@@ -3,10 +3,11 @@
 //
 //     CALL FILE PASS FROM TIMES ERROR
 //
-// CALL is open, read, write or close, and FILE the name the program gives. PASS chooses one time
-// that the file is opened, from 1; 0 means every time. A read or write fails from byte FROM of the
-// file on. The bytes before it get through, so that the fault strikes at the same byte whatever the
-// size of the blocks. It fails TIMES times, always when that is 0, and sets errno to ERROR.
+// CALL is open, read, write or close, and FILE the name that the program gives. PASS chooses one of
+// the times that the file is opened, counted from 1; 0 means every time. A read or write fails from
+// byte FROM of the file on. The bytes before it get through, so that the fault strikes at the same
+// byte whatever the size of the blocks. The call fails TIMES times, or always if TIMES is 0, and
+// sets errno to ERROR.
 //
 // "memory" as the CALL makes allocations fail from the FROM-th on; FILE and ERROR don't matter.
 //
@@ -49,7 +50,7 @@ constinit Fault fault;
 
 bool is(const char* call) { return fault.is_set && std::strcmp(fault.call, call) == 0; }
 
-// Whether the fault strikes now, given that this is the place.
+// Whether the fault strikes, now that its place is reached.
 bool strikes() {
   if (fault.times != 0 && fault.struck >= fault.times) return false;
   if (fault.struck++ == 0) {
@@ -65,7 +66,7 @@ bool strikes() {
 
 bool is_watched(int file) { return file >= 0 && file < kDescriptors && fault.watched[file]; }
 
-// How many of `size` bytes get through; -1 when the call fails.
+// How many of `size` bytes get through. -1 if the call fails.
 ssize_t allowance(const char* call, int file, std::size_t size) {
   const auto all = static_cast<ssize_t>(size);
   if (!is(call) || !is_watched(file)) return all;
@@ -131,7 +132,7 @@ ssize_t write(int file, const void* text, std::size_t size) {
   return moved(file, syscall(SYS_write, file, text, allowed));
 }
 
-// In parts, which writev may do.
+// Writes part by part, which writev is allowed to do.
 ssize_t writev(int file, const iovec* parts, int count) {
   ssize_t sum = 0;
   for (int i = 0; i < count; ++i) {

@@ -2,10 +2,10 @@
 //
 //     faults PROGRAM PLAIN_PROGRAM SHIM [MORE]
 //
-// A fault of a file must have the same outcome for both programs: exit status, standard output and
-// all files. A fault is placed by the byte it strikes at, and lasts from there on, since the two
-// programs read and write in blocks of different sizes. A failing allocation must end the run by
-// the standard termination, or leave it as it would have been. MORE multiplies the places tried.
+// A file fault must have the same outcome for both programs: exit status, standard output and all
+// files. A fault strikes at a certain byte and lasts from there on, since the two programs read and
+// write in blocks of different sizes. A failing allocation must end the run by std::terminate, or
+// change nothing. MORE multiplies the number of bytes tried.
 
 #include <array>
 #include <cerrno>
@@ -204,7 +204,7 @@ bool check_memory(Runner& product, const Table& table, std::map<std::string, int
   for (std::size_t n = 1;; ++n) {
     const Outcome outcome = product.run(table, Fault{"memory", "-", 0, n, 0, ENOMEM}.words());
     if (!outcome.struck) return true;
-    // In front of the first output there is only the runtime, which ends as it likes.
+    // Before the first output only the runtime has run, which may end in its own way.
     if (outcome.output.empty() && outcome.status != "exit 0") {
       ++ends["before the first output"];
       continue;

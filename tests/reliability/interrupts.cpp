@@ -2,9 +2,9 @@
 //
 //     interrupts PROGRAM ROUNDS
 //
-// Each run must end with status 0, either finished or with "SIGINT catched!" behind what it had
-// printed so far, and leave nothing but whole lines that the uninterrupted run has too. Until the
-// banner is out an interrupt has its default action, and no file has been touched.
+// Each run must end with status 0, either finished or with "SIGINT catched!" after what it has
+// printed, and leave only whole lines that the uninterrupted run has too. Until the banner is
+// printed an interrupt has its default action, and no file has been touched.
 
 #include <poll.h>
 #include <time.h>
@@ -139,8 +139,8 @@ bool whole_lines(const std::string& text, const std::string& whole) {
   return begins(whole, text) && (text.empty() || text.back() == '\n');
 }
 
-// The notice goes through the buffer of standard output. A line that was written but still stood in
-// the buffer when the interrupt came is written once more.
+// The notice goes through the buffer of standard output. A line that was written, but was still in
+// the buffer when the interrupt came, is written again.
 bool last_line_is_repeated(std::string_view console) {
   if (console.size() < 2 || console.back() != '\n') return false;
   const std::string_view before = console.substr(0, console.rfind('\n', console.size() - 2) + 1);
@@ -167,7 +167,7 @@ std::string fault_in(const Left& left, const Table& table, Ends& ends) {
     ++ends.repeated;
   }
   if (!begins(table.console, console)) return "console";
-  if (!noticed && console != table.console) return "a run that just stops";
+  if (!noticed && console != table.console) return "a run that stops without a notice";
   for (const auto& [name, text] : left.files) {
     const auto whole = table.files.find(name);
     if (whole == table.files.end()) return "a new file: " + name;

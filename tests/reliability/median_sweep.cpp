@@ -26,7 +26,7 @@ namespace {
 
 using Values = std::vector<double>;
 
-// Sizes around those where something changes, and any others.
+// Sizes around those at which the method may change, and any others.
 std::size_t draw_size(Random& random) {
   static constexpr std::array<std::size_t, 6> kEdges = {1024,   65536,  131072,
                                                         262144, 524288, 1048576};
@@ -35,7 +35,7 @@ std::size_t draw_size(Random& random) {
   return 60000 + random.below(random.one_in(8) ? 2000000 : 300000);
 }
 
-// Places where a sample of the values may be taken: the first, every 64th, 128th, ...
+// Puts outliers where a sample of the values may be taken: at every 16th, 32nd, ... 2048th place.
 void mislead(Random& random, Values& values) {
   const std::size_t step = std::size_t{1} << (4 + random.below(8));
   for (std::size_t i = random.below(step); i < values.size(); i += step) values[i] = 1e9;
@@ -90,7 +90,7 @@ Values draw_values(Random& random, std::size_t kind, std::size_t size) {
   return values;
 }
 
-void add_not_numbers(Random& random, Values& values) {
+void add_nans(Random& random, Values& values) {
   if (values.empty() || !random.one_in(3)) return;
   const std::size_t one_in = random.one_in(4) ? 2 : std::size_t{1} << random.below(20);
   for (std::size_t i = random.below(one_in); i < values.size(); i += 1 + random.below(2 * one_in)) {
@@ -121,7 +121,7 @@ int run(std::uint64_t arrays) {
     Random random(seed + i);
     const std::size_t kind = random.below(kKinds.size());
     Values values = draw_values(random, kind, draw_size(random));
-    add_not_numbers(random, values);
+    add_nans(random, values);
     numbers += values.size();
     if (!alike(values)) {
       std::cout << "DIFFERENCE for " << values.size() << " values, " << kKinds[kind]

@@ -1,5 +1,5 @@
-// Numbers as text, in bulk: reading matches std::atof and std::atoi, writing matches a stream in
-// its default state, and copying matches reading followed by writing.
+// Very many numbers as text: reading must match std::atof and std::atoi, writing must match a
+// stream in its default state, and copying must match reading followed by writing.
 //
 //     number_sweep STRINGS DOUBLES
 //
@@ -25,7 +25,7 @@
 
 namespace {
 
-// A text with room behind it for what may follow it in a line.
+// A text with room after it for what may follow in a line.
 struct Text {
   std::array<char, 160> at;
   std::size_t size = 0;
@@ -97,7 +97,7 @@ void add_middle(Random& random, Text& text) {
   if (random.one_in(3)) --text.size;
 }
 
-// What a fuzzer would come up with.
+// Pieces of odd numbers, as a fuzzer would join them.
 void add_odd(Random& random, Text& text) {
   static constexpr std::string_view kPieces[] = {
       "nan", "NAN", "nan(", ")",   "inf", "INF",    "infinity",    "Infinit", "0x",
@@ -215,9 +215,9 @@ bool write_alike(double value, bool by_stream_too, std::ostringstream& stream) {
   std::array<char, vostrel::kNumberRoom> room;
   const char* const end = vostrel::write_double(value, room.data());
   const std::string_view text(room.data(), static_cast<std::size_t>(end - room.data()));
-  std::array<char, 40> yardstick;
-  const int size = std::snprintf(yardstick.data(), yardstick.size(), "%.6g", value);
-  const std::string_view expected(yardstick.data(), static_cast<std::size_t>(size));
+  std::array<char, 40> reference;
+  const int size = std::snprintf(reference.data(), reference.size(), "%.6g", value);
+  const std::string_view expected(reference.data(), static_cast<std::size_t>(size));
   bool alike = text == expected;
   if (by_stream_too) {
     stream.str("");

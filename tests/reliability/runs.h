@@ -1,5 +1,5 @@
-// Runs of the two programs in folders of their own: start them, wait for them, and look at
-// everything they left behind.
+// Runs of the two programs, each in its own folder: start them, wait for them, and read everything
+// they leave behind.
 
 #ifndef VOSTREL_TESTS_RELIABILITY_RUNS_H
 #define VOSTREL_TESTS_RELIABILITY_RUNS_H
@@ -77,7 +77,7 @@ class Folder : public TemporaryFolder {
     return names;
   }
 
-  /// Name and text of each regular file, and the mere name of anything else.
+  /// Name and text of each regular file, and only the name of anything else.
   std::map<std::string, std::string> files() const {
     std::map<std::string, std::string> files;
     for (const std::string& name : names()) {
@@ -149,19 +149,19 @@ inline int finish(pid_t child) {
   return status;
 }
 
-/// A wait status in words.
+/// Describes a wait status.
 inline std::string words(int status) {
   if (WIFEXITED(status)) return "exit " + std::to_string(WEXITSTATUS(status));
   return "signal " + std::to_string(WTERMSIG(status));
 }
 
-/// No core files, which a thousand abnormal ends would leave.
+/// Switches off core files, of which a thousand aborts would leave as many.
 inline void without_core_files() {
   const rlimit none{0, 0};
   setrlimit(RLIMIT_CORE, &none);
 }
 
-/// An absolute path: programs are started from other folders.
+/// The absolute path of a program, since it is started from other folders.
 inline std::string absolute(const char* program) {
   return std::filesystem::absolute(program).string();
 }

@@ -18,7 +18,7 @@ inline std::string digits(Random& random, std::size_t count) {
   return text;
 }
 
-/// A number as tables have them.
+/// A number as tables usually have it.
 inline std::string usual_number(Random& random) {
   std::string text = random.one_in(8) ? "-" : "";
   text += random.one_in(3) ? digits(random, 1 + random.below(4)) : std::to_string(random.below(4));
@@ -26,7 +26,7 @@ inline std::string usual_number(Random& random) {
   return text;
 }
 
-/// Text where a number is wanted, of every shape that number reading knows, and of none.
+/// Text in place of a number: every notation that is read, and others.
 inline std::string hostile_number(Random& random) {
   static constexpr std::string_view kShapes[] = {"nan",
                                                  "-nan",
@@ -159,7 +159,7 @@ inline std::string field(Random& random, std::size_t hostility) {
   return text;
 }
 
-/// A line of `columns` fields, or nearly so.
+/// A line of `columns` fields, or a few more or fewer.
 inline std::string line(Random& random, std::size_t columns, std::size_t hostility) {
   std::size_t count = columns;
   if (hostility > 0 && random.one_in(16)) count = 1 + random.below(columns + 3);
@@ -175,7 +175,7 @@ inline std::string line(Random& random, std::size_t columns, std::size_t hostili
   return text;
 }
 
-/// A whole table; `columns` is set to how many its first line was to have.
+/// A whole table. Sets `columns` to the intended number of columns.
 inline std::string table(Random& random, std::size_t& columns) {
   columns = random.one_in(12) ? 1
                               : 2 + random.below(random.one_in(50)  ? 300
@@ -199,7 +199,7 @@ inline std::string table(Random& random, std::size_t& columns) {
     for (std::size_t i = 0; i < columns; ++i) text += (i > 0 ? ",c" : "c") + std::to_string(i);
     text += ending;
   }
-  // A few fields so long that the lines around them meet the edge of a block that is read.
+  // A few fields so long that the lines around them cross a block boundary.
   const bool long_fields = random.one_in(100);
   for (std::size_t i = 0; i < lines; ++i) {
     if (hostility > 0 && random.one_in(300)) text += ending;  // an empty line, or one with a return
@@ -216,8 +216,8 @@ inline std::string table(Random& random, std::size_t& columns) {
   return text;
 }
 
-/// Many rows of usual numbers, now and then a field that is not usual. Several blocks when they are
-/// read, and some tables have more objects than the statistics keep.
+/// Many rows of usual numbers, with an odd field now and then. They take several blocks, and some
+/// tables have more objects than the statistics keep.
 inline std::string long_table(Random& random, std::size_t& columns) {
   columns = 2 + random.below(3);
   const std::size_t lines = 6000 + random.below(6000);

@@ -3,8 +3,8 @@
 //
 //     whole_runs PROGRAM PLAIN_PROGRAM RUNS
 //
-// Each run has a seed of its own. The seed of one that differs is printed; with it in
-// VOSTREL_TEST_SEED and RUNS 1 that run is made again.
+// Each run has its own seed. If a run differs, its seed is printed. To repeat it, set
+// VOSTREL_TEST_SEED to that seed and RUNS to 1.
 
 #include <chrono>
 #include <cstdint>
@@ -140,8 +140,8 @@ class Runner {
     }
     const int status =
         finish(start(program_, made.arguments, folder_, output_.file(), error_.file()));
-    // The runtime tells on standard error which exception ended the run. Its type counts, the text
-    // that goes with it does not.
+    // The runtime names on standard error the exception that ended the run. Its type must be the
+    // same, its text need not.
     const std::string error = error_.text();
     return {words(status), output_.text(), error.substr(0, error.find('\n')), folder_.files()};
   }

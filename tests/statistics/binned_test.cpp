@@ -1,4 +1,4 @@
-// Which bin holds a value, and bins against point_statistics of their objects.
+// The bin that holds a value, and the statistics of bins against point_statistics of their objects.
 
 #include "statistics/binned.h"
 
@@ -16,7 +16,7 @@
 namespace vostrel {
 namespace {
 
-TEST(Bins, AnEdgeBelongsToTheBinAboveAndTheLastToTheLast) {
+TEST(Bins, AnEdgeBelongsToTheBinAboveExceptTheLastEdge) {
   for (const std::vector<double>& edges : {std::vector<double>{1, 2, 3}, {1, 2, 9}}) {
     const Bins bins(edges);
     EXPECT_EQ(bins.size(), 2U);
@@ -37,7 +37,7 @@ TEST(Bins, ABinBetweenEqualEdgesIsEmpty) {
   EXPECT_EQ(bins(3), 3U);
 }
 
-TEST(Bins, InfiniteAndExtremeEdges) {
+TEST(Bins, EdgesMayBeInfiniteOrExtreme) {
   EXPECT_EQ(Bins({-kInfinity, 0, kInfinity})(kInfinity), 1U);
   EXPECT_EQ(Bins({-1e308, 0, 1e308})(-1e300), 0U);
   EXPECT_EQ(Bins({0, 5e-324, 1e-323})(5e-324), 1U);

@@ -1,4 +1,4 @@
-// Resamples, and their statistics held against point_statistics() of the same objects.
+// Resamples, and their statistics compared with point_statistics() of the same objects.
 
 #include "statistics/bootstrap.h"
 
@@ -20,8 +20,8 @@ using vostrel::Bootstrap;
 using vostrel::PointStatistics;
 using vostrel::ResidualStatistics;
 
-TEST(Philox, KnownAnswers) {
-  // Of the authors' own list.
+TEST(Philox, GivesKnownAnswers) {
+  // From the authors' list.
   const std::array<std::uint64_t, 4> zeros = {0x16554d9eca36314c, 0xdb20fe9d672d0fdc,
                                               0xd7e772cee186176b, 0x7e68b68aec7ba23b};
   EXPECT_EQ(vostrel::philox({0, 0, 0, 0}, {0, 0}), zeros);
@@ -31,8 +31,8 @@ TEST(Philox, KnownAnswers) {
   EXPECT_EQ(vostrel::philox({f, f, f, f}, {f, f}), ones);
 }
 
-// The number of draws from some items has the binomial distribution: its mean and its variance over
-// many resamples, for parts that blocks and halves of blocks divide and do not.
+// The number of draws from some of the items has the mean and the variance of the binomial
+// distribution, whether or not the items end with a block.
 TEST(Resample, DrawsFollowTheBinomialDistribution) {
   constexpr int kResamples = 1000;
   for (const std::size_t size : {1u, 2u, 3u, 700u, 1025u, 2500u}) {

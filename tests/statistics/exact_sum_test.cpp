@@ -36,7 +36,7 @@ TEST(ExactSum, RoundsOnce) {
   } const kTable[] = {
       {{}, 0},
       {{1e100, 1, -1e100}, 1},
-      {{0.1, 0.2, -0.3}, 0x1p-55},  // 0.1 and 0.2 are above, 0.3 is below what they are called
+      {{0.1, 0.2, -0.3}, 0x1p-55},  // the doubles 0.1 and 0.2 are too large, 0.3 is too small
       {{0x1p53, 1}, 0x1p53},        // a tie goes to the even neighbour
       {{0x1p53, 1, 0x1p-1000}, 0x1p53 + 2},
       {{0x1p53 + 2, 1}, 0x1p53 + 4},
@@ -59,7 +59,7 @@ TEST(ExactSum, RoundsOnce) {
 }
 
 // Multiples of 2^-60 below 2^40 in magnitude: __int128 adds them exactly and rounds once.
-TEST(ExactSum, IsTheSumOfIntegers) {
+TEST(ExactSum, MatchesIntegerArithmetic) {
   Random random;
   for (int round = 0; round < rounds(3000); ++round) {
     Values values(random.below(3000));

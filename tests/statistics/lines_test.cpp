@@ -17,7 +17,7 @@ std::string lines(vostrel::Labels labels) {
   return out.str();
 }
 
-TEST(WriteLines, OfDelta) {
+TEST(WriteLines, LabelsDelta) {
   EXPECT_EQ(lines(vostrel::Labels::kDelta),
             "bias             = -0\n"
             "sigma            = 0.0123457\n"
@@ -32,7 +32,7 @@ TEST(WriteLines, OfDelta) {
             "outliers >4sigma = 1e-07%\n");
 }
 
-TEST(WriteLines, OfDeltaNorm) {
+TEST(WriteLines, LabelsDeltaNormOnReportAndConsole) {
   const std::string report =
       "bias norm             = -0\n"
       "sigma norm            = 0.0123457\n"

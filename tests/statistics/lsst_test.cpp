@@ -1,4 +1,4 @@
-// The survey's metrics, worked out by hand. The Python tests hold them against NumPy.
+// LSST's metrics, worked out by hand. The Python tests compare them with NumPy.
 
 #include "statistics/lsst.h"
 
@@ -19,7 +19,7 @@ LsstMetrics metrics_of(const std::vector<double>& reference, const std::vector<d
   return passes.result();
 }
 
-TEST(LsstMetrics, ByHand) {
+TEST(LsstMetrics, MatchHandComputedValues) {
   // e = 0.5, 0.25, 0, -1, 8: quartiles 0 and 0.5, distances from 0.25: 0.25, 0, 0.25, 1.25, 7.75.
   const LsstMetrics metrics = metrics_of({0, 1, 0, 0, 0}, {0.5, 1.5, 0, -1, 8});
   EXPECT_EQ(metrics.bias, 0.25);
@@ -34,7 +34,7 @@ TEST(LsstMetrics, TheOutlierBoundIsNeverBelowSixPercent) {
   EXPECT_EQ(metrics.outlier_rate, 0.125);
 }
 
-TEST(LsstMetrics, NaNWithoutObjectsOrWithANaN) {
+TEST(LsstMetrics, AreNaNWithoutObjectsOrWithANaN) {
   EXPECT_TRUE(std::isnan(metrics_of({}, {}).bias));
   const LsstMetrics metrics = metrics_of({-1, 1}, {-1, 1});
   EXPECT_TRUE(std::isnan(metrics.bias));

@@ -1,5 +1,5 @@
-// The medians, compared bit by bit with the bubble sort. Where that would take too long, with a
-// sort of each stretch between NaNs, which is itself compared with the bubble sort.
+// The medians, compared bit by bit with the bubble sort. Large arrays are compared with a sort of
+// each stretch between NaNs, which is itself compared with the bubble sort.
 
 #include "statistics/order_statistics.h"
 
@@ -226,7 +226,7 @@ const Shape kShapes[] = {
      }},
 };
 
-void expect_medians_of_the_reference(const Shape& shape, Random& random, std::size_t n) {
+void expect_medians_of_sorting(const Shape& shape, Random& random, std::size_t n) {
   SCOPED_TRACE(shape.name + (" of " + std::to_string(n)));
   Values values(n);
   for (std::size_t i = 0; i < n; ++i) values[i] = shape.value(random, i, n);
@@ -242,7 +242,7 @@ TEST(OrderStatistics, MatchSortingOnLargeArraysOfEveryShape) {
   Random random;
   for (const Shape& shape : kShapes) {
     for (const std::size_t n : {3000u, 4097u, 100000u, 100001u}) {
-      expect_medians_of_the_reference(shape, random, n);
+      expect_medians_of_sorting(shape, random, n);
     }
   }
 }

@@ -18,7 +18,7 @@ TEST(CountOutliers, IsStrictAndMeasuresFromZero) {
   EXPECT_EQ(vostrel::count_outliers({}, 0.1), Counts{});
 }
 
-TEST(CountOutliers, TakesTheBoundOf015AsTheNearestDouble) {
+TEST(CountOutliers, UsesTheDoubleNearestTo015) {
   const std::vector<double> about = {0.15, std::nextafter(0.15, 1.0), -0.15,
                                      -std::nextafter(0.15, 1.0)};
   EXPECT_EQ(vostrel::count_outliers(about, 1.0), (Counts{2, 0, 0, 0, 0}));

@@ -1,5 +1,5 @@
-// The passes, held bit for bit against the class on the same doubles, which takes each statistic by
-// its definition on a vector of residuals.
+// The passes, compared bit by bit with the class UTILS on the same doubles. The class computes each
+// statistic by its definition from a vector of residuals.
 
 #include "statistics/passes.h"
 
@@ -32,7 +32,7 @@ vostrel::PointStatistics of_the_class(const Data& data) {
   return statistics_of(run);
 }
 
-// In blocks of random sizes, others in each pass.
+// In blocks of random sizes, which differ from pass to pass.
 vostrel::PointStatistics in_blocks(const Data& data, Random& random, int& passes) {
   vostrel::Passes state(vostrel::Sums::kInOrder);
   for (passes = 0; state.needs_another_pass(); ++passes) {
@@ -79,7 +79,7 @@ double normal(Random& random) {
   return sum;
 }
 
-// Data whose residuals are made to break brackets: repeats, gaps, one bucket, all buckets.
+// Data with residuals that are hard for brackets: repeats, gaps, one bucket, all buckets.
 Data drawn(Random& random, std::size_t n, std::size_t kind) {
   Data data{Values(n), Values(n)};
   const double shift = random.one_in(2) ? 0 : random.fraction() * 0.1;
@@ -165,7 +165,7 @@ Data drawn(Random& random, std::size_t n, std::size_t kind) {
 
 constexpr std::size_t kKinds = 18;
 
-TEST(Passes, OfFewObjectsAreTheClass) {
+TEST(Passes, MatchTheClassForFewObjects) {
   Random random;
   for (int round = 0; round < rounds(20000); ++round) {
     const std::size_t kind = random.below(kKinds);
@@ -175,7 +175,7 @@ TEST(Passes, OfFewObjectsAreTheClass) {
   }
 }
 
-TEST(Passes, OfManyObjectsAreTheClass) {
+TEST(Passes, MatchTheClassForManyObjects) {
   Random random;
   for (int round = 0; round < rounds(400); ++round) {
     const std::size_t kind = static_cast<std::size_t>(round) % kKinds;
@@ -205,7 +205,7 @@ Data shuffled(Data data, Random& random) {
   return data;
 }
 
-// By some workers whose states travel as bytes.
+// By several workers, which exchange their states as bytes.
 vostrel::PointStatistics by_workers(const Data& data, std::size_t workers, Random& random) {
   vostrel::Passes whole(vostrel::Sums::kExact);
   for (int passes = 0; whole.needs_another_pass(); ++passes) {
@@ -241,7 +241,7 @@ TEST(ExactPasses, AreTheSameInAnyOrderAndByAnyWorkers) {
   }
 }
 
-TEST(ExactPasses, DifferFromTheClassByTheRoundingOfSumsOnly) {
+TEST(ExactPasses, DifferFromTheClassOnlyByTheRoundingOfSums) {
   Random random;
   for (int round = 0; round < rounds(60); ++round) {
     const Data data = drawn(random, 20000, random.below(3));
@@ -308,7 +308,7 @@ TEST(ExactPasses, RefuseStatesOfAnotherPassAndOtherBytes) {
       state.add(data.reference, data.estimate);
       state.end_pass();
     } catch (const std::invalid_argument&) {
-      // Either is an answer. No other end is.
+      // Both are fine: this exception, or none.
     }
   }
 }

@@ -1,4 +1,4 @@
-// Order statistics of blocks against sorting.
+// The values of ranks, compared with sorting.
 
 #include "statistics/ranks.h"
 
@@ -16,7 +16,7 @@
 namespace vostrel {
 namespace {
 
-// The values of the ranks, and in how many passes they were found.
+// The values of the ranks, and how many passes it took.
 struct Found {
   std::vector<double> values;
   int passes;
@@ -52,23 +52,23 @@ TEST(Ranks, FewValuesAreKept) {
   EXPECT_EQ(found.passes, 1);
 }
 
-TEST(Ranks, NothingIsWanted) { EXPECT_TRUE(find({1, 2}, {}).values.empty()); }
+TEST(Ranks, NoRanksHaveNoValues) { EXPECT_TRUE(find({1, 2}, {}).values.empty()); }
 
-TEST(Ranks, ManyValues) {
+TEST(Ranks, ManyValuesMatchSorting) {
   Random random;
   std::vector<double> values(100'000);
   for (double& value : values) value = std::log(random.fraction());
   expect_sorted(values, {0, 1, 25'000, 49'999, 50'000, 99'998, 99'999});
 }
 
-TEST(Ranks, RepeatsAreTakenApartToTheLastBit) {
+TEST(Ranks, NeighboursOfRepeatedValuesAreFound) {
   std::vector<double> values(50'000, 1.0);
   values[7] = std::nextafter(1.0, 2);
   values[9] = std::nextafter(1.0, 0);
   expect_sorted(values, {0, 1, 25'000, 49'998, 49'999});
 }
 
-TEST(Ranks, AllKindsOfNumbers) {
+TEST(Ranks, AllKindsOfNumbersMatchSorting) {
   std::vector<double> values;
   for (int i = 0; i < 3000; ++i) {
     values.insert(values.end(), {kInfinity, -kInfinity, 0.0, -0.0, 5e-324, -5e-324, 1e308, -1e308,
@@ -77,7 +77,7 @@ TEST(Ranks, AllKindsOfNumbers) {
   expect_sorted(values, {0, 2999, 3000, 8999, 9000, 13'500, 15'000, 20'000, 26'999});
 }
 
-TEST(Ranks, ChangedValuesAreNoticed) {
+TEST(Ranks, ChangedValuesThrow) {
   const std::vector<double> before(20'000, 1.0);
   const std::vector<double> after(20'000, 1e6);
   Ranks ranks(before.size(), {10'000});

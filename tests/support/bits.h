@@ -20,15 +20,16 @@ inline const std::array<double, 6> kNaNs = {
 
 inline std::uint64_t bits_of(double value) { return std::bit_cast<std::uint64_t>(value); }
 
-/// Whether the sign of a NaN that comes of two NaN is tested. The compiler chooses which of the two
-/// survives. g++ with optimization, which makes the releases, chooses alike everywhere.
+/// Whether tests compare the sign of a NaN. If an operation gets two NaNs, the compiler chooses
+/// which one survives. g++ with optimization, which builds the releases, always makes the same
+/// choice.
 #if defined(__clang__) || !defined(__OPTIMIZE__)
 inline constexpr bool kTestsSignOfNaN = false;
 #else
 inline constexpr bool kTestsSignOfNaN = true;
 #endif
 
-/// The bits, but at most the sign of a NaN. No output shows more of it.
+/// The bits, but of a NaN only the sign, if that. No output shows more.
 inline std::uint64_t bits_without_payload(double value) {
   if (!std::isnan(value)) return bits_of(value);
   return bits_of(kTestsSignOfNaN ? std::copysign(kNaN, value) : kNaN);

@@ -11,7 +11,7 @@
 #include <string>
 #include <system_error>
 
-/// An empty folder until the end of the object's life. In memory if possible, since some tests make
+/// An empty folder, which is removed with the object. In memory if possible, since some tests make
 /// thousands of runs.
 class TemporaryFolder {
  public:

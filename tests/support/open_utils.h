@@ -1,4 +1,4 @@
-// The class with all members public, and small data sets to try it on.
+// The class UTILS with all members public, and objects to test.
 
 #ifndef VOSTREL_TESTS_SUPPORT_OPEN_UTILS_H
 #define VOSTREL_TESTS_SUPPORT_OPEN_UTILS_H
@@ -51,10 +51,10 @@ struct OpenUtils : UTILS {
   using UTILS::sigmaNorm;
 };
 
-/// An object of table.csv -> report.txt, columns 1 and 2, with no data.
+/// An object without data, for table.csv, report.txt and the columns 1 and 2.
 inline OpenUtils empty_set() { return OpenUtils(0, "table.csv", "report.txt", 1, 2); }
 
-/// IDs 0, 1, 2, ... and the two columns.
+/// An object with the IDs 0, 1, 2, ... and these two columns.
 inline OpenUtils loaded(std::vector<double> reference, std::vector<double> estimate) {
   OpenUtils run = empty_set();
   for (std::size_t i = 0; i < reference.size(); ++i) run.id.push_back(static_cast<int>(i));

@@ -20,7 +20,7 @@
 #define VOSTREL_TESTS_SANITIZED 1
 #endif
 
-/// n in an optimized build, fewer where each round is slow.
+/// n in an optimized build, fewer if each round is slow.
 constexpr int rounds(int n) {
 #if defined(VOSTREL_TESTS_SANITIZED)
   return n / 20;
@@ -31,7 +31,7 @@ constexpr int rounds(int n) {
 #endif
 }
 
-/// VOSTREL_TEST_SEED, or a new seed. Prints it, so that the run can be repeated.
+/// VOSTREL_TEST_SEED, or else a new seed. Prints the seed, so that the run can be repeated.
 inline std::uint64_t chosen_seed() {
   const char* const chosen = std::getenv("VOSTREL_TEST_SEED");
   const std::uint64_t seed =

@@ -1,4 +1,4 @@
-// A new working directory for each test, and what the code under test leaves there and prints.
+// A new working directory for each test, its files, and what the code under test prints.
 
 #ifndef VOSTREL_TESTS_SUPPORT_SCRATCH_H
 #define VOSTREL_TESTS_SUPPORT_SCRATCH_H

@@ -1,4 +1,4 @@
-// The medians of large arrays, by sorting: the yardstick where a bubble sort would take too long.
+// The medians of large arrays, by sorting. The reference where a bubble sort would take too long.
 
 #ifndef VOSTREL_TESTS_SUPPORT_SORTED_STRETCHES_H
 #define VOSTREL_TESTS_SUPPORT_SORTED_STRETCHES_H

@@ -27,7 +27,7 @@ std::string expected_copy(const std::string& field) {
   return plain::write_double(plain::read_double(field));
 }
 
-/// Whether copy_small_decimal copies `field`. If so, checks the copy.
+/// Returns whether copy_small_decimal copies `field`. If so, checks the copy.
 bool is_small_decimal(const std::string& field, char behind = ',') {
   const std::vector<char> line = line_of(field, behind);
   std::vector<char> room(vostrel::kNumberRoom);
@@ -72,7 +72,7 @@ TEST(CopySmallDecimal, EndsBeforeAnyCharacterBelowZero) {
   }
 }
 
-// Midway between two numbers of six digits the double decides.
+// At a midpoint between two numbers of six digits, the double decides.
 TEST(CopySmallDecimal, DeclinesTies) {
   for (const std::string field :
        {"1.000005", "1.00000500", "0.1234565", "0.12345650", "0.01234565", "1.00000500000000000001",

@@ -9,8 +9,8 @@
 
 namespace {
 
-// Each integer comes after one of any other length, so the guess is right, too short and too long.
-TEST(SteadyIntegers, ReadsEachIntegerWhateverCameBefore) {
+// The length of the integer before is sometimes the same, sometimes too short or too long.
+TEST(SteadyIntegers, ReadsIntegersOfChangingLength) {
   Random random;
   vostrel::SteadyIntegers integers;
   for (int round = 0; round < rounds(100000); ++round) {
@@ -25,7 +25,7 @@ TEST(SteadyIntegers, ReadsEachIntegerWhateverCameBefore) {
   }
 }
 
-TEST(SteadyIntegers, ReadsEightOfMoreDigitsAndNothingOfNone) {
+TEST(SteadyIntegers, ReadsAtMostEightDigitsAndAtLeastOne) {
   vostrel::SteadyIntegers integers;
   std::uint64_t value = 0;
   const std::string long_text = "1234567890 padding padding";

@@ -17,7 +17,7 @@
 #include "tests/support/scratch.h"
 #include "text/eight_characters.h"
 
-// The linker sends every memmove of the tests and of the library here.
+// The linker redirects every memmove of the tests and the library to this.
 extern "C" void* __real_memmove(void* to, const void* from, std::size_t size);
 static std::size_t moved_bytes = 0;
 extern "C" void* __wrap_memmove(void* to, const void* from, std::size_t size) {
@@ -109,14 +109,14 @@ TEST_F(LineReaderTest, KeepsLinesAtBlockBoundariesWhole) {
 
 TEST_F(LineReaderTest, MovesALongLineOnlyToGrow) {
 #if defined(VOSTREL_TESTS_SANITIZED)
-  GTEST_SKIP() << "sanitizers have a memmove of their own";
+  GTEST_SKIP() << "sanitizers have their own memmove";
 #endif
   const std::string line(20000000, 'x');
   write_file("text", line + "\n");
   vostrel::LineReader file("text");
   const std::size_t moved_before = moved_bytes;
   EXPECT_EQ(file.next_lines().size(), line.size() + 1);
-  // Each time the reader runs out of room, it doubles it and moves the text once.
+  // Each time the reader runs out of room, it doubles the room and moves the text once.
   EXPECT_GT(moved_bytes - moved_before, 0u);
   EXPECT_LT(moved_bytes - moved_before, 2 * line.size());
 }

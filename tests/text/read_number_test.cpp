@@ -19,8 +19,8 @@ namespace {
 
 using namespace std::string_literals;
 
-/// The text with exactly the padding the readers may look at: a character that ends a number, and
-/// behind it digits that must not be taken for a part of it.
+/// The text with exactly the padding that the readers may look at: a character that ends a number,
+/// then digits that don't belong to it.
 class Padded {
  public:
   Padded(const std::string& text, char behind) : size_(text.size()) {
@@ -216,7 +216,7 @@ const std::vector<Reading>& readings() {
       {"  inf", kInfinity},
       {"1inf", 1},
       {"in\0f"s, 0},
-      // Other bases and notations that are none.
+      // Other notations, which are not recognized.
       {"0b11", 0},
       {"1_000", 1},
       {"1'000", 1},
@@ -232,7 +232,7 @@ const std::vector<Reading>& readings() {
       {"#1", 0},
       {"'1'", 0},
       {"\"1\"", 0},
-      // Eight digits and nine, where a reader by words changes hands.
+      // Eight and nine digits: a reader by words stops at eight.
       {"12345678", 12345678},
       {"123456789", 123456789},
       {"1234567.8", 1234567.8},
@@ -450,7 +450,7 @@ TEST(ReadDouble, MatchesAtofAroundMidpoints) {
   }
 }
 
-/// Something that looks like a number, or nearly.
+/// Text that looks like a number, or nearly so.
 std::string number_like(Random& random) {
   static const std::string kSpaces[] = {"", "", "", " ", "\t", " \v\f\r"};
   static const std::string kSigns[] = {"", "", "", "-", "+", "--"};

@@ -1,4 +1,4 @@
-// Numbered rows, and the file they are written to.
+// Row numbers, and rows in a file.
 
 #include "text/row_writer.h"
 

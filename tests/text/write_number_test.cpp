@@ -26,7 +26,7 @@ void expect_same_writing(double value) {
   ASSERT_EQ(written(value), plain::write_double(value)) << std::hexfloat << value;
 }
 
-/// The value, its neighbours on both sides, and the same with a minus.
+/// Tests the value, its neighbours on both sides, and their negatives.
 void expect_same_writing_around(double value) {
   for (const double near :
        {value, std::nextafter(value, kInfinity), std::nextafter(value, -kInfinity)}) {
@@ -171,7 +171,7 @@ TEST(WriteDouble, MatchesAStreamForIntegers) {
   for (int i = 999000; i <= 1001000; ++i) expect_same_writing(i);
 }
 
-TEST(WriteDouble, MatchesAStreamForDenormals) {
+TEST(WriteDouble, MatchesAStreamForSubnormals) {
   Random random;
   for (int i = 0; i < 1000; ++i) expect_same_writing_around(std::ldexp(i, -1074));
   for (int i = 0; i < rounds(20000); ++i) {

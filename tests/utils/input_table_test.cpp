@@ -73,7 +73,7 @@ TEST_F(InputTable, TheHeaderIsPrintedByteForByte) {
             "\nheader = a\0b,\xff\r\ncol number 2\n\nLoad data from file: table.csv\n\n"s);
 }
 
-TEST_F(InputTable, ColumnsAreCountedBehindTheHeader) {
+TEST_F(InputTable, ColumnsAreCountedOnTheLineAfterTheHeader) {
   // Five columns above, two below: two.
   EXPECT_EQ(load("a,b,c,d,e\n1,2\n", 1, 1, 3).console,
             "\nheader = a,b,c,d,e\ncol number 2\n" + kTooLarge);
@@ -82,7 +82,7 @@ TEST_F(InputTable, ColumnsAreCountedBehindTheHeader) {
   EXPECT_EQ(read_file("internal.txt"), "0 0 0\n1 1 5\n");
 }
 
-TEST_F(InputTable, AMissingTableIsMinusOneAndOneLogLine) {
+TEST_F(InputTable, AMissingTableReturnsMinusOneAndIsLogged) {
   OpenUtils run(1, "no such table", "report.txt", 0, 0);
   int result = 0;
   write_file("internal.txt", "old\n");
@@ -113,11 +113,11 @@ TEST_F(InputTable, BadColumnIndicesAreRejectedAndLogged) {
       {"an empty first line", "\n1,2\n", 0, 1, 2, -10, 1},
       {"col1 equals col2", "1,2\n", 0, 2, 2, -20, 2},
       {"col1 above col2", "1,2\n", 0, 2, 1, -20, 2},
-      {"col1 0", "1,2\n", 0, 0, 2, -20, 2},
+      {"col1 is 0", "1,2\n", 0, 0, 2, -20, 2},
       {"col1 negative", "1,2\n", 0, -5, 2, -20, 2},
-      {"col2 0", "1,2\n", 0, 1, 0, -20, 2},
+      {"col2 is 0", "1,2\n", 0, 1, 0, -20, 2},
       {"both negative", "1,2\n", 0, -5, -4, -20, 2},
-      {"least ints", "1,2\n", 0, -2147483647 - 1, -2147483647 - 1, -20, 2},
+      {"smallest ints", "1,2\n", 0, -2147483647 - 1, -2147483647 - 1, -20, 2},
       {"col2 too large", "1,2,3\n", 0, 3, 5, -10, 3},
       {"col1 too large", "1,2,3\n", 0, 4, 2, -10, 3},
       {"the count test comes first", "1,2,3\n", 0, 0, 5, -10, 3},
@@ -138,7 +138,7 @@ TEST_F(InputTable, BadColumnIndicesAreRejectedAndLogged) {
   }
 }
 
-TEST_F(InputTable, ATableOfNothingButAHeaderHasOneColumn) {
+TEST_F(InputTable, ATableWithOnlyAHeaderHasOneColumn) {
   const Outcome outcome = load("zspec,zphot\n", 1, 1, 2);
   EXPECT_EQ(outcome.result, -10);
   EXPECT_EQ(outcome.console, "\nheader = zspec,zphot\ncol number 1\n" + kTooLarge);
@@ -165,16 +165,16 @@ struct Extraction {
   std::string rows;
 };
 
-TEST_F(InputTable, FieldsAreExtractedAsDescribed) {
+TEST_F(InputTable, FieldsBecomeRows) {
   const Extraction kExtractions[] = {
-      {"an empty field is no field", "1,,3\n", 1, 2, "0 1 3\n"},
-      {"but counts as a column, and the last one wraps", "1,,3\n", 1, 3, "0 1 1\n"},
-      {"second and wrapped third", "1,,3\n", 2, 3, "0 3 1\n"},
+      {"an empty field is skipped", "1,,3\n", 1, 2, "0 1 3\n"},
+      {"an empty field counts as a column, so the third wraps", "1,,3\n", 1, 3, "0 1 1\n"},
+      {"the second, and the third, which wraps", "1,,3\n", 2, 3, "0 3 1\n"},
       {"leading comma", ",1,2\n", 1, 2, "0 1 2\n"},
       {"leading comma wraps at the end", ",1,2\n", 2, 3, "0 2 1\n"},
       {"many commas", ",,,1,,,,2,,3\n", 2, 3, "0 2 3\n"},
       {"a short line wraps to its start", "1,2,3\n5,6\n", 1, 3, "0 1 3\n1 5 5\n"},
-      {"a short line wraps round and round", "1,2,3,4,5,6,7\n8,9\n", 4, 7, "0 4 7\n1 9 8\n"},
+      {"a short line wraps several times", "1,2,3,4,5,6,7\n8,9\n", 4, 7, "0 4 7\n1 9 8\n"},
       {"a line of one field is that field everywhere", "1,2,3\n7\n", 2, 3, "0 2 3\n1 7 7\n"},
       {"extra fields are ignored", "1,2\n3,4,5,6\n", 1, 2, "0 1 2\n1 3 4\n"},
       {"fields left of the first and right of the second", "a,b,1.5,c,2.5,d\n", 3, 5,
@@ -208,7 +208,7 @@ TEST_F(InputTable, FieldsAreExtractedAsDescribed) {
   }
 }
 
-TEST_F(InputTable, AShortLineUnderAVeryWideOneWrapsByItsOwnPeriod) {
+TEST_F(InputTable, AShortLineUnderAVeryWideOneWrapsManyTimes) {
   std::string wide = "1";
   for (int i = 1; i < 1000; ++i) wide += ",1";
   // Fields 7,8,9 again and again: the 500th is the second, the 1000th the first.
@@ -260,15 +260,15 @@ TEST_F(InputTable, TheLogGrowsByOneLinePerRun) {
   EXPECT_EQ(read_file("error.log"), "from before\n" + kCreated + kCreated);
 }
 
-struct Raising {
+struct Throwing {
   const char* name;
   std::string table;
   int col1, col2;
   std::string rows_before;
 };
 
-TEST_F(InputTable, ANeededFieldBeyondTheTextRaisesOutOfRange) {
-  const Raising kRaising[] = {
+TEST_F(InputTable, ANeededFieldWithoutTextThrowsOutOfRange) {
+  const Throwing kThrowing[] = {
       {"trailing comma", "0.1,0.2,\n", 1, 3, ""},
       {"after whole rows", "1,2,3\n4,5,6\n0.1,0.2,\n7,8,9\n", 1, 3, "0 1 3\n1 4 6\n"},
       {"nothing but commas, first column", "1,2\n,,,\n", 1, 2, "0 1 2\n"},
@@ -277,7 +277,7 @@ TEST_F(InputTable, ANeededFieldBeyondTheTextRaisesOutOfRange) {
       {"both fields missing", "1,2,3\n4,\n", 2, 3, "0 2 3\n"},
       {"only after wrapping", "1,2,3,4,5,6\n4,5,\n", 1, 6, "0 1 6\n"},
   };
-  for (const Raising& row : kRaising) {
+  for (const Throwing& row : kThrowing) {
     SCOPED_TRACE(row.name);
     std::filesystem::remove("error.log");
     EXPECT_THROW(load(row.table, 0, row.col1, row.col2), std::out_of_range);
@@ -286,7 +286,7 @@ TEST_F(InputTable, ANeededFieldBeyondTheTextRaisesOutOfRange) {
   }
 }
 
-TEST_F(InputTable, AMissingFieldThatNobodyNeedsIsNoError) {
+TEST_F(InputTable, AMissingFieldThatIsNotNeededIsNoError) {
   EXPECT_EQ(rows("1,2,\n", 1, 2), "0 1 2\n");
   // The third position finds no text, the fourth starts over: 4 is the first field again.
   EXPECT_EQ(rows("1,2,,\n", 1, 4), "0 1 1\n");

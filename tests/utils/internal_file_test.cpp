@@ -54,7 +54,7 @@ TEST_F(InternalFile, OneLineIsOneObject) {
       {"a tab separates nothing", "5\t1 2\n", 5, 2, 5},
       {"commas separate nothing", "5,1 2,3 4,5\n", 5, 2, 4},
       {"words are zero", "a b c\n", 0, 0, 0},
-      {"the heading of the other writer", "# ID zspec zphot\n", 0, 0, 0},
+      {"the heading of storeORMEDAOutput", "# ID zspec zphot\n", 0, 0, 0},
       {"an ID ends at its point", "1.9 2 3\n", 1, 2, 3},
       {"CR LF", "5 1 2\r\n", 5, 1, 2},
       {"a line of CR", "\r\n", 0, 0, 0},
@@ -78,7 +78,7 @@ TEST_F(InternalFile, AnEmptyLineEndsTheFile) {
   EXPECT_EQ(read_back("0 1 2\n\n1 1 2\n").getDataSize(), 1);
 }
 
-TEST_F(InternalFile, AMissingFileIsMinusOneWithoutALogLine) {
+TEST_F(InternalFile, AMissingFileReturnsMinusOneAndIsNotLogged) {
   OpenUtils run = loaded({1}, {2});
   int result = 0;
   EXPECT_EQ(printed_by([&] { result = run.loadInternalFile(); }),
@@ -110,7 +110,7 @@ TEST_F(InternalFile, LoadingTwiceAppendsTheRowsAgain) {
   EXPECT_EQ(run.zphot, (std::vector<double>{2, 4, 2, 4}));
 }
 
-TEST_F(InternalFile, ALineWithoutTextInItsFirstTwoFieldsRaisesOutOfRange) {
+TEST_F(InternalFile, ALineWithoutTextInItsFirstTwoFieldsThrowsOutOfRange) {
   for (const std::string line : {" ", "     ", "5 ", "5    ", " 5 "}) {
     SCOPED_TRACE("'" + line + "'");
     write_file("internal.txt", "0 1 2\n" + line + "\n");

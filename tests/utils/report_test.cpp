@@ -117,7 +117,7 @@ TEST_F(Report, ReplacesAnOlderReport) {
   EXPECT_EQ(stored(empty_set()), kZeroReport);
 }
 
-TEST_F(Report, CountsIdentifiersAsDataSize) {
+TEST_F(Report, ShowsTheCountOfIdentifiersAsDataSize) {
   OpenUtils run = empty_set();
   run.id = std::vector<int>(1000);
   run.delta = {1};

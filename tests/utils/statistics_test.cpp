@@ -1,5 +1,5 @@
-// Residuals, moments, medians and outliers of the class. Each statistic exists twice: the tests run
-// for delta and for deltaNorm, while the members of the other one hold something else.
+// Residuals, moments, medians and outliers of the class. Each statistic exists twice, so the tests
+// run for delta and for deltaNorm, while the members of the other residual hold other values.
 
 #include <gtest/gtest.h>
 
@@ -131,7 +131,7 @@ const Residual kDeltaNorm = {
     &UTILS::CalculateOutliersNorm,
 };
 
-/// Tests one residual. The other one must be neither read nor changed.
+/// A test of one residual. The other one must be neither read nor changed.
 class EachResidual : public testing::TestWithParam<Residual> {
  protected:
   EachResidual() {
@@ -196,7 +196,7 @@ class EachResidual : public testing::TestWithParam<Residual> {
     return GetParam().name == std::string("delta") ? kDeltaNorm : kDelta;
   }
 
-  // Far from all values below, and more of them.
+  // Far from all values below, and more values than any test has.
   const Values kOtherValues = {-5e5, 3e5, 7e5, -1e5, 9e5, 2e5, -4e5, 6e5, 1e5};
   static constexpr double kOtherStatistic = -98765;
 };
@@ -285,7 +285,7 @@ TEST_P(EachResidual, TakesSigmaAboutTheStoredBias) {
   EXPECT_EQ(sigma(), std::sqrt((81.0 + 64 + 49 + 36) / 4));
 }
 
-TEST_P(EachResidual, CarriesInfinitiesAndNaNIntoMoments) {
+TEST_P(EachResidual, PropagatesInfinitiesAndNaNIntoMoments) {
   set({1, kInfinity});
   calculate_moments();
   EXPECT_EQ(bias(), kInfinity);
@@ -395,7 +395,7 @@ TEST_P(EachResidual, MeasuresOutliersFromZeroInUnitsOfItsOwnSigma) {
   EXPECT_EQ(outliers(), (Values{100, 100, 100, 100, 100}));
 }
 
-TEST_P(EachResidual, CountsOutliersOntoThePercentagesOfAnEarlierCall) {
+TEST_P(EachResidual, AddsOutliersToThePercentagesOfAnEarlierCall) {
   set({1, 0, 0, 0});
   sigma() = 0.3;
   calculate_outliers();
@@ -403,7 +403,7 @@ TEST_P(EachResidual, CountsOutliersOntoThePercentagesOfAnEarlierCall) {
   // (25 + 1) / 4 * 100; beyond 4 sigma = 1.2 there is none.
   EXPECT_EQ(outliers(), (Values{650, 650, 650, 650, 0}));
 
-  // From a third on every addition of 1 rounds.
+  // Starting from a third, every addition of 1 rounds.
   set({1, 1, 1, 1, 1, 1, 1});
   sigma() = 0;
   for (const auto member : GetParam().outliers) run_.*member = 1 / 3.0;

@@ -1,5 +1,5 @@
-// More than 2,147,483,647 rows, without having them: the medians refuse, so that a run ends before
-// it prints a statistic. Row numbers beyond that are tested with the rows.
+// Pretends to have more than 2,147,483,647 rows. The medians throw, so that a run ends before it
+// prints a statistic. Row numbers beyond that are tested in row_writer_test.cpp.
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,8 @@ namespace {
 
 #if defined(__GLIBCXX__)
 
-// Makes a vector claim to have `size` entries. Nobody looks at them. The vector of libstdc++ is
+// Makes a vector pretend to have `size` entries, which nothing reads. The vector of libstdc++ is
+// three pointers: begin, end, end of the storage.
 // three pointers: begin, end, end of the storage.
 template <class Entry>
 class Pretended {
@@ -37,7 +38,7 @@ class Pretended {
   Entry entry_ = 0;
 };
 
-TEST(TooManyRows, MediansRefuseMoreValuesThanAnIntCounts) {
+TEST(TooManyRows, MediansThrowForMoreValuesThanAnIntCanCount) {
   for (const std::size_t size : {std::size_t{1} << 31, (std::size_t{1} << 32) + 5}) {
     OpenUtils run = empty_set();
     const Pretended delta(run.delta, size);
