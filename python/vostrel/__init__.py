@@ -1,7 +1,7 @@
-"""Statistics by which redshift estimates, and any regression, are judged.
+"""The statistics by which redshift estimates, and any regression, are judged.
 
-The numbers are those of the program ``vostrel``, to the last bit, from arrays
-instead of files.
+The numbers are those of the program ``vostrel``, to the last bit, but from
+arrays instead of files.
 
 >>> import vostrel
 >>> s = vostrel.point_statistics([0.5, 1.0, 1.5, 2.0], [0.4, 1.1, 1.4, 2.3])
@@ -56,7 +56,7 @@ __all__ = [
 
 
 def __getattr__(name: str) -> ModuleType:
-    """Import the modules that need other packages when they are first used."""
+    """Import the modules that need other packages only when they are used."""
     if name in ("dask", "mpi"):
         return importlib.import_module(f"vostrel.{name}")
     raise AttributeError(f"module 'vostrel' has no attribute {name!r}")

@@ -47,30 +47,31 @@ def bootstrap(
     workers: Workers = 1,
     progress: Optional[Progress] = None,
 ) -> Uncertainties:
-    """Judge estimates, with errors of all statistics by resampling.
+    """Judge estimates, with the errors of all statistics by resampling.
 
     Parameters
     ----------
     reference, estimate : array_like, shape (n,)
         Reference and estimated values. Dimensionless.
     resamples : int
-        How often n objects are drawn with replacement, at least 2.
+        The number of resamples, at least 2. Each draws n objects with
+        replacement.
     confidence : float
         The confidence of the intervals, between 0 and 1.
     groups : array_like, shape (n,), optional
-        A label for each object, such as its field of the sky. Objects of one
-        group are then drawn together: each resample has as many groups as
-        there are. Use it when objects of one group are not independent.
+        A label for each object, such as its field of the sky. Whole groups
+        are then drawn, as many as there are. Use this if the objects of a
+        group are not independent.
     seed : int, optional
         From 0 to 2**64 - 1. The same seed gives the same bits on every
         machine and for any number of workers. By default the operating system
-        draws one; the result has it.
+        draws a seed, which is stored in the result.
     mask : array_like of bool, shape (n,), optional
         True leaves an object out, as a masked entry does.
     nan_policy : {"raise", "omit", "propagate"}
         As in `point_statistics`.
     workers : int or map-like callable
-        How many threads do the work, -1 for all processors; or a function
+        The number of threads, -1 for all processors; or a function like map,
         such as the map method of a thread pool.
     progress : callable, optional
         Called as ``progress(done, resamples)`` from time to time.
@@ -79,21 +80,22 @@ def bootstrap(
     -------
     Uncertainties
         The error is the standard deviation over the resamples, with divisor
-        resamples - 1, and the interval goes from quantile (1 - confidence) / 2
-        to (1 + confidence) / 2 of them (the percentile interval).
+        resamples - 1. The interval goes from their quantile
+        (1 - confidence) / 2 to their quantile (1 + confidence) / 2 (the
+        percentile interval).
 
     Raises
     ------
     ValueError
-        As `point_statistics`; when there is but one group, or a label is
-        missing; and when an option is out of its range.
+        As for `point_statistics`; also if there is only one group, a label is
+        missing, or an option is out of range.
     TypeError
-        As `point_statistics`; and when an option has a wrong type.
+        As for `point_statistics`; also if an option has the wrong type.
 
     See Also
     --------
-    uncertainties : at once, by formula, for some of the statistics.
-    bootstrap_difference : for the comparison of estimators.
+    uncertainties : errors by formula, at once, for some of the statistics.
+    bootstrap_difference : compares estimators.
 
     Notes
     -----
@@ -136,8 +138,8 @@ class BootstrapDifference:
     """Estimators compared on the same resamples.
 
     ``d["A"]`` has the statistics of estimator A, and ``d["A", "B"]`` those of
-    A minus those of B, both as `Uncertainties`. With two estimators, ``d.delta``
-    and ``d.norm`` are those of the first minus the second.
+    A minus those of B, both as `Uncertainties`. If there are two estimators,
+    ``d.delta`` and ``d.norm`` are those of the first minus the second.
 
     Attributes
     ----------
@@ -209,22 +211,22 @@ def bootstrap_difference(
     reference : array_like, shape (n,)
         Reference values. Dimensionless.
     estimates : mapping of str to array_like, shape (n,)
-        Two or more estimates under their names. An object that is masked in
-        one of them is left out of all; so is one with NaN, where NaN are left
-        out.
+        Two or more estimates by name. An object that is masked in one of them
+        is left out of all. With ``nan_policy="omit"``, so is an object with
+        NaN in one of them.
     resamples, confidence, groups, seed, mask, nan_policy, workers, progress
         As in `bootstrap`.
 
     Returns
     -------
     BootstrapDifference
-        Since errors that the estimators share cancel, the error of a
-        difference may be far smaller than those of the two.
+        Errors that the estimators share cancel. So the error of a difference
+        may be far smaller than the errors of the two.
 
     Raises
     ------
     ValueError, TypeError
-        As `bootstrap`; and when there are less than two estimates.
+        As for `bootstrap`; also if there are fewer than two estimates.
 
     Examples
     --------
@@ -293,7 +295,7 @@ def _read_seed(seed: Optional[int]) -> int:
 def _read_groups(
     groups: Optional[Any], sample: _core.Sample, size: int
 ) -> Optional[tuple[NDArray[np.uint32], int]]:
-    """Return the number of the group of each object that is kept, and how many groups there are."""
+    """Return the group number of each kept object, and the number of groups."""
     if groups is None:
         return None
     refuse_lazy("groups", groups)
@@ -320,7 +322,7 @@ def _read_groups(
 
 
 def _has_missing(labels: NDArray[Any]) -> bool:
-    """Return whether a label is None, NaN or something else that doesn't equal itself."""
+    """Return whether a label is None, NaN or another value that doesn't equal itself."""
     if labels.dtype.kind == "O":
         return any(label is None or not _equals_itself(label) for label in labels)
     return bool((labels != labels).any())
@@ -371,12 +373,12 @@ def _run(
     tell: Callable[[int], None],
 ) -> None:
     """Fill in the numbers of all resamples of one estimate."""
-    # Importing these takes longer than importing vostrel.
+    # Imported here, because that takes longer than importing vostrel.
     from concurrent.futures import FIRST_COMPLETED, ThreadPoolExecutor, wait
 
     resamples = len(result)
     count = 1 if callable(workers) else _read_workers(workers)
-    # The work is done in threads and this one waits, so that Ctrl-C comes through.
+    # Other threads do the work, and this one waits, so that it notices Ctrl-C.
     pool = ThreadPoolExecutor(count)
     engine: Optional[_core.Bootstrap] = None
     try:
@@ -384,7 +386,7 @@ def _run(
         while not start.done():
             wait([start], timeout=0.1)
         engine = made = start.result()
-        # Pieces are small enough for the workers to end together, and large enough to reuse memory.
+        # Pieces are small, so that the workers end together, but large enough to reuse memory.
         size = min(max(made.batch, resamples // (16 * count)), -(-resamples // count))
         pieces = [(first, min(size, resamples - first)) for first in range(0, resamples, size)]
 
@@ -420,7 +422,7 @@ def _read_workers(workers: Any) -> int:
 def _summary(
     values: PointStatistics, replicates: NDArray[np.float64], confidence: float, seed: int
 ) -> Uncertainties:
-    """Return the estimates that the numbers of the resamples give."""
+    """Return the estimates that follow from the numbers of the resamples."""
     numbers = np.array([astuple(values.delta), astuple(values.norm)])
     delta, norm = _residuals(numbers, replicates, confidence)
     replicates.flags.writeable = False

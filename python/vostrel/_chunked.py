@@ -1,4 +1,4 @@
-"""Statistics of chunks that are gone over several times, in this process."""
+"""Statistics of chunks, which are read several times by this process."""
 
 from __future__ import annotations
 
@@ -9,10 +9,11 @@ from typing import Any, Callable, Optional, Union
 from vostrel._passes import BinnedPasses, ChunkNanPolicy, Passes
 from vostrel._results import BinnedStatistics, PointStatistics
 
-#: Tuples of arrays, or a function that gives them anew.
+#: Tuples of arrays, or a function that returns them for each pass.
 Chunks = Union[Iterable[Any], Callable[[], Iterable[Any]]]
 
-#: Called with the number of the pass, the number of chunks done in it, and of all or None.
+#: Called with the number of the pass, how many of its chunks are done, and how many there are, or
+#: None if that is not known.
 Progress = Callable[[int, int, Optional[int]], object]
 
 
@@ -27,43 +28,44 @@ def chunked_statistics(
     ----------
     chunks : iterable, or function that returns one
         Gives tuples ``(reference, estimate)`` or ``(reference, estimate,
-        mask)`` of arrays as `point_statistics` takes them. Empty chunks are
-        fine. The chunks are gone over twice, or more often for hard data: an
-        iterable must start anew each time, as a list does, and a function is
+        mask)`` of arrays as `point_statistics` takes them. Chunks may be
+        empty. The chunks are read in two passes, or more for hard data. So an
+        iterable must start again each time, as a list does; a function is
         called for each pass. All passes must see the same objects, in any
         order.
     nan_policy : {"raise", "omit"}
-        What to do about objects with NaN that are not masked: raise a
+        What to do with objects that have NaN and are not masked: raise a
         ValueError at the end of the first pass, or leave them out.
         Infinities are numbers.
     progress : bool or function
-        True shows a bar for each pass, by tqdm. A function is called after
+        True shows a bar of tqdm for each pass. A function is called after
         each chunk as ``progress(number, done, total)``: the number of the
-        pass, counted from 1; how many of its chunks are done; how many there
-        are, or None when that is not known.
+        pass, counted from 1; how many of its chunks are done; and how many
+        there are, or None if that is not known.
 
     Returns
     -------
     PointStatistics
-        The same to the last bit, however the objects are cut into chunks and
-        ordered. Medians, MADs and outliers beyond 0.15 have the bits of
-        `point_statistics`. Bias, sigma and RMS are rounded once and differ
-        from its sums in order by about 1e-13.
+        The same to the last bit, whatever the chunks and the order of the
+        objects. MAD, NMAD, MAD(Delta) and the outliers beyond 0.15 have the
+        bits of `point_statistics`. Bias, sigma and RMS come from exact sums
+        and differ by about 1e-13 from those of `point_statistics`, whose sums
+        round at each addition.
 
     Raises
     ------
     ValueError
-        As `point_statistics`; and when a pass has another number of objects
+        As for `point_statistics`; also if a pass has another number of objects
         than the first.
     TypeError
-        As `point_statistics`; when `chunks` can be gone over only once, or a
-        chunk is no such tuple.
+        As for `point_statistics`; also if `chunks` can be read only once, or
+        a chunk is not such a tuple.
     ImportError
-        When tqdm is needed and not installed.
+        If tqdm is needed and not installed.
 
     Notes
     -----
-    Memory is needed for a chunk and a few megabytes.
+    Takes memory for one chunk and a few megabytes.
 
     Examples
     --------
@@ -105,20 +107,20 @@ def chunked_binned_statistics(
     Returns
     -------
     BinnedStatistics
-        With the same objects in each bin as `binned_statistics` has, and the
-        numbers of `chunked_statistics` over them.
+        Each bin has the same objects as in `binned_statistics`, and the
+        numbers of `chunked_statistics` for them.
 
     Raises
     ------
     ValueError
-        As `chunked_statistics`; and when edges don't increase, or bins would
+        As for `chunked_statistics`; also if edges don't increase, or bins would
         depend on the data.
     TypeError, ImportError
-        As `chunked_statistics`.
+        As for `chunked_statistics`.
 
     Notes
     -----
-    Memory is needed for a chunk, and up to a few megabytes for each bin.
+    Takes memory for one chunk, and up to a few megabytes for each bin.
 
     Examples
     --------
@@ -133,7 +135,7 @@ def chunked_binned_statistics(
 
 
 class Report:
-    """Tells of the progress in one pass."""
+    """Shows the progress of one pass."""
 
     def __init__(self, progress: Union[bool, Progress], number: int, total: Optional[int]) -> None:
         self._progress = progress
@@ -144,20 +146,20 @@ class Report:
             self._bar = import_tqdm().tqdm(total=total, desc=f"pass {number}", unit="chunk")
 
     def __call__(self, done: int) -> None:
-        """Tell that another chunk is done, so many in all."""
+        """Show that another chunk is done; `done` is their number."""
         if self._bar is not None:
             self._bar.update()
         elif callable(self._progress):
             self._progress(self._number, done, self._total)
 
     def close(self) -> None:
-        """Let go of the bar."""
+        """Close the bar."""
         if self._bar is not None:
             self._bar.close()
 
 
 def import_tqdm() -> Any:
-    """Return tqdm, or raise an ImportError that says who needs it."""
+    """Return tqdm, or raise an ImportError that says what needs it."""
     try:
         import tqdm
     except ImportError as error:
@@ -166,7 +168,7 @@ def import_tqdm() -> Any:
 
 
 def go_over(state: Any, chunks: Chunks, progress: Union[bool, Progress]) -> Any:
-    """Hand over all chunks in each pass, and return the result."""
+    """Add all chunks in each pass, and return the result."""
     total = count(chunks)
     number = 0
     while state.needs_another_pass:
@@ -188,7 +190,7 @@ def add_chunks(state: Any, chunks: Chunks, report: Callable[[int], object]) -> i
 
 
 def count(chunks: Chunks) -> Optional[int]:
-    """Return how many chunks there are, or None when that is not known."""
+    """Return how many chunks there are, or None if that is not known."""
     return None if callable(chunks) or not isinstance(chunks, Sized) else len(chunks)
 
 
@@ -209,8 +211,8 @@ def start(chunks: Chunks) -> Iterator[Any]:
     iterator = iter(chunks)
     if iterator is chunks:
         raise TypeError(
-            f"chunks can be gone over only once ({type(chunks).__name__}), but several passes are "
-            "needed; pass a list, or a function that makes the iterator anew"
+            f"chunks can be read only once ({type(chunks).__name__}), but several passes are "
+            "needed; pass a list, or a function that returns a new iterator"
         )
     return iterator
 

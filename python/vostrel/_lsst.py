@@ -25,27 +25,27 @@ def lsst_metrics(
     mask : array_like of bool, shape (n,), optional
         True leaves an object out, as a masked entry does.
     nan_policy : {"raise", "omit", "propagate"}
-        What to do about objects with NaN, as in `point_statistics`.
+        What to do with objects that have NaN, as in `point_statistics`.
 
     Returns
     -------
     LsstMetrics
-        Of e = (estimate - reference) / (1 + reference): its median, its
-        standard deviation estimated from the interquartile range and from
+        Of e = (estimate - reference) / (1 + reference): the median, the
+        standard deviation as estimated from the interquartile range and from
         the MAD about the median, and the fraction of outliers. All are NaN
-        when an e is NaN, which takes infinite values or a reference of -1.
+        if an e is NaN, which comes from infinities or a reference of -1.
 
     Raises
     ------
     ValueError, TypeError
-        As `point_statistics`.
+        As for `point_statistics`.
 
     Notes
     -----
     The sign of e is opposite to that of the normalized residual of
-    `point_statistics`. The metrics are those that LSSTDESC's RAIL names
-    PointBiasEz, PointSigmaIQR, PointSigmaMAD and PointOutlierRate [1]_, and
-    have the bits of these NumPy formulas::
+    `point_statistics`. LSSTDESC's RAIL names the metrics PointBiasEz,
+    PointSigmaIQR, PointSigmaMAD and PointOutlierRate [1]_. They have the same
+    bits as these NumPy formulas::
 
         e = (estimate - reference) / (1 + reference)
         bias = np.median(e)
@@ -54,7 +54,7 @@ def lsst_metrics(
         sigma_mad = 1.4826 * np.median(np.abs(e - np.median(e)))
         outlier_rate = np.mean(np.abs(e) > max(0.06, 3 * sigma_iqr))
 
-    The array of e is never made: the data are read several times instead.
+    No array of e is made: the data are read several times instead.
 
     References
     ----------

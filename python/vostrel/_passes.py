@@ -1,4 +1,4 @@
-"""The statistics of objects that come in chunks, in passes over all of them."""
+"""The statistics of objects that are added in chunks, in several passes."""
 
 from __future__ import annotations
 
@@ -18,7 +18,7 @@ if TYPE_CHECKING:
 
 ChunkNanPolicy = Literal["raise", "omit"]
 
-#: Goes up when the pickle of a state changes.
+#: Increased whenever the pickle of a state changes.
 PICKLE_VERSION = 1
 
 Core = TypeVar("Core", _core.Passes, _core.BinnedPasses)
@@ -26,9 +26,9 @@ Self = TypeVar("Self", bound="State[Any]")
 
 
 class State(Generic[Core]):
-    """What passes have in common, whatever they result in. Each call locks the state."""
+    """The common part of `Passes` and `BinnedPasses`. Each call locks the state."""
 
-    #: The arrays of a chunk. The first two are needed.
+    #: The arrays of a chunk. The first two are required.
     CHUNK: tuple[str, ...]
 
     def __init__(self, nan_policy: str, core: Core, left_out: int) -> None:
@@ -43,8 +43,8 @@ class State(Generic[Core]):
     ) -> None:
         self._nan_policy = nan_policy
         self._core: Core = core
-        self._first = first  # in the first pass
-        # By the first pass: n_masked, n_nan, and for bins the objects with NaN in each.
+        self._first = first  # whether this is the first pass
+        # Counted in the first pass: n_masked, n_nan, and the objects with NaN in each bin.
         self._left_out = left_out
         self._lock = threading.Lock()
 
@@ -57,7 +57,7 @@ class State(Generic[Core]):
                 self._left_out += np.array(left_out, np.uint64)
 
     def merge(self: Self, other: Self) -> None:
-        """Add the chunks that another state has taken in the same pass.
+        """Add the chunks that were added to another state in the same pass.
 
         Parameters
         ----------
@@ -68,12 +68,12 @@ class State(Generic[Core]):
         Raises
         ------
         ValueError
-            When the two states are not in the same pass, have other options,
-            or are one.
+            If the two states are not in the same pass, have different
+            options, or are the same object.
         TypeError
-            When `other` is no such state.
+            If `other` is not such a state.
         RuntimeError
-            When no further pass is needed.
+            If no further pass is needed.
         """
         if type(other) is not type(self):
             raise TypeError(f"{type(self).__name__} can't be merged with {type(other).__name__}")
@@ -85,7 +85,7 @@ class State(Generic[Core]):
                 f"not {self._nan_policy!r} and {other._nan_policy!r}"
             )
         with ExitStack() as locks:
-            for state in sorted((self, other), key=id):  # one order, so that no two wait in a ring
+            for state in sorted((self, other), key=id):  # always in one order: no deadlock
                 locks.enter_context(state._lock)
             self._refuse_more()
             self._core.merge(other._core)
@@ -94,21 +94,21 @@ class State(Generic[Core]):
 
     @property
     def needs_another_pass(self) -> bool:
-        """Whether all chunks are needed, or needed once more. True at first."""
+        """Whether all chunks must be added, for the first time or once more."""
         with self._lock:
             return bool(self._core.needs_another_pass())
 
     def end_pass(self) -> None:
-        """End the present pass, when all chunks have been added or merged.
+        """End the pass. Call this when all chunks have been added or merged.
 
         Raises
         ------
         ValueError
-            When there are no objects, when NaN are met with
-            ``nan_policy="raise"``, or when this pass had another number of
+            If there are no objects, if there is NaN with
+            ``nan_policy="raise"``, or if this pass had another number of
             objects than the first.
         RuntimeError
-            When no further pass is needed.
+            If no further pass is needed.
         """
         with self._lock:
             self._refuse_more()
@@ -121,7 +121,7 @@ class State(Generic[Core]):
             self._first = False
 
     def fresh(self: Self) -> Self:
-        """Return a state in the same pass without its chunks: what a worker starts from."""
+        """Return a state in the same pass without any chunks, for a worker to start from."""
         with self._lock:
             new = object.__new__(type(self))
             left_out = self._left_out * (not self._first)
@@ -161,39 +161,39 @@ class State(Generic[Core]):
 
 
 class Passes(State[_core.Passes]):
-    """The state of statistics over chunks, for an engine of one's own.
+    """The state of statistics over chunks, for your own engine.
 
-    The engine hands over all objects in each pass, in chunks of any size and
-    in any order. Workers may share the chunks: each starts from `fresh` and
-    adds its own, and then all are merged. The numbers are the same to the
-    last bit, however the objects are cut, ordered and shared.
+    The engine adds all objects in each pass, in chunks of any size and in any
+    order. Workers may share the chunks: each starts from `fresh` and adds its
+    own chunks, and then all states are merged. The numbers are the same to
+    the last bit, whatever the chunks, their order and the workers.
 
     Parameters
     ----------
     nan_policy : {"raise", "omit"}
-        What to do about objects with NaN that are not masked: raise a
+        What to do with objects that have NaN and are not masked: raise a
         ValueError at the end of the first pass, or leave them out.
         Infinities are numbers.
 
     Raises
     ------
     ValueError
-        When `nan_policy` is something else.
+        If `nan_policy` is something else.
 
     Notes
     -----
-    Nearly all data take two passes. Up to some thousand objects take one.
+    Nearly all data take two passes. Up to 8192 objects take one.
 
-    A state can be pickled, for a few megabytes at the most. The pickle has a
-    version, and a version of the package that can't read it says so. Threads
-    may share a state, but one of them works on it at a time.
+    A state can be pickled; that takes a few megabytes at most. The pickle has
+    a version, and a release that can't read it says so. Threads may share a
+    state; their calls run one after another.
 
-    A call of `add` that ends with an exception may have added a part of its
-    chunk. Don't go on with such a state.
+    If `add` raises an exception, a part of the chunk may have been added.
+    Don't use the state any more.
 
     Examples
     --------
-    In turn:
+    In one process:
 
     >>> import vostrel
     >>> chunks = [([0.5, 1.0], [0.4, 1.1]), ([1.5, 2.0], [1.4, 2.3])]
@@ -205,7 +205,7 @@ class Passes(State[_core.Passes]):
     >>> round(passes.result().norm.nmad, 6)
     0.086485
 
-    By workers, each of which may be in another process:
+    With workers, each of which may be another process:
 
     >>> def work(start, chunk):
     ...     part = start.fresh()
@@ -226,7 +226,7 @@ class Passes(State[_core.Passes]):
         super().__init__(nan_policy, _core.Passes(), 2)
 
     def add(self, reference: Any, estimate: Any, mask: Optional[Any] = None) -> None:
-        """Add a chunk to the present pass.
+        """Add a chunk to the pass.
 
         Parameters
         ----------
@@ -238,16 +238,16 @@ class Passes(State[_core.Passes]):
         Raises
         ------
         ValueError
-            When the lengths differ or an array has not one dimension.
+            If the lengths differ or an array is not one-dimensional.
         TypeError
-            When an array doesn't hold real numbers, has a unit, or is lazy.
+            If an array doesn't hold real numbers, has a unit, or is lazy.
         RuntimeError
-            When no further pass is needed.
+            If no further pass is needed.
         """
         self._add(mask, reference=reference, estimate=estimate)
 
     def result(self) -> PointStatistics:
-        """Return the statistics, when no further pass is needed.
+        """Return the statistics, once no further pass is needed.
 
         Returns
         -------
@@ -257,7 +257,7 @@ class Passes(State[_core.Passes]):
         Raises
         ------
         RuntimeError
-            When another pass is needed.
+            If another pass is needed.
         """
         with self._lock:
             self._refuse_result()
@@ -271,7 +271,7 @@ class Passes(State[_core.Passes]):
 
 
 class BinnedPasses(State[_core.BinnedPasses]):
-    """The same for bins with fixed edges. All bins take as many passes as the hardest one."""
+    """As `Passes`, for bins with fixed edges. All bins take as many passes as the hardest one."""
 
     CHUNK = ("reference", "estimate", "by", "mask")
 
@@ -291,14 +291,14 @@ class BinnedPasses(State[_core.BinnedPasses]):
         by: Optional[Any] = None,
         mask: Optional[Any] = None,
     ) -> None:
-        """Add a chunk to the present pass. `by` is by default the reference."""
+        """Add a chunk to the pass. By default, `by` is the reference."""
         columns = {"reference": reference, "estimate": estimate}
         if by is not None:
             columns["by"] = by
         self._add(mask, **columns)
 
     def result(self) -> BinnedStatistics:
-        """Return the statistics, when no further pass is needed."""
+        """Return the statistics, once no further pass is needed."""
         with self._lock:
             self._refuse_result()
             counts, delta, norm = zip(*self._core.results())

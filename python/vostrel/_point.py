@@ -32,29 +32,29 @@ def point_statistics(
         True leaves an object out. So does an entry that is masked in
         `reference` or `estimate` (numpy.ma, astropy's MaskedColumn, pandas NA).
     nan_policy : {"raise", "omit", "propagate"}
-        What to do about objects with NaN that are not masked: raise a
+        What to do with objects that have NaN and are not masked: raise a
         ValueError, leave them out, or make every result NaN. Infinities are
         numbers.
 
     Returns
     -------
     PointStatistics
-        Eleven numbers for the residual, ``reference - estimate``, and for
-        the normalized residual, that divided by ``1 + reference``.
+        Eleven numbers each for the residual, ``reference - estimate``, and
+        for the normalized residual, which is divided by ``1 + reference``.
 
     Raises
     ------
     ValueError
-        When the lengths differ, an array has not one dimension, no objects
-        are left, or NaN is met with ``nan_policy="raise"``.
+        If the lengths differ, an array is not one-dimensional, no objects
+        are left, or there is NaN with ``nan_policy="raise"``.
     TypeError
-        When an array doesn't hold real numbers, has a unit, or is lazy.
+        If an array doesn't hold real numbers, has a unit, or is lazy.
 
     Notes
     -----
-    Sums run in the order of the objects, in double precision: all numbers are
-    those of the program ``vostrel`` on the same values, to the last bit. The
-    arrays are read two or three times and must not change meanwhile.
+    Sums run in the order of the objects, in double precision. So all numbers
+    are those of the program ``vostrel`` on the same values, to the last bit.
+    The arrays are read two or three times and must not change meanwhile.
 
     Examples
     --------

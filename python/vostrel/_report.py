@@ -1,4 +1,4 @@
-"""The numbers of a report that the program has written."""
+"""Reads the numbers of the program's report."""
 
 from __future__ import annotations
 
@@ -9,7 +9,7 @@ from typing import Union
 from vostrel import _core
 from vostrel._results import PointStatistics, Residuals
 
-#: A report has less than two kilobytes; this is room for a long console output around it.
+#: Characters that are read. A report has fewer than 2000, but console output may be longer.
 LONGEST = 1 << 20
 
 
@@ -19,21 +19,21 @@ def read_report(path: Union[str, os.PathLike[str]]) -> PointStatistics:
     Parameters
     ----------
     path : path-like
-        The report file, or what the program printed, saved to a file.
+        The report, or a file with the program's console output.
 
     Returns
     -------
     PointStatistics
-        With the six significant digits of the report. ``n`` is its data
-        size; ``n_masked`` and ``n_nan`` are 0.
+        The numbers with the six significant digits of the report. ``n`` is
+        its data size; ``n_masked`` and ``n_nan`` are 0.
 
     Raises
     ------
     OSError
-        When the file can't be read.
+        If the file can't be read.
     ValueError
-        When the file is no report: a line is missing, occurs twice or has no
-        number.
+        If the file is not a report: a line is missing, occurs twice or has
+        no number.
 
     Examples
     --------
@@ -64,7 +64,7 @@ def read_report(path: Union[str, os.PathLike[str]]) -> PointStatistics:
                 f"{os.fspath(path)!r} is not a report: {labels[0]!r} is {text!r}"
             ) from None
 
-    number("Data size")  # there, and once
+    number("Data size")  # must occur once
     size = found["Data size"][0]
     if not re.fullmatch("[0-9]+", size):
         raise ValueError(f"{os.fspath(path)!r} is not a report: 'Data size' is {size!r}")

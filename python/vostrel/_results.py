@@ -1,4 +1,4 @@
-"""What the functions return, and how it is printed."""
+"""The results that the functions return, and how they are printed."""
 
 from __future__ import annotations
 
@@ -39,10 +39,10 @@ class Eleven(Generic[T]):
 
 @dataclass(frozen=True)
 class Residuals(Eleven[float]):
-    """The statistics of one residual r over n objects.
+    """The statistics of one residual r of n objects.
 
     Outliers are percentages, 0 to 100. The others have the unit of the
-    residual, which for redshifts is dimensionless.
+    residual; redshifts are dimensionless.
 
     Attributes
     ----------
@@ -84,12 +84,12 @@ class PointStatistics:
     Attributes
     ----------
     n : int
-        Number of objects that the statistics are made of.
+        Number of objects in the statistics.
     n_masked : int
         Number of objects left out because they are masked.
     n_nan : int
-        Number of objects with NaN: left out with ``nan_policy="omit"``, and
-        among the ``n`` with ``nan_policy="propagate"``.
+        Number of objects with NaN: left out with ``nan_policy="omit"``,
+        included in ``n`` with ``nan_policy="propagate"``.
     delta : Residuals
         Statistics of the residual: reference - estimate.
     norm : Residuals
@@ -140,7 +140,7 @@ class PointStatistics:
         Raises
         ------
         ImportError
-            When pandas is not installed.
+            If pandas is not installed.
         """
         return import_pandas("to_series").Series(self.to_dict(), dtype="float64")
 
@@ -183,10 +183,10 @@ class BinnedStatistics:
         Bin i holds the objects from ``edges[i]`` up to but not including
         ``edges[i + 1]``; the last bin holds its upper edge too.
     counts : ndarray of uint64, shape (k,)
-        Number of objects that the statistics of each bin are made of.
+        Number of objects in the statistics of each bin.
     nan_counts : ndarray of uint64, shape (k,)
         Number of objects in each bin whose reference or estimate is NaN: left
-        out with ``nan_policy="omit"``, and among the `counts` with
+        out with ``nan_policy="omit"``, included in `counts` with
         ``nan_policy="propagate"``.
     n_masked : int
         Number of objects left out because they are masked.
@@ -195,11 +195,11 @@ class BinnedStatistics:
     n_outside : int
         Number of objects without NaN that are in no bin.
     delta : BinnedResiduals
-        Statistics of the residual, an array for each. NaN where a bin is empty.
+        Statistics of the residual, each an array. NaN for an empty bin.
     norm : BinnedResiduals
         Statistics of the normalized residual.
     uncertainties : tuple of Uncertainties or None
-        If asked for: the errors of each bin by formula. NaN where it is empty.
+        If asked for: the errors of each bin by formula. NaN for an empty bin.
     """
 
     edges: NDArray[np.float64]
@@ -238,13 +238,13 @@ class BinnedStatistics:
         -------
         pandas.DataFrame
             Columns ``low`` and ``high`` (the edges), ``n``, ``n_nan``, and
-            the numbers under flat names such as ``norm_nmad``; with
+            the numbers under flat names such as ``norm_nmad``. With
             uncertainties also ``norm_nmad_error`` and so on.
 
         Raises
         ------
         ImportError
-            When pandas is not installed.
+            If pandas is not installed.
         """
         columns: dict[str, NDArray[Any]] = {
             "low": self.edges[:-1],
@@ -287,12 +287,12 @@ class BinnedStatistics:
 
 @dataclass(frozen=True)
 class LsstMetrics:
-    """The four point metrics of the survey's photometric-redshift pipelines.
+    """The four point metrics of LSST's photometric-redshift pipelines.
 
     Attributes
     ----------
     n, n_masked, n_nan : int
-        As those of `PointStatistics`.
+        As in `PointStatistics`.
     bias : float
         Median of e = (estimate - reference) / (1 + reference).
     sigma_iqr : float
@@ -326,12 +326,12 @@ def import_pandas(wanted_by: str) -> Any:
 
 
 def _point(text: str) -> int:
-    """Return where the decimal point of a number stands, or would."""
+    """Return the place of a number's decimal point, or where it would be."""
     return len(re.split("[.e%]", text)[0])
 
 
 def aligned(texts: list[str]) -> list[str]:
-    """Return numbers of equal width whose decimal points stand below each other."""
+    """Return the texts padded to one width, with the decimal points aligned."""
     points = [_point(text) for text in texts]
     width = max(points)
     padded = [" " * (width - point) + text for text, point in zip(texts, points)]
@@ -339,7 +339,7 @@ def aligned(texts: list[str]) -> list[str]:
 
 
 def _text(value: float, unit: str) -> str:
-    """Return the value as the program's report has it."""
+    """Return the value with six significant digits, as in the report."""
     return f"{value:.6g}{unit}"
 
 

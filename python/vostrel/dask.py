@@ -1,4 +1,4 @@
-"""Statistics of dask collections, exact and never held in memory as a whole. Needs dask."""
+"""Exact statistics of Dask collections that need not fit into memory. Needs dask."""
 
 from __future__ import annotations
 
@@ -21,7 +21,7 @@ except ImportError as error:
 
 __all__ = ["binned_statistics", "point_statistics"]
 
-#: So many states are merged by one task.
+#: How many states one task merges.
 FAN_IN = 8
 
 
@@ -32,7 +32,7 @@ def point_statistics(
     nan_policy: ChunkNanPolicy = "raise",
     compute: bool = True,
 ) -> Any:
-    """Judge estimates in dask collections.
+    """Judge estimates in Dask collections.
 
     Parameters
     ----------
@@ -41,16 +41,16 @@ def point_statistics(
         and the sizes of the chunks may be unknown.
     estimate : dask.array.Array, shape (n,), or dask.dataframe.Series
         Estimated values, in the order of `reference`. Rows are paired by
-        their position, not by an index. When sizes are unknown, the chunks of
-        both must have the same ones, as columns of one DataFrame have.
+        their position, not by an index. If chunk sizes are unknown, they must
+        be the same for both, as for columns of one DataFrame.
     mask : dask.array.Array of bool, shape (n,), or Series, optional
         True leaves an object out. So does an entry that is masked in
         `reference` or `estimate`.
     nan_policy : {"raise", "omit"}
-        What to do about objects with NaN that are not masked: raise a
+        What to do with objects that have NaN and are not masked: raise a
         ValueError, or leave them out. Infinities are numbers.
     compute : bool
-        False returns a Delayed, whose ``compute()`` gives the result.
+        False returns a Delayed, whose ``compute()`` returns the result.
 
     Returns
     -------
@@ -61,25 +61,25 @@ def point_statistics(
     Raises
     ------
     ValueError
-        As `vostrel.point_statistics`; and when chunks can't be paired.
+        As for `vostrel.point_statistics`; also if chunks can't be paired.
     TypeError
-        As `vostrel.point_statistics`; and when an argument is neither a dask
-        collection nor a NumPy array beside one.
+        As for `vostrel.point_statistics`; also if an argument is neither a
+        Dask collection nor a NumPy array, or if all are NumPy arrays.
 
     Notes
     -----
-    The collections are computed once in each pass, of which there are two,
-    or more for hard data. Chunks are let go of after each. Call ``persist()``
-    on collections that fit into the memory of the cluster, so that they are
-    not read again.
+    The collections are computed once in each pass. There are two passes, or
+    more for hard data. Chunks are released after each pass. If the
+    collections fit into the memory of the cluster, call ``persist()`` on
+    them, so that they are not read again.
 
-    The computation runs where dask is told to run it: in threads, processes
-    or the cluster of a client. The states of the chunks are merged as a tree,
-    and only a few megabytes come back. When a worker is lost, dask does its
+    The computation runs on Dask's scheduler: in threads, in processes or on
+    the cluster of a client. The states of the chunks are merged as a tree,
+    and only a few megabytes come back. If a worker is lost, Dask does its
     tasks again, and the numbers stay the same.
 
-    A Delayed starts its passes from inside a task: under a distributed
-    client on the cluster, else in threads.
+    A Delayed starts its passes from inside a task: on the cluster if there is
+    a distributed client, else in threads.
 
     Examples
     --------
@@ -105,7 +105,7 @@ def binned_statistics(
     nan_policy: ChunkNanPolicy = "raise",
     compute: bool = True,
 ) -> Any:
-    """Judge estimates in dask collections, in bins of some quantity.
+    """Judge estimates in Dask collections, in bins of some quantity.
 
     Parameters
     ----------
@@ -127,10 +127,10 @@ def binned_statistics(
     Raises
     ------
     ValueError
-        As `point_statistics`; and when edges don't increase, or bins would
+        As for `point_statistics`; also if edges don't increase, or bins would
         depend on the data.
     TypeError
-        As `point_statistics`.
+        As for `point_statistics`.
 
     Examples
     --------
@@ -146,7 +146,7 @@ def binned_statistics(
 
 
 class Job:
-    """Passes over blocks. Not a collection in the eyes of dask, so that it isn't computed."""
+    """Passes over blocks. Dask doesn't see a collection in it, so doesn't compute it."""
 
     def __init__(self, state: Any, blocks: list[tuple[Any, ...]]) -> None:
         self._state = state
@@ -174,7 +174,7 @@ def _run(job: Job, compute: bool) -> Any:
 
 
 def _run_in_task(job: Job) -> Any:
-    """Run a job inside a task of whatever scheduler."""
+    """Run a job inside a task of any scheduler."""
     distributed = sys.modules.get("distributed")
     if distributed is not None:
         try:
@@ -182,21 +182,21 @@ def _run_in_task(job: Job) -> Any:
         except ValueError:
             pass
         else:
-            # The worker's thread is given back while the job waits for other tasks.
+            # This releases the worker's thread while the job waits for other tasks.
             with distributed.worker_client():
                 return job.run()
     return job.run()
 
 
 def add_block(start: Any, *block: Any) -> Any:
-    """Return a state with one block. Dask may do this again, so that `start` stays as it is."""
+    """Return a state with one block. Leaves `start` unchanged, since Dask may call this again."""
     state = start.fresh()
     state.add(*block)
     return state
 
 
 def merge_parts(parts: Sequence[Any]) -> Any:
-    """Return the states merged. They stay as they are."""
+    """Return the states merged. Leaves them unchanged."""
     state = parts[0].fresh()
     for part in parts:
         state.merge(part)
@@ -204,7 +204,7 @@ def merge_parts(parts: Sequence[Any]) -> Any:
 
 
 def merge_tree(parts: list[Delayed]) -> Delayed:
-    """Return the states merged, a few by each task."""
+    """Return the states merged. Each task merges a few."""
     merge = dask.delayed(merge_parts, pure=False)
     while len(parts) > 1:
         parts = [merge(parts[i : i + FAN_IN]) for i in range(0, len(parts), FAN_IN)]
@@ -212,12 +212,12 @@ def merge_tree(parts: list[Delayed]) -> Delayed:
 
 
 def pair_blocks(**columns: Any) -> list[tuple[Any, ...]]:
-    """Return a tuple of blocks for each chunk, with None for a column left out.
+    """Return a tuple of blocks for each chunk, with None for a column that is not given.
 
     Raises
     ------
     ValueError, TypeError
-        When the columns are no collections, or their chunks can't be paired.
+        If the columns are not collections, or their chunks can't be paired.
     """
     given = {name: column for name, column in columns.items() if column is not None}
     for name, column in given.items():
@@ -232,7 +232,7 @@ def pair_blocks(**columns: Any) -> list[tuple[Any, ...]]:
     else:
         _check_partitions(given)
         collections = list(given.values())
-    # Together, so that a file with several of the columns is read once, and no others are.
+    # Optimized together, so that a file is read once for all columns, and only for these.
     blocks = dict(
         zip(names, (_delayed_blocks(column) for column in dask.optimize(*collections)))
     )
@@ -244,7 +244,7 @@ def pair_blocks(**columns: Any) -> list[tuple[Any, ...]]:
 
 
 def _check(name: str, column: Any) -> None:
-    """Raise the error for what is no column."""
+    """Raise an error unless this is a column."""
     if isinstance(column, (dask.array.Array, np.ndarray)):
         check_dimension(name, column)
     elif not _is_series(column):
@@ -260,7 +260,7 @@ def _is_series(column: Any) -> bool:
 
 
 def _length(column: Any) -> Optional[int]:
-    """Return the number of rows, or None when that is unknown."""
+    """Return the number of rows, or None if it is unknown."""
     if _is_series(column):
         return None
     return None if np.isnan(column.shape[0]) else int(column.shape[0])
@@ -288,7 +288,7 @@ def _with_equal_chunks(columns: dict[str, Any]) -> list[Any]:
 
 
 def _check_partitions(columns: dict[str, Any]) -> None:
-    """Raise the ValueError for columns whose chunks can't be paired one by one."""
+    """Raise a ValueError if the chunks of the columns can't be paired one by one."""
     first = next(iter(columns))
     for name, column in columns.items():
         if not dask.is_dask_collection(column):
@@ -304,6 +304,6 @@ def _check_partitions(columns: dict[str, Any]) -> None:
 
 
 def _delayed_blocks(column: Any) -> list[Delayed]:
-    # to_delayed() fails on an array made of a DataFrame, once that is optimized.
+    # Not to_delayed(): it fails on an optimized array that was made from a DataFrame.
     graph = dict(column.__dask_graph__())
     return [Delayed(key, graph) for key in dask.core.flatten(column.__dask_keys__())]

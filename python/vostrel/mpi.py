@@ -26,20 +26,20 @@ def point_statistics(
 ) -> PointStatistics:
     """Judge estimates that the processes of a communicator share.
 
-    Every process calls this with its own chunks, and every one gets the
-    result for all of them.
+    Every process calls this with its own chunks, and every process gets the
+    result for all chunks.
 
     Parameters
     ----------
     chunks : iterable, or function that returns one
-        The chunks of this process, as `vostrel.chunked_statistics` takes
-        them. A process may have none.
+        The chunks of this process, as for `vostrel.chunked_statistics`. A
+        process may have none.
     comm : mpi4py.MPI.Intracomm, optional
         The communicator, by default ``MPI.COMM_WORLD``.
     nan_policy : {"raise", "omit"}
-        As that of `vostrel.chunked_statistics`. The same for all processes.
+        As in `vostrel.chunked_statistics`. The same for all processes.
     progress : bool or function
-        As that of `vostrel.chunked_statistics`, for the chunks of this
+        As in `vostrel.chunked_statistics`, for the chunks of this
         process. One bar is enough: ``progress=comm.rank == 0``.
 
     Returns
@@ -51,16 +51,16 @@ def point_statistics(
     Raises
     ------
     ValueError, TypeError, ImportError
-        As `vostrel.chunked_statistics`.
+        As for `vostrel.chunked_statistics`.
 
     Notes
     -----
-    What is raised in one process, also while its chunks are read, is raised
-    in all of them at the end of the pass. No process is left waiting.
+    If one process raises an exception, even while its chunks are read, all
+    processes raise it at the end of the pass. No process is left waiting.
 
     Examples
     --------
-    Each process takes the files that are its own::
+    Each process reads its own files::
 
         from mpi4py import MPI
 
@@ -92,7 +92,7 @@ def point_statistics(
             total = count(chunks) if total is None else total
             with closing(Report(progress, number, total)) as report:
                 total = add_chunks(part, chunks, report)
-        except BaseException as error:  # the other processes wait for this one
+        except BaseException as error:  # raised below: the other processes wait for this one
             raised = error
         merged: Union[Passes, BaseException] = comm.allreduce(
             part if raised is None else _portable(raised), op=_merged
@@ -109,7 +109,7 @@ def point_statistics(
 def _merged(
     one: Union[Passes, BaseException], other: Union[Passes, BaseException]
 ) -> Union[Passes, BaseException]:
-    """Return the merged states, or what was raised."""
+    """Return the merged states, or the exception."""
     if isinstance(one, BaseException):
         return one
     if isinstance(other, BaseException):
@@ -122,7 +122,7 @@ def _merged(
 
 
 def _portable(error: BaseException) -> BaseException:
-    """Return the exception, or one that tells of it when it can't be sent."""
+    """Return the exception, or a RuntimeError that describes it if it can't be pickled."""
     try:
         pickle.loads(pickle.dumps(error))
         return error

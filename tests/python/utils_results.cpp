@@ -1,15 +1,16 @@
-// Reads data sets from standard input and writes for each the 22 results of UTILS, for the tests of
-// the Python package. Both in binary: a data set is the count (64 bits), the references and the
-// estimates; a result is eleven doubles for the residual and eleven for the normalized one.
+// Reads data sets from standard input and writes the 22 results of UTILS for each, for the tests of
+// the Python package. Both are binary. A data set is the count (64 bits), the references and the
+// estimates. A result is eleven doubles for the residual and eleven for the normalized residual.
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <iostream>
 #include <utility>
 #include <vector>
 
+#include "statistics/statistics.h"
 #include "tests/support/open_utils.h"
+#include "utils/statistics_of.h"
 
 namespace {
 
@@ -19,46 +20,17 @@ bool read(Value* values, std::size_t count) {
   return static_cast<bool>(std::cin.read(reinterpret_cast<char*>(values), bytes));
 }
 
-std::array<double, 22> results_of(std::vector<double> reference, std::vector<double> estimate) {
+std::vector<double> results_of(std::vector<double> reference, std::vector<double> estimate) {
   OpenUtils utils = loaded(std::move(reference), std::move(estimate));
-  utils.CalculateDelta();
-  utils.CalculateDeltaNorm();
-  utils.CalculateBias();
-  utils.CalculateBiasNorm();
-  utils.CalculateSigma();
-  utils.CalculateSigmaNorm();
-  utils.CalculateRMS();
-  utils.CalculateRMSNorm();
-  utils.CalculateMADDeltaz();
-  utils.CalculateMADDeltazNorm();
-  utils.CalculateMAD();
-  utils.CalculateMADNorm();
-  utils.CalculateNMAD();
-  utils.CalculateNMADNorm();
-  utils.CalculateOutliers();
-  utils.CalculateOutliersNorm();
-  return {utils.getBias(),
-          utils.getSigma(),
-          utils.getRMS(),
-          utils.getMAD(),
-          utils.getNMAD(),
-          utils.getMADDeltaz(),
-          utils.getOutliersConstant(),
-          utils.getOutliers1(),
-          utils.getOutliers2(),
-          utils.getOutliers3(),
-          utils.getOutliers4(),
-          utils.getBiasNorm(),
-          utils.getSigmaNorm(),
-          utils.getRMSNorm(),
-          utils.getMADNorm(),
-          utils.getNMADNorm(),
-          utils.getMADDeltazNorm(),
-          utils.getOutliersConstantNorm(),
-          utils.getOutliers1Norm(),
-          utils.getOutliers2Norm(),
-          utils.getOutliers3Norm(),
-          utils.getOutliers4Norm()};
+  calculate_statistics(utils);
+  const vostrel::PointStatistics statistics = statistics_of(utils);
+  std::vector<double> results;
+  for (const auto* residual : {&statistics.delta, &statistics.norm}) {
+    for (const auto& statistic : vostrel::kStatistics) {
+      results.push_back(residual->*statistic.member);
+    }
+  }
+  return results;
 }
 
 }  // namespace
@@ -69,8 +41,9 @@ int main() {
     std::vector<double> reference(n);
     std::vector<double> estimate(n);
     if (!read(reference.data(), n) || !read(estimate.data(), n)) return 1;
-    const auto results = results_of(std::move(reference), std::move(estimate));
-    std::cout.write(reinterpret_cast<const char*>(results.data()), sizeof results);
+    const std::vector<double> results = results_of(std::move(reference), std::move(estimate));
+    std::cout.write(reinterpret_cast<const char*>(results.data()),
+                    static_cast<std::streamsize>(results.size() * sizeof(double)));
   }
   return std::cout.flush() ? 0 : 1;
 }
