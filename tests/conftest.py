@@ -1,8 +1,7 @@
 """Runs of the built programs in scratch folders.
 
-VOSTREL names the program, VOSTREL_PLAIN the plain program. Tests take what they need as fixtures:
-`vostrel` is the program in an empty folder of its own, `plain` the other one, and `both` runs the
-two and compares them.
+VOSTREL names the program, VOSTREL_PLAIN the plain program. Fixtures: `vostrel` is the program in an
+empty folder, `plain` is the plain program in another, and `both` runs and compares the two.
 """
 
 import os
@@ -34,7 +33,7 @@ def scratch():
 def program(variable, scratch, name):
     if variable not in os.environ:
         pytest.fail(f"{variable} must name the program to test")
-    # A copy, so that a user without any rights can run it, wherever it was built.
+    # A copy, so that a user without rights can run it, wherever it was built.
     path = scratch / f"{name}-program"
     shutil.copy(os.environ[variable], path)
     path.chmod(0o755)

@@ -1,4 +1,4 @@
-"""What is said, done and returned before any file is looked at."""
+"""The command line: arguments, usage, messages and exit statuses."""
 
 import pytest
 from support.programs import BAD_ORDER, BANNER, CREATED, FATAL, TOO_LARGE, USAGE, expect

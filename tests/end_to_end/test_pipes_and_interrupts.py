@@ -1,4 +1,4 @@
-"""A table that arrives slowly, and the user who loses patience."""
+"""Tables that arrive slowly through a pipe, and interrupts."""
 
 import os
 import select
@@ -12,7 +12,7 @@ LOADING = "\nLoad data from file: table.csv\n\n"
 
 
 class SlowTable:
-    """A named pipe as the table, open in both directions: it stays when a reader leaves."""
+    """A named pipe as the table. Open for reading and writing, so it stays when a reader leaves."""
 
     def __init__(self, program):
         path = program.folder / "table.csv"
@@ -102,7 +102,7 @@ def reopening(vostrel):
 
 def test_old_rows_stay_until_the_table_is_open_again(reopening):
     vostrel, run, path = reopening
-    time.sleep(0.05)  # too short a time can only hide a fault, never make one
+    time.sleep(0.05)  # if this is too short, it hides a fault, but never makes one
     assert vostrel.read("internal.txt") == "old rows\n"
     with open(path, "w") as second:
         vostrel.wait_for("internal.txt", "")
@@ -120,7 +120,7 @@ def test_an_interrupt_before_the_table_reopens_keeps_old_rows(reopening):
 
 
 def test_an_interrupt_while_computing_ends_the_run_with_status_zero(vostrel):
-    """internal.txt is a pipe: when the run closes it, all rows are loaded and computing begins."""
+    """internal.txt is a pipe. When the run closes it, all rows are loaded and computing begins."""
     path = vostrel.folder / "internal.txt"
     os.mkfifo(path)
     vostrel.write("table.csv", "1,2\n")

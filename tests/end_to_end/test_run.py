@@ -79,7 +79,7 @@ outliers norm >3sigma = 0%
 outliers norm >4sigma = 0%
 """
 
-# A sum of no terms over a count of none: the sign that the processor gives to 0 / 0.
+# The processor decides the sign of 0 / 0.
 NAN = "-nan" if platform.machine() in ("x86_64", "i686") else "nan"
 
 EMPTY_STATISTICS = f"""\

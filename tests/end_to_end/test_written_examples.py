@@ -1,4 +1,4 @@
-"""The documents show what the program does: the examples of README.md and docs/ are run."""
+"""Runs the examples of README.md, docs/files.md and docs/statistics.md."""
 
 import csv
 import gzip
@@ -121,7 +121,7 @@ def write_fits(path):
 
 
 def write_parquet(path):
-    """A Parquet file, or a pickle where pandas has no engine for Parquet (see pandas_reads)."""
+    """A Parquet file, or a pickle that read_parquet reads if pandas has no engine for Parquet."""
     try:
         frame().to_parquet(path)
     except ImportError:
@@ -132,8 +132,8 @@ def write_parquet(path):
 
 ROWS = "1,0.1,0.12\n2,0.2,0.19\n"
 TWO_COLUMNS = "0.1,0.12\n0.3,0.31\n"
-# For each row of the README: the file that the command reads, its bytes or who writes it, and the
-# table.csv that must come of it.
+# For each row of the README: the file that the command reads, its content or a function that writes
+# it, and the expected table.csv.
 SURVEYS = {
     "has a header line": ("survey.csv", "id,zspec,zphot\n" + ROWS, ROWS),
     "has comment lines or empty lines": ("survey.csv", "# a\n1,0.1,0.12\n\n2,0.2,0.19\n", ROWS),
@@ -243,7 +243,7 @@ def statistics(vostrel, table):
     return dict(re.findall(r"^(\S.*\S) += (.*)$", vostrel.read("report.txt"), re.M))
 
 
-def test_statistics_shows_the_report_on_its_five_objects(vostrel):
+def test_the_example_of_five_objects_shows_their_report(vostrel):
     section = STATISTICS.split("## An example")[1].split("## NaN")[0]
     report = statistics(vostrel, re.findall(r"^\| `(.*?)` \|", section, re.M))
     shown = re.findall(r"^\| ([A-Zbso]\S*(?: >\S*)?) \| (.*) \| (.*) \|$", section, re.M)
@@ -268,7 +268,7 @@ def test_median_depends_on_the_place_of_a_nan(vostrel):
         assert statistics(vostrel, table)["MAD"] == mad, place
 
 
-def test_statistics_tells_what_rounding_and_infinities_do(vostrel):
+def test_rounding_and_infinities_are_as_the_document_says(vostrel):
     assert "`13.5937%`" in STATISTICS
     assert statistics(vostrel, ["1,0.5"] * 87 + ["1,1"] * 553)["outliers >0.15"] == "13.5937%"
 

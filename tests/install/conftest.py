@@ -1,8 +1,8 @@
-"""What the tests of documents, installation and packages share.
+"""Shared by the tests of documents, installation and packages.
 
-The environment tells where things are: VOSTREL the built program, VOSTREL_SOURCE and VOSTREL_BUILD
-the project and its build, VOSTREL_VERSION and VOSTREL_RELEASE_DATE what the build took them for,
-CXX, CMAKE, CTEST and CPACK the tools it was built with.
+The environment names the built program (VOSTREL), the project and its build (VOSTREL_SOURCE,
+VOSTREL_BUILD), the version and date that the build found (VOSTREL_VERSION, VOSTREL_RELEASE_DATE),
+and the tools of the build (CXX, CMAKE, CTEST, CPACK).
 """
 
 import os
@@ -45,7 +45,7 @@ PACKAGE_OF = {
 
 
 def need(*tools):
-    """Fails the test when a tool is missing, and tells what to install."""
+    """Fails the test if a tool is missing, and says what to install."""
     for tool in tools:
         if shutil.which(tool) is None:
             pytest.fail(
@@ -54,7 +54,7 @@ def need(*tools):
 
 
 def run(*command, cwd=None, **environment):
-    """Runs a command that must succeed, and returns its standard output and error as one text."""
+    """Runs a command that must succeed. Returns its standard output and error as one text."""
     result = subprocess.run(
         [str(part) for part in command],
         cwd=cwd,
@@ -69,7 +69,7 @@ def run(*command, cwd=None, **environment):
 
 
 def dead_links(folder):
-    """The relative links of the Markdown files below a folder that lead nowhere."""
+    """The broken relative links in the Markdown files below a folder."""
     return [
         (document.name, link)
         for document in folder.rglob("*.md")
@@ -86,7 +86,7 @@ def configure_and_build(build, *options, source=SOURCE):
 
 @pytest.fixture(scope="session")
 def packaged_build(tmp_path_factory):
-    """A static build, the way packages are made. It can be installed anywhere."""
+    """A static build, as for packages. It can be installed anywhere."""
     return configure_and_build(
         tmp_path_factory.mktemp("packaged build"), "-DCMAKE_INSTALL_PREFIX=/usr"
     )
@@ -94,7 +94,7 @@ def packaged_build(tmp_path_factory):
 
 @pytest.fixture(scope="session")
 def copied_source(tmp_path_factory):
-    """The source tree once more, in a path with blanks."""
+    """A copy of the source tree, in a path with blanks."""
     copy = tmp_path_factory.mktemp("other place") / "source tree"
     left_out = shutil.ignore_patterns("build*", ".git", "node_modules", "__pycache__")
     shutil.copytree(SOURCE, copy, ignore=left_out)

@@ -1,4 +1,4 @@
-"""Building without being installed: by one command, and as a part of other projects."""
+"""Builds without installing: with one command, and as a part of other projects."""
 
 import os
 import re

@@ -1,4 +1,4 @@
-"""The bash completion, as somebody at a terminal meets it."""
+"""The bash completion, in an interactive bash."""
 
 import os
 import pty
@@ -17,7 +17,7 @@ class Terminal:
 
     def __init__(self, folder, load):
         (folder / ".inputrc").write_text("set bell-style none\nset enable-bracketed-paste off\n")
-        # Functions stand in for the programs: they show what words they are given.
+        # Functions replace the programs and show their arguments.
         (folder / ".bashrc").write_text(
             "PS1=\nshow() { printf 'words:'; printf ' <%s>' \"$@\"; echo; }\n"
             "vostrel() { show \"$@\" >/dev/tty; }\n"
@@ -42,7 +42,7 @@ class Terminal:
         os.write(self.master, text.encode())
 
     def read_until(self, end):
-        """What is shown up to `end`, which is taken away too."""
+        """Takes and returns the text before `end`. Takes `end` too."""
         deadline = time.monotonic() + PATIENCE
         while end not in self.text:
             ready, _, _ = select.select([self.master], [], [], max(0, deadline - time.monotonic()))
@@ -52,13 +52,13 @@ class Terminal:
         return before
 
     def words(self, line):
-        """The words that the command has after `line` was typed, tabs included."""
+        """The arguments of the command after `line`, with its tabs, is typed."""
         self.type(line + "\n")
         self.read_until("words:")
         return self.read_until("\n").strip()
 
     def listed(self, line):
-        """The lines shown when two more tabs are typed behind `line`, which is then given up."""
+        """The lines shown when two tabs are typed after `line`, which is then deleted."""
         self.type(line + "\t\t")
         time.sleep(0.3)
         self.type("\x15echo li''sted\n")
@@ -121,7 +121,7 @@ def test_names_with_a_colon_or_an_equals_sign(terminal, folder):
 
 
 def test_redirections(terminal, folder):
-    """They complete to files, wherever they stand, and count for nothing else."""
+    """They complete to files anywhere in the line, and don't count as arguments."""
     for line in [
         "vostrel --stats ga\trep\t0 2 3 > rep\t",
         "vostrel --stats ga\trep\t0 2 3 >rep\t",
@@ -147,7 +147,7 @@ def test_options_of_vostrel_plot(terminal):
 
 
 def test_found_where_it_is_installed(folder, packaged_build):
-    """bash-completion loads it by itself from the folder that it is installed to."""
+    """bash-completion loads it from the folder where it is installed."""
     loader = "/usr/share/bash-completion/bash_completion"
     if not os.path.exists(loader):
         told = f"{loader} is missing: install the Debian package bash-completion"

@@ -1,4 +1,4 @@
-"""The manual, the API reference and the one place of version and date."""
+"""The manuals, the API reference, and the one place of version and date."""
 
 import os
 import re
@@ -38,8 +38,8 @@ def unformatted(text):
     return re.sub(r"\s+", " ", text.replace("\\-", "-").replace("\\ ", " ").replace('"', ""))
 
 
-def test_manual_tells_each_message_of_the_sources():
-    """Whole messages; those that contain a file's name are compared in pieces."""
+def test_manual_has_each_message_of_the_sources():
+    """Messages that contain a file name are compared in pieces."""
     manual = unformatted(MANUAL.read_text())
     sources = [SOURCE / "main.cpp", *(SOURCE / "utils").glob("*.cpp")]
     text = "".join(re.sub(r'"\s*\n\s*"', "", path.read_text()) for path in sources)

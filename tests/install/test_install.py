@@ -1,4 +1,4 @@
-"""Installing to a scratch prefix, and programs of others on top of what was installed."""
+"""Installing to a scratch prefix, and programs that use the installed library."""
 
 import os
 import re
@@ -26,7 +26,7 @@ HEADERS = ["statistics.h", "utils.h"]
 
 
 class Installed:
-    """An installed tree. `path` is what the loader must be told of it, if anything."""
+    """An installed tree."""
 
     def __init__(self, prefix):
         self.prefix = prefix
@@ -54,7 +54,7 @@ def installed(request, tmp_path_factory, copied_source):
             source=copied_source,
         )
     run(CMAKE, "--install", build, "--prefix", prefix)
-    # An installed tree works without its build, and after a move.
+    # An installed tree works without its build, and after it is moved.
     moved = prefix.with_name(prefix.name + " moved")
     prefix.rename(moved)
     return Installed(moved)
@@ -133,7 +133,7 @@ def test_consumer_with_cmake(installed, tmp_path):
     assert run(build / "arrays") == ARRAYS_OUTPUT
 
 
-def test_cmake_package_tells_its_version(installed, tmp_path):
+def test_cmake_package_has_its_version(installed, tmp_path):
     (tmp_path / "CMakeLists.txt").write_text(
         "cmake_minimum_required(VERSION 3.22)\n"
         "project(asks LANGUAGES CXX)\n"

@@ -1,4 +1,4 @@
-"""The Debian packages: what lintian says of them, and a program run from one of them."""
+"""The Debian packages: their contents, lintian, and programs run from them."""
 
 import os
 
@@ -12,7 +12,7 @@ PYTHON = "/usr/bin/python3"  # for which the package is made
 def packages(packaged_build):
     """The package files by the names of the packages."""
     need("dpkg-deb", "dpkg-shlibdeps", "file", "gzip", "strip")
-    # A strict umask of the one who packs must not show.
+    # A strict umask must not change the permissions in the packages.
     before = os.umask(0o077)
     try:
         run(os.environ["CPACK"], cwd=packaged_build)

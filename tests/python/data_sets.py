@@ -17,7 +17,7 @@ def numbers(statistics):
 
 
 def same_bits(first, second):
-    """Whether two arrays of doubles are equal in every bit, but NaN in their sign and payload."""
+    """Whether two arrays of doubles are equal in every bit. NaNs may differ in sign and payload."""
     first, second = np.asarray(first, np.float64), np.asarray(second, np.float64)
     either_nan = np.isnan(first) | np.isnan(second)
     return np.array_equal(np.isnan(first), np.isnan(second)) and np.array_equal(

@@ -7,7 +7,7 @@ SETS = 1000 if LONG else 30
 
 
 def hard_residuals(rng, n):
-    """Residuals that the first pass learns little about."""
+    """Residuals about which the first pass learns little."""
     shape = rng.integers(6)
     if shape == 0:  # all share their leading bits
         return 1 + rng.integers(0, 2**20, n) * 2.0**-52
@@ -23,7 +23,7 @@ def hard_residuals(rng, n):
 
 
 def scale_sets(rng, count):
-    """Reference and estimate: a third small, a third from `data_set`, a third hard."""
+    """References and estimates: a third are small, a third from `data_set`, a third hard."""
     for i in range(count):
         n = int(rng.integers(1, 100) if i % 3 == 0 else rng.integers(8000, 30_000))
         if i % 3 == 2:
@@ -33,7 +33,7 @@ def scale_sets(rng, count):
 
 
 def cut(columns, parts):
-    """The columns as so many chunks, of which some are empty when there are few rows."""
+    """The columns cut into this many chunks. Some are empty if there are few rows."""
     return list(zip(*(np.array_split(column, parts) for column in columns)))
 
 

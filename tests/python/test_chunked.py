@@ -30,7 +30,7 @@ def by_workers(chunks, workers):
             for chunk in share:
                 part.add(*chunk)
             merged.merge(pickle.loads(pickle.dumps(part)))
-        passes = merged  # has all that the passes before have learned
+        passes = merged  # it has the results of all earlier passes
         passes.end_pass()
     return passes.result()
 
@@ -69,7 +69,7 @@ def test_moments_are_near_those_of_the_function_in_memory(rng):
     in_memory = vostrel.point_statistics(*columns)
     for part in ("delta", "norm"):
         for name in MOMENTS:
-            # The bias is small beside the residuals that are summed.
+            # The bias is small compared with the residuals that are summed.
             assert getattr(getattr(chunked, part), name) == pytest.approx(
                 getattr(getattr(in_memory, part), name), rel=1e-12, abs=1e-13
             )

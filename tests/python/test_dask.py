@@ -68,7 +68,7 @@ def test_processes(rng):
 
 
 def die_once(values, folder, wanted, position):
-    """The values; the computation of number `wanted` of the first chunk waits to be killed."""
+    """The values. The `wanted`-th computation of the first chunk waits to be killed."""
     if position == 0:
         number = len(list(folder.iterdir()))
         (folder / str(number)).write_text(str(os.getpid()))

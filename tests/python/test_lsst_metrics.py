@@ -1,4 +1,4 @@
-"""The survey's metrics against their NumPy formulas, bit for bit."""
+"""LSST's metrics against their NumPy formulas, bit for bit."""
 
 import numpy as np
 import pytest

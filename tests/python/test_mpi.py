@@ -1,4 +1,4 @@
-"""vostrel.mpi: the bits of chunked_statistics for every number of processes, and no hang."""
+"""vostrel.mpi: the bits of chunked_statistics for any number of processes, and no hang."""
 
 import os
 import pathlib

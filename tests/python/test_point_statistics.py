@@ -67,7 +67,7 @@ def test_the_libraries_of_the_field(rng):
             assert same_bits(part.mad, np.median(np.abs(r)))
             assert same_bits(part.mad, median_absolute_error(r, np.zeros(n)))
             assert same_bits(part.mad_delta, median_abs_deviation(r))
-            # A mean is small beside what it is made of.
+            # A mean is small compared with the values that are summed.
             assert part.bias == pytest.approx(np.mean(r), rel=0, abs=1e-12 * np.std(r) + 1e-15)
             assert part.sigma == pytest.approx(np.std(r), rel=1e-12, abs=1e-15)
             assert part.rms == pytest.approx(np.sqrt(np.mean(r**2)), rel=1e-12)

@@ -1,4 +1,4 @@
-"""The numbers of the program, and reading its reports."""
+"""The program's numbers, and reading its reports."""
 
 import math
 import os
@@ -14,7 +14,7 @@ PROGRAM = os.environ["VOSTREL"]
 
 
 def run(folder, reference, estimate):
-    """Runs the program on the columns; the report's text and the console's."""
+    """Runs the program on the columns. Returns the texts of the report and the console."""
     rows = (f"{i},{r:.6g},{e:.6g}" for i, (r, e) in enumerate(zip(reference, estimate)))
     (folder / "table.csv").write_text("\n".join(rows) + "\n")
     console = subprocess.run(
@@ -25,7 +25,7 @@ def run(folder, reference, estimate):
 
 
 def lines_of(statistics):
-    """The report's lines, made of our numbers."""
+    """The lines of the report, made from our numbers."""
     lines = [f"Data size  = {statistics.n}"]
     values = numbers(statistics)
     labels = [(label, unit) for label, _, _, unit in _core.STATISTICS]

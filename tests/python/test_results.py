@@ -16,7 +16,7 @@ def s():
     return vostrel.point_statistics([0.5, 1.0, 1.5, 2.0], [0.4, 1.1, 1.4, 2.3])
 
 
-def test_names_and_labels_stand_in_the_same_order():
+def test_names_and_labels_have_the_same_order():
     assert list(zip(NAMES, (row[0] for row in _core.STATISTICS))) == [
         ("bias", "bias"),
         ("sigma", "sigma"),
@@ -66,7 +66,7 @@ def test_without_pandas(s, monkeypatch):
         vostrel.binned_statistics([1.0], [1.0]).to_frame()
 
 
-def test_decimal_points_stand_below_each_other():
+def test_decimal_points_are_aligned():
     assert aligned(["1.5", "-0.25", "1e-05", "nan", "100%"]) == [
         "  1.5  ",
         " -0.25 ",

@@ -1,6 +1,6 @@
 """Unexpected kinds of files, full disks, closed standard output, odd arguments.
 
-`both` compares each outcome with the plain program's.
+`both` compares each outcome with that of the plain program.
 """
 
 import os
@@ -35,13 +35,13 @@ def report_of(program):
 # ---- the intermediate file
 
 
-def test_an_intermediate_file_that_is_a_dangling_link_is_created_where_it_leads(table):
+def test_an_intermediate_file_that_is_a_dangling_link_is_created_at_its_target(table):
     table.prepare(link("internal.txt", "elsewhere.txt"))
     assert table.rows() == ROWS
     assert table.product.read("elsewhere.txt") == ROWS
 
 
-def test_an_intermediate_file_that_leads_to_itself_gives_a_run_without_data(table):
+def test_an_intermediate_file_that_links_to_itself_gives_a_run_without_data(table):
     table.prepare(link("internal.txt", "internal.txt"))
     run = table(*RUN)
     assert run.returncode == 0
@@ -89,7 +89,7 @@ def test_a_longer_old_intermediate_file_is_replaced(table):
 
 
 def file_limit(size):
-    """No file can grow beyond `size` bytes, and trying to gives an error, as on a full disk."""
+    """Limits files to `size` bytes. A longer write fails, as on a full disk."""
 
     def limit():
         signal.signal(signal.SIGXFSZ, signal.SIG_IGN)

@@ -1,4 +1,4 @@
-"""Tables of unexpected shapes. `both` compares each outcome with the plain program's."""
+"""Tables of unexpected shapes. `both` compares each outcome with that of the plain program."""
 
 import os
 import resource
@@ -45,7 +45,7 @@ def table_with_a_long_line(program, before, filling, behind):
 def test_a_very_long_line_is_a_line_like_any_other(both, before, filling, behind, rows):
     both.prepare(lambda program: table_with_a_long_line(program, before, filling, behind))
     if filling == b",":
-        # The plain program would go round its second line once for each of the commas.
+        # The plain program would walk along its second line once for each comma.
         run = both.product(*RUN)
         commas = LONG_LINE // MEBIBYTE * MEBIBYTE + 1
         assert f"\ncol number {commas + 1}\n".encode() in run.stdout
@@ -64,7 +64,7 @@ def test_a_long_header_is_shown_whole(both):
 
 
 def test_short_rows_under_a_million_columns_take_linear_time(vostrel):
-    # Going round each of the rows a million times would take more than a quarter of an hour.
+    # Walking along each row a million times would take more than a quarter of an hour.
     vostrel.write("table.csv", "x," * 999999 + "x\n" + "5,6\n" * 100000)
     run = vostrel(
         "--stats", "table.csv", "report.txt", "0", "1", "1000000",
@@ -198,7 +198,7 @@ def test_the_null_device_is_an_empty_table(both):
 
 def test_an_endless_device_is_read_until_an_interrupt(vostrel):
     run = vostrel.start("--stats", "/dev/zero", "report.txt", "0", "1", "2")
-    # As soon as the system knows of a handler, it is used.
+    # As soon as the system shows the handler, it is in use.
     wait_until(lambda: handles_interrupts(run.pid))
     run.send_signal(signal.SIGINT)
     assert run.wait(PATIENCE) == 0

@@ -1,7 +1,6 @@
-"""Runs with little memory either finish correctly or end by std::bad_alloc.
+"""Runs with little memory either complete correctly or end by std::bad_alloc.
 
-Below a few mebibytes the system can't load the program. Then it must have printed and touched
-nothing.
+Below a few mebibytes the system can't load the program. Then nothing must be printed or touched.
 """
 
 import os
@@ -25,7 +24,7 @@ TABLES = {
 
 
 def limits():
-    """From too little for any table to more than enough for all. Fine steps where the run loads."""
+    """From too little for any table to more than enough for all, in finer steps below 16 MiB."""
     limit = 512 * KIBIBYTE
     while limit < 16 * MEBIBYTE:
         yield limit

@@ -1,4 +1,4 @@
-"""The program and the plain program, run in folders of their own."""
+"""The program and the plain program, each run in its own folder."""
 
 import os
 import resource
@@ -45,7 +45,7 @@ class Program:
         self.folder = folder
 
     def __call__(self, *arguments, **options):
-        """Runs to the end. Output comes back as bytes."""
+        """Runs the program to its end. Returns the output as bytes."""
         prepare = options.pop("preexec_fn", lambda: None)
 
         def before_the_program():
@@ -64,7 +64,7 @@ class Program:
         )
 
     def start(self, *arguments):
-        """Starts a run whose standard output goes to the file `console`."""
+        """Starts a run with its standard output in the file `console`."""
         with open(self.folder / "console", "wb") as console:
             return subprocess.Popen(
                 [self.path, *arguments],
@@ -78,7 +78,7 @@ class Program:
         (self.folder / name).write_bytes(text if isinstance(text, bytes) else text.encode())
 
     def read(self, name):
-        """The text of a file. None when there is no such file."""
+        """The text of a file, or None if there is no such file."""
         path = self.folder / name
         return path.read_bytes().decode(errors="surrogateescape") if path.is_file() else None
 
@@ -86,7 +86,7 @@ class Program:
         return sorted(path.name for path in self.folder.iterdir())
 
     def files(self):
-        """Name and text of all files but the table."""
+        """Name and text of all files except the table."""
         return {
             path.name: path.read_bytes() if path.is_file() else "no file"
             for path in self.folder.iterdir()
@@ -99,7 +99,7 @@ class Program:
 
 
 class Both:
-    """Both programs. What one leaves, the other must leave too."""
+    """Both programs. They must leave the same."""
 
     def __init__(self, product, plain):
         self.product = product
@@ -114,7 +114,7 @@ class Both:
         self.prepare(lambda program: program.write(name, text))
 
     def __call__(self, *arguments, **options):
-        """Runs both, compares everything they leave, and returns the product's run."""
+        """Runs both, compares everything they leave, and returns the run of the product."""
         runs = [program(*arguments, **options) for program in (self.product, self.plain)]
         one, other = runs
         assert one.returncode == other.returncode
@@ -125,13 +125,13 @@ class Both:
         return one
 
     def rows(self, *arguments, **options):
-        """internal.txt after a run that finished."""
+        """internal.txt after a run that must complete."""
         assert self(*(arguments or RUN), **options).returncode == 0
         return self.product.read("internal.txt")
 
 
 def expect(run, console, status):
-    """Standard output, nothing on standard error, exit status."""
+    """Expects this console output, nothing on standard error, and this exit status."""
     assert run.stdout.decode(errors="surrogateescape") == console
     assert run.stderr == b""
     assert run.returncode == status
