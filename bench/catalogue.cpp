@@ -1,5 +1,6 @@
-// catalogue ROWS COLUMNS SEED: a photometric-redshift-like table on standard output.
+// catalogue ROWS COLUMNS SEED: writes a random table of redshifts to standard output.
 // 2 columns: zspec,zphot. 12 columns: id,ra,dec,u,g,r,i,z,y,zspec,zphot,odds. No header line.
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>

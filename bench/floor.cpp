@@ -1,7 +1,8 @@
-// floor TABLE ROWS: what the kernel and memory alone ask of a run, with no parsing, formatting or
-// arithmetic to speak of: read the table once, write an intermediate file of the same bulk, read it
-// back, fill the five data vectors (36 bytes a row) once and pass over the two residual vectors six
-// times each.
+// floor TABLE ROWS: does only what a run needs of the kernel and the memory. Reads the table once,
+// writes an intermediate file of the usual size, reads it back, fills the five data vectors (36
+// bytes a row) and passes six times over the two residual vectors. No parsing, no formatting and
+// hardly any arithmetic.
+
 #include <fcntl.h>
 #include <unistd.h>
 

@@ -1,5 +1,5 @@
-// Benchmarks of the parts of a run: lines, reading, writing and copying numbers, medians. Each
-// stands beside the standard library's way to the same result.
+// Benchmarks of the parts of a run: lines, reading, writing and copying numbers, medians. Beside
+// most of them is the standard library's way to the same result.
 
 #include <benchmark/benchmark.h>
 
