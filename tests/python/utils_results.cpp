@@ -22,7 +22,7 @@ bool read(Value* values, std::size_t count) {
 
 std::vector<double> results_of(std::vector<double> reference, std::vector<double> estimate) {
   OpenUtils utils = loaded(std::move(reference), std::move(estimate));
-  calculate_statistics(utils);
+  calculate_each(utils);
   const vostrel::PointStatistics statistics = statistics_of(utils);
   std::vector<double> results;
   for (const auto* residual : {&statistics.delta, &statistics.norm}) {
