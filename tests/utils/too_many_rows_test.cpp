@@ -17,7 +17,6 @@ namespace {
 
 // Makes a vector pretend to have `size` entries, which nothing reads. The vector of libstdc++ is
 // three pointers: begin, end, end of the storage.
-// three pointers: begin, end, end of the storage.
 template <class Entry>
 class Pretended {
  public:
