@@ -60,7 +60,7 @@ class BinnedPasses {
   void add(std::span<const double> reference, std::span<const double> estimate,
            std::span<const double> by);
 
-  /// Ends the pass. If `look` throws, the object is of no more use.
+  /// Ends the pass. If `look` throws, don't use the object any more.
   /// @return needs_another_pass().
   /// @throws std::invalid_argument if a bin got another number of objects than in the first pass.
   bool end_pass(const Look& look = [] {});

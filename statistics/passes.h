@@ -22,7 +22,7 @@ enum class Sums {
   kExact,
 };
 
-/// A function that is called often while something takes long. It may throw to end it.
+/// A function that long computations call often. It may throw to end them.
 using Look = std::function<void()>;
 
 /// The statistics of two columns, which are added block by block, once in each pass:

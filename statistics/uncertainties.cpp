@@ -52,7 +52,8 @@ std::vector<double> absolute_of_ranks(const Residuals<Residual>& residuals,
   Ranks search(residuals.size(), ascending);
   do {
     residuals.for_each_block([&](std::span<double> block) {
-      for (double& value : block) value = std::fabs(value);  // NaN, too, order as without a sign
+      for (double& value : block)
+        value = std::fabs(value);  // NaN too: without a sign it sorts last
       search.add(block);
     });
   } while (search.end_pass());

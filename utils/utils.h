@@ -34,8 +34,8 @@
 /// Messages go to standard output. A file that can't be written is not reported.
 ///
 /// Throws: the two readers throw std::out_of_range on a line without text in a needed column. The
-/// medians throw std::bad_array_new_length on a count that doesn't fit an int. Anything may throw
-/// std::bad_alloc. Nothing is caught.
+/// medians and CalculateStatistics throw std::bad_array_new_length on a count that doesn't fit an
+/// int. Anything may throw std::bad_alloc. Nothing is caught.
 ///
 /// Nothing is locked: use an object from one thread at a time. Text is read and written in the
 /// host's locale; keep the classic "C" locale (docs/library.md).
@@ -232,11 +232,12 @@ class UTILS {
   void CalculateOutliersNorm();
   /// @}
 
-  /// Calculates all 22 statistics at once: the numbers of the methods above, called on a new object
-  /// each after those whose results it reads. Faster than they are, and keeps no residuals.
+  /// Calculates all 22 statistics at once: the numbers that the methods above give on a new object.
+  /// Faster, and keeps no residuals: delta and deltaNorm stay as they are.
   ///
   /// Reads: id (count), zspec, zphot. Writes: all 22 statistics. Requires: zspec and zphot have as
   /// many entries as id.
+  /// @throws std::bad_array_new_length for more than 2147483647 entries of id.
   void CalculateStatistics();
 
   /// @name Synthetic output

@@ -1,4 +1,4 @@
-// What the bound functions share: NumPy's arrays as rows, numbers as tuples, and Ctrl-C.
+// Shared by the bound functions: NumPy's arrays as rows, numbers as tuples, and Ctrl-C.
 
 #ifndef VOSTREL_PYTHON_SRC_CALLS_H
 #define VOSTREL_PYTHON_SRC_CALLS_H
@@ -21,23 +21,24 @@ using Arrays = std::vector<pybind11::array>;
 /// Arrays of numbers, or vostrel._inputs.Slices.
 using Numbers = std::vector<pybind11::object>;
 
-/// The columns of numbers, which must have one dimension and one length and outlive them.
+/// The columns of the numbers. Requires: one dimension, one length, and the numbers outlive the
+/// columns. Throws ValueError if the lengths differ.
 std::vector<Column> columns_of(const Numbers& numbers);
 
-/// The masks of arrays of truth values, each of `size` entries. The arrays must outlive them.
+/// The masks of arrays of truth values, each of `size` entries. Requires: the arrays outlive them.
 std::vector<Mask> masks_of(const Arrays& arrays, pybind11::ssize_t size);
 
-/// The objects of columns and masks of one length. Both must outlive them.
+/// The objects of columns and masks of one length. Requires: both outlive the result.
 Rows rows_of(const Numbers& columns, const Arrays& masks, bool omit_nan);
 
 /// The eleven numbers in the order of kStatistics.
 pybind11::tuple tuple_of(const ResidualStatistics& statistics);
 
-/// Throws what Python raises when the user has pressed Ctrl-C. Looks for it every 50 ms at most, so
-/// that it may be called often. Requires that the GIL is released.
+/// Throws Python's KeyboardInterrupt if the user has pressed Ctrl-C. Cheap: it looks only once in
+/// 50 ms. Requires: the GIL is released.
 void look_for_signals();
 
-/// One pass: calls use(block) for each block. Requires that the GIL is released.
+/// One pass: calls use(block) for each block. Requires: the GIL is released.
 template <class Use>
 void for_each_block(Rows& rows, Use use) {
   rows.rewind();

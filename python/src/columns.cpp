@@ -13,7 +13,7 @@ namespace vostrel::python {
 
 namespace {
 
-// A number of 16 bits: sign, five bits of exponent, ten of fraction (IEEE 754 binary16).
+// IEEE 754 binary16: sign, five bits of exponent, ten of fraction.
 struct Half {
   std::uint16_t bits;
 

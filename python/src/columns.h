@@ -16,15 +16,17 @@ class Column {
 
   explicit Column(Source source);
 
-  /// @param kind      the type as NumPy names it: 'f', 'i', 'u' or 'b'.
-  /// @param size      bytes of a number: 2, 4, 8 or that of long double; 1, 2, 4, 8; 1.
-  /// @param swapped   the bytes of a number are in the other order than this machine's.
   /// @param stride    bytes from one number to the next.
-  /// @throws std::invalid_argument when there is no such type of numbers.
+  /// @param kind      the type as NumPy names it: 'f', 'i', 'u' or 'b'.
+  /// @param size      bytes of a number: for 'f' 2, 4, 8 or those of long double, for 'i' and 'u'
+  /// 1,
+  ///                  2, 4 or 8, for 'b' 1.
+  /// @param swapped   whether the bytes are in the other order than this machine's.
+  /// @throws std::invalid_argument if there is no such type.
   Column(const char* data, std::ptrdiff_t stride, char kind, std::size_t size, bool swapped);
 
-  /// The numbers first ... first + count - 1. They are in the array itself when it is made of
-  /// doubles, one after the other; else they are converted into `room`, which has `count` places.
+  /// Returns the numbers first ... first + count - 1: in place if the array is made of contiguous
+  /// doubles, else converted into `room`, which must hold `count`.
   const double* read(std::size_t first, std::size_t count, double* room) const;
 
  private:

@@ -1,5 +1,5 @@
-// vostrel._core: takes NumPy arrays that vostrel._inputs has made ready, gives plain tuples and
-// arrays. What the user sees is made of them in Python.
+// vostrel._core: takes the columns and masks that vostrel._inputs prepares, and returns tuples and
+// arrays, from which Python makes the results that the user sees.
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
@@ -32,8 +32,8 @@ namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-// Goes over the rows as often as it takes. Stops when there is a NaN that is not allowed.
-// Requires that the GIL is released.
+// Makes all passes. Returns false, early, if there is NaN and it isn't left out. Requires: the GIL
+// is released.
 template <class SomePasses, class Add>
 bool complete(SomePasses& passes, Rows& rows, bool omit_nan, Add add) {
   const auto has_nan = [&] { return !omit_nan && rows.nan() != 0; };
@@ -46,7 +46,8 @@ bool complete(SomePasses& passes, Rows& rows, bool omit_nan, Add add) {
   return true;
 }
 
-// (n, n_masked, n_nan, delta, norm), the last two None when there is a NaN that isn't left out.
+// Returns (n, n_masked, n_nan, delta, norm). The last two are None if there is NaN that isn't left
+// out.
 py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, bool omit_nan) {
   Rows rows = rows_of(columns, masks, omit_nan);
   std::optional<PointStatistics> statistics;
@@ -62,7 +63,7 @@ py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, 
                         statistics ? py::object(tuple_of(statistics->norm)) : none);
 }
 
-// What a first look at the objects tells.
+// Counts and range of the objects, found in a first pass.
 struct Survey {
   std::size_t n = 0;
   std::size_t masked = 0;
@@ -71,7 +72,7 @@ struct Survey {
   double high = -std::numeric_limits<double>::infinity();
 };
 
-// Requires that the GIL is released.
+// Requires: the GIL is released.
 Survey survey_rows(Rows& rows) {
   Survey survey;
   for_each_block(rows, [&](const Block& block) {
@@ -86,7 +87,8 @@ Survey survey_rows(Rows& rows) {
   return survey;
 }
 
-// (n, n_masked, n_nan, low, high), the last two of the last of three columns or the first of two.
+// Returns (n, n_masked, n_nan, low, high). The last two are the range of the third column, or of
+// the first if there are two.
 py::tuple survey(const Numbers& columns, const Arrays& masks, bool omit_nan) {
   Rows rows = rows_of(columns, masks, omit_nan);
   Survey found;
@@ -97,7 +99,7 @@ py::tuple survey(const Numbers& columns, const Arrays& masks, bool omit_nan) {
   return py::make_tuple(found.n, found.masked, found.nan, found.low, found.high);
 }
 
-// The values of some ranks in one column, without NaN.
+// Returns the values of some ranks in the third column, or in the first if there are two.
 py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, std::uint64_t n,
                                  std::vector<std::uint64_t> places) {
   Rows rows = rows_of(columns, masks, true);
@@ -114,9 +116,10 @@ py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, st
   return py::array_t<double>(static_cast<py::ssize_t>(values.size()), values.data());
 }
 
-// (counts, nan_counts, n_outside, numbers): for each bin how many objects it has and how many of
-// them have NaN; how many objects are in no bin; the numbers of both residuals as an array of shape
-// (2, 11, bins). Objects with NaN are left out, or make the numbers of their bin NaN.
+// Returns (counts, nan_counts, n_outside, numbers): for each bin the number of objects, and how
+// many of them have NaN; the number of objects in no bin; and the numbers of both residuals as an
+// array of shape (2, 11, bins). Objects with NaN are left out, or make the numbers of their bin
+// NaN.
 py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks, bool omit_nan,
                                     std::vector<double> edges) {
   Rows rows = rows_of(columns, masks, false);
@@ -154,7 +157,7 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
                         numbers);
 }
 
-// (n, n_masked, n_nan, metrics), the last None when there is a NaN that isn't left out.
+// Returns (n, n_masked, n_nan, metrics). The last is None if there is NaN that isn't left out.
 py::tuple compute_lsst_metrics(const Numbers& columns, const Arrays& masks, bool omit_nan) {
   Rows rows = rows_of(columns, masks, omit_nan);
   Survey found;

@@ -19,7 +19,7 @@ namespace vostrel::python {
 
 namespace {
 
-// Takes the objects with NaN out of a block.
+// Removes the objects with NaN from a block.
 class NanFilter {
  public:
   // Calls left_out(by) for each object with NaN in reference or estimate.
@@ -44,7 +44,7 @@ class NanFilter {
   std::vector<double> by_ = std::vector<double>(Rows::kBlock);
 };
 
-// What was left out of a chunk: n_masked, n_nan, and for bins the objects with NaN in each.
+// What was left out of a chunk: n_masked, n_nan, and the number of objects with NaN in each bin.
 using LeftOut = std::vector<std::uint64_t>;
 
 LeftOut add(Passes& passes, const Numbers& columns, const Arrays& masks) {
@@ -99,7 +99,7 @@ SomePasses from_bytes(const py::bytes& bytes) {
 bool end_pass(Passes& passes) { return passes.end_pass(); }
 bool end_pass(BinnedPasses& passes) { return passes.end_pass(look_for_signals); }
 
-// What both kinds of passes have.
+// Defines what both classes have in common.
 template <class SomePasses>
 py::class_<SomePasses> define(py::module_& module, const char* name) {
   using WithoutGil = py::call_guard<py::gil_scoped_release>;

@@ -1,4 +1,4 @@
-// vostrel._core.Passes and BinnedPasses, which classes of Python are made around.
+// vostrel._core.Passes and BinnedPasses, which Python's classes of these names use.
 
 #ifndef VOSTREL_PYTHON_SRC_PASSES_H
 #define VOSTREL_PYTHON_SRC_PASSES_H
@@ -13,11 +13,12 @@
 
 namespace vostrel::python {
 
-/// Adds all rows, those with NaN left out. They are binned by the third column, or by the
-/// reference. Returns for each bin how many objects have NaN in reference or estimate. Requires
-/// that the GIL is released.
+/// Adds all rows except those with NaN, binned by the third column, or by the reference. Returns
+/// for each bin how many of its objects have NaN in reference or estimate. Requires: the GIL is
+/// released.
 std::vector<std::uint64_t> add_to_bins(BinnedPasses& passes, Rows& rows, bool by_reference);
 
+/// Adds both classes to the module.
 void define_passes(pybind11::module_& module);
 
 }  // namespace vostrel::python

@@ -64,7 +64,7 @@ bool Rows::next() {
       for (std::size_t c = 0; c < columns_.size(); ++c) is_nan |= std::isnan(values[c][i]);
       nan_ += is_nan;
       if (is_nan && omit_nan_) continue;
-      // Room is written behind what is still to be read from it.
+      // Never overwrites what is still to be read: kept <= i.
       for (std::size_t c = 0; c < columns_.size(); ++c) room_[c][kept] = values[c][i];
       ++kept;
     }

@@ -19,32 +19,31 @@ struct Block {
   std::span<const double> by;
 };
 
-/// Goes over columns of one length, as often as needed.
+/// Reads columns of one length block by block, as often as needed.
 ///
 ///     do { rows.rewind(); while (rows.next()) use(rows.block()); } while (...);
 class Rows {
  public:
   /// @param columns   two or three: reference, estimate, and what the objects are binned by.
-  /// @param masks     an object that one of them holds true for is left out.
+  /// @param masks     an object is left out if one of them is true for it.
   /// @param omit_nan  leave out objects with a NaN in one of the columns.
   Rows(std::size_t size, std::vector<Column> columns, std::vector<Mask> masks, bool omit_nan);
 
-  /// Starts another pass from the first object on.
-  /// @throws std::runtime_error when the pass that ends gave another number of objects than the
-  ///         one before: somebody else changes the arrays.
+  /// Starts another pass.
+  /// @throws std::runtime_error if the last pass had another number of objects than the one before:
+  ///         then the arrays have changed.
   void rewind();
 
   /// Goes on to the next block, which may be empty. Returns false at the end.
   bool next();
 
-  /// The present block. Valid until next() or rewind().
+  /// The current block. Valid until next() or rewind().
   const Block& block() const { return block_; }
 
-  /// How many objects a block is made of at the most.
+  /// The largest number of objects in a block.
   static constexpr std::size_t kBlock = 4096;
 
-  // What the present pass, up to its present block, has met with. An object that is masked is not
-  // looked at for NaN.
+  // Counts of the current pass, up to the current block. A masked object doesn't count as NaN.
   std::size_t kept() const { return kept_; }      ///< Objects given out.
   std::size_t masked() const { return masked_; }  ///< Objects left out by a mask.
   std::size_t nan() const { return nan_; }        ///< Objects with NaN, left out or not.

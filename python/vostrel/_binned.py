@@ -35,52 +35,51 @@ def binned_statistics(
         Reference and estimated values. Dimensionless.
     by : array_like, shape (n,), optional
         The quantity to bin by, such as a magnitude; by default the
-        reference. It may have a unit, which is not looked at. Masked entries
-        and NaN count as those of the others.
+        reference. A unit is ignored. Masked entries and NaN are treated like
+        those of the other columns.
     bins : int, array_like of float or ("count", int)
-        A number of bins of equal width; or their edges, shape (k + 1,), each
-        greater than the one before; or ``("count", k)`` for k bins of equal
-        counts.
+        The number of bins of equal width; or their edges, shape (k + 1,),
+        each greater than the one before; or ``("count", k)`` for k bins of
+        equal counts.
     range : (float, float), optional
-        With a number of bins: their lower and upper end. By default the least
-        and the greatest value. Objects outside are counted and left out.
+        The lower and upper end of a number of bins. By default the smallest
+        and the largest value. Objects outside are counted and left out.
     mask : array_like of bool, shape (n,), optional
         True leaves an object out, as a masked entry does.
     nan_policy : {"raise", "omit", "propagate"}
-        What to do about objects with NaN: raise a ValueError, leave them out,
-        or make the results of their bin NaN. An object whose `by` is NaN is
-        in no bin.
+        What to do with objects that have NaN: raise a ValueError, leave them
+        out, or make the results of their bin NaN. An object whose `by` is NaN
+        is in no bin.
     uncertainties : bool
-        Also give the errors and 68.3% intervals of each bin by formula, as
-        the function `uncertainties` does for the objects of the bin.
+        Also compute the errors and 68.3% intervals of each bin by formula.
+        They are those of the function `uncertainties` for the objects of the
+        bin.
 
     Returns
     -------
     BinnedStatistics
-        The numbers of `point_statistics`, with an array for each. Every bin
-        has the same bits as `point_statistics` of its own objects in their
-        order. An empty bin has NaN and the count 0.
+        The numbers of `point_statistics`, each as an array over the bins.
+        Each bin has the same bits as `point_statistics` of its objects in
+        their order. An empty bin has NaN and the count 0.
 
     Raises
     ------
     ValueError
-        As `point_statistics`; and when edges don't increase, a range is not
-        finite or its ends are in the wrong order, or `by` is infinite and no
-        range is given.
+        As for `point_statistics`; also if edges don't increase, if a range is
+        not finite or its ends are in the wrong order, or if `by` is infinite
+        and no range is given.
     TypeError
-        As `point_statistics`; and when `bins` is something else.
+        As for `point_statistics`; also if `bins` is something else.
 
     Notes
     -----
-    A bin holds its lower edge and not its upper one, except the last bin,
-    which holds both: the conventions of `numpy.histogram`, with the same
-    objects in each bin.
+    A bin holds its lower edge but not its upper edge. The last bin holds
+    both. Each bin has the same objects as in `numpy.histogram`.
 
-    Bins of equal counts have the values of ranks 0, n / k, 2 n / k, ... as
-    their edges, rounded down, and the greatest value as the last one. Without
-    repeated values the counts differ by one at the most (objects with the
-    greatest value are in the last bin). Equal values are never parted: when
-    they repeat so often that edges are equal, the bin between equal edges is
+    The edges of bins of equal counts are the values of the ranks 0, n / k,
+    2 n / k, ..., rounded down, and the largest value. Without repeated values
+    the counts differ by at most one. Equal values are always in one bin: if
+    they repeat so often that two edges are equal, the bin between those is
     empty.
 
     Examples
@@ -194,7 +193,7 @@ def _read_number(number: Any) -> int:
 def _equal_widths(
     low: float, high: float, number: int, limits: Optional[tuple[float, float]]
 ) -> NDArray[np.float64]:
-    """Return the edges that numpy.histogram takes."""
+    """Return the edges that numpy.histogram would use."""
     if limits is not None:
         low, high = _read_range(limits)
     elif low > high:
@@ -223,7 +222,7 @@ def _read_range(limits: Any) -> tuple[float, float]:
 
 
 def _equal_counts(columns: Columns, n: int, number: int) -> NDArray[np.float64]:
-    """Return edges between which there are equal numbers of objects, as nearly as can be."""
+    """Return edges of bins with as nearly equal counts as possible."""
     if n == 0:
         raise ValueError("there are no values to find bins of equal counts")
     ranks = [i * n // number for i in np.arange(number).tolist()] + [n - 1]

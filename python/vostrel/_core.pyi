@@ -8,7 +8,7 @@ from numpy.typing import NDArray
 
 VERSION: str
 
-#: Label, normalized label, the console's normalized label, unit; in the order of the report.
+#: Label, normalized label, normalized label of the console, and unit, in the order of the report.
 STATISTICS: tuple[tuple[str, str, str, str], ...]
 
 #: The eleven numbers of a residual, in the order of STATISTICS.
@@ -26,12 +26,12 @@ _Masks = Sequence[NDArray[np.bool_]]
 def point_statistics(
     columns: _Columns, masks: _Masks, omit_nan: bool
 ) -> tuple[int, int, int, Optional[_Eleven], Optional[_Eleven]]:
-    """Return n, n_masked, n_nan and both residuals; None when NaN are met and not omitted."""
+    """Return n, n_masked, n_nan and both residuals, or None if there is NaN that isn't omitted."""
 
 def lsst_metrics(
     columns: _Columns, masks: _Masks, omit_nan: bool
 ) -> tuple[int, int, int, Optional[tuple[float, float, float, float]]]:
-    """Return n, n_masked, n_nan and the metrics; None when NaN are met and not omitted."""
+    """Return n, n_masked, n_nan and the metrics, or None if there is NaN that isn't omitted."""
 
 def binned_statistics(
     columns: _Columns, masks: _Masks, omit_nan: bool, edges: Sequence[float]
@@ -44,12 +44,12 @@ def binned_statistics(
 def survey(
     columns: _Columns, masks: _Masks, omit_nan: bool
 ) -> tuple[int, int, int, float, float]:
-    """Return n, n_masked, n_nan, and the least and greatest value to bin by."""
+    """Return n, n_masked, n_nan, and the smallest and largest value to bin by."""
 
 def order_values(
     columns: _Columns, masks: _Masks, n: int, ranks: Sequence[int]
 ) -> NDArray[np.float64]:
-    """Return the values to bin by that have these ranks among n objects without NaN."""
+    """Return the values of these ranks among the values to bin by, for n objects without NaN."""
 
 _Spread = tuple[float, float, float, float, list[float]]
 
@@ -64,7 +64,7 @@ class Sample:
     @property
     def n_nan(self) -> int: ...
     def kept(self) -> Optional[NDArray[np.bool_]]:
-        """Return which objects are kept, or None when all are."""
+        """Return which objects are kept, or None if all are."""
     def spreads(self, ranks: Sequence[int]) -> tuple[_Spread, _Spread]:
         """Return the means of r^2 and r^4 about 0 and about the bias, and abs(r) of the ranks."""
 
@@ -84,7 +84,7 @@ class Bootstrap:
     def run(self, first: int, count: int) -> NDArray[np.float64]:
         """Return the numbers of some resamples in shape (count, 2, 11)."""
     def stop(self) -> None:
-        """End what other threads run, with a RuntimeError."""
+        """Make `run` raise a RuntimeError in other threads."""
 
 def resample_indices(seed: int, number: int, size: int) -> NDArray[np.uint64]:
     """Return the objects of a resample in ascending order."""
@@ -92,10 +92,10 @@ def resample_indices(seed: int, number: int, size: int) -> NDArray[np.uint64]:
 def read_rows(
     block: bytes, start: int
 ) -> tuple[NDArray[np.float64], NDArray[np.float64], int]:
-    """Return second and third numbers of the rows from `start` on, and where they end.
+    """Return the second and third numbers of the rows from `start` on, and where they end.
 
-    That is at the end of the block, or at the first row that is not written
-    as the program does.
+    They end at the end of the block, or before the first row that doesn't
+    have the program's form.
     """
 
 def medians_in_bins(
@@ -114,7 +114,7 @@ class Passes:
 
     def __init__(self) -> None: ...
     def add(self, columns: _Columns, masks: _Masks) -> list[int]:
-        """Add a chunk without masked objects and NaN. Return n_masked and n_nan."""
+        """Add a chunk. Leaves out masked objects and NaN. Return n_masked and n_nan."""
     def merge(self, other: Passes) -> None: ...
     def end_pass(self) -> bool: ...
     def needs_another_pass(self) -> bool: ...

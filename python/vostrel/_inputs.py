@@ -30,18 +30,18 @@ def to_float64(values: Any) -> NDArray[np.float64]:
     return np.asarray(values, np.float64)
 
 
-#: What a list of real numbers is made of.
+#: The types that a list of real numbers may hold.
 REAL = (float, int, np.floating, np.integer, np.bool_)
 
-#: How many values are looked at or converted in one go, so that Ctrl-C comes through.
+#: How many values are checked or converted at a time. Between them Ctrl-C is noticed.
 SLICE = 1 << 16
 
 
 class Slices:
-    """Numbers whose array would take up memory: the core reads a slice of them at a time."""
+    """Numbers that are not in an array. The core reads them slice by slice, to save memory."""
 
     def __init__(self, name: str, values: Any) -> None:
-        self._name = name  # that errors call them by
+        self._name = name  # for error messages
         self._values = values
 
     def __len__(self) -> int:
@@ -84,7 +84,7 @@ def prepare(nan_policy: str, mask: Optional[Any], **columns: Any) -> Columns:
     Raises
     ------
     ValueError, TypeError
-        In one sentence, when something can't be used.
+        If something can't be used, in one sentence.
     """
     if nan_policy not in get_args(NanPolicy):
         raise ValueError(f"nan_policy must be 'raise', 'omit' or 'propagate', not {nan_policy!r}")
@@ -111,7 +111,7 @@ def prepare(nan_policy: str, mask: Optional[Any], **columns: Any) -> Columns:
 
 
 def check_counts(nan_policy: str, n: int, n_masked: int, n_nan: int) -> None:
-    """Raise the ValueError for NaN that are not allowed, or for no objects."""
+    """Raise a ValueError if there is NaN that is not allowed, or if there are no objects."""
     if n_nan and nan_policy == "raise":
         raise ValueError(
             f"{n_nan} of {n} objects have NaN; pass nan_policy='omit' to leave them out, "
@@ -125,7 +125,7 @@ def check_counts(nan_policy: str, n: int, n_masked: int, n_nan: int) -> None:
 def read_values(name: str, values: Any) -> tuple[Numbers, list[NDArray[np.bool_]]]:
     """Return the values as numbers that the core reads, and their own masks."""
     refuse_lazy(name, values)
-    if name != "by":  # a magnitude may say what it is
+    if name != "by":  # a magnitude may have its unit
         refuse_unit(name, values)
     data, masks = separate_mask(values)
     if isinstance(data, Slices):
@@ -140,12 +140,12 @@ def read_values(name: str, values: Any) -> tuple[Numbers, list[NDArray[np.bool_]
         raise TypeError(f"{name} must hold real numbers, {_found(values, array)}")
     check_dimension(name, array)
     if array.dtype.char == "g" and not array.dtype.isnative:
-        return Slices(name, array), masks  # long doubles of another machine: NumPy knows them
+        return Slices(name, array), masks  # long doubles in the other byte order: NumPy converts
     return array, masks
 
 
 def holds_only(kinds: tuple[type, ...], values: Any) -> bool:
-    """Return whether it is a list or tuple of such values."""
+    """Return whether `values` is a list or tuple that holds only these types."""
     if not isinstance(values, (list, tuple)):
         return False
     found: set[type] = set()
@@ -173,7 +173,7 @@ def read_mask(mask: Any) -> NDArray[np.bool_]:
 
 
 def check_dimension(name: str, array: NDArray[Any]) -> None:
-    """Raise the ValueError for an array that has not one dimension."""
+    """Raise a ValueError unless the array is one-dimensional."""
     if array.ndim != 1:
         raise ValueError(
             f"{name} must have one dimension, but has {array.ndim}: its shape is {array.shape}"
@@ -181,7 +181,7 @@ def check_dimension(name: str, array: NDArray[Any]) -> None:
 
 
 def separate_mask(values: Any) -> tuple[Any, list[NDArray[np.bool_]]]:
-    """Return the values without their mask, and the mask in a list, or an empty list."""
+    """Return the values without their mask, and a list with the mask, if there is one."""
     if isinstance(values, np.ma.MaskedArray):
         return values.data, [] if values.mask is np.ma.nomask else [values.mask]
     if _is_from("astropy", values) and hasattr(values, "unmasked"):
@@ -192,12 +192,12 @@ def separate_mask(values: Any) -> tuple[Any, list[NDArray[np.bool_]]]:
 
 
 def _separate_pandas_mask(values: Any) -> tuple[Any, list[NDArray[np.bool_]]]:
-    """Do so for a Series, Index or array of pandas."""
+    """Do the same for a Series, Index or array of pandas."""
     array = getattr(values, "array", values)
     if not _is_nullable(array):
         return values, []
-    # A nullable array holds the values and the mask as two NumPy arrays. Pandas has no public way
-    # to them without a copy.
+    # A nullable array holds the values and the mask as two NumPy arrays. pandas has no public way
+    # to get them without a copy.
     data, mask = getattr(array, "_data", None), getattr(array, "_mask", None)
     if isinstance(data, np.ndarray) and isinstance(mask, np.ndarray):
         return data, [mask]
@@ -207,7 +207,7 @@ def _separate_pandas_mask(values: Any) -> tuple[Any, list[NDArray[np.bool_]]]:
 
 
 def _is_nullable(array: Any) -> bool:
-    """Return whether it is a pandas array of numbers or truth values in which NA can stand."""
+    """Return whether this is a pandas array of numbers or truth values that can hold NA."""
     dtype = getattr(array, "dtype", None)
     return (
         getattr(dtype, "na_value", None) is sys.modules["pandas"].NA
@@ -216,7 +216,7 @@ def _is_nullable(array: Any) -> bool:
 
 
 def refuse_lazy(name: str, values: Any) -> None:
-    """Raise a TypeError for a collection that would be computed to be read."""
+    """Raise a TypeError for a collection that must be computed before it can be read."""
     libraries = _libraries(values)
     graph = getattr(values, "__dask_graph__", None)
     if "dask" in libraries or "dask_expr" in libraries or (callable(graph) and graph() is not None):
@@ -248,12 +248,12 @@ def refuse_unit(name: str, values: Any) -> None:
 
 
 def _is_from(library: str, values: Any) -> bool:
-    """Return whether a class of the library is among those of `values`."""
+    """Return whether `values` is of a class of the library, or of one derived from it."""
     return library in sys.modules and library in _libraries(values)
 
 
 def _libraries(values: Any) -> set[str]:
-    """Return the libraries that the classes of `values` come from."""
+    """Return the libraries of the class of `values` and of its bases."""
     return {root for root in _roots(type(values))}
 
 
@@ -263,7 +263,7 @@ def _roots(kind: type) -> Iterator[str]:
 
 
 def _found(values: Any, array: NDArray[Any]) -> str:
-    """Return what there is in place of what was asked for, as the end of a sentence."""
+    """Return what was found instead, as the end of an error message."""
     if array.ndim == 0 and array.dtype.kind == "O":
         return f"not one {type(values).__name__}"
     kind = {"c": "complex numbers", "U": "text", "S": "text", "M": "times", "m": "time spans"}
