@@ -22,7 +22,7 @@ ONE_SIGMA = math.erf(math.sqrt(0.5))
 
 @dataclass(frozen=True)
 class Estimate:
-    """A statistic and how sure it is.
+    """A statistic, its error and its confidence interval.
 
     Attributes
     ----------
@@ -56,18 +56,19 @@ class UncertainResiduals(Eleven[Estimate]):
 
 @dataclass(frozen=True, eq=False)
 class Uncertainties:
-    """The statistics of n objects and how sure they are.
+    """The statistics of n objects with their errors.
 
-    ``print(u)`` gives the smaller half of an interval one significant digit,
-    or two when the first one is 1, and as many decimals to the other half and
-    the value. A half that is tiny beside the other one doesn't count.
+    ``print(u)`` rounds the smaller half of an interval to one significant
+    digit, or to two if the first is 1, and gives the other half and the value
+    the same number of decimals. If one half is tiny compared with the other,
+    the larger half decides.
 
     Attributes
     ----------
     n, n_masked, n_nan : int
         As those of `PointStatistics`.
     confidence : float
-        That of the intervals.
+        The confidence of the intervals.
     method : str
         ``"formula"`` or ``"bootstrap"``.
     delta : UncertainResiduals
@@ -75,9 +76,9 @@ class Uncertainties:
     norm : UncertainResiduals
         Statistics of the normalized residual.
     seed : int or None
-        Of a bootstrap: the seed that gives the same resamples again.
+        The seed of a bootstrap, which gives the same resamples again.
     replicates : ndarray of float64, shape (resamples, 2, 11), or None
-        Of a bootstrap: the numbers of every resample, first those of `delta`,
+        The numbers of every resample of a bootstrap, first those of `delta`,
         then those of `norm`, in the order of `Residuals`.
     """
 
@@ -97,9 +98,9 @@ class Uncertainties:
         Returns
         -------
         dict
-            ``n``, ``n_masked``, ``n_nan``, and four numbers a statistic, such
-            as ``norm_nmad``, ``norm_nmad_error``, ``norm_nmad_low`` and
-            ``norm_nmad_high``.
+            ``n``, ``n_masked``, ``n_nan``, and four numbers for each
+            statistic, such as ``norm_nmad``, ``norm_nmad_error``,
+            ``norm_nmad_low`` and ``norm_nmad_high``.
         """
         result: dict[str, Union[int, float]] = {
             "n": self.n,
@@ -126,7 +127,7 @@ class Uncertainties:
         Raises
         ------
         ImportError
-            When pandas is not installed.
+            If pandas is not installed.
         """
         columns = [field.name for field in fields(Estimate)]
         rows = {
@@ -163,7 +164,7 @@ def uncertainties(
     mask: Optional[Any] = None,
     nan_policy: NanPolicy = "raise",
 ) -> Uncertainties:
-    """Judge estimates, with errors by formula.
+    """Judge estimates, with the errors of the statistics by formula.
 
     Parameters
     ----------
@@ -179,39 +180,40 @@ def uncertainties(
     Returns
     -------
     Uncertainties
-        Errors and intervals are NaN where there is no honest formula: for
-        mad_delta, whose median is itself estimated, and for the outliers
-        beyond multiples of sigma, which is. Use `bootstrap` for those.
+        Errors and intervals are NaN if there is no honest formula: for
+        mad_delta, which depends on an estimated median, and for the outliers
+        beyond multiples of the estimated sigma. Use `bootstrap` for those.
 
     Raises
     ------
     ValueError
-        As `point_statistics`; and when `confidence` is not between 0 and 1.
+        As for `point_statistics`; also if `confidence` is not between 0 and 1.
     TypeError
-        As `point_statistics`.
+        As for `point_statistics`.
 
     See Also
     --------
-    bootstrap : errors for all of them.
+    bootstrap : errors of all statistics.
 
     Notes
     -----
-    The objects are taken as independent. With q the quantile of the standard
-    normal distribution for the confidence, and central moments with divisor n:
+    The formulas assume that the objects are independent. Here q is the
+    quantile of the standard normal distribution for the confidence, and
+    moments have the divisor n.
 
     bias
         The error is sigma / sqrt(n), the interval bias +- q * error, by the
         central limit theorem [1]_.
     sigma
         The error is sqrt((m4 - sigma**4) / n) / (2 * sigma), where m4 is the
-        fourth moment about the bias: the delta method, which doesn't take the
-        residuals as normal [2]_. The interval is symmetric in log(sigma).
+        fourth moment about the bias. This is the delta method, which doesn't
+        assume normal residuals [2]_. The interval is symmetric in log(sigma).
     rms
         The same, with moments about zero.
     mad, nmad
-        The interval goes from one order statistic of abs(r) to another: the
-        ranks that hold the median with at least the confidence, by the
-        binomial distribution with p = 1/2, whatever that of the residuals
+        The interval goes from one order statistic of abs(r) to another. Their
+        ranks contain the median with at least the confidence, by the binomial
+        distribution with p = 1/2, whatever the distribution of the residuals
         [3]_. The error is half of the 68.27% interval.
     outliers_015
         Wilson's interval [4]_. The error is half of the 68.27% interval.
@@ -269,7 +271,7 @@ NO_ESTIMATE = Estimate(math.nan, math.nan, math.nan, math.nan)
 
 
 def check_confidence(confidence: float) -> None:
-    """Raise ValueError unless the confidence lies between 0 and 1."""
+    """Raise a ValueError unless the confidence lies between 0 and 1."""
     if not 0 < confidence < 1:
         raise ValueError(f"confidence must be between 0 and 1, not {confidence!r}")
 
@@ -332,19 +334,20 @@ def _wilson(percentage: float, n: int, q: float) -> Estimate:
 
 def normal_quantile(confidence: float) -> float:
     """Return the half width of a central interval of the standard normal distribution."""
-    from statistics import NormalDist  # which takes longer to import than all of vostrel
+    from statistics import NormalDist  # imported here: that takes longer than importing vostrel
 
     return NormalDist().inv_cdf((1 + confidence) / 2)
 
 
 def median_ranks(n: int, confidence: float) -> Optional[tuple[int, int]]:
-    """Return the ranks, from 0 to n - 1, between whose values the median lies.
+    """Return the ranks, from 0 to n - 1, of the ends of the median's interval.
 
-    The narrowest symmetric pair that holds the median with at least the
-    confidence, or None when the smallest and the greatest value don't.
+    They are the narrowest symmetric pair that contains the median with at
+    least the confidence, or None if even the smallest and the largest value
+    don't.
     """
-    # Of n values, k are below the median with probability binomial(n, k) / 2^n. The terms follow
-    # from their ratios, from the middle on outwards, as far as they matter.
+    # Of n values, k are below the median with probability binomial(n, k) / 2^n. The terms are
+    # computed from their ratios, from the middle outwards, as far as they matter.
     middle = n // 2
     steps = min(middle, 10 * math.isqrt(n) + 40)
     below = np.arange(middle, middle - steps, -1, dtype=np.float64)
@@ -360,7 +363,7 @@ def median_ranks(n: int, confidence: float) -> Optional[tuple[int, int]]:
 
 
 def _rounded(estimate: Estimate, unit: str) -> str:
-    """Return the estimate with as many digits as its interval bears."""
+    """Return the estimate rounded to the digits that its interval justifies."""
     up, down = estimate.high - estimate.value, estimate.value - estimate.low
     if not (math.isfinite(up) and math.isfinite(down)):
         text = f"{estimate.value:.6g}{unit}"
@@ -369,7 +372,7 @@ def _rounded(estimate: Estimate, unit: str) -> str:
     digits = [_decimals(half) for half in (abs(up), abs(down)) if half > least]
     if not digits:
         return f"{estimate.value:.6g}{unit} +0 -0"
-    # A half that is tiny beside the other one doesn't count.
+    # If one half is tiny compared with the other, the larger half decides.
     places = min(max(digits), min(digits) + 1)
     value, up, down = (round(number, places) + 0.0 for number in (estimate.value, up, down))
     places = max(places, 0)
@@ -377,6 +380,6 @@ def _rounded(estimate: Estimate, unit: str) -> str:
 
 
 def _decimals(half: float) -> int:
-    """Return to how many decimals half an interval is given."""
+    """Return the number of decimals for half of an interval."""
     first, exponent = f"{half:.0e}".split("e")
     return -int(exponent) + (1 if first == "1" else 0)

@@ -1,8 +1,8 @@
 """Figures that show how good estimates are. Needs matplotlib.
 
-`diagnostic_figure` draws one estimator, `compare_figure` several; each panel
-is also there by itself, to be drawn on Axes of one's own. The program
-``vostrel-plot`` does the same from a shell.
+`diagnostic_figure` draws one estimator, `compare_figure` several. Each panel
+can also be drawn alone, on your own Axes. The program ``vostrel-plot`` draws
+the same figures from a shell.
 """
 
 from __future__ import annotations
@@ -25,7 +25,7 @@ __all__ = [
 
 
 def __getattr__(name: str) -> Any:
-    # Only who draws waits for matplotlib, and can do without it as long as nothing is drawn.
+    # matplotlib is imported only when something is drawn: it takes long, and may be missing.
     if name not in __all__:
         raise AttributeError(f"module {__name__!r} has no attribute {name!r}")
     try:

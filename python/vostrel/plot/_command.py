@@ -36,7 +36,7 @@ Floats = NDArray[np.float64]
 
 
 class Progress:
-    """Tells on a terminal what is being done once that takes over a second."""
+    """Shows on a terminal what is being done, once the work takes more than a second."""
 
     def __init__(self, stream: TextIO | None = None, patience: float = 1.0) -> None:
         self.stream = sys.stderr if stream is None else stream
@@ -59,7 +59,7 @@ class Progress:
 
 
 class Parser(argparse.ArgumentParser):
-    """A parser that tells a mistake in one line, as every other error."""
+    """A parser that reports a mistake in one line, like every other error."""
 
     def error(self, message: str) -> NoReturn:
         raise PlotError(f"{message} (see {PROGRAM} --help)")
@@ -67,10 +67,10 @@ class Parser(argparse.ArgumentParser):
 
 def main(words: Sequence[str] | None = None) -> int:
     """Run the program and return its exit status."""
-    # A window system that was chosen for matplotlib is of no use: the figure goes to a file.
+    # The figure goes to a file, so ignore a window system that was chosen for matplotlib.
     os.environ["MPLBACKEND"] = "Agg"
     progress = Progress()
-    # A polite kill takes the way of an error, so that no temporary file stays.
+    # SIGTERM ends the program like an error, so that no temporary file is left.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     warnings.simplefilter("ignore")
     logging.getLogger("matplotlib").setLevel(logging.ERROR)
@@ -97,8 +97,8 @@ def arguments(words: Sequence[str] | None) -> argparse.Namespace:
         description="Draw the figure of a vostrel run: estimates against references, the "
         "histogram of the normalized residual, and the residual against the reference with its "
         "running median and NMAD.",
-        epilog="Exit status: 0 when the figure was written, 2 after an error, "
-        "130 when interrupted.",
+        epilog="Exit status: 0 if the figure was written, 2 after an error, "
+        "130 if interrupted.",
     )
     add = parser.add_argument
     add("internal", metavar="INTERNAL", nargs="?", help="the three-column file of the run, "
@@ -134,7 +134,7 @@ def arguments(words: Sequence[str] | None) -> argparse.Namespace:
 
 
 def resolution(text: str) -> int:
-    """Return the text as a resolution that gives a usable figure."""
+    """Return the text as a resolution, 50 to 1200."""
     value = int(text)
     if not 50 <= value <= 1200:
         raise ValueError
@@ -152,7 +152,7 @@ def named_file(text: str) -> tuple[str, str]:
 def plot(options: argparse.Namespace, progress: Progress) -> None:
     """Read, compute, draw and write what the options ask for."""
     check_target(options.output)
-    try:  # a missing module is told before anything is read
+    try:  # report a missing module before anything is read
         from vostrel.plot import compare_figure, diagnostic_figure
     except ImportError as error:
         raise PlotError(str(error)) from error
@@ -174,7 +174,7 @@ def plot(options: argparse.Namespace, progress: Progress) -> None:
             check_report(options, report, reference, estimate)
     progress.tell("drawing")
     with matplotlib.rc_context():
-        matplotlib.rcdefaults()  # a user's own style would break the layout
+        matplotlib.rcdefaults()  # a user's style would break the layout
         matplotlib.rcParams.update(SETTINGS)
         try:
             if options.compare:
@@ -195,7 +195,7 @@ def plot(options: argparse.Namespace, progress: Progress) -> None:
             raise PlotError(
                 f"{names[0]!r} {holds} no objects with finite values"
             ) from None
-        except ValueError as error:  # too many estimators, say
+        except ValueError as error:  # for example too many estimators
             raise PlotError(str(error)) from error
         progress.tell("writing")
         save(figure, options.output, options.dpi)
@@ -205,7 +205,7 @@ def plot(options: argparse.Namespace, progress: Progress) -> None:
 
 
 def read(path: str, progress: Progress) -> tuple[Floats, Floats]:
-    """Return references and estimates of the file, telling how far the reading is."""
+    """Return the references and estimates of the file. Shows the progress."""
     name = printable(path)
     return read_internal(path, lambda share: progress.tell(f"reading {name}, {int(100 * share)}%"))
 
@@ -213,7 +213,7 @@ def read(path: str, progress: Progress) -> tuple[Floats, Floats]:
 def read_several(
     files: Sequence[tuple[str, str]], progress: Progress
 ) -> tuple[Floats, dict[str, Floats]]:
-    """Return the references of all files, and the estimates of each by its name."""
+    """Return the references, which all files share, and the estimates of each file by its name."""
     (name, first), *others = files
     reference, estimate = read(first, progress)
     estimates = {name: estimate}
@@ -222,7 +222,7 @@ def read_several(
         if other.size != reference.size:
             raise PlotError(
                 f"{path!r} holds {other.size} objects, but {first!r} holds {reference.size}: "
-                "they have not the same references"
+                "they don't have the same references"
             )
         unlike = np.flatnonzero((other != reference) & ~(np.isnan(other) & np.isnan(reference)))
         if unlike.size:
@@ -246,7 +246,7 @@ def report_of(path: str) -> PointStatistics:
 def check_report(
     options: argparse.Namespace, report: PointStatistics, reference: Floats, estimate: Floats
 ) -> None:
-    """Raise an error unless all numbers of the report are those of the file."""
+    """Raise a PlotError unless all numbers of the report are those of the file."""
     numbers: list[tuple[str, float, float]] = [("Data size", report.n, reference.size)]
     for part, computed, labels in zip(
         (report.delta, report.norm),
@@ -266,15 +266,14 @@ def check_report(
 
 
 def source_of(options: argparse.Namespace) -> str:
-    """Return where the numbers of the table come from."""
+    """Return the line of the table that says where its numbers come from."""
     if options.report is not None:
         return f"numbers of the report {printable(options.report)}"
     return f"numbers computed from {printable(options.internal)}"
 
 
 def printable(path: str) -> str:
-    """Return the name of the file without its folder and what a terminal or a font might choke
-    on, shortened in the middle."""
+    """Return the file name without folder and unprintable characters, shortened in the middle."""
     name = "".join(c if c.isprintable() else "?" for c in os.path.basename(path))
     return name if len(name) <= 36 else name[:17] + "…" + name[-18:]
 
@@ -283,8 +282,10 @@ def printable(path: str) -> str:
 
 
 def check_target(target: str) -> str:
-    """Return the format that the name of the figure asks for, or say why it can't be written,
-    before time is spent on the data."""
+    """Return the format of the figure, or raise a PlotError if it can't be written.
+
+    Called before the data are read, so that no time is lost.
+    """
     ending = os.path.splitext(target)[1][1:].lower()
     if ending not in ENDINGS:
         raise PlotError(f"{target!r} must end in .png, .pdf or .svg")
@@ -299,7 +300,7 @@ def check_target(target: str) -> str:
 
 
 def save(figure: Any, target: str, dpi: int) -> None:
-    """Write the figure to its file whole or not at all."""
+    """Write the figure to its file, completely or not at all."""
     ending = check_target(target)
     target = os.path.realpath(target)
     creator = "Software" if ending == "png" else "Creator"

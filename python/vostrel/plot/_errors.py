@@ -1,8 +1,8 @@
-"""What goes wrong by no fault of the program."""
+"""Errors of the user's files, options and data."""
 
 
 class PlotError(Exception):
-    """A failure that is told to the user in one line."""
+    """A failure that the user is told in one line."""
 
 
 class NothingToDraw(ValueError):

@@ -1,4 +1,4 @@
-"""Where panels, table and title stand, in inches: text keeps its size whatever the figure's."""
+"""The places of panels, table and title, in inches: text has the same size in every figure."""
 
 from __future__ import annotations
 
@@ -15,10 +15,10 @@ Layout = Literal["page", "column"]
 #: Width and greatest height of a figure.
 SIZES: dict[str, tuple[float, float]] = {"page": (7.1, 5.0), "column": (3.45, 7.0)}
 
-#: Points: of text, of the names of axes, of the title.
+#: Font sizes in points: of text, of the names of axes, of the title.
 SMALL, NAMES, TITLE = 6.5, 7.0, 8.0
 
-#: Inches: left and right of a panel, above it for its legend, below it for its axis.
+#: Margins of a panel in inches: left, right, above for its legend, below for its axis.
 LEFT, RIGHT, ABOVE, BELOW = 0.52, 0.1, 0.19, 0.4
 
 #: Inches for the colour bar: the gap, the bar, and its ticks and name.
@@ -45,7 +45,7 @@ class Sheet:
         self.figure, self.width, self.height = figure, width, height
 
     def add_axes(self, box: Box) -> Axes:
-        """Return new Axes in the box, dressed for print."""
+        """Return new Axes in the box, with the style of print."""
         axes = self.figure.add_axes(
             (
                 box.left / self.width,
@@ -83,7 +83,7 @@ class Sheet:
 
 
 def dress(axes: Axes) -> None:
-    """Give the Axes the look of print: small text, thin lines, ticks inside on all sides."""
+    """Give the Axes the style of print: small text, thin lines, ticks inside on all sides."""
     axes.tick_params(
         which="both", direction="in", top=True, right=True, labelsize=SMALL, width=0.6, pad=2.5
     )
@@ -99,7 +99,7 @@ def dress(axes: Axes) -> None:
 def diagnostic_height(
     layout: Layout, width: float, panels: Sequence[str], bar: bool, overhead: float
 ) -> float:
-    """Return the height that the panels of a diagnostic figure like best."""
+    """Return the best height for the panels of a diagnostic figure."""
     others = len(panels) - ("estimates" in panels)
     inner = widest_square(layout, width, others > 0, bar) if "estimates" in panels else 0.0
     if layout == "column" or not inner:
@@ -109,7 +109,7 @@ def diagnostic_height(
 
 
 def widest_square(layout: Layout, width: float, others: bool, bar: bool) -> float:
-    """Return the side of the panel of estimates that leaves room for what stands beside it."""
+    """Return the side of the panel of estimates that leaves room for the panels beside it."""
     room = width - LEFT - RIGHT
     if layout == "page" and others:
         return (0.42 if bar else 0.46) * room

@@ -1,4 +1,4 @@
-"""The three-column file that a run of the program leaves behind."""
+"""Reads the three-column file of a run."""
 
 from __future__ import annotations
 
@@ -11,7 +11,7 @@ from numpy.typing import NDArray
 from vostrel import _core
 from vostrel.plot._errors import PlotError
 
-#: Bytes of the file that are converted at a time.
+#: Bytes of the file that are read at a time.
 BLOCK = 1 << 23
 
 #: A longer line can't be three numbers.
@@ -23,14 +23,14 @@ Floats = NDArray[np.float64]
 def read_internal(
     path: str, tell: Callable[[float], None] = lambda share: None
 ) -> tuple[Floats, Floats]:
-    """Read the references and estimates of the file ``ID zspec zphot``.
+    """Read the references and estimates of a file ``ID zspec zphot``.
 
     Parameters
     ----------
     path : str
         The file. It ends at its first empty line, as it does for the program.
     tell : callable
-        Gets the share of the file that has been read, 0 to 1, now and then.
+        Called after each block with the share of the file that is read, 0 to 1.
 
     Returns
     -------
@@ -39,7 +39,7 @@ def read_internal(
     Raises
     ------
     PlotError
-        When the file can't be read, has no objects, or has a line that is not
+        If the file can't be read, has no objects, or has a line that is not
         three numbers.
     """
     references: list[Floats] = []
@@ -82,7 +82,7 @@ def read_internal(
 
 
 def _read_odd_row(line: bytes) -> Floats | None:
-    """Return three numbers that are not written as the program does: with wider gaps, say."""
+    """Return three numbers that don't have the program's form, for example with wider gaps."""
     words = [word for word in line.split(b" ") if word.strip()]
     if len(words) != 3 or b"_" in line:
         return None

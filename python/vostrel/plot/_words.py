@@ -1,4 +1,4 @@
-"""Names and numbers as they stand in a figure."""
+"""The names and numbers in a figure."""
 
 from __future__ import annotations
 
@@ -28,7 +28,7 @@ def labels_of(names: tuple[str, str] | None) -> Labels:
     if names is None:
         return Labels()
     reference, estimate = (shown(clean(name)) for name in names)
-    # A long name would not find room twice.
+    # There is no room for a long name twice.
     norm = rf"$\Delta$ / (1 + {reference})" if len(reference) <= 20 else "normalized residual"
     return Labels(reference, estimate, r"$\Delta$", norm)
 
@@ -50,24 +50,24 @@ def three_digits(value: float) -> str:
 
 
 def percent(value: float) -> str:
-    """Return a percentage. Small ones are a few objects, so zeros at the end say nothing."""
+    """Return a percentage. A small one is a few objects, so trailing zeros would mean nothing."""
     text = f"{value:.3g}" if 1e-4 <= value < 0.1 else three_digits(value)
     return f"{text}{THIN}%"
 
 
 def at_point(text: str) -> tuple[str, str]:
-    """Return what stands before the decimal point, or where it would be, and the rest."""
+    """Return the part before the decimal point, or before where it would be, and the rest."""
     place = re.search(r"[.×\N{THIN SPACE}]", text)
     return (text, "") if place is None else (text[: place.start()], text[place.start() :])
 
 
 def clean(text: str) -> str:
-    """Return the text in one line and without what a font might choke on."""
+    """Return the text in one line and without unprintable characters."""
     return "".join(c for c in " ".join(text.split()) if c.isprintable())
 
 
 def shown(text: str) -> str:
-    """Return the text such that its dollar signs are shown when it is no mathematics."""
+    """Return the text, with its dollar signs escaped if it is not valid mathematics."""
     try:
         MathTextParser("path").parse(text)
     except (ValueError, RuntimeError):
