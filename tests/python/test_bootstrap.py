@@ -195,7 +195,7 @@ def test_ctrl_c(workers, groups):
         text=True,
     )
     assert process.stdout.readline() == "ready\n"
-    time.sleep(2)
+    time.sleep(1)
     sent = time.monotonic()
     process.send_signal(signal.SIGINT)
     assert process.stdout.readline() == "interrupted\n"

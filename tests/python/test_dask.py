@@ -18,7 +18,7 @@ from scale_sets import SETS, cut, redshifts, scale_sets, ways_to_cut
 
 distributed = pytest.importorskip("distributed")
 
-ON_CLUSTER = SETS if LONG else 6
+ON_CLUSTER = SETS if LONG else 3
 
 
 def collections(chunks):
@@ -29,26 +29,35 @@ def collections(chunks):
     ]
 
 
-@pytest.fixture(params=[1, 2, 3, 4])
-def client(request):
+@pytest.fixture(scope="module")
+def cluster():
     with distributed.LocalCluster(
-        n_workers=request.param, threads_per_worker=1, dashboard_address=None
-    ) as cluster, distributed.Client(cluster) as client:
+        n_workers=1, threads_per_worker=1, dashboard_address=None
+    ) as cluster:
+        yield cluster
+
+
+@pytest.fixture
+def client(cluster):
+    with distributed.Client(cluster) as client:  # the scheduler until it is closed
         yield client
 
 
 def test_the_same_bits_in_threads(rng):
     with config.set(scheduler="threads"):
-        for columns in scale_sets(rng, SETS if LONG else 12):
+        for columns in scale_sets(rng, SETS if LONG else 6):
             expected = numbers(vostrel.chunked_statistics([columns]))
             for way, chunks in ways_to_cut(rng, columns):
-                if len(chunks) > 64:
+                if len(chunks) > 7:
                     continue
                 found = numbers(vostrel.dask.point_statistics(*collections(chunks)))
                 assert same_bits(found, expected), (way, columns)
 
 
-def test_the_same_bits_on_a_cluster(client, rng):
+@pytest.mark.parametrize("workers", [1, 2, 3, 4])
+def test_the_same_bits_on_a_cluster(workers, client, rng):
+    client.cluster.scale(workers)
+    client.wait_for_workers(workers)
     for columns in scale_sets(rng, ON_CLUSTER):
         chunks = cut(columns, int(rng.integers(1, 12)))
         found = vostrel.dask.point_statistics(*collections(chunks))
@@ -78,7 +87,7 @@ def die_once(values, folder, wanted, position):
 
 
 @pytest.mark.parametrize("wanted", [0, 1], ids=["first pass", "second pass"])
-def test_a_killed_worker(wanted, rng, tmp_path):
+def test_a_killed_worker(wanted, client, rng, tmp_path):
     columns = redshifts(rng, 40_000)
     chunks = cut(columns, 8)
     reference = da.concatenate(
@@ -101,13 +110,12 @@ def test_a_killed_worker(wanted, rng, tmp_path):
         killed.append(int(file.read_text()))
         os.kill(killed[0], signal.SIGKILL)
 
-    with distributed.LocalCluster(
-        n_workers=2, threads_per_worker=1, dashboard_address=None
-    ) as cluster, distributed.Client(cluster):
-        killer = threading.Thread(target=kill, daemon=True)
-        killer.start()
-        found = vostrel.dask.point_statistics(reference, estimate)
-        killer.join(10)
+    client.cluster.scale(2)
+    client.wait_for_workers(2)
+    killer = threading.Thread(target=kill, daemon=True)
+    killer.start()
+    found = vostrel.dask.point_statistics(reference, estimate)
+    killer.join(10)
     assert killed and killed[0] != os.getpid()
     assert found == vostrel.chunked_statistics([columns])
 
