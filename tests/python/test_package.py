@@ -35,37 +35,62 @@ def test_import_takes_no_optional_library():
     assert run(sys.executable, "-c", script) == "[]\n"
 
 
-def with_the_module_of_this_build(folder):
-    """The environment in which setuptools finds the module compiled, except for long samples."""
-    if LONG:
-        return {}
-    shutil.copytree(pathlib.Path(vostrel.__file__).parents[1], folder / "built")
-    (folder / "built.cfg").write_text(f"[build]\nbuild_lib = {folder / 'built'}\n")
-    return {"DIST_EXTRA_CONFIG": str(folder / "built.cfg")}
+@pytest.fixture
+def clone(tmp_path):
+    """A copy of the sources without what was built of them."""
+    folder = tmp_path / "clone"
+    for name in run("git", "ls-files", cwd=SOURCE).splitlines():
+        (folder / name).parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy2(SOURCE / name, folder / name)
+    return folder
 
 
-def test_a_wheel_is_built_from_the_source_distribution(tmp_path):
+@pytest.fixture
+def environment(tmp_path):
+    """The environment for an installation that takes the compiled module of this build."""
+    shutil.copytree(pathlib.Path(vostrel.__file__).parents[1], tmp_path / "built")
+    (tmp_path / "built.cfg").write_text(f"[build]\nbuild_lib = {tmp_path / 'built'}\n")
+    variables = {name: value for name, value in os.environ.items() if name != "PYTHONPATH"}
+    variables["DIST_EXTRA_CONFIG"] = str(tmp_path / "built.cfg")
+    variables["PATH"] = os.pathsep.join([os.path.dirname(sys.executable), variables["PATH"]])
+    return variables
+
+
+WHERE = "import vostrel; print(vostrel.__file__, vostrel.point_statistics([1.0], [0.5]).n)"
+
+
+def test_a_wheel_is_built_from_the_source_distribution(clone, environment, tmp_path):
     pytest.importorskip("build")
-    tree = tmp_path / "source"
-    files = run("git", "ls-files", cwd=SOURCE).splitlines()
-    for name in files:
-        (tree / name).parent.mkdir(parents=True, exist_ok=True)
-        shutil.copy2(SOURCE / name, tree / name)
-    run(sys.executable, "-m", "build", "--no-isolation", "--outdir", str(tmp_path), str(tree),
-        env={**os.environ, **with_the_module_of_this_build(tmp_path)})
-    wheel = next(tmp_path.glob("vostrel-*.whl"))
-    zipfile.ZipFile(wheel).extractall(tmp_path / "installed")
-    script = "import vostrel; print(vostrel.__file__, vostrel.point_statistics([1.0], [0.5]).n)"
-    environment = {**os.environ, "PYTHONPATH": str(tmp_path / "installed")}
-    printed = run(sys.executable, "-c", script, cwd=tmp_path, env=environment)
-    assert printed == f"{tmp_path / 'installed' / 'vostrel' / '__init__.py'} 1\n"
-    assert (tmp_path / "installed" / "vostrel" / "py.typed").exists()
+    if LONG:
+        del environment["DIST_EXTRA_CONFIG"]  # so that it is compiled, which takes a minute
+    run(sys.executable, "-m", "build", "--no-isolation", "--outdir", tmp_path, clone,
+        env=environment)
+    installed = tmp_path / "installed"
+    zipfile.ZipFile(next(tmp_path.glob("vostrel-*.whl"))).extractall(installed)
+    printed = run(sys.executable, "-c", WHERE, cwd=tmp_path,
+                  env={**environment, "PYTHONPATH": str(installed)})
+    assert printed == f"{installed / 'vostrel' / '__init__.py'} 1\n"
+    assert (installed / "vostrel" / "py.typed").exists()
 
-    # All that the compiler reads comes with the sources.
+
+def test_the_source_distribution_has_all_that_the_compiler_reads(clone, tmp_path):
+    pytest.importorskip("build")
+    run(sys.executable, "-m", "build", "--sdist", "--no-isolation", "--outdir", tmp_path, clone)
     with tarfile.open(next(tmp_path.glob("vostrel-*.tar.gz"))) as archive:
         archive.extractall(tmp_path)
-    unpacked = next(tmp_path.glob("vostrel-*/"))
-    sources = [name for name in files if name.startswith(("python/src/", "statistics/"))
-               and name.endswith(".cpp")]
+    sources = [path.relative_to(clone) for folder in ("python/src", "statistics")
+               for path in (clone / folder).glob("*.cpp")]
     includes = [f"-I{sysconfig.get_path('include')}", f"-I{pybind11.get_include()}"]
-    run("c++", "-std=c++20", "-I.", *includes, "-MM", *sources, cwd=unpacked)
+    run("c++", "-std=c++20", "-I.", *includes, "-MM", *sources,
+        cwd=tmp_path / f"vostrel-{vostrel.__version__}")
+
+
+@pytest.mark.skipif(not LONG, reason="takes long")
+def test_the_commands_of_the_document_install_without_a_network(clone, environment):
+    pytest.importorskip("ensurepip")
+    command = next(line for line in (SOURCE / "docs" / "python.md").read_text().splitlines()
+                   if "--no-build-isolation" in line)
+    run("sh", "-ec", command.strip(), cwd=clone, env=environment)
+    printed = run("venv/bin/python", "-c", WHERE, cwd=clone, env=environment)
+    assert printed.startswith(str(clone / "venv"))
+    assert (clone / "venv" / "bin" / "vostrel-plot").exists()
