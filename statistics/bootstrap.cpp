@@ -1,10 +1,11 @@
 #include "statistics/bootstrap.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <functional>
 #include <limits>
-#include <optional>
-#include <utility>
+#include <queue>
 
 #include "statistics/passes.h"
 #include "statistics/resample.h"
@@ -22,8 +23,7 @@ constexpr double kWidth = 4.5;
 // How many of the largest residuals may be missing from a resample.
 constexpr std::size_t kLargest = 16;
 
-// Windows take 12 bytes an entry. From this number of objects on they have fewer entries than
-// objects in all, or there are none.
+// From this number of objects on the windows have fewer entries than objects, or there are none.
 constexpr std::size_t kMany = 100'000;
 
 // The value of a rank, from 0 on. Reorders the values.
@@ -43,74 +43,25 @@ std::array<double, 3> values_of(std::span<double> values, std::array<std::size_t
   return {low, middle, high};
 }
 
-// The middle of a resample: the values of the ranks (n - 1) / 2 and n / 2.
-struct Middle {
-  double lower;
-  double upper;
-  double median(std::uint64_t n) const { return n % 2 == 0 ? (upper + lower) / 2.0 : upper; }
-};
-
-// Takes values in ascending order with their counts, until the middle ones are known.
-class MiddleSearch {
- public:
-  // @param below  how many values are smaller than those to come.
-  MiddleSearch(std::uint64_t n, std::uint64_t below)
-      : lower_((n - 1) / 2), upper_(n / 2), seen_(below), possible_(below <= lower_) {}
-
-  // Returns whether that was the last one needed.
-  bool take(double value, std::uint64_t count) {
-    seen_ += count;
-    if (seen_ <= lower_) return false;
-    if (!has_lower_) {
-      middle_.lower = value;
-      has_lower_ = true;
-    }
-    if (seen_ <= upper_) return false;
-    middle_.upper = value;
-    found_ = possible_;
-    return true;
-  }
-
-  std::optional<Middle> result() const {
-    return found_ ? std::optional<Middle>(middle_) : std::nullopt;
-  }
-
- private:
-  std::uint64_t lower_;
-  std::uint64_t upper_;
-  std::uint64_t seen_;
-  bool possible_;
-  bool has_lower_ = false;
-  bool found_ = false;
-  Middle middle_{};
-};
-
 }  // namespace
 
-// One object of a block.
+// One object of a block. The first of two is of the residual, the second of the normalized
+// residual; in these loops the compiler makes a vector of them.
 struct Bootstrap::Item {
-  double delta;
-  double norm;
-  std::uint64_t delta_marks;
-  std::uint64_t norm_marks;
+  std::array<double, 2> residuals;
+  std::array<std::uint64_t, 2> marks;
 };
 
 // What some draws add up to. An addition waits for the one before, so two of these are faster.
 struct Bootstrap::Drawn {
-  double delta = 0;
-  double norm = 0;
-  double delta_squares = 0;
-  double norm_squares = 0;
-  std::uint64_t delta_marks = 0;
-  std::uint64_t norm_marks = 0;
+  std::array<double, 2> sums{};
+  std::array<double, 2> squares{};
+  std::array<std::uint64_t, 2> marks{};
 
   void add(const Item& item) {
-    delta += item.delta;
-    norm += item.norm;
-    delta_squares += item.delta * item.delta;
-    norm_squares += item.norm * item.norm;
-    delta_marks += item.delta_marks;
-    norm_marks += item.norm_marks;
+    for (std::size_t k = 0; k < 2; ++k) sums[k] += item.residuals[k];
+    for (std::size_t k = 0; k < 2; ++k) squares[k] += item.residuals[k] * item.residuals[k];
+    for (std::size_t k = 0; k < 2; ++k) marks[k] += item.marks[k];
   }
 };
 
@@ -129,24 +80,84 @@ struct Bootstrap::Sums {
 };
 
 // Eight yes or no, each as the lowest bit of a byte, so that up to 255 of them can be added. The
-// compiler makes vectors of this loop.
+// compiler makes vectors of this loop, as it makes none of comparisons.
 void Bootstrap::Windows::mark(std::span<const double> residuals, std::uint64_t* marks) const {
-  const auto mark = [](bool is, int place) { return is ? std::uint64_t{1} << (8 * place) : 0; };
-  const double below = median.low;
-  const double nearer = absolute.low;
-  const double from = inner_low;
-  const double to = inner_high;
-  const std::array<double, 4> bounds = {beyond[0].high, beyond[1].high, beyond[2].high,
-                                        beyond[3].high};
+  // Whether a < b. Both are finite, so the sign of the difference tells.
+  const auto is_below = [](double a, double b, int place) {
+    return std::bit_cast<std::uint64_t>(a - b) >> 63 << (8 * place);
+  };
+  const double middle = median.middle;
+  const double middle_size = absolute.middle;
+  const double from = near_low;
+  const double to = near_high;
+  const std::array<double, 4> bounds = {beyond[0].middle, beyond[1].middle, beyond[2].middle,
+                                        beyond[3].middle};
   for (std::size_t i = 0; i < residuals.size(); ++i) {
     const double value = residuals[i];
     const double size = std::fabs(value);
-    marks[i] = mark(value < below, 0) | mark(size < nearer, 1) |
-               (mark(value > from, 2) & mark(value < to, 2)) | mark(size > kOutlierBound, 3) |
-               mark(size > bounds[0], 4) | mark(size > bounds[1], 5) | mark(size > bounds[2], 6) |
-               mark(size > bounds[3], 7);
+    marks[i] = is_below(value, middle, 0) | is_below(size, middle_size, 1) |
+               (is_below(value, to, 2) ^ is_below(value, from, 2)) |
+               is_below(kOutlierBound, size, 3) | is_below(size, bounds[0], 4) |
+               is_below(size, bounds[1], 5) | is_below(size, bounds[2], 6) |
+               is_below(size, bounds[3], 7);
   }
 }
+
+// The place of the first entry whose key isn't below `key`.
+std::size_t Bootstrap::Window::first_from(double key) const {
+  const auto below = [](const Entry& entry, double bound) { return entry.key < bound; };
+  return static_cast<std::size_t>(std::lower_bound(entries.begin(), entries.end(), key, below) -
+                                  entries.begin());
+}
+
+void Bootstrap::Window::set_middle(double key) {
+  middle = key;
+  start = first_from(key);
+}
+
+void Bootstrap::Window::sort() {
+  std::sort(entries.begin(), entries.end(),
+            [](const Entry& a, const Entry& b) { return a.key < b.key; });
+  set_middle(middle);
+}
+
+void Bootstrap::Windows::place_near() {
+  near_start = distant.first_from(near_low);
+  near_end = distant.first_from(near_high);
+}
+
+// Goes along the entries of a window, in the order of their keys.
+class Bootstrap::Walk {
+ public:
+  // @param before  how many drawn objects are below the middle.
+  Walk(const Window& window, std::span<const std::uint8_t> counts, std::uint64_t before)
+      : entries_(window.entries), counts_(counts), place_(window.start), before_(before) {}
+
+  // The median of a resample, or nothing when it isn't in the window.
+  std::optional<double> median(std::uint64_t size) {
+    const std::optional<double> lower = key_of((size - 1) / 2);
+    const std::optional<double> upper = lower ? key_of(size / 2) : std::nullopt;
+    if (!upper) return std::nullopt;
+    return size % 2 == 0 ? (*upper + *lower) / 2.0 : *upper;
+  }
+
+ private:
+  std::uint64_t count_of(std::size_t place) const { return counts_[entries_[place].object]; }
+
+  std::optional<double> key_of(std::uint64_t rank) {
+    while (before_ > rank && place_ > 0) before_ -= count_of(--place_);
+    while (place_ < entries_.size() && before_ + count_of(place_) <= rank) {
+      before_ += count_of(place_++);
+    }
+    if (before_ > rank || place_ == entries_.size()) return std::nullopt;
+    return entries_[place_].key;
+  }
+
+  std::span<const Entry> entries_;
+  std::span<const std::uint8_t> counts_;
+  std::size_t place_;
+  std::uint64_t before_;
+};
 
 Bootstrap::Bootstrap(std::span<const double> reference, std::span<const double> estimate,
                      std::uint64_t seed)
@@ -169,32 +180,24 @@ template <class Residual>
 bool Bootstrap::order(Residual residual, Windows& windows) const {
   const std::size_t size = reference_.size();
   const auto n = static_cast<double>(size);
-  std::vector<double> values(size);
   const auto compute = [&](std::size_t i) { return residual(reference_[i], estimate_[i]); };
-  for (std::size_t i = 0; i < size; ++i) {
-    values[i] = compute(i);
-    if (!std::isfinite(values[i])) return false;
-  }
-
-  const auto half_width = static_cast<std::size_t>(kWidth * std::sqrt(n) / 2) + 2;
-  const std::size_t middle = size / 2;
-  const std::array<std::size_t, 3> ranks = {middle - std::min(middle, half_width), middle,
-                                            std::min(middle + half_width, size - 1)};
 
   double sum = 0;
-  for (const double value : values) sum += value;
+  std::priority_queue<double, std::vector<double>, std::greater<>> largest;
+  for (std::size_t i = 0; i < size; ++i) {
+    const double value = compute(i);
+    if (!std::isfinite(value)) return false;
+    sum += value;
+    if (largest.size() == kLargest) {
+      if (std::fabs(value) <= largest.top()) continue;
+      largest.pop();
+    }
+    largest.push(std::fabs(value));
+  }
   windows.center = sum / n;
-  const auto [median_low, median, median_high] = values_of(values, ranks);
-  windows.median.low = median_low;
-  windows.median.high = median_high;
 
   // Sigma of a resample: its square scatters by the root of (m4 - m2^2) / n. A lower bound leaves
   // out the largest residuals, which may make up most of sigma.
-  for (double& value : values) value = std::fabs(value);
-  const auto absolute = values_of(values, ranks);
-  windows.absolute.low = absolute[0];
-  windows.absolute.high = absolute[2];
-  const double largest = value_of(values, size - std::min(size, kLargest));
   double second = 0;
   double fourth = 0;
   double core_second = 0;
@@ -204,7 +207,7 @@ bool Bootstrap::order(Residual residual, Windows& windows) const {
     const double square = (value - windows.center) * (value - windows.center);
     second += square / n;
     fourth += square / n * square;
-    if (std::fabs(value) < largest) {
+    if (std::fabs(value) < largest.top()) {
       core_second += square / n;
       core_fourth += square / n * square;
     }
@@ -217,55 +220,119 @@ bool Bootstrap::order(Residual residual, Windows& windows) const {
       std::sqrt(std::max(core_second - scatter(core_second, core_fourth), 0.0));
   const double sigma_high = std::sqrt(second + scatter(second, fourth));
   for (std::size_t k = 0; k < 4; ++k) {
-    windows.beyond[k].low = sigma_low * static_cast<double>(k + 1);
-    windows.beyond[k].high = sigma_high * static_cast<double>(k + 1);
+    const auto multiple = static_cast<double>(k + 1);
+    windows.beyond[k].low = sigma_low * multiple;
+    windows.beyond[k].middle = std::sqrt(second) * multiple;
+    windows.beyond[k].high = sigma_high * multiple;
   }
+
+  // The medians are found in some of the residuals, drawn one from each few. The windows are as
+  // wide as the scatter of these.
+  const auto step = static_cast<std::size_t>(std::max(1.0, std::cbrt(n) / 5));
+  std::vector<double> values;
+  values.reserve(size / step);
+  RandomWords random(0, 0, 0);
+  std::array<std::uint64_t, 4> words{};
+  for (std::size_t first = 0; first + step <= size; first += step) {
+    random.next(words);
+    values.push_back(compute(first + words[0] % step));
+  }
+  const std::size_t middle = values.size() / 2;
+  const auto half_width =
+      static_cast<std::size_t>(kWidth * std::sqrt(static_cast<double>(values.size())) / 2) + 2;
+  const std::array<std::size_t, 3> ranks = {middle - std::min(middle, half_width), middle,
+                                            std::min(middle + half_width, values.size() - 1)};
+  const auto find = [&](Window& window) {
+    const auto [low, mid, high] = values_of(values, ranks);
+    window.low = low;
+    window.middle = mid;
+    window.high = high;
+  };
+  find(windows.median);
 
   // The distances from a resample's median: the median moves, and so does the middle distance.
-  for (std::size_t i = 0; i < size; ++i) values[i] = std::fabs(compute(i) - median);
-  const auto distances = values_of(values, ranks);
-  const double moves = std::max(median - median_low, median_high - median);
-  const bool all_below = ranks[0] == 0;
-  const bool all_above = ranks[2] == size - 1;
-  const double inner = all_below ? -1 : distances[0] - moves;
-  const double outer = all_above ? kInfinity : distances[2] + moves;
-  windows.has_inner = inner > 0;
-  windows.inner_low = windows.has_inner ? median - inner : median;
-  windows.inner_high = windows.has_inner ? median + inner : median;
-  windows.distant.low = median - outer;
-  windows.distant.high = median + outer;
-  values = {};
-
-  const std::size_t most = size < kMany ? 7 * size : size * 2 / 3;
-  std::size_t entries = 0;
-  const auto fill = [&](Window& window, auto key, auto is_left_out) {
-    std::vector<std::pair<double, std::uint32_t>> found;
-    for (std::size_t i = 0; i < size; ++i) {
-      const double value = key(compute(i));
-      if (value >= window.low && value <= window.high && !is_left_out(value)) {
-        if (++entries > most) return false;
-        found.emplace_back(value, static_cast<std::uint32_t>(i));
-      }
-    }
-    std::sort(found.begin(), found.end());
-    for (const auto& [value, object] : found) {
-      window.keys.push_back(value);
-      window.objects.push_back(object);
-    }
-    return true;
-  };
-  const auto itself = [](double value) { return value; };
-  const auto absolute_value = [](double value) { return std::fabs(value); };
-  const auto none = [](double) { return false; };
-  const auto is_inner = [&](double value) {
-    return value > windows.inner_low && value < windows.inner_high;
-  };
-  if (!fill(windows.median, itself, none) || !fill(windows.absolute, absolute_value, none) ||
-      !fill(windows.distant, itself, is_inner)) {
-    return false;
+  const double median = windows.median.middle;
+  std::vector<double> distances = values;
+  for (double& distance : distances) distance = std::fabs(distance - median);
+  const auto [inner, near, outer] = values_of(distances, ranks);
+  const double moves = std::max(median - windows.median.low, windows.median.high - median);
+  windows.has_gap = ranks[0] != 0 && inner > moves;
+  if (windows.has_gap) {
+    windows.gap_low = median - (inner - moves);
+    windows.gap_high = median + (inner - moves);
+    windows.near = near;
+    windows.near_low = median - near;
+    windows.near_high = median + near;
   }
-  return std::all_of(windows.beyond.begin(), windows.beyond.end(),
-                     [&](Window& window) { return fill(window, absolute_value, none); });
+  const bool all = ranks[2] == values.size() - 1;
+  windows.distant.low = all ? -kInfinity : median - outer - moves;
+  windows.distant.high = all ? kInfinity : median + outer + moves;
+
+  for (double& value : values) value = std::fabs(value);
+  find(windows.absolute);
+  values = {};
+  distances = {};
+  return fill(residual, windows);
+}
+
+// Finds the entries of the windows. Returns false when there are too many.
+template <class Residual>
+bool Bootstrap::fill(Residual residual, Windows& windows) const {
+  const std::size_t size = reference_.size();
+  const std::size_t most = size < kMany ? 7 * size : size * 2 / 3;
+  const auto itself = [](double value) { return value; };
+  const auto magnitude = [](double value) { return std::fabs(value); };
+  std::array<double, Resample::kBlock> values;
+  std::size_t entries = 0;
+  std::uint64_t below = 0;
+  std::uint64_t smaller = 0;
+  std::uint64_t near = 0;
+  for (std::size_t first = 0; first < size; first += values.size()) {
+    const std::size_t count = std::min(values.size(), size - first);
+    for (std::size_t i = 0; i < count; ++i) {
+      const double value = residual(reference_[first + i], estimate_[first + i]);
+      values[i] = value;
+      below += value < windows.median.middle;
+      smaller += std::fabs(value) < windows.absolute.middle;
+      near += value >= windows.near_low && value < windows.near_high;
+    }
+    const auto take = [&](Window& window, auto key_of, double gap_low, double gap_high) {
+      for (std::size_t i = 0; i < count; ++i) {
+        const double key = key_of(values[i]);
+        if (key < window.low || key > window.high || (key > gap_low && key < gap_high)) continue;
+        window.entries.push_back({key, static_cast<std::uint32_t>(first + i)});
+        ++entries;
+      }
+    };
+    take(windows.median, itself, 0, 0);
+    take(windows.absolute, magnitude, 0, 0);
+    take(windows.distant, itself, windows.gap_low, windows.gap_high);
+    for (Window& window : windows.beyond) take(window, magnitude, 0, 0);
+    if (entries > most) return false;
+  }
+
+  windows.median.sort();
+  windows.absolute.sort();
+  windows.distant.sort();
+  for (Window& window : windows.beyond) window.sort();
+  windows.gap = windows.distant.first_from(windows.gap_high);
+  windows.place_near();
+
+  // The middles so far are near those of all objects. Walks start at these.
+  const std::vector<std::uint8_t> ones(size, 1);
+  const auto median = Walk(windows.median, ones, below).median(size);
+  const auto absolute = Walk(windows.absolute, ones, smaller).median(size);
+  const auto distance = median ? median_distance(windows, *median, near, ones) : std::nullopt;
+  if (!absolute || !distance) return false;
+  windows.median.set_middle(*median);
+  windows.absolute.set_middle(*absolute);
+  if (windows.has_gap) {
+    windows.near = *distance;
+    windows.near_low = *median - *distance;
+    windows.near_high = *median + *distance;
+    windows.place_near();
+  }
+  return true;
 }
 
 std::size_t Bootstrap::batch() const {
@@ -286,8 +353,31 @@ void Bootstrap::load(std::size_t first, std::span<Item> items) const {
   delta_.mark({deltas.data(), count}, delta_marks.data());
   norm_.mark({norms.data(), count}, norm_marks.data());
   for (std::size_t i = 0; i < count; ++i) {
-    items[i] = {deltas[i] - delta_.center, norms[i] - norm_.center, delta_marks[i], norm_marks[i]};
+    items[i] = {{deltas[i] - delta_.center, norms[i] - norm_.center},
+                {delta_marks[i], norm_marks[i]}};
   }
+}
+
+// Adds the drawn items of a block to the sums, and to their counts.
+void Bootstrap::add(std::span<const std::uint8_t> positions, const Item* items,
+                    std::uint8_t* counts, std::array<Drawn, 2>& drawn) {
+  static_assert(BlockDraws::kMost <= 255);
+  Drawn even = drawn[0];
+  Drawn odd = drawn[1];
+  std::size_t i = 0;
+  for (; i + 1 < positions.size(); i += 2) {
+    const std::size_t one = positions[i];
+    const std::size_t other = positions[i + 1];
+    ++counts[one];
+    ++counts[other];
+    even.add(items[one]);
+    odd.add(items[other]);
+  }
+  if (i < positions.size()) {
+    ++counts[positions[i]];
+    even.add(items[positions[i]]);
+  }
+  drawn = {even, odd};
 }
 
 void Bootstrap::run(std::uint64_t first, std::span<PointStatistics> results,
@@ -304,13 +394,15 @@ void Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> results,
                      const std::atomic<bool>& stop) const {
   struct State {
     Resample resample;
-    Counts counts;  // an object is drawn more than 255 times in none of 10^500 resamples
-    Sums delta;
-    Sums norm;
+    std::uint8_t* counts;
+    std::array<Sums, 2> sums;
   };
+  // An object is drawn more than 255 times in none of 10^500 resamples.
+  std::vector<std::uint8_t> all_counts(results.size() * drawn_from_);
   std::vector<State> states;
   for (std::size_t k = 0; k < results.size(); ++k) {
-    states.push_back({Resample(seed_, first + k, drawn_from_), Counts(drawn_from_), {}, {}});
+    states.push_back(
+        {Resample(seed_, first + k, drawn_from_), all_counts.data() + k * drawn_from_, {}});
   }
 
   std::vector<Item> items(fast_ ? Resample::kBlock : 0);
@@ -319,33 +411,31 @@ void Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> results,
     const std::size_t count = std::min(Resample::kBlock, drawn_from_ - start);
     if (fast_) load(start, std::span(items).first(count));
     for (State& state : states) {
-      std::uint8_t* const counts = state.counts.data() + start;
-      state.resample.draw(start / Resample::kBlock, [&](std::span<const std::uint16_t> positions) {
-        for (const std::uint16_t position : positions) ++counts[position];
-        if (!fast_) return;
-        static_assert(Resample::kDraws <= 255);
-        Drawn even;
-        Drawn odd;
-        const std::size_t pairs = positions.size() / 2;
-        for (std::size_t i = 0; i < pairs; ++i) {
-          even.add(items[positions[2 * i]]);
-          odd.add(items[positions[2 * i + 1]]);
+      std::uint8_t* const counts = state.counts + start;
+      BlockDraws draws = state.resample.draw(start / Resample::kBlock);
+      for (auto some = draws.next(); !some.empty(); some = draws.next()) {
+        if (!fast_) {
+          for (const std::uint8_t position : some) ++counts[position];
+          continue;
         }
-        if (positions.size() % 2 != 0) even.add(items[positions.back()]);
-        state.delta.add(even.delta + odd.delta, even.delta_squares + odd.delta_squares,
-                        even.delta_marks + odd.delta_marks);
-        state.norm.add(even.norm + odd.norm, even.norm_squares + odd.norm_squares,
-                       even.norm_marks + odd.norm_marks);
-      });
+        std::array<Drawn, 2> drawn;
+        add(some, items.data(), counts, drawn);
+        for (std::size_t k = 0; k < 2; ++k) {
+          state.sums[k].add(drawn[0].sums[k] + drawn[1].sums[k],
+                            drawn[0].squares[k] + drawn[1].squares[k],
+                            drawn[0].marks[k] + drawn[1].marks[k]);
+        }
+      }
     }
   }
 
   for (std::size_t k = 0; k < results.size() && !stop; ++k) {
     PointStatistics& result = results[k];
+    const std::span<const std::uint8_t> counts(states[k].counts, drawn_from_);
     result.n = drawn_from_;
-    if (!fast_ || !evaluate(delta_, states[k].delta, states[k].counts, result.delta) ||
-        !evaluate(norm_, states[k].norm, states[k].counts, result.norm)) {
-      result = compute_plainly(states[k].counts, groups_, stop);
+    if (!fast_ || !evaluate(delta_, states[k].sums[0], counts, result.delta) ||
+        !evaluate(norm_, states[k].sums[1], counts, result.norm)) {
+      result = compute_plainly(counts, groups_, stop);
     }
   }
 }
@@ -366,40 +456,17 @@ bool Bootstrap::evaluate(const Windows& windows, const Sums& sums,
   const double rounding = 1e-12 + n * 0x1p-52;
   if (!(variance > 1e-3 * square) || !(result.sigma > 1e-3 * result.rms)) return false;
 
-  const auto find_middle = [&](const Window& window, std::uint64_t below) {
-    MiddleSearch search(size, below);
-    for (std::size_t i = 0; i < window.keys.size(); ++i) {
-      if (search.take(window.keys[i], counts[window.objects[i]])) break;
-    }
-    return search.result();
+  const auto median_in = [&](const Window& window, std::uint64_t below) {
+    return Walk(window, counts, below).median(size);
   };
-  const auto middle = find_middle(windows.median, sums.marked[0]);
-  const auto absolute = find_middle(windows.absolute, sums.marked[1]);
-  if (!middle || !absolute) return false;
-  result.mad = absolute->median(size);
+  const auto median = median_in(windows.median, sums.marked[0]);
+  const auto absolute = median_in(windows.absolute, sums.marked[1]);
+  const auto distant =
+      median ? median_distance(windows, *median, sums.marked[2], counts) : std::nullopt;
+  if (!absolute || !distant) return false;
+  result.mad = *absolute;
   result.nmad = result.mad * kNmadFactor;
-
-  // Walks from the median to both sides, to the nearer object next.
-  const double median = middle->median(size);
-  const Window& distant = windows.distant;
-  std::size_t right = static_cast<std::size_t>(
-      std::upper_bound(distant.keys.begin(), distant.keys.end(), median) - distant.keys.begin());
-  std::size_t left = right;
-  MiddleSearch search(size, sums.marked[2]);
-  for (bool done = false; !done;) {
-    const double to_left = left == 0 ? kInfinity : median - distant.keys[left - 1];
-    const double to_right = right == distant.keys.size() ? kInfinity : distant.keys[right] - median;
-    if (to_left == kInfinity && to_right == kInfinity) return false;
-    const bool goes_left = to_left <= to_right;
-    const std::size_t next = goes_left ? --left : right++;
-    done = search.take(std::fabs(distant.keys[next] - median), counts[distant.objects[next]]);
-  }
-  const auto about = search.result();
-  if (!about) return false;
-  const double nearest = std::max(median - windows.inner_low, windows.inner_high - median);
-  const double farthest = std::min(median - distant.low, distant.high - median);
-  if ((windows.has_inner && about->lower < nearest) || about->upper > farthest) return false;
-  result.mad_delta = about->median(size);
+  result.mad_delta = *distant;
 
   const auto percent = [&](std::uint64_t count) {
     return percentage(static_cast<double>(count), size);
@@ -408,16 +475,18 @@ bool Bootstrap::evaluate(const Windows& windows, const Sums& sums,
   std::array<std::uint64_t, 4> outliers{};
   for (std::size_t k = 0; k < outliers.size(); ++k) {
     const Window& window = windows.beyond[k];
-    const double bound = bounds[k + 1];
-    const double low = bound * (1 - rounding);
-    const double high = bound * (1 + rounding);
+    const auto& entries = window.entries;
+    const double low = bounds[k + 1] * (1 - rounding);
+    const double high = bounds[k + 1] * (1 + rounding);
     if (low < window.low || high > window.high) return false;
-    const auto place = std::upper_bound(window.keys.begin(), window.keys.end(), low);
-    if (place != window.keys.end() && *place <= high) return false;
-    outliers[k] = sums.marked[4 + k];
-    for (auto i = static_cast<std::size_t>(place - window.keys.begin()); i < window.keys.size();
-         ++i) {
-      outliers[k] += counts[window.objects[i]];
+    outliers[k] = size - sums.marked[4 + k];
+    std::size_t i = window.start;
+    for (; i < entries.size() && entries[i].key <= low; ++i)
+      outliers[k] -= counts[entries[i].object];
+    if (i < entries.size() && entries[i].key <= high && entries[i].key > low) return false;
+    for (; i > 0 && entries[i - 1].key > low; --i) {
+      if (entries[i - 1].key <= high) return false;
+      outliers[k] += counts[entries[i - 1].object];
     }
   }
   result.outliers_015 = percent(sums.marked[3]);
@@ -426,6 +495,70 @@ bool Bootstrap::evaluate(const Windows& windows, const Sums& sums,
   result.outliers_3sigma = percent(outliers[2]);
   result.outliers_4sigma = percent(outliers[3]);
   return true;
+}
+
+// The median of |r - median| of a resample, or nothing when the windows don't tell it.
+std::optional<double> Bootstrap::median_distance(const Windows& windows, double median,
+                                                 std::uint64_t near,
+                                                 std::span<const std::uint8_t> counts) const {
+  const auto& entries = windows.distant.entries;
+  const std::uint64_t lower = (drawn_from_ - 1) / 2;
+  const std::uint64_t upper = drawn_from_ / 2;
+  const auto distance = [&](std::size_t i) { return std::fabs(entries[i].key - median); };
+  const auto count = [&](std::size_t i) { return counts[entries[i].object]; };
+
+  // `near` objects are taken: those in the gap, and the entries from `left` to before `right`.
+  std::size_t left = windows.near_start;
+  std::size_t right = windows.near_end;
+  std::size_t gap = windows.gap;
+  if (!windows.has_gap) {
+    gap = windows.distant.first_from(median);
+    left = gap;
+    right = gap;
+    near = 0;
+  }
+  const auto next_left = [&] { return left == 0 ? kInfinity : distance(left - 1); };
+  const auto next_right = [&] { return right == entries.size() ? kInfinity : distance(right); };
+
+  // Moves both ends to the same distance.
+  while (left < gap && distance(left) > windows.near) near -= count(left++);
+  while (next_left() <= windows.near) near += count(--left);
+  while (right > gap && distance(right - 1) > windows.near) near -= count(--right);
+  while (next_right() <= windows.near) near += count(right++);
+
+  // Gives back the most distant ones while they are too many.
+  while (near > lower) {
+    const double last_left = left < gap ? distance(left) : -1;
+    const double last_right = right > gap ? distance(right - 1) : -1;
+    if (std::max(last_left, last_right) < 0) return std::nullopt;
+    near -= count(last_left >= last_right ? left++ : --right);
+  }
+
+  // Takes the nearest ones, until the middle is among them.
+  double value = 0;
+  double lower_value = 0;
+  bool has_lower = false;
+  while (near <= upper) {
+    const double to_left = next_left();
+    const double to_right = next_right();
+    value = std::min(to_left, to_right);
+    if (value == kInfinity) return std::nullopt;
+    near += count(to_left <= to_right ? --left : right++);
+    if (near > lower && !has_lower) {
+      lower_value = value;
+      has_lower = true;
+    }
+  }
+
+  // What the windows don't have is nearer or more distant than both.
+  if (windows.has_gap &&
+      lower_value < std::max(median - windows.gap_low, windows.gap_high - median)) {
+    return std::nullopt;
+  }
+  if (value > std::min(median - windows.distant.low, windows.distant.high - median)) {
+    return std::nullopt;
+  }
+  return drawn_from_ % 2 == 0 ? (value + lower_value) / 2.0 : value;
 }
 
 PointStatistics Bootstrap::compute_plainly(std::span<const std::uint8_t> counts,

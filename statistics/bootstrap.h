@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -22,9 +23,10 @@ namespace vostrel {
 ///
 /// A resample is made as counts: how often each object is drawn. The residuals are ordered once. A
 /// median of a resample lies near that of all objects, so what is sorted are the objects in a
-/// window about each median, and about each multiple of sigma. Of the others it is enough to know
-/// how many are drawn from below or above a window. Where an answer isn't in its window, or where
-/// rounding could decide it, the resample is handed to Passes as it is.
+/// window about each median, and about each multiple of sigma. For each window it is counted how
+/// many are drawn from below the middle of the window; from there it is a short walk. Where an
+/// answer isn't in its window, or where rounding could decide it, the resample is handed to Passes
+/// as it is.
 class Bootstrap {
  public:
   /// Requires: both have the same length from 1 to 2^32 - 1, and stay as they are and where they
@@ -48,23 +50,44 @@ class Bootstrap {
            const std::atomic<bool>& stop) const;
 
  private:
+  struct Entry {
+    double key;
+    std::uint32_t object;
+  };
+
   // Objects ordered by a key: all whose keys are from `low` to `high`.
   struct Window {
     double low = 0;
+    double middle = 0;
     double high = 0;
-    std::vector<double> keys;
-    std::vector<std::uint32_t> objects;
+    std::vector<Entry> entries;
+    std::size_t start = 0;  // the first entry that isn't below the middle
+
+    void sort();
+    void set_middle(double key);
+    std::size_t first_from(double key) const;
   };
 
   // The windows of one residual.
   struct Windows {
-    double center = 0;       // the bias, subtracted before sums are taken
-    Window median;           // by residual
-    Window absolute;         // by |residual|
-    Window distant;          // by residual: those about as far from the median as the MAD
-    bool has_inner = false;  // objects nearer to the median, from `inner_low` to `inner_high`
-    double inner_low = 0;
-    double inner_high = 0;
+    double center = 0;  // the bias, subtracted before sums are taken
+    Window median;      // by residual
+    Window absolute;    // by |residual|
+
+    // By residual: those about as far from the median as the MAD(Delta). Nearer ones are left out
+    // if has_gap.
+    Window distant;
+    bool has_gap = false;
+    double gap_low = 0;
+    double gap_high = 0;
+    std::size_t gap = 0;  // where it is among the entries
+    double near = -1;     // the MAD(Delta), or any distance close to it
+    double near_low = 0;  // the objects that near to the median: from here to before near_high
+    double near_high = 0;
+    std::size_t near_start = 0;  // their entries, to before near_end
+    std::size_t near_end = 0;
+    void place_near();
+
     std::array<Window, 4> beyond;  // by |residual|: about 1 to 4 sigma
     void mark(std::span<const double> residuals, std::uint64_t* marks) const;
   };
@@ -72,13 +95,19 @@ class Bootstrap {
   struct Item;
   struct Drawn;
   struct Sums;
-  using Counts = std::vector<std::uint8_t>;
+  class Walk;
 
   template <class Residual>
   bool order(Residual residual, Windows& windows) const;
+  template <class Residual>
+  bool fill(Residual residual, Windows& windows) const;
+  static void add(std::span<const std::uint8_t> positions, const Item* items, std::uint8_t* counts,
+                  std::array<Drawn, 2>& drawn);
   void load(std::size_t first, std::span<Item> items) const;
   bool evaluate(const Windows& windows, const Sums& sums, std::span<const std::uint8_t> counts,
                 ResidualStatistics& result) const;
+  std::optional<double> median_distance(const Windows& windows, double median, std::uint64_t near,
+                                        std::span<const std::uint8_t> counts) const;
   void draw(std::uint64_t first, std::span<PointStatistics> results,
             const std::atomic<bool>& stop) const;
   PointStatistics compute_plainly(std::span<const std::uint8_t> counts,

@@ -43,27 +43,37 @@ class Bits {
   // How many of the next `count` bits are 1. What is left of the last word is skipped.
   std::uint64_t ones(std::uint64_t count) {
     std::uint64_t sum = 0;
-    for (; count >= 64; count -= 64) sum += ones_of(next());
-    if (count != 0) sum += ones_of(next() >> (64 - count));
+    while (count >= 64) {
+      if (used_ == batch_.size()) refill();
+      const std::size_t end = used_ + static_cast<std::size_t>(std::min<std::uint64_t>(
+                                          count / 64, batch_.size() - used_));
+      count -= 64 * (end - used_);
+      for (; used_ < end; ++used_) sum += ones_of(batch_[used_]);
+    }
+    if (count != 0) {
+      if (used_ == batch_.size()) refill();
+      sum += ones_of(batch_[used_++] >> (64 - count));
+    }
     return sum;
   }
 
  private:
-  static std::uint64_t ones_of(std::uint64_t word) {
-    return static_cast<std::uint64_t>(std::popcount(word));
+  // As std::popcount, which is a call where the processor may lack the instruction.
+  static std::uint64_t ones_of(std::uint64_t x) {
+    x -= x >> 1 & 0x5555555555555555;
+    x = (x & 0x3333333333333333) + (x >> 2 & 0x3333333333333333);
+    x = (x + (x >> 4)) & 0x0f0f0f0f0f0f0f0f;
+    return x * 0x0101010101010101 >> 56;
   }
 
-  std::uint64_t next() {
-    if (used_ == RandomWords::kBatch) {
-      batch_ = words_.next();
-      used_ = 0;
-    }
-    return batch_[used_++];
+  void refill() {
+    words_.next(batch_);
+    used_ = 0;
   }
 
   RandomWords words_;
-  RandomWords::Batch batch_{};
-  std::size_t used_ = RandomWords::kBatch;
+  std::array<std::uint64_t, 32> batch_;
+  std::size_t used_ = batch_.size();
 };
 
 // How many of `draws` fall into a part of the whole: those whose random binary fraction is less
@@ -106,12 +116,39 @@ void divide(std::uint64_t draws, std::size_t items, std::span<std::uint64_t> blo
 
 Words philox(Words counter, std::array<std::uint64_t, 2> key) { return mix(counter, key); }
 
-const RandomWords::Batch& RandomWords::next() {
-  for (std::size_t i = 0; i < kBatch; i += 4) {
-    const Words words = mix({counter_++, stream_, resample_, 0}, {seed_, 0});
-    for (std::size_t k = 0; k < 4; ++k) words_[i + k] = words[k];
+void RandomWords::next(std::span<std::uint64_t> words) {
+  for (std::size_t i = 0; i < words.size(); i += 4) {
+    const Words four = mix({counter_ + i / 4, stream_, resample_, 0}, {seed_, 0});
+    for (std::size_t k = 0; k < 4; ++k) words[i + k] = four[k];
   }
-  return words_;
+  counter_ += words.size() / 4;
+}
+
+std::span<const std::uint8_t> BlockDraws::next() {
+  const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left_, kMost));
+  std::array<std::uint64_t, kMost / 8> words;
+  for (std::size_t found = 0; found < wanted;) {
+    const auto some = std::span(words).first((wanted - found + 31) / 32 * 4);
+    words_.next(some);
+    if (items_ == Resample::kBlock) {
+      for (const std::uint64_t word : some) {
+        for (int byte = 0; byte < 8; ++byte) {
+          positions_[found++] = static_cast<std::uint8_t>(word >> (8 * byte));
+        }
+      }
+      continue;
+    }
+    const std::uint64_t mask = (std::uint64_t{1} << std::bit_width(items_ - 1)) - 1;
+    for (const std::uint64_t word : some) {
+      for (int byte = 0; byte < 8; ++byte) {
+        const std::uint64_t position = word >> (8 * byte) & mask;
+        positions_[found] = static_cast<std::uint8_t>(position);
+        found += position < items_;
+      }
+    }
+  }
+  left_ -= wanted;
+  return {positions_.data(), wanted};
 }
 
 Resample::Resample(std::uint64_t seed, std::uint64_t number, std::size_t size)
@@ -127,9 +164,10 @@ std::vector<std::uint64_t> resample_indices(std::uint64_t seed, std::uint64_t nu
   result.reserve(size);
   for (std::size_t first = 0; first < size; first += Resample::kBlock) {
     const std::size_t before = result.size();
-    resample.draw(first / Resample::kBlock, [&](std::span<const std::uint16_t> positions) {
-      for (const std::uint16_t position : positions) result.push_back(first + position);
-    });
+    BlockDraws draws = resample.draw(first / Resample::kBlock);
+    for (auto some = draws.next(); !some.empty(); some = draws.next()) {
+      for (const std::uint8_t position : some) result.push_back(first + position);
+    }
     std::sort(result.begin() + static_cast<std::ptrdiff_t>(before), result.end());
   }
   return result;

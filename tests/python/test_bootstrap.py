@@ -14,7 +14,7 @@ from data_sets import numbers, redshifts, same_bits
 from vostrel import _core
 
 
-@pytest.mark.parametrize("n", [2, 50, 1024, 5000, 200_000])
+@pytest.mark.parametrize("n", [2, 50, 256, 5000, 200_000])
 def test_equals_the_plain_loop(n, rng):
     reference, estimate = redshifts(rng, n)
     u = vostrel.bootstrap(reference, estimate, resamples=3, seed=7)
@@ -45,10 +45,10 @@ def test_the_same_bits_for_any_workers(rng):
 
 
 def test_the_same_bits_on_every_machine():
-    assert _core.resample_indices(1, 2, 12).tolist() == [1, 3, 4, 5, 6, 6, 7, 7, 7, 8, 9, 10]
+    assert _core.resample_indices(1, 2, 12).tolist() == [0, 1, 1, 2, 3, 4, 5, 7, 7, 8, 10, 10]
     drawn = _core.resample_indices(2**64 - 1, 5, 1_000_000)
     some = drawn[0], drawn[500_000], drawn[-1], drawn.sum()
-    assert some == (0, 499994, 999999, 500146459791)
+    assert some == (0, 499976, 999998, 500113485660)
 
 
 def test_errors_and_intervals_are_those_of_the_replicates(rng):
