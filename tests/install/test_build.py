@@ -89,5 +89,5 @@ def test_an_old_compiler_is_refused_in_one_sentence(tmp_path):
         [CMAKE, "-S", tmp_path, "-B", tmp_path / "build"], stderr=subprocess.PIPE, text=True
     )
     assert refused.returncode != 0
-    told = re.sub(r"\s+", " ", refused.stderr)
-    assert "vostrel needs GCC 11, Clang 14 or newer; this is GNU 10.2.1." in told
+    message = re.sub(r"\s+", " ", refused.stderr)
+    assert "vostrel needs GCC 11, Clang 14 or newer; this is GNU 10.2.1." in message

@@ -150,8 +150,8 @@ def test_found_where_it_is_installed(folder, packaged_build):
     """bash-completion loads it from the folder where it is installed."""
     loader = "/usr/share/bash-completion/bash_completion"
     if not os.path.exists(loader):
-        told = f"{loader} is missing: install the Debian package bash-completion"
-        pytest.fail(told, pytrace=False)
+        message = f"{loader} is missing: install the Debian package bash-completion"
+        pytest.fail(message, pytrace=False)
     prefix = folder / "prefix"
     run(CMAKE, "--install", packaged_build, "--prefix", prefix)
     terminal = Terminal(folder, f"export XDG_DATA_DIRS='{prefix}/share'; source {loader}")

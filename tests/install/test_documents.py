@@ -43,8 +43,8 @@ def test_manual_has_each_message_of_the_sources():
     manual = unformatted(MANUAL.read_text())
     sources = [SOURCE / "main.cpp", *(SOURCE / "utils").glob("*.cpp")]
     text = "".join(re.sub(r'"\s*\n\s*"', "", path.read_text()) for path in sources)
-    told = "[Aa]borted|not found!|OCCURRED|catched|succesfully"
-    messages = re.findall(rf'"([^"\n]*(?:{told})[^"]*)"', text)
+    pattern = "[Aa]borted|not found!|OCCURRED|catched|succesfully"
+    messages = re.findall(rf'"([^"\n]*(?:{pattern})[^"]*)"', text)
     messages += re.findall(r'out_of_range\("([^"]*)"\)', text)
     assert len(messages) >= 9
     for message in messages:

@@ -143,8 +143,8 @@ def test_cmake_package_has_its_version(installed, tmp_path):
         "message(STATUS later:${vostrel_FOUND}:)\n"
     )
     prefix = f"-DCMAKE_PREFIX_PATH={installed.prefix}"
-    told = run(CMAKE, "-S", tmp_path, "-B", tmp_path / "build", prefix)
-    assert f"found:{VERSION}:" in told and "later:0:" in told
+    output = run(CMAKE, "-S", tmp_path, "-B", tmp_path / "build", prefix)
+    assert f"found:{VERSION}:" in output and "later:0:" in output
 
 
 def test_consumer_with_pkg_config(installed, tmp_path):

@@ -55,8 +55,8 @@ def test_the_former_package_of_the_figure_is_replaced(packages):
 
 def test_lintian(packages):
     need("lintian")
-    told = run("lintian", "--allow-root", "--fail-on", "error,warning", *packages.values())
-    assert told == ""
+    output = run("lintian", "--allow-root", "--fail-on", "error,warning", *packages.values())
+    assert output == ""
 
 
 def test_program_from_the_package(unpacked, tmp_path):
@@ -96,11 +96,11 @@ def test_python_package_from_the_package(unpacked, tmp_path):
         "print(vostrel.__file__, importlib.metadata.version('vostrel'))\n"
         "print(vostrel.point_statistics([1, 3], [1, 2]).norm.bias)\n"
     )
-    told = run(PYTHON, "-c", program, cwd=tmp_path, PYTHONPATH=str(packages_))
-    assert told == f"{packages_}/vostrel/__init__.py {VERSION}\n0.125\n"
+    output = run(PYTHON, "-c", program, cwd=tmp_path, PYTHONPATH=str(packages_))
+    assert output == f"{packages_}/vostrel/__init__.py {VERSION}\n0.125\n"
     assert (packages_ / "vostrel" / "py.typed").is_file()
     assert list(packages_.rglob("__pycache__")) == []
     assert (root / "bin" / "vostrel-plot").read_text().startswith(f"#!{PYTHON}\n")
-    told = run(root / "bin" / "vostrel-plot", "--version", PYTHONPATH=str(packages_))
-    assert told == f"vostrel-plot {VERSION}\n"
+    output = run(root / "bin" / "vostrel-plot", "--version", PYTHONPATH=str(packages_))
+    assert output == f"vostrel-plot {VERSION}\n"
     assert (root / "share/man/man1/vostrel-plot.1.gz").is_file()

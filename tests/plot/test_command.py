@@ -83,7 +83,7 @@ def test_report_that_is_not_one(text, failure):
 
 
 @pytest.mark.parametrize(
-    "old, new, told",
+    "old, new, message",
     [
         ("Data size  = 4", "Data size  = 5", "Data size = 5, but the file gives 4"),
         ("\nNMAD             = 0.44478", "\nNMAD             = 0.44479",
@@ -94,12 +94,12 @@ def test_report_that_is_not_one(text, failure):
     ],
     ids=["count", "nmad", "outliers", "nan"],
 )
-def test_report_of_another_run(old, new, told, failure):
+def test_report_of_another_run(old, new, message, failure):
     write(FOUR)
     assert old in REPORT
     write(REPORT.replace(old, new), "report.txt")
     assert failure("--report", "report.txt") == (
-        "vostrel-plot: 'report.txt' is not the report of 'internal.txt': it has " + told + "\n"
+        "vostrel-plot: 'report.txt' is not the report of 'internal.txt': it has " + message + "\n"
     )
 
 
@@ -151,7 +151,7 @@ def test_files_that_can_not_be_compared(failure):
     write(FOUR.replace("2 1 ", "2 1.5 "), "b")
     write(FOUR[:-8], "c")
     write("0 nan 1\n" * 4, "d")
-    for words, told in (
+    for words, message in (
         (["x=a", "y=b"], "'b', line 3: the reference is 1.5, but 1 in 'a'"),
         (["x=a", "y=c"], "'c' holds 3 objects, but 'a' holds 4"),
         (["x=d"], "'d' holds no objects with finite values"),
@@ -161,7 +161,7 @@ def test_files_that_can_not_be_compared(failure):
         (["a"], "see vostrel-plot --help"),
         (["x=a", "--report", "r"], "neither INTERNAL nor --report"),
     ):
-        assert told in failure("--compare", *words)
+        assert message in failure("--compare", *words)
 
 
 @pytest.mark.parametrize("ending", ["png", "pdf", "svg"])
@@ -295,6 +295,6 @@ def test_terminal_is_left_clean(monkeypatch, text, status, last):
     monkeypatch.setattr(_command, "Progress", lambda: patient(patience=0))
     monkeypatch.setattr(_reading, "BLOCK", 8)
     assert _command.main([]) == status
-    *told, end = terminal.getvalue().split("\r\033[K")
-    assert any("reading" in t for t in told)
+    *shown, end = terminal.getvalue().split("\r\033[K")
+    assert any("reading" in text for text in shown)
     assert end.startswith(last) and bool(end) == bool(last)

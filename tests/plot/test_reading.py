@@ -47,9 +47,9 @@ def test_overlong_line_is_not_two(monkeypatch):
         read_internal("internal.txt")
 
 
-def test_reading_tells_how_far_it_is(monkeypatch):
+def test_reading_reports_its_progress(monkeypatch):
     monkeypatch.setattr(_reading, "BLOCK", 25)
     write("0 0.1 0.2\n" * 10)
-    told = []
-    read_internal("internal.txt", told.append)
-    assert told == [0.3, 0.6, 0.9, 1.0]
+    shares = []
+    read_internal("internal.txt", shares.append)
+    assert shares == [0.3, 0.6, 0.9, 1.0]

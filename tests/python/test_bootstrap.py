@@ -156,14 +156,14 @@ def test_differences_are_paired(rng):
 
 
 def test_progress():
-    told = []
+    calls = []
     values = np.arange(10.0)
     vostrel.bootstrap(
-        values, values[::-1], 500, progress=lambda *numbers: told.append(numbers), workers=2
+        values, values[::-1], 500, progress=lambda *numbers: calls.append(numbers), workers=2
     )
-    done = [number for number, _ in told]
+    done = [number for number, _ in calls]
     assert done == sorted(done) and done[-1] == 500
-    assert {number for _, number in told} == {500}
+    assert {number for _, number in calls} == {500}
 
 
 def test_an_error_in_progress_ends_the_work():

@@ -178,16 +178,16 @@ def test_options_are_checked():
 
 
 def test_progress_is_told(rng):
-    told = []
+    calls = []
     chunks = cut(redshifts(rng, 20_000), 3)
-    vostrel.chunked_statistics(chunks, progress=lambda *now: told.append(now))
-    passes = told[-1][0]
+    vostrel.chunked_statistics(chunks, progress=lambda *now: calls.append(now))
+    passes = calls[-1][0]
     assert passes >= 2
-    assert told == [(number + 1, done, 3) for number in range(passes) for done in (1, 2, 3)]
-    told.clear()
-    vostrel.chunked_statistics(lambda: iter(chunks), progress=lambda *now: told.append(now))
-    assert told[:3] == [(1, 1, None), (1, 2, None), (1, 3, None)]
-    assert told[3:6] == [(2, 1, 3), (2, 2, 3), (2, 3, 3)]
+    assert calls == [(number + 1, done, 3) for number in range(passes) for done in (1, 2, 3)]
+    calls.clear()
+    vostrel.chunked_statistics(lambda: iter(chunks), progress=lambda *now: calls.append(now))
+    assert calls[:3] == [(1, 1, None), (1, 2, None), (1, 3, None)]
+    assert calls[3:6] == [(2, 1, 3), (2, 2, 3), (2, 3, 3)]
 
 
 def test_a_bar_is_shown(rng, capsys):

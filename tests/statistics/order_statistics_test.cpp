@@ -193,7 +193,7 @@ const Shape kShapes[] = {
      [](Random& r, std::size_t i, std::size_t) { return i == 0 ? kNaN : r.fraction(); }},
     {"one NaN at the end",
      [](Random& r, std::size_t i, std::size_t n) { return i == n - 1 ? kNaN : r.fraction(); }},
-    {"nothing but NaN", [](Random& r, std::size_t, std::size_t) { return r.pick(kNaNs); }},
+    {"only NaN", [](Random& r, std::size_t, std::size_t) { return r.pick(kNaNs); }},
     {"random bits", [](Random& r, std::size_t, std::size_t) { return r.any_double(); }},
     {"zeros of both signs",
      [](Random& r, std::size_t, std::size_t) { return r.one_in(2) ? 0.0 : -0.0; }},

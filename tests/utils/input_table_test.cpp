@@ -271,7 +271,7 @@ TEST_F(InputTable, ANeededFieldWithoutTextThrowsOutOfRange) {
   const Throwing kThrowing[] = {
       {"trailing comma", "0.1,0.2,\n", 1, 3, ""},
       {"after whole rows", "1,2,3\n4,5,6\n0.1,0.2,\n7,8,9\n", 1, 3, "0 1 3\n1 4 6\n"},
-      {"nothing but commas, first column", "1,2\n,,,\n", 1, 2, "0 1 2\n"},
+      {"only commas, first column", "1,2\n,,,\n", 1, 2, "0 1 2\n"},
       {"a single comma", "1,2\n,\n", 1, 2, "0 1 2\n"},
       {"trailing comma on the last line without newline", "1,2,3\n4,5,", 2, 3, "0 2 3\n"},
       {"both fields missing", "1,2,3\n4,\n", 2, 3, "0 2 3\n"},

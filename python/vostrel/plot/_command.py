@@ -257,11 +257,11 @@ def check_report(
             (label, getattr(part, name), float(f"{value:.6g}"))
             for name, label, value in zip(NAMES, labels, computed)
         ]
-    for label, told, value in numbers:
-        if told != value and not (np.isnan(told) and np.isnan(value)):
+    for label, reported, value in numbers:
+        if reported != value and not (np.isnan(reported) and np.isnan(value)):
             raise PlotError(
                 f"{options.report!r} is not the report of {options.internal!r}: it has "
-                f"{label} = {told:g}, but the file gives {value:g}"
+                f"{label} = {reported:g}, but the file gives {value:g}"
             )
 
 

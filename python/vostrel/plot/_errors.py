@@ -2,7 +2,7 @@
 
 
 class PlotError(Exception):
-    """A failure that the user is told in one line."""
+    """A failure that is reported to the user in one line."""
 
 
 class NothingToDraw(ValueError):
