@@ -141,7 +141,7 @@ inline const char* skip_digits(const char* text) {
 class SteadyIntegers {
  public:
   /// Reads the integer at `text`.
-  /// @return its end, or nullptr when there is no digit. Of more than eight digits, eight are read.
+  /// @return its end, or nullptr if there is no digit. Of more than eight digits, eight are read.
   const char* read(const char* text, std::uint64_t& value) {
     const DigitWord digits = load_digits(text);
     const std::uint64_t first_flag = digits.end & (0 - digits.end);

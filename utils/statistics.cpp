@@ -108,30 +108,29 @@ void UTILS::CalculateOutliersNorm() {
 
 void UTILS::CalculateStatistics() {
   const std::size_t n = countable(id).size();
-  const auto [size, plain, normalized] =
-      vostrel::point_statistics(first(zspec, n), first(zphot, n));
-  bias = plain.bias;
-  sigma = plain.sigma;
-  rms = plain.rms;
-  mad = plain.mad;
-  nmad = plain.nmad;
-  madDeltaz = plain.mad_delta;
-  outliersConstant = plain.outliers_015;
-  outliers1 = plain.outliers_1sigma;
-  outliers2 = plain.outliers_2sigma;
-  outliers3 = plain.outliers_3sigma;
-  outliers4 = plain.outliers_4sigma;
-  biasNorm = normalized.bias;
-  sigmaNorm = normalized.sigma;
-  rmsNorm = normalized.rms;
-  madNorm = normalized.mad;
-  nmadNorm = normalized.nmad;
-  madDeltazNorm = normalized.mad_delta;
-  outliersConstantNorm = normalized.outliers_015;
-  outliers1Norm = normalized.outliers_1sigma;
-  outliers2Norm = normalized.outliers_2sigma;
-  outliers3Norm = normalized.outliers_3sigma;
-  outliers4Norm = normalized.outliers_4sigma;
+  const vostrel::PointStatistics all = vostrel::point_statistics(first(zspec, n), first(zphot, n));
+  bias = all.delta.bias;
+  sigma = all.delta.sigma;
+  rms = all.delta.rms;
+  mad = all.delta.mad;
+  nmad = all.delta.nmad;
+  madDeltaz = all.delta.mad_delta;
+  outliersConstant = all.delta.outliers_015;
+  outliers1 = all.delta.outliers_1sigma;
+  outliers2 = all.delta.outliers_2sigma;
+  outliers3 = all.delta.outliers_3sigma;
+  outliers4 = all.delta.outliers_4sigma;
+  biasNorm = all.norm.bias;
+  sigmaNorm = all.norm.sigma;
+  rmsNorm = all.norm.rms;
+  madNorm = all.norm.mad;
+  nmadNorm = all.norm.nmad;
+  madDeltazNorm = all.norm.mad_delta;
+  outliersConstantNorm = all.norm.outliers_015;
+  outliers1Norm = all.norm.outliers_1sigma;
+  outliers2Norm = all.norm.outliers_2sigma;
+  outliers3Norm = all.norm.outliers_3sigma;
+  outliers4Norm = all.norm.outliers_4sigma;
 }
 
 double UTILS::getBias() const { return bias; }

@@ -27,7 +27,7 @@ def test_no_such_file(failure):
     assert "cannot read 'none'" in failure("--report", "none")
 
 
-def test_bad_line_is_told_by_its_number(failure):
+def test_error_names_the_bad_line(failure):
     write(FOUR + "4 1\n")
     assert failure() == ("vostrel-plot: 'internal.txt', line 5: not three columns "
                          "of numbers (ID zspec zphot)\n")
@@ -146,7 +146,7 @@ def test_wrong_command_line(words, failure):
     assert "see vostrel-plot --help" in failure(*words)
 
 
-def test_files_that_can_not_be_compared(failure):
+def test_files_that_cannot_be_compared(failure):
     write(FOUR, "a")
     write(FOUR.replace("2 1 ", "2 1.5 "), "b")
     write(FOUR[:-8], "c")
@@ -198,7 +198,7 @@ def test_interruption_leaves_nothing(monkeypatch):
     assert stop.value.code == 143
 
 
-def test_not_enough_memory_is_told(monkeypatch, capsys):
+def test_not_enough_memory_is_an_error(monkeypatch, capsys):
     def fail(*_):
         raise MemoryError
     monkeypatch.setattr(_command, "plot", fail)
@@ -273,7 +273,7 @@ class Terminal(io.StringIO):
         return True
 
 
-def test_progress_is_for_a_patient_terminal():
+def test_progress_is_shown_on_a_terminal_after_a_while():
     quick, slow, file = Terminal(), Terminal(), io.StringIO()
     _command.Progress(quick, patience=60).tell("reading")
     assert quick.getvalue() == ""

@@ -102,7 +102,7 @@ def test_equal_counts(rng):
         assert b.edges.tolist() == [ordered[i * n // k] for i in range(k)] + [ordered[-1]]
 
 
-def test_equal_counts_do_not_part_equal_values():
+def test_equal_counts_keep_equal_values_together():
     by = np.repeat([1.0, 2.0], [90, 10])
     b = vostrel.binned_statistics(by, by, bins=("count", 4))
     assert b.edges.tolist() == [1, 1, 1, 1, 2]
@@ -120,7 +120,7 @@ def test_equal_counts_of_awkward_values(rng):
         assert np.array_equal(b.edges, expected)
 
 
-def test_equal_values_of_all():
+def test_all_values_are_equal():
     b = vostrel.binned_statistics([2.0, 2.0], [1.0, 2.0], bins=4)
     assert b.edges.tolist() == [1.5, 1.75, 2, 2.25, 2.5]
     assert b.counts.tolist() == [0, 0, 2, 0]
@@ -155,7 +155,7 @@ def test_masked_and_nan():
         vostrel.binned_statistics(*columns, bins=[1, 2, 3], mask=mask)
 
 
-def test_results_can_not_be_changed():
+def test_results_cannot_be_changed():
     edges = np.array([0.0, 1, 2])
     b = vostrel.binned_statistics([1.0, 2.0], [1.0, 2.0], bins=edges)
     edges[0] = 0.5  # the caller's own
@@ -204,7 +204,7 @@ def test_printed():
         (None, TypeError, "edges or"),
     ],
 )
-def test_bins_that_can_not_be(bins, error, words):
+def test_impossible_bins_are_refused(bins, error, words):
     with pytest.raises(error, match=words):
         vostrel.binned_statistics([1.0, 2.0], [1.0, 2.0], bins=bins)
 
@@ -219,7 +219,7 @@ def test_bins_that_can_not_be(bins, error, words):
         ("ab", TypeError, "pair of numbers"),
     ],
 )
-def test_ranges_that_can_not_be(limits, error, words):
+def test_impossible_ranges_are_refused(limits, error, words):
     with pytest.raises(error, match=words):
         vostrel.binned_statistics([1.0, 2.0], [1.0, 2.0], range=limits)
 

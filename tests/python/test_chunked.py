@@ -124,7 +124,7 @@ def test_masks_and_nan_are_counted(rng):
     assert passes.result() == s
 
 
-def test_nan_are_refused_with_all_of_them_counted():
+def test_nan_is_refused_and_counted():
     masked = ([1.0, np.nan], [1.0, 1.0], [False, True])
     chunks = [([1.0, np.nan], [1.0, 1.0]), ([1.0], [np.nan]), masked]
     with pytest.raises(ValueError, match="2 of 4 objects have NaN; pass nan_policy='omit'"):
@@ -140,12 +140,12 @@ def test_no_objects(chunks):
 
 
 @pytest.mark.parametrize("kind", [iter, lambda chunks: (c for c in chunks), lambda c: zip(c, c)])
-def test_what_can_be_gone_over_once_is_refused(kind):
+def test_chunks_that_can_be_read_only_once_are_refused(kind):
     with pytest.raises(TypeError, match="only once .* pass a list, or a function"):
         vostrel.chunked_statistics(kind([([1.0], [1.0])]))
 
 
-def test_a_function_must_start_anew(rng):
+def test_a_function_must_return_new_chunks(rng):
     columns = redshifts(rng, 20_000)
     exhausted = iter([columns])
     with pytest.raises(ValueError, match="this pass had 0 objects, and the first had 20000"):
@@ -165,7 +165,7 @@ def test_a_function_must_start_anew(rng):
         ([(["text"], [1.0])], "reference must hold real numbers"),
     ],
 )
-def test_what_is_no_chunk(chunks, message):
+def test_wrong_chunks_are_refused(chunks, message):
     with pytest.raises(TypeError, match=message):
         vostrel.chunked_statistics(chunks)
 
@@ -177,7 +177,7 @@ def test_options_are_checked():
         vostrel.chunked_statistics([([1.0, 2.0], [1.0])])
 
 
-def test_progress_is_told(rng):
+def test_progress_is_reported(rng):
     calls = []
     chunks = cut(redshifts(rng, 20_000), 3)
     vostrel.chunked_statistics(chunks, progress=lambda *now: calls.append(now))

@@ -180,6 +180,6 @@ def test_bins(rng):
         (da.ones(3)[da.ones(3) > 0], da.ones(4), ValueError, "differ in length: 3 and 4"),
     ],
 )
-def test_what_is_refused(reference, estimate, error, message):
+def test_wrong_inputs_are_refused(reference, estimate, error, message):
     with pytest.raises(error, match=message):
         vostrel.dask.point_statistics(reference, estimate)

@@ -187,7 +187,7 @@ def test_masks_add_up():
     assert (s.n, s.n_masked, s.delta.bias) == (1, 3, -0.5)
 
 
-def test_no_mask_of_numpy():
+def test_nomask_of_numpy_is_no_mask():
     assert vostrel.point_statistics([1.0], [1.0], mask=np.ma.nomask).n == 1
 
 

@@ -31,7 +31,7 @@ def test_by_hand():
     assert (m.n, m.n_masked, m.n_nan) == (5, 0, 0)
 
 
-def test_the_bits_of_the_formulas(rng):
+def test_same_bits_as_the_formulas(rng):
     for size in [1, 2, 3, 4, 5, 6, 7, 8] * 20 + [4000, 5000, 70_000] * (30 if LONG else 5):
         reference, estimate = redshifts(rng, size)
         if rng.random() < 0.3:

@@ -27,7 +27,7 @@ def test_version_is_that_of_the_header():
     assert f'kVersion = "{vostrel.__version__}"' in (SOURCE / "version.h").read_text()
 
 
-def test_import_takes_no_optional_library():
+def test_import_loads_no_optional_library():
     script = (
         "import sys, vostrel; "
         "print(sorted({'pandas', 'astropy', 'matplotlib', 'scipy', 'dask'} & set(sys.modules)))"

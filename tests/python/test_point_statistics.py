@@ -64,7 +64,7 @@ def test_one_object():
     assert (s.delta.bias, s.delta.sigma, s.delta.mad, s.norm.bias) == (0.5, 0, 0.5, 0.25)
 
 
-def test_the_libraries_of_the_field(rng):
+def test_matches_the_libraries_of_the_field(rng):
     for n in (1, 2, 1001, 20_000):
         reference, estimate = redshifts(rng, n)
         s = vostrel.point_statistics(reference, estimate)

@@ -102,7 +102,7 @@ def test_ctrl_c_comes_through(kind, rng):
     assert longest_wait(lambda: INTERRUPTED[kind](*columns)) < (0.5 if LONG else 0.15)
 
 
-def test_other_threads_go_on(rng):
+def test_other_threads_run_meanwhile(rng):
     reference, estimate = redshifts(rng, 100_000)
     expected = numbers(vostrel.point_statistics(reference, estimate))
     results = []

@@ -88,7 +88,7 @@ def test_nan_and_infinity_are_read(tmp_path):
         ("Data size  = 4\n", "Data size  = 4\n" * 2, "it has 2 lines 'Data size'"),
     ],
 )
-def test_what_is_no_report(report, old, new, words):
+def test_wrong_reports_are_refused(report, old, new, words):
     text = report.read_text()
     assert old in text
     report.write_text(text.replace(old, new))
@@ -98,6 +98,6 @@ def test_what_is_no_report(report, old, new, words):
     assert "report.txt' is not a report" in str(error.value)
 
 
-def test_a_report_that_is_not_there(tmp_path):
+def test_a_missing_report(tmp_path):
     with pytest.raises(FileNotFoundError):
         vostrel.read_report(tmp_path / "none.txt")

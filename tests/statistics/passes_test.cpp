@@ -260,7 +260,7 @@ TEST(ExactPasses, DifferFromTheClassOnlyByTheRoundingOfSums) {
   }
 }
 
-TEST(ExactPasses, HaveNoMediansOfNaN) {
+TEST(ExactPasses, GiveNaNForMediansOfNaN) {
   const Values reference = {kInfinity, 1, 2};
   const Values estimate = {kInfinity, 0.5, 1.9};
   vostrel::Passes passes(vostrel::Sums::kExact);
@@ -285,7 +285,7 @@ TEST(ExactPasses, FindInfiniteDistancesAmongFiniteOnes) {
   EXPECT_EQ(passes.result().delta.mad_delta, infinity);
 }
 
-TEST(ExactPasses, RefuseStatesOfAnotherPassAndOtherBytes) {
+TEST(ExactPasses, ThrowForStatesOfAnotherPassAndForOtherBytes) {
   Random random(1);
   const Data data = drawn(random, 20000, 0);
   vostrel::Passes second(vostrel::Sums::kExact);
@@ -313,7 +313,7 @@ TEST(ExactPasses, RefuseStatesOfAnotherPassAndOtherBytes) {
   }
 }
 
-TEST(Passes, OfNoObjectsGiveNaN) {
+TEST(Passes, GiveNaNWithoutObjects) {
   const auto none = vostrel::point_statistics({}, {});
   EXPECT_EQ(none.n, 0U);
   for (const auto& statistic : vostrel::kStatistics) {
@@ -322,7 +322,7 @@ TEST(Passes, OfNoObjectsGiveNaN) {
   }
 }
 
-TEST(Passes, RefuseWhatDoesNotBelongTogether) {
+TEST(Passes, ThrowForDataThatDoNotMatch) {
   const Values one = {1};
   const Values two = {1, 2};
   EXPECT_THROW(vostrel::point_statistics(one, two), std::invalid_argument);

@@ -86,7 +86,7 @@ TEST(CopySmallDecimal, DeclinesTies) {
 }
 
 // Every combination of dropped digits. Only ties, and what may be just below one, are declined.
-TEST(CopySmallDecimal, DeclinesNothingButTies) {
+TEST(CopySmallDecimal, DeclinesOnlyTies) {
   Random random;
   for (int round = 0; round < rounds(200); ++round) {
     const std::string digit = std::to_string(1 + random.below(9));

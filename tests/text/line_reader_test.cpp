@@ -60,7 +60,7 @@ class LineReaderTest : public InScratchFolder {
   }
 };
 
-TEST_F(LineReaderTest, DropsTheNewlineAndNothingElse) {
+TEST_F(LineReaderTest, DropsOnlyTheNewline) {
   EXPECT_EQ(lines_in(""), Lines{});
   EXPECT_EQ(lines_in("\n"), Lines{""});
   EXPECT_EQ(lines_in("a\nb\n"), (Lines{"a", "b"}));

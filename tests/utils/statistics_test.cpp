@@ -21,7 +21,7 @@ using Values = std::vector<double>;
 
 // ---- residuals ----------------------------------------------------------------------------------
 
-TEST(Residuals, AreReferenceMinusEstimateAndTheirRatioToOnePlusReference) {
+TEST(Residuals, MatchTheirFormulas) {
   OpenUtils run = loaded({0.5, 1.0, 0.0}, {0.4, 1.2, 0.25});
   run.CalculateDelta();
   run.CalculateDeltaNorm();
