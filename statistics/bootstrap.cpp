@@ -23,7 +23,7 @@ constexpr double kWidth = 4.5;
 // How many of the largest residuals may be missing from a resample.
 constexpr std::size_t kLargest = 16;
 
-// From this number of objects on the windows have fewer entries than objects, or there are none.
+// With at least this many objects, windows with too many entries are not used, to save memory.
 constexpr std::size_t kMany = 100'000;
 
 // The value of a rank, from 0 on. Reorders the values.
@@ -45,14 +45,14 @@ std::array<double, 3> values_of(std::span<double> values, std::array<std::size_t
 
 }  // namespace
 
-// One object of a block. The first of two is of the residual, the second of the normalized
-// residual; in these loops the compiler makes a vector of them.
+// One object of a block. In each pair, the first is for the residual and the second for the
+// normalized residual. The compiler computes both with one vector instruction.
 struct Bootstrap::Item {
   std::array<double, 2> residuals;
   std::array<std::uint64_t, 2> marks;
 };
 
-// What some draws add up to. An addition waits for the one before, so two of these are faster.
+// The sums of some draws. An addition waits for the one before, so two of these are faster.
 struct Bootstrap::Drawn {
   std::array<double, 2> sums{};
   std::array<double, 2> squares{};
@@ -65,13 +65,13 @@ struct Bootstrap::Drawn {
   }
 };
 
-// What is known of a residual of a resample without looking at single objects.
+// The sums of one residual over a resample.
 struct Bootstrap::Sums {
   double sum = 0;
   double squares = 0;
   std::array<std::uint64_t, 8> marked{};  // how many drawn objects have each mark
 
-  // Adds what some draws make, of which there are 255 at the most.
+  // Adds the sums of at most 255 draws.
   void add(double residuals, double residual_squares, std::uint64_t marks) {
     sum += residuals;
     squares += residual_squares;
@@ -79,10 +79,10 @@ struct Bootstrap::Sums {
   }
 };
 
-// Eight yes or no, each as the lowest bit of a byte, so that up to 255 of them can be added. The
-// compiler makes vectors of this loop, as it makes none of comparisons.
+// Makes eight marks of 0 or 1 for each residual, one in each byte, so that up to 255 can be added.
+// The compiler vectorizes this loop, which it doesn't with comparisons.
 void Bootstrap::Windows::mark(std::span<const double> residuals, std::uint64_t* marks) const {
-  // Whether a < b. Both are finite, so the sign of the difference tells.
+  // 1 at `place` if a < b: the sign of the difference, since both are finite.
   const auto is_below = [](double a, double b, int place) {
     return std::bit_cast<std::uint64_t>(a - b) >> 63 << (8 * place);
   };
@@ -126,14 +126,14 @@ void Bootstrap::Windows::place_near() {
   near_end = distant.first_from(near_high);
 }
 
-// Goes along the entries of a window, in the order of their keys.
+// Walks along the entries of a window, in the order of their keys.
 class Bootstrap::Walk {
  public:
   // @param before  how many drawn objects are below the middle.
   Walk(const Window& window, std::span<const std::uint8_t> counts, std::uint64_t before)
       : entries_(window.entries), counts_(counts), place_(window.start), before_(before) {}
 
-  // The median of a resample, or nothing when it isn't in the window.
+  // The median of a resample, or nothing if it isn't in the window.
   std::optional<double> median(std::uint64_t size) {
     const std::optional<double> lower = key_of((size - 1) / 2);
     const std::optional<double> upper = lower ? key_of(size / 2) : std::nullopt;
@@ -175,7 +175,7 @@ Bootstrap::Bootstrap(std::span<const double> reference, std::span<const double> 
       groups_(groups),
       drawn_from_(group_count) {}
 
-// Finds the windows. Returns false when there should be none.
+// Finds the bounds of the windows, then their entries. Returns false if windows can't be used.
 template <class Residual>
 bool Bootstrap::order(Residual residual, Windows& windows) const {
   const std::size_t size = reference_.size();
@@ -196,8 +196,8 @@ bool Bootstrap::order(Residual residual, Windows& windows) const {
   }
   windows.center = sum / n;
 
-  // Sigma of a resample: its square scatters by the root of (m4 - m2^2) / n. A lower bound leaves
-  // out the largest residuals, which may make up most of sigma.
+  // The square of a resample's sigma scatters by the root of (m4 - m2^2) / n. The lower bound
+  // leaves out the largest residuals, which may make up most of sigma.
   double second = 0;
   double fourth = 0;
   double core_second = 0;
@@ -226,8 +226,8 @@ bool Bootstrap::order(Residual residual, Windows& windows) const {
     windows.beyond[k].high = sigma_high * multiple;
   }
 
-  // The medians are found in some of the residuals, drawn one from each few. The windows are as
-  // wide as the scatter of these.
+  // Finds the medians of a sample of the residuals, one drawn at random from each `step`. The
+  // windows are as wide as those medians scatter.
   const auto step = static_cast<std::size_t>(std::max(1.0, std::cbrt(n) / 5));
   std::vector<double> values;
   values.reserve(size / step);
@@ -250,7 +250,7 @@ bool Bootstrap::order(Residual residual, Windows& windows) const {
   };
   find(windows.median);
 
-  // The distances from a resample's median: the median moves, and so does the middle distance.
+  // For the distances from a resample's median: the median moves, and so does the middle distance.
   const double median = windows.median.middle;
   std::vector<double> distances = values;
   for (double& distance : distances) distance = std::fabs(distance - median);
@@ -275,7 +275,7 @@ bool Bootstrap::order(Residual residual, Windows& windows) const {
   return fill(residual, windows);
 }
 
-// Finds the entries of the windows. Returns false when there are too many.
+// Finds the entries of the windows. Returns false if there are too many.
 template <class Residual>
 bool Bootstrap::fill(Residual residual, Windows& windows) const {
   const std::size_t size = reference_.size();
@@ -318,7 +318,8 @@ bool Bootstrap::fill(Residual residual, Windows& windows) const {
   windows.gap = windows.distant.first_from(windows.gap_high);
   windows.place_near();
 
-  // The middles so far are near those of all objects. Walks start at these.
+  // So far the middles are those of a sample. Replaces them by those of all objects, where walks
+  // start.
   const std::vector<std::uint8_t> ones(size, 1);
   const auto median = Walk(windows.median, ones, below).median(size);
   const auto absolute = Walk(windows.absolute, ones, smaller).median(size);
@@ -397,7 +398,7 @@ void Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> results,
     std::uint8_t* counts;
     std::array<Sums, 2> sums;
   };
-  // An object is drawn more than 255 times in none of 10^500 resamples.
+  // 8 bits are enough: no object is drawn more than 255 times in 10^500 resamples.
   std::vector<std::uint8_t> all_counts(results.size() * drawn_from_);
   std::vector<State> states;
   for (std::size_t k = 0; k < results.size(); ++k) {
@@ -440,13 +441,13 @@ void Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> results,
   }
 }
 
-// Returns false when the windows don't tell the result.
+// Returns false if the windows don't give the result.
 bool Bootstrap::evaluate(const Windows& windows, const Sums& sums,
                          std::span<const std::uint8_t> counts, ResidualStatistics& result) const {
   const std::uint64_t size = drawn_from_;
   const auto n = static_cast<double>(size);
 
-  // What cancels costs digits, here or in the plain sums.
+  // Cancellation costs digits, here or in sums in order. Then Passes must decide.
   const double mean = sums.sum / n;
   const double square = sums.squares / n;
   const double variance = square - mean * mean;
@@ -497,7 +498,7 @@ bool Bootstrap::evaluate(const Windows& windows, const Sums& sums,
   return true;
 }
 
-// The median of |r - median| of a resample, or nothing when the windows don't tell it.
+// The median of |r - median| of a resample, or nothing if the windows don't give it.
 std::optional<double> Bootstrap::median_distance(const Windows& windows, double median,
                                                  std::uint64_t near,
                                                  std::span<const std::uint8_t> counts) const {
@@ -507,7 +508,8 @@ std::optional<double> Bootstrap::median_distance(const Windows& windows, double 
   const auto distance = [&](std::size_t i) { return std::fabs(entries[i].key - median); };
   const auto count = [&](std::size_t i) { return counts[entries[i].object]; };
 
-  // `near` objects are taken: those in the gap, and the entries from `left` to before `right`.
+  // `near` drawn objects are taken: those in the gap, and the entries from `left` to before
+  // `right`.
   std::size_t left = windows.near_start;
   std::size_t right = windows.near_end;
   std::size_t gap = windows.gap;
@@ -526,7 +528,7 @@ std::optional<double> Bootstrap::median_distance(const Windows& windows, double 
   while (right > gap && distance(right - 1) > windows.near) near -= count(--right);
   while (next_right() <= windows.near) near += count(right++);
 
-  // Gives back the most distant ones while they are too many.
+  // Gives back the most distant ones while there are too many.
   while (near > lower) {
     const double last_left = left < gap ? distance(left) : -1;
     const double last_right = right > gap ? distance(right - 1) : -1;
@@ -550,7 +552,7 @@ std::optional<double> Bootstrap::median_distance(const Windows& windows, double 
     }
   }
 
-  // What the windows don't have is nearer or more distant than both.
+  // Both middle distances must lie where the window has all objects.
   if (windows.has_gap &&
       lower_value < std::max(median - windows.gap_low, windows.gap_high - median)) {
     return std::nullopt;

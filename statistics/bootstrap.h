@@ -18,34 +18,32 @@ namespace vostrel {
 /// The statistics of resamples of n objects (B. Efron, "Bootstrap methods: another look at the
 /// jackknife", 1979). Resample k has the objects of resample_indices(seed, k, n).
 ///
-/// Each equals point_statistics() of its objects in their order: medians and outlier counts bit for
-/// bit, bias, sigma and RMS within rounding errors of 1e-12 of the RMS.
+/// Each result equals point_statistics() of the resample's objects in their order: medians and
+/// outlier counts bit for bit, bias, sigma and RMS within rounding errors of 1e-12 of the RMS.
 ///
-/// A resample is made as counts: how often each object is drawn. The residuals are ordered once. A
-/// median of a resample lies near that of all objects, so what is sorted are the objects in a
-/// window about each median, and about each multiple of sigma. For each window it is counted how
-/// many are drawn from below the middle of the window; from there it is a short walk. Where an
-/// answer isn't in its window, or where rounding could decide it, the resample is handed to Passes
-/// as it is.
+/// A resample is represented by counts: how often each object is drawn. A median of a resample lies
+/// near that of all objects. So only the objects in a window about each median, and about each
+/// multiple of sigma, are sorted, and only once. For each window, the objects drawn from below its
+/// middle are counted. From there it is a short walk to the answer. If an answer isn't in its
+/// window, or if rounding could decide it, Passes computes the resample.
 class Bootstrap {
  public:
-  /// Requires: both have the same length from 1 to 2^32 - 1, and stay as they are and where they
-  ///           are.
+  /// Requires: both have the same length, from 1 to 2^32 - 1. Both stay valid and unchanged.
   Bootstrap(std::span<const double> reference, std::span<const double> estimate,
             std::uint64_t seed);
 
-  /// Draws whole groups, as many as there are: an object is in a resample as often as its group.
-  /// @param groups  the group of each object, from 0 to the number of groups - 1.
-  /// Requires: as above; every group has an object; `groups` stays too.
+  /// Draws whole groups, as many as there are. An object is in a resample as often as its group.
+  /// @param groups  the group of each object, from 0 to group_count - 1.
+  /// Requires: as above. Each group has an object. `groups` stays valid, too.
   Bootstrap(std::span<const double> reference, std::span<const double> estimate, std::uint64_t seed,
             std::span<const std::uint32_t> groups, std::size_t group_count);
 
-  /// How many resamples are best made in one go.
+  /// How many resamples run() should make in one call, for speed.
   std::size_t batch() const;
 
-  /// Makes the resamples `first`, `first` + 1, ... Several threads may do so at the same time.
-  /// Takes batch() bytes an object.
-  /// @param stop  ends the work early, with some results not made, when it becomes true.
+  /// Computes the statistics of the resamples `first`, `first` + 1, ... Several threads may call
+  /// this at the same time. Takes batch() bytes of memory for each object.
+  /// @param stop  once it is true, the call ends early, and some results are missing.
   void run(std::uint64_t first, std::span<PointStatistics> results,
            const std::atomic<bool>& stop) const;
 
@@ -74,17 +72,17 @@ class Bootstrap {
     Window median;      // by residual
     Window absolute;    // by |residual|
 
-    // By residual: those about as far from the median as the MAD(Delta). Nearer ones are left out
-    // if has_gap.
+    // By residual: those about as far from the median as MAD(Delta). If has_gap, nearer ones are
+    // left out.
     Window distant;
     bool has_gap = false;
     double gap_low = 0;
     double gap_high = 0;
-    std::size_t gap = 0;  // where it is among the entries
-    double near = -1;     // the MAD(Delta), or any distance close to it
-    double near_low = 0;  // the objects that near to the median: from here to before near_high
+    std::size_t gap = 0;  // the place of the gap among the entries
+    double near = -1;     // MAD(Delta), or a distance close to it
+    double near_low = 0;  // objects at most that far from the median: from here to before near_high
     double near_high = 0;
-    std::size_t near_start = 0;  // their entries, to before near_end
+    std::size_t near_start = 0;  // their entries: from here to before near_end
     std::size_t near_end = 0;
     void place_near();
 

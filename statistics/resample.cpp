@@ -35,12 +35,12 @@ inline Words mix(Words x, std::array<std::uint64_t, 2> key) {
   return x;
 }
 
-// Random bits one after the other, for the division of draws.
+// A sequence of random bits, for the division of draws.
 class Bits {
  public:
   Bits(std::uint64_t seed, std::uint64_t resample) : words_(seed, resample, 0) {}
 
-  // How many of the next `count` bits are 1. What is left of the last word is skipped.
+  // How many of the next `count` bits are 1. Skips the rest of the last word.
   std::uint64_t ones(std::uint64_t count) {
     std::uint64_t sum = 0;
     while (count >= 64) {
@@ -58,7 +58,7 @@ class Bits {
   }
 
  private:
-  // As std::popcount, which is a call where the processor may lack the instruction.
+  // As std::popcount, which may be a slow call if the processor lacks the instruction.
   static std::uint64_t ones_of(std::uint64_t x) {
     x -= x >> 1 & 0x5555555555555555;
     x = (x & 0x3333333333333333) + (x >> 2 & 0x3333333333333333);
@@ -77,7 +77,7 @@ class Bits {
 };
 
 // How many of `draws` fall into a part of the whole: those whose random binary fraction is less
-// than part / whole. Each step looks at one more digit of the draws that are not yet decided.
+// than part / whole. Each step draws one more binary digit for those that are not yet decided.
 // Requires: 0 < part < whole < 2^63.
 std::uint64_t draw_part(std::uint64_t draws, std::uint64_t part, std::uint64_t whole, Bits& bits) {
   std::uint64_t inside = 0;
@@ -95,10 +95,9 @@ std::uint64_t draw_part(std::uint64_t draws, std::uint64_t part, std::uint64_t w
   return inside;
 }
 
-// Divides draws among the blocks from `first` on, as items are divided among them. The left part is
-// as many blocks as the greatest power of two makes, so that most parts are halves, which take one
-// bit a draw.
-// It calls itself to a depth of the logarithm of the number of blocks.
+// Divides draws among blocks in proportion to their items. The left part has a power of two of the
+// blocks, the largest possible, so that most parts are halves, which take one bit for each draw.
+// The depth of recursion is the logarithm of the number of blocks.
 // NOLINTNEXTLINE(misc-no-recursion)
 void divide(std::uint64_t draws, std::size_t items, std::span<std::uint64_t> blocks, Bits& bits) {
   if (blocks.size() == 1) {

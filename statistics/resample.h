@@ -18,14 +18,15 @@ namespace vostrel {
 std::array<std::uint64_t, 4> philox(std::array<std::uint64_t, 4> counter,
                                     std::array<std::uint64_t, 2> key);
 
-/// The words of one stream: of a seed, the number of a resample, and the number of the stream.
+/// The random words of one stream, which is named by a seed, the number of a resample and the
+/// number of the stream.
 class RandomWords {
  public:
   RandomWords(std::uint64_t seed, std::uint64_t resample, std::uint64_t stream)
       : seed_(seed), resample_(resample), stream_(stream) {}
 
-  /// The next words.
-  /// Requires: a multiple of four.
+  /// Fills `words` with the next words of the stream.
+  /// Requires: their number is a multiple of four.
   void next(std::span<std::uint64_t> words);
 
  private:
@@ -38,10 +39,10 @@ class RandomWords {
 /// The draws from one block of a resample.
 class BlockDraws {
  public:
-  /// How many are handed over at a time, at the most.
+  /// The largest number of draws that next() returns.
   static constexpr std::size_t kMost = 224;
 
-  /// Draws from `items` items, all equally likely.
+  /// `draws` draws from `items` items, each equally likely.
   /// Requires: 0 < items <= 256.
   BlockDraws(RandomWords words, std::size_t items, std::uint64_t draws)
       : words_(words), items_(items), left_(draws) {}
@@ -58,18 +59,19 @@ class BlockDraws {
 
 /// A resample: `size` draws with replacement from the items 0 to size - 1, each equally likely.
 ///
-/// The items form blocks. First the draws are divided among the blocks, then each block is drawn
-/// from by itself, from its own stream. Both take nothing but integers and random bits, so that
-/// every draw has exactly its probability.
+/// The items form blocks. First the draws are divided among the blocks. Then each block has its own
+/// stream of draws. Both steps use only integers and random bits, so every draw has exactly its
+/// probability.
 class Resample {
  public:
-  /// How many items a block has: a position is one byte. The last block may have fewer.
+  /// The number of items in a block, so that a position is one byte. The last block may have fewer.
   static constexpr std::size_t kBlock = 256;
 
-  /// Takes time in proportion to log(size / kBlock) bits a draw.
+  /// Takes about log2(size / kBlock) random bits for each draw.
   /// Requires: 0 < size < 2^32.
   Resample(std::uint64_t seed, std::uint64_t number, std::size_t size);
 
+  /// The draws from a block.
   BlockDraws draw(std::size_t block) const {
     return {RandomWords(seed_, number_, block + 1), std::min(kBlock, size_ - block * kBlock),
             draws_[block]};
