@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -11,22 +12,6 @@
 
 namespace vostrel {
 
-namespace {
-
-// Bins per unit of the value if bins of equal width would have nearly these edges, else 0.
-double scale_of(const std::vector<double>& edges) {
-  const double first = edges.front();
-  const auto count = static_cast<double>(edges.size() - 1);
-  const double scale = count / (edges.back() - first);
-  if (!std::isfinite(scale) || scale <= 0) return 0;
-  for (std::size_t i = 1; i < edges.size(); ++i) {
-    if (std::fabs((edges[i] - first) * scale - static_cast<double>(i)) > 0.5) return 0;
-  }
-  return scale;
-}
-
-}  // namespace
-
 Bins::Bins(std::vector<double> edges) : edges_(std::move(edges)) {
   const bool ascending = std::is_sorted(edges_.begin(), edges_.end());
   const bool nan =
@@ -34,21 +19,29 @@ Bins::Bins(std::vector<double> edges) : edges_(std::move(edges)) {
   if (edges_.size() < 2 || !ascending || nan) {
     throw std::invalid_argument("edges must be two or more numbers, none below the one before");
   }
-  scale_ = scale_of(edges_);
+  constexpr std::size_t kCellsPerBin = 16;  // so that most cells have no edge
+  const std::size_t cells = kCellsPerBin * size();
+  const double scale = static_cast<double>(cells) / (edges_.back() - edges_.front());
+  if (std::isfinite(scale)) scale_ = scale;
+  edge_.assign(cells + 1, 0);
+  for (const double edge : edges_) ++edge_[cell_of(edge) + 1];
+  std::partial_sum(edge_.begin(), edge_.end(), edge_.begin());
+}
+
+// Requires a value within the edges.
+std::size_t Bins::cell_of(double value) const {
+  if (scale_ == 0) return 0;  // infinitely wide, or too narrow
+  const std::size_t last = edge_.size() - 2;
+  return std::min(static_cast<std::size_t>((value - edges_.front()) * scale_), last);
 }
 
 std::size_t Bins::operator()(double value) const {
   if (!(value >= edges_.front() && value <= edges_.back())) return kOutside;
-  const std::size_t last = size() - 1;
-  if (scale_ == 0) {
-    const auto above = std::upper_bound(edges_.begin(), edges_.end(), value);
-    return std::min(static_cast<std::size_t>(above - edges_.begin()) - 1, last);
-  }
-  // A good guess, which the edges then correct.
-  auto bin = std::min(static_cast<std::size_t>((value - edges_.front()) * scale_), last);
-  while (value < edges_[bin]) --bin;
-  while (bin < last && value >= edges_[bin + 1]) ++bin;
-  return bin;
+  const std::size_t cell = cell_of(value);
+  const auto first = edges_.begin();
+  const auto above = std::upper_bound(first + static_cast<std::ptrdiff_t>(edge_[cell]),
+                                      first + static_cast<std::ptrdiff_t>(edge_[cell + 1]), value);
+  return std::min(static_cast<std::size_t>(above - first) - 1, size() - 1);
 }
 
 BinnedPasses::BinnedPasses(Bins bins, Sums sums)
@@ -173,6 +166,36 @@ std::vector<PointStatistics> BinnedPasses::results(const Look& look) const {
     look();
   }
   return results;
+}
+
+BinnedObjects::BinnedObjects(Bins bins) : bins_(std::move(bins)), starts_(bins_.size() + 1) {}
+
+void BinnedObjects::count(std::span<const double> by) {
+  for (const double value : by) {
+    const std::size_t bin = bins_(value);
+    if (bin != Bins::kOutside) ++starts_[bin + 1];
+  }
+}
+
+void BinnedObjects::add(std::span<const double> reference, std::span<const double> estimate,
+                        std::span<const double> by) {
+  if (reference.size() != by.size() || estimate.size() != by.size()) {
+    throw std::invalid_argument("reference, estimate and by differ in length");
+  }
+  if (next_.empty()) {
+    std::partial_sum(starts_.begin(), starts_.end(), starts_.begin());
+    next_.assign(starts_.begin(), starts_.end() - 1);
+    reference_.resize(starts_.back());
+    estimate_.resize(starts_.back());
+  }
+  for (std::size_t i = 0; i < by.size(); ++i) {
+    const std::size_t bin = bins_(by[i]);
+    if (bin == Bins::kOutside) continue;
+    const std::size_t place = next_[bin]++;
+    if (place >= starts_[bin + 1]) throw std::invalid_argument("the values have changed");
+    reference_[place] = reference[i];
+    estimate_[place] = estimate[i];
+  }
 }
 
 }  // namespace vostrel

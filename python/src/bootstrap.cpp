@@ -22,7 +22,6 @@
 #include "statistics/bootstrap.h"
 #include "statistics/resample.h"
 #include "statistics/statistics.h"
-#include "statistics/uncertainties.h"
 
 namespace py = pybind11;
 
@@ -117,21 +116,8 @@ class Sample {
   std::vector<std::span<const double>> columns_;
 };
 
-// For each residual: the four moments, then the |r| of the ranks.
 py::tuple compute_spreads(const Sample& sample, const std::vector<std::uint64_t>& ranks) {
-  for (const std::uint64_t rank : ranks) {
-    if (rank >= sample.size()) throw py::value_error("a rank is not below the number of objects");
-  }
-  std::array<Spread, 2> found;
-  {
-    const py::gil_scoped_release release;
-    found = spreads(sample.column(0), sample.column(1), ranks, look_for_signals);
-  }
-  const auto tuple_of = [](const Spread& spread) {
-    return py::make_tuple(spread.second, spread.fourth, spread.second_about, spread.fourth_about,
-                          spread.absolute);
-  };
-  return py::make_tuple(tuple_of(found[0]), tuple_of(found[1]));
+  return spreads_of(sample.column(0), sample.column(1), ranks);
 }
 
 using Groups = py::array_t<std::uint32_t, py::array::c_style>;

@@ -1,8 +1,11 @@
 #include "python/src/calls.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <stdexcept>
+
+#include "statistics/uncertainties.h"
 
 namespace py = pybind11;
 
@@ -71,6 +74,27 @@ py::tuple tuple_of(const ResidualStatistics& statistics) {
     result[i] = statistics.*kStatistics[i].member;
   }
   return result;
+}
+
+void check_ranks(const std::vector<std::uint64_t>& ranks, std::size_t n) {
+  for (const std::uint64_t rank : ranks) {
+    if (rank >= n) throw py::value_error("a rank is not below the number of objects");
+  }
+}
+
+py::tuple spreads_of(std::span<const double> reference, std::span<const double> estimate,
+                     const std::vector<std::uint64_t>& ranks) {
+  check_ranks(ranks, reference.size());
+  std::array<Spread, 2> found;
+  {
+    const py::gil_scoped_release release;
+    found = spreads(reference, estimate, ranks, look_for_signals);
+  }
+  const auto tuple_of = [](const Spread& spread) {
+    return py::make_tuple(spread.second, spread.fourth, spread.second_about, spread.fourth_about,
+                          spread.absolute);
+  };
+  return py::make_tuple(tuple_of(found[0]), tuple_of(found[1]));
 }
 
 void look_for_signals() {

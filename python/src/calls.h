@@ -8,6 +8,8 @@
 #include <pybind11/stl.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <span>
 #include <vector>
 
 #include "python/src/columns.h"
@@ -33,6 +35,13 @@ Rows rows_of(const Numbers& columns, const Arrays& masks, bool omit_nan);
 
 /// The eleven numbers in the order of kStatistics.
 pybind11::tuple tuple_of(const ResidualStatistics& statistics);
+
+/// Throws ValueError unless the ranks are below n.
+void check_ranks(const std::vector<std::uint64_t>& ranks, std::size_t n);
+
+/// The spreads of both residuals: for each the four moments, then the |r| of the ranks.
+pybind11::tuple spreads_of(std::span<const double> reference, std::span<const double> estimate,
+                           const std::vector<std::uint64_t>& ranks);
 
 /// Throws Python's KeyboardInterrupt if the user has pressed Ctrl-C. Cheap: it looks only once in
 /// 50 ms. Requires: the GIL is released.

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "python/src/bins.h"
 #include "python/src/bootstrap.h"
 #include "python/src/calls.h"
 #include "python/src/passes.h"
@@ -197,6 +198,9 @@ PYBIND11_MODULE(_core, module) {
   using namespace vostrel::python;
   module.attr("VERSION") = std::string(vostrel::kVersion);
   module.attr("STATISTICS") = list_statistics();
+  module.attr("NMAD_FACTOR") = vostrel::kNmadFactor;
+  module.attr("OUTLIER_BOUND") = vostrel::kOutlierBound;
+  add_bins(module);
   add_plot(module);
   const auto columns = py::arg("columns");
   const auto masks = py::arg("masks");

@@ -1,5 +1,5 @@
-// What vostrel.plot computes: rows of the intermediate file, medians in bins with their bounds, and
-// the program's own numbers of values with NaN.
+// What vostrel.plot alone needs: rows of the intermediate file, normalized residuals, and the
+// program's own numbers of values with NaN.
 
 #ifndef VOSTREL_PYTHON_SRC_PLOT_H
 #define VOSTREL_PYTHON_SRC_PLOT_H

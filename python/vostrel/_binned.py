@@ -4,14 +4,16 @@ from __future__ import annotations
 
 import math
 import operator
+from dataclasses import astuple, replace
+from functools import partial
 from typing import TYPE_CHECKING, Any, Optional, Union
 
 import numpy as np
 
 from vostrel import _core
-from vostrel._inputs import SLICE, Columns, NanPolicy, check_counts, prepare, to_float64
+from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
 from vostrel._results import BinnedResiduals, BinnedStatistics
-from vostrel._uncertainties import Uncertainties, of_columns
+from vostrel._uncertainties import CONFIDENCE, Uncertainties, by_formula
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
@@ -53,7 +55,7 @@ def binned_statistics(
     uncertainties : bool
         Also compute the errors and 68.3% intervals of each bin by formula.
         They are those of the function `uncertainties` for the objects of the
-        bin.
+        bin. Takes 16 bytes an object in a bin.
 
     Returns
     -------
@@ -105,7 +107,7 @@ def binned_statistics(
     if kind == "edges":
         edges = value
     elif kind == "count":
-        edges = _equal_counts(columns, n if omit else n - n_nan, value)
+        edges = equal_counts(columns, n if omit else n - n_nan, value)
     else:
         edges = _equal_widths(low, high, value, range)
     counts, nan_counts, n_outside, numbers = _core.binned_statistics(
@@ -113,7 +115,7 @@ def binned_statistics(
     )
     for array in (edges, counts, nan_counts, numbers):
         array.flags.writeable = False
-    return BinnedStatistics(
+    result = BinnedStatistics(
         edges=edges,
         counts=counts,
         nan_counts=nan_counts,
@@ -122,25 +124,22 @@ def binned_statistics(
         n_outside=n_outside,
         delta=BinnedResiduals(*numbers[0]),
         norm=BinnedResiduals(*numbers[1]),
-        uncertainties=_by_formula(columns, edges, counts, omit) if uncertainties else None,
     )
+    if uncertainties:
+        result = replace(result, uncertainties=_by_formula(columns, result, omit))
+    return result
 
 
-def _by_formula(
-    columns: Columns, edges: NDArray[np.float64], counts: NDArray[np.uint64], omit: bool
-) -> tuple[Uncertainties, ...]:
+def _by_formula(columns: Columns, bins: BinnedStatistics, omit: bool) -> tuple[Uncertainties, ...]:
     """Return the uncertainties of each bin."""
-    by = to_float64(columns.values[-1 if len(columns.values) == 3 else 0])
-    bins = np.empty(len(by), np.int32)
-    for first in range(0, len(by), SLICE):
-        part = by[first : first + SLICE]
-        bins[first : first + SLICE] = np.searchsorted(edges, part, side="right") - 1
-        bins[first : first + SLICE][part == edges[-1]] = len(counts) - 1
-    nan_policy: NanPolicy = "omit" if omit else "propagate"
-    return tuple(
-        of_columns(Columns(columns.values[:2], [*columns.masks, bins != i]), 0.683, nan_policy)
-        for i in np.arange(len(counts)).tolist()
-    )
+    objects = _core.ObjectsInBins(columns.values, columns.masks, bins.edges.tolist())
+    result = []
+    for i, known in enumerate(bins):
+        n = 0 if known.n_nan and not omit else known.n
+        values = [astuple(known.delta), astuple(known.norm)]
+        parts = by_formula(n, values, partial(objects.spreads, i), CONFIDENCE)
+        result.append(Uncertainties(known.n, 0, known.n_nan, CONFIDENCE, "formula", *parts))
+    return tuple(result)
 
 
 def fixed_edges(bins: Any, range: Optional[tuple[float, float]]) -> NDArray[np.float64]:
@@ -221,7 +220,7 @@ def _read_range(limits: Any) -> tuple[float, float]:
     return low, high
 
 
-def _equal_counts(columns: Columns, n: int, number: int) -> NDArray[np.float64]:
+def equal_counts(columns: Columns, n: int, number: int) -> NDArray[np.float64]:
     """Return edges of bins with as nearly equal counts as possible."""
     if n == 0:
         raise ValueError("there are no values to find bins of equal counts")

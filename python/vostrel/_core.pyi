@@ -11,6 +11,9 @@ VERSION: str
 #: Label, normalized label, normalized label of the console, and unit, in the order of the report.
 STATISTICS: tuple[tuple[str, str, str, str], ...]
 
+NMAD_FACTOR: float
+OUTLIER_BOUND: float
+
 #: The eleven numbers of a residual, in the order of STATISTICS.
 _Eleven = tuple[
     float, float, float, float, float, float, float, float, float, float, float
@@ -51,7 +54,33 @@ def order_values(
 ) -> NDArray[np.float64]:
     """Return the values of these ranks among the values to bin by, for n objects without NaN."""
 
+def count_in_bins(
+    values: NDArray[np.float64], edges: Sequence[float]
+) -> NDArray[np.uint64]:
+    """Return how many values are in each bin."""
+
+def count_in_cells(
+    x: NDArray[np.float64],
+    y: NDArray[np.float64],
+    x_edges: Sequence[float],
+    y_edges: Sequence[float],
+) -> NDArray[np.uint64]:
+    """Return how many points are in each cell, in shape (y bins, x bins)."""
+
 _Spread = tuple[float, float, float, float, list[float]]
+
+class ObjectsInBins:
+    """The objects without NaN in each bin, binned by the third column, or by the first of two."""
+
+    def __init__(self, columns: _Arrays, masks: _Arrays, edges: Sequence[float]) -> None: ...
+    def count(self, bin: int) -> int: ...
+    def point_statistics(self, bin: int) -> tuple[_Eleven, _Eleven]: ...
+    def spreads(self, bin: int, ranks: Sequence[int]) -> tuple[_Spread, _Spread]:
+        """As those of Sample. The bin must not be empty."""
+    def medians(self, bin: int, ranks: Sequence[int]) -> tuple[float, float, list[float]]:
+        """Return the median reference, and of the normalized residual the median and the values
+        of these ranks.
+        """
 
 class Sample:
     """The objects that are kept, in columns: the reference and some estimates."""
@@ -98,13 +127,9 @@ def read_rows(
     have the program's form.
     """
 
-def medians_in_bins(
-    by: NDArray[np.float64], values: NDArray[np.float64], edges: Sequence[float]
-) -> tuple[NDArray[np.uint64], NDArray[np.float64]]:
-    """Return counts and, in shape (7, bins): the median of `by`, the median of `values` with the
-    bounds of its 68 % confidence interval, and the NMAD with its bounds.
-    """
-
+def normalized_residuals(
+    reference: NDArray[np.float64], estimate: NDArray[np.float64]
+) -> NDArray[np.float64]: ...
 def program_statistics(
     reference: NDArray[np.float64], estimate: NDArray[np.float64]
 ) -> tuple[_Eleven, _Eleven]:

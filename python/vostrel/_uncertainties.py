@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import math
+from collections.abc import Callable, Sequence
 from dataclasses import dataclass, fields
 from typing import TYPE_CHECKING, Any, Optional, Union
 
@@ -15,6 +16,9 @@ from vostrel._results import NAMES, ROWS, Eleven, Residuals, aligned, import_pan
 if TYPE_CHECKING:
     import pandas
     from numpy.typing import NDArray
+
+#: The confidence of intervals unless another one is asked for.
+CONFIDENCE = 0.683
 
 #: The confidence of one standard deviation of a normal distribution to both sides.
 ONE_SIGMA = math.erf(math.sqrt(0.5))
@@ -160,7 +164,7 @@ class Uncertainties:
 def uncertainties(
     reference: Any,
     estimate: Any,
-    confidence: float = 0.683,
+    confidence: float = CONFIDENCE,
     mask: Optional[Any] = None,
     nan_policy: NanPolicy = "raise",
 ) -> Uncertainties:
@@ -254,17 +258,31 @@ def of_columns(columns: Columns, confidence: float, nan_policy: NanPolicy) -> Un
     sample = _core.Sample(columns.values, columns.masks, omit)
     n, n_masked, n_nan = sample.n, sample.n_masked, sample.n_nan
     _, _, _, *values = _core.point_statistics(columns.values, columns.masks, omit)
-    if n == 0 or (n_nan and not omit):
-        delta = norm = UncertainResiduals(*[NO_ESTIMATE] * len(NAMES))
-    else:
-        wide, narrow = median_ranks(n, confidence), median_ranks(n, ONE_SIGMA)
-        found = sample.spreads([rank for ranks in (wide, narrow) if ranks for rank in ranks])
-        delta, norm = (
-            _by_formula(n, confidence, Residuals(*part), spread, bool(wide), bool(narrow))
-            for part, spread in zip(values, found)
-            if part is not None
-        )
-    return Uncertainties(n, n_masked, n_nan, confidence, "formula", delta, norm)
+    parts = by_formula(0 if n_nan and not omit else n, values, sample.spreads, confidence)
+    return Uncertainties(n, n_masked, n_nan, confidence, "formula", *parts)
+
+
+def by_formula(
+    n: int,
+    values: Sequence[Any],
+    spreads: Callable[[list[int]], Sequence[Any]],
+    confidence: float,
+) -> tuple[UncertainResiduals, UncertainResiduals]:
+    """Return the estimates of both residuals of n objects: NaN for none.
+
+    `values` has the eleven numbers of each; `spreads` are those of the core
+    for some ranks.
+    """
+    if n == 0:
+        nothing = UncertainResiduals(*[NO_ESTIMATE] * len(NAMES))
+        return nothing, nothing
+    wide, narrow = median_ranks(n, confidence), median_ranks(n, ONE_SIGMA)
+    found = spreads([rank for ranks in (wide, narrow) if ranks for rank in ranks])
+    delta, norm = (
+        _of_residual(n, confidence, Residuals(*part), spread, bool(wide), bool(narrow))
+        for part, spread in zip(values, found)
+    )
+    return delta, norm
 
 
 NO_ESTIMATE = Estimate(math.nan, math.nan, math.nan, math.nan)
@@ -276,7 +294,7 @@ def check_confidence(confidence: float) -> None:
         raise ValueError(f"confidence must be between 0 and 1, not {confidence!r}")
 
 
-def _by_formula(
+def _of_residual(
     n: int, confidence: float, values: Residuals, spread: Any, has_wide: bool, has_narrow: bool
 ) -> UncertainResiduals:
     """Return the estimates of one residual."""
@@ -285,7 +303,7 @@ def _by_formula(
     error = values.sigma / math.sqrt(n) if n > 1 else math.nan
     wide = absolute[:2] if has_wide else [math.nan, math.nan]
     narrow = absolute[-2:] if has_narrow else [math.nan, math.nan]
-    factor = 1.4826
+    factor = _core.NMAD_FACTOR
     return UncertainResiduals(
         bias=Estimate(values.bias, error, values.bias - q * error, values.bias + q * error),
         sigma=_root(values.sigma, second_about, fourth_about, n, q),

@@ -159,3 +159,19 @@ def test_worked_comparison(capsys):
     assert len(capsys.readouterr().out.splitlines()) == 3
     assert d.norm.nmad.error < min(d["A"].norm.nmad.error, d["B"].norm.nmad.error)
     assert d.norm.nmad.high < 0
+
+
+def test_bins_by_another_quantity_with_masks_and_nan(rng):
+    reference, estimate = redshifts(rng, 500)
+    by = rng.integers(0, 3, 500).astype(float)
+    mask = rng.random(500) < 0.2
+    estimate[np.flatnonzero((by == 1) & ~mask)[0]] = np.nan
+    b = vostrel.binned_statistics(
+        reference, estimate, by, bins=[0, 1, 2, 3], mask=mask, nan_policy="propagate",
+        uncertainties=True,
+    )
+    for i, u in enumerate(b.uncertainties):
+        inside = (by == i) & ~mask
+        alone = vostrel.uncertainties(reference[inside], estimate[inside], nan_policy="propagate")
+        assert (u.n, u.n_masked, u.n_nan) == (inside.sum(), 0, i == 1)
+        assert same_bits(list(u.to_dict().values())[3:], list(alone.to_dict().values())[3:])

@@ -4,8 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <stdexcept>
 #include <vector>
 
@@ -41,6 +44,24 @@ TEST(Bins, EdgesMayBeInfiniteOrExtreme) {
   EXPECT_EQ(Bins({-kInfinity, 0, kInfinity})(kInfinity), 1U);
   EXPECT_EQ(Bins({-1e308, 0, 1e308})(-1e300), 0U);
   EXPECT_EQ(Bins({0, 5e-324, 1e-323})(5e-324), 1U);
+}
+
+TEST(Bins, EdgesThatCrowdSomewhereAreFound) {
+  Random random;
+  for (int round = 0; round < 200; ++round) {
+    std::vector<double> edges(2 + random.below(40));
+    for (double& edge : edges)
+      edge = random.fraction() * static_cast<double>(1 << random.below(30));
+    std::sort(edges.begin(), edges.end());
+    const Bins bins(edges);
+    for (std::size_t i = 0; i + 1 < edges.size(); ++i) {
+      for (const double value :
+           {edges[i], std::nextafter(edges[i + 1], -1e9), (edges[i] + edges[i + 1]) / 2}) {
+        ASSERT_LE(edges[bins(value)], value);
+        ASSERT_TRUE(value < edges[bins(value) + 1] || value == edges.back());
+      }
+    }
+  }
 }
 
 TEST(Bins, BadEdgesAreRefused) {
@@ -97,6 +118,34 @@ TEST(BinnedPasses, AnEmptyBinIsNaN) {
   } while (passes.end_pass());
   EXPECT_EQ(passes.results()[1].n, 0U);
   EXPECT_TRUE(std::isnan(passes.results()[1].norm.bias));
+}
+
+TEST(BinnedObjects, EachBinHasItsObjectsInTheirOrder) {
+  const std::vector<double> reference = {1, 2, 3, 4, 5, 6};
+  const std::vector<double> estimate = {10, 20, 30, 40, 50, 60};
+  const std::vector<double> by = {1.5, 0, 9, 2, 1, kNaN};
+  BinnedObjects objects(Bins({0, 1, 2, 2}));
+  objects.count(by);
+  for (const std::size_t half : {0U, 3U}) {
+    objects.add(std::span(reference).subspan(half, 3), std::span(estimate).subspan(half, 3),
+                std::span(by).subspan(half, 3));
+  }
+  const auto of = [](std::span<const double> part) {
+    return std::vector<double>(part.begin(), part.end());
+  };
+  EXPECT_EQ(of(objects.reference(0)), (std::vector<double>{2}));
+  EXPECT_EQ(of(objects.reference(1)), (std::vector<double>{1, 5}));
+  EXPECT_EQ(of(objects.estimate(1)), (std::vector<double>{10, 50}));
+  EXPECT_EQ(of(objects.estimate(2)), (std::vector<double>{40}));
+}
+
+TEST(BinnedObjects, ValuesThatChangeAreRefused) {
+  BinnedObjects objects(Bins({0, 1, 2}));
+  const std::vector<double> before = {0.5, 1.5};
+  const std::vector<double> after = {0.5, 0.5};
+  objects.count(before);
+  EXPECT_THROW(objects.add(after, after, after), std::invalid_argument);
+  EXPECT_THROW(objects.add(before, after, {}), std::invalid_argument);
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ from vostrel.plot._layout import (
 )
 from vostrel.plot._limits import residual_limit, spread_of, tail_limit, widened
 from vostrel.plot._objects import Objects, objects_of
-from vostrel.plot._panels import BLUE, GREEN, RED, histogram, label_axis, label_counts, note_count
+from vostrel.plot._panels import BLUE, GREEN, RED, histogram, label_axis, label_counts, note_outside
 from vostrel.plot._running import running
 from vostrel.plot._words import clean, labels_of, percent, shown, three_digits, title_lines
 
@@ -175,8 +175,8 @@ def _draw_running(medians: Any, nmads: Any, sets: Mapping[str, Objects], labels:
                 axes.vlines(lines.reference, low, high, color=colour, linewidth=0.7)
         starts.append(float(lines.reference[0]))
         ends.append(float(lines.reference[-1]))
-        reach = max(reach, float(np.abs(lines.median_band).max()))
-        highest = max(highest, float(lines.nmad_band.max()))
+        reach = max(reach, float(np.nanmax(np.abs([lines.median, *lines.median_band]))))
+        highest = max(highest, float(np.nanmax([lines.nmad, *lines.nmad_band])))
     medians.axhline(0, color="0.5", linewidth=0.6, zorder=1)
     xlim = widened((min(starts), max(ends)), 0.08)
     reach = 1.1 * min(reach, 1e300) or 0.1
@@ -214,7 +214,7 @@ def _draw_histograms(
         axes.set_yscale("log")
     label_axis(axes.xaxis, name, (-limit, limit))
     label_counts(axes, "objects per bin", (0.5, 2 * top) if log else (0, 1.08 * top), log)
-    note_count(axes, outside, SMALL)
+    note_outside(axes, outside, SMALL)
 
 
 def _write_table(sheet: Sheet, sets: Mapping[str, Objects], top: float) -> None:

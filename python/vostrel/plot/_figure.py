@@ -22,7 +22,7 @@ from vostrel.plot._layout import (
     diagnostic_height,
     place_panels,
 )
-from vostrel.plot._limits import spread_of
+from vostrel.plot._limits import reference_limits, spread_of
 from vostrel.plot._objects import Objects, objects_of
 from vostrel.plot._panels import MANY, draw_estimates, draw_histogram, draw_residuals
 from vostrel.plot._running import running
@@ -123,11 +123,11 @@ def diagnostic_figure(
     boxes, bar_box = place_panels(layout, sheet, panels, bar, top, height - bottom)
     axes = {panel: sheet.add_axes(box) for panel, box in boxes.items()}
 
-    spread = spread_of(objects.norm)
+    spread, xlim = spread_of(objects.norm), reference_limits(objects)
     images = []
     if "estimates" in axes:
         artists = draw_estimates(
-            axes["estimates"], objects, names, note=not table, legend=True, fontsize=SMALL
+            axes["estimates"], objects, xlim, names, note=not table, legend=True, fontsize=SMALL
         )
         images += artists["objects"]
     if "histogram" in axes:
@@ -136,7 +136,7 @@ def diagnostic_figure(
         )
     if "residuals" in axes:
         artists = draw_residuals(
-            axes["residuals"], objects, spread, running(objects), names,
+            axes["residuals"], objects, xlim, spread, running(objects), names,
             legend=True, fontsize=SMALL,
         )
         images += artists["objects"]

@@ -16,7 +16,7 @@ Floats = NDArray[np.float64]
 Limits = tuple[float, float]
 
 #: The fixed outlier bound on the normalized residual.
-BOUND = 0.15
+BOUND = _core.OUTLIER_BOUND
 
 #: Interquartile ranges from the quartiles beyond which a value is wild.
 FENCE = 8
@@ -74,9 +74,9 @@ def spread_of(norm: Floats) -> Spread:
     """Return the spread of the normalized residual."""
     tail, low, median, high, head = quantiles(norm, (0.005, 0.25, 0.5, 0.75, 0.995))
     reach = max(CORE * IQR_TO_SIGMA * (high - low), 1e-12)
-    inside = int(np.count_nonzero(within(norm, (median - reach, median + reach))))
+    (inside,) = _core.count_in_bins(norm, [median - reach, median + reach])
     far = max(abs(tail), abs(head))
-    return Spread(low, median, high, norm.size, 1 - inside / norm.size, far)
+    return Spread(low, median, high, norm.size, 1 - int(inside) / norm.size, far)
 
 
 def quantiles(values: Floats, shares: Sequence[float]) -> list[float]:
@@ -93,7 +93,7 @@ def robust_range(values: Floats) -> Limits:
     reach = max(FENCE * (high - low), BOUND * (1 + abs(low)))
     least, greatest = float(values.min()), float(values.max())
     if least < low - reach or greatest > high + reach:
-        tame = values[within(values, (low - reach, high + reach))]
+        tame = values[(values >= low - reach) & (values <= high + reach)]
         least, greatest = float(tame.min()), float(tame.max())
     return max(-LARGEST, least), min(LARGEST, greatest)
 
@@ -112,9 +112,8 @@ def reference_limits(objects: Objects) -> Limits:
     return widened(robust_range(objects.reference), _margin(objects))
 
 
-def square_limits(objects: Objects) -> Limits:
-    """Return the limits of both axes of estimates against references."""
-    reference = reference_limits(objects)
+def square_limits(objects: Objects, reference: Limits) -> Limits:
+    """Return the limits of both axes of estimates against references, given the latter's."""
     estimate = widened(robust_range(objects.estimate), _margin(objects))
     return min(reference[0], estimate[0]), max(reference[1], estimate[1])
 
@@ -156,8 +155,3 @@ def histogram_bins(spread: Spread, n: int, limit: float, most: int = 199) -> int
     width = 2 * (spread.high - spread.low) / n ** (1 / 3)
     number = 2 * limit / width if width > 0 else math.sqrt(n)
     return int(min(most, max(9, math.ceil(number)))) | 1
-
-
-def within(values: Floats, limits: Limits) -> NDArray[np.bool_]:
-    """Return which values lie within the limits."""
-    return (values >= limits[0]) & (values <= limits[1])

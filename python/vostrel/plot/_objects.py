@@ -8,6 +8,7 @@ from typing import Any
 import numpy as np
 from numpy.typing import NDArray
 
+from vostrel import _core
 from vostrel._inputs import prepare
 from vostrel._point import point_statistics
 from vostrel._results import PointStatistics
@@ -60,9 +61,7 @@ def objects_of(
     first, second = values
     total = first.size
     nans = infinite = 0
-    with np.errstate(all="ignore"):
-        norm = first - second
-        norm /= 1.0 + first
+    norm = _core.normalized_residuals(first, second)
     good = np.isfinite(norm)  # and so are the values that it is made of
     if not good.all():
         nans = int(np.count_nonzero(np.isnan(first) | np.isnan(second)))

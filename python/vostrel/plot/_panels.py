@@ -17,6 +17,7 @@ from matplotlib.patheffects import withStroke
 from matplotlib.ticker import FuncFormatter, LogLocator, MaxNLocator, NullFormatter
 from numpy.typing import NDArray
 
+from vostrel import _core
 from vostrel._results import PointStatistics
 from vostrel.plot._limits import (
     BOUND,
@@ -28,7 +29,6 @@ from vostrel.plot._limits import (
     spread_of,
     square_limits,
     tail_limit,
-    within,
 )
 from vostrel.plot._objects import Objects, objects_of
 from vostrel.plot._running import Running, running
@@ -102,7 +102,14 @@ def plot_estimates(
     """
     objects = objects_of(reference, estimate, statistics)
     return draw_estimates(
-        axes, objects, labels_of(labels), note=note, legend=legend, fontsize=fontsize, **style
+        axes,
+        objects,
+        reference_limits(objects),
+        labels_of(labels),
+        note=note,
+        legend=legend,
+        fontsize=fontsize,
+        **style,
     )
 
 
@@ -198,6 +205,7 @@ def plot_residuals(
     return draw_residuals(
         axes,
         objects,
+        reference_limits(objects),
         spread_of(objects.norm),
         running(objects),
         labels_of(labels),
@@ -213,6 +221,7 @@ def plot_residuals(
 def draw_estimates(
     axes: Axes,
     objects: Objects,
+    xlim: Limits,
     labels: Labels,
     *,
     note: bool,
@@ -221,9 +230,11 @@ def draw_estimates(
     **style: Any,
 ) -> Artists:
     """Do what `plot_estimates` tells."""
-    limits = square_limits(objects)
+    limits = square_limits(objects, xlim)
     ends = np.array(limits)
-    artists = draw_objects(axes, objects.reference, objects.estimate, limits, limits, style)
+    artists = draw_objects(
+        axes, objects.reference, objects.estimate, limits, limits, fontsize, style
+    )
     artists["one-to-one"] = axes.plot(
         ends, ends, color=BLACK, linewidth=0.7, label="one to one", gid="one-to-one"
     )
@@ -240,7 +251,6 @@ def draw_estimates(
         )
     label_axis(axes.xaxis, labels.reference, limits)
     label_axis(axes.yaxis, labels.estimate, limits)
-    note_outside(axes, objects.reference, objects.estimate, fontsize)
     if note:
         artists["note"] = [draw_note(axes, objects, limits, fontsize)]
     if legend:
@@ -298,7 +308,7 @@ def draw_histogram(
     top = max(1, int(counts.max()))
     label_axis(axes.xaxis, labels.norm, (-limit, limit))
     label_counts(axes, "objects per bin", (floor, 2 * top if log else 1.08 * top), log)
-    note_count(axes, objects.norm.size - int(counts.sum()), fontsize)
+    note_outside(axes, objects.norm.size - int(counts.sum()), fontsize)
     if legend:
         legend_above(axes, 4, fontsize)
     return artists
@@ -307,6 +317,7 @@ def draw_histogram(
 def draw_residuals(
     axes: Axes,
     objects: Objects,
+    xlim: Limits,
     spread: Spread,
     lines: Running,
     labels: Labels,
@@ -321,8 +332,8 @@ def draw_residuals(
         objects.statistics.norm.nmad,
         (BOUND, float(np.abs(np.r_[lines.median, lines.nmad]).max())),
     )
-    xlim, ylim = reference_limits(objects), (-limit, limit)
-    artists = draw_objects(axes, objects.reference, objects.norm, xlim, ylim, style)
+    ylim = (-limit, limit)
+    artists = draw_objects(axes, objects.reference, objects.norm, xlim, ylim, fontsize, style)
     artists["zero"] = [axes.axhline(0, color="0.5", linewidth=0.6, zorder=2, gid="zero")]
     on_density = objects.norm.size > MANY
     artists["running median"], artists["band"] = draw_line(
@@ -361,7 +372,6 @@ def draw_residuals(
         ]
     label_axis(axes.xaxis, labels.reference, xlim)
     label_axis(axes.yaxis, labels.norm, ylim)
-    note_outside(axes, objects.reference, objects.norm, fontsize)
     if legend:
         legend_above(axes, 3, fontsize)
     return artists
@@ -376,70 +386,55 @@ def draw_objects(
     y: NDArray[np.float64],
     xlim: Limits,
     ylim: Limits,
+    fontsize: float | None,
     style: dict[str, Any],
 ) -> Artists:
-    """Draw the objects as points, or as a density when there are many."""
+    """Draw the objects as points, or as a density when there are many, and say how many lie
+    outside.
+    """
     if x.size <= MANY:
         size = 2.2 if x.size > 300 else 5 if x.size > 30 else 8
         look = {"color": GREY, "marker": ".", "markersize": size, "markeredgewidth": 0, **style}
-        return {"objects": axes.plot(x, y, linestyle="", zorder=1, gid="objects", **look)}
-    counts = density(x, y, xlim, ylim)
-    shade = LogNorm(1, max(10, int(counts.max())))
-    look = {"cmap": DENSITY_MAP, "norm": shade, "interpolation": "nearest", **style}
-    image = axes.imshow(
-        np.where(counts == 0, np.nan, counts),
-        origin="lower",
-        extent=(*xlim, *ylim),
-        aspect="auto",
-        zorder=1,
-        gid="objects",
-        **look,
-    )
-    return {"objects": [image]}
+        counts = _core.count_in_cells(x, y, xlim, ylim)
+        objects: list[Any] = axes.plot(x, y, linestyle="", zorder=1, gid="objects", **look)
+    else:
+        counts = density(x, y, xlim, ylim)
+        shade = LogNorm(1, max(10, int(counts.max())))
+        look = {"cmap": DENSITY_MAP, "norm": shade, "interpolation": "nearest", **style}
+        image = axes.imshow(
+            np.where(counts == 0, np.nan, counts),
+            origin="lower",
+            extent=(*xlim, *ylim),
+            aspect="auto",
+            zorder=1,
+            gid="objects",
+            **look,
+        )
+        objects = [image]
+    note_outside(axes, x.size - int(counts.sum()), fontsize)
+    return {"objects": objects}
 
 
 def density(
     x: NDArray[np.float64], y: NDArray[np.float64], xlim: Limits, ylim: Limits
-) -> NDArray[np.int64]:
+) -> NDArray[np.uint64]:
     """Return the counts of objects in cells that are fine enough and can be seen."""
     square = xlim == ylim
     for columns in CELLS:
-        counts = cells(x, y, xlim, ylim, (columns if square else columns // 2, columns))
+        rows = columns if square else columns // 2
+        x_edges, y_edges = np.linspace(*xlim, columns + 1), np.linspace(*ylim, rows + 1)
+        counts = _core.count_in_cells(x, y, x_edges.tolist(), y_edges.tolist())
         if np.count_nonzero(counts) > 30:
             break
     return counts
 
 
-def cells(
-    x: NDArray[np.float64],
-    y: NDArray[np.float64],
-    xlim: Limits,
-    ylim: Limits,
-    shape: tuple[int, int],
-) -> NDArray[np.int64]:
-    """Return how many objects lie in each cell of the shape (rows, columns)."""
-    rows, columns = shape
-    counts = np.zeros(rows * columns, np.int64)
-    for start in range(0, x.size, 1 << 16):  # pieces that stay in the cache
-        a, b = x[start : start + (1 << 16)], y[start : start + (1 << 16)]
-        inside = within(a, xlim) & within(b, ylim)
-        if not inside.all():
-            a, b = a[inside], b[inside]
-        i = ((a - xlim[0]) * (columns / (xlim[1] - xlim[0]))).astype(np.int32)
-        j = ((b - ylim[0]) * (rows / (ylim[1] - ylim[0]))).astype(np.int32)
-        np.minimum(i, columns - 1, out=i)
-        np.minimum(j, rows - 1, out=j)
-        counts += np.bincount(j * columns + i, minlength=counts.size)
-    return counts.reshape(shape)
-
-
 def histogram(
     norm: NDArray[np.float64], spread: Spread, limit: float, most: int = 199
-) -> tuple[NDArray[np.int64], NDArray[np.float64]]:
+) -> tuple[NDArray[np.uint64], NDArray[np.float64]]:
     """Return the counts and edges of the histogram from -limit to limit."""
-    number = histogram_bins(spread, norm.size, limit, most)
-    counts, edges = np.histogram(norm, number, (-limit, limit))
-    return counts, edges
+    edges = np.linspace(-limit, limit, histogram_bins(spread, norm.size, limit, most) + 1)
+    return _core.count_in_bins(norm, edges.tolist()), edges
 
 
 def draw_normal(
@@ -512,16 +507,15 @@ def draw_note(axes: Axes, objects: Objects, limits: Limits, fontsize: float | No
     if left_out:
         lines.insert(1, f"({left_out:,} left out)")
     (low, high), span = limits, limits[1] - limits[0]
-    wide, tall = 0.4 * span, 0.25 * span
-    above = (objects.reference < low + wide) & (objects.estimate > high - tall)
-    below = (objects.reference > high - wide) & (objects.estimate < low + tall)
-    if np.count_nonzero(above) <= np.count_nonzero(below):
-        x, y, ha, va = 0.03, 0.97, "left", "top"
+    x_edges = [low, low + 0.4 * span, high - 0.4 * span, high]
+    y_edges = [low, low + 0.25 * span, high - 0.25 * span, high]
+    parts = _core.count_in_cells(objects.reference, objects.estimate, x_edges, y_edges)
+    if parts[2, 0] <= parts[0, 2]:
+        place, ha, va = (0.03, 0.97), "left", "top"
     else:
-        x, y, ha, va = 0.97, 0.03, "right", "bottom"
+        place, ha, va = (0.97, 0.03), "right", "bottom"
     return axes.text(
-        x,
-        y,
+        *place,
         "\n".join(lines),
         transform=axes.transAxes,
         ha=ha,
@@ -560,16 +554,10 @@ def label_counts(axes: Axes, name: str, limits: Limits, log: bool) -> None:
     axes.set_ylim(limits)
 
 
-def note_outside(
-    axes: Axes, x: NDArray[np.float64], y: NDArray[np.float64], fontsize: float | None
-) -> None:
-    """Say how many objects lie outside the limits of the axes."""
-    inside = np.count_nonzero(within(x, axes.get_xlim()) & within(y, axes.get_ylim()))
-    note_count(axes, x.size - int(inside), fontsize)
-
-
-def note_count(axes: Axes, outside: int, fontsize: float | None) -> None:
-    """Write the number beside the name of the horizontal axis, where it hides nothing."""
+def note_outside(axes: Axes, outside: int, fontsize: float | None) -> None:
+    """Say how many objects lie outside, beside the name of the horizontal axis, where it hides
+    nothing.
+    """
     if outside:
         axes.annotate(
             f"{outside:,} outside",

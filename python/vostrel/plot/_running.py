@@ -3,12 +3,16 @@
 from __future__ import annotations
 
 import math
-from dataclasses import dataclass
+from dataclasses import astuple, dataclass
+from functools import partial
 
 import numpy as np
 from numpy.typing import NDArray
 
 from vostrel import _core
+from vostrel._binned import equal_counts
+from vostrel._inputs import Columns
+from vostrel._uncertainties import CONFIDENCE, by_formula, median_ranks
 from vostrel.plot._objects import Objects
 
 Floats = NDArray[np.float64]
@@ -27,11 +31,12 @@ class Running:
     median, nmad : ndarray, shape (k,)
         Median and NMAD.
     median_band, nmad_band : ndarray, shape (2, k)
-        Lower and upper ends of their confidence intervals.
+        Lower and upper ends of their confidence intervals: NaN where a bin
+        has fewer than three objects.
     """
 
     reference: Floats
-    counts: NDArray[np.uint64]
+    counts: NDArray[np.int64]
     median: Floats
     median_band: Floats
     nmad: Floats
@@ -46,24 +51,31 @@ def running(objects: Objects) -> Running:
 
     Notes
     -----
-    A median lies between the values of ranks a and n - 1 - a (counted from 0)
-    with the probability that a number with the binomial distribution of n
-    throws of a coin lies from a + 1 to n - 1 - a. a is the greatest rank for
-    which that is 68 % or more (0 where no rank has it: of one or two objects).
-    So the band needs no assumption on the distribution of the residuals.
+    The interval of the NMAD is that of `vostrel.uncertainties`. The interval
+    of the median goes between the same ranks, of the residual itself instead
+    of its absolute value.
     """
     n = objects.reference.size
-    number = min(100, max(1, int(math.sqrt(n) / 2)))
-    ranks = [i * n // number for i in range(number)] + [n - 1]
-    edges = _core.order_values([objects.reference], [], n, ranks)  # as binned_statistics has them
-    counts, rows = _core.medians_in_bins(objects.reference, objects.norm, edges.tolist())
-    full = counts > 0  # equal values leave bins empty
-    reference, median, low, high, nmad, nmad_low, nmad_high = rows[:, full]
+    columns = Columns([objects.reference, objects.estimate], [])
+    edges = equal_counts(columns, n, min(100, max(1, int(math.sqrt(n) / 2))))
+    bins = _core.ObjectsInBins(columns.values, columns.masks, edges.tolist())
+    rows = []
+    for i in range(len(edges) - 1):
+        count = bins.count(i)
+        if count == 0:  # equal values leave bins empty
+            continue
+        _, norm = by_formula(count, bins.point_statistics(i), partial(bins.spreads, i), CONFIDENCE)
+        ranks = median_ranks(count, CONFIDENCE)
+        reference, median, band = bins.medians(i, ranks or [])
+        low, high = band or (math.nan, math.nan)
+        _, _, *nmad_band = astuple(norm.nmad)
+        rows.append((reference, count, median, low, high, norm.nmad.value, *nmad_band))
+    found = np.array(rows).T
     return Running(
-        reference=reference,
-        counts=counts[full],
-        median=median,
-        median_band=np.array([low, high]),
-        nmad=nmad,
-        nmad_band=np.array([nmad_low, nmad_high]),
+        reference=found[0],
+        counts=found[1].astype(np.int64),
+        median=found[2],
+        median_band=found[3:5],
+        nmad=found[5],
+        nmad_band=found[6:8],
     )

@@ -1,0 +1,152 @@
+#include "python/src/bins.h"
+
+#include <pybind11/numpy.h>
+#include <pybind11/stl.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "python/src/calls.h"
+#include "statistics/binned.h"
+#include "statistics/residuals.h"
+#include "statistics/statistics.h"
+#include "statistics/uncertainties.h"
+
+namespace py = pybind11;
+
+namespace vostrel::python {
+
+namespace {
+
+// The objects of each bin, without those with NaN.
+class ObjectsInBins {
+ public:
+  ObjectsInBins(const Numbers& columns, const Arrays& masks, std::vector<double> edges)
+      : objects_(Bins(std::move(edges))) {
+    Rows rows = rows_of(columns, masks, true);
+    const auto by = [](const Block& block) {
+      return block.by.empty() ? block.reference : block.by;
+    };
+    const py::gil_scoped_release release;
+    for_each_block(rows, [&](const Block& block) { objects_.count(by(block)); });
+    for_each_block(rows, [&](const Block& block) {
+      objects_.add(block.reference, block.estimate, by(block));
+    });
+  }
+
+  std::size_t count(std::size_t bin) const { return reference(bin).size(); }
+
+  // (delta, norm)
+  py::tuple statistics(std::size_t bin) const {
+    const std::span<const double> references = reference(bin);
+    const std::span<const double> estimates = estimate(bin);
+    PointStatistics found{};
+    {
+      const py::gil_scoped_release release;
+      found = point_statistics(references, estimates);
+    }
+    return py::make_tuple(tuple_of(found.delta), tuple_of(found.norm));
+  }
+
+  py::tuple spreads(std::size_t bin, const std::vector<std::uint64_t>& ranks) const {
+    return spreads_of(reference(bin), estimate(bin), ranks);
+  }
+
+  // (median of the reference, median of the normalized residual, its values of the ranks)
+  py::tuple medians(std::size_t bin, const std::vector<std::uint64_t>& ranks) const {
+    const std::span<const double> references = reference(bin);
+    const std::span<const double> estimates = estimate(bin);
+    check_ranks(ranks, references.size());
+    double of_reference = 0;
+    double of_residual = 0;
+    std::vector<double> found;
+    {
+      const py::gil_scoped_release release;
+      std::vector<double> residuals(references.size());
+      std::transform(references.begin(), references.end(), estimates.begin(), residuals.begin(),
+                     normalized_residual);
+      of_reference = median(references);
+      of_residual = median(residuals);
+      for (const std::uint64_t rank : ranks) {
+        const auto place = residuals.begin() + static_cast<std::ptrdiff_t>(rank);
+        std::nth_element(residuals.begin(), place, residuals.end());
+        found.push_back(*place);
+      }
+    }
+    return py::make_tuple(of_reference, of_residual, found);
+  }
+
+ private:
+  std::span<const double> reference(std::size_t bin) const {
+    if (bin >= objects_.bins().size()) throw py::index_error("there is no such bin");
+    return objects_.reference(bin);
+  }
+  std::span<const double> estimate(std::size_t bin) const { return objects_.estimate(bin); }
+
+  BinnedObjects objects_;
+};
+
+// How many values are in each bin.
+py::array_t<std::uint64_t> count_in_bins(const py::array& values, std::vector<double> edges) {
+  Rows rows = rows_of({values}, {}, false);
+  const Bins bins(std::move(edges));
+  py::array_t<std::uint64_t> counts(static_cast<py::ssize_t>(bins.size()));
+  std::uint64_t* const count = counts.mutable_data();
+  std::fill_n(count, bins.size(), 0);
+  {
+    const py::gil_scoped_release release;
+    for_each_block(rows, [&](const Block& block) {
+      for (const double value : block.reference) {
+        const std::size_t bin = bins(value);
+        if (bin != Bins::kOutside) ++count[bin];
+      }
+    });
+  }
+  return counts;
+}
+
+// How many points are in each cell, in shape (rows, columns): rows by y, columns by x.
+py::array_t<std::uint64_t> count_in_cells(const py::array& x, const py::array& y,
+                                          std::vector<double> x_edges,
+                                          std::vector<double> y_edges) {
+  Rows points = rows_of({x, y}, {}, false);
+  const Bins columns(std::move(x_edges));
+  const Bins rows(std::move(y_edges));
+  py::array_t<std::uint64_t> counts({rows.size(), columns.size()});
+  std::uint64_t* const count = counts.mutable_data();
+  std::fill_n(count, rows.size() * columns.size(), 0);
+  {
+    const py::gil_scoped_release release;
+    for_each_block(points, [&](const Block& block) {
+      for (std::size_t i = 0; i < block.reference.size(); ++i) {
+        const std::size_t column = columns(block.reference[i]);
+        const std::size_t row = rows(block.estimate[i]);
+        if (column != Bins::kOutside && row != Bins::kOutside) {
+          ++count[row * columns.size() + column];
+        }
+      }
+    });
+  }
+  return counts;
+}
+
+}  // namespace
+
+void add_bins(py::module_& module) {
+  py::class_<ObjectsInBins>(module, "ObjectsInBins")
+      .def(py::init<const Numbers&, const Arrays&, std::vector<double>>(), py::arg("columns"),
+           py::arg("masks"), py::arg("edges"))
+      .def("count", &ObjectsInBins::count, py::arg("bin"))
+      .def("point_statistics", &ObjectsInBins::statistics, py::arg("bin"))
+      .def("spreads", &ObjectsInBins::spreads, py::arg("bin"), py::arg("ranks"))
+      .def("medians", &ObjectsInBins::medians, py::arg("bin"), py::arg("ranks"));
+  module.def("count_in_bins", count_in_bins, py::arg("values"), py::arg("edges"));
+  module.def("count_in_cells", count_in_cells, py::arg("x"), py::arg("y"), py::arg("x_edges"),
+             py::arg("y_edges"));
+}
+
+}  // namespace vostrel::python
