@@ -3,7 +3,7 @@
 import glob
 import re
 
-from pybind11.setup_helpers import Pybind11Extension, build_ext
+from pybind11.setup_helpers import ParallelCompile, Pybind11Extension, build_ext
 from setuptools import setup
 
 
@@ -16,6 +16,7 @@ def version() -> str:
     return found[1]
 
 
+ParallelCompile().install()  # compiles on all cores
 setup(
     version=version(),
     cmdclass={"build_ext": build_ext},
@@ -27,7 +28,8 @@ setup(
             include_dirs=["."],
             cxx_std=20,
             # As for the program: each operation rounds as written.
-            extra_compile_args=["-O3", "-ffp-contract=off"],
+            extra_compile_args=["-O3", "-ffp-contract=off", "-g0"],
+            extra_link_args=["-s"],
         )
     ],
 )

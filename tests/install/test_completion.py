@@ -7,7 +7,7 @@ import subprocess
 import time
 
 import pytest
-from conftest import CMAKE, SOURCE, run
+from conftest import BUILD, CMAKE, SOURCE, run
 
 PATIENCE = 20  # seconds
 
@@ -146,14 +146,14 @@ def test_options_of_vostrel_plot(terminal):
     assert terminal.words("vostrel-plot --layout c\t") == "<--layout> <column>"
 
 
-def test_found_where_it_is_installed(folder, packaged_build):
+def test_found_where_it_is_installed(folder):
     """bash-completion loads it from the folder where it is installed."""
     loader = "/usr/share/bash-completion/bash_completion"
     if not os.path.exists(loader):
         message = f"{loader} is missing: install the Debian package bash-completion"
         pytest.fail(message, pytrace=False)
     prefix = folder / "prefix"
-    run(CMAKE, "--install", packaged_build, "--prefix", prefix)
+    run(CMAKE, "--install", BUILD, "--prefix", prefix)
     terminal = Terminal(folder, f"export XDG_DATA_DIRS='{prefix}/share'; source {loader}")
     assert terminal.words("vostrel --s\tga\trep\t1 2 3") == (
         "<--stats> <galaxies one.csv> <report.txt> <1> <2> <3>"

@@ -9,6 +9,7 @@ import subprocess
 import pytest
 from conftest import (
     ARRAYS_OUTPUT,
+    BUILD,
     CMAKE,
     CONSUMER,
     CONSUMER_OUTPUT,
@@ -45,7 +46,7 @@ def installed(request, tmp_path_factory, copied_source):
     """All paths have blanks in them."""
     prefix = tmp_path_factory.mktemp(request.param + " prefix")
     if request.param == "static":
-        build = request.getfixturevalue("packaged_build")
+        build = BUILD
     else:
         build = configure_and_build(
             tmp_path_factory.mktemp("shared build"),

@@ -3,22 +3,23 @@
 import os
 
 import pytest
-from conftest import CONSUMER, CONSUMER_OUTPUT, RELEASE, VERSION, dead_links, need, run
+from conftest import BUILD, CONSUMER, CONSUMER_OUTPUT, RELEASE, VERSION, dead_links, need, run
 
 PYTHON = "/usr/bin/python3"  # for which the package is made
 
 
 @pytest.fixture(scope="session")
-def packages(packaged_build):
+def packages(tmp_path_factory):
     """The package files by the names of the packages."""
     need("dpkg-deb", "dpkg-shlibdeps", "file", "gzip", "strip")
+    folder = tmp_path_factory.mktemp("packages")
     # A strict umask must not change the permissions in the packages.
     before = os.umask(0o077)
     try:
-        run(os.environ["CPACK"], cwd=packaged_build)
+        run(os.environ["CPACK"], "--config", BUILD / "CPackConfig.cmake", "-B", folder)
     finally:
         os.umask(before)
-    return {path.name.partition("_")[0]: path for path in packaged_build.glob("*.deb")}
+    return {path.name.partition("_")[0]: path for path in folder.glob("*.deb")}
 
 
 def field(package, name):

@@ -18,6 +18,7 @@
 namespace {
 
 using namespace std::string_literals;
+using namespace std::string_view_literals;
 
 /// The text with exactly the padding that the readers may look at: a character that ends a number,
 /// then digits that don't belong to it.
@@ -507,13 +508,17 @@ TEST(ReadDouble, MatchesAtofForRandomShortTexts) {
 }
 
 struct Field {
-  std::string text;
+  std::string_view text;
   char separator;
   int end;  // where the field ends; -1 when it is not read
   double value;
 };
 
 TEST(ReadField, EndsAtTheSeparatorOrNewline) {
+  std::string longest(vostrel::kShortText, '1');
+  std::string too_long(vostrel::kShortText + 1, '1');
+  longest += ",\n";
+  too_long += ",\n";
   const std::vector<Field> table = {
       {"0.5,1\n", ',', 3, 0.5},
       {"0.5\n1,2\n", ',', 3, 0.5},
@@ -526,18 +531,19 @@ TEST(ReadField, EndsAtTheSeparatorOrNewline) {
       {" 1 2\n", '\n', 4, 1},
       {",1\n", ',', -1, 0},
       {"\n1\n", ',', -1, 0},
-      {"1\0,\n"s, ',', -1, 0},
+      {"1\0,\n"sv, ',', -1, 0},
       {"1", ',', -1, 0},
-      {std::string(vostrel::kShortText, '1') + ",\n", ',', int{vostrel::kShortText}, HUGE_VAL},
-      {std::string(vostrel::kShortText + 1, '1') + ",\n", ',', -1, 0},
+      {longest, ',', int{vostrel::kShortText}, HUGE_VAL},
+      {too_long, ',', -1, 0},
   };
   for (const Field& field : table) {
-    const std::string text = field.text + std::string(vostrel::kTextPadding, '\0');
+    const std::string given(field.text);
+    const std::string text = given + std::string(vostrel::kTextPadding, '\0');
     double value = 0;
     const char* const end = vostrel::read_field(text.data(), field.separator, value);
-    EXPECT_EQ(end == nullptr ? -1 : end - text.data(), field.end) << shown(field.text);
+    EXPECT_EQ(end == nullptr ? -1 : end - text.data(), field.end) << shown(given);
     if (end != nullptr) {
-      EXPECT_EQ(value, field.value) << shown(field.text);
+      EXPECT_EQ(value, field.value) << shown(given);
     }
   }
 }
