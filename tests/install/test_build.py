@@ -2,18 +2,34 @@
 
 import os
 import re
+import shlex
 import shutil
 import subprocess
 
-from conftest import ARRAYS_OUTPUT, CMAKE, CONSUMER, CONSUMER_OUTPUT, DATE, RELEASE, SOURCE, run
+import pytest
+from conftest import (
+    ARRAYS_OUTPUT,
+    CMAKE,
+    CONSUMER,
+    CONSUMER_OUTPUT,
+    DATE,
+    RELEASE,
+    SOURCE,
+    parsed_headers,
+    run,
+)
 
 
-def test_one_command_builds_the_program(tmp_path):
+@pytest.fixture(scope="module")
+def flags(tmp_path_factory):
+    return parsed_headers(tmp_path_factory.mktemp("headers"))
+
+
+def test_one_command_builds_the_program(flags, tmp_path):
     sources = [SOURCE / "main.cpp"]
     for room in ["utils", "text", "statistics"]:
         sources += sorted((SOURCE / room).glob("*.cpp"))
-    # -O0, since only what is compiled matters here.
-    command = [os.environ["CXX"], "-std=c++20", "-O0", "-I.", *sources]
+    command = [os.environ["CXX"], "-std=c++20", *flags, "-I.", *sources]
     run(*command, "-o", tmp_path / "vostrel", cwd=SOURCE)
     console = subprocess.run([tmp_path / "vostrel"], stdout=subprocess.PIPE, text=True).stdout
     assert f"{DATE}, release {RELEASE}\n" in console
@@ -45,7 +61,8 @@ endforeach()
 """
 
 
-def build_parent(parent, source, way, *options):
+def build_parent(parent, source, way, flags, *options):
+    options += ("-DCMAKE_CXX_FLAGS=" + shlex.join(flags),)
     parent.mkdir()
     (parent / "CMakeLists.txt").write_text(PARENT % way)
     (parent / "vostrel").symlink_to(source)
@@ -60,9 +77,9 @@ def build_parent(parent, source, way, *options):
     return parent / "installed" / "share" / "doc"
 
 
-def test_subproject_leaves_its_parent_alone(copied_source, tmp_path):
+def test_subproject_leaves_its_parent_alone(copied_source, flags, tmp_path):
     parent = tmp_path / "the parent"
-    build_parent(parent, copied_source, ADDED)
+    build_parent(parent, copied_source, ADDED, flags)
     cache = (parent / "build" / "CMakeCache.txt").read_text()
     assert re.search(r"^CMAKE_BUILD_TYPE:STRING=$", cache, re.MULTILINE)
     assert "No tests were found" in run(os.environ["CTEST"], cwd=parent / "build")
@@ -70,11 +87,12 @@ def test_subproject_leaves_its_parent_alone(copied_source, tmp_path):
     assert installed == [parent / "installed/share/doc/parent/README.md"]
 
 
-def test_subproject_installs_when_asked(copied_source, tmp_path):
-    documents = build_parent(tmp_path / "parent", copied_source, FETCHED, "-DVOSTREL_INSTALL=ON")
+def test_subproject_installs_when_asked(copied_source, flags, tmp_path):
+    parent = tmp_path / "parent"
+    documents = build_parent(parent, copied_source, FETCHED, flags, "-DVOSTREL_INSTALL=ON")
     assert (documents / "parent" / "README.md").read_text() == "The parent's."
     assert (documents / "vostrel" / "README.md").is_file()
-    assert (tmp_path / "parent/installed/include/vostrel/utils.h").is_file()
+    assert (parent / "installed/include/vostrel/utils.h").is_file()
 
 
 def test_an_old_compiler_is_refused_in_one_sentence(tmp_path):

@@ -19,6 +19,7 @@ from conftest import (
     configure_and_build,
     dead_links,
     need,
+    parsed_headers,
     run,
 )
 
@@ -48,9 +49,12 @@ def installed(request, tmp_path_factory, copied_source):
     if request.param == "static":
         build = BUILD
     else:
+        folder = tmp_path_factory.mktemp("shared build")
         build = configure_and_build(
-            tmp_path_factory.mktemp("shared build"),
+            folder / "build",
             "-DBUILD_SHARED_LIBS=ON",
+            "-DCMAKE_BUILD_TYPE=None",
+            "-DCMAKE_CXX_FLAGS=" + shlex.join(parsed_headers(folder, "-fPIC")),
             f"-DCMAKE_INSTALL_PREFIX={prefix}",
             source=copied_source,
         )
