@@ -1,4 +1,4 @@
-// The objects of a call that are gone over many times, and what is made of them.
+// The classes behind uncertainties() and bootstrap(): a sample in memory, and its resamples.
 
 #include "python/src/bootstrap.h"
 
@@ -29,7 +29,8 @@ namespace vostrel::python {
 
 namespace {
 
-// The columns of the objects that are kept: in place where all are kept and all are doubles.
+// The kept objects in columns. A column is used in place if all objects are kept and it holds
+// contiguous doubles. Otherwise it is copied.
 class Sample {
  public:
   Sample(Numbers columns, const Arrays& masks, bool omit_nan) : numbers_(std::move(columns)) {
@@ -54,7 +55,7 @@ class Sample {
   std::size_t nan() const { return n_nan_; }
   std::span<const double> column(std::size_t i) const { return columns_.at(i); }
 
-  // Which objects are kept, or None when all are.
+  // Which objects are kept, or None if all are.
   py::object kept() const {
     if (kept_.empty()) return py::none();
     py::array_t<bool> result(static_cast<py::ssize_t>(size_));
@@ -111,7 +112,7 @@ class Sample {
   std::size_t n_ = 0;
   std::size_t n_masked_ = 0;
   std::size_t n_nan_ = 0;
-  std::vector<bool> kept_;  // empty when all are
+  std::vector<bool> kept_;  // empty if all are
   std::vector<std::vector<double>> copies_;
   std::vector<std::span<const double>> columns_;
 };
@@ -152,7 +153,7 @@ class BootstrapOfSample {
   std::size_t batch() const { return bootstrap_->batch(); }
   void stop() { stop_ = true; }
 
-  // The numbers of some resamples, in shape (count, 2, 11).
+  // Returns the numbers of some resamples, in shape (count, 2, 11).
   py::array_t<double> run(std::uint64_t first, std::size_t count) const {
     std::vector<PointStatistics> results(count);
     {

@@ -1,3 +1,5 @@
+// vostrel._core.Sample and Bootstrap, which uncertainties() and bootstrap() use.
+
 #ifndef VOSTREL_PYTHON_SRC_BOOTSTRAP_H
 #define VOSTREL_PYTHON_SRC_BOOTSTRAP_H
 

@@ -35,7 +35,7 @@ Values array_of(const std::vector<double>& values) {
 
 // ---- rows of the intermediate file --------------------------------------------------------------
 
-// Reads "NUMBER NUMBER NUMBER\n" and moves `at` behind it, or returns false.
+// Reads "NUMBER NUMBER NUMBER\n" and moves `at` past it. Returns false for anything else.
 bool read_row(const char*& at, const char* end, double& second, double& third) {
   double first = 0.0;
   const std::pair<double*, char> fields[] = {{&first, ' '}, {&second, ' '}, {&third, '\n'}};
@@ -47,8 +47,8 @@ bool read_row(const char*& at, const char* end, double& second, double& third) {
   return true;
 }
 
-// The second and third numbers of the rows from `start` on, up to the first that doesn't have the
-// form in which the program writes rows, and where that one starts.
+// Returns the second and third numbers of the rows from `start` on, up to the first row that doesn't
+// have the program's form, and where that row starts.
 py::tuple read_rows(const py::bytes& block, std::size_t start) {
   const auto text = static_cast<std::string_view>(block);
   if (start > text.size()) throw py::value_error("the start lies beyond the block");

@@ -53,19 +53,20 @@ def compare_figure(
 ) -> Any:
     """Draw several estimators of one reference, for comparison.
 
-    The figure shows the running median of each, its running NMAD, the
-    histogram of its normalized residual as an outline, and a small table. The
-    bands are the 68 % confidence intervals of the running lines.
+    The figure shows for each estimator the running median, the running NMAD
+    and the outline of the histogram of the normalized residual, and has a
+    small table. The bands are the 68 % confidence intervals of the running
+    lines.
 
     Parameters
     ----------
     estimates : mapping of str to array_like, shape (n,)
         One to eight estimators by name.
     reference : array_like, shape (n,)
-        What they estimate.
+        The reference values.
     title, layout, figure, labels, log
-        As in `diagnostic_figure`. Without `log`, the counts are logarithmic
-        when that is so for one of the estimators.
+        As in `diagnostic_figure`. By default the counts are logarithmic if
+        they would be for one of the estimators.
     table : bool
         Put the table below the panels.
 
@@ -77,7 +78,8 @@ def compare_figure(
     Raises
     ------
     ValueError, TypeError
-        As `diagnostic_figure`; and when there are no estimators or too many.
+        As for `diagnostic_figure`; also if there are no estimators or too
+        many.
 
     Notes
     -----

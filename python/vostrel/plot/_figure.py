@@ -64,20 +64,21 @@ def diagnostic_figure(
     panels : sequence of {"estimates", "histogram", "residuals"}
         The panels that are drawn.
     layout : {"page", "column"}
-        "page" is two columns of a journal's page wide, 7.1 inches, and at
-        most 5 inches high; "column" one column, 3.45 inches, and at most 7.
+        "page" is as wide as two columns of a journal's page, 7.1 inches, and
+        at most 5 inches high; "column" is as wide as one, 3.45 inches, and at
+        most 7 inches high.
     figure : matplotlib.figure.Figure or SubFigure, optional
-        What to draw on, keeping its size. By default a new Figure, which
-        pyplot doesn't know.
+        What to draw on. Its size stays. By default a new Figure, which pyplot
+        doesn't know.
     labels : (str, str), optional
         Names of reference and estimate; by default redshifts.
     table : bool
-        Put a table of all statistics below the panels. Otherwise number of
-        objects, NMAD, bias and outlier fraction of the normalized residual
-        stand in the first panel.
+        Put a table of all statistics below the panels. Without it, the number
+        of objects, and NMAD, bias and outlier fraction of the normalized
+        residual are written into the first panel.
     log : bool, optional
-        Logarithmic counts in the histogram. By default when more than 1 % of
-        the objects lie outside the core.
+        Logarithmic counts in the histogram. By default they are logarithmic
+        if more than 1 % of the objects lie outside the core.
     source : str, optional
         A line below the table that says where the numbers come from.
 
@@ -89,7 +90,7 @@ def diagnostic_figure(
     Raises
     ------
     ValueError, TypeError
-        As `vostrel.point_statistics`; when no object is finite; and when
+        As for `vostrel.point_statistics`; also if no object is finite, or
         there is no such panel or layout.
 
     Examples
@@ -157,12 +158,12 @@ def new_figure(width: float, height: float) -> Any:
 
 
 def size_of(figure: Any) -> tuple[float, float]:
-    """Return width and height of a figure or a part of one, in inches."""
+    """Return the width and height of a figure or subfigure, in inches."""
     return figure.bbox.width / figure.figure.dpi, figure.bbox.height / figure.figure.dpi
 
 
 def add_colour_bar(sheet: Sheet, box: Box, images: list[Any]) -> None:
-    """Give the densities one scale of colours, and tell it."""
+    """Give the densities one scale of colours, and draw its colour bar."""
     greatest = max(10, *(int(image.get_array().max()) for image in images))
     for image in images:
         image.set_norm(LogNorm(1, greatest))
@@ -216,7 +217,7 @@ def write_table(
 
 
 def table_label(label: str) -> str:
-    """Return the label of the report with the letters of print."""
+    """Return the label of the report with Greek letters."""
     return label.replace("sigma", "σ").replace("Delta", "Δ").replace("outliers >", "> ")
 
 

@@ -1,4 +1,4 @@
-"""How far axes reach and how wide bins are: for the bulk of the data, not for the wild ones."""
+"""The limits of axes and the width of bins. They follow the bulk of the data, not wild outliers."""
 
 from __future__ import annotations
 
@@ -18,20 +18,20 @@ Limits = tuple[float, float]
 #: The fixed outlier bound on the normalized residual.
 BOUND = _core.OUTLIER_BOUND
 
-#: Interquartile ranges from the quartiles beyond which a value is wild.
+#: A value is wild if it is more than this many interquartile ranges away from the quartiles.
 FENCE = 8
 
 #: Beyond this an axis would overflow.
 LARGEST = 1e300
 
-#: Makes the interquartile range of normally distributed values their standard deviation.
+#: The standard deviation of normally distributed values over their interquartile range.
 IQR_TO_SIGMA = 1 / 1.349
 
 #: Standard deviations from the median at which the core of the residual ends.
 CORE = 5
 
-#: The share of objects outside the core from which on counts are logarithmic, and how many
-#: objects that takes: a scale for decades needs decades.
+#: Counts are logarithmic if a larger share of the objects than TAIL lies outside the core, and there
+#: are at least ENOUGH objects: fewer don't need a scale of decades.
 TAIL, ENOUGH = 0.01, 50
 
 
@@ -46,10 +46,10 @@ class Spread:
     n : int
         Number of objects.
     outside : float
-        Share of objects, 0 to 1, beyond five standard deviations from the
-        median, as the interquartile range tells them.
+        Share of objects, 0 to 1, more than five standard deviations away from
+        the median, as estimated from the interquartile range.
     far : float
-        Absolute value that 99.5 % of the residuals don't exceed.
+        The larger absolute value of the 0.5th and 99.5th percentile.
     """
 
     low: float
@@ -61,12 +61,12 @@ class Spread:
 
     @property
     def sigma(self) -> float:
-        """The standard deviation that the interquartile range tells."""
+        """The standard deviation as estimated from the interquartile range."""
         return IQR_TO_SIGMA * (self.high - self.low)
 
     @property
     def has_tail(self) -> bool:
-        """Whether enough objects lie outside the core to be worth a look."""
+        """Whether enough objects lie outside the core to be shown."""
         return self.n >= ENOUGH and self.outside > TAIL
 
 
@@ -80,14 +80,14 @@ def spread_of(norm: Floats) -> Spread:
 
 
 def quantiles(values: Floats, shares: Sequence[float]) -> list[float]:
-    """Return the values nearest to these shares, 0 to 1, of the ascending order."""
+    """Return the values of the ranks nearest to these shares of n, 0 to 1."""
     ranks = [round(share * (values.size - 1)) for share in shares]
     found: list[float] = _core.order_values([values], [], values.size, ranks).tolist()
     return found
 
 
 def robust_range(values: Floats) -> Limits:
-    """Return the least and greatest of the values short of the wild ones."""
+    """Return the smallest and largest value, without the wild ones."""
     low, high = quantiles(values, (0.25, 0.75))
     # Values within the outlier bound are never wild, even where most values are the same.
     reach = max(FENCE * (high - low), BOUND * (1 + abs(low)))
@@ -99,7 +99,7 @@ def robust_range(values: Floats) -> Limits:
 
 
 def widened(limits: Limits, margin: float) -> Limits:
-    """Return the limits with a margin, or a range about what is one value."""
+    """Return the limits with a margin. If they are nearly equal, return a range about them."""
     low, high = limits
     middle, half = low / 2 + high / 2, high / 2 - low / 2
     if half < 1e-4 * (1 + abs(middle)):
@@ -125,8 +125,8 @@ def _margin(objects: Objects) -> float:
 def residual_limit(spread: Spread, nmad: float, marks: Iterable[float]) -> float:
     """Return the half-width about zero that shows the core of the residual.
 
-    The marks, which wild outliers can carry far off, are taken in as long as
-    the core doesn't become a needle.
+    It includes the marks, unless that makes it more than three times as wide:
+    wild outliers can move a mark far away.
     """
     marks = [abs(mark) for mark in marks if math.isfinite(mark)]
     limit = abs(spread.median) + 6 * spread.sigma

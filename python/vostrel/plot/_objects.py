@@ -26,12 +26,12 @@ class Objects:
     reference, estimate, norm : ndarray of float64, shape (n,)
         The values and the normalized residual.
     total : int
-        How many objects were given.
+        The number of objects that were given.
     nans, infinite : int
         How many of them are left out because a value is NaN, or because a
         value or a residual is infinite.
     statistics : PointStatistics
-        Those that the figure shows.
+        The statistics that the figure shows.
     """
 
     reference: Floats
@@ -51,7 +51,7 @@ def objects_of(
     Raises
     ------
     ValueError, TypeError
-        As `vostrel.point_statistics`; and when no object is finite.
+        As for `vostrel.point_statistics`; also if no object is finite.
     """
     columns = prepare("omit", None, reference=reference, estimate=estimate)
     values = [np.ascontiguousarray(array, dtype=np.float64) for array in columns.values]

@@ -1,7 +1,7 @@
-"""The panels of the figures, each on Axes of the caller's choice.
+"""The panels of the figures, each on the caller's Axes.
 
-They return what they have drawn by name, as matplotlib's boxplot does, and
-read matplotlib's settings without changing any.
+The functions return the artists by name, as matplotlib's boxplot does. They
+read matplotlib's settings and change none.
 """
 
 from __future__ import annotations
@@ -36,10 +36,10 @@ from vostrel.plot._words import MINUS, Labels, labels_of, percent, three_digits
 
 Artists = dict[str, list[Any]]
 
-#: Above this many objects points would be one blot.
+#: More objects than this are drawn as a density: points would run together.
 MANY = 5000
 
-#: Cells along the reference axis of a density, when there are many values and when there are few.
+#: Cells along the reference axis of a density, if there are many different values, and if few.
 CELLS = (110, 27)
 
 # Colours that colour-blind readers tell apart; the dashes tell the lines apart in grey.
@@ -47,7 +47,7 @@ BLACK, RED, BLUE, GREEN, GREY = "black", "#d55e00", "#0072b2", "#009e73", "0.45"
 DENSITY_MAP = "cividis"
 DASHED, DOTTED = (0, (4, 1.5)), (0, (1.2, 1))
 
-#: White edges, by which a line shows on dark cells.
+#: White edges, which make a line visible on dark cells.
 EDGES = [withStroke(linewidth=1.8, foreground="white")]
 
 
@@ -77,18 +77,18 @@ def plot_estimates(
         As in `vostrel.point_statistics`. Objects with NaN or infinities are
         left out.
     statistics : PointStatistics, optional
-        The numbers to write into the panel, instead of computing them.
+        The numbers to write into the panel. By default they are computed.
     labels : (str, str), optional
         Names of reference and estimate; by default redshifts.
     note : bool
-        Write number of objects, NMAD, bias and outlier fraction of the
-        normalized residual into the panel.
+        Write the number of objects, and NMAD, bias and outlier fraction of
+        the normalized residual into the panel.
     legend : bool
         Put a legend above the panel.
     fontsize : float, optional
-        Of legend and notes, in points; by default that of legends.
+        Font size of legend and notes, in points; by default that of legends.
     **style
-        Of the objects: for Line2D or, of a density, for AxesImage.
+        Style of the objects: of Line2D, or for a density of AxesImage.
 
     Returns
     -------
@@ -98,7 +98,7 @@ def plot_estimates(
     Raises
     ------
     ValueError, TypeError
-        As `vostrel.point_statistics`; and when no object is finite.
+        As for `vostrel.point_statistics`; also if no object is finite.
     """
     objects = objects_of(reference, estimate, statistics)
     return draw_estimates(
@@ -128,8 +128,8 @@ def plot_residual_histogram(
     """Draw the histogram of the normalized residual.
 
     Bins follow the rule of Freedman and Diaconis. Zero, the bias, sigma and
-    the NMAD are marked, the last two from zero, where the NMAD and the
-    outliers are measured from. A normal curve has the NMAD as its width.
+    the NMAD are marked, the last two from zero, because the outliers and the
+    NMAD are measured from zero. A normal curve has the NMAD as its width.
 
     Parameters
     ----------
@@ -138,11 +138,12 @@ def plot_residual_histogram(
     reference, estimate, statistics, labels, legend, fontsize
         As in `plot_estimates`.
     log : bool, optional
-        Logarithmic counts, over a range that shows the tail. By default when
-        more than 1 % of 50 objects or more lie outside the core: five standard
-        deviations, as the interquartile range tells them, from the median.
+        Logarithmic counts, over a range that shows the tail. By default if
+        there are 50 objects or more, and more than 1 % of them lie outside
+        the core. The core ends five standard deviations from the median, as
+        estimated from the interquartile range.
     **style
-        Of the histogram: for StepPatch.
+        Style of the histogram: of StepPatch.
 
     Returns
     -------
@@ -180,9 +181,10 @@ def plot_residuals(
     """Draw the normalized residual against the reference.
 
     Objects are drawn as by `plot_estimates`. Over them lie the running median
-    and the running NMAD, either side of zero, in bins of equal counts: half
-    the square root of n bins, 1 at least and 100 at most. The bands are their
-    68 % confidence intervals, which assume nothing on the distribution.
+    and the running NMAD, on both sides of zero, in bins of equal counts.
+    There are half the square root of n bins, at least 1 and at most 100. The
+    bands are 68 % confidence intervals, which assume nothing about the
+    distribution.
 
     Parameters
     ----------
@@ -215,7 +217,7 @@ def plot_residuals(
     )
 
 
-# ---- the same from what is computed already ------------------------------------------------------
+# ---- the same, from objects and limits that are already computed ---------------------------------
 
 
 def draw_estimates(
@@ -229,7 +231,7 @@ def draw_estimates(
     fontsize: float | None,
     **style: Any,
 ) -> Artists:
-    """Do what `plot_estimates` tells."""
+    """Draw as `plot_estimates` does."""
     limits = square_limits(objects, xlim)
     ends = np.array(limits)
     artists = draw_objects(
@@ -269,7 +271,7 @@ def draw_histogram(
     fontsize: float | None,
     **style: Any,
 ) -> Artists:
-    """Do what `plot_residual_histogram` tells."""
+    """Draw as `plot_residual_histogram` does."""
     log = spread.has_tail if log is None else log
     norm = objects.statistics.norm
     limit = residual_limit(spread, norm.nmad, (norm.bias, norm.sigma, norm.nmad))
@@ -326,7 +328,7 @@ def draw_residuals(
     fontsize: float | None,
     **style: Any,
 ) -> Artists:
-    """Do what `plot_residuals` tells."""
+    """Draw as `plot_residuals` does."""
     limit = residual_limit(
         spread,
         objects.statistics.norm.nmad,
@@ -418,7 +420,7 @@ def draw_objects(
 def density(
     x: NDArray[np.float64], y: NDArray[np.float64], xlim: Limits, ylim: Limits
 ) -> NDArray[np.uint64]:
-    """Return the counts of objects in cells that are fine enough and can be seen."""
+    """Return the counts of objects in fine cells, or in coarse ones if few cells hold objects."""
     square = xlim == ylim
     for columns in CELLS:
         rows = columns if square else columns // 2
@@ -489,13 +491,13 @@ def draw_line(
         x, low, high, color=colour, alpha=0.35, linewidth=0, zorder=3, gid=f"{name} band"
     )
     bars = [shade]
-    if few:  # a band between two points says little, and there may be one alone
+    if few:  # a band is hard to see between few points, and there may be only one
         bars.append(axes.vlines(x, low, high, color=colour, linewidth=0.8, zorder=4))
     return drawn, bars
 
 
 def draw_note(axes: Axes, objects: Objects, limits: Limits, fontsize: float | None) -> Any:
-    """Write the numbers as authors do, into the emptier of two corners."""
+    """Write the numbers into the emptier of two corners."""
     norm = objects.statistics.norm
     lines = [
         f"$n$ = {objects.statistics.n:,}",
@@ -529,7 +531,7 @@ def draw_note(axes: Axes, objects: Objects, limits: Limits, fontsize: float | No
 
 
 def label_axis(axis: Axis, name: str, limits: Limits) -> None:
-    """Name the axis and set its limits; a power of ten of the ticks goes into the name."""
+    """Name the axis and set its limits. A power of ten moves from the ticks into the name."""
     power = math.floor(math.log10(max(abs(limits[0]), abs(limits[1]))))
     power = 0 if -2 <= power < 4 else power
     axis.set_major_locator(MaxNLocator(6, steps=[1, 2, 5, 10]))

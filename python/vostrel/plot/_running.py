@@ -1,4 +1,4 @@
-"""Medians along the reference, and how well they are known."""
+"""Running medians and NMADs along the reference, with their confidence intervals."""
 
 from __future__ import annotations
 
