@@ -23,15 +23,15 @@ Bins::Bins(std::vector<double> edges) : edges_(std::move(edges)) {
   const std::size_t cells = kCellsPerBin * size();
   const double scale = static_cast<double>(cells) / (edges_.back() - edges_.front());
   if (std::isfinite(scale)) scale_ = scale;
-  edge_.assign(cells + 1, 0);
-  for (const double edge : edges_) ++edge_[cell_of(edge) + 1];
-  std::partial_sum(edge_.begin(), edge_.end(), edge_.begin());
+  edges_below_.assign(cells + 1, 0);
+  for (const double edge : edges_) ++edges_below_[cell_of(edge) + 1];
+  std::partial_sum(edges_below_.begin(), edges_below_.end(), edges_below_.begin());
 }
 
-// Requires a value within the edges.
+// Requires: the value lies within the edges.
 std::size_t Bins::cell_of(double value) const {
   if (scale_ == 0) return 0;  // infinitely wide, or too narrow
-  const std::size_t last = edge_.size() - 2;
+  const std::size_t last = edges_below_.size() - 2;
   return std::min(static_cast<std::size_t>((value - edges_.front()) * scale_), last);
 }
 
@@ -39,8 +39,9 @@ std::size_t Bins::operator()(double value) const {
   if (!(value >= edges_.front() && value <= edges_.back())) return kOutside;
   const std::size_t cell = cell_of(value);
   const auto first = edges_.begin();
-  const auto above = std::upper_bound(first + static_cast<std::ptrdiff_t>(edge_[cell]),
-                                      first + static_cast<std::ptrdiff_t>(edge_[cell + 1]), value);
+  const auto above =
+      std::upper_bound(first + static_cast<std::ptrdiff_t>(edges_below_[cell]),
+                       first + static_cast<std::ptrdiff_t>(edges_below_[cell + 1]), value);
   return std::min(static_cast<std::size_t>(above - first) - 1, size() - 1);
 }
 

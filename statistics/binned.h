@@ -38,11 +38,11 @@ class Bins {
   std::size_t cell_of(double value) const;
 
   std::vector<double> edges_;
-  // The range is cut into cells of equal width, so that few edges have to be looked at. Rounded or
-  // not, the cell of a value is not below that of a smaller value: subtraction and multiplication
-  // are monotonic. So a value lies above all edges in lower cells, and below all in higher ones.
-  double scale_ = 0;               // cells per unit of the value, or 0 for all in the first cell
-  std::vector<std::size_t> edge_;  // how many edges lie in lower cells than this one
+  // The range is cut into cells of equal width, so that a value is compared with few edges. Rounded
+  // subtraction and multiplication are monotonic, so a larger value never gets a lower cell. So a
+  // value lies above all edges in lower cells, and below all edges in higher ones.
+  double scale_ = 0;  // cells per unit of the value, or 0 for all in the first cell
+  std::vector<std::size_t> edges_below_;  // by cell: how many edges lie in lower cells
 };
 
 /// point_statistics() of the objects in each bin. The columns are added block by block, once in
@@ -110,8 +110,8 @@ class BinnedPasses {
   std::uint64_t outside_ = 0;
 };
 
-/// The objects of each bin side by side, in their order, from columns that come in blocks, twice
-/// over. Takes 16 bytes an object in a bin.
+/// Collects the objects of each bin, in their order. The columns are read twice, block by block.
+/// Takes 16 bytes of memory for each object in a bin.
 ///
 ///     vostrel::BinnedObjects objects(bins);
 ///     for (each block of the columns) objects.count(by);
@@ -120,19 +120,20 @@ class BinnedObjects {
  public:
   explicit BinnedObjects(Bins bins);
 
-  /// Counts a block of the quantity that the objects are binned by. Comes before add().
+  /// Counts a block of the quantity that the objects are binned by. All blocks must be counted
+  /// before add() is called.
   void count(std::span<const double> by);
 
-  /// Takes a block of the objects.
-  /// @throws std::invalid_argument when the arrays differ in length, or when a bin gets more
-  /// objects
-  ///         than were counted.
+  /// Adds a block of the objects.
+  /// @throws std::invalid_argument if the arrays differ in length, or if a bin gets more objects
+  /// than
+  ///         were counted.
   void add(std::span<const double> reference, std::span<const double> estimate,
            std::span<const double> by);
 
   const Bins& bins() const { return bins_; }
 
-  /// The columns of a bin's objects, when all have been added.
+  /// The columns of a bin's objects, once all have been added.
   std::span<const double> reference(std::size_t bin) const { return part(reference_, bin); }
   std::span<const double> estimate(std::size_t bin) const { return part(estimate_, bin); }
 
@@ -142,7 +143,7 @@ class BinnedObjects {
   }
 
   Bins bins_;
-  std::vector<std::size_t> starts_;  // while objects are counted, the count of the bin before
+  std::vector<std::size_t> starts_;  // while counting: the number of objects in the bin before
   std::vector<std::size_t> next_;    // where the next object of each bin goes
   std::vector<double> reference_;
   std::vector<double> estimate_;

@@ -40,7 +40,7 @@ class ObjectsInBins {
 
   std::size_t count(std::size_t bin) const { return reference(bin).size(); }
 
-  // (delta, norm)
+  // Returns (delta, norm).
   py::tuple statistics(std::size_t bin) const {
     const std::span<const double> references = reference(bin);
     const std::span<const double> estimates = estimate(bin);
@@ -56,7 +56,8 @@ class ObjectsInBins {
     return spreads_of(reference(bin), estimate(bin), ranks);
   }
 
-  // (median of the reference, median of the normalized residual, its values of the ranks)
+  // Returns the median of the reference, the median of the normalized residual, and its values of
+  // the ranks.
   py::tuple medians(std::size_t bin, const std::vector<std::uint64_t>& ranks) const {
     const std::span<const double> references = reference(bin);
     const std::span<const double> estimates = estimate(bin);
@@ -90,7 +91,7 @@ class ObjectsInBins {
   BinnedObjects objects_;
 };
 
-// How many values are in each bin.
+// Returns the number of values in each bin.
 py::array_t<std::uint64_t> count_in_bins(const py::array& values, std::vector<double> edges) {
   Rows rows = rows_of({values}, {}, false);
   const Bins bins(std::move(edges));
@@ -109,7 +110,7 @@ py::array_t<std::uint64_t> count_in_bins(const py::array& values, std::vector<do
   return counts;
 }
 
-// How many points are in each cell, in shape (rows, columns): rows by y, columns by x.
+// Returns the number of points in each cell, in shape (rows, columns): rows by y, columns by x.
 py::array_t<std::uint64_t> count_in_cells(const py::array& x, const py::array& y,
                                           std::vector<double> x_edges,
                                           std::vector<double> y_edges) {

@@ -1,4 +1,4 @@
-// Objects and values in bins, for Python.
+// vostrel._core.ObjectsInBins, and counts of values in bins and cells.
 
 #ifndef VOSTREL_PYTHON_SRC_BINS_H
 #define VOSTREL_PYTHON_SRC_BINS_H

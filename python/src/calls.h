@@ -39,7 +39,7 @@ pybind11::tuple tuple_of(const ResidualStatistics& statistics);
 /// Throws ValueError unless the ranks are below n.
 void check_ranks(const std::vector<std::uint64_t>& ranks, std::size_t n);
 
-/// The spreads of both residuals: for each the four moments, then the |r| of the ranks.
+/// The spreads of both residuals: for each the four moments and a list of the |r| of the ranks.
 pybind11::tuple spreads_of(std::span<const double> reference, std::span<const double> estimate,
                            const std::vector<std::uint64_t>& ranks);
 

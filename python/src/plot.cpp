@@ -47,8 +47,8 @@ bool read_row(const char*& at, const char* end, double& second, double& third) {
   return true;
 }
 
-// Returns the second and third numbers of the rows from `start` on, up to the first row that doesn't
-// have the program's form, and where that row starts.
+// Returns the second and third numbers of the rows from `start` on, up to the first row that
+// doesn't have the program's form, and where that row starts.
 py::tuple read_rows(const py::bytes& block, std::size_t start) {
   const auto text = static_cast<std::string_view>(block);
   if (start > text.size()) throw py::value_error("the start lies beyond the block");

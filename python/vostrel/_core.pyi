@@ -76,7 +76,7 @@ class ObjectsInBins:
     def count(self, bin: int) -> int: ...
     def point_statistics(self, bin: int) -> tuple[_Eleven, _Eleven]: ...
     def spreads(self, bin: int, ranks: Sequence[int]) -> tuple[_Spread, _Spread]:
-        """As those of Sample. The bin must not be empty."""
+        """Return the spreads, as Sample.spreads does. The bin must not be empty."""
     def medians(self, bin: int, ranks: Sequence[int]) -> tuple[float, float, list[float]]:
         """Return the median reference, and of the normalized residual the median and the values
         of these ranks.

@@ -17,7 +17,7 @@ if TYPE_CHECKING:
     import pandas
     from numpy.typing import NDArray
 
-#: The confidence of intervals unless another one is asked for.
+#: The default confidence of intervals.
 CONFIDENCE = 0.683
 
 #: The confidence of one standard deviation of a normal distribution to both sides.
@@ -268,10 +268,10 @@ def by_formula(
     spreads: Callable[[list[int]], Sequence[Any]],
     confidence: float,
 ) -> tuple[UncertainResiduals, UncertainResiduals]:
-    """Return the estimates of both residuals of n objects: NaN for none.
+    """Return the estimates of both residuals of n objects. They are NaN if n is 0.
 
-    `values` has the eleven numbers of each; `spreads` are those of the core
-    for some ranks.
+    `values` has the eleven numbers of each residual. `spreads` returns what
+    `Sample.spreads` of the core does for the ranks it is given.
     """
     if n == 0:
         nothing = UncertainResiduals(*[NO_ESTIMATE] * len(NAMES))

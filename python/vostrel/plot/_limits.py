@@ -30,8 +30,8 @@ IQR_TO_SIGMA = 1 / 1.349
 #: Standard deviations from the median at which the core of the residual ends.
 CORE = 5
 
-#: Counts are logarithmic if a larger share of the objects than TAIL lies outside the core, and there
-#: are at least ENOUGH objects: fewer don't need a scale of decades.
+#: Counts are logarithmic if more than the share TAIL of the objects lies outside the core, and
+#: there are at least ENOUGH objects: fewer don't need a scale of decades.
 TAIL, ENOUGH = 0.01, 50
 
 
@@ -113,7 +113,10 @@ def reference_limits(objects: Objects) -> Limits:
 
 
 def square_limits(objects: Objects, reference: Limits) -> Limits:
-    """Return the limits of both axes of estimates against references, given the latter's."""
+    """Return the limits of both axes of estimates against references.
+
+    `reference` are those of the references.
+    """
     estimate = widened(robust_range(objects.estimate), _margin(objects))
     return min(reference[0], estimate[0]), max(reference[1], estimate[1])
 

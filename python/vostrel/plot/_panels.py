@@ -391,9 +391,7 @@ def draw_objects(
     fontsize: float | None,
     style: dict[str, Any],
 ) -> Artists:
-    """Draw the objects as points, or as a density when there are many, and say how many lie
-    outside.
-    """
+    """Draw the objects as points, or as a density if there are many. Say how many lie outside."""
     if x.size <= MANY:
         size = 2.2 if x.size > 300 else 5 if x.size > 30 else 8
         look = {"color": GREY, "marker": ".", "markersize": size, "markeredgewidth": 0, **style}
@@ -557,9 +555,7 @@ def label_counts(axes: Axes, name: str, limits: Limits, log: bool) -> None:
 
 
 def note_outside(axes: Axes, outside: int, fontsize: float | None) -> None:
-    """Say how many objects lie outside, beside the name of the horizontal axis, where it hides
-    nothing.
-    """
+    """Say how many objects lie outside, beside the name of the horizontal axis."""
     if outside:
         axes.annotate(
             f"{outside:,} outside",

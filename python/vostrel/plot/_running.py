@@ -31,8 +31,8 @@ class Running:
     median, nmad : ndarray, shape (k,)
         Median and NMAD.
     median_band, nmad_band : ndarray, shape (2, k)
-        Lower and upper ends of their confidence intervals: NaN where a bin
-        has fewer than three objects.
+        Lower and upper ends of their confidence intervals. NaN if a bin has
+        fewer than three objects.
     """
 
     reference: Floats
@@ -46,14 +46,13 @@ class Running:
 def running(objects: Objects) -> Running:
     """Return the running statistics in bins of equal counts.
 
-    Half the square root of the number of objects is the number of bins, 1 at
-    least and 100 at most. Objects of equal reference are in one bin.
+    The number of bins is half the square root of the number of objects, at
+    least 1 and at most 100. Objects of equal reference are in one bin.
 
     Notes
     -----
     The interval of the NMAD is that of `vostrel.uncertainties`. The interval
-    of the median goes between the same ranks, of the residual itself instead
-    of its absolute value.
+    of the median goes from one residual to another, at the same ranks.
     """
     n = objects.reference.size
     columns = Columns([objects.reference, objects.estimate], [])
