@@ -14,6 +14,42 @@ constexpr std::int64_t kLowHalf = 0xffffffff;
 
 std::uint64_t bits_of(double value) { return std::bit_cast<std::uint64_t>(value); }
 
+// Splits each value into a multiple of 2^(exponent - 51), a multiple of 2^(exponent - 102), and a
+// rest. The unit of the last place of `large` is 2^(exponent - 51), so adding `large` to the value
+// rounds it to such a multiple, and the difference from the value is exact. The integers fit, since
+// there are at most 2^11 of them and none is above 2^51. Requires: values below 2^exponent.
+struct Split {
+  explicit Split(int exponent)
+      : large(std::ldexp(1.5, exponent + 1)), small(std::ldexp(large, -51)) {}
+
+  // Returns the bits of value + large.
+  std::uint64_t add(double value) {
+    const double leading = value + large;
+    const double next = value - (leading - large);
+    const double following = next + small;
+    large_sum += bits_of(leading);
+    small_sum += bits_of(following);
+    rests |= bits_of(next - (following - small));
+    return bits_of(leading);
+  }
+
+  // The sums of the two multiples, in units of 2^(exponent - 51) and of 2^(exponent - 102).
+  std::int64_t large_integer(std::size_t count) const {
+    return static_cast<std::int64_t>(large_sum - count * bits_of(large));
+  }
+  std::int64_t small_integer(std::size_t count) const {
+    return static_cast<std::int64_t>(small_sum - count * bits_of(small));
+  }
+
+  bool has_rest() const { return rests << 1 != 0; }
+
+  double large;
+  double small;
+  std::uint64_t large_sum = 0;
+  std::uint64_t small_sum = 0;
+  std::uint64_t rests = 0;
+};
+
 }  // namespace
 
 void ExactSum::add(double value) {
@@ -26,45 +62,49 @@ void ExactSum::add(double value) {
   add_integer(static_cast<std::int64_t>(std::ldexp(fraction, 53)), exponent - 53);
 }
 
-void ExactSum::add(std::span<const double> values) {
-  if (add_split(values)) return;
-  double largest = 0;
-  for (const double value : values) largest = std::max(largest, std::fabs(value));
-  std::frexp(largest, &exponent_);
-  if (add_split(values)) return;
-  for (const double value : values) add(value);
+void ExactSum::add_with_squares(std::span<const double> values, ExactSum& sum, ExactSum& squares) {
+  squares.add_block<true>(values, 0.0, &sum);
 }
 
-// Splits each value into a multiple of 2^(exponent_ - 51), a multiple of 2^(exponent_ - 102), and a
-// rest. The unit of the last place of `large` is 2^(exponent_ - 51), so adding `large` to the value
-// rounds it to such a multiple, and the difference from the value is exact. The integers fit, since
-// there are at most 2^11 of them and none is above 2^51. Returns false and adds nothing if there is
-// a rest, or if a value is not below 2^exponent_.
-bool ExactSum::add_split(std::span<const double> values) {
-  // Splitting must not overflow, nor meet subnormal numbers.
-  if (exponent_ > 1000 || exponent_ < -800) return false;
-  const double large = std::ldexp(1.5, exponent_ + 1);
-  const double small = std::ldexp(large, -51);
-  std::uint64_t large_sum = 0;
-  std::uint64_t small_sum = 0;
-  std::uint64_t moved = 0;
-  std::uint64_t rests = 0;
+void ExactSum::add_squares_about(double center, std::span<const double> values) {
+  add_block<false>(values, center, nullptr);
+}
+
+template <bool kWithValues>
+void ExactSum::add_block(std::span<const double> values, double center, ExactSum* sum) {
+  if (add_split<kWithValues>(values, center, sum)) return;
+  double largest = 0;
+  for (const double value : values) largest = std::max(largest, std::fabs(value - center));
+  std::frexp(largest, &exponent_);
+  if (add_split<kWithValues>(values, center, sum)) return;
   for (const double value : values) {
-    const double leading = value + large;
-    const double next = value - (leading - large);
-    const double following = next + small;
-    const double rest = next - (following - small);
-    large_sum += bits_of(leading);
-    small_sum += bits_of(following);
-    moved |= bits_of(leading) ^ bits_of(large);
-    rests |= bits_of(rest);
+    if constexpr (kWithValues) sum->add(value);
+    add((value - center) * (value - center));
   }
-  // A value that is too large, or NaN, gives the sum another exponent.
-  if (moved >> 52 != 0 || rests << 1 != 0) return false;
-  add_integer(static_cast<std::int64_t>(large_sum - values.size() * bits_of(large)),
-              exponent_ - 51);
-  add_integer(static_cast<std::int64_t>(small_sum - values.size() * bits_of(small)),
-              exponent_ - 102);
+}
+
+// Returns false and adds nothing if there is a rest, or if a value is not below 2^exponent_. If the
+// splitting overflows, there is a rest: NaN.
+template <bool kWithValues>
+bool ExactSum::add_split(std::span<const double> values, double center, ExactSum* sum) {
+  if (exponent_ < -400) return false;  // splitting must not meet subnormal numbers
+  Split plain(exponent_);
+  Split squares(2 * exponent_);
+  std::uint64_t leading = 0;
+  for (const double value : values) {
+    const double deviation = kWithValues ? value : value - center;
+    if constexpr (kWithValues) plain.add(value);
+    leading |= squares.add(deviation * deviation);
+  }
+  // A square that is too large, or NaN, gives its sum a greater exponent.
+  if (leading >> 52 != bits_of(squares.large) >> 52) return false;
+  if (squares.has_rest() || (kWithValues && plain.has_rest())) return false;
+  if constexpr (kWithValues) {
+    sum->add_integer(plain.large_integer(values.size()), exponent_ - 51);
+    sum->add_integer(plain.small_integer(values.size()), exponent_ - 102);
+  }
+  add_integer(squares.large_integer(values.size()), 2 * exponent_ - 51);
+  add_integer(squares.small_integer(values.size()), 2 * exponent_ - 102);
   return true;
 }
 

@@ -24,8 +24,12 @@ class ExactSum {
   /// Adds a value.
   void add(double value);
 
-  /// Adds several values, faster than one by one. Requires: at most 2^11 values.
-  void add(std::span<const double> values);
+  /// Adds each value to `sum` and its square to `squares`. Much faster than one by one.
+  /// Requires: at most 2^11 values.
+  static void add_with_squares(std::span<const double> values, ExactSum& sum, ExactSum& squares);
+
+  /// Adds (value - center)^2 for each value. Requires: at most 2^11 values.
+  void add_squares_about(double center, std::span<const double> values);
 
   /// Adds another sum.
   void merge(const ExactSum& other);
@@ -41,14 +45,17 @@ class ExactSum {
  private:
   static constexpr std::size_t kWords = 72;
 
-  bool add_split(std::span<const double> values);
+  template <bool kWithValues>
+  bool add_split(std::span<const double> values, double center, ExactSum* sum);
+  template <bool kWithValues>
+  void add_block(std::span<const double> values, double center, ExactSum* sum);
   void add_integer(std::int64_t integer, int exponent);
   void carry();
 
   std::array<std::int64_t, kWords> words_{};  // word i counts 2^(32 * i - 1152)
   std::int64_t additions_ = 0;                // since the last carry()
   double not_finite_ = 0;
-  int exponent_ = 0;  // the next block's magnitudes are expected to be below 2^exponent_
+  int exponent_ = 0;  // of a sum of squares: the next roots are expected to be below 2^exponent_
 };
 
 }  // namespace vostrel

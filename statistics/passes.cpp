@@ -120,16 +120,10 @@ class ExactBlock {
   void add_to_first(double residual) { values_[count_++] = residual; }
   void add_to_second(double residual) { values_[count_++] = residual; }
   void end(FirstSums<ExactSum>& sums) {
-    const std::span<double> values(values_, count_);
-    sums.sum.add(values);
-    for (double& value : values) value *= value;
-    sums.squares.add(values);
+    ExactSum::add_with_squares({values_, count_}, sums.sum, sums.squares);
   }
   void end(SecondSum<ExactSum>& sum) {
-    const std::span<double> values(values_, count_);
-    const double bias = sum.bias;
-    for (double& value : values) value = (value - bias) * (value - bias);
-    sum.deviations.add(values);
+    sum.deviations.add_squares_about(sum.bias, {values_, count_});
   }
 
  private:

@@ -15,17 +15,35 @@ namespace {
 using Values = std::vector<double>;
 __extension__ typedef __int128 Int128;  // NOLINT(modernize-use-using): no other form is quiet
 
+bool same(double a, double b) {
+  return bits_of(a) == bits_of(b) || (std::isnan(a) && std::isnan(b));
+}
+
 double one_by_one(const Values& values) {
   vostrel::ExactSum sum;
   for (const double value : values) sum.add(value);
   return sum.total();
 }
 
+// The sum in blocks. Holds the sums of squares in blocks, too, against those one by one.
 double in_blocks(const Values& values, std::size_t size) {
   vostrel::ExactSum sum;
+  vostrel::ExactSum squares;
+  vostrel::ExactSum deviations;
+  vostrel::ExactSum expected_squares;
+  vostrel::ExactSum expected_deviations;
+  const double center = values.empty() ? 0 : values[0];
   for (std::size_t first = 0; first < values.size(); first += size) {
-    sum.add(std::span(values).subspan(first, std::min(size, values.size() - first)));
+    const auto block = std::span(values).subspan(first, std::min(size, values.size() - first));
+    vostrel::ExactSum::add_with_squares(block, sum, squares);
+    deviations.add_squares_about(center, block);
+    for (const double value : block) {
+      expected_squares.add(value * value);
+      expected_deviations.add((value - center) * (value - center));
+    }
   }
+  EXPECT_TRUE(same(squares.total(), expected_squares.total()));
+  EXPECT_TRUE(same(deviations.total(), expected_deviations.total()));
   return sum.total();
 }
 
@@ -45,6 +63,8 @@ TEST(ExactSum, RoundsOnce) {
       {{0x1p1023, 0x1p1023}, kInfinity},
       {{0x1p-1074, 0x1p-1074}, 0x1p-1073},
       {{0x1p-1022, -0x1p-1074}, 0x1p-1022 - 0x1p-1074},
+      {{0.5, 0.5, 0x1p-27, 0x1p-52}, 1 + 0x1p-27 + 0x1p-52},  // the last square breaks a tie
+      {{0x1.23456789abcdfp-500, 0x1.23456789abcdfp-500}, 0x1.23456789abcdfp-499},
       {{kInfinity, 1}, kInfinity},
       {{-kInfinity, 1e308, 1e308}, -kInfinity},
   };
