@@ -436,7 +436,7 @@ void Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> results,
     result.n = drawn_from_;
     if (!fast_ || !evaluate(delta_, states[k].sums[0], counts, result.delta) ||
         !evaluate(norm_, states[k].sums[1], counts, result.norm)) {
-      result = compute_plainly(counts, groups_, stop);
+      result = compute_by_passes(counts, groups_, stop);
     }
   }
 }
@@ -563,9 +563,9 @@ std::optional<double> Bootstrap::median_distance(const Windows& windows, double 
   return drawn_from_ % 2 == 0 ? (value + lower_value) / 2.0 : value;
 }
 
-PointStatistics Bootstrap::compute_plainly(std::span<const std::uint8_t> counts,
-                                           std::span<const std::uint32_t> groups,
-                                           const std::atomic<bool>& stop) const {
+PointStatistics Bootstrap::compute_by_passes(std::span<const std::uint8_t> counts,
+                                             std::span<const std::uint32_t> groups,
+                                             const std::atomic<bool>& stop) const {
   constexpr std::size_t kBlock = 4096;
   std::vector<double> reference;
   std::vector<double> estimate;

@@ -108,9 +108,9 @@ class Bootstrap {
                                         std::span<const std::uint8_t> counts) const;
   void draw(std::uint64_t first, std::span<PointStatistics> results,
             const std::atomic<bool>& stop) const;
-  PointStatistics compute_plainly(std::span<const std::uint8_t> counts,
-                                  std::span<const std::uint32_t> groups,
-                                  const std::atomic<bool>& stop) const;
+  PointStatistics compute_by_passes(std::span<const std::uint8_t> counts,
+                                    std::span<const std::uint32_t> groups,
+                                    const std::atomic<bool>& stop) const;
 
   std::span<const double> reference_;
   std::span<const double> estimate_;

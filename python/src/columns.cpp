@@ -49,7 +49,7 @@ void convert(const char* data, std::ptrdiff_t stride, std::size_t count, double*
 struct Type {
   char kind;
   std::size_t size;
-  void (*plain)(const char*, std::ptrdiff_t, std::size_t, double*);
+  void (*native)(const char*, std::ptrdiff_t, std::size_t, double*);
   void (*swapped)(const char*, std::ptrdiff_t, std::size_t, double*);
 };
 
@@ -82,7 +82,7 @@ Column::Column(const char* data, std::ptrdiff_t stride, char kind, std::size_t s
     : data_(data), stride_(stride) {
   for (const Type& type : kTypes) {
     if (type.kind == kind && type.size == size) {
-      convert_ = swapped ? type.swapped : type.plain;
+      convert_ = swapped ? type.swapped : type.native;
       break;
     }
   }

@@ -109,7 +109,7 @@ def test_counts_are_logarithmic_when_the_tail_matters(figure_of, share, log):
     for words, scale in (((), log), (("--log",), True), (("--no-log",), False)):
         panel = figure_of(*words).axes[1]
         assert panel.get_yscale() == ("log" if scale else "linear")
-    # On the logarithmic scale there is more of the tail to be seen.
+    # The logarithmic scale shows more of the tail.
     wide = figure_of("--log").axes[1].get_xlim()[1]
     assert wide >= figure_of("--no-log").axes[1].get_xlim()[1]
 
@@ -159,8 +159,8 @@ def test_bands_are_the_intervals_of_the_formulas():
     assert lines.nmad_band.T.tolist() == [
         [u.norm.nmad.low, u.norm.nmad.high] for u in binned.uncertainties
     ]
-    # That of the median goes between the same ranks: 92 heads or fewer in 200 throws of a coin
-    # have 14.3 %, 93 or fewer 17.9 %.
+    # The interval of the median has the same ranks: at most 92 heads in 200 throws of a coin have a
+    # probability of 14.3 %, at most 93 heads of 17.9 %.
     order = np.argsort(zspec)
     ranked = np.sort(((zspec - zphot) / (1 + zspec))[order].reshape(50, 200))
     assert lines.median_band.tolist() == [ranked[:, 92].tolist(), ranked[:, 107].tolist()]
@@ -168,7 +168,9 @@ def test_bands_are_the_intervals_of_the_formulas():
 
 @pytest.mark.parametrize("count, low", [(3, 0), (8, 2), (9, 2)])
 def test_bounds_of_a_median_of_few(count, low):
-    """Heads or fewer: 2 of 8 14.5 %, 3 of 8 36.3 %; 2 of 9 9.0 %, 3 of 9 25.4 %; 0 of 3 12.5 %."""
+    """At most so many heads: 2 of 8 14.5 %, 3 of 8 36.3 %; 2 of 9 9.0 %, 3 of 9 25.4 %; 0 of 3
+    12.5 %.
+    """
     zphot = -np.arange(1.0, count + 1)
     lines = running(objects_of(np.zeros(count), zphot))
     assert lines.median_band.ravel().tolist() == [low + 1, count - low]
@@ -315,11 +317,11 @@ def test_file_ends_at_its_first_empty_line(figure_of):
     assert len(by_gid(figure_of().axes[0], "objects")[0].get_xydata()) == 4
 
 
-# --------------------------------------------------------- the look of it
+# --------------------------------------------------------- layout and legibility
 
 
 def seen_texts(figure):
-    """Return every text that is drawn and the box that it takes."""
+    """Return every text that is drawn, and its bounding box."""
     renderer = figure.canvas.get_renderer()
     figure.draw(renderer)
     texts = []
