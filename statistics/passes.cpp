@@ -49,6 +49,7 @@ template <class Sum>
 ResidualStatistics statistics_of(std::span<const double> residuals, const Look& look) {
   ResidualStatistics s{};
   s.bias = mean<Sum>(residuals);
+  look();
   s.sigma = standard_deviation<Sum>(residuals, s.bias);
   look();
   s.rms = root_mean_square<Sum>(residuals);
@@ -66,6 +67,7 @@ ResidualStatistics statistics_of(std::span<const double> residuals, const Look& 
   s.nmad = s.mad * kNmadFactor;
   look();
   set_outliers(s, count_outliers(residuals, s.sigma), residuals.size());
+  look();
   return s;
 }
 
