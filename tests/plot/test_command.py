@@ -118,9 +118,9 @@ def test_report_and_console_output_of_a_run_are_accepted(figure_of, kind):
     with open("console.txt", "wb") as stream:
         words = [VOSTREL, "--stats", "table.csv", "report.txt", "0", "2", "3"]
         subprocess.run(words, check=True, stdout=stream, timeout=60)
-    for report in "report.txt", "console.txt":
-        (note,) = by_gid(figure_of("--report", report), "note")
-        assert "$n$ = 501" in note.get_text()
+    assert _command.main(["--report", "report.txt", "--output", "a.svg"]) == 0
+    (note,) = by_gid(figure_of("--report", "console.txt"), "note")
+    assert "$n$ = 501" in note.get_text()
 
 
 def test_missing_module_names_interpreter_and_both_ways(tmp_path):
@@ -173,7 +173,7 @@ def test_disk_that_fills_up_leaves_the_old_figure(ending, failure):
     soft, hard = resource.getrlimit(resource.RLIMIT_FSIZE)
     try:
         resource.setrlimit(resource.RLIMIT_FSIZE, (5000, hard))
-        assert "cannot write" in failure("--output", f"a.{ending}")
+        assert "cannot write" in failure("--output", f"a.{ending}", "--dpi", "100")
     finally:
         resource.setrlimit(resource.RLIMIT_FSIZE, (soft, hard))
         signal.signal(signal.SIGXFSZ, keep)
@@ -208,28 +208,39 @@ def test_not_enough_memory_is_an_error(monkeypatch, capsys):
 
 # ------------------------------------------------------------- the program
 
-@pytest.mark.parametrize("name, magic", [
-    ("a.png", b"\x89PNG"), ("b.PNG", b"\x89PNG"), ("c.pdf", b"%PDF"),
-    ("d.svg", b"<?xml")])
-def test_format_follows_the_ending(name, magic):
+@pytest.mark.parametrize(
+    "name, magic",
+    [("a.png", b"\x89PNG"), ("b.PNG", b"\x89PNG"), ("c.pdf", b"%PDF"), ("d.svg", b"<?xml")],
+)
+def test_format_follows_the_ending(name, magic, capfd):
     write(FOUR)
-    environment = {k: v for k, v in os.environ.items() if k != "DISPLAY"}
-    environment["MPLBACKEND"] = "nonsense"  # a choice that must not matter
-    done = run("--output", name, env=environment)
-    assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
+    assert _command.main(["--output", name, "--dpi", "50"]) == 0
+    assert capfd.readouterr() == ("", "")
     assert sorted(os.listdir(".")) == sorted([name, "internal.txt"])
-    with open(name, "rb") as stream:
-        content = stream.read()
+    content = pathlib.Path(name).read_bytes()
     assert content.startswith(magic)
-    assert run("--output", "again" + name, env=environment).returncode == 0
-    with open("again" + name, "rb") as stream:
-        assert stream.read() == content, "equal data give an equal file"
+    assert _command.main(["--output", "again" + name, "--dpi", "50"]) == 0
+    assert pathlib.Path("again" + name).read_bytes() == content, "equal data give an equal file"
+
+
+def test_settings_of_the_user_do_not_matter():
+    write(FOUR)
+    assert _command.main(["--output", "own.svg"]) == 0
+    write("figure.figsize: 20, 2\nfont.size: 40\naxes.grid: True\n", "matplotlibrc")
+    environment = {k: v for k, v in os.environ.items() if k != "DISPLAY"}
+    environment["MPLBACKEND"] = "nonsense"
+    done = run("--output", "styled.svg", env=environment)
+    assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
+    assert pathlib.Path("own.svg").read_bytes() == pathlib.Path("styled.svg").read_bytes()
 
 
 def test_default_name_permissions_and_size():
     write(FOUR, "other file.txt")
-    assert run("other file.txt", "--dpi", "100",
-               preexec_fn=lambda: os.umask(0o027)).returncode == 0
+    before = os.umask(0o027)
+    try:
+        assert _command.main(["other file.txt", "--dpi", "100"]) == 0
+    finally:
+        os.umask(before)
     assert os.stat("vostrel.png").st_mode & 0o777 == 0o640
     with open("vostrel.png", "rb") as stream:
         assert int.from_bytes(stream.read(20)[16:], "big") == 710
@@ -239,22 +250,19 @@ def test_link_is_written_through():
     write(FOUR)
     os.mkdir("real")
     os.symlink("real/a.png", "a.png")
-    assert run("--output", "a.png").returncode == 0
+    assert _command.main(["--output", "a.png", "--dpi", "50"]) == 0
     assert os.path.islink("a.png") and os.listdir("real") == ["a.png"]
 
 
-def test_a_style_of_the_user_does_not_matter():
-    write(FOUR)
-    assert run().returncode == 0
-    write("figure.figsize: 20, 2\nfont.size: 40\naxes.grid: True\n", "matplotlibrc")
-    assert run("--output", "styled.png").returncode == 0
-    with open("vostrel.png", "rb") as one, open("styled.png", "rb") as other:
-        assert one.read() == other.read()
+def test_version_and_help(capsys):
+    def printed_by(option):
+        with pytest.raises(SystemExit) as stop:
+            _command.main([option])
+        assert stop.value.code == 0
+        return capsys.readouterr().out
 
-
-def test_version_and_help():
-    assert run("--version").stdout == f"vostrel-plot {vostrel.__version__}\n"
-    text = run("--help").stdout
+    assert printed_by("--version") == f"vostrel-plot {vostrel.__version__}\n"
+    text = printed_by("--help")
     for word in ("INTERNAL", "internal.txt", "vostrel.png", "Exit status"):
         assert word in text
     # The completion of the shell offers what the help names.

@@ -114,6 +114,26 @@ def test_counts_are_logarithmic_when_the_tail_matters(figure_of, share, log):
     assert wide >= figure_of("--no-log").axes[1].get_xlim()[1]
 
 
+def test_a_few_outliers_take_no_room_from_the_core():
+    zspec, zphot = catalogue(500)
+    widths = []
+    for outliers in (9, 10):
+        zphot[:outliers] = zspec[:outliers] + 0.4 * (1 + zspec[:outliers])
+        panel = Figure().add_subplot()
+        plot_residual_histogram(panel, zspec, zphot)
+        assert panel.get_yscale() == "log"
+        widths.append(panel.get_xlim()[1])
+    assert widths[0] < 0.25 and widths[1] > 0.4
+
+
+def test_normal_curve_is_not_cut_off():
+    panel = Figure().add_subplot()
+    zphot = -0.1 * np.array([-3, -2, -1.5, -1, 1, 1.5, 2, 3])
+    (curve,) = plot_residual_histogram(panel, np.zeros(8), zphot)["normal"]
+    assert panel.get_ylim()[1] > curve.get_ydata().max() > max(
+        by_gid(panel, "histogram")[0].get_data()[0])
+
+
 def test_normal_curve_has_the_width_of_the_nmad_and_the_area_of_the_histogram():
     panel = Figure().add_subplot()
     zspec, zphot = catalogue(1000)
@@ -324,23 +344,19 @@ def seen_texts(figure):
     """Return every text that is drawn, and its bounding box."""
     renderer = figure.canvas.get_renderer()
     figure.draw(renderer)
-    texts = []
-    for text in figure.findobj(match=Text):
-        tick = [a for axes in figure.axes for axis in (axes.xaxis, axes.yaxis)
-                for t in axis.get_major_ticks() + axis.get_minor_ticks()
-                for a in (t.label1, t.label2) if a is text]
-        if tick and not any(text in axis.get_ticklabels(minor=minor)
-                            and within_view(axis, text) for axes in figure.axes
-                            for axis in (axes.xaxis, axes.yaxis)
-                            for minor in (False, True)):
-            continue
-        if text.get_visible() and text.get_text().strip():
-            texts.append((text, text.get_window_extent(renderer)))
-    return texts
+    hidden = set()
+    for axis in (axis for axes in figure.axes for axis in (axes.xaxis, axes.yaxis)):
+        ticks = {text for tick in axis.get_major_ticks() + axis.get_minor_ticks()
+                 for text in (tick.label1, tick.label2)}
+        seen = {text for minor in (False, True) for text in axis.get_ticklabels(minor=minor)
+                if within_view(axis, text)}
+        hidden |= ticks - seen
+    return [(text, text.get_window_extent(renderer)) for text in figure.findobj(match=Text)
+            if text not in hidden and text.get_visible() and text.get_text().strip()]
 
 
 def within_view(axis, label):
-    """Return whether the tick LABEL of AXIS lies within the axis' limits."""
+    """Return whether the tick label lies within the limits of its axis."""
     place = label.get_position()[0 if axis.axis_name == "x" else 1]
     low, high = axis.get_view_interval()
     return low <= place <= high
@@ -368,11 +384,11 @@ def within_view(axis, label):
 )
 def test_no_text_is_clipped_or_overlaps(figure_of, kind, layout, table):
     zspec, zphot = catalogue(
-        20000 if kind in ("density", "wild", "constant density") else 1000)
+        8000 if kind in ("density", "wild", "constant density") else 1000)
     words = ["--title", "A title that is long enough to be broken into two lines",
              "--layout", layout, table]
     if kind == "wild":
-        zphot[:5000], zspec[5000] = -99, 1e9
+        zphot[:2000], zspec[2000] = -99, 1e9
     elif kind == "one":
         zspec, zphot = [0.5], [0.55]
     elif kind.startswith("constant"):
@@ -476,7 +492,6 @@ def test_panels_can_be_chosen():
         for layout in ("page", "column"):
             figure = diagnostic_figure(zspec, zphot, panels=panels, layout=layout)
             assert len(figure.axes) == len(panels)
-            figure.savefig(io.BytesIO(), format="png", dpi=40)
     for wrong in ([], ["nothing"], ["histogram", "histogram"]):
         with pytest.raises(ValueError, match="panels must be some of"):
             diagnostic_figure(zspec, zphot, panels=wrong)

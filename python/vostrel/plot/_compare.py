@@ -55,7 +55,7 @@ def compare_figure(
 
     The figure shows for each estimator the running median, the running NMAD
     and the outline of the histogram of the normalized residual, and has a
-    small table. The bands are the 68 % confidence intervals of the running
+    small table. The bands are the 68.3 % confidence intervals of the running
     lines.
 
     Parameters

@@ -34,6 +34,9 @@ CORE = 5
 #: there are at least ENOUGH objects: fewer don't need a scale of decades.
 TAIL, ENOUGH = 0.01, 50
 
+#: Fewer objects outside the core are not worth a wider histogram.
+FEW = 10
+
 
 @dataclass(frozen=True)
 class Spread:
@@ -145,7 +148,12 @@ def residual_limit(spread: Spread, nmad: float, marks: Iterable[float]) -> float
 
 
 def tail_limit(spread: Spread, limit: float) -> float:
-    """Return the half-width of a histogram that shows the tail, up to five times the core's."""
+    """Return the half-width of a histogram that shows the tail, up to five times the core's.
+
+    A few outliers are no tail: their places would cost the core its shape.
+    """
+    if spread.outside * spread.n < FEW:
+        return limit
     return max(limit, min(1.05 * spread.far, 5 * limit))
 
 

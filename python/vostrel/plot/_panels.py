@@ -183,8 +183,7 @@ def plot_residuals(
     Objects are drawn as by `plot_estimates`. Over them lie the running median
     and the running NMAD, on both sides of zero, in bins of equal counts.
     There are half the square root of n bins, at least 1 and at most 100. The
-    bands are 68 % confidence intervals, which assume nothing about the
-    distribution.
+    bands are 68.3 % confidence intervals, as those of `vostrel.uncertainties`.
 
     Parameters
     ----------
@@ -307,7 +306,9 @@ def draw_histogram(
     artists["normal"] = draw_normal(axes, norm.nmad, objects.norm.size, edges, floor)
     if log:
         axes.set_yscale("log")
-    top = max(1, int(counts.max()))
+    most = max(1, int(counts.max()))
+    peaks = [float(np.nan_to_num(line.get_ydata()).max()) for line in artists["normal"]]
+    top = max([most, *(min(1.5 * most, peak) for peak in peaks)])
     label_axis(axes.xaxis, labels.norm, (-limit, limit))
     label_counts(axes, "objects per bin", (floor, 2 * top if log else 1.08 * top), log)
     note_outside(axes, objects.norm.size - int(counts.sum()), fontsize)
