@@ -104,13 +104,6 @@ TEST_F(Report, WritesEachStatisticOnItsOwnLine) {
             "outliers norm >4sigma = inf%\n");
 }
 
-TEST_F(Report, NamesTheColumns) {
-  const std::string text = stored(OpenUtils(0, "table.csv", "report.txt", 2, 3));
-  EXPECT_NE(text.find("\nStatistics on delta [col2 - col3]:\n"), std::string::npos);
-  EXPECT_NE(text.find("\nStatistics on normalized delta [(col2 - col3) / (1 + col2)]:\n"),
-            std::string::npos);
-}
-
 TEST_F(Report, ReplacesAnOlderReport) {
   write_file("report.txt", std::string(5000, 'x'));
   EXPECT_EQ(stored(empty_set()), kZeroReport);
