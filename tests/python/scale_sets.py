@@ -3,7 +3,7 @@
 import numpy as np
 from data_sets import LONG, data_set, redshifts
 
-SETS = 300 if LONG else 20
+SETS = 100 if LONG else 20
 
 
 def hard_residuals(rng, n):

@@ -18,7 +18,7 @@ from scale_sets import SETS, cut, redshifts, scale_sets, ways_to_cut
 
 distributed = pytest.importorskip("distributed")
 
-ON_CLUSTER = SETS if LONG else 3
+ON_CLUSTER = 10 if LONG else 3
 
 
 def collections(chunks):

@@ -10,7 +10,7 @@ from scipy.stats import median_abs_deviation
 from sklearn.metrics import median_absolute_error
 from vostrel import _core
 
-CASES = 1_000_000 if LONG else 100_000
+CASES = 300_000 if LONG else 100_000
 
 
 def core_numbers(reference, estimate):
