@@ -43,7 +43,7 @@ def test_edges_and_counts_are_those_of_numpy_histogram(rng):
         limits = tuple(np.sort(rng.standard_normal(2))) if rng.random() < 0.5 else None
         counts, edges = np.histogram(by, bins, limits)
         b = vostrel.binned_statistics(by, by, bins=bins, range=limits)
-        assert same_bits(b.edges, edges)
+        assert np.array_equal(b.edges, edges)  # NumPy's greatest of both zeros has either sign
         assert b.counts.tolist() == counts.tolist()
         assert b.n_outside == by.size - counts.sum()
 
