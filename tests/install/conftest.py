@@ -19,6 +19,10 @@ VERSION = os.environ["VOSTREL_VERSION"]
 DATE = os.environ["VOSTREL_RELEASE_DATE"]
 RELEASE = VERSION.rpartition(".")[0]
 CMAKE = os.environ["CMAKE"]
+# For tests that build the library once more: scripts/check runs them.
+builds_once_more = pytest.mark.skipif(
+    os.environ["VOSTREL_LONG_SAMPLES"] == "0", reason="runs with -DVOSTREL_LONG_SAMPLES=ON"
+)
 CONSUMER = SOURCE / "examples" / "consumer"
 ARRAYS_OUTPUT = """\
 objects   4

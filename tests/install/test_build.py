@@ -15,6 +15,7 @@ from conftest import (
     DATE,
     RELEASE,
     SOURCE,
+    builds_once_more,
     parsed_headers,
     run,
 )
@@ -25,6 +26,7 @@ def flags(tmp_path_factory):
     return parsed_headers(tmp_path_factory.mktemp("headers"))
 
 
+@builds_once_more
 def test_one_command_builds_the_program(flags, tmp_path):
     sources = [SOURCE / "main.cpp"]
     for room in ["utils", "text", "statistics"]:
@@ -87,6 +89,7 @@ def test_subproject_leaves_its_parent_alone(copied_source, flags, tmp_path):
     assert installed == [parent / "installed/share/doc/parent/README.md"]
 
 
+@builds_once_more
 def test_subproject_installs_when_asked(copied_source, flags, tmp_path):
     parent = tmp_path / "parent"
     documents = build_parent(parent, copied_source, FETCHED, flags, "-DVOSTREL_INSTALL=ON")

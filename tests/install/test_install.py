@@ -16,6 +16,7 @@ from conftest import (
     RELEASE,
     SOURCE,
     VERSION,
+    builds_once_more,
     configure_and_build,
     dead_links,
     need,
@@ -42,7 +43,7 @@ class Installed:
         return shlex.split(text)
 
 
-@pytest.fixture(scope="session", params=["static", "shared"])
+@pytest.fixture(scope="session", params=["static", pytest.param("shared", marks=builds_once_more)])
 def installed(request, tmp_path_factory, copied_source):
     """All paths have blanks in them."""
     prefix = tmp_path_factory.mktemp(request.param + " prefix")
