@@ -15,6 +15,7 @@ try:
     import dask
     import dask.array
     import dask.core
+    import dask.optimization
     from dask.delayed import Delayed
 except ImportError as error:
     raise ImportError("vostrel.dask needs dask, which is not installed") from error
@@ -304,6 +305,8 @@ def _check_partitions(columns: dict[str, Any]) -> None:
 
 
 def _delayed_blocks(column: Any) -> list[Delayed]:
-    # Not to_delayed(): it fails on an optimized array that was made from a DataFrame.
+    # Not to_delayed(): it fails on an optimized array that was made from a DataFrame. Each block
+    # gets its own tasks alone, because the graphs of all blocks are joined again in each pass.
     graph = dict(column.__dask_graph__())
-    return [Delayed(key, graph) for key in dask.core.flatten(column.__dask_keys__())]
+    keys = dask.core.flatten(column.__dask_keys__())
+    return [Delayed(key, dask.optimization.cull(graph, key)[0]) for key in keys]
