@@ -283,6 +283,7 @@ bool Bootstrap::fill(Residual residual, Windows& windows) const {
   const auto itself = [](double value) { return value; };
   const auto magnitude = [](double value) { return std::fabs(value); };
   std::array<double, Resample::kBlock> values;
+  std::array<std::size_t, Resample::kBlock> places;
   std::size_t entries = 0;
   std::uint64_t below = 0;
   std::uint64_t smaller = 0;
@@ -297,12 +298,18 @@ bool Bootstrap::fill(Residual residual, Windows& windows) const {
       near += value >= windows.near_low && value < windows.near_high;
     }
     const auto take = [&](Window& window, auto key_of, double gap_low, double gap_high) {
-      for (std::size_t i = 0; i < count; ++i) {
+      std::size_t found = 0;
+      for (std::size_t i = 0; i < count; ++i) {  // without branches, which would be hard to predict
         const double key = key_of(values[i]);
-        if (key < window.low || key > window.high || (key > gap_low && key < gap_high)) continue;
-        window.entries.push_back({key, static_cast<std::uint32_t>(first + i)});
-        ++entries;
+        const bool is_in_gap = (key > gap_low) & (key < gap_high);
+        places[found] = i;
+        found += (key >= window.low) & (key <= window.high) & !is_in_gap;
       }
+      for (std::size_t k = 0; k < found; ++k) {
+        const std::size_t i = places[k];
+        window.entries.push_back({key_of(values[i]), static_cast<std::uint32_t>(first + i)});
+      }
+      entries += found;
     };
     take(windows.median, itself, 0, 0);
     take(windows.absolute, magnitude, 0, 0);
