@@ -310,7 +310,7 @@ def _read_groups(
     if any(masked.any() for masked in masks) or _has_missing(labels):
         raise ValueError("groups has missing labels; mask these objects or give them a group")
     try:
-        names, numbers = np.unique(labels, return_inverse=True)
+        names = np.unique(labels)
     except TypeError:
         raise TypeError("groups must hold labels of one kind, such as numbers or text") from None
     if len(names) < 2:
@@ -318,7 +318,11 @@ def _read_groups(
             f"all objects are in one group, {names[0]!r}; the scatter between groups needs two "
             "groups at least, and better twenty"
         )
-    return numbers.astype(np.uint32), len(names)
+    numbers = np.empty(len(labels), np.uint32)
+    for first in range(0, len(labels), 1 << 16):  # np.unique would take far more memory for these
+        part = slice(first, first + (1 << 16))
+        numbers[part] = np.searchsorted(names, labels[part])
+    return numbers, len(names)
 
 
 def _has_missing(labels: NDArray[Any]) -> bool:
