@@ -230,7 +230,7 @@ def test_format_follows_the_ending(name, magic, capfd):
 def test_settings_of_the_user_do_not_matter():
     write(FOUR)
     assert _command.main(["--output", "own.svg"]) == 0
-    write("figure.figsize: 20, 2\nfont.size: 40\naxes.grid: True\n", "matplotlibrc")
+    write("figure.figsize: 20, 2\nfont.size: 40\naxes.facecolor: red\n", "matplotlibrc")
     environment = {k: v for k, v in os.environ.items() if k != "DISPLAY"}
     environment["MPLBACKEND"] = "nonsense"
     done = run("--output", "styled.svg", env=environment)
