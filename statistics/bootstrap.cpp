@@ -93,7 +93,7 @@ void Bootstrap::Windows::mark(std::span<const double> residuals, std::uint64_t* 
   const std::array<double, 4> bounds = {beyond[0].middle, beyond[1].middle, beyond[2].middle,
                                         beyond[3].middle};
   for (std::size_t i = 0; i < residuals.size(); ++i) {
-    const double value = residuals[i];
+    const double value = residuals[i] + 0.0;  // -0 becomes 0: -0 - 0 would have the sign of a minus
     const double size = std::fabs(value);
     marks[i] = is_below(value, middle, 0) | is_below(size, middle_size, 1) |
                (is_below(value, to, 2) ^ is_below(value, from, 2)) |

@@ -87,7 +87,7 @@ double normal(Random& random) {
 
 Data data_set(Random& random, std::size_t size) {
   Data data;
-  const std::size_t kind = random.below(8);
+  const std::size_t kind = random.below(9);
   for (std::size_t i = 0; i < size; ++i) {
     const double z = 3 * random.fraction();
     double r = 0.05 * normal(random);
@@ -98,8 +98,10 @@ Data data_set(Random& random, std::size_t size) {
     if (kind == 5) r *= std::pow(10, 300 * normal(random) / 3);  // squares that overflow
     if (kind == 6 && random.one_in(50)) r = kInfinity;
     if (kind == 7) r = std::fabs(r) + (random.one_in(2) ? 1.0 : 0.0);  // a gap at the median
-    data.reference.push_back(kind == 4 ? 0 : z);
-    data.estimate.push_back((kind == 4 ? 0 : z) - r);
+    if (kind == 8) r = std::fabs(r) < 0.004 ? 0.0 : r;  // zeros of both signs about the median
+    const double reference = kind == 4 ? 0 : kind == 8 && random.one_in(2) ? -2 - z : z;
+    data.reference.push_back(reference);
+    data.estimate.push_back(reference - r);
   }
   return data;
 }
