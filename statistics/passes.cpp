@@ -208,7 +208,12 @@ class Tally {
                        std::sqrt(std::max(variance, 0.0) + rounding));
   }
 
-  void end_second_pass(double n) { sigma_ = std::sqrt(second_.deviations.total() / n); }
+  void end_second_pass(double n) {
+    sigma_ = std::sqrt(second_.deviations.total() / n);
+    if (std::isnan(sigma_) && std::isfinite(rms_)) {
+      throw std::invalid_argument("this pass had NaN, and the first had none");
+    }
+  }
 
   bool end_later_pass() { return distribution_.resolve(sigma_); }
 

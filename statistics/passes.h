@@ -53,7 +53,8 @@ class Passes {
 
   /// Ends the pass.
   /// @return needs_another_pass().
-  /// @throws std::invalid_argument if this pass had another number of objects than the first.
+  /// @throws std::invalid_argument if this pass had another number of objects than the first, or
+  ///         NaN where the first had none.
   bool end_pass();
 
   /// Whether the data are needed once more. True for a fresh object.

@@ -47,15 +47,18 @@ class NanFilter {
 // What was left out of a chunk: n_masked, n_nan, and the number of objects with NaN in each bin.
 using LeftOut = std::vector<std::uint64_t>;
 
-LeftOut add(Passes& passes, const Numbers& columns, const Arrays& masks) {
+LeftOut add(Passes& passes, const Numbers& columns, const Arrays& masks, bool has_nan) {
   Rows rows = rows_of(columns, masks, true);
+  if (!has_nan) rows.expect_no_nan();
   const py::gil_scoped_release release;
   for_each_block(rows, [&](const Block& block) { passes.add(block.reference, block.estimate); });
   return {rows.masked(), rows.nan()};
 }
 
-LeftOut add_binned(BinnedPasses& passes, const Numbers& columns, const Arrays& masks) {
+LeftOut add_binned(BinnedPasses& passes, const Numbers& columns, const Arrays& masks,
+                   bool has_nan) {
   Rows rows = rows_of(columns, masks, false);
+  if (!has_nan) rows.expect_no_nan();
   const py::gil_scoped_release release;
   LeftOut left_out = add_to_bins(passes, rows, columns.size() == 2);
   left_out.insert(left_out.begin(), {rows.masked(), rows.nan()});
@@ -136,14 +139,14 @@ std::vector<std::uint64_t> add_to_bins(BinnedPasses& passes, Rows& rows, bool by
 void define_passes(py::module_& module) {
   define<Passes>(module, "Passes")
       .def(py::init([] { return Passes(Sums::kExact); }))
-      .def("add", add, py::arg("columns"), py::arg("masks"))
+      .def("add", add, py::arg("columns"), py::arg("masks"), py::arg("has_nan"))
       .def("result", result);
   define<BinnedPasses>(module, "BinnedPasses")
       .def(py::init([](std::vector<double> edges) {
              return BinnedPasses(Bins(std::move(edges)), Sums::kExact);
            }),
            py::arg("edges"))
-      .def("add", add_binned, py::arg("columns"), py::arg("masks"))
+      .def("add", add_binned, py::arg("columns"), py::arg("masks"), py::arg("has_nan"))
       .def("edges", [](const BinnedPasses& passes) { return passes.bins().edges(); })
       .def("outside", &BinnedPasses::outside)
       .def("results", results);

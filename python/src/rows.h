@@ -29,6 +29,9 @@ class Rows {
   /// @param omit_nan  leave out objects with a NaN in one of the columns.
   Rows(std::size_t size, std::vector<Column> columns, std::vector<Mask> masks, bool omit_nan);
 
+  /// Says that there is no NaN, so that nothing looks for it.
+  void expect_no_nan() { look_for_nan_ = false; }
+
   /// Starts another pass.
   /// @throws std::runtime_error if the last pass had another number of objects than the one before:
   ///         then the arrays have changed.

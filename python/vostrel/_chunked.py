@@ -56,7 +56,7 @@ def chunked_statistics(
     ------
     ValueError
         As for `point_statistics`; also if a pass has another number of objects
-        than the first.
+        than the first, or NaN where the first had none.
     TypeError
         As for `point_statistics`; also if `chunks` can be read only once, or
         a chunk is not such a tuple.

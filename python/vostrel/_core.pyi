@@ -138,8 +138,11 @@ class Passes:
     """vostrel::Passes with exact sums."""
 
     def __init__(self) -> None: ...
-    def add(self, columns: _Columns, masks: _Masks) -> list[int]:
-        """Add a chunk. Leaves out masked objects and NaN. Return n_masked and n_nan."""
+    def add(self, columns: _Columns, masks: _Masks, has_nan: bool) -> list[int]:
+        """Add a chunk without masked objects and NaN. Return n_masked and n_nan.
+
+        Nothing looks for NaN unless `has_nan`.
+        """
     def merge(self, other: Passes) -> None: ...
     def end_pass(self) -> bool: ...
     def needs_another_pass(self) -> bool: ...
@@ -154,7 +157,7 @@ class BinnedPasses:
     """vostrel::BinnedPasses with exact sums."""
 
     def __init__(self, edges: Sequence[float]) -> None: ...
-    def add(self, columns: _Columns, masks: _Masks) -> list[int]:
+    def add(self, columns: _Columns, masks: _Masks, has_nan: bool) -> list[int]:
         """Add a chunk, binned as by `binned_statistics`, without masked objects and NaN.
 
         Return n_masked, n_nan, and for each bin how many have NaN in the first two columns.

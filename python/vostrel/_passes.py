@@ -52,7 +52,8 @@ class State(Generic[Core]):
         ready = prepare("omit", mask, **columns)
         with self._lock:
             self._refuse_more()
-            left_out = self._core.add(ready.values, ready.masks)
+            has_nan = self._first or bool(self._left_out[1])
+            left_out = self._core.add(ready.values, ready.masks, has_nan)
             if self._first:
                 self._left_out += np.array(left_out, np.uint64)
 
@@ -106,7 +107,7 @@ class State(Generic[Core]):
         ValueError
             If there are no objects, if there is NaN with
             ``nan_policy="raise"``, or if this pass had another number of
-            objects than the first.
+            objects than the first, or NaN where the first had none.
         RuntimeError
             If no further pass is needed.
         """

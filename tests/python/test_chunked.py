@@ -150,6 +150,10 @@ def test_a_function_must_return_new_chunks(rng):
     exhausted = iter([columns])
     with pytest.raises(ValueError, match="this pass had 0 objects, and the first had 20000"):
         vostrel.chunked_statistics(lambda: exhausted)
+    spoiled = (columns[0], np.where(columns[0] > 1, np.nan, columns[1]))
+    passes = iter([[columns], [spoiled]])
+    with pytest.raises(ValueError, match="this pass had NaN, and the first had none"):
+        vostrel.chunked_statistics(lambda: next(passes))
     generator = (lambda: (chunk for chunk in cut(columns, 3)))
     assert vostrel.chunked_statistics(generator) == vostrel.chunked_statistics([columns])
 
