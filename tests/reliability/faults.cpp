@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <map>
 #include <string>
@@ -53,8 +54,11 @@ struct Fault {
 
 class Runner {
  public:
-  Runner(std::string program, std::string shim)
-      : program_(std::move(program)), shim_(std::move(shim)), seen_(aside_.path_of("seen")) {}
+  Runner(std::string program, const std::string& shim)
+      : program_(std::move(program)), seen_(aside_.path_of("seen")) {
+    // LD_PRELOAD separates names by blanks, and the path of the build may have some.
+    std::filesystem::create_symlink(shim, shim_);
+  }
 
   Outcome run(const Table& table, const std::string& fault) {
     folder_.clear();
@@ -77,7 +81,8 @@ class Runner {
 
  private:
   std::string program_;
-  std::string shim_;
+  TemporaryFolder libraries_;
+  std::string shim_ = libraries_.path_of("shim.so");
   Folder folder_;
   Folder aside_;
   std::string seen_;  // the shim's sign that the fault has struck
@@ -245,6 +250,12 @@ int run(const std::string& program, const std::string& plain_program, const std:
       }
     }
     if (!check_memory(product, table, memory)) return 1;
+  }
+  for (const auto& [call, count] : struck) {
+    if (count == 0) {
+      std::cout << "no fault of " << call << " struck" << std::endl;
+      return 1;
+    }
   }
   const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
   std::cout << runs << " faults of files, no difference; they struck at";
