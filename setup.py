@@ -24,7 +24,7 @@ setup(
         Pybind11Extension(
             "vostrel._core",
             sorted(glob.glob("python/src/*.cpp") + glob.glob("statistics/*.cpp")),
-            depends=glob.glob("python/src/*.h") + glob.glob("statistics/*.h") + ["version.h"],
+            depends=glob.glob("*.h") + glob.glob("python/src/*.h") + glob.glob("statistics/*.h"),
             include_dirs=["."],
             cxx_std=20,
             # As for the program: each operation rounds as written.

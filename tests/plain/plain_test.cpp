@@ -44,7 +44,7 @@ class AgainstPlain : public InScratchFolder {
       traces.result = run.loadInputFile();
       if (traces.result == 0) {
         run.loadInternalFile();
-        compute(run);
+        calculate_each(run);
         run.storeStatistics();
       }
     } catch (const std::out_of_range&) {
@@ -89,26 +89,6 @@ class AgainstPlain : public InScratchFolder {
       traces.statistics.push_back(bits_without_payload(value));
     }
     return traces;
-  }
-
-  template <typename Class>
-  static void compute(Class& run) {
-    run.CalculateDelta();
-    run.CalculateDeltaNorm();
-    run.CalculateBias();
-    run.CalculateBiasNorm();
-    run.CalculateSigma();
-    run.CalculateSigmaNorm();
-    run.CalculateRMS();
-    run.CalculateRMSNorm();
-    run.CalculateMADDeltaz();
-    run.CalculateMADDeltazNorm();
-    run.CalculateMAD();
-    run.CalculateMADNorm();
-    run.CalculateNMAD();
-    run.CalculateNMADNorm();
-    run.CalculateOutliers();
-    run.CalculateOutliersNorm();
   }
 
   static void expect_same_run(const std::string& table, int header_flag, int col1, int col2) {

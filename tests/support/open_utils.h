@@ -64,7 +64,9 @@ inline OpenUtils loaded(std::vector<double> reference, std::vector<double> estim
 }
 
 /// Calls all methods that calculate one statistic, each after those whose results it reads.
-inline void calculate_each(UTILS& run) {
+/// @tparam Class  UTILS, or the plain class of that name.
+template <class Class>
+void calculate_each(Class& run) {
   run.CalculateDelta();
   run.CalculateDeltaNorm();
   run.CalculateBias();
