@@ -21,12 +21,11 @@ inline const std::array<double, 6> kNaNs = {
 inline std::uint64_t bits_of(double value) { return std::bit_cast<std::uint64_t>(value); }
 
 /// Whether tests compare the sign of a NaN. If an operation gets two NaNs, the compiler chooses
-/// which one survives. g++ with optimization, which builds the releases, always makes the same
-/// choice.
-#if defined(__clang__) || !defined(__OPTIMIZE__)
-inline constexpr bool kTestsSignOfNaN = false;
-#else
+/// which one survives. The releases, which g++ builds, must make the same choice everywhere.
+#if defined(VOSTREL_RELEASE) && !defined(__clang__)
 inline constexpr bool kTestsSignOfNaN = true;
+#else
+inline constexpr bool kTestsSignOfNaN = false;
 #endif
 
 /// The bits, but of a NaN only the sign, if that. No output shows more.
