@@ -268,7 +268,7 @@ bool Bootstrap::order(Residual residual, Windows& windows) const {
   windows.distant.low = all ? -kInfinity : median - outer - moves;
   windows.distant.high = all ? kInfinity : median + outer + moves;
 
-  distances = {};
+  distances = std::vector<double>();  // frees the memory; {} would not
 
   // The sample tells how many entries there will be, nearly. Growing would take twice the memory.
   const auto reserve = [&](Window& window, double gap_low, double gap_high) {
@@ -284,7 +284,7 @@ bool Bootstrap::order(Residual residual, Windows& windows) const {
   find(windows.absolute);
   reserve(windows.absolute, 0, 0);
   for (Window& window : windows.beyond) reserve(window, 0, 0);
-  values = {};
+  values = std::vector<double>();
   return fill(residual, windows);
 }
 

@@ -269,8 +269,8 @@ void Distribution::bracket_surely(Place& place, std::optional<double> center) {
 
 void Distribution::plan(double sigma_low, double sigma_high) {
   is_planned_ = true;
-  buckets_ = histogram_.buckets();
-  if (buckets_.empty()) return;
+  find_buckets();
+  if (size_ == 0) return;
   for (Middle* middle : {&median_, &absolute_, &about_median_}) {
     middle->lower.rank = (size() - 1) / 2;
     middle->upper.rank = size() / 2;
@@ -285,6 +285,12 @@ void Distribution::plan(double sigma_low, double sigma_high) {
     add_bracket(-highs[k], -lows[k]);
   }
   start_pass();
+  buckets_ = std::vector<Histogram::Bucket>();
+}
+
+void Distribution::find_buckets() {
+  buckets_ = histogram_.buckets();
+  size_ = buckets_.empty() ? 0 : buckets_.back().before + buckets_.back().count;
 }
 
 void Distribution::start_pass() {
@@ -302,15 +308,20 @@ void Distribution::flag_buckets() {
 }
 
 void Distribution::sift(std::span<const double> values) {
-  runs_.clear();
-  for (const double value : values) {
-    if (!runs_.empty() && runs_.back().value == value) {
-      ++runs_.back().count;
-    } else {
-      runs_.push_back({value, 1});
+  std::array<Bracket::Run, 256> runs;
+  while (!values.empty()) {
+    const std::size_t most = std::min(values.size(), runs.size());
+    std::size_t count = 0;
+    for (const double value : values.first(most)) {
+      if (count > 0 && runs[count - 1].value == value) {
+        ++runs[count - 1].count;
+      } else {
+        runs[count++] = {value, 1};
+      }
     }
+    for (Bracket& bracket : brackets_) bracket.sift({runs.data(), count});
+    values = values.subspan(most);
   }
-  for (Bracket& bracket : brackets_) bracket.sift(runs_);
 }
 
 // ---- states ----
@@ -362,7 +373,7 @@ Distribution Distribution::read(ByteReader& in) {
   distribution.histogram_ = Histogram::read(in);
   distribution.is_planned_ = in.index(2) == 1;
   if (!distribution.is_planned_) return distribution;
-  distribution.buckets_ = distribution.histogram_.buckets();
+  distribution.find_buckets();
   auto& brackets = distribution.brackets_;
   for (std::size_t count = in.count(); count > 0; --count) brackets.push_back(Bracket::read(in));
   for (Middle* middle :
@@ -382,8 +393,9 @@ Distribution Distribution::read(ByteReader& in) {
   for (auto& count : distribution.outliers_) {
     if (in.index(2) == 1) count = in.integer();
   }
-  in.require(brackets.empty() == distribution.buckets_.empty());
+  in.require(brackets.empty() == (distribution.size() == 0));
   distribution.flag_buckets();
+  distribution.buckets_ = {};
   return distribution;
 }
 
@@ -395,10 +407,11 @@ double Distribution::Middle::median() const {
 }
 
 bool Distribution::resolve(double sigma) {
-  if (buckets_.empty()) {
+  if (size_ == 0) {
     outliers_.fill(0);
     return true;
   }
+  find_buckets();
   resolve(absolute_, 0.0);
   if (!median_.is_known()) {
     resolve(median_, std::nullopt);
@@ -425,9 +438,10 @@ bool Distribution::resolve(double sigma) {
     add_bracket(bounds[k], bounds[k]);
     add_bracket(-bounds[k], -bounds[k]);
   }
-  if (next_.empty()) return true;
-  start_pass();
-  return false;
+  const bool done = next_.empty();
+  if (!done) start_pass();
+  buckets_ = std::vector<Histogram::Bucket>();
+  return done;
 }
 
 std::array<std::uint64_t, 5> Distribution::outliers() const {

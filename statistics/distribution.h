@@ -129,9 +129,7 @@ class Distribution {
   static Distribution read(ByteReader& in);
 
   /// The number of values, once the first pass has ended.
-  std::uint64_t size() const {
-    return buckets_.empty() ? 0 : buckets_.back().before + buckets_.back().count;
-  }
+  std::uint64_t size() const { return size_; }
 
   // The answers, once resolve() has returned true.
 
@@ -168,6 +166,7 @@ class Distribution {
   void guess_distances(Middle& middle, double center, double uncertainty);
   void bracket_distances(Place& place, double center, double low, double high);
   void bracket_surely(Place& place, std::optional<double> center);
+  void find_buckets();
   void start_pass();
   void flag_buckets();
   void resolve(Middle& middle, std::optional<double> center);
@@ -179,8 +178,8 @@ class Distribution {
 
   Histogram histogram_;
   bool is_planned_ = false;
-  std::vector<Histogram::Bucket> buckets_;
-  std::vector<Bracket::Run> runs_;   // room for sift()
+  std::uint64_t size_ = 0;
+  std::vector<Histogram::Bucket> buckets_;  // only between passes: they take much memory
   std::vector<std::uint8_t> flags_;  // by place: whether the bucket touches a bracket
   std::vector<Bracket> brackets_;    // of this pass
   std::vector<Bracket> next_;        // of the next one

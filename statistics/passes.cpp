@@ -191,7 +191,7 @@ class Tally {
         block.add(kept[i]);
       block.end();
     }
-    kept = {};
+    kept = std::vector<double>();  // frees the memory; {} would not
   }
 
   // Squares can't cancel, so their sum is NaN if and only if a residual is.
