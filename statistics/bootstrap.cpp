@@ -5,6 +5,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <queue>
 
 #include "statistics/passes.h"
@@ -45,23 +46,35 @@ std::array<double, 3> values_of(std::span<double> values, std::array<std::size_t
 
 }  // namespace
 
-// One object of a block. In each pair, the first is for the residual and the second for the
-// normalized residual. The compiler computes both with one vector instruction.
-struct Bootstrap::Item {
-  std::array<double, 2> residuals;
-  std::array<std::uint64_t, 2> marks;
+// A number for the residual and one for the normalized residual. The compiler adds an aligned pair
+// in memory to one in a register by one vector instruction.
+template <class T>
+struct alignas(2 * sizeof(T)) Bootstrap::Pair {
+  std::array<T, 2> values{};
+
+  void add(const Pair& other) {
+    const T* const added = std::assume_aligned<alignof(Pair)>(other.values.data());
+    for (std::size_t k = 0; k < 2; ++k) values[k] += added[k];
+  }
+};
+
+// The objects of a block.
+struct Bootstrap::Items {
+  std::array<Pair<double>, Resample::kBlock> residuals;
+  std::array<Pair<double>, Resample::kBlock> squares;
+  std::array<Pair<std::uint64_t>, Resample::kBlock> marks;
 };
 
 // The sums of some draws. An addition waits for the one before, so two of these are faster.
 struct Bootstrap::Drawn {
-  std::array<double, 2> sums{};
-  std::array<double, 2> squares{};
-  std::array<std::uint64_t, 2> marks{};
+  Pair<double> residuals;
+  Pair<double> squares;
+  Pair<std::uint64_t> marks;
 
-  void add(const Item& item) {
-    for (std::size_t k = 0; k < 2; ++k) sums[k] += item.residuals[k];
-    for (std::size_t k = 0; k < 2; ++k) squares[k] += item.residuals[k] * item.residuals[k];
-    for (std::size_t k = 0; k < 2; ++k) marks[k] += item.marks[k];
+  void add(const Items& items, std::size_t i) {
+    residuals.add(items.residuals[i]);
+    squares.add(items.squares[i]);
+    marks.add(items.marks[i]);
   }
 };
 
@@ -361,8 +374,7 @@ std::size_t Bootstrap::batch() const {
   return std::clamp<std::size_t>((std::size_t{1} << 20) / reference_.size(), 4, 64);
 }
 
-void Bootstrap::load(std::size_t first, std::span<Item> items) const {
-  const std::size_t count = items.size();
+void Bootstrap::load(std::size_t first, std::size_t count, Items& items) const {
   std::array<double, Resample::kBlock> deltas;
   std::array<double, Resample::kBlock> norms;
   for (std::size_t i = 0; i < count; ++i) {
@@ -374,31 +386,37 @@ void Bootstrap::load(std::size_t first, std::span<Item> items) const {
   delta_.mark({deltas.data(), count}, delta_marks.data());
   norm_.mark({norms.data(), count}, norm_marks.data());
   for (std::size_t i = 0; i < count; ++i) {
-    items[i] = {{deltas[i] - delta_.center, norms[i] - norm_.center},
-                {delta_marks[i], norm_marks[i]}};
+    const double delta = deltas[i] - delta_.center;
+    const double norm = norms[i] - norm_.center;
+    items.residuals[i] = {{delta, norm}};
+    items.squares[i] = {{delta * delta, norm * norm}};
+    items.marks[i] = {{delta_marks[i], norm_marks[i]}};
   }
 }
 
-// Adds the drawn items of a block to the sums, and to their counts.
-void Bootstrap::add(std::span<const std::uint8_t> positions, const Item* items,
-                    std::uint8_t* counts, std::array<Drawn, 2>& drawn) {
+// Adds the drawn items of a block to their counts, and returns their sums.
+Bootstrap::Drawn Bootstrap::add(std::span<const std::uint8_t> positions, const Items& items,
+                                std::uint8_t* counts) {
   static_assert(BlockDraws::kMost <= 255);
-  Drawn even = drawn[0];
-  Drawn odd = drawn[1];
+  Drawn even;
+  Drawn odd;
   std::size_t i = 0;
   for (; i + 1 < positions.size(); i += 2) {
     const std::size_t one = positions[i];
     const std::size_t other = positions[i + 1];
     ++counts[one];
     ++counts[other];
-    even.add(items[one]);
-    odd.add(items[other]);
+    even.add(items, one);
+    odd.add(items, other);
   }
   if (i < positions.size()) {
     ++counts[positions[i]];
-    even.add(items[positions[i]]);
+    even.add(items, positions[i]);
   }
-  drawn = {even, odd};
+  even.residuals.add(odd.residuals);
+  even.squares.add(odd.squares);
+  even.marks.add(odd.marks);
+  return even;
 }
 
 void Bootstrap::run(std::uint64_t first, std::span<PointStatistics> results,
@@ -426,11 +444,11 @@ void Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> results,
         {Resample(seed_, first + k, drawn_from_), all_counts.data() + k * drawn_from_, {}});
   }
 
-  std::vector<Item> items(fast_ ? Resample::kBlock : 0);
+  Items items;
   for (std::size_t start = 0; start < drawn_from_; start += Resample::kBlock) {
     if (stop) return;
     const std::size_t count = std::min(Resample::kBlock, drawn_from_ - start);
-    if (fast_) load(start, std::span(items).first(count));
+    if (fast_) load(start, count, items);
     for (State& state : states) {
       std::uint8_t* const counts = state.counts + start;
       BlockDraws draws = state.resample.draw(start / Resample::kBlock);
@@ -439,13 +457,11 @@ void Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> results,
           for (const std::uint8_t position : some) ++counts[position];
           continue;
         }
-        std::array<Drawn, 2> drawn;
-        add(some, items.data(), counts, drawn);
-        for (std::size_t k = 0; k < 2; ++k) {
-          state.sums[k].add(drawn[0].sums[k] + drawn[1].sums[k],
-                            drawn[0].squares[k] + drawn[1].squares[k],
-                            drawn[0].marks[k] + drawn[1].marks[k]);
-        }
+        const Drawn drawn = add(some, items, counts);
+        state.sums[0].add(drawn.residuals.values[0], drawn.squares.values[0],
+                          drawn.marks.values[0]);
+        state.sums[1].add(drawn.residuals.values[1], drawn.squares.values[1],
+                          drawn.marks.values[1]);
       }
     }
   }

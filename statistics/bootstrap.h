@@ -90,7 +90,9 @@ class Bootstrap {
     void mark(std::span<const double> residuals, std::uint64_t* marks) const;
   };
 
-  struct Item;
+  template <class T>
+  struct Pair;
+  struct Items;
   struct Drawn;
   struct Sums;
   class Walk;
@@ -99,9 +101,9 @@ class Bootstrap {
   bool order(Residual residual, Windows& windows) const;
   template <class Residual>
   bool fill(Residual residual, Windows& windows) const;
-  static void add(std::span<const std::uint8_t> positions, const Item* items, std::uint8_t* counts,
-                  std::array<Drawn, 2>& drawn);
-  void load(std::size_t first, std::span<Item> items) const;
+  static Drawn add(std::span<const std::uint8_t> positions, const Items& items,
+                   std::uint8_t* counts);
+  void load(std::size_t first, std::size_t count, Items& items) const;
   bool evaluate(const Windows& windows, const Sums& sums, std::span<const std::uint8_t> counts,
                 ResidualStatistics& result) const;
   std::optional<double> median_distance(const Windows& windows, double median, std::uint64_t near,

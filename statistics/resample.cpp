@@ -24,15 +24,79 @@ inline Product multiply(std::uint64_t a, std::uint64_t b) {
 #endif
 }
 
-inline Words mix(Words x, std::array<std::uint64_t, 2> key) {
-  for (int round = 0; round < 10; ++round) {
-    const Product first = multiply(0xd2e7470ee14c6c93, x[0]);
-    const Product second = multiply(0xca5a826395121157, x[2]);
-    x = {second.high ^ x[1] ^ key[0], second.low, first.high ^ x[3] ^ key[1], first.low};
+constexpr int kRounds = 10;
+
+using Keys = std::array<std::array<std::uint64_t, 2>, kRounds>;
+
+// The keys of the rounds.
+inline Keys keys_of(std::array<std::uint64_t, 2> key) {
+  Keys keys;
+  for (auto& round : keys) {
+    round = key;
     key[0] += 0x9e3779b97f4a7c15;
     key[1] += 0xbb67ae8584caa73b;
   }
+  return keys;
+}
+
+inline Words mix(Words x, const Keys& keys) {
+  for (const auto& key : keys) {
+    const Product first = multiply(0xd2e7470ee14c6c93, x[0]);
+    const Product second = multiply(0xca5a826395121157, x[2]);
+    x = {second.high ^ x[1] ^ key[0], second.low, first.high ^ x[3] ^ key[1], first.low};
+  }
   return x;
+}
+
+// The distribution of how many of 256 random bits are 1.
+class Ones {
+ public:
+  Ones() {
+    // By the rule of Pascal's triangle, which holds for sums along its rows, too.
+    sums_.fill({0, 0, 0, 1});
+    for (std::size_t bits = 0; bits < kBits; ++bits) {
+      for (std::size_t k = kBits; --k > 0;) add(sums_[k], sums_[k - 1]);
+    }
+    std::size_t k = 0;
+    for (std::uint64_t byte = 0; byte < start_.size(); ++byte) {
+      while (sums_[k][0] < byte << 56) ++k;
+      start_[byte] = static_cast<std::uint8_t>(k);
+    }
+  }
+
+  // How many sums are at most a random number of 256 bits. Mostly its first 64 bits decide.
+  // @param next  returns the next 64 bits of the number.
+  template <class Next>
+  std::uint64_t draw(Next next) const {
+    const std::uint64_t first = next();
+    std::size_t k = start_[first >> 56];
+    while (sums_[k][0] < first) ++k;
+    if (sums_[k][0] > first) return k;
+    const Words number = {first, next(), next(), next()};
+    while (k < kBits && sums_[k] <= number) ++k;
+    return k;
+  }
+
+ private:
+  static constexpr std::size_t kBits = 256;
+
+  static void add(Words& sum, const Words& other) {
+    std::uint64_t carry = 0;
+    for (std::size_t i = sum.size(); i-- > 0;) {
+      const std::uint64_t part = other[i] + carry;
+      sum[i] += part;
+      carry = (part < carry) | (sum[i] < part);
+    }
+  }
+
+  // The binomial coefficients (256, 0) + ... + (256, k), the most significant words first.
+  std::array<Words, kBits> sums_;
+  std::array<std::uint8_t, 256> start_;  // the first sum that isn't below a number with that byte
+};
+
+const Ones& ones() {
+  static const Ones result;
+  return result;
 }
 
 // A sequence of random bits, for the division of draws.
@@ -40,20 +104,12 @@ class Bits {
  public:
   Bits(std::uint64_t seed, std::uint64_t resample) : words_(seed, resample, 0) {}
 
-  // How many of the next `count` bits are 1. Skips the rest of the last word.
+  // How many of `count` random bits are 1.
   std::uint64_t ones(std::uint64_t count) {
     std::uint64_t sum = 0;
-    while (count >= 64) {
-      if (used_ == batch_.size()) refill();
-      const std::size_t end = used_ + static_cast<std::size_t>(std::min<std::uint64_t>(
-                                          count / 64, batch_.size() - used_));
-      count -= 64 * (end - used_);
-      for (; used_ < end; ++used_) sum += ones_of(batch_[used_]);
-    }
-    if (count != 0) {
-      if (used_ == batch_.size()) refill();
-      sum += ones_of(batch_[used_++] >> (64 - count));
-    }
+    for (; count >= 256; count -= 256) sum += ones_.draw([this] { return next(); });
+    for (; count >= 64; count -= 64) sum += ones_of(next());
+    if (count != 0) sum += ones_of(next() >> (64 - count));
     return sum;
   }
 
@@ -66,11 +122,15 @@ class Bits {
     return x * 0x0101010101010101 >> 56;
   }
 
-  void refill() {
-    words_.next(batch_);
-    used_ = 0;
+  std::uint64_t next() {
+    if (used_ == batch_.size()) {
+      words_.next(batch_);
+      used_ = 0;
+    }
+    return batch_[used_++];
   }
 
+  const Ones& ones_ = vostrel::ones();
   RandomWords words_;
   std::array<std::uint64_t, 32> batch_;
   std::size_t used_ = batch_.size();
@@ -113,11 +173,18 @@ void divide(std::uint64_t draws, std::size_t items, std::span<std::uint64_t> blo
 
 }  // namespace
 
-Words philox(Words counter, std::array<std::uint64_t, 2> key) { return mix(counter, key); }
+Words philox(Words counter, std::array<std::uint64_t, 2> key) { return mix(counter, keys_of(key)); }
+
+std::uint64_t ones_of_256(const Words& number) {
+  std::size_t i = 0;
+  return ones().draw([&] { return number[i++]; });
+}
 
 void RandomWords::next(std::span<std::uint64_t> words) {
+  const Keys keys = keys_of({seed_, 0});
+  const Words start = {counter_, stream_, resample_, 0};
   for (std::size_t i = 0; i < words.size(); i += 4) {
-    const Words four = mix({counter_ + i / 4, stream_, resample_, 0}, {seed_, 0});
+    const Words four = mix({start[0] + i / 4, start[1], start[2], start[3]}, keys);
     for (std::size_t k = 0; k < 4; ++k) words[i + k] = four[k];
   }
   counter_ += words.size() / 4;

@@ -18,6 +18,12 @@ namespace vostrel {
 std::array<std::uint64_t, 4> philox(std::array<std::uint64_t, 4> counter,
                                     std::array<std::uint64_t, 2> key);
 
+/// How many of 256 random bits are 1, drawn by the inverse of its distribution: how many of the
+/// sums of binomial coefficients (256, 0) + ... + (256, k) for k = 0 to 255 are at most a random
+/// number.
+/// @param number  a number of 256 random bits, the most significant word first.
+std::uint64_t ones_of_256(const std::array<std::uint64_t, 4>& number);
+
 /// The random words of one stream, which is named by a seed, the number of a resample and the
 /// number of the stream.
 class RandomWords {
@@ -67,7 +73,7 @@ class Resample {
   /// The number of items in a block, so that a position is one byte. The last block may have fewer.
   static constexpr std::size_t kBlock = 256;
 
-  /// Takes about log2(size / kBlock) random bits for each draw.
+  /// Takes about log2(size / kBlock) / 4 random bits for each draw.
   /// Requires: 0 < size < 2^32.
   Resample(std::uint64_t seed, std::uint64_t number, std::size_t size);
 

@@ -31,6 +31,36 @@ TEST(Philox, GivesKnownAnswers) {
   EXPECT_EQ(vostrel::philox({f, f, f, f}, {f, f}), ones);
 }
 
+TEST(OnesOf256, FollowFromBinomialCoefficients) {
+  const std::uint64_t f = ~std::uint64_t{0};
+  const std::uint64_t half = std::uint64_t{1} << 63;
+  using Number = std::array<std::uint64_t, 4>;
+  EXPECT_EQ(vostrel::ones_of_256(Number{0, 0, 0, 0}), 0u);
+  EXPECT_EQ(vostrel::ones_of_256(Number{0, 0, 0, 1}), 1u);  // (256, 0) = 1
+  EXPECT_EQ(vostrel::ones_of_256(Number{0, 0, 0, 256}), 1u);
+  EXPECT_EQ(vostrel::ones_of_256(Number{0, 0, 0, 257}), 2u);  // (256, 1) = 256
+  EXPECT_EQ(vostrel::ones_of_256(Number{0, 0, 0, 257 + 32639}), 2u);
+  EXPECT_EQ(vostrel::ones_of_256(Number{0, 0, 0, 257 + 32640}), 3u);  // (256, 2) = 256 * 255 / 2
+  EXPECT_EQ(vostrel::ones_of_256(Number{half, 0, 0, 0}), 128u);
+  EXPECT_EQ(vostrel::ones_of_256(Number{f, f, f, f - 1}), 255u);
+  EXPECT_EQ(vostrel::ones_of_256(Number{f, f, f, f}), 256u);
+}
+
+TEST(OnesOf256, HaveTheMeanAndVarianceOfTheBinomialDistribution) {
+  // Evenly spaced numbers. The variance is 256 / 4, and it is symmetric.
+  constexpr int kNumbers = 1 << 20;
+  double sum = 0;
+  double squares = 0;
+  for (std::uint64_t i = 0; i < kNumbers; ++i) {
+    const std::uint64_t word = (2 * i + 1) << 43;
+    const auto ones = static_cast<double>(vostrel::ones_of_256({word, 0, 0, 0}));
+    sum += ones - 128;
+    squares += (ones - 128) * (ones - 128);
+  }
+  EXPECT_EQ(sum, 0);
+  EXPECT_NEAR(squares / kNumbers, 64, 0.001);
+}
+
 // The number of draws from some of the items has the mean and the variance of the binomial
 // distribution, whether or not the items end with a block.
 TEST(Resample, DrawsFollowTheBinomialDistribution) {
