@@ -19,10 +19,6 @@ VERSION = os.environ["VOSTREL_VERSION"]
 DATE = os.environ["VOSTREL_RELEASE_DATE"]
 RELEASE = VERSION.rpartition(".")[0]
 CMAKE = os.environ["CMAKE"]
-# For tests that build the library once more: scripts/check runs them.
-builds_once_more = pytest.mark.skipif(
-    os.environ["VOSTREL_LONG_SAMPLES"] == "0", reason="runs with -DVOSTREL_LONG_SAMPLES=ON"
-)
 CONSUMER = SOURCE / "examples" / "consumer"
 ARRAYS_OUTPUT = """\
 objects   4
@@ -82,7 +78,7 @@ def dead_links(folder):
     ]
 
 
-def configure_and_build(build, *options, source=SOURCE):
+def configure_and_build(source, build, *options):
     run(CMAKE, "-S", source, "-B", build, *options)
     run(CMAKE, "--build", build, "-j2")
     return build
@@ -97,6 +93,42 @@ def parsed_headers(folder, *flags):
     flags = ["-O0", "-ffp-contract=off", "-Wpedantic", *flags]
     run(os.environ["CXX"], "-std=c++20", *flags, "-x", "c++-header", header)
     return [*flags, "-include", str(header)]
+
+
+# With a target, a test folder and documents whose names are also vostrel's.
+PARENT = """
+cmake_minimum_required(VERSION 3.22)
+project(parent LANGUAGES CXX)
+include(CTest)
+include(GNUInstallDirs)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/programs")
+add_custom_target(vostrel)
+file(WRITE "${CMAKE_BINARY_DIR}/README.md" "The parent's.")
+install(FILES "${CMAKE_BINARY_DIR}/README.md" DESTINATION ${CMAKE_INSTALL_DOCDIR})
+%s
+foreach(program IN ITEMS consumer arrays)
+  add_executable(${program} ${program}.cpp)
+  target_link_libraries(${program} PRIVATE vostrel::utils)
+endforeach()
+"""
+ADDED = """
+add_subdirectory(vostrel)
+"""
+FETCHED = """
+include(FetchContent)
+FetchContent_Declare(vostrel SOURCE_DIR "${CMAKE_CURRENT_SOURCE_DIR}/vostrel")
+FetchContent_MakeAvailable(vostrel)
+"""
+
+
+def configure_parent(parent, source, way, *options):
+    """Configures a project with vostrel as a part, in parent/build."""
+    parent.mkdir()
+    (parent / "CMakeLists.txt").write_text(PARENT % way)
+    (parent / "vostrel").symlink_to(source)
+    for program in ["consumer.cpp", "arrays.cpp"]:
+        shutil.copy(CONSUMER / program, parent)
+    run(CMAKE, "-S", parent, "-B", parent / "build", *options)
 
 
 @pytest.fixture(scope="session")

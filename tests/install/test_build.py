@@ -2,32 +2,13 @@
 
 import os
 import re
-import shlex
-import shutil
 import subprocess
 
-import pytest
-from conftest import (
-    ARRAYS_OUTPUT,
-    CMAKE,
-    CONSUMER,
-    CONSUMER_OUTPUT,
-    DATE,
-    RELEASE,
-    SOURCE,
-    builds_once_more,
-    parsed_headers,
-    run,
-)
+from conftest import ADDED, CMAKE, DATE, RELEASE, SOURCE, configure_parent, parsed_headers, run
 
 
-@pytest.fixture(scope="module")
-def flags(tmp_path_factory):
-    return parsed_headers(tmp_path_factory.mktemp("headers"))
-
-
-@builds_once_more
-def test_one_command_builds_the_program(flags, tmp_path):
+def test_one_command_builds_the_program(tmp_path):
+    flags = parsed_headers(tmp_path)
     sources = [SOURCE / "main.cpp"]
     for room in ["utils", "text", "statistics"]:
         sources += sorted((SOURCE / room).glob("*.cpp"))
@@ -37,65 +18,15 @@ def test_one_command_builds_the_program(flags, tmp_path):
     assert f"{DATE}, release {RELEASE}\n" in console
 
 
-ADDED = """
-add_subdirectory(vostrel)
-"""
-FETCHED = """
-include(FetchContent)
-FetchContent_Declare(vostrel SOURCE_DIR "${CMAKE_CURRENT_SOURCE_DIR}/vostrel")
-FetchContent_MakeAvailable(vostrel)
-"""
-# With a target, a test folder and documents whose names are also vostrel's.
-PARENT = """
-cmake_minimum_required(VERSION 3.22)
-project(parent LANGUAGES CXX)
-include(CTest)
-include(GNUInstallDirs)
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/programs")
-add_custom_target(vostrel)
-file(WRITE "${CMAKE_BINARY_DIR}/README.md" "The parent's.")
-install(FILES "${CMAKE_BINARY_DIR}/README.md" DESTINATION ${CMAKE_INSTALL_DOCDIR})
-%s
-foreach(program IN ITEMS consumer arrays)
-  add_executable(${program} ${program}.cpp)
-  target_link_libraries(${program} PRIVATE vostrel::utils)
-endforeach()
-"""
-
-
-def build_parent(parent, source, way, flags, *options):
-    options += ("-DCMAKE_CXX_FLAGS=" + shlex.join(flags),)
-    parent.mkdir()
-    (parent / "CMakeLists.txt").write_text(PARENT % way)
-    (parent / "vostrel").symlink_to(source)
-    for program in ["consumer.cpp", "arrays.cpp"]:
-        shutil.copy(CONSUMER / program, parent)
-    run(CMAKE, "-S", parent, "-B", parent / "build", *options)
-    run(CMAKE, "--build", parent / "build", "-j2")
-    programs = parent / "build" / "programs"
-    assert run(programs / "consumer", "catalogue.txt", cwd=CONSUMER) == CONSUMER_OUTPUT
-    assert run(programs / "arrays") == ARRAYS_OUTPUT
-    run(CMAKE, "--install", parent / "build", "--prefix", parent / "installed")
-    return parent / "installed" / "share" / "doc"
-
-
-def test_subproject_leaves_its_parent_alone(copied_source, flags, tmp_path):
+def test_subproject_leaves_its_parent_alone(copied_source, tmp_path):
     parent = tmp_path / "the parent"
-    build_parent(parent, copied_source, ADDED, flags)
+    configure_parent(parent, copied_source, ADDED)
     cache = (parent / "build" / "CMakeCache.txt").read_text()
     assert re.search(r"^CMAKE_BUILD_TYPE:STRING=$", cache, re.MULTILINE)
     assert "No tests were found" in run(os.environ["CTEST"], cwd=parent / "build")
+    run(CMAKE, "--install", parent / "build", "--prefix", parent / "installed")
     installed = [path for path in (parent / "installed").rglob("*") if path.is_file()]
     assert installed == [parent / "installed/share/doc/parent/README.md"]
-
-
-@builds_once_more
-def test_subproject_installs_when_asked(copied_source, flags, tmp_path):
-    parent = tmp_path / "parent"
-    documents = build_parent(parent, copied_source, FETCHED, flags, "-DVOSTREL_INSTALL=ON")
-    assert (documents / "parent" / "README.md").read_text() == "The parent's."
-    assert (documents / "vostrel" / "README.md").is_file()
-    assert (parent / "installed/include/vostrel/utils.h").is_file()
 
 
 def test_an_old_compiler_is_refused_in_one_sentence(tmp_path):

@@ -13,11 +13,12 @@ from conftest import (
     CMAKE,
     CONSUMER,
     CONSUMER_OUTPUT,
+    FETCHED,
     RELEASE,
     SOURCE,
     VERSION,
-    builds_once_more,
     configure_and_build,
+    configure_parent,
     dead_links,
     need,
     parsed_headers,
@@ -43,27 +44,49 @@ class Installed:
         return shlex.split(text)
 
 
-@pytest.fixture(scope="session", params=["static", pytest.param("shared", marks=builds_once_more)])
-def installed(request, tmp_path_factory, copied_source):
-    """All paths have blanks in them."""
-    prefix = tmp_path_factory.mktemp(request.param + " prefix")
-    if request.param == "static":
-        build = BUILD
-    else:
-        folder = tmp_path_factory.mktemp("shared build")
-        build = configure_and_build(
-            folder / "build",
-            "-DBUILD_SHARED_LIBS=ON",
-            "-DCMAKE_BUILD_TYPE=None",
-            "-DCMAKE_CXX_FLAGS=" + shlex.join(parsed_headers(folder, "-fPIC")),
-            f"-DCMAKE_INSTALL_PREFIX={prefix}",
-            source=copied_source,
-        )
-    run(CMAKE, "--install", build, "--prefix", prefix)
+@pytest.fixture(scope="session")
+def parent(tmp_path_factory, copied_source):
+    """The build of a project that fetches vostrel as a shared library and installs it too."""
+    folder = tmp_path_factory.mktemp("shared build")
+    flags = shlex.join(parsed_headers(folder, "-fPIC"))
+    options = ["-DVOSTREL_INSTALL=ON", "-DBUILD_SHARED_LIBS=ON", f"-DCMAKE_CXX_FLAGS={flags}"]
+    configure_parent(folder / "parent", copied_source, FETCHED, *options)
+    build = folder / "parent" / "build"
+    run(CMAKE, "--build", build, "-j2")
+    return build
+
+
+def install(build, folder):
+    run(CMAKE, "--install", build, "--prefix", folder / "prefix")
     # An installed tree works without its build, and after it is moved.
-    moved = prefix.with_name(prefix.name + " moved")
-    prefix.rename(moved)
-    return Installed(moved)
+    (folder / "prefix").rename(folder / "moved")
+    return Installed(folder / "moved")
+
+
+@pytest.fixture(scope="session")
+def static(tmp_path_factory):
+    return install(BUILD, tmp_path_factory.mktemp("static library"))
+
+
+@pytest.fixture(scope="session")
+def shared(tmp_path_factory, parent):
+    return install(parent, tmp_path_factory.mktemp("shared library"))
+
+
+@pytest.fixture(params=["static", "shared"])
+def installed(request):
+    return request.getfixturevalue(request.param)
+
+
+def test_programs_of_the_parent(parent):
+    programs = parent / "programs"
+    assert run(programs / "consumer", "catalogue.txt", cwd=CONSUMER) == CONSUMER_OUTPUT
+    assert run(programs / "arrays") == ARRAYS_OUTPUT
+
+
+def test_documents_of_the_parent_stay(shared):
+    readme = shared.prefix / "share" / "doc" / "parent" / "README.md"
+    assert readme.read_text() == "The parent's."
 
 
 def test_files(installed):
@@ -92,8 +115,8 @@ def test_files(installed):
     assert headers == {f"include/vostrel/{name}" for name in HEADERS}
 
 
-def test_links_of_the_documents(installed):
-    documents = installed.prefix / "share" / "doc" / "vostrel"
+def test_links_of_the_documents(static):
+    documents = static.prefix / "share" / "doc" / "vostrel"
     assert dead_links(documents) == []
 
 
@@ -120,26 +143,23 @@ def test_loader_paths(installed):
 
 
 @pytest.mark.parametrize("name", HEADERS)
-def test_header_stands_alone(installed, tmp_path, name):
-    header = (installed.prefix / "include" / "vostrel" / name).read_text()
+def test_header_stands_alone(static, tmp_path, name):
+    header = (static.prefix / "include" / "vostrel" / name).read_text()
     assert re.findall(r"#include\s*\"", header) == []
     (tmp_path / "alone.cpp").write_text(f"#include <vostrel/{name}>\n")
     compile_ = [os.environ["CXX"], "-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Werror"]
-    run(*compile_, f"-I{installed.prefix}/include", "-fsyntax-only", tmp_path / "alone.cpp")
+    run(*compile_, f"-I{static.prefix}/include", "-fsyntax-only", tmp_path / "alone.cpp")
 
 
 def test_consumer_with_cmake(installed, tmp_path):
     shutil.copytree(CONSUMER, tmp_path / "consumer")
-    build = configure_and_build(
-        tmp_path / "build",
-        f"-DCMAKE_PREFIX_PATH={installed.prefix}",
-        source=tmp_path / "consumer",
-    )
+    prefix = f"-DCMAKE_PREFIX_PATH={installed.prefix}"
+    build = configure_and_build(tmp_path / "consumer", tmp_path / "build", prefix)
     assert run(build / "consumer", "catalogue.txt", cwd=CONSUMER) == CONSUMER_OUTPUT
     assert run(build / "arrays") == ARRAYS_OUTPUT
 
 
-def test_cmake_package_has_its_version(installed, tmp_path):
+def test_cmake_package_has_its_version(static, tmp_path):
     (tmp_path / "CMakeLists.txt").write_text(
         "cmake_minimum_required(VERSION 3.22)\n"
         "project(asks LANGUAGES CXX)\n"
@@ -148,7 +168,7 @@ def test_cmake_package_has_its_version(installed, tmp_path):
         "find_package(vostrel 2 QUIET)\n"
         "message(STATUS later:${vostrel_FOUND}:)\n"
     )
-    prefix = f"-DCMAKE_PREFIX_PATH={installed.prefix}"
+    prefix = f"-DCMAKE_PREFIX_PATH={static.prefix}"
     output = run(CMAKE, "-S", tmp_path, "-B", tmp_path / "build", prefix)
     assert f"found:{VERSION}:" in output and "later:0:" in output
 
@@ -177,13 +197,11 @@ def test_guide_is_read_whole():
 
 
 @pytest.mark.parametrize("number", range(len(GUIDE)))
-def test_programs_of_the_guide(installed, tmp_path, number):
+def test_programs_of_the_guide(static, tmp_path, number):
     program, _, file, expected = GUIDE[number]
     shutil.copy(CONSUMER / "catalogue.txt", tmp_path)
     (tmp_path / "program.cpp").write_text(program)
-    flags = installed.pkg_config("--cflags", "--libs")
-    if installed.shared:
-        flags.append(f"-Wl,-rpath,{installed.libraries}")
+    flags = static.pkg_config("--cflags", "--libs")
     compile_ = [os.environ["CXX"], "-std=c++20", "-Wall", "-Wextra", "-Werror"]
     compile_ += ["program.cpp", "-o", "program"]
     run(*compile_, *flags, cwd=tmp_path)
