@@ -87,10 +87,10 @@ class Reservation {
   }
 
  private:
-  // Whether there is memory for these rows with their two residuals. Short first rows inflate the
-  // estimate; if memory is limited, the vectors grow step by step instead.
+  // Whether there is memory for these rows. Short first rows inflate the estimate; if memory is
+  // limited, the vectors grow step by step instead.
   static bool fits(double rows) {
-    const double bytes = rows * (sizeof(int) + 4 * sizeof(double));
+    const double bytes = rows * (sizeof(int) + 2 * sizeof(double));
     if (bytes >= static_cast<double>(PTRDIFF_MAX)) return false;
     void* const memory = ::operator new(static_cast<std::size_t>(bytes), std::nothrow);
     ::operator delete(memory);
