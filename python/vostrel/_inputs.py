@@ -133,7 +133,7 @@ def read_values(name: str, values: Any) -> tuple[Numbers, list[NDArray[np.bool_]
     if holds_only(REAL, data):
         return Slices(name, data), masks
     try:
-        array = np.asarray(data)
+        array = to_array(data)
     except Exception as error:
         raise not_numbers(name, error) from error
     if array.dtype.kind not in "fiub":
@@ -142,6 +142,14 @@ def read_values(name: str, values: Any) -> tuple[Numbers, list[NDArray[np.bool_]
     if array.dtype.char == "g" and not array.dtype.isnative:
         return Slices(name, array), masks  # long doubles in the other byte order: NumPy converts
     return array, masks
+
+
+def to_array(values: Any) -> NDArray[Any]:
+    """Return the values as an array of the type that NumPy finds."""
+    if not isinstance(values, (list, tuple)) or len(values) <= SLICE:
+        return np.asarray(values)
+    slices = range(0, len(values), SLICE)
+    return np.concatenate([np.asarray(values[first : first + SLICE]) for first in slices])
 
 
 def holds_only(kinds: tuple[type, ...], values: Any) -> bool:
@@ -163,7 +171,7 @@ def read_mask(mask: Any) -> NDArray[np.bool_]:
     if holds_only((bool, np.bool_), data):
         data = np.asarray(Slices("mask", data), np.bool_)
     try:
-        array = np.asarray(data)
+        array = to_array(data)
     except Exception as error:
         raise TypeError(f"mask can't be made into an array: {error}") from error
     if array.dtype.kind != "b" and array.size != 0:
