@@ -126,6 +126,24 @@ def test_a_block_carries_its_own_tasks_alone():
     assert [len(column.__dask_graph__()) for block in blocks for column in block] == [1] * 8
 
 
+def test_persisted_blocks_are_added_where_they_are(client, monkeypatch):
+    client.cluster.scale(2)
+    client.wait_for_workers(2)
+    workers = list(client.nthreads())[:2]
+    column = da.concatenate(
+        [
+            da.from_delayed(client.submit(np.full, 10, i, workers=[workers[i % 2]]), (10,), float)
+            for i in range(6)
+        ]
+    ).persist()
+    distributed.wait(column)
+    monkeypatch.setattr(vostrel.dask, "BATCH_BYTES", 2 * 80 * 2)  # two blocks of two columns
+    blocks = vostrel.dask.pair_blocks(reference=column, estimate=column)
+    keys = [[block[0].key[1] for block in blocks] for blocks in vostrel.dask.batches(blocks)]
+    assert sorted(keys) == [[0, 2], [1, 3], [4], [5]]
+    client.cancel(column)
+
+
 def test_every_kind_of_collection(rng):
     r, e = redshifts(rng, 20_000)
     expected = vostrel.chunked_statistics([(r, e)])
