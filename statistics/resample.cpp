@@ -1,5 +1,7 @@
 #include "statistics/resample.h"
 
+#include <cstring>
+
 namespace vostrel {
 
 namespace {
@@ -136,6 +138,17 @@ class Bits {
   std::size_t used_ = batch_.size();
 };
 
+// Copies the bytes of words, the least significant one of each word first.
+void copy_bytes(std::span<const std::uint64_t> words, std::uint8_t* bytes) {
+  if constexpr (std::endian::native == std::endian::little) {
+    std::memcpy(bytes, words.data(), words.size_bytes());
+  } else {
+    for (const std::uint64_t word : words) {
+      for (int byte = 0; byte < 8; ++byte) *bytes++ = static_cast<std::uint8_t>(word >> (8 * byte));
+    }
+  }
+}
+
 // How many of `draws` fall into a part of the whole: those whose random binary fraction is less
 // than part / whole. Each step draws one more binary digit for those that are not yet decided.
 // Requires: 0 < part < whole < 2^63.
@@ -197,12 +210,8 @@ std::span<const std::uint8_t> BlockDraws::next() {
     const auto some = std::span(words).first((wanted - found + 31) / 32 * 4);
     words_.next(some);
     if (items_ == Resample::kBlock) {
-      for (const std::uint64_t word : some) {
-        for (int byte = 0; byte < 8; ++byte) {
-          positions_[found++] = static_cast<std::uint8_t>(word >> (8 * byte));
-        }
-      }
-      continue;
+      copy_bytes(some, positions_.data());
+      break;
     }
     const std::uint64_t mask = (std::uint64_t{1} << std::bit_width(items_ - 1)) - 1;
     for (const std::uint64_t word : some) {
