@@ -118,7 +118,7 @@ void Bootstrap::Windows::mark(std::span<const double> residuals, std::uint64_t* 
 
 // The place of the first entry whose key isn't below `key`.
 std::size_t Bootstrap::Window::first_from(double key) const {
-  const auto below = [](const Entry& entry, double bound) { return entry.key < bound; };
+  const auto below = [](const Entry& entry, double bound) { return entry.key() < bound; };
   return static_cast<std::size_t>(std::lower_bound(entries.begin(), entries.end(), key, below) -
                                   entries.begin());
 }
@@ -130,7 +130,7 @@ void Bootstrap::Window::set_middle(double key) {
 
 void Bootstrap::Window::sort() {
   std::sort(entries.begin(), entries.end(),
-            [](const Entry& a, const Entry& b) { return a.key < b.key; });
+            [](const Entry& a, const Entry& b) { return a.key() < b.key(); });
   set_middle(middle);
 }
 
@@ -155,7 +155,7 @@ class Bootstrap::Walk {
   }
 
  private:
-  std::uint64_t count_of(std::size_t place) const { return counts_[entries_[place].object]; }
+  std::uint64_t count_of(std::size_t place) const { return counts_[entries_[place].object()]; }
 
   std::optional<double> key_of(std::uint64_t rank) {
     while (before_ > rank && place_ > 0) before_ -= count_of(--place_);
@@ -163,7 +163,7 @@ class Bootstrap::Walk {
       before_ += count_of(place_++);
     }
     if (before_ > rank || place_ == entries_.size()) return std::nullopt;
-    return entries_[place_].key;
+    return entries_[place_].key();
   }
 
   std::span<const Entry> entries_;
@@ -333,7 +333,7 @@ bool Bootstrap::fill(Residual residual, Windows& windows) const {
       }
       for (std::size_t k = 0; k < found; ++k) {
         const std::size_t i = places[k];
-        window.entries.push_back({key_of(values[i]), static_cast<std::uint32_t>(first + i)});
+        window.entries.emplace_back(key_of(values[i]), first + i);
       }
       entries += found;
     };
@@ -518,12 +518,12 @@ bool Bootstrap::evaluate(const Windows& windows, const Sums& sums,
     if (low < window.low || high > window.high) return false;
     outliers[k] = size - sums.marked[4 + k];
     std::size_t i = window.start;
-    for (; i < entries.size() && entries[i].key <= low; ++i)
-      outliers[k] -= counts[entries[i].object];
-    if (i < entries.size() && entries[i].key <= high && entries[i].key > low) return false;
-    for (; i > 0 && entries[i - 1].key > low; --i) {
-      if (entries[i - 1].key <= high) return false;
-      outliers[k] += counts[entries[i - 1].object];
+    for (; i < entries.size() && entries[i].key() <= low; ++i)
+      outliers[k] -= counts[entries[i].object()];
+    if (i < entries.size() && entries[i].key() <= high && entries[i].key() > low) return false;
+    for (; i > 0 && entries[i - 1].key() > low; --i) {
+      if (entries[i - 1].key() <= high) return false;
+      outliers[k] += counts[entries[i - 1].object()];
     }
   }
   result.outliers_015 = percent(sums.marked[3]);
@@ -541,8 +541,8 @@ std::optional<double> Bootstrap::median_distance(const Windows& windows, double 
   const auto& entries = windows.distant.entries;
   const std::uint64_t lower = (drawn_from_ - 1) / 2;
   const std::uint64_t upper = drawn_from_ / 2;
-  const auto distance = [&](std::size_t i) { return std::fabs(entries[i].key - median); };
-  const auto count = [&](std::size_t i) { return counts[entries[i].object]; };
+  const auto distance = [&](std::size_t i) { return std::fabs(entries[i].key() - median); };
+  const auto count = [&](std::size_t i) { return counts[entries[i].object()]; };
 
   // `near` drawn objects are taken: those in the gap, and the entries from `left` to before
   // `right`.

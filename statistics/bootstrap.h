@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -48,9 +49,18 @@ class Bootstrap {
            const std::atomic<bool>& stop) const;
 
  private:
-  struct Entry {
-    double key;
-    std::uint32_t object;
+  // The key is in two parts: a double would be aligned, and make this a third larger.
+  class Entry {
+   public:
+    Entry(double key, std::size_t object)
+        : key_(std::bit_cast<std::array<std::uint32_t, 2>>(key)),
+          object_(static_cast<std::uint32_t>(object)) {}
+    double key() const { return std::bit_cast<double>(key_); }
+    std::size_t object() const { return object_; }
+
+   private:
+    std::array<std::uint32_t, 2> key_;
+    std::uint32_t object_;
   };
 
   // Objects ordered by a key: all whose keys are from `low` to `high`.
