@@ -174,10 +174,7 @@ class Bootstrap::Walk {
 
 Bootstrap::Bootstrap(std::span<const double> reference, std::span<const double> estimate,
                      std::uint64_t seed)
-    : reference_(reference), estimate_(estimate), seed_(seed), drawn_from_(reference.size()) {
-  fast_ = order([](double r, double e) { return residual(r, e); }, delta_) &&
-          order([](double r, double e) { return normalized_residual(r, e); }, norm_);
-}
+    : reference_(reference), estimate_(estimate), seed_(seed), drawn_from_(reference.size()) {}
 
 Bootstrap::Bootstrap(std::span<const double> reference, std::span<const double> estimate,
                      std::uint64_t seed, std::span<const std::uint32_t> groups,
@@ -187,6 +184,15 @@ Bootstrap::Bootstrap(std::span<const double> reference, std::span<const double> 
       seed_(seed),
       groups_(groups),
       drawn_from_(group_count) {}
+
+void Bootstrap::order(bool normalized) {
+  if (!groups_.empty()) return;
+  if (normalized) {
+    norm_.usable = order([](double r, double e) { return normalized_residual(r, e); }, norm_);
+  } else {
+    delta_.usable = order([](double r, double e) { return residual(r, e); }, delta_);
+  }
+}
 
 // Finds the bounds of the windows, then their entries. Returns false if windows can't be used.
 template <class Residual>
@@ -370,7 +376,7 @@ bool Bootstrap::fill(Residual residual, Windows& windows) const {
 }
 
 std::size_t Bootstrap::batch() const {
-  if (!fast_) return 1;
+  if (!is_fast()) return 1;
   return std::clamp<std::size_t>((std::size_t{1} << 20) / reference_.size(), 4, 64);
 }
 
@@ -444,16 +450,17 @@ void Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> results,
         {Resample(seed_, first + k, drawn_from_), all_counts.data() + k * drawn_from_, {}});
   }
 
+  const bool fast = is_fast();
   Items items;
   for (std::size_t start = 0; start < drawn_from_; start += Resample::kBlock) {
     if (stop) return;
     const std::size_t count = std::min(Resample::kBlock, drawn_from_ - start);
-    if (fast_) load(start, count, items);
+    if (fast) load(start, count, items);
     for (State& state : states) {
       std::uint8_t* const counts = state.counts + start;
       BlockDraws draws = state.resample.draw(start / Resample::kBlock);
       for (auto some = draws.next(); !some.empty(); some = draws.next()) {
-        if (!fast_) {
+        if (!fast) {
           for (const std::uint8_t position : some) ++counts[position];
           continue;
         }
@@ -470,7 +477,7 @@ void Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> results,
     PointStatistics& result = results[k];
     const std::span<const std::uint8_t> counts(states[k].counts, drawn_from_);
     result.n = drawn_from_;
-    if (!fast_ || !evaluate(delta_, states[k].sums[0], counts, result.delta) ||
+    if (!fast || !evaluate(delta_, states[k].sums[0], counts, result.delta) ||
         !evaluate(norm_, states[k].sums[1], counts, result.norm)) {
       result = compute_by_passes(counts, groups_, stop);
     }

@@ -39,7 +39,11 @@ class Bootstrap {
   Bootstrap(std::span<const double> reference, std::span<const double> estimate, std::uint64_t seed,
             std::span<const std::uint32_t> groups, std::size_t group_count);
 
-  /// How many resamples run() should make in one call, for speed.
+  /// Orders the residuals, or the normalized residuals, unless groups are drawn. If both are
+  /// ordered, run() is much faster. Two threads may do that at the same time.
+  void order(bool normalized);
+
+  /// How many resamples run() should make in one call, for speed. Changes with order().
   std::size_t batch() const;
 
   /// Computes the statistics of the resamples `first`, `first` + 1, ... Several threads may call
@@ -78,6 +82,7 @@ class Bootstrap {
 
   // The windows of one residual.
   struct Windows {
+    bool usable = false;
     double center = 0;  // the bias, subtracted before sums are taken
     Window median;      // by residual
     Window absolute;    // by |residual|
@@ -107,6 +112,7 @@ class Bootstrap {
   struct Sums;
   class Walk;
 
+  bool is_fast() const { return delta_.usable && norm_.usable; }
   template <class Residual>
   bool order(Residual residual, Windows& windows) const;
   template <class Residual>
@@ -129,7 +135,6 @@ class Bootstrap {
   std::uint64_t seed_;
   std::span<const std::uint32_t> groups_;
   std::size_t drawn_from_;  // objects, or groups
-  bool fast_ = false;
   Windows delta_;
   Windows norm_;
 };

@@ -142,12 +142,16 @@ class BootstrapOfSample {
     }
     const std::span<const double> reference = sample_->column(0);
     const std::span<const double> values = sample_->column(estimate);
-    const py::gil_scoped_release release;
     if (groups_) {
       bootstrap_.emplace(reference, values, seed, group_of, group_count);
     } else {
       bootstrap_.emplace(reference, values, seed);
     }
+  }
+
+  void order(bool normalized) {
+    const py::gil_scoped_release release;
+    bootstrap_->order(normalized);
   }
 
   std::size_t batch() const { return bootstrap_->batch(); }
@@ -200,6 +204,7 @@ void add_bootstrap(py::module_& module) {
                     std::size_t>(),
            py::arg("sample"), py::arg("estimate"), py::arg("seed"), py::arg("groups"),
            py::arg("group_count"))
+      .def("order", &BootstrapOfSample::order, py::arg("normalized"))
       .def_property_readonly("batch", &BootstrapOfSample::batch)
       .def("stop", &BootstrapOfSample::stop)
       .def("run", &BootstrapOfSample::run, py::arg("first"), py::arg("count"));

@@ -378,39 +378,55 @@ def _run(
 ) -> None:
     """Fill in the numbers of all resamples of one estimate."""
     # Imported here, because that takes longer than importing vostrel.
-    from concurrent.futures import FIRST_COMPLETED, ThreadPoolExecutor, wait
+    from concurrent.futures import FIRST_EXCEPTION, ThreadPoolExecutor, wait
 
     resamples = len(result)
     count = 1 if callable(workers) else _read_workers(workers)
+    engine = _core.Bootstrap(sample, estimate, seed, labels, group_count)
     # Other threads do the work, and this one waits, so that it notices Ctrl-C.
     pool = ThreadPoolExecutor(count)
-    engine: Optional[_core.Bootstrap] = None
-    try:
-        start = pool.submit(_core.Bootstrap, sample, estimate, seed, labels, group_count)
-        while not start.done():
-            wait([start], timeout=0.1)
-        engine = made = start.result()
-        # Pieces are small, so that the workers end together, but large enough to reuse memory.
-        size = min(max(made.batch, resamples // (16 * count)), -(-resamples // count))
-        pieces = [(first, min(size, resamples - first)) for first in range(0, resamples, size)]
 
-        def work(piece: tuple[int, int]) -> int:
-            first, number = piece
-            result[first : first + number] = made.run(first, number)
+    def run(functions: Iterable[Callable[[], None]], look: Callable[[], None]) -> None:
+        waiting = {pool.submit(function) for function in functions}
+        while waiting:
+            finished, waiting = wait(waiting, timeout=0.1, return_when=FIRST_EXCEPTION)
+            for future in finished:
+                future.result()
+            look()
+
+    try:
+        run((lambda: engine.order(False), lambda: engine.order(True)), lambda: None)
+        # Pieces are small, so that the workers end together, but large enough to reuse memory.
+        size = max(engine.batch, resamples // (16 * count))
+        rounds = -(-resamples // (size * count))
+        size = -(-resamples // (rounds * count))
+
+        def work(first: int) -> int:
+            number = min(size, resamples - first)
+            result[first : first + number] = engine.run(first, number)
             return number
 
+        pieces = iter(range(0, resamples, size))
         if callable(workers):
             for number in workers(work, pieces):
                 tell(number)
             return
-        waiting = {pool.submit(work, piece) for piece in pieces}
-        while waiting:
-            finished, waiting = wait(waiting, timeout=0.1, return_when=FIRST_COMPLETED)
-            for future in finished:
-                tell(future.result())
+        finished: list[int] = []
+
+        def take_pieces() -> None:
+            for first in pieces:  # each piece goes to one of the threads
+                finished.append(work(first))
+
+        def tell_finished() -> None:
+            number = 0
+            while finished:
+                number += finished.pop()
+            if number:
+                tell(number)
+
+        run([take_pieces] * count, tell_finished)
     except BaseException:
-        if engine is not None:
-            engine.stop()
+        engine.stop()
         pool.shutdown(wait=False, cancel_futures=True)
         raise
     pool.shutdown()

@@ -108,6 +108,8 @@ class Bootstrap:
         groups: Optional[NDArray[np.uint32]],
         group_count: int,
     ) -> None: ...
+    def order(self, normalized: bool) -> None:
+        """Order one residual. If both are ordered, `run` is much faster."""
     @property
     def batch(self) -> int: ...
     def run(self, first: int, count: int) -> NDArray[np.float64]:

@@ -174,7 +174,9 @@ TEST(Bootstrap, EqualsThePlainLoop) {
   for (int round = 0; round < rounds(400); ++round) {
     const std::size_t size = 1 + random.below(random.one_in(10) ? 9000 : 300);
     const Data data = data_set(random, size);
-    const Bootstrap bootstrap(data.reference, data.estimate, 3);
+    Bootstrap bootstrap(data.reference, data.estimate, 3);
+    bootstrap.order(false);
+    bootstrap.order(true);
     const std::uint64_t first = random.below(1000);
     std::vector<PointStatistics> found(random.below(10));
     bootstrap.run(first, found, stop);
