@@ -609,22 +609,33 @@ std::optional<double> Bootstrap::median_distance(const Windows& windows, double 
 PointStatistics Bootstrap::compute_by_passes(std::span<const std::uint8_t> counts,
                                              std::span<const std::uint32_t> groups,
                                              const std::atomic<bool>& stop) const {
-  constexpr std::size_t kBlock = 4096;
-  std::vector<double> reference;
-  std::vector<double> estimate;
+  constexpr std::size_t kMost = 255;  // times that an object can be drawn
+  std::vector<double> reference(Passes::kBlockSize + kMost);
+  std::vector<double> estimate(Passes::kBlockSize + kMost);
   Passes passes(vostrel::Sums::kInOrder);
   do {
-    for (std::size_t start = 0; start < reference_.size(); start += kBlock) {
-      if (stop) return {};
-      reference.clear();
-      estimate.clear();
-      for (std::size_t i = start; i < std::min(start + kBlock, reference_.size()); ++i) {
-        const std::uint8_t count = counts[groups.empty() ? i : groups[i]];
-        reference.insert(reference.end(), count, reference_[i]);
-        estimate.insert(estimate.end(), count, estimate_[i]);
+    std::size_t filled = 0;
+    const auto add_filled = [&] {
+      passes.add({reference.data(), filled}, {estimate.data(), filled});
+      filled = 0;
+    };
+    for (std::size_t i = 0; i < reference_.size(); ++i) {
+      const std::size_t count = counts[groups.empty() ? i : groups[i]];
+      // Mostly an object is drawn at most three times. Three copies without a branch, which would
+      // be hard to predict, are faster. The next object overwrites those that are too many.
+      const std::size_t copies = std::max<std::size_t>(count, 3);
+      for (std::size_t k = 0; k < copies; ++k) {
+        reference[filled + k] = reference_[i];
+        estimate[filled + k] = estimate_[i];
       }
-      passes.add(reference, estimate);
+      filled += count;
+      if (filled >= Passes::kBlockSize) {
+        if (stop) return {};
+        add_filled();
+      }
     }
+    if (stop) return {};
+    add_filled();
   } while (passes.end_pass());
   return passes.result();
 }

@@ -3,6 +3,7 @@
 #ifndef VOSTREL_STATISTICS_PASSES_H
 #define VOSTREL_STATISTICS_PASSES_H
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -39,6 +40,9 @@ using Look = std::function<void()>;
 /// with sums in order, a NaN residual makes it keep all of them.
 class Passes {
  public:
+  /// A good number of objects for a block: their columns fit a processor's fastest cache.
+  static constexpr std::size_t kBlockSize = 4096;
+
   /// Begins the first pass.
   explicit Passes(Sums sums);
   Passes(const Passes&);

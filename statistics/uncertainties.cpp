@@ -11,7 +11,7 @@ namespace vostrel {
 
 namespace {
 
-constexpr std::size_t kBlock = 4096;
+constexpr std::size_t kBlock = Passes::kBlockSize;
 
 // The residuals of two columns, made block by block.
 template <class Residual>
