@@ -3,7 +3,7 @@
 import numpy as np
 from data_sets import LONG, data_set, redshifts
 
-SETS = 100 if LONG else 20
+SETS = 1000 if LONG else 20
 
 
 def hard_residuals(rng, n):
@@ -25,7 +25,9 @@ def hard_residuals(rng, n):
 def scale_sets(rng, count):
     """References and estimates: a third are small, a third from `data_set`, a third hard."""
     for i in range(count):
-        n = int(rng.integers(1, 100) if i % 3 == 0 else rng.integers(8000, 30_000))
+        n = int(rng.integers(1, 100) if i % 3 == 0 else rng.integers(8000, 9000))
+        if i % 5 == 1:  # more than a bracket keeps
+            n = 20_000
         if i % 3 == 2:
             yield np.zeros(n), hard_residuals(rng, n)
         else:

@@ -36,9 +36,11 @@ def by_workers(chunks, workers):
 
 
 def test_the_same_bits_however_cut(rng):
-    for columns in scale_sets(rng, SETS):
+    for number, columns in enumerate(scale_sets(rng, SETS)):
         expected = None
         for way, chunks in ways_to_cut(rng, columns):
+            if len(chunks) == 1000 and number % 4 > 0:  # takes as long as all others
+                continue
             found = numbers(vostrel.chunked_statistics(chunks))
             expected = found if expected is None else expected
             assert same_bits(found, expected), (way, columns)
@@ -268,7 +270,7 @@ def test_threads_share_a_state(rng):
 
 def test_bins_have_the_same_bits_however_cut(rng):
     edges = [0, 0.2, 0.5, 0.5 + 1e-9, 3]
-    for i in range(200 if LONG else 10):
+    for i in range(100 if LONG else 10):
         reference, estimate = redshifts(rng, int(rng.integers(1, 60_000)))
         estimate[rng.random(len(estimate)) < 0.01] = np.nan
         by = rng.choice([-1, np.nan, 0.5, 3, 4], len(estimate)) if i % 2 else reference
