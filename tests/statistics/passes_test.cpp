@@ -326,6 +326,8 @@ TEST(Passes, ThrowForDataThatDoNotMatch) {
   const Values one = {1};
   const Values two = {1, 2};
   EXPECT_THROW(vostrel::point_statistics(one, two), std::invalid_argument);
+  EXPECT_THROW(vostrel::point_statistics({}, two), std::invalid_argument);
+  EXPECT_THROW(vostrel::point_statistics(one, {}), std::invalid_argument);
   vostrel::Passes passes(vostrel::Sums::kInOrder);
   EXPECT_THROW(passes.result(), std::logic_error);
   const Values many(20000);
