@@ -175,8 +175,10 @@ def test_an_error_in_progress_ends_the_work():
 
 
 ENDLESS = """
+import signal
 import numpy as np
 import vostrel
+signal.signal(signal.SIGINT, signal.default_int_handler)  # a job in the background ignores it
 reference = np.linspace(0, 1, 3_000_000)
 estimate = reference + 0.1 * np.sin(1e5 * reference)
 print("ready", flush=True)
