@@ -180,9 +180,9 @@ class Distribution {
   bool is_planned_ = false;
   std::uint64_t size_ = 0;
   std::vector<Histogram::Bucket> buckets_;  // only between passes: they take much memory
-  std::vector<std::uint8_t> flags_;  // by place: whether the bucket touches a bracket
-  std::vector<Bracket> brackets_;    // of this pass
-  std::vector<Bracket> next_;        // of the next one
+  std::vector<std::uint8_t> flags_;         // by place: whether the bucket touches a bracket
+  std::vector<Bracket> brackets_;           // of this pass
+  std::vector<Bracket> next_;               // of the next one
   Middle median_;
   Middle absolute_;
   Middle about_median_;
