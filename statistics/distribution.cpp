@@ -395,7 +395,7 @@ Distribution Distribution::read(ByteReader& in) {
   }
   in.require(brackets.empty() == (distribution.size() == 0));
   distribution.flag_buckets();
-  distribution.buckets_ = {};
+  distribution.buckets_ = std::vector<Histogram::Bucket>();
   return distribution;
 }
 
