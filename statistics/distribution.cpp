@@ -4,6 +4,7 @@
 #include <bit>
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <stdexcept>
 #include <utility>
 
@@ -25,6 +26,30 @@ constexpr std::size_t kCells = 4096;
 std::int64_t order_of(double value) {
   const auto bits = std::bit_cast<std::int64_t>(value);
   return bits < 0 ? std::numeric_limits<std::int64_t>::min() - bits : bits;
+}
+
+double value_of(std::int64_t order) {
+  return std::bit_cast<double>(order < 0 ? std::numeric_limits<std::int64_t>::min() - order
+                                         : order);
+}
+
+double next_above(double value) { return std::nextafter(value, kInfinity); }
+double next_below(double value) { return std::nextafter(value, -kInfinity); }
+
+// The largest value that is `distance` or less above the center. A rounded subtraction keeps the
+// order, so bisection finds it.
+double farthest_above(double center, double distance) {
+  std::int64_t within = order_of(center);
+  std::int64_t end = order_of(kInfinity);
+  while (within < end) {
+    const std::int64_t middle = std::midpoint(end, within);  // rounds towards `end`
+    if (value_of(middle) - center <= distance) {
+      within = middle;
+    } else {
+      end = middle - 1;
+    }
+  }
+  return value_of(within);
 }
 
 // How many doubles apart two values are.
@@ -95,15 +120,19 @@ void Bracket::take(Run run) {
   count_in_cell(run);
 }
 
+double Bracket::key(double value) const { return center_ ? std::fabs(value - *center_) : value; }
+
 void Bracket::start_cells() {
-  const auto bits = static_cast<int>(std::bit_width(steps_between(low_, high_)));
+  lowest_key_ = std::min(key(low_), key(high_));
+  const std::uint64_t steps = steps_between(lowest_key_, std::max(key(low_), key(high_)));
+  const auto bits = static_cast<int>(std::bit_width(steps));
   cell_shift_ = std::max(bits - static_cast<int>(std::bit_width(kCells - 1)), 0);
   cells_.resize(kCells);
   for (const double value : std::exchange(values_, {})) count_in_cell({value, 1});
 }
 
 void Bracket::count_in_cell(Run run) {
-  Cell& cell = cells_[steps_between(low_, run.value) >> cell_shift_];
+  Cell& cell = cells_[steps_between(lowest_key_, key(run.value)) >> cell_shift_];
   cell.low = cell.count == 0 ? run.value : std::min(cell.low, run.value);
   cell.high = cell.count == 0 ? run.value : std::max(cell.high, run.value);
   cell.count += run.count;
@@ -111,7 +140,7 @@ void Bracket::count_in_cell(Run run) {
 
 void Bracket::merge(const Bracket& other) {
   if (!(low_ == other.low_ && high_ == other.high_ && from_ == other.from_ && to_ == other.to_ &&
-        before_ == other.before_)) {
+        before_ == other.before_ && center_ == other.center_)) {
     throw std::invalid_argument("these states are not of the same pass");
   }
   below_ += other.below_;
@@ -132,6 +161,8 @@ void Bracket::merge(const Bracket& other) {
 void Bracket::write(ByteWriter& out) const {
   for (const double bound : {low_, high_, from_, to_}) out.number(bound);
   for (const std::uint64_t count : {before_, below_, inside_}) out.integer(count);
+  out.integer(center_.has_value());
+  if (center_) out.number(*center_);
   out.integer(values_.size());
   for (const double value : values_) out.number(value);
   out.integer(cells_.size());
@@ -144,10 +175,15 @@ void Bracket::write(ByteWriter& out) const {
 }
 
 Bracket Bracket::read(ByteReader& in) {
-  Bracket bracket{in.number(), in.number(), in.number(), in.number(), 0};  // in this order
+  Bracket bracket{in.number(), in.number(), in.number(), in.number(), 0, {}};  // in this order
   bracket.before_ = in.integer();
   bracket.below_ = in.integer();
   bracket.inside_ = in.integer();
+  if (in.index(2) == 1) {
+    bracket.center_ = in.number();
+    in.require(std::isfinite(*bracket.center_) &&
+               (bracket.low_ >= *bracket.center_ || bracket.high_ <= *bracket.center_));
+  }
   bracket.values_.resize(in.count());
   const auto is_inside = [&](double value) {
     return value >= bracket.low_ && value <= bracket.high_;
@@ -185,7 +221,7 @@ std::optional<std::uint64_t> Bracket::count_below(double bound, bool including) 
 
 // ---- the plan ----
 
-std::size_t Distribution::add_bracket(double low, double high) {
+std::size_t Distribution::add_bracket(double low, double high, std::optional<double> center) {
   const auto first =
       std::lower_bound(buckets_.begin(), buckets_.end(), low,
                        [](const Histogram::Bucket& b, double value) { return b.high < value; });
@@ -194,9 +230,9 @@ std::size_t Distribution::add_bracket(double low, double high) {
                        [](double value, const Histogram::Bucket& b) { return value < b.low; });
   if (first == last) {
     const std::uint64_t before = first == buckets_.end() ? size() : first->before;
-    next_.emplace_back(low, high, kInfinity, -kInfinity, before);
+    next_.emplace_back(low, high, kInfinity, -kInfinity, before, center);
   } else {
-    next_.emplace_back(low, high, first->low, (last - 1)->high, first->before);
+    next_.emplace_back(low, high, first->low, (last - 1)->high, first->before, center);
   }
   return next_.size() - 1;
 }
@@ -238,20 +274,16 @@ void Distribution::guess_distances(Middle& middle, double center, double uncerta
   middle.upper.right = middle.lower.right;
 }
 
-// Brackets the values at distances from `low` to `high`, a few roundings wider.
+// Brackets the values at distances from `low` to `high`, exactly these.
 void Distribution::bracket_distances(Place& place, double center, double low, double high) {
-  constexpr double kRoundings = 4 * std::numeric_limits<double>::epsilon();
-  const auto slack = [&](double d) { return kRoundings * d + kRoundings * std::fabs(center); };
-  low = std::min(low, std::numeric_limits<double>::max());  // a finite value may be that far
-  low -= slack(low);
-  high += slack(high);
-  if (low > 0 && center - low < center + low) {
-    place.left = add_bracket(center - high, center - low);
-    place.right = add_bracket(center + low, center + high);
-  } else {
-    place.left.reset();
-    place.right = add_bracket(center - high, center + high);
+  double left_high = center;
+  double right_low = next_above(center);
+  if (low > 0) {
+    left_high = -next_above(farthest_above(-center, next_below(low)));
+    right_low = next_above(farthest_above(center, next_below(low)));
   }
+  place.left = add_bracket(-farthest_above(-center, high), left_high, center);
+  place.right = add_bracket(right_low, farthest_above(center, high), center);
 }
 
 // Brackets the place by bounds that follow from those of the buckets, so they are certain.
@@ -477,27 +509,28 @@ void Distribution::resolve(Place& place, std::optional<double> center) {
 // Bounds of the value of a place. They are equal if it is known. Nothing if the value is not in its
 // brackets.
 //
-// Values between the two brackets are nearer to the center, values outside are farther away. How
-// near and how far follows from the brackets' bounds, because a rounded subtraction keeps the
-// order. Between these two limits, the brackets hold every distance. So a distance there has the
-// same rank among all distances.
+// The two brackets of a distance may have been made about a guessed center. Values between them are
+// nearer to the center, values outside are farther away. How near and how far follows from the
+// first values that are not in the brackets, because a rounded subtraction keeps the order. Between
+// these two limits, the brackets hold every distance. So a distance there has the same rank among
+// all distances.
 std::optional<std::pair<double, double>> Distribution::bounds_of(
     const Place& place, std::optional<double> center) const {
-  std::vector<const Bracket*> brackets = {&brackets_[place.right]};
-  if (place.left) brackets.push_back(&brackets_[*place.left]);
-
-  std::uint64_t before = brackets_[place.right].below();
+  const Bracket& right = brackets_[place.right];
+  std::vector<const Bracket*> brackets = {&right};
+  std::uint64_t before = right.below();
   double nearest = -kInfinity;
   double farthest = kInfinity;
-  if (center) {
-    const Bracket& right = brackets_[place.right];
-    const Bracket& left = place.left ? brackets_[*place.left] : right;
-    farthest = std::min(std::fabs(left.low() - *center), std::fabs(right.high() - *center));
-    before = 0;
-    if (place.left) {
-      before = right.below() - (left.below() + left.inside());
-      nearest = std::max(std::fabs(left.high() - *center), std::fabs(right.low() - *center));
+  if (center && place.left) {
+    const Bracket& left = brackets_[*place.left];
+    brackets.push_back(&left);
+    before = right.below() - (left.below() + left.inside());
+    const auto distance = [&](double value) { return std::fabs(value - *center); };
+    const double above_left = next_above(left.high());
+    if (above_left < right.low()) {
+      nearest = std::max(distance(above_left), distance(next_below(right.low())));
     }
+    farthest = std::min(distance(next_below(left.low())), distance(next_above(right.high())));
   }
   std::uint64_t inside = 0;
   bool all_kept = true;

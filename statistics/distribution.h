@@ -21,8 +21,11 @@ class Bracket {
  public:
   /// @param from, to  the bounds of the buckets that the bracket touches.
   /// @param before    how many values are below `from`.
-  Bracket(double low, double high, double from, double to, std::uint64_t before)
-      : low_(low), high_(high), from_(from), to_(to), before_(before) {}
+  /// @param center    if given, a cell is a range of distances from it. It must not be between
+  ///                  `low` and `high`.
+  Bracket(double low, double high, double from, double to, std::uint64_t before,
+          std::optional<double> center)
+      : low_(low), high_(high), from_(from), to_(to), before_(before), center_(center) {}
 
   /// A value and how often it occurs in succession.
   struct Run {
@@ -38,7 +41,7 @@ class Bracket {
   void merge(const Bracket& other);
 
   /// The same bracket with nothing taken.
-  Bracket fresh() const { return {low_, high_, from_, to_, before_}; }
+  Bracket fresh() const { return {low_, high_, from_, to_, before_, center_}; }
 
   void write(ByteWriter& out) const;
   static Bracket read(ByteReader& in);
@@ -72,6 +75,7 @@ class Bracket {
 
  private:
   void take(Run run);
+  double key(double value) const;
   void start_cells();
   void count_in_cell(Run run);
 
@@ -80,11 +84,13 @@ class Bracket {
   double from_;
   double to_;
   std::uint64_t before_;
+  std::optional<double> center_;
   std::uint64_t below_ = 0;  // from `from` to below `low`
   std::uint64_t inside_ = 0;
   std::vector<double> values_;
   std::vector<Cell> cells_;
-  int cell_shift_ = 0;  // in how many low bits the values of one cell may differ
+  double lowest_key_ = 0;  // of the first cell
+  int cell_shift_ = 0;     // in how many low bits the keys of one cell may differ
 };
 
 /// The exact median, MAD, MAD about the median and outlier counts of values that are not kept.
@@ -147,8 +153,8 @@ class Distribution {
   struct Place {
     std::uint64_t rank = 0;
     std::optional<double> value;
-    // The brackets of the values on the two sides of the center. One is enough for a rank among the
-    // values themselves, and if the two would overlap.
+    // The brackets of the values on the two sides of the center. A rank among the values themselves
+    // has only the right one.
     std::optional<std::size_t> left;
     std::size_t right = 0;
   };
@@ -161,7 +167,7 @@ class Distribution {
     double median() const;
   };
 
-  std::size_t add_bracket(double low, double high);
+  std::size_t add_bracket(double low, double high, std::optional<double> center = {});
   void guess_median();
   void guess_distances(Middle& middle, double center, double uncertainty);
   void bracket_distances(Place& place, double center, double low, double high);

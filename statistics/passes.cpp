@@ -282,7 +282,7 @@ class Tally {
   Distribution distribution_;
 };
 
-constexpr std::uint64_t kFormat = 1;  // of to_bytes()
+constexpr std::uint64_t kFormat = 2;  // of to_bytes()
 
 }  // namespace
 

@@ -152,6 +152,10 @@ Data drawn(Random& random, std::size_t n, std::size_t kind) {
             std::ldexp(1.0, -static_cast<int>(random.below(8))) * (random.one_in(2) ? 1 : -1);
         reference = 0;
         break;
+      case 17:  // the median is 1, and rounding leaves few distances of the values near 0
+        residual = i % 5 == 0 ? 1 : random.one_in(2) ? 3 : (random.fraction() - 0.5) * 0x1p-48;
+        reference = 0;
+        break;
       default:
         residual = 1e5 * normal(random);
         reference = 1e6 * random.fraction();
@@ -163,7 +167,7 @@ Data drawn(Random& random, std::size_t n, std::size_t kind) {
   return data;
 }
 
-constexpr std::size_t kKinds = 18;
+constexpr std::size_t kKinds = 19;
 
 TEST(Passes, MatchTheClassForFewObjects) {
   Random random;
@@ -185,6 +189,13 @@ TEST(Passes, MatchTheClassForManyObjects) {
         "kind " + std::to_string(kind) + " of " + std::to_string(data.reference.size()));
     if (HasFatalFailure()) return;
   }
+}
+
+// More values than a bracket keeps, which differ, at distances from the median that hardly do.
+TEST(Passes, EndForManyDistancesThatAreNearlyEqual) {
+  Random random(25);
+  expect_the_class(drawn(random, 75000, 15), random, "two groups");
+  expect_the_class(drawn(random, 100000, 17), random, "rounded distances");
 }
 
 TEST(Passes, AreTwoForOrdinaryData) {
