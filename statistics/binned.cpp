@@ -169,12 +169,12 @@ std::vector<PointStatistics> BinnedPasses::results(const Look& look) const {
   return results;
 }
 
-BinnedObjects::BinnedObjects(Bins bins) : bins_(std::move(bins)), starts_(bins_.size() + 1) {}
+BinnedObjects::BinnedObjects(Bins bins) : bins_(std::move(bins)), parts_(bins_.size()) {}
 
 void BinnedObjects::count(std::span<const double> by) {
   for (const double value : by) {
     const std::size_t bin = bins_(value);
-    if (bin != Bins::kOutside) ++starts_[bin + 1];
+    if (bin != Bins::kOutside) ++parts_[bin].size;
   }
 }
 
@@ -183,19 +183,16 @@ void BinnedObjects::add(std::span<const double> reference, std::span<const doubl
   if (reference.size() != by.size() || estimate.size() != by.size()) {
     throw std::invalid_argument("reference, estimate and by differ in length");
   }
-  if (next_.empty()) {
-    std::partial_sum(starts_.begin(), starts_.end(), starts_.begin());
-    next_.assign(starts_.begin(), starts_.end() - 1);
-    reference_.resize(starts_.back());
-    estimate_.resize(starts_.back());
-  }
   for (std::size_t i = 0; i < by.size(); ++i) {
     const std::size_t bin = bins_(by[i]);
     if (bin == Bins::kOutside) continue;
-    const std::size_t place = next_[bin]++;
-    if (place >= starts_[bin + 1]) throw std::invalid_argument("the values have changed");
-    reference_[place] = reference[i];
-    estimate_[place] = estimate[i];
+    Part& part = parts_[bin];
+    if (part.reference.size() == part.size) throw std::invalid_argument("the values have changed");
+    // Reserved, not filled: filling much memory at once takes long.
+    part.reference.reserve(part.size);
+    part.estimate.reserve(part.size);
+    part.reference.push_back(reference[i]);
+    part.estimate.push_back(estimate[i]);
   }
 }
 

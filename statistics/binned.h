@@ -126,27 +126,26 @@ class BinnedObjects {
 
   /// Adds a block of the objects.
   /// @throws std::invalid_argument if the arrays differ in length, or if a bin gets more objects
-  /// than
-  ///         were counted.
+  ///         than were counted.
   void add(std::span<const double> reference, std::span<const double> estimate,
            std::span<const double> by);
 
   const Bins& bins() const { return bins_; }
 
   /// The columns of a bin's objects, once all have been added.
-  std::span<const double> reference(std::size_t bin) const { return part(reference_, bin); }
-  std::span<const double> estimate(std::size_t bin) const { return part(estimate_, bin); }
+  std::span<const double> reference(std::size_t bin) const { return parts_[bin].reference; }
+  std::span<const double> estimate(std::size_t bin) const { return parts_[bin].estimate; }
 
  private:
-  std::span<const double> part(const std::vector<double>& column, std::size_t bin) const {
-    return std::span<const double>(column).subspan(starts_[bin], starts_[bin + 1] - starts_[bin]);
-  }
+  // The objects of a bin.
+  struct Part {
+    std::size_t size = 0;  // as counted
+    std::vector<double> reference;
+    std::vector<double> estimate;
+  };
 
   Bins bins_;
-  std::vector<std::size_t> starts_;  // while counting: the number of objects in the bin before
-  std::vector<std::size_t> next_;    // where the next object of each bin goes
-  std::vector<double> reference_;
-  std::vector<double> estimate_;
+  std::vector<Part> parts_;
 };
 
 }  // namespace vostrel

@@ -47,7 +47,15 @@ class ObjectsInBins {
     PointStatistics found{};
     {
       const py::gil_scoped_release release;
-      found = point_statistics(references, estimates);
+      Passes passes(Sums::kInOrder);
+      do {
+        for (std::size_t first = 0; first < references.size(); first += Rows::kBlock) {
+          const std::size_t size = std::min(Rows::kBlock, references.size() - first);
+          passes.add(references.subspan(first, size), estimates.subspan(first, size));
+          look_for_signals();
+        }
+      } while (passes.end_pass());
+      found = passes.result(look_for_signals);
     }
     return py::make_tuple(tuple_of(found.delta), tuple_of(found.norm));
   }
@@ -67,12 +75,15 @@ class ObjectsInBins {
     std::vector<double> found;
     {
       const py::gil_scoped_release release;
+      of_reference = median(references);
+      look_for_signals();
       std::vector<double> residuals(references.size());
       std::transform(references.begin(), references.end(), estimates.begin(), residuals.begin(),
                      normalized_residual);
-      of_reference = median(references);
+      look_for_signals();
       of_residual = median(residuals);
       for (const std::uint64_t rank : ranks) {
+        look_for_signals();
         const auto place = residuals.begin() + static_cast<std::ptrdiff_t>(rank);
         std::nth_element(residuals.begin(), place, residuals.end());
         found.push_back(*place);
