@@ -5,6 +5,7 @@ import pathlib
 import signal
 import threading
 import time
+from concurrent.futures import ThreadPoolExecutor
 
 import dask.array as da
 import dask.dataframe as dd
@@ -18,7 +19,7 @@ from scale_sets import SETS, cut, redshifts, scale_sets, ways_to_cut
 
 distributed = pytest.importorskip("distributed")
 
-ON_CLUSTER = 60 if LONG else 3
+ON_CLUSTER = SETS if LONG else 3
 
 
 def collections(chunks):
@@ -59,10 +60,15 @@ def test_the_same_bits_in_threads(rng):
 def test_the_same_bits_on_a_cluster(workers, client, rng):
     client.cluster.scale(workers)
     client.wait_for_workers(workers)
-    for columns in scale_sets(rng, ON_CLUSTER):
-        chunks = cut(columns, int(rng.integers(1, 5)))
-        found = vostrel.dask.point_statistics(*collections(chunks))
-        assert same_bits(numbers(found), numbers(vostrel.chunked_statistics([columns]))), columns
+
+    def on_the_cluster(columns):
+        chunks = cut(columns, 1 + len(columns[0]) % 4)
+        return columns, chunks, vostrel.dask.point_statistics(*collections(chunks))
+
+    with ThreadPoolExecutor(8) as several:  # the cluster mostly waits for messages
+        for columns, chunks, found in several.map(on_the_cluster, scale_sets(rng, ON_CLUSTER)):
+            expected = vostrel.chunked_statistics([columns])
+            assert same_bits(numbers(found), numbers(expected)), columns
     later = vostrel.dask.point_statistics(*collections(chunks), compute=False)
     assert same_bits(numbers(later.compute()), numbers(found))
     kept = [column.persist() for column in collections(chunks)]
