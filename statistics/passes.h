@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "statistics/statistics.h"
+#include "statistics.h"  // beside this header, also where they are installed
 
 namespace vostrel {
 
@@ -45,9 +45,9 @@ class Passes {
 
   /// Begins the first pass.
   explicit Passes(Sums sums);
-  Passes(const Passes&);
-  Passes(Passes&&) noexcept;
-  Passes& operator=(Passes) noexcept;
+  Passes(const Passes&);               ///< Copies the state.
+  Passes(Passes&&) noexcept;           ///< Leaves the other to be destroyed or assigned to.
+  Passes& operator=(Passes) noexcept;  ///< Copies or moves the state.
   ~Passes();
 
   /// Adds a block of the pass. With sums in order, each pass must see the objects in the same
