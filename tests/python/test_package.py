@@ -62,7 +62,7 @@ WHERE = "import vostrel; print(vostrel.__file__, vostrel.point_statistics([1.0],
 def test_a_wheel_is_built_from_the_source_distribution(clone, environment, tmp_path):
     pytest.importorskip("build")
     if LONG:
-        del environment["DIST_EXTRA_CONFIG"]  # so that it is compiled, which takes a minute
+        del environment["DIST_EXTRA_CONFIG"]  # so that it is compiled, which takes half a minute
     run(sys.executable, "-m", "build", "--no-isolation", "--outdir", tmp_path, clone,
         env=environment)
     installed = tmp_path / "installed"
