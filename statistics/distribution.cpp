@@ -510,10 +510,10 @@ void Distribution::resolve(Place& place, std::optional<double> center) {
 // brackets.
 //
 // The two brackets of a distance may have been made about a guessed center. Values between them are
-// nearer to the center, values outside are farther away. How near and how far follows from the
-// first values that are not in the brackets, because a rounded subtraction keeps the order. Between
-// these two limits, the brackets hold every distance. So a distance there has the same rank among
-// all distances.
+// nearer to the center, and values outside are farther away, unless the center itself is outside.
+// How near and how far follows from the first values that are not in the brackets, because a
+// rounded subtraction keeps the order. Between these two limits, the brackets hold every distance.
+// So a distance there has the same rank among all distances.
 std::optional<std::pair<double, double>> Distribution::bounds_of(
     const Place& place, std::optional<double> center) const {
   const Bracket& right = brackets_[place.right];
@@ -523,6 +523,7 @@ std::optional<std::pair<double, double>> Distribution::bounds_of(
   double farthest = kInfinity;
   if (center && place.left) {
     const Bracket& left = brackets_[*place.left];
+    if (*center < left.low() || *center > right.high()) return std::nullopt;
     brackets.push_back(&left);
     before = right.below() - (left.below() + left.inside());
     const auto distance = [&](double value) { return std::fabs(value - *center); };
