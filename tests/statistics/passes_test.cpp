@@ -252,6 +252,18 @@ TEST(ExactPasses, AreTheSameInAnyOrderAndByAnyWorkers) {
   }
 }
 
+// Each worker has more values in a bracket than it keeps.
+TEST(ExactPasses, MergeWhatIsCountedInCells) {
+  Random random;
+  for (const std::size_t kind : {7U, 15U, 17U}) {
+    const Data data = drawn(random, 150000, kind);
+    const auto actual = by_workers(data, 2, random);
+    const auto expected = of_the_class(data);
+    EXPECT_EQ(bits_of(actual.delta.mad), bits_of(expected.delta.mad)) << "kind " << kind;
+    EXPECT_EQ(bits_of(actual.delta.mad_delta), bits_of(expected.delta.mad_delta)) << kind;
+  }
+}
+
 TEST(ExactPasses, DifferFromTheClassOnlyByTheRoundingOfSums) {
   Random random;
   for (int round = 0; round < rounds(60); ++round) {
