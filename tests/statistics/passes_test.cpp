@@ -198,6 +198,32 @@ TEST(Passes, EndForManyDistancesThatAreNearlyEqual) {
   expect_the_class(drawn(random, 100000, 17), random, "rounded distances");
 }
 
+// A few groups of values near 1, and at about the same distance to both sides. Each is in one or
+// two buckets, which tell little of where its values are.
+Data groups(Random& random) {
+  const double distance = random.one_in(2) ? 0.03 : random.one_in(2) ? 0.008 : 0.25;
+  Data data;
+  for (std::size_t group = 3 + random.below(4); group > 0; --group) {
+    const double side = static_cast<double>(random.below(3)) - 1;
+    const double middle = 1 + side * distance + (random.fraction() - 0.5) / 128;
+    const double width = std::pow(10, -2 - 6 * random.fraction());
+    for (std::size_t i = 1000 + random.below(4000); i > 0; --i) {
+      data.estimate.push_back(-middle - width * (random.fraction() - 0.5));
+    }
+  }
+  data.estimate.resize(std::max<std::size_t>(data.estimate.size(), 8193), -1);
+  data.reference.resize(data.estimate.size());
+  return data;
+}
+
+TEST(Passes, FindDistancesThatAreHardToGuess) {
+  Random random;
+  for (int round = 0; round < rounds(100); ++round) {
+    expect_the_class(groups(random), random, "groups");
+    if (HasFatalFailure()) return;
+  }
+}
+
 TEST(Passes, AreTwoForOrdinaryData) {
   Random random(1);
   EXPECT_EQ(expect_the_class(drawn(random, 100000, 0), random, "normal"), 2);
