@@ -15,6 +15,7 @@ namespace vostrel {
 namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr double kLargest = std::numeric_limits<double>::max();
 
 // How many values a bracket keeps. More are counted in cells.
 constexpr std::size_t kMostKept = 16384;
@@ -28,16 +29,18 @@ std::int64_t order_of(double value) {
   return bits < 0 ? std::numeric_limits<std::int64_t>::min() - bits : bits;
 }
 
+// The inverse of order_of(), except that -0 becomes 0.
 double value_of(std::int64_t order) {
   return std::bit_cast<double>(order < 0 ? std::numeric_limits<std::int64_t>::min() - order
                                          : order);
 }
 
+double nearest_finite(double value) { return std::clamp(value, -kLargest, kLargest); }
 double next_above(double value) { return std::nextafter(value, kInfinity); }
 double next_below(double value) { return std::nextafter(value, -kInfinity); }
 
 // The largest value that is `distance` or less above the center. A rounded subtraction keeps the
-// order, so bisection finds it.
+// order, so bisection finds it. Requires: the center is finite, and distance >= 0.
 double farthest_above(double center, double distance) {
   std::int64_t within = order_of(center);
   std::int64_t end = order_of(kInfinity);
@@ -123,9 +126,9 @@ void Bracket::take(Run run) {
 double Bracket::key(double value) const { return center_ ? std::fabs(value - *center_) : value; }
 
 void Bracket::start_cells() {
-  lowest_key_ = std::min(key(low_), key(high_));
-  const std::uint64_t steps = steps_between(lowest_key_, std::max(key(low_), key(high_)));
-  const auto bits = static_cast<int>(std::bit_width(steps));
+  const auto [lowest, highest] = std::minmax({key(low_), key(high_)});
+  lowest_key_ = lowest;
+  const auto bits = static_cast<int>(std::bit_width(steps_between(lowest, highest)));
   cell_shift_ = std::max(bits - static_cast<int>(std::bit_width(kCells - 1)), 0);
   cells_.resize(kCells);
   for (const double value : std::exchange(values_, {})) count_in_cell({value, 1});
@@ -185,6 +188,7 @@ Bracket Bracket::read(ByteReader& in) {
                (bracket.low_ >= *bracket.center_ || bracket.high_ <= *bracket.center_));
   }
   bracket.values_.resize(in.count());
+  in.require(!std::isnan(bracket.low_) && !std::isnan(bracket.high_));
   const auto is_inside = [&](double value) {
     return value >= bracket.low_ && value <= bracket.high_;
   };
@@ -195,13 +199,16 @@ Bracket Bracket::read(ByteReader& in) {
   std::vector<Cell> cells(in.count());
   in.require(cells.empty() || (cells.size() == kCells && bracket.values_.empty()));
   if (!cells.empty()) bracket.start_cells();
+  std::uint64_t inside = bracket.values_.size();
   for (Cell& cell : cells) {
     cell.count = in.integer();
+    inside += cell.count;
     if (cell.count == 0) continue;
     cell.low = in.number();
     cell.high = in.number();
     in.require(is_inside(cell.low) && is_inside(cell.high));
   }
+  in.require(bracket.inside_ == inside);
   bracket.cells_ = std::move(cells);
   return bracket;
 }
@@ -244,7 +251,7 @@ void Distribution::guess_median() {
   double width = expected_count(count) / 2 / density;
   if (!std::isfinite(width)) width = 0;
   median_.lower.right = median_.upper.right = add_bracket(center - width, center + width);
-  if (std::isfinite(center)) guess_distances(about_median_, center, width);
+  guess_distances(about_median_, nearest_finite(center), width);
 }
 
 // Brackets the median of the distances from a center that is known to within `uncertainty`.
@@ -258,7 +265,7 @@ void Distribution::guess_distances(Middle& middle, double center, double uncerta
       if (std::isfinite(bound)) high = std::max(high, std::fabs(bound - center));
     }
   }
-  if (!std::isfinite(high)) high = std::numeric_limits<double>::max();
+  high = nearest_finite(high);
   for (int step = 0; step < 80; ++step) {
     const double distance = low + (high - low) / 2;
     const double inside = guess.below(center + distance) - guess.below(center - distance);
@@ -274,7 +281,7 @@ void Distribution::guess_distances(Middle& middle, double center, double uncerta
   middle.upper.right = middle.lower.right;
 }
 
-// Brackets the values at distances from `low` to `high`, exactly these.
+// Brackets exactly the values at distances from `low` to `high`.
 void Distribution::bracket_distances(Place& place, double center, double low, double high) {
   double left_high = center;
   double right_low = next_above(center);
@@ -302,7 +309,10 @@ void Distribution::bracket_surely(Place& place, std::optional<double> center) {
 void Distribution::plan(double sigma_low, double sigma_high) {
   is_planned_ = true;
   find_buckets();
-  if (size_ == 0) return;
+  if (size_ == 0) {
+    start_pass();
+    return;
+  }
   for (Middle* middle : {&median_, &absolute_, &about_median_}) {
     middle->lower.rank = (size() - 1) / 2;
     middle->upper.rank = size() / 2;
@@ -418,6 +428,7 @@ Distribution Distribution::read(ByteReader& in) {
         continue;
       }
       const std::size_t left = in.index(brackets.size() + 1);
+      in.require(brackets.empty() || (left == 0) == (middle == &distribution.median_));
       if (left > 0) place->left = left - 1;
       place->right = in.index(std::max<std::size_t>(brackets.size(), 1));
     }
@@ -432,6 +443,13 @@ Distribution Distribution::read(ByteReader& in) {
 }
 
 // ---- the answers ----
+
+bool Distribution::is_known() const {
+  const bool has_medians = median_.is_known() && absolute_.is_known() && about_median_.is_known();
+  const bool has_outliers =
+      std::all_of(outliers_.begin(), outliers_.end(), [](const auto& o) { return o.has_value(); });
+  return has_outliers && (size_ == 0 || has_medians);
+}
 
 double Distribution::Middle::median() const {
   // The same sum as in order_statistics.cpp.
@@ -450,8 +468,8 @@ bool Distribution::resolve(double sigma) {
     if (!median_.is_known()) {
       const Place& open = median_.lower.value ? median_.upper : median_.lower;
       const Bracket& bracket = next_[open.right];
-      const double center = bracket.low() / 2 + bracket.high() / 2;
-      if (std::isfinite(center)) guess_distances(about_median_, center, bracket.high() - center);
+      const double center = nearest_finite(bracket.low()) / 2 + nearest_finite(bracket.high()) / 2;
+      guess_distances(about_median_, center, bracket.high() - center);
     }
   }
   if (median_.is_known()) {
@@ -511,9 +529,9 @@ void Distribution::resolve(Place& place, std::optional<double> center) {
 //
 // The two brackets of a distance may have been made about a guessed center. Values between them are
 // nearer to the center, and values outside are farther away, unless the center itself is outside.
-// How near and how far follows from the first values that are not in the brackets, because a
-// rounded subtraction keeps the order. Between these two limits, the brackets hold every distance.
-// So a distance there has the same rank among all distances.
+// How near and how far follows from the nearest doubles outside the brackets, because a rounded
+// subtraction keeps the order. Between these two limits, the brackets hold every distance. So the
+// rank of a distance there is its rank in the brackets plus the number of values between them.
 std::optional<std::pair<double, double>> Distribution::bounds_of(
     const Place& place, std::optional<double> center) const {
   const Bracket& right = brackets_[place.right];
@@ -521,7 +539,7 @@ std::optional<std::pair<double, double>> Distribution::bounds_of(
   std::uint64_t before = right.below();
   double nearest = -kInfinity;
   double farthest = kInfinity;
-  if (center && place.left) {
+  if (center) {
     const Bracket& left = brackets_[*place.left];
     if (*center < left.low() || *center > right.high()) return std::nullopt;
     brackets.push_back(&left);

@@ -21,8 +21,8 @@ class Bracket {
  public:
   /// @param from, to  the bounds of the buckets that the bracket touches.
   /// @param before    how many values are below `from`.
-  /// @param center    if given, a cell is a range of distances from it. It must not be between
-  ///                  `low` and `high`.
+  /// @param center    if given, cells are ranges of distances from this value, which must be
+  ///                  finite and not between `low` and `high`.
   Bracket(double low, double high, double from, double to, std::uint64_t before,
           std::optional<double> center)
       : low_(low), high_(high), from_(from), to_(to), before_(before), center_(center) {}
@@ -75,6 +75,7 @@ class Bracket {
 
  private:
   void take(Run run);
+  // What the cells are ranges of: the value, or its distance from the center.
   double key(double value) const;
   void start_cells();
   void count_in_cell(Run run);
@@ -89,8 +90,8 @@ class Bracket {
   std::uint64_t inside_ = 0;
   std::vector<double> values_;
   std::vector<Cell> cells_;
-  double lowest_key_ = 0;  // of the first cell
-  int cell_shift_ = 0;     // in how many low bits the keys of one cell may differ
+  double lowest_key_ = 0;  // where the first cell begins
+  int cell_shift_ = 0;     // a cell spans 2^cell_shift_ keys
 };
 
 /// The exact median, MAD, MAD about the median and outlier counts of values that are not kept.
@@ -136,8 +137,12 @@ class Distribution {
 
   /// The number of values, once the first pass has ended.
   std::uint64_t size() const { return size_; }
+  /// Whether the first pass has ended.
+  bool is_planned() const { return is_planned_; }
+  /// Whether all answers are known. Without values there are no medians.
+  bool is_known() const;
 
-  // The answers, once resolve() has returned true.
+  // The answers, once is_known().
 
   /// The median. If it is 0, its sign is unspecified.
   double median() const { return median_.median(); }

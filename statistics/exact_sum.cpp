@@ -149,7 +149,8 @@ ExactSum ExactSum::read(ByteReader& in) {
   ExactSum sum;
   for (std::int64_t& word : sum.words_) {
     word = static_cast<std::int64_t>(in.integer());
-    in.require(&word == &sum.words_.back() ? std::abs(word + 1) < kLowHalf : word >> 32 == 0);
+    const bool is_top = &word == &sum.words_.back();
+    in.require(is_top ? word > -kLowHalf - 1 && word < kLowHalf - 1 : word >> 32 == 0);
   }
   sum.not_finite_ = in.number();
   return sum;

@@ -217,6 +217,11 @@ class Tally {
 
   bool end_later_pass() { return distribution_.resolve(sigma_); }
 
+  // Whether a state that was read can be in this pass.
+  bool is_in(bool first_pass, bool done) const {
+    return distribution_.is_planned() != first_pass && (distribution_.is_known() || !done);
+  }
+
   bool has_infinite_median() const { return !std::isfinite(distribution_.median()); }
 
   ResidualStatistics statistics(std::uint64_t count) const {
@@ -224,9 +229,10 @@ class Tally {
     s.bias = second_.bias;
     s.sigma = sigma_;
     s.rms = rms_;
-    s.mad = has_nan_ ? kNaN : distribution_.absolute_median();
+    const bool has_medians = !has_nan_ && distribution_.size() > 0;
+    s.mad = has_medians ? distribution_.absolute_median() : kNaN;
     s.nmad = s.mad * kNmadFactor;
-    s.mad_delta = has_nan_ ? kNaN : distribution_.mad_about_median();
+    s.mad_delta = has_medians ? distribution_.mad_about_median() : kNaN;
     set_outliers(s, distribution_.outliers(), count);
     return s;
   }
@@ -394,6 +400,10 @@ class Passes::StateWith : public Passes::State {
     state->delta_ = Tally<Sum>::read(in);
     state->norm_ = Tally<Sum>::read(in);
     in.require(in.at_end() && state->delta_.kept.size() == state->norm_.kept.size());
+    for (const Tally<Sum>* tally : {&state->delta_, &state->norm_}) {
+      in.require(state->keeps_ ||
+                 tally->is_in(state->step_ == Step::kFirst, state->step_ == Step::kDone));
+    }
     return state;
   }
 

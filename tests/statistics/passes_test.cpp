@@ -321,6 +321,34 @@ TEST(ExactPasses, GiveNaNForMediansOfNaN) {
   EXPECT_EQ(s.delta.outliers_015, 1.0 / 3 * 100);
 }
 
+TEST(ExactPasses, GiveNaNForManyResidualsThatAreAllNaN) {
+  const Values minus_one(9000, -1);  // the residual is 0, the normalized one 0 / 0
+  vostrel::Passes passes(vostrel::Sums::kExact);
+  do {
+    passes.add(minus_one, minus_one);
+  } while (passes.end_pass());
+  EXPECT_EQ(passes.result().delta.mad, 0);
+  EXPECT_TRUE(std::isnan(passes.result().norm.mad));
+  EXPECT_TRUE(std::isnan(passes.result().norm.mad_delta));
+}
+
+// A bracket of the median reaches to infinity.
+TEST(ExactPasses, FindAMedianAtTheEndOfTheDoubles) {
+  const double middle = 0x1.ffffffffffff4p+1023;
+  Values negative(32767, -kInfinity);
+  std::fill_n(negative.begin(), 16382, 0);
+  negative[16382] = -0x1.ffffffff4d1c6p+1023;
+  negative[16383] = -middle;
+  const Values zeros(negative.size());
+  vostrel::Passes passes(vostrel::Sums::kExact);
+  do {
+    passes.add(zeros, negative);
+    passes = vostrel::Passes::from_bytes(passes.to_bytes());
+  } while (passes.end_pass());
+  EXPECT_EQ(passes.result().delta.mad, middle);
+  EXPECT_EQ(passes.result().delta.mad_delta, middle);
+}
+
 TEST(ExactPasses, FindInfiniteDistancesAmongFiniteOnes) {
   const double infinity = std::numeric_limits<double>::infinity();
   Values residuals(20000, infinity);
@@ -349,15 +377,38 @@ TEST(ExactPasses, ThrowForStatesOfAnotherPassAndForOtherBytes) {
   for (std::size_t size = 0; size < bytes.size(); size += 1 + size / 8) {
     EXPECT_THROW(vostrel::Passes::from_bytes(bytes.substr(0, size)), std::invalid_argument);
   }
-  for (int round = 0; round < 3000; ++round) {
-    std::string odd = bytes;
-    odd[random.below(odd.size())] = static_cast<char>(random.bits());
+}
+
+// Either std::invalid_argument or any numbers are fine.
+TEST(ExactPasses, DoNoHarmWhenTheirBytesAreOdd) {
+  Random random;
+  const Data data = drawn(random, 40000, 15);
+  std::vector<std::string> states;
+  vostrel::Passes passes(vostrel::Sums::kExact);
+  do {
+    states.push_back(passes.to_bytes());
+    passes.add(data.reference, data.estimate);
+    states.push_back(passes.to_bytes());  // some with cells
+  } while (passes.end_pass());
+  states.push_back(passes.to_bytes());
+  const auto go_on = [&](std::string bytes, std::size_t place, std::uint64_t byte) {
+    bytes[place] = static_cast<char>(byte);
     try {
-      vostrel::Passes state = vostrel::Passes::from_bytes(odd);
-      state.add(data.reference, data.estimate);
-      state.end_pass();
+      vostrel::Passes state = vostrel::Passes::from_bytes(bytes);
+      if (state.needs_another_pass()) {
+        state.add(data.reference, data.estimate);
+        state.end_pass();
+      }
+      if (!state.needs_another_pass()) state.result();
     } catch (const std::invalid_argument&) {
-      // Both are fine: this exception, or none.
+    }
+  };
+  for (const std::string& bytes : states) {
+    for (std::size_t place = 0; place < 6; ++place) {  // the pass and the counts
+      for (std::uint64_t byte = 0; byte < 8; ++byte) go_on(bytes, place, byte);
+    }
+    for (int round = 0; round < 50; ++round) {
+      go_on(bytes, random.below(bytes.size()), random.bits());
     }
   }
 }
