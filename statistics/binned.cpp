@@ -188,7 +188,7 @@ void BinnedObjects::add(std::span<const double> reference, std::span<const doubl
     if (bin == Bins::kOutside) continue;
     Part& part = parts_[bin];
     if (part.reference.size() == part.size) throw std::invalid_argument("the values have changed");
-    // Reserved, not filled: filling much memory at once takes long.
+    // Only the first call allocates. Filling so much memory at once would take long.
     part.reference.reserve(part.size);
     part.estimate.reserve(part.size);
     part.reference.push_back(reference[i]);

@@ -132,7 +132,7 @@ class BinnedObjects {
 
   const Bins& bins() const { return bins_; }
 
-  /// The columns of a bin's objects, once all have been added.
+  /// The columns of a bin's objects, as many as have been added.
   std::span<const double> reference(std::size_t bin) const { return parts_[bin].reference; }
   std::span<const double> estimate(std::size_t bin) const { return parts_[bin].estimate; }
 

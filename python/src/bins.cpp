@@ -11,7 +11,9 @@
 #include <vector>
 
 #include "python/src/calls.h"
+#include "python/src/rows.h"
 #include "statistics/binned.h"
+#include "statistics/passes.h"
 #include "statistics/residuals.h"
 #include "statistics/statistics.h"
 #include "statistics/uncertainties.h"
@@ -47,7 +49,7 @@ class ObjectsInBins {
     PointStatistics found{};
     {
       const py::gil_scoped_release release;
-      Passes passes(Sums::kInOrder);
+      Passes passes(Sums::kInOrder);  // as point_statistics(), but looks for signals
       do {
         for (std::size_t first = 0; first < references.size(); first += Rows::kBlock) {
           const std::size_t size = std::min(Rows::kBlock, references.size() - first);

@@ -1,5 +1,5 @@
-// All of vostrel._core as one source. Compiled one by one, each takes ten seconds for pybind11's
-// headers.
+// The whole of vostrel._core as one source: compiled separately, each file would take ten seconds
+// for pybind11's headers. So their anonymous namespaces are one.
 
 #include "python/src/bins.cpp"
 #include "python/src/bootstrap.cpp"

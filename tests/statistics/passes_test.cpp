@@ -152,7 +152,7 @@ Data drawn(Random& random, std::size_t n, std::size_t kind) {
             std::ldexp(1.0, -static_cast<int>(random.below(8))) * (random.one_in(2) ? 1 : -1);
         reference = 0;
         break;
-      case 17:  // the median is 1, and rounding leaves few distances of the values near 0
+      case 17:  // the median is 1; rounding leaves few distances to the values near 0
         residual = i % 5 == 0 ? 1 : random.one_in(2) ? 3 : (random.fraction() - 0.5) * 0x1p-48;
         reference = 0;
         break;
@@ -191,7 +191,7 @@ TEST(Passes, MatchTheClassForManyObjects) {
   }
 }
 
-// More values than a bracket keeps, which differ, at distances from the median that hardly do.
+// More values than a bracket keeps: they differ, but their distances from the median hardly do.
 TEST(Passes, EndForManyDistancesThatAreNearlyEqual) {
   Random random(25);
   expect_the_class(drawn(random, 75000, 15), random, "two groups");
