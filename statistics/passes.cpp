@@ -536,14 +536,26 @@ Passes Passes::from_bytes(std::string_view bytes) {
 
 PointStatistics point_statistics(std::span<const double> reference,
                                  std::span<const double> estimate) {
-  if (reference.empty() && estimate.empty()) {  // takes no memory: a run may have none left
+  return point_statistics(reference, estimate, [] {});
+}
+
+PointStatistics point_statistics(std::span<const double> reference,
+                                 std::span<const double> estimate, const Look& look) {
+  if (reference.size() != estimate.size()) {
+    throw std::invalid_argument("reference and estimate differ in length");
+  }
+  if (reference.empty()) {  // takes no memory: a run may have none left
     return {0, statistics_of<InOrderSum>({}, [] {}), statistics_of<InOrderSum>({}, [] {})};
   }
   Passes passes(Sums::kInOrder);
   do {
-    passes.add(reference, estimate);
+    for (std::size_t first = 0; first < reference.size(); first += Passes::kBlockSize) {
+      const std::size_t count = std::min(Passes::kBlockSize, reference.size() - first);
+      passes.add(reference.subspan(first, count), estimate.subspan(first, count));
+      look();
+    }
   } while (passes.end_pass());
-  return passes.result();
+  return passes.result(look);
 }
 
 }  // namespace vostrel

@@ -96,6 +96,10 @@ class Passes {
   std::unique_ptr<State> state_;
 };
 
+/// As point_statistics(reference, estimate), but calls `look` often.
+PointStatistics point_statistics(std::span<const double> reference,
+                                 std::span<const double> estimate, const Look& look);
+
 }  // namespace vostrel
 
 #endif  // VOSTREL_STATISTICS_PASSES_H

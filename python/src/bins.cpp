@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "python/src/calls.h"
-#include "python/src/rows.h"
 #include "statistics/binned.h"
 #include "statistics/passes.h"
 #include "statistics/residuals.h"
@@ -49,15 +48,7 @@ class ObjectsInBins {
     PointStatistics found{};
     {
       const py::gil_scoped_release release;
-      Passes passes(Sums::kInOrder);  // as point_statistics(), but looks for signals
-      do {
-        for (std::size_t first = 0; first < references.size(); first += Rows::kBlock) {
-          const std::size_t size = std::min(Rows::kBlock, references.size() - first);
-          passes.add(references.subspan(first, size), estimates.subspan(first, size));
-          look_for_signals();
-        }
-      } while (passes.end_pass());
-      found = passes.result(look_for_signals);
+      found = point_statistics(references, estimates, look_for_signals);
     }
     return py::make_tuple(tuple_of(found.delta), tuple_of(found.norm));
   }
