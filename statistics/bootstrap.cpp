@@ -425,18 +425,20 @@ Bootstrap::Drawn Bootstrap::add(std::span<const std::uint8_t> positions, const I
   return even;
 }
 
-void Bootstrap::run(std::uint64_t first, std::span<PointStatistics> results,
-                    const std::atomic<bool>& stop) const {
+std::size_t Bootstrap::run(std::uint64_t first, std::span<PointStatistics> results,
+                           const std::atomic<bool>& stop) const {
+  std::size_t by_passes = 0;
   while (!results.empty() && !stop) {
     const std::size_t count = std::min(batch(), results.size());
-    draw(first, results.first(count), stop);
+    by_passes += draw(first, results.first(count), stop);
     first += count;
     results = results.subspan(count);
   }
+  return by_passes;
 }
 
-void Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> results,
-                     const std::atomic<bool>& stop) const {
+std::size_t Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> results,
+                            const std::atomic<bool>& stop) const {
   struct State {
     Resample resample;
     std::uint8_t* counts;
@@ -453,7 +455,7 @@ void Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> results,
   const bool fast = is_fast();
   Items items;
   for (std::size_t start = 0; start < drawn_from_; start += Resample::kBlock) {
-    if (stop) return;
+    if (stop) return 0;
     const std::size_t count = std::min(Resample::kBlock, drawn_from_ - start);
     if (fast) load(start, count, items);
     for (State& state : states) {
@@ -473,6 +475,7 @@ void Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> results,
     }
   }
 
+  std::size_t by_passes = 0;
   for (std::size_t k = 0; k < results.size() && !stop; ++k) {
     PointStatistics& result = results[k];
     const std::span<const std::uint8_t> counts(states[k].counts, drawn_from_);
@@ -480,8 +483,10 @@ void Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> results,
     if (!fast || !evaluate(delta_, states[k].sums[0], counts, result.delta) ||
         !evaluate(norm_, states[k].sums[1], counts, result.norm)) {
       result = compute_by_passes(counts, groups_, stop);
+      ++by_passes;
     }
   }
+  return by_passes;
 }
 
 // Returns false if the windows don't give the result.

@@ -49,8 +49,9 @@ class Bootstrap {
   /// Computes the statistics of the resamples `first`, `first` + 1, ... Several threads may call
   /// this at the same time. Takes batch() bytes of memory for each object.
   /// @param stop  once it is true, the call ends early, and some results are missing.
-  void run(std::uint64_t first, std::span<PointStatistics> results,
-           const std::atomic<bool>& stop) const;
+  /// Returns how many of them Passes computed, which is slow.
+  std::size_t run(std::uint64_t first, std::span<PointStatistics> results,
+                  const std::atomic<bool>& stop) const;
 
  private:
   // The key is in two parts: a double would be aligned, and make this a third larger.
@@ -124,8 +125,8 @@ class Bootstrap {
                 ResidualStatistics& result) const;
   std::optional<double> median_distance(const Windows& windows, double median, std::uint64_t near,
                                         std::span<const std::uint8_t> counts) const;
-  void draw(std::uint64_t first, std::span<PointStatistics> results,
-            const std::atomic<bool>& stop) const;
+  std::size_t draw(std::uint64_t first, std::span<PointStatistics> results,
+                   const std::atomic<bool>& stop) const;
   PointStatistics compute_by_passes(std::span<const std::uint8_t> counts,
                                     std::span<const std::uint32_t> groups,
                                     const std::atomic<bool>& stop) const;

@@ -62,25 +62,26 @@ void ExactSum::add(double value) {
   add_integer(static_cast<std::int64_t>(std::ldexp(fraction, 53)), exponent - 53);
 }
 
-void ExactSum::add_with_squares(std::span<const double> values, ExactSum& sum, ExactSum& squares) {
-  squares.add_block<true>(values, 0.0, &sum);
+bool ExactSum::add_with_squares(std::span<const double> values, ExactSum& sum, ExactSum& squares) {
+  return squares.add_block<true>(values, 0.0, &sum);
 }
 
-void ExactSum::add_squares_about(double center, std::span<const double> values) {
-  add_block<false>(values, center, nullptr);
+bool ExactSum::add_squares_about(double center, std::span<const double> values) {
+  return add_block<false>(values, center, nullptr);
 }
 
 template <bool kWithValues>
-void ExactSum::add_block(std::span<const double> values, double center, ExactSum* sum) {
-  if (add_split<kWithValues>(values, center, sum)) return;
+bool ExactSum::add_block(std::span<const double> values, double center, ExactSum* sum) {
+  if (add_split<kWithValues>(values, center, sum)) return true;
   double largest = 0;
   for (const double value : values) largest = std::max(largest, std::fabs(value - center));
   std::frexp(largest, &exponent_);
-  if (add_split<kWithValues>(values, center, sum)) return;
+  if (add_split<kWithValues>(values, center, sum)) return true;
   for (const double value : values) {
     if constexpr (kWithValues) sum->add(value);
     add((value - center) * (value - center));
   }
+  return false;
 }
 
 // Returns false and adds nothing if there is a rest, or if a value is not below 2^exponent_. If the

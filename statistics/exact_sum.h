@@ -24,12 +24,14 @@ class ExactSum {
   /// Adds a value.
   void add(double value);
 
-  /// Adds each value to `sum` and its square to `squares`. Much faster than one by one.
+  /// Adds each value to `sum` and its square to `squares`.
   /// Requires: at most 2^11 values.
-  static void add_with_squares(std::span<const double> values, ExactSum& sum, ExactSum& squares);
+  /// Returns whether splitting was enough, which is much faster than one by one.
+  static bool add_with_squares(std::span<const double> values, ExactSum& sum, ExactSum& squares);
 
-  /// Adds (value - center)^2 for each value. Requires: at most 2^11 values.
-  void add_squares_about(double center, std::span<const double> values);
+  /// Adds (value - center)^2 for each value.
+  /// Requires and Returns: as above.
+  bool add_squares_about(double center, std::span<const double> values);
 
   /// Adds another sum.
   void merge(const ExactSum& other);
@@ -48,7 +50,7 @@ class ExactSum {
   template <bool kWithValues>
   bool add_split(std::span<const double> values, double center, ExactSum* sum);
   template <bool kWithValues>
-  void add_block(std::span<const double> values, double center, ExactSum* sum);
+  bool add_block(std::span<const double> values, double center, ExactSum* sum);
   void add_integer(std::int64_t integer, int exponent);
   void carry();
 

@@ -115,9 +115,8 @@ double normal(Random& random) {
          std::cos(6.283185307179586 * random.fraction());
 }
 
-Data data_set(Random& random, std::size_t size) {
+Data data_set(Random& random, std::size_t size, std::size_t kind) {
   Data data;
-  const std::size_t kind = random.below(9);
   for (std::size_t i = 0; i < size; ++i) {
     const double z = 3 * random.fraction();
     double r = 0.05 * normal(random);
@@ -173,7 +172,7 @@ TEST(Bootstrap, EqualsThePlainLoop) {
   const std::atomic<bool> stop = false;
   for (int round = 0; round < rounds(400); ++round) {
     const std::size_t size = 1 + random.below(random.one_in(10) ? 9000 : 300);
-    const Data data = data_set(random, size);
+    const Data data = data_set(random, size, random.below(9));
     Bootstrap bootstrap(data.reference, data.estimate, 3);
     bootstrap.order(false);
     bootstrap.order(true);
@@ -187,6 +186,19 @@ TEST(Bootstrap, EqualsThePlainLoop) {
       expect_equal(found[k].norm, expected.norm);
     }
     if (HasFailure()) return;
+  }
+}
+
+// Without this, a window in the wrong place would cost only time.
+TEST(Bootstrap, WindowsHaveOrdinaryResamples) {
+  Random random;
+  for (const std::size_t size : {60u, 301u, 3000u}) {
+    const Data data = data_set(random, size, 0);
+    Bootstrap bootstrap(data.reference, data.estimate, 3);
+    bootstrap.order(false);
+    bootstrap.order(true);
+    std::vector<PointStatistics> found(100);
+    EXPECT_LE(bootstrap.run(0, found, false), 2u) << size;
   }
 }
 

@@ -118,4 +118,20 @@ TEST(ExactSum, DependsNeitherOnOrderNorOnBlocks) {
   }
 }
 
+// The results would be the same without splitting, only later.
+TEST(ExactSum, SplitsOrdinaryBlocks) {
+  Random random;
+  vostrel::ExactSum sum;
+  vostrel::ExactSum squares;
+  vostrel::ExactSum deviations;
+  int split = 0;
+  for (int block = 0; block < 100; ++block) {
+    Values values(2048);
+    for (double& value : values) value = 0.1 * (random.fraction() - random.fraction());
+    split += vostrel::ExactSum::add_with_squares(values, sum, squares);
+    split += deviations.add_squares_about(0.003, values);
+  }
+  EXPECT_GE(split, 190);  // a block with a value very close to 0 needs more bits
+}
+
 }  // namespace
