@@ -1,4 +1,5 @@
-// Refuses compilers and options that would change the last bits of results.
+// Refuses compilers and options that would change the last bits of results. For each source that
+// computes.
 
 #ifndef VOSTREL_FLOATING_POINT_H
 #define VOSTREL_FLOATING_POINT_H
@@ -15,5 +16,12 @@
 #error "vostrel needs IEEE 754 doubles"
 #endif
 // clang-format on
+
+// Each operation rounds by itself, also when the sources are compiled without -ffp-contract=off.
+#if defined(__clang__)
+#pragma STDC FP_CONTRACT OFF
+#elif defined(__FP_FAST_FMA)
+#pragma GCC optimize("-ffp-contract=off")
+#endif
 
 #endif  // VOSTREL_FLOATING_POINT_H

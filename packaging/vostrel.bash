@@ -84,7 +84,8 @@ _vostrel_plot() {
       ;;
   esac
   case ${words[-1]} in
-    --title=* | --dpi=* | --labels=* | --layout=*) ;;
+    --title=* | --dpi=* | --labels=*) ;;
+    --layout=*) mapfile -t COMPREPLY < <(compgen -W "page column" -- "$2") ;;
     --*=*) compopt -o default ;;
     -*) mapfile -t COMPREPLY < <(compgen -W "$options" -- "$2") ;;
     *) _vostrel_files "$2" ;;

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "floating_point.h"
 #include "statistics/bytes.h"
 
 namespace vostrel {
@@ -86,11 +87,11 @@ void BinnedPasses::hand_over_all() {
   for (std::size_t bin = 0; bin < passes_.size(); ++bin) hand_over(bin);
 }
 
-bool BinnedPasses::end_pass(const Look& look) {
+bool BinnedPasses::end_pass(const Checkpoint& checkpoint) {
   hand_over_all();
   for (Passes& passes : passes_) {
     if (passes.needs_another_pass()) passes.end_pass();
-    look();
+    checkpoint();
   }
   first_pass_ = false;
   return needs_another_pass();
@@ -159,12 +160,12 @@ BinnedPasses BinnedPasses::from_bytes(std::string_view bytes) {
   return passes;
 }
 
-std::vector<PointStatistics> BinnedPasses::results(const Look& look) const {
+std::vector<PointStatistics> BinnedPasses::results(const Checkpoint& checkpoint) const {
   std::vector<PointStatistics> results;
   results.reserve(passes_.size());
   for (const Passes& passes : passes_) {
-    results.push_back(passes.result(look));
-    look();
+    results.push_back(passes.result(checkpoint));
+    checkpoint();
   }
   return results;
 }

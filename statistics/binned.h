@@ -66,10 +66,10 @@ class BinnedPasses {
   void add(std::span<const double> reference, std::span<const double> estimate,
            std::span<const double> by);
 
-  /// Ends the pass. If `look` throws, don't use the object any more.
+  /// Ends the pass. If `checkpoint` throws, don't use the object any more.
   /// @return needs_another_pass().
   /// @throws std::invalid_argument if a bin got another number of objects than in the first pass.
-  bool end_pass(const Look& look = [] {});
+  bool end_pass(const Checkpoint& checkpoint = [] {});
 
   /// Whether the data are needed once more. True for a fresh object.
   bool needs_another_pass() const;
@@ -86,7 +86,7 @@ class BinnedPasses {
   /// The statistics of each bin: with sums in order, bit for bit point_statistics() of the bin's
   /// objects in their order.
   /// @throws std::logic_error if another pass is needed.
-  std::vector<PointStatistics> results(const Look& look = [] {}) const;
+  std::vector<PointStatistics> results(const Checkpoint& checkpoint = [] {}) const;
 
   /// The number of objects in no bin.
   std::uint64_t outside() const { return outside_; }

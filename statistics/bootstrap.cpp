@@ -8,6 +8,7 @@
 #include <memory>
 #include <queue>
 
+#include "floating_point.h"
 #include "statistics/passes.h"
 #include "statistics/resample.h"
 #include "statistics/residuals.h"
@@ -53,7 +54,10 @@ struct alignas(2 * sizeof(T)) Bootstrap::Pair {
   std::array<T, 2> values{};
 
   void add(const Pair& other) {
-    const T* const added = std::assume_aligned<alignof(Pair)>(other.values.data());
+    const T* added = other.values.data();
+#ifdef __cpp_lib_assume_aligned  // libc++ 14 lacks it
+    added = std::assume_aligned<alignof(Pair)>(added);
+#endif
     for (std::size_t k = 0; k < 2; ++k) values[k] += added[k];
   }
 };

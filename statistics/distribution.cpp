@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "floating_point.h"
+#include "statistics/order_of.h"
 #include "statistics/statistics.h"
 
 namespace vostrel {
@@ -22,18 +24,6 @@ constexpr std::size_t kMostKept = 16384;
 // How many values a bracket about a guess should hold at most.
 constexpr double kExpected = 8192;
 constexpr std::size_t kCells = 4096;
-
-// An integer that sorts as the value does.
-std::int64_t order_of(double value) {
-  const auto bits = std::bit_cast<std::int64_t>(value);
-  return bits < 0 ? std::numeric_limits<std::int64_t>::min() - bits : bits;
-}
-
-// The inverse of order_of(), except that -0 becomes 0.
-double value_of(std::int64_t order) {
-  return std::bit_cast<double>(order < 0 ? std::numeric_limits<std::int64_t>::min() - order
-                                         : order);
-}
 
 double nearest_finite(double value) { return std::clamp(value, -kLargest, kLargest); }
 double next_above(double value) { return std::nextafter(value, kInfinity); }

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "floating_point.h"
+
 namespace vostrel {
 
 namespace {

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include "floating_point.h"
+
 namespace vostrel {
 
 namespace {

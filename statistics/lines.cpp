@@ -1,5 +1,6 @@
 #include "statistics/lines.h"
 
+#include <algorithm>
 #include <ostream>
 #include <string_view>
 
@@ -19,12 +20,21 @@ const char* label_of(const Statistic& statistic, Labels labels) {
   return "";
 }
 
+// The "=" stands in one column.
+constexpr std::size_t kWidth = 17;
+constexpr std::string_view kBlanks = "                      ";
+constexpr bool fits(const Statistic& statistic) {
+  return std::string_view(statistic.label).size() <= kWidth &&
+         std::string_view(statistic.normalized_label).size() <= kBlanks.size() &&
+         std::string_view(statistic.normalized_console_label).size() <= kBlanks.size();
+}
+static_assert(std::all_of(kStatistics.begin(), kStatistics.end(), fits));
+
 }  // namespace
 
 void write_lines(std::ostream& out, const ResidualStatistics& statistics, Labels labels) {
   // No std::string here: lines must come out even if memory has run out.
-  constexpr std::string_view kBlanks = "                      ";
-  const std::size_t width = labels == Labels::kDelta ? 17 : kBlanks.size();
+  const std::size_t width = labels == Labels::kDelta ? kWidth : kBlanks.size();
   for (const Statistic& statistic : kStatistics) {
     const std::string_view label = label_of(statistic, labels);
     out << label << kBlanks.substr(0, width - label.size()) << "= " << statistics.*statistic.member

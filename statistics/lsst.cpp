@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "floating_point.h"
 #include "statistics/statistics.h"
 
 namespace vostrel {

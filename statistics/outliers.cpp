@@ -1,5 +1,6 @@
 #include <cmath>
 
+#include "floating_point.h"
 #include "statistics/statistics.h"
 
 namespace vostrel {

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "floating_point.h"
 #include "statistics/distribution.h"
 #include "statistics/exact_sum.h"
 #include "statistics/moments.h"
@@ -46,28 +47,28 @@ constexpr bool kIsExact = std::is_same_v<Sum, ExactSum>;
 // The statistics by their definitions. If residuals, or distances from an infinite median, are NaN,
 // the medians depend on the order of the residuals. With exact sums, those medians are NaN.
 template <class Sum>
-ResidualStatistics statistics_of(std::span<const double> residuals, const Look& look) {
+ResidualStatistics by_definition(std::span<const double> residuals, const Checkpoint& checkpoint) {
   ResidualStatistics s{};
   s.bias = mean<Sum>(residuals);
-  look();
+  checkpoint();
   s.sigma = standard_deviation<Sum>(residuals, s.bias);
-  look();
+  checkpoint();
   s.rms = root_mean_square<Sum>(residuals);
-  look();
+  checkpoint();
   const double center = median(residuals);
-  look();
+  checkpoint();
   if (kIsExact<Sum> && std::isnan(s.rms)) {
     s.mad = s.mad_delta = kNaN;
   } else {
     s.mad = absolute_median(residuals);
-    look();
+    checkpoint();
     s.mad_delta =
         kIsExact<Sum> && std::isinf(center) ? kNaN : median_of_distances(residuals, center);
   }
   s.nmad = s.mad * kNmadFactor;
-  look();
+  checkpoint();
   set_outliers(s, count_outliers(residuals, s.sigma), residuals.size());
-  look();
+  checkpoint();
   return s;
 }
 
@@ -308,7 +309,7 @@ class Passes::State {
   virtual std::unique_ptr<State> fresh() const = 0;
   virtual void merge(const State& other) = 0;
   virtual std::string to_bytes() const = 0;
-  virtual PointStatistics result(const Look& look) const = 0;
+  virtual PointStatistics result(const Checkpoint& checkpoint) const = 0;
 };
 
 template <class Sum>
@@ -407,10 +408,10 @@ class Passes::StateWith : public Passes::State {
     return state;
   }
 
-  PointStatistics result(const Look& look) const override {
+  PointStatistics result(const Checkpoint& checkpoint) const override {
     if (needs_another_pass()) throw std::logic_error("another pass over the data is needed");
     if (!keeps_) return {size_, delta_.statistics(size_), norm_.statistics(size_)};
-    return {size_, statistics_of<Sum>(delta_.kept, look), statistics_of<Sum>(norm_.kept, look)};
+    return {size_, by_definition<Sum>(delta_.kept, checkpoint), by_definition<Sum>(norm_.kept, checkpoint)};
   }
 
  private:
@@ -526,7 +527,7 @@ std::uint64_t Passes::size() const { return state_->size(); }
 Passes Passes::fresh() const { return Passes(state_->fresh()); }
 void Passes::merge(const Passes& other) { state_->merge(*other.state_); }
 std::string Passes::to_bytes() const { return state_->to_bytes(); }
-PointStatistics Passes::result(const Look& look) const { return state_->result(look); }
+PointStatistics Passes::result(const Checkpoint& checkpoint) const { return state_->result(checkpoint); }
 
 Passes Passes::from_bytes(std::string_view bytes) {
   ByteReader in(bytes);
@@ -540,22 +541,22 @@ PointStatistics point_statistics(std::span<const double> reference,
 }
 
 PointStatistics point_statistics(std::span<const double> reference,
-                                 std::span<const double> estimate, const Look& look) {
+                                 std::span<const double> estimate, const Checkpoint& checkpoint) {
   if (reference.size() != estimate.size()) {
     throw std::invalid_argument("reference and estimate differ in length");
   }
   if (reference.empty()) {  // takes no memory: a run may have none left
-    return {0, statistics_of<InOrderSum>({}, [] {}), statistics_of<InOrderSum>({}, [] {})};
+    return {0, by_definition<InOrderSum>({}, [] {}), by_definition<InOrderSum>({}, [] {})};
   }
   Passes passes(Sums::kInOrder);
   do {
     for (std::size_t first = 0; first < reference.size(); first += Passes::kBlockSize) {
       const std::size_t count = std::min(Passes::kBlockSize, reference.size() - first);
       passes.add(reference.subspan(first, count), estimate.subspan(first, count));
-      look();
+      checkpoint();
     }
   } while (passes.end_pass());
-  return passes.result(look);
+  return passes.result(checkpoint);
 }
 
 }  // namespace vostrel

@@ -24,7 +24,7 @@ enum class Sums {
 };
 
 /// A function that long computations call often. It may throw to end them.
-using Look = std::function<void()>;
+using Checkpoint = std::function<void()>;
 
 /// The statistics of two columns, which are added block by block, once in each pass:
 ///
@@ -84,9 +84,9 @@ class Passes {
   /// @throws std::invalid_argument if the bytes are anything else.
   static Passes from_bytes(std::string_view bytes);
 
-  /// The statistics. With exact sums, MAD, NMAD and MAD(Delta) are NaN if a residual is NaN.
+  /// The statistics. With exact sums, medians are NaN if a residual is NaN.
   /// @throws std::logic_error if another pass is needed.
-  PointStatistics result(const Look& look = [] {}) const;
+  PointStatistics result(const Checkpoint& checkpoint = [] {}) const;
 
  private:
   class State;
@@ -96,9 +96,9 @@ class Passes {
   std::unique_ptr<State> state_;
 };
 
-/// As point_statistics(reference, estimate), but calls `look` often.
+/// As point_statistics(reference, estimate), but calls `checkpoint` often.
 PointStatistics point_statistics(std::span<const double> reference,
-                                 std::span<const double> estimate, const Look& look);
+                                 std::span<const double> estimate, const Checkpoint& checkpoint);
 
 }  // namespace vostrel
 

@@ -5,6 +5,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "floating_point.h"
+#include "statistics/order_of.h"
+
 namespace vostrel {
 
 namespace {
@@ -14,15 +17,14 @@ constexpr std::size_t kDigits = std::size_t{1} << kBits;
 constexpr std::uint32_t kNone = 0;  // the first group is inside no other
 constexpr std::uint64_t kSignBit = std::uint64_t{1} << 63;
 
-// An integer that sorts as the number does, the same for both zeros.
-std::uint64_t sortable_of(double value) {
-  const auto bits = std::bit_cast<std::uint64_t>(value == 0 ? 0.0 : value);
-  return (bits & kSignBit) != 0 ? ~bits : bits | kSignBit;
+// An integer without a sign that sorts as the number does, the same for both zeros.
+std::uint64_t sortable_of(double number) {
+  return static_cast<std::uint64_t>(order_of(number)) ^ kSignBit;
 }
 
 // The number that has this sortable integer.
 double number_of(std::uint64_t sortable) {
-  return std::bit_cast<double>((sortable & kSignBit) != 0 ? sortable ^ kSignBit : ~sortable);
+  return value_of(static_cast<std::int64_t>(sortable ^ kSignBit));
 }
 
 // A digit of a sortable integer: twelve bits, the leading ones at depth 0. The last digit has only

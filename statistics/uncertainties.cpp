@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 
+#include "floating_point.h"
 #include "statistics/ranks.h"
 #include "statistics/residuals.h"
 
@@ -18,8 +19,8 @@ template <class Residual>
 class Residuals {
  public:
   Residuals(std::span<const double> reference, std::span<const double> estimate, Residual residual,
-            const Look& look)
-      : reference_(reference), estimate_(estimate), residual_(residual), look_(look) {}
+            const Checkpoint& checkpoint)
+      : reference_(reference), estimate_(estimate), residual_(residual), checkpoint_(checkpoint) {}
 
   // Calls use(block) for each block, which it may change.
   template <class Use>
@@ -31,7 +32,7 @@ class Residuals {
         room[i] = residual_(reference_[first + i], estimate_[first + i]);
       }
       use(std::span<double>(room.data(), count));
-      look_();
+      checkpoint_();
     }
   }
 
@@ -41,7 +42,7 @@ class Residuals {
   std::span<const double> reference_;
   std::span<const double> estimate_;
   Residual residual_;
-  const Look& look_;
+  const Checkpoint& checkpoint_;
 };
 
 template <class Residual>
@@ -95,9 +96,9 @@ Spread spread(const Residuals<Residual>& residuals, std::span<const std::uint64_
 }  // namespace
 
 std::array<Spread, 2> spreads(std::span<const double> reference, std::span<const double> estimate,
-                              std::span<const std::uint64_t> ranks, const Look& look) {
+                              std::span<const std::uint64_t> ranks, const Checkpoint& checkpoint) {
   const auto spread_of = [&](auto residual) {
-    return spread(Residuals(reference, estimate, residual, look), ranks);
+    return spread(Residuals(reference, estimate, residual, checkpoint), ranks);
   };
   Spread delta = spread_of(residual);
   return {std::move(delta), spread_of(normalized_residual)};

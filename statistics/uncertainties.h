@@ -27,7 +27,7 @@ struct Spread {
 /// Requires: both arrays have the same length, which is not 0. There is no NaN.
 std::array<Spread, 2> spreads(
     std::span<const double> reference, std::span<const double> estimate,
-    std::span<const std::uint64_t> ranks, const Look& look = [] {});
+    std::span<const std::uint64_t> ranks, const Checkpoint& checkpoint = [] {});
 
 }  // namespace vostrel
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "text/block_size.h"
 #include "text/eight_characters.h"
@@ -25,6 +26,7 @@ std::size_t LineReader::read_block() {
     begin_ = 0;
   }
   if (end_ + kBlockSize + kTextPadding > text_.size()) {
+    if (text_.size() > text_.max_size() / 2) throw std::bad_alloc();  // only with 32 bits
     std::vector<char> larger(2 * text_.size());
     std::copy_n(text_.data(), end_, larger.data());
     text_.swap(larger);

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "floating_point.h"
 #include "utils/utils.h"
 
 void UTILS::AssignOutput() {

@@ -41,7 +41,7 @@
 /// host's locale; keep the classic "C" locale (docs/library.md).
 class UTILS {
  public:
-  /// Stores the settings; the data set is empty and all 22 statistics are 0. No argument is
+  /// Stores the settings; the data set is empty and all statistics are 0. No argument is
   /// checked.
   ///
   /// Writes: headerFlag, nameInputFile, nameInternalFile ("internal.txt" in the working directory,
@@ -100,7 +100,7 @@ class UTILS {
   /// Writes the 27-line report of both residuals to nameOutputFile, and names that file on standard
   /// output, even if it can't be written. Outliers are written with a "%".
   ///
-  /// Reads: id (count), col1, col2, nameOutputFile, all 22 statistics.
+  /// Reads: id (count), col1, col2, nameOutputFile, all statistics.
   void storeStatistics() const;
   /// @}
 
@@ -232,10 +232,10 @@ class UTILS {
   void CalculateOutliersNorm();
   /// @}
 
-  /// Calculates all 22 statistics at once: the numbers that the methods above give on a new object.
+  /// Calculates all statistics at once: the numbers that the methods above give on a new object.
   /// Faster, and keeps no residuals: delta and deltaNorm stay as they are.
   ///
-  /// Reads: id (count), zspec, zphot. Writes: all 22 statistics. Requires: zspec and zphot have as
+  /// Reads: id (count), zspec, zphot. Writes: all statistics. Requires: zspec and zphot have as
   /// many entries as id.
   /// @throws std::bad_array_new_length for more than 2147483647 entries of id.
   void CalculateStatistics();
@@ -272,7 +272,7 @@ class UTILS {
   /// objects; all other statistics are dimensionless.
   /// @{
 
-  /// Empties the six vectors, which keep their storage. Settings, names and all 22 statistics keep
+  /// Empties the six vectors, which keep their storage. Settings, names and all statistics keep
   /// their values. The next CalculateOutliers would add to the outlier percentages: for a second
   /// data set use a new object, or set those ten to 0 in a derived class.
   ///

@@ -158,7 +158,7 @@ class BootstrapOfSample {
   std::size_t batch() const { return bootstrap_->batch(); }
   void stop() { stop_ = true; }
 
-  // Returns the numbers of some resamples, in shape (count, 2, 11).
+  // Returns the numbers of some resamples, in shape (count, 2, statistics).
   py::array_t<double> run(std::uint64_t first, std::size_t count) const {
     std::vector<PointStatistics> results(count);
     {

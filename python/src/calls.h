@@ -33,7 +33,7 @@ std::vector<Mask> masks_of(const Arrays& arrays, pybind11::ssize_t size);
 /// The objects of columns and masks of one length. Requires: both outlive the result.
 Rows rows_of(const Numbers& columns, const Arrays& masks, bool omit_nan);
 
-/// The eleven numbers in the order of kStatistics.
+/// The numbers in the order of kStatistics.
 pybind11::tuple tuple_of(const ResidualStatistics& statistics);
 
 /// Throws ValueError unless the ranks are below n.

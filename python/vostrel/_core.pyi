@@ -14,8 +14,8 @@ STATISTICS: tuple[tuple[str, str, str, str], ...]
 NMAD_FACTOR: float
 OUTLIER_BOUND: float
 
-#: The eleven numbers of a residual, in the order of STATISTICS.
-_Eleven = tuple[
+#: The statistics of a residual, in the order of STATISTICS.
+_Statistics = tuple[
     float, float, float, float, float, float, float, float, float, float, float
 ]
 
@@ -28,7 +28,7 @@ _Masks = Sequence[NDArray[np.bool_]]
 
 def point_statistics(
     columns: _Columns, masks: _Masks, omit_nan: bool
-) -> tuple[int, int, int, Optional[_Eleven], Optional[_Eleven]]:
+) -> tuple[int, int, int, Optional[_Statistics], Optional[_Statistics]]:
     """Return n, n_masked, n_nan and both residuals, or None if there is NaN that isn't omitted."""
 
 def lsst_metrics(
@@ -39,7 +39,7 @@ def lsst_metrics(
 def binned_statistics(
     columns: _Columns, masks: _Masks, omit_nan: bool, edges: Sequence[float]
 ) -> tuple[NDArray[np.uint64], NDArray[np.uint64], int, NDArray[np.float64]]:
-    """Return counts, nan_counts, n_outside and the numbers in shape (2, 11, bins).
+    """Return counts, nan_counts, n_outside and the numbers in shape (2, statistics, bins).
 
     The objects are binned by the third column, or by the first of two.
     """
@@ -74,7 +74,7 @@ class ObjectsInBins:
 
     def __init__(self, columns: _Columns, masks: _Masks, edges: Sequence[float]) -> None: ...
     def count(self, bin: int) -> int: ...
-    def point_statistics(self, bin: int) -> tuple[_Eleven, _Eleven]: ...
+    def point_statistics(self, bin: int) -> tuple[_Statistics, _Statistics]: ...
     def spreads(self, bin: int, ranks: Sequence[int]) -> tuple[_Spread, _Spread]:
         """Return the spreads, as Sample.spreads does. The bin must not be empty."""
     def medians(self, bin: int, ranks: Sequence[int]) -> tuple[float, float, list[float]]:
@@ -113,7 +113,7 @@ class Bootstrap:
     @property
     def batch(self) -> int: ...
     def run(self, first: int, count: int) -> NDArray[np.float64]:
-        """Return the numbers of some resamples in shape (count, 2, 11)."""
+        """Return the numbers of some resamples in shape (count, 2, statistics)."""
     def stop(self) -> None:
         """Make `run` raise a RuntimeError in other threads."""
 
@@ -134,7 +134,7 @@ def normalized_residuals(
 ) -> NDArray[np.float64]: ...
 def program_statistics(
     reference: NDArray[np.float64], estimate: NDArray[np.float64]
-) -> tuple[_Eleven, _Eleven]:
+) -> tuple[_Statistics, _Statistics]:
     """Return both residuals' statistics, whatever NaN there are, as the program has them."""
 class Passes:
     """vostrel::Passes with exact sums."""
@@ -150,7 +150,7 @@ class Passes:
     def needs_another_pass(self) -> bool: ...
     def fresh(self) -> Passes: ...
     def size(self) -> int: ...
-    def result(self) -> tuple[int, _Eleven, _Eleven]: ...
+    def result(self) -> tuple[int, _Statistics, _Statistics]: ...
     def to_bytes(self) -> bytes: ...
     @staticmethod
     def from_bytes(bytes: bytes) -> Passes: ...
@@ -171,7 +171,7 @@ class BinnedPasses:
     def size(self) -> int: ...
     def edges(self) -> list[float]: ...
     def outside(self) -> int: ...
-    def results(self) -> list[tuple[int, _Eleven, _Eleven]]: ...
+    def results(self) -> list[tuple[int, _Statistics, _Statistics]]: ...
     def to_bytes(self) -> bytes: ...
     @staticmethod
     def from_bytes(bytes: bytes) -> BinnedPasses: ...

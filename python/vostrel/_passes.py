@@ -253,7 +253,7 @@ class Passes(State[_core.Passes]):
         Returns
         -------
         PointStatistics
-            Eleven numbers for each residual.
+            The statistics of each residual.
 
         Raises
         ------

@@ -39,8 +39,8 @@ def point_statistics(
     Returns
     -------
     PointStatistics
-        Eleven numbers each for the residual, ``reference - estimate``, and
-        for the normalized residual, which is divided by ``1 + reference``.
+        The statistics of the residual, ``reference - estimate``, and of
+        the normalized residual, which is divided by ``1 + reference``.
 
     Raises
     ------

@@ -21,7 +21,7 @@ T = TypeVar("T")
 
 
 @dataclass(frozen=True, eq=False)
-class Eleven(Generic[T]):
+class PerStatistic(Generic[T]):
     """The statistics of one residual, in the order of the program's report."""
 
     bias: T
@@ -38,7 +38,7 @@ class Eleven(Generic[T]):
 
 
 @dataclass(frozen=True)
-class Residuals(Eleven[float]):
+class Residuals(PerStatistic[float]):
     """The statistics of one residual r of n objects.
 
     Outliers are percentages, 0 to 100. The others have the unit of the
@@ -66,12 +66,12 @@ class Residuals(Eleven[float]):
     """
 
 
-class BinnedResiduals(Eleven["NDArray[np.float64]"]):
+class BinnedResiduals(PerStatistic["NDArray[np.float64]"]):
     """The statistics of one residual in k bins: those of `Residuals` as arrays of shape (k,)."""
 
 
 #: The attributes of Residuals, in the order of the report.
-NAMES = tuple(field.name for field in fields(Eleven))
+NAMES = tuple(field.name for field in fields(PerStatistic))
 
 #: Attribute, label and unit of each statistic.
 ROWS = tuple((name, label, unit) for name, (label, _, _, unit) in zip(NAMES, _core.STATISTICS))
@@ -109,7 +109,7 @@ class PointStatistics:
         Returns
         -------
         dict
-            ``n``, ``n_masked``, ``n_nan``, the eleven numbers of ``delta``
+            ``n``, ``n_masked``, ``n_nan``, the statistics of ``delta``
             and those of ``norm``, in this order.
 
         Examples
@@ -135,7 +135,7 @@ class PointStatistics:
         Returns
         -------
         pandas.Series
-            25 numbers of type float64 under the names of `to_dict`.
+            Numbers of type float64 under the names of `to_dict`.
 
         Raises
         ------

@@ -11,7 +11,7 @@ import numpy as np
 
 from vostrel import _core
 from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
-from vostrel._results import NAMES, ROWS, Eleven, Residuals, aligned, import_pandas
+from vostrel._results import NAMES, ROWS, PerStatistic, Residuals, aligned, import_pandas
 
 if TYPE_CHECKING:
     import pandas
@@ -54,7 +54,7 @@ class Estimate:
 
 
 @dataclass(frozen=True)
-class UncertainResiduals(Eleven[Estimate]):
+class UncertainResiduals(PerStatistic[Estimate]):
     """The statistics of one residual: those of `Residuals`, each as an `Estimate`."""
 
 
@@ -81,7 +81,7 @@ class Uncertainties:
         Statistics of the normalized residual.
     seed : int or None
         The seed of a bootstrap, which gives the same resamples again.
-    replicates : ndarray of float64, shape (resamples, 2, 11), or None
+    replicates : ndarray of float64, shape (resamples, 2, statistics), or None
         The numbers of every resample of a bootstrap, first those of `delta`,
         then those of `norm`, in the order of `Residuals`.
     """
@@ -270,7 +270,7 @@ def by_formula(
 ) -> tuple[UncertainResiduals, UncertainResiduals]:
     """Return the estimates of both residuals of n objects. They are NaN if n is 0.
 
-    `values` has the eleven numbers of each residual. `spreads` returns what
+    `values` has the statistics of each residual. `spreads` returns what
     `Sample.spreads` of the core does for the ranks it is given.
     """
     if n == 0:

@@ -95,13 +95,13 @@ def parsed_headers(folder, *flags):
     return [*flags, "-include", str(header)]
 
 
-# With a target, a test folder and documents whose names are also vostrel's.
+# With a target, a folder, tests and documents whose names are also vostrel's.
 PARENT = """
 cmake_minimum_required(VERSION 3.22)
 project(parent LANGUAGES CXX)
 include(CTest)
 include(GNUInstallDirs)
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/programs")
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}")
 add_custom_target(vostrel)
 file(WRITE "${CMAKE_BINARY_DIR}/README.md" "The parent's.")
 install(FILES "${CMAKE_BINARY_DIR}/README.md" DESTINATION ${CMAKE_INSTALL_DOCDIR})
@@ -116,7 +116,8 @@ add_subdirectory(vostrel)
 """
 FETCHED = """
 include(FetchContent)
-FetchContent_Declare(vostrel SOURCE_DIR "${CMAKE_CURRENT_SOURCE_DIR}/vostrel")
+FetchContent_Declare(vostrel SOURCE_DIR "${CMAKE_CURRENT_SOURCE_DIR}/vostrel"
+  BINARY_DIR "${CMAKE_BINARY_DIR}/vostrel")
 FetchContent_MakeAvailable(vostrel)
 """
 

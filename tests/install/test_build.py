@@ -1,9 +1,11 @@
 """Builds without installing: with one command, and as a part of other projects."""
 
 import os
+import platform
 import re
 import subprocess
 
+import pytest
 from conftest import ADDED, CMAKE, DATE, RELEASE, SOURCE, configure_parent, parsed_headers, run
 
 
@@ -16,6 +18,24 @@ def test_one_command_builds_the_program(tmp_path):
     run(*command, "-o", tmp_path / "vostrel", cwd=SOURCE)
     console = subprocess.run([tmp_path / "vostrel"], stdout=subprocess.PIPE, text=True).stdout
     assert f"{DATE}, release {RELEASE}\n" in console
+
+
+@pytest.mark.parametrize(
+    "option, reason",
+    [
+        ("-ffast-math", "needs NaN, infinities and exact rounding: compile without -ffast-math"),
+        ("-mfpmath=387", "needs arithmetic that rounds to double, unlike x87's: compile with"),
+    ],
+)
+def test_options_that_change_results_are_refused(option, reason):
+    if option == "-mfpmath=387" and platform.machine() != "x86_64":
+        pytest.skip("x87 arithmetic is that of x86 processors")
+    for source in SOURCE.glob("statistics/*.cpp"):
+        if "double" not in source.read_text():
+            continue
+        command = [os.environ["CXX"], "-std=c++20", option, "-I.", "-E", source]
+        refused = subprocess.run(command, cwd=SOURCE, capture_output=True, text=True)
+        assert refused.returncode != 0 and reason in refused.stderr, source
 
 
 def test_subproject_leaves_its_parent_alone(copied_source, tmp_path):

@@ -144,6 +144,7 @@ def test_options_of_vostrel_plot(terminal):
         assert "report.txt" not in " ".join(terminal.listed("vostrel-plot " + value))
     assert "--report" in " ".join(terminal.listed("vostrel-plot --"))
     assert terminal.words("vostrel-plot --layout c\t") == "<--layout> <column>"
+    assert terminal.words("vostrel-plot --layout=c\t") == "<--layout=column>"
 
 
 def test_found_where_it_is_installed(folder):

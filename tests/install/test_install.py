@@ -79,9 +79,8 @@ def installed(request):
 
 
 def test_programs_of_the_parent(parent):
-    programs = parent / "programs"
-    assert run(programs / "consumer", "catalogue.txt", cwd=CONSUMER) == CONSUMER_OUTPUT
-    assert run(programs / "arrays") == ARRAYS_OUTPUT
+    assert run(parent / "consumer", "catalogue.txt", cwd=CONSUMER) == CONSUMER_OUTPUT
+    assert run(parent / "arrays") == ARRAYS_OUTPUT
 
 
 def test_documents_of_the_parent_stay(shared):
@@ -140,6 +139,15 @@ def test_loader_paths(installed):
         assert "PATH  " not in library
     else:
         assert "vostrel_utils" not in dynamic and "PATH  " not in dynamic
+
+
+def test_installing_a_shared_library_asks_for_ldconfig(parent, tmp_path):
+    script = (parent / "vostrel" / "cmake_install.cmake").read_text()
+    (hint,) = re.findall(r"\n( *if\(\"\$ENV\{DESTDIR\}\".*?endif\(\))", script, re.DOTALL)
+    (tmp_path / "hint.cmake").write_text(hint)
+    for prefix, asks in [("/usr/local", True), ("/usr", True), ("/opt/vostrel", False)]:
+        output = run(CMAKE, f"-DCMAKE_INSTALL_PREFIX={prefix}", "-P", tmp_path / "hint.cmake")
+        assert ("Now run ldconfig" in output) == asks
 
 
 @pytest.mark.parametrize("name", HEADERS)

@@ -12,7 +12,7 @@ PYTHON = "/usr/bin/python3"  # for which the package is made
 def packages(tmp_path_factory):
     """The package files by the names of the packages."""
     need("dpkg-deb", "dpkg-shlibdeps", "file", "gzip", "strip")
-    folder = tmp_path_factory.mktemp("packages")
+    folder = tmp_path_factory.mktemp("the packages")
     # A strict umask must not change the permissions in the packages.
     before = os.umask(0o077)
     try:

@@ -21,7 +21,7 @@ def rng():
 
 @pytest.fixture
 def utils_results():
-    """A function: the 22 results of UTILS for each of some data sets."""
+    """A function: all results of UTILS for each of some data sets."""
 
     def compute(data_sets):
         text = b"".join(
@@ -31,6 +31,6 @@ def utils_results():
         result = subprocess.run(
             [os.environ["VOSTREL_UTILS_RESULTS"]], input=text, capture_output=True, check=True
         )
-        return np.frombuffer(result.stdout).reshape(len(data_sets), 22)
+        return np.frombuffer(result.stdout).reshape(len(data_sets), -1)
 
     return compute

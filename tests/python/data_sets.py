@@ -12,7 +12,7 @@ LONG = os.environ.get("VOSTREL_LONG_SAMPLES", "").upper() in ("1", "ON", "TRUE")
 
 
 def numbers(statistics):
-    """The 22 numbers of a PointStatistics."""
+    """All numbers of a PointStatistics."""
     return np.array(astuple(statistics.delta) + astuple(statistics.norm))
 
 

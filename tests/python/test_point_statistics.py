@@ -1,4 +1,4 @@
-"""The 22 numbers against the class UTILS, the program's report, and the libraries of the field."""
+"""All numbers against the class UTILS, the program's report, and the libraries of the field."""
 
 import numpy as np
 import pytest

@@ -11,6 +11,7 @@ import time
 import numpy as np
 import pytest
 import vostrel
+from ctrl_c import wait_after_ctrl_c
 from data_sets import LONG, numbers, redshifts, same_bits
 
 
@@ -42,29 +43,12 @@ def test_nothing_leaks_in_ten_thousand_calls():
     assert resident() - before < 1 << 21
 
 
-ENDLESS = """
-import signal
-import numpy as np
-import vostrel
-signal.signal(signal.SIGINT, signal.default_int_handler)  # a job in the background ignores it
-reference = np.broadcast_to(np.zeros(1), 40_000_000_000)
-print("ready", flush=True)
-try:
-    vostrel.point_statistics(reference, reference)
-except KeyboardInterrupt:
-    print("interrupted", flush=True)
-"""
-
-
 def test_ctrl_c_ends_a_long_call():
-    process = subprocess.Popen(
-        [sys.executable, "-c", ENDLESS], stdout=subprocess.PIPE, text=True
+    wait_after_ctrl_c(
+        "reference = np.broadcast_to(np.zeros(1), 40_000_000_000)",
+        "vostrel.point_statistics(reference, reference)",
+        after=0.3,
     )
-    assert process.stdout.readline() == "ready\n"
-    time.sleep(0.3)
-    process.send_signal(signal.SIGINT)
-    assert process.stdout.readline() == "interrupted\n"
-    assert process.wait() == 0
 
 
 def longest_wait(call):

@@ -1,6 +1,6 @@
-// Reads data sets from standard input and writes the 22 results of UTILS for each, for the tests of
+// Reads data sets from standard input and writes all results of UTILS for each, for the tests of
 // the Python package. Both are binary. A data set is the count (64 bits), the references and the
-// estimates. A result is eleven doubles for the residual and eleven for the normalized residual.
+// estimates. A result is the statistics of the residual, then those of the normalized residual.
 
 #include <cstddef>
 #include <cstdint>

@@ -170,11 +170,6 @@ void show(const char* title, const Outcome& outcome) {
   }
 }
 
-// Whether the text consists of the first lines of `whole`, each of them complete.
-bool whole_lines(const std::string& text, const std::string& whole) {
-  return whole.starts_with(text) && (text.empty() || text.back() == '\n');
-}
-
 // What is wrong with the outcome of a run that had no memory, if anything. A file that can't be
 // opened without memory is treated as any file that can't be opened.
 std::string fault_in(const Outcome& outcome, const Outcome& whole, const Outcome& without_rows) {

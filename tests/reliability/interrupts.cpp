@@ -130,15 +130,6 @@ Left interrupt(const std::string& program, const Folder& folder, nanoseconds mom
   return left;
 }
 
-bool begins(std::string_view whole, std::string_view beginning) {
-  return whole.substr(0, beginning.size()) == beginning;
-}
-
-// Whether the text consists of the first lines of `whole`, each of them complete.
-bool whole_lines(const std::string& text, const std::string& whole) {
-  return begins(whole, text) && (text.empty() || text.back() == '\n');
-}
-
 // The notice goes through the buffer of standard output. A line that was written, but was still in
 // the buffer when the interrupt came, is written again.
 bool last_line_is_repeated(std::string_view console) {
@@ -154,7 +145,7 @@ std::string fault_in(const Left& left, const Table& table, Ends& ends) {
   if (!left.error.empty()) return "standard error";
   if (WIFSIGNALED(left.status) && WTERMSIG(left.status) == SIGINT) {
     ++ends.too_early;
-    if (!begins(table.banner, left.console)) return "killed after the banner";
+    if (!table.banner.starts_with(left.console)) return "killed after the banner";
     if (left.files.size() != 1) return "killed with files touched";
     return "";
   }
@@ -162,11 +153,11 @@ std::string fault_in(const Left& left, const Table& table, Ends& ends) {
   std::string_view console = left.console;
   const bool noticed = console.ends_with(kNotice);
   if (noticed) console.remove_suffix(kNotice.size());
-  if (noticed && last_line_is_repeated(console) && !begins(table.console, console)) {
+  if (noticed && last_line_is_repeated(console) && !table.console.starts_with(console)) {
     console = console.substr(0, console.rfind('\n', console.size() - 2) + 1);
     ++ends.repeated;
   }
-  if (!begins(table.console, console)) return "console";
+  if (!table.console.starts_with(console)) return "console";
   if (!noticed && console != table.console) return "a run that stops without a notice";
   for (const auto& [name, text] : left.files) {
     const auto whole = table.files.find(name);

@@ -45,6 +45,11 @@ inline std::string text_of(int file) {
   return text;
 }
 
+/// Whether the text consists of the first lines of `whole`, each of them complete.
+inline bool whole_lines(std::string_view text, std::string_view whole) {
+  return whole.starts_with(text) && (text.empty() || text.back() == '\n');
+}
+
 /// A folder that a program runs in.
 class Folder : public TemporaryFolder {
  public:

@@ -10,13 +10,12 @@ from support.programs import (
     CREATED,
     FATAL,
     LONG_LINE,
+    MEBIBYTE,
     PATIENCE,
     RUN,
     TOO_LARGE,
     wait_until,
 )
-
-MEBIBYTE = 1 << 20
 
 
 def table_with_a_long_line(program, before, filling, behind):

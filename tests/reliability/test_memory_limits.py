@@ -7,10 +7,9 @@ import os
 import resource
 
 import pytest
-from support.programs import ABORTED, RUN
+from support.programs import ABORTED, MEBIBYTE, RUN
 
 KIBIBYTE = 1 << 10
-MEBIBYTE = 1 << 20
 STEP = int(os.environ.get("VOSTREL_MEMORY_STEP") or 4 * MEBIBYTE)
 
 TABLES = {

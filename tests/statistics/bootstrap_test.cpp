@@ -12,6 +12,7 @@
 
 #include "statistics/resample.h"
 #include "tests/support/bits.h"
+#include "tests/support/data.h"
 #include "tests/support/random.h"
 
 namespace {
@@ -105,26 +106,16 @@ TEST(Resample, EveryItemIsDrawnEquallyOften) {
   EXPECT_NEAR(chi_square, kSize, 5 * std::sqrt(2.0 * kSize));
 }
 
-struct Data {
-  std::vector<double> reference;
-  std::vector<double> estimate;
-};
-
-double normal(Random& random) {
-  return std::sqrt(-2 * std::log(1 - random.fraction())) *
-         std::cos(6.283185307179586 * random.fraction());
-}
-
 Data data_set(Random& random, std::size_t size, std::size_t kind) {
   Data data;
   for (std::size_t i = 0; i < size; ++i) {
     const double z = 3 * random.fraction();
-    double r = 0.05 * normal(random);
-    if (kind == 1) r /= normal(random);                          // tails without a variance
+    double r = 0.05 * random.normal();
+    if (kind == 1) r /= random.normal();                          // tails without a variance
     if (kind == 2) r = std::round(r * 20) / 20;                  // repeats
     if (kind == 3) r += 1000;                                    // far from zero
     if (kind == 4) r = random.one_in(2) ? 0.25 : -0.25;          // on the bound of 1 sigma
-    if (kind == 5) r *= std::pow(10, 300 * normal(random) / 3);  // squares that overflow
+    if (kind == 5) r *= std::pow(10, 300 * random.normal() / 3);  // squares that overflow
     if (kind == 6 && random.one_in(50)) r = kInfinity;
     if (kind == 7) r = std::fabs(r) + (random.one_in(2) ? 1.0 : 0.0);  // a gap at the median
     if (kind == 8) r = std::fabs(r) < 0.004 ? 0.0 : r;  // zeros of both signs about the median

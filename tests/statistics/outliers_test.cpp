@@ -2,10 +2,10 @@
 
 #include <array>
 #include <cmath>
-#include <limits>
 #include <vector>
 
 #include "statistics/statistics.h"
+#include "tests/support/bits.h"
 
 namespace {
 
@@ -25,8 +25,6 @@ TEST(CountOutliers, UsesTheDoubleNearestTo015) {
 }
 
 TEST(CountOutliers, CountsInfinitiesAndNeverNaN) {
-  constexpr double kInfinity = std::numeric_limits<double>::infinity();
-  constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
   EXPECT_EQ(vostrel::count_outliers(std::vector{kInfinity, -kInfinity, kNaN}, 1.0),
             (Counts{2, 2, 2, 2, 2}));
   EXPECT_EQ(vostrel::count_outliers(std::vector{1.0, kInfinity}, kNaN), (Counts{2, 0, 0, 0, 0}));

@@ -7,12 +7,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "tests/support/bits.h"
+#include "tests/support/data.h"
 #include "tests/support/open_utils.h"
 #include "tests/support/random.h"
 #include "utils/statistics_of.h"
@@ -20,11 +20,6 @@
 namespace {
 
 using Values = std::vector<double>;
-
-struct Data {
-  Values reference;
-  Values estimate;
-};
 
 vostrel::PointStatistics of_the_class(const Data& data) {
   OpenUtils run = loaded(data.reference, data.estimate);
@@ -73,12 +68,6 @@ int expect_the_class(const Data& data, Random& random, const std::string& what) 
   return passes;
 }
 
-double normal(Random& random) {
-  double sum = -6;
-  for (int i = 0; i < 12; ++i) sum += random.fraction();
-  return sum;
-}
-
 // Data with residuals that are hard for brackets: repeats, gaps, one bucket, all buckets.
 Data drawn(Random& random, std::size_t n, std::size_t kind) {
   Data data{Values(n), Values(n)};
@@ -89,13 +78,13 @@ Data drawn(Random& random, std::size_t n, std::size_t kind) {
     double reference = 3 * random.fraction();
     switch (kind) {
       case 0:
-        residual = shift + 0.03 * normal(random);
+        residual = shift + 0.03 * random.normal();
         break;
       case 1:
-        residual = shift + 0.03 * normal(random) / random.fraction();
+        residual = shift + 0.03 * random.normal() / random.fraction();
         break;
       case 2:
-        residual = grid * std::floor(normal(random) / grid / 8);
+        residual = grid * std::floor(random.normal() / grid / 8);
         reference = 0;
         break;
       case 3:
@@ -115,36 +104,36 @@ Data drawn(Random& random, std::size_t n, std::size_t kind) {
         reference = 0;
         break;
       case 7:
-        residual = 1 + normal(random) * 1e-9;
+        residual = 1 + random.normal() * 1e-9;
         reference = 0;
         break;
       case 8:
-        residual = std::ldexp(normal(random), static_cast<int>(random.below(1900)) - 950);
+        residual = std::ldexp(random.normal(), static_cast<int>(random.below(1900)) - 950);
         reference = 0;
         break;
       case 9:
-        residual = random.one_in(3) ? (random.one_in(2) ? 0.0 : -0.0) : 1e-3 * normal(random);
+        residual = random.one_in(3) ? (random.one_in(2) ? 0.0 : -0.0) : 1e-3 * random.normal();
         reference = -0.0;
         break;
       case 10:
-        residual = random.one_in(100) ? kInfinity : normal(random);
+        residual = random.one_in(100) ? kInfinity : random.normal();
         break;
       case 11:
-        residual = random.one_in(2) ? -kInfinity : normal(random);
+        residual = random.one_in(2) ? -kInfinity : random.normal();
         break;
       case 12:
-        residual = random.one_in(50) ? kNaN : normal(random);
+        residual = random.one_in(50) ? kNaN : random.normal();
         break;
       case 13:
-        reference = random.one_in(20) ? -1 : normal(random);
-        residual = random.one_in(9) ? 0 : normal(random);
+        reference = random.one_in(20) ? -1 : random.normal();
+        residual = random.one_in(9) ? 0 : random.normal();
         break;
       case 14:
         residual = static_cast<double>(i) / static_cast<double>(n);
         reference = 0;
         break;  // sorted
       case 15:
-        residual = i < n / 2 ? -1 - normal(random) * 1e-12 : 1 + normal(random) * 1e-12;
+        residual = i < n / 2 ? -1 - random.normal() * 1e-12 : 1 + random.normal() * 1e-12;
         reference = 0;
         break;
       case 16:
@@ -157,7 +146,7 @@ Data drawn(Random& random, std::size_t n, std::size_t kind) {
         reference = 0;
         break;
       default:
-        residual = 1e5 * normal(random);
+        residual = 1e5 * random.normal();
         reference = 1e6 * random.fraction();
         break;
     }
@@ -332,7 +321,7 @@ TEST(ExactPasses, GiveNaNForManyResidualsThatAreAllNaN) {
   EXPECT_TRUE(std::isnan(passes.result().norm.mad_delta));
 }
 
-// A bracket of the median reaches to infinity.
+// A bracket of the median reaches to kInfinity.
 TEST(ExactPasses, FindAMedianAtTheEndOfTheDoubles) {
   const double middle = 0x1.ffffffffffff4p+1023;
   Values negative(32767, -kInfinity);
@@ -350,16 +339,15 @@ TEST(ExactPasses, FindAMedianAtTheEndOfTheDoubles) {
 }
 
 TEST(ExactPasses, FindInfiniteDistancesAmongFiniteOnes) {
-  const double infinity = std::numeric_limits<double>::infinity();
-  Values residuals(20000, infinity);
+  Values residuals(20000, kInfinity);
   for (std::size_t i = 0; i < 9000; ++i) residuals[i] = i % 2 == 0 ? 0 : 8e307;
-  for (std::size_t i = 9000; i < 14000; ++i) residuals[i] = -infinity;
+  for (std::size_t i = 9000; i < 14000; ++i) residuals[i] = -kInfinity;
   vostrel::Passes passes(vostrel::Sums::kExact);
   do {
     passes.add(residuals, Values(residuals.size()));
   } while (passes.end_pass());
-  EXPECT_EQ(passes.result().delta.mad, infinity);
-  EXPECT_EQ(passes.result().delta.mad_delta, infinity);
+  EXPECT_EQ(passes.result().delta.mad, kInfinity);
+  EXPECT_EQ(passes.result().delta.mad_delta, kInfinity);
 }
 
 TEST(ExactPasses, ThrowForStatesOfAnotherPassAndForOtherBytes) {

@@ -31,6 +31,7 @@ CREATED = "File created succesfully\n"
 
 RUN = ["--stats", "table.csv", "report.txt", "0", "1", "2"]
 
+MEBIBYTE = 1 << 20
 PATIENCE = 60  # seconds before a test gives up
 # How many bytes the long lines of the hostile tables have. The long samples use 1 GiB.
 LONG_LINE = int(os.environ.get("VOSTREL_LONG_LINE") or 1 << 24)

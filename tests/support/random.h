@@ -4,6 +4,7 @@
 #define VOSTREL_TESTS_SUPPORT_RANDOM_H
 
 #include <bit>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -74,6 +75,10 @@ class Random {
   double any_double() { return std::bit_cast<double>(bits()); }
   /// A double from 0 to 1.
   double fraction() { return static_cast<double>(bits() >> 11) * 0x1p-53; }
+  /// A double of the normal distribution with sigma 1.
+  double normal() {
+    return std::sqrt(-2 * std::log(1 - fraction())) * std::cos(6.283185307179586 * fraction());
+  }
 
  private:
   std::uint64_t state_;

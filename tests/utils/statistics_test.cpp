@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstddef>
 #include <new>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -489,8 +490,17 @@ TEST(CalculateMedian, ThrowsForANegativeCount) {
 // ---- all at once --------------------------------------------------------------------------------
 
 TEST(CalculateStatistics, GivesTheNumbersOfTheMethodsOneByOne) {
-  // Residuals 1, 0.8, 0.6, 0.4, 0.2 and normalized 1, 0.4, 0.6, 0.2, 0.2: all statistics differ.
-  OpenUtils one_by_one = loaded({0, 1, 0, 1, 0, 0}, {-1, 0.2, -0.6, 0.6, -0.2, kInfinity});
+  std::vector<double> zspec;
+  std::vector<double> zphot;
+  double residual = 0.1;
+  for (int i = 0; i < 30; ++i) {
+    zspec.push_back(i * i % 7 / 4.0);
+    zphot.push_back(zspec.back() - residual);
+    residual *= 1.1;
+  }
+  zspec.push_back(0);
+  zphot.push_back(kInfinity);
+  OpenUtils one_by_one = loaded(zspec, zphot);
   one_by_one.id.pop_back();  // the last object doesn't count
   OpenUtils at_once = one_by_one;
   calculate_each(one_by_one);
@@ -501,11 +511,14 @@ TEST(CalculateStatistics, GivesTheNumbersOfTheMethodsOneByOne) {
 
   const vostrel::PointStatistics expected = statistics_of(one_by_one);
   const vostrel::PointStatistics actual = statistics_of(at_once);
+  std::set<double> values;
   for (const auto& statistic : vostrel::kStatistics) {
     const auto member = statistic.member;
+    values.insert({expected.delta.*member, expected.norm.*member});
     EXPECT_EQ(bits_of(actual.delta.*member), bits_of(expected.delta.*member)) << statistic.label;
     EXPECT_EQ(bits_of(actual.norm.*member), bits_of(expected.norm.*member)) << statistic.label;
   }
+  EXPECT_EQ(values.size(), 2 * vostrel::kStatistics.size());  // otherwise a mix-up may not show
 }
 
 }  // namespace
