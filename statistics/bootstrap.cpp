@@ -97,7 +97,7 @@ struct Bootstrap::Sums {
 };
 
 // Makes eight marks of 0 or 1 for each residual, one in each byte, so that up to 255 can be added.
-// The compiler vectorizes this loop, which it doesn't with comparisons.
+// Written without comparisons, so that the compiler vectorizes the loop.
 void Bootstrap::Windows::mark(std::span<const double> residuals, std::uint64_t* marks) const {
   // 1 at `place` if a < b: the sign of the difference, since both are finite.
   const auto is_below = [](double a, double b, int place) {
@@ -293,7 +293,7 @@ bool Bootstrap::order(Residual residual, Windows& windows) const {
 
   distances = std::vector<double>();  // frees the memory; {} would not
 
-  // The sample tells how many entries there will be, nearly. Growing would take twice the memory.
+  // The sample predicts the number of entries closely. Growing would take twice the memory.
   const auto reserve = [&](Window& window, double gap_low, double gap_high) {
     const auto found = std::count_if(values.begin(), values.end(), [&](double value) {
       return value >= window.low && value <= window.high && !(value > gap_low && value < gap_high);
@@ -448,7 +448,7 @@ std::size_t Bootstrap::draw(std::uint64_t first, std::span<PointStatistics> resu
     std::uint8_t* counts;
     std::array<Sums, 2> sums;
   };
-  // 8 bits are enough: no object is drawn more than 255 times in 10^500 resamples.
+  // 8 bits are enough: more than 255 draws of one object have a probability below 10^-500.
   std::vector<std::uint8_t> all_counts(results.size() * drawn_from_);
   std::vector<State> states;
   for (std::size_t k = 0; k < results.size(); ++k) {

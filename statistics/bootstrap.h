@@ -25,7 +25,7 @@ namespace vostrel {
 /// A resample is represented by counts: how often each object is drawn. A median of a resample lies
 /// near that of all objects. So only the objects in a window about each median, and about each
 /// multiple of sigma, are sorted, and only once. For each window, the objects drawn from below its
-/// middle are counted. From there it is a short walk to the answer. If an answer isn't in its
+/// middle are counted. The answer is a few entries from there. If an answer isn't in its
 /// window, or if rounding could decide it, Passes computes the resample.
 class Bootstrap {
  public:
@@ -54,7 +54,7 @@ class Bootstrap {
                   const std::atomic<bool>& stop) const;
 
  private:
-  // The key is in two parts: a double would be aligned, and make this a third larger.
+  // The key is in two parts: with an aligned double, an entry would take 16 bytes, not 12.
   class Entry {
    public:
     Entry(double key, std::size_t object)

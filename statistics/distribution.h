@@ -55,8 +55,8 @@ class Bracket {
   std::uint64_t below() const { return before_ + below_; }
   std::uint64_t inside() const { return inside_; }
 
-  /// How many values are below `bound`, or with `including`, at most `bound`. Nothing if that is
-  /// not known: the bound is not in the bracket, or it divides the values of a cell.
+  /// How many values are below `bound`, or with `including`, at most `bound`. Returns
+  /// nothing if the bound lies outside the bracket or inside a cell.
   std::optional<std::uint64_t> count_below(double bound, bool including) const;
 
   /// The smallest and the largest of some values, and their count.
@@ -102,9 +102,8 @@ class Bracket {
 /// further pass takes a bracket that is certain to hold it. So guesses decide how many passes are
 /// needed, never the results.
 ///
-/// The values may come in any order and in any blocks. Each pass must see the same values. Quiet
-/// NaN are left out. Infinities are values like others, but there are no distances from an infinite
-/// median.
+/// The values may come in any order and in any blocks. Each pass must see the same values. NaN
+/// is left out. Infinities count like other values, but the MAD about an infinite median is NaN.
 class Distribution {
  public:
   /// Takes a value of the first pass.
@@ -117,7 +116,7 @@ class Distribution {
   /// 1 if a later pass needs the value, else 0.
   std::size_t needs(double value) const { return flags_[histogram_.place(value)]; }
 
-  /// Takes values of a later pass. All that it needs must be among them.
+  /// Takes values of a later pass. Requires: each value that the pass needs.
   void sift(std::span<const double> values);
 
   /// Ends a later pass.

@@ -31,8 +31,8 @@ class Histogram {
   void write(ByteWriter& out) const;
   static Histogram read(ByteReader& in);
 
-  /// The place of the bucket of `value`, below places(). If the exponent has not occurred, a place
-  /// below 128 that no bucket has.
+  /// The place of the bucket of `value`, below places(). For an exponent that has not occurred, a
+  /// place below 128, which no bucket uses.
   std::size_t place(double value) const {
     const std::uint64_t bits = std::bit_cast<std::uint64_t>(value) >> kShift;
     return (std::size_t{row_of_[bits >> kFractionBits]} << kFractionBits) + (bits & (kRow - 1));

@@ -54,7 +54,7 @@ struct Range {
   std::size_t size() const { return last - first; }
 };
 
-// The keys of a rank and of the rank before it. For rank 0, `before` means nothing.
+// The keys of a rank and of the rank before it. For rank 0, `before` is unspecified.
 struct Neighbours {
   double before;
   double at;

@@ -81,7 +81,7 @@ struct Room {
 
 // ---- the sums of a block ----
 //
-// Those of the first pass or of the second. Sums in order are kept in local variables: each
+// Sums of the first or the second pass. Sums in order are kept in local variables: each
 // addition waits for the one before, and should not wait for memory too. Exact sums take a whole
 // block at once.
 
@@ -136,7 +136,7 @@ class ExactBlock {
 
 // ---- one residual ----
 
-// What the passes know of one residual.
+// The state of all passes for one residual.
 template <class Sum>
 class Tally {
   using BlockSums = std::conditional_t<kIsExact<Sum>, ExactBlock, InOrderBlock>;
@@ -218,7 +218,7 @@ class Tally {
 
   bool end_later_pass() { return distribution_.resolve(sigma_); }
 
-  // Whether a state that was read can be in this pass.
+  // Whether a state that was read fits this pass.
   bool is_in(bool first_pass, bool done) const {
     return distribution_.is_planned() != first_pass && (distribution_.is_known() || !done);
   }
@@ -411,7 +411,8 @@ class Passes::StateWith : public Passes::State {
   PointStatistics result(const Checkpoint& checkpoint) const override {
     if (needs_another_pass()) throw std::logic_error("another pass over the data is needed");
     if (!keeps_) return {size_, delta_.statistics(size_), norm_.statistics(size_)};
-    return {size_, by_definition<Sum>(delta_.kept, checkpoint), by_definition<Sum>(norm_.kept, checkpoint)};
+    return {size_, by_definition<Sum>(delta_.kept, checkpoint),
+            by_definition<Sum>(norm_.kept, checkpoint)};
   }
 
  private:
@@ -527,7 +528,9 @@ std::uint64_t Passes::size() const { return state_->size(); }
 Passes Passes::fresh() const { return Passes(state_->fresh()); }
 void Passes::merge(const Passes& other) { state_->merge(*other.state_); }
 std::string Passes::to_bytes() const { return state_->to_bytes(); }
-PointStatistics Passes::result(const Checkpoint& checkpoint) const { return state_->result(checkpoint); }
+PointStatistics Passes::result(const Checkpoint& checkpoint) const {
+  return state_->result(checkpoint);
+}
 
 Passes Passes::from_bytes(std::string_view bytes) {
   ByteReader in(bytes);

@@ -1,4 +1,5 @@
-// The statistics of data that are added block by block, in several passes: files, clusters.
+// The statistics of data that are added block by block, in several passes, from files or on a
+// cluster.
 
 #ifndef VOSTREL_STATISTICS_PASSES_H
 #define VOSTREL_STATISTICS_PASSES_H
@@ -23,7 +24,7 @@ enum class Sums {
   kExact,
 };
 
-/// A function that long computations call often. It may throw to end them.
+/// Long computations call this regularly. It may throw to cancel them.
 using Checkpoint = std::function<void()>;
 
 /// The statistics of two columns, which are added block by block, once in each pass:
@@ -40,13 +41,13 @@ using Checkpoint = std::function<void()>;
 /// with sums in order, a NaN residual makes it keep all of them.
 class Passes {
  public:
-  /// A good number of objects for a block: their columns fit a processor's fastest cache.
+  /// A good number of objects for a block: its columns fit the fastest cache.
   static constexpr std::size_t kBlockSize = 4096;
 
   /// Begins the first pass.
   explicit Passes(Sums sums);
   Passes(const Passes&);               ///< Copies the state.
-  Passes(Passes&&) noexcept;           ///< Leaves the other to be destroyed or assigned to.
+  Passes(Passes&&) noexcept;           ///< The other may only be destroyed or assigned to.
   Passes& operator=(Passes) noexcept;  ///< Copies or moves the state.
   ~Passes();
 
@@ -96,7 +97,7 @@ class Passes {
   std::unique_ptr<State> state_;
 };
 
-/// As point_statistics(reference, estimate), but calls `checkpoint` often.
+/// As point_statistics(reference, estimate), but calls `checkpoint` regularly.
 PointStatistics point_statistics(std::span<const double> reference,
                                  std::span<const double> estimate, const Checkpoint& checkpoint);
 

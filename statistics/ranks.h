@@ -25,7 +25,7 @@ namespace vostrel {
 class Ranks {
  public:
   /// @param n      the number of values.
-  /// @param ranks  places in ascending order, from 0 to n - 1. The ranks ascend, too.
+  /// @param ranks  the ranks wanted, from 0 to n - 1, sorted ascending.
   Ranks(std::uint64_t n, std::vector<std::uint64_t> ranks);
 
   /// Adds a block of the values. Each pass must see the same values, in any order. Requires: no

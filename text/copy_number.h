@@ -21,7 +21,7 @@ struct CopiedNumber {
 
 inline constexpr CopiedNumber kNotCopied = {nullptr, nullptr};
 
-/// Copies a number such as redshifts have: one digit, a point and any number of decimals, from 0.01
+/// Copies a number like most redshifts: one digit, a point and any number of decimals, from 0.01
 /// to just below 10, with a character below '0' after it.
 ///
 /// Returns both ends, or kNotCopied if the number is anything else or its rounding is not certain.
@@ -88,8 +88,7 @@ CopiedNumber copy_any_number(const char* text, char separator, char* out);
 /// write_double makes of what read_double reads.
 ///
 /// Returns the end of the field and of the text written. Returns kNotCopied if the field is empty,
-/// holds a NUL after its number, or needs memory to be read; also for other fields of more than
-/// kShortText characters.
+/// holds a NUL after its number, or is longer than kShortText and not such a simple number.
 /// Requires the same as read_field and write_double, and a separator other than a blank.
 inline CopiedNumber copy_number(const char* text, char separator, char* out) {
   const CopiedNumber copied = copy_small_decimal(text, out);

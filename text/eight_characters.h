@@ -70,9 +70,9 @@ inline bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 /// Eight characters of which the first are digits.
 struct DigitWord {
-  std::uint64_t values;  ///< '0' as 0, ..., '9' as 9; other characters as anything.
+  std::uint64_t values;  ///< '0' as 0, ..., '9' as 9; others are unspecified.
   /// The lowest flag is at the first character that is not a digit; 0 if there is none. Higher
-  /// flags mean nothing.
+  /// flags are unspecified.
   std::uint64_t end;
 };
 

@@ -53,7 +53,7 @@ class UTILS {
   /// @param inputFile        the user's comma-separated table.
   /// @param outputFile       the file that storeStatistics and storeORMEDAOutput write.
   /// @param referenceColumn  the table's column of reference values, counted from 1.
-  /// @param estimateColumn   the table's column of estimated values; must be greater.
+  /// @param estimateColumn   the table's column of estimated values, right of referenceColumn.
   UTILS(int header, const char* inputFile, const char* outputFile, int referenceColumn,
         int estimateColumn);
 

@@ -18,9 +18,8 @@ class Column {
 
   /// @param stride    bytes from one number to the next.
   /// @param kind      the type as NumPy names it: 'f', 'i', 'u' or 'b'.
-  /// @param size      bytes of a number: for 'f' 2, 4, 8 or those of long double, for 'i' and 'u'
-  /// 1,
-  ///                  2, 4 or 8, for 'b' 1.
+  /// @param size      bytes of a number: 2, 4, 8 or sizeof(long double) for 'f', 1 for 'b',
+  ///                  1, 2, 4 or 8 for 'i' and 'u'.
   /// @param swapped   whether the bytes are in the other order than this machine's.
   /// @throws std::invalid_argument if there is no such type.
   Column(const char* data, std::ptrdiff_t stride, char kind, std::size_t size, bool swapped);

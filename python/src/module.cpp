@@ -119,8 +119,8 @@ py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, st
 
 // Returns (counts, nan_counts, n_outside, numbers): for each bin the number of objects, and how
 // many of them have NaN; the number of objects in no bin; and the numbers of both residuals as an
-// array of shape (2, statistics, bins). Objects with NaN are left out, or make the numbers of their bin
-// NaN.
+// array of shape (2, statistics, bins). Objects with NaN are left out, or make the numbers of their
+// bin NaN.
 py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks, bool omit_nan,
                                     std::vector<double> edges) {
   Rows rows = rows_of(columns, masks, false);

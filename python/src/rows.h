@@ -30,7 +30,7 @@ class Rows {
   /// @param omit_nan  leave out objects with a NaN in one of the columns.
   Rows(std::size_t size, std::vector<Column> columns, std::vector<Mask> masks, bool omit_nan);
 
-  /// Says that there is no NaN, so that nothing looks for it.
+  /// Skips the search for NaN from now on.
   void expect_no_nan() { look_for_nan_ = false; }
 
   /// Starts another pass.

@@ -3,7 +3,17 @@
 import os
 
 import pytest
-from conftest import BUILD, CONSUMER, CONSUMER_OUTPUT, RELEASE, VERSION, dead_links, need, run
+from conftest import (
+    BUILD,
+    CMAKE,
+    CONSUMER,
+    CONSUMER_OUTPUT,
+    RELEASE,
+    VERSION,
+    dead_links,
+    need,
+    run,
+)
 
 PYTHON = "/usr/bin/python3"  # for which the package is made
 
@@ -12,7 +22,7 @@ PYTHON = "/usr/bin/python3"  # for which the package is made
 def packages(tmp_path_factory):
     """The package files by the names of the packages."""
     need("dpkg-deb", "dpkg-shlibdeps", "file", "gzip", "strip")
-    folder = tmp_path_factory.mktemp("the packages")
+    folder = tmp_path_factory.mktemp("packages")
     # A strict umask must not change the permissions in the packages.
     before = os.umask(0o077)
     try:
@@ -20,6 +30,15 @@ def packages(tmp_path_factory):
     finally:
         os.umask(before)
     return {path.name.partition("_")[0]: path for path in folder.glob("*.deb")}
+
+
+def test_packages_are_finished_in_a_path_with_blanks(copied_source, tmp_path):
+    build, staged = tmp_path / "the build", tmp_path / "staged files"
+    run(CMAKE, "-S", copied_source, "-B", build)
+    given = ["-DCPACK_COMPONENTS_ALL=dev", f"-DCPACK_TEMPORARY_DIRECTORY={staged}"]
+    run(CMAKE, *given, "-P", build / "packaging" / "finish.cmake")
+    documents = staged / "dev/usr/share/doc/libvostrel-dev"
+    assert {path.name for path in documents.iterdir()} == {"changelog.gz", "copyright"}
 
 
 def field(package, name):

@@ -112,9 +112,9 @@ Data data_set(Random& random, std::size_t size, std::size_t kind) {
     const double z = 3 * random.fraction();
     double r = 0.05 * random.normal();
     if (kind == 1) r /= random.normal();                          // tails without a variance
-    if (kind == 2) r = std::round(r * 20) / 20;                  // repeats
-    if (kind == 3) r += 1000;                                    // far from zero
-    if (kind == 4) r = random.one_in(2) ? 0.25 : -0.25;          // on the bound of 1 sigma
+    if (kind == 2) r = std::round(r * 20) / 20;                   // repeats
+    if (kind == 3) r += 1000;                                     // far from zero
+    if (kind == 4) r = random.one_in(2) ? 0.25 : -0.25;           // on the bound of 1 sigma
     if (kind == 5) r *= std::pow(10, 300 * random.normal() / 3);  // squares that overflow
     if (kind == 6 && random.one_in(50)) r = kInfinity;
     if (kind == 7) r = std::fabs(r) + (random.one_in(2) ? 1.0 : 0.0);  // a gap at the median

@@ -28,7 +28,7 @@ inline constexpr bool kTestsSignOfNaN = true;
 inline constexpr bool kTestsSignOfNaN = false;
 #endif
 
-/// The bits, but of a NaN only the sign, if that. No output shows more.
+/// The bits. Of a NaN at most the sign, which is all that output shows.
 inline std::uint64_t bits_without_payload(double value) {
   if (!std::isnan(value)) return bits_of(value);
   return bits_of(kTestsSignOfNaN ? std::copysign(kNaN, value) : kNaN);
