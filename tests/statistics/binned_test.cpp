@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <span>
 #include <stdexcept>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "statistics/statistics.h"
@@ -70,17 +72,34 @@ TEST(Bins, BadEdgesAreRefused) {
   EXPECT_THROW(Bins({1, kNaN, 2}), std::invalid_argument);
 }
 
-TEST(BinnedPasses, EachBinHasTheBitsOfItsObjects) {
+struct Objects {
+  std::vector<double> reference;
+  std::vector<double> estimate;
+  std::vector<double> by;
+};
+
+Objects drawn(std::size_t n) {
   Random random;
-  const std::size_t n = 20'000;
-  std::vector<double> reference(n);
-  std::vector<double> estimate(n);
-  std::vector<double> by(n);
+  Objects objects{std::vector<double>(n), std::vector<double>(n), std::vector<double>(n)};
   for (std::size_t i = 0; i < n; ++i) {
-    reference[i] = 3 * random.fraction();
-    estimate[i] = reference[i] + 0.1 * random.fraction();
-    by[i] = 17 + 7 * random.fraction();
+    objects.reference[i] = 3 * random.fraction();
+    objects.estimate[i] = objects.reference[i] + 0.1 * random.fraction();
+    objects.by[i] = 17 + 7 * random.fraction();
   }
+  return objects;
+}
+
+void expect_same(const PointStatistics& found, const PointStatistics& expected) {
+  EXPECT_EQ(found.n, expected.n);
+  for (const Statistic& statistic : kStatistics) {
+    EXPECT_EQ(bits_of(found.delta.*statistic.member), bits_of(expected.delta.*statistic.member));
+    EXPECT_EQ(bits_of(found.norm.*statistic.member), bits_of(expected.norm.*statistic.member));
+  }
+}
+
+TEST(BinnedPasses, EachBinHasTheBitsOfItsObjects) {
+  const std::size_t n = 20'000;
+  const auto [reference, estimate, by] = drawn(n);
   const Bins bins({18, 20, 20.001, 23});
   BinnedPasses passes(bins, Sums::kInOrder);
   do {
@@ -98,16 +117,55 @@ TEST(BinnedPasses, EachBinHasTheBitsOfItsObjects) {
       estimates.push_back(estimate[i]);
     }
     const PointStatistics expected = point_statistics(references, estimates);
-    EXPECT_EQ(results[bin].n, expected.n);
-    for (const Statistic& statistic : kStatistics) {
-      EXPECT_EQ(bits_of(results[bin].delta.*statistic.member),
-                bits_of(expected.delta.*statistic.member));
-      EXPECT_EQ(bits_of(results[bin].norm.*statistic.member),
-                bits_of(expected.norm.*statistic.member));
-    }
+    expect_same(results[bin], expected);
     inside += expected.n;
   }
   EXPECT_EQ(passes.outside(), n - inside);
+}
+
+// One bin has too many objects for a single pass, another has not.
+TEST(BinnedPasses, AreTheSameByThreeWorkersThatSendBytes) {
+  const std::size_t n = 20'000;
+  const Objects objects = drawn(n);
+  const auto add = [&](BinnedPasses& passes, std::size_t first, std::size_t count) {
+    passes.add(std::span(objects.reference).subspan(first, count),
+               std::span(objects.estimate).subspan(first, count),
+               std::span(objects.by).subspan(first, count));
+  };
+  BinnedPasses alone(Bins({18, 22, 23}), Sums::kExact);
+  BinnedPasses shared = alone.fresh();
+  int passes = 0;
+  for (bool another = true; another; ++passes) {
+    add(alone, 0, n);
+    BinnedPasses merged = shared.fresh();
+    for (const std::size_t third : {2U, 0U, 1U}) {
+      BinnedPasses worker = shared.fresh();
+      add(worker, third * n / 3, (third + 1) * n / 3 - third * n / 3);
+      merged.merge(third == 0 ? worker : BinnedPasses::from_bytes(worker.to_bytes()));
+    }
+    EXPECT_EQ(merged.size(), n);
+    EXPECT_EQ(merged.outside(), alone.outside());
+    EXPECT_THROW(merged.merge(BinnedPasses(Bins({18, 22, 24}), Sums::kExact)),
+                 std::invalid_argument);
+    another = merged.end_pass();
+    EXPECT_EQ(alone.end_pass(), another);
+    shared = std::move(merged);
+  }
+  EXPECT_GE(passes, 2);
+  EXPECT_EQ(shared.size(), n);
+  for (std::size_t bin = 0; bin < 2; ++bin) {
+    expect_same(shared.results()[bin], alone.results()[bin]);
+  }
+  EXPECT_THROW(shared.merge(BinnedPasses(Bins({18, 22, 23}), Sums::kExact)), std::invalid_argument);
+  const std::string bytes = shared.to_bytes();
+  EXPECT_THROW(BinnedPasses::from_bytes(bytes + "x"), std::invalid_argument);
+}
+
+TEST(BinnedPasses, ColumnsOfDifferentLengthsAreRefused) {
+  BinnedPasses passes(Bins({0, 1}), Sums::kInOrder);
+  const std::vector<double> one = {0.5};
+  EXPECT_THROW(passes.add({}, one, one), std::invalid_argument);
+  EXPECT_THROW(passes.add(one, {}, one), std::invalid_argument);
 }
 
 TEST(BinnedPasses, AnEmptyBinIsNaN) {
@@ -146,6 +204,7 @@ TEST(BinnedObjects, ValuesThatChangeAreRefused) {
   objects.count(before);
   EXPECT_THROW(objects.add(after, after, after), std::invalid_argument);
   EXPECT_THROW(objects.add(before, after, {}), std::invalid_argument);
+  EXPECT_THROW(objects.add(before, {}, before), std::invalid_argument);
 }
 
 }  // namespace
