@@ -422,6 +422,7 @@ TEST(Passes, ThrowForDataThatDoNotMatch) {
   passes.add(many, many);
   EXPECT_TRUE(passes.end_pass());
   passes.add(one, one);
+  EXPECT_EQ(passes.size(), many.size());  // that of the first pass
   EXPECT_THROW(passes.end_pass(), std::invalid_argument);
 }
 

@@ -1,0 +1,83 @@
+// The spreads against plain loops over all residuals. The Python tests hold the errors that follow.
+
+#include "statistics/uncertainties.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <stdexcept>
+#include <vector>
+
+#include "tests/support/bits.h"
+#include "tests/support/data.h"
+#include "tests/support/random.h"
+
+namespace vostrel {
+namespace {
+
+const std::vector<std::uint64_t> kRanks = {700, 0, 9999, 4321, 0};
+
+Spread plain(const std::vector<double>& residuals) {
+  const auto n = static_cast<double>(residuals.size());
+  double sum = 0;
+  for (const double r : residuals) sum += r;
+  const double bias = sum / n;
+  Spread spread{};
+  for (const double r : residuals) {
+    const double about = r - bias;
+    spread.second += r * r;
+    spread.fourth += (r * r) * (r * r);
+    spread.second_about += about * about;
+    spread.fourth_about += (about * about) * (about * about);
+  }
+  for (double* mean :
+       {&spread.second, &spread.fourth, &spread.second_about, &spread.fourth_about}) {
+    *mean /= n;
+  }
+  std::vector<double> sizes = residuals;
+  for (double& size : sizes) size = std::fabs(size);
+  std::sort(sizes.begin(), sizes.end());
+  for (const std::uint64_t rank : kRanks) spread.absolute.push_back(sizes[rank]);
+  return spread;
+}
+
+void expect_same(const Spread& found, const Spread& expected) {
+  EXPECT_EQ(bits_of(found.second), bits_of(expected.second));
+  EXPECT_EQ(bits_of(found.fourth), bits_of(expected.fourth));
+  EXPECT_EQ(bits_of(found.second_about), bits_of(expected.second_about));
+  EXPECT_EQ(bits_of(found.fourth_about), bits_of(expected.fourth_about));
+  EXPECT_EQ(found.absolute, expected.absolute);
+}
+
+TEST(Spreads, MatchPlainLoops) {
+  Random random;
+  Data data;
+  std::vector<double> deltas;
+  std::vector<double> norms;
+  for (int i = 0; i < 10'000; ++i) {
+    const double z = 3 * random.fraction();
+    data.reference.push_back(z);
+    data.estimate.push_back(z + 0.02 + 0.1 * random.normal());
+    deltas.push_back(z - data.estimate.back());
+    norms.push_back(deltas.back() / (1 + z));
+  }
+  const auto [delta, norm] = spreads(data.reference, data.estimate, kRanks);
+  expect_same(delta, plain(deltas));
+  expect_same(norm, plain(norms));
+}
+
+TEST(Spreads, CanBeCancelled) {
+  const std::vector<double> values(10'000, 0.5);
+  int calls = 0;
+  const auto cancel = [&] {
+    if (++calls == 4) throw std::runtime_error("cancelled");
+  };
+  EXPECT_THROW(spreads(values, values, kRanks, cancel), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace vostrel
