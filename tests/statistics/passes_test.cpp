@@ -418,6 +418,8 @@ TEST(Passes, ThrowForDataThatDoNotMatch) {
   EXPECT_THROW(vostrel::point_statistics(one, {}), std::invalid_argument);
   vostrel::Passes passes(vostrel::Sums::kInOrder);
   EXPECT_THROW(passes.result(), std::logic_error);
+  EXPECT_THROW(passes.add(one, two), std::invalid_argument);
+  EXPECT_THROW(passes.add(two, one), std::invalid_argument);
   const Values many(20000);
   passes.add(many, many);
   EXPECT_TRUE(passes.end_pass());
