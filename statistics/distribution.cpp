@@ -229,7 +229,10 @@ std::size_t Distribution::add_bracket(double low, double high, std::optional<dou
     const std::uint64_t before = first == buckets_.end() ? size() : first->before;
     next_.emplace_back(low, high, kInfinity, -kInfinity, before, center);
   } else {
-    next_.emplace_back(low, high, first->low, (last - 1)->high, first->before, center);
+    // -0 is in the bucket before that of 0. A bracket that takes the one takes the other.
+    const bool cuts_zeros = first != buckets_.begin() && (first - 1)->high == first->low;
+    const auto from = cuts_zeros ? first - 1 : first;
+    next_.emplace_back(low, high, from->low, (last - 1)->high, from->before, center);
   }
   return next_.size() - 1;
 }

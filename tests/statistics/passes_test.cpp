@@ -73,6 +73,7 @@ Data drawn(Random& random, std::size_t n, std::size_t kind) {
   Data data{Values(n), Values(n)};
   const double shift = random.one_in(2) ? 0 : random.fraction() * 0.1;
   const double grid = std::ldexp(1.0, -static_cast<int>(random.below(30)));
+  const double zeros = random.one_in(4) ? 1 : random.fraction();  // the share of zeros
   for (std::size_t i = 0; i < n; ++i) {
     double residual = 0;
     double reference = 3 * random.fraction();
@@ -112,7 +113,9 @@ Data drawn(Random& random, std::size_t n, std::size_t kind) {
         reference = 0;
         break;
       case 9:
-        residual = random.one_in(3) ? (random.one_in(2) ? 0.0 : -0.0) : 1e-3 * random.normal();
+        residual = random.fraction() > zeros       ? 1e-3 * random.normal()
+                   : random.fraction() > zeros / 2 ? 0.0
+                                                   : -0.0;
         reference = -0.0;
         break;
       case 10:
