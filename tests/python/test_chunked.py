@@ -53,6 +53,7 @@ def test_order_statistics_have_the_bits_of_the_function_in_memory(rng):
         with np.errstate(all="ignore"):
             residual = reference - estimate
             residuals = {"delta": residual, "norm": residual / (1 + reference)}
+            medians = {part: np.median(values) for part, values in residuals.items()}
         chunked = vostrel.chunked_statistics(cut((reference, estimate), 5))
         in_memory = vostrel.point_statistics(reference, estimate)
         for part, values in residuals.items():
@@ -60,6 +61,9 @@ def test_order_statistics_have_the_bits_of_the_function_in_memory(rng):
                 assert math.isnan(getattr(chunked, part).mad)
                 continue
             for name in AS_IN_MEMORY:
+                if name == "mad_delta" and not np.isfinite(medians[part]):
+                    assert math.isnan(getattr(chunked, part).mad_delta)
+                    continue
                 assert same_bits(
                     getattr(getattr(chunked, part), name), getattr(getattr(in_memory, part), name)
                 ), (part, name)
