@@ -1,5 +1,5 @@
-// Refuses compilers and options that would change the last bits of results. For each source that
-// computes.
+// Refuses compilers and options that would change the last bits of results. Each source that
+// computes includes this.
 
 #ifndef VOSTREL_FLOATING_POINT_H
 #define VOSTREL_FLOATING_POINT_H

@@ -43,8 +43,8 @@ void check_ranks(const std::vector<std::uint64_t>& ranks, std::size_t n);
 pybind11::tuple spreads_of(std::span<const double> reference, std::span<const double> estimate,
                            const std::vector<std::uint64_t>& ranks);
 
-/// Throws Python's KeyboardInterrupt if the user has pressed Ctrl-C. Looks
-/// every 50 ms at most. Requires: the GIL is released.
+/// Throws Python's KeyboardInterrupt if the user has pressed Ctrl-C. Looks every 50 ms
+/// at most. Requires: the GIL is released.
 void look_for_signals();
 
 /// One pass: calls use(block) for each block. Requires: the GIL is released.
