@@ -1,10 +1,11 @@
-// Refuses compilers and options that would change the last bits of results. Each source that
-// computes includes this.
+// Refuses compilers and options that would change the last bits of results, and names the two
+// special values. Each source that computes includes this.
 
 #ifndef VOSTREL_FLOATING_POINT_H
 #define VOSTREL_FLOATING_POINT_H
 
 #include <cfloat>
+#include <limits>
 
 // clang-format off
 #if defined(__FAST_MATH__) || defined(__ASSOCIATIVE_MATH__) || defined(__RECIPROCAL_MATH__) || \
@@ -23,5 +24,12 @@
 #elif defined(__FP_FAST_FMA)
 #pragma GCC optimize("-ffp-contract=off")
 #endif
+
+namespace vostrel {
+
+inline constexpr double kInfinity = std::numeric_limits<double>::infinity();
+inline constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+}  // namespace vostrel
 
 #endif  // VOSTREL_FLOATING_POINT_H

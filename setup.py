@@ -23,8 +23,8 @@ setup(
     ext_modules=[
         Pybind11Extension(
             "vostrel._core",
-            ["python/src/core.cpp", *sorted(glob.glob("statistics/*.cpp"))],
-            depends=glob.glob("*.h") + glob.glob("python/src/*") + glob.glob("statistics/*.h"),
+            ["python/src/core.cpp", "python/src/statistics.cpp"],
+            depends=glob.glob("*.h") + glob.glob("python/src/*") + glob.glob("statistics/*"),
             include_dirs=["."],
             cxx_std=20,
             # As for the program: each operation rounds as written.

@@ -4,7 +4,6 @@
 #include <bit>
 #include <cmath>
 #include <functional>
-#include <limits>
 #include <memory>
 #include <queue>
 
@@ -17,31 +16,29 @@ namespace vostrel {
 
 namespace {
 
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
-
-// Windows are as wide as this many standard errors to either side.
-constexpr double kWidth = 4.5;
+// Windows reach this many standard errors to either side.
+constexpr double kReach = 4.5;
 
 // How many of the largest residuals may be missing from a resample.
-constexpr std::size_t kLargest = 16;
+constexpr std::size_t kMissing = 16;
 
 // With at least this many objects, windows with too many entries are not used, to save memory.
 constexpr std::size_t kMany = 100'000;
 
 // The value of a rank, from 0 on. Reorders the values.
-double value_of(std::span<double> values, std::size_t rank) {
+double value_at(std::span<double> values, std::size_t rank) {
   const auto place = values.begin() + static_cast<std::ptrdiff_t>(rank);
   std::nth_element(values.begin(), place, values.end());
   return *place;
 }
 
 // The values of three ranks, in ascending order.
-std::array<double, 3> values_of(std::span<double> values, std::array<std::size_t, 3> ranks) {
-  const double middle = value_of(values, ranks[1]);
-  const double low = ranks[0] == ranks[1] ? middle : value_of(values.first(ranks[1]), ranks[0]);
+std::array<double, 3> values_at(std::span<double> values, std::array<std::size_t, 3> ranks) {
+  const double middle = value_at(values, ranks[1]);
+  const double low = ranks[0] == ranks[1] ? middle : value_at(values.first(ranks[1]), ranks[0]);
   const double high = ranks[2] == ranks[1]
                           ? middle
-                          : value_of(values.subspan(ranks[1] + 1), ranks[2] - ranks[1] - 1);
+                          : value_at(values.subspan(ranks[1] + 1), ranks[2] - ranks[1] - 1);
   return {low, middle, high};
 }
 
@@ -211,7 +208,7 @@ bool Bootstrap::order(Residual residual, Windows& windows) const {
     const double value = compute(i);
     if (!std::isfinite(value)) return false;
     sum += value;
-    if (largest.size() == kLargest) {
+    if (largest.size() == kMissing) {
       if (std::fabs(value) <= largest.top()) continue;
       largest.pop();
     }
@@ -237,7 +234,7 @@ bool Bootstrap::order(Residual residual, Windows& windows) const {
   }
   if (!std::isfinite(fourth)) return false;
   const auto scatter = [n](double m2, double m4) {
-    return kWidth * std::sqrt(std::max(m4 - m2 * m2, 0.0) / n) + kWidth * kWidth * m2 / n;
+    return kReach * std::sqrt(std::max(m4 - m2 * m2, 0.0) / n) + kReach * kReach * m2 / n;
   };
   const double sigma_low =
       std::sqrt(std::max(core_second - scatter(core_second, core_fourth), 0.0));
@@ -262,11 +259,11 @@ bool Bootstrap::order(Residual residual, Windows& windows) const {
   }
   const std::size_t middle = values.size() / 2;
   const auto half_width =
-      static_cast<std::size_t>(kWidth * std::sqrt(static_cast<double>(values.size())) / 2) + 2;
+      static_cast<std::size_t>(kReach * std::sqrt(static_cast<double>(values.size())) / 2) + 2;
   const std::array<std::size_t, 3> ranks = {middle - std::min(middle, half_width), middle,
                                             std::min(middle + half_width, values.size() - 1)};
   const auto find = [&](Window& window) {
-    const auto [low, mid, high] = values_of(values, ranks);
+    const auto [low, mid, high] = values_at(values, ranks);
     window.low = low;
     window.middle = mid;
     window.high = high;
@@ -277,7 +274,7 @@ bool Bootstrap::order(Residual residual, Windows& windows) const {
   const double median = windows.median.middle;
   std::vector<double> distances = values;
   for (double& distance : distances) distance = std::fabs(distance - median);
-  const auto [inner, near, outer] = values_of(distances, ranks);
+  const auto [inner, near, outer] = values_at(distances, ranks);
   const double moves = std::max(median - windows.median.low, windows.median.high - median);
   windows.has_gap = ranks[0] != 0 && inner > moves;
   if (windows.has_gap) {

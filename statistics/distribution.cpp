@@ -16,7 +16,6 @@ namespace vostrel {
 
 namespace {
 
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kLargest = std::numeric_limits<double>::max();
 
 // How many values a bracket keeps. More are counted in cells.
@@ -469,8 +468,7 @@ bool Distribution::resolve(double sigma) {
     if (std::isfinite(median())) {
       resolve(about_median_, median());
     } else {
-      about_median_.lower.value = about_median_.upper.value =
-          std::numeric_limits<double>::quiet_NaN();
+      about_median_.lower.value = about_median_.upper.value = kNaN;
     }
   }
   const auto bounds = outlier_bounds(sigma);

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
 #include <stdexcept>
 #include <vector>
 
@@ -14,7 +13,6 @@ namespace vostrel {
 
 namespace {
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kIqrFactor = 1.349;  // interquartile range of a normal distribution with sigma 1
 constexpr double kSmallestBound = 0.06;
 

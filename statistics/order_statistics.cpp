@@ -12,7 +12,6 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -85,7 +84,7 @@ template <class Key>
 std::optional<Neighbours> neighbours_at(Range range, std::size_t rank, Key key, double value) {
   std::size_t less = 0;
   std::size_t equal = 0;
-  double largest_less = -std::numeric_limits<double>::infinity();
+  double largest_less = -kInfinity;
   for (std::size_t i = range.first; i < range.last; ++i) {
     const double k = key(i);
     less += k < value;
@@ -126,7 +125,6 @@ std::optional<Bracket> take_bracket(Range range, std::size_t rank, Key key) {
   std::nth_element(low, high, sample.end());
   bracket.high = *high;
   if (!(bracket.low < bracket.high)) {  // one value fills the middle: make it one of two bounds
-    constexpr double kInfinity = std::numeric_limits<double>::infinity();
     if (bracket.high < kInfinity) {
       bracket.high = std::nextafter(bracket.high, kInfinity);
     } else {
@@ -243,7 +241,7 @@ Neighbours select_in_stretch(std::size_t n, std::size_t middle, Key key) {
 
 template <class Key>
 double middle_of(std::size_t n, Key key) {
-  if (n == 0) return std::numeric_limits<double>::quiet_NaN();
+  if (n == 0) return kNaN;
   const std::size_t middle = n / 2;
   const std::optional<Neighbours> ordered = select({0, n}, middle, key);
   const Neighbours found = ordered ? *ordered : select_in_stretch(n, middle, key);

@@ -5,7 +5,6 @@
 #include <bit>
 #include <cmath>
 #include <cstddef>
-#include <limits>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -38,8 +37,6 @@ void set_outliers(ResidualStatistics& s, const std::array<std::uint64_t, 5>& cou
   s.outliers_3sigma = percent(3);
   s.outliers_4sigma = percent(4);
 }
-
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 template <class Sum>
 constexpr bool kIsExact = std::is_same_v<Sum, ExactSum>;
@@ -289,8 +286,6 @@ class Tally {
   Distribution distribution_;
 };
 
-constexpr std::uint64_t kFormat = 2;  // of to_bytes()
-
 }  // namespace
 
 // ---- the passes ----
@@ -312,8 +307,14 @@ class Passes::State {
   virtual PointStatistics result(const Checkpoint& checkpoint) const = 0;
 };
 
+namespace {
+
+using State = Passes::State;
+
+constexpr std::uint64_t kFormat = 2;  // of to_bytes()
+
 template <class Sum>
-class Passes::StateWith : public Passes::State {
+class StateWith : public State {
  public:
   std::unique_ptr<State> copy() const override { return std::make_unique<StateWith>(*this); }
 
@@ -506,6 +507,8 @@ class Passes::StateWith : public Passes::State {
   Tally<Sum> delta_;
   Tally<Sum> norm_;
 };
+
+}  // namespace
 
 Passes::Passes(Sums sums)
     : state_(sums == Sums::kExact ? std::unique_ptr<State>(std::make_unique<StateWith<ExactSum>>())

@@ -89,10 +89,9 @@ class Passes {
   /// @throws std::logic_error if another pass is needed.
   PointStatistics result(const Checkpoint& checkpoint = [] {}) const;
 
+  class State;  ///< Opaque.
+
  private:
-  class State;
-  template <class Sum>
-  class StateWith;
   explicit Passes(std::unique_ptr<State> state);
   std::unique_ptr<State> state_;
 };

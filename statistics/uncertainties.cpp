@@ -12,8 +12,6 @@ namespace vostrel {
 
 namespace {
 
-constexpr std::size_t kBlock = Passes::kBlockSize;
-
 // The residuals of two columns, made block by block.
 template <class Residual>
 class Residuals {
@@ -25,9 +23,9 @@ class Residuals {
   // Calls use(block) for each block, which it may change.
   template <class Use>
   void for_each_block(Use use) const {
-    std::array<double, kBlock> room;
-    for (std::size_t first = 0; first < reference_.size(); first += kBlock) {
-      const std::size_t count = std::min(kBlock, reference_.size() - first);
+    std::array<double, Passes::kBlockSize> room;
+    for (std::size_t first = 0; first < reference_.size(); first += Passes::kBlockSize) {
+      const std::size_t count = std::min(Passes::kBlockSize, reference_.size() - first);
       for (std::size_t i = 0; i < count; ++i) {
         room[i] = residual_(reference_[first + i], estimate_[first + i]);
       }

@@ -1,6 +1,6 @@
-// The whole of vostrel._core as one source: compiled separately, each file would take ten seconds
-// for pybind11's headers. So a name in an anonymous namespace must be unique
-// in all of them.
+// The functions of vostrel._core as one source: compiled separately, each file would take ten
+// seconds for pybind11's headers. So a name in an anonymous namespace must be unique in all of
+// them.
 
 #include "python/src/bins.cpp"
 #include "python/src/bootstrap.cpp"

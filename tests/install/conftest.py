@@ -84,17 +84,6 @@ def configure_and_build(source, build, *options):
     return build
 
 
-def parsed_headers(folder, *flags):
-    """Flags for a build without optimization that starts with parsed headers, to save time."""
-    names = ["algorithm", "array", "cmath", "filesystem", "fstream", "iostream", "limits", "memory"]
-    names += ["random", "span", "sstream", "stdexcept", "string", "vector"]
-    header = folder / "standard.h"
-    header.write_text("".join(f"#include <{name}>\n" for name in names))
-    flags = ["-O0", "-ffp-contract=off", "-Wpedantic", *flags]
-    run(os.environ["CXX"], "-std=c++20", *flags, "-x", "c++-header", header)
-    return [*flags, "-include", str(header)]
-
-
 # With a target, a folder, tests and documents whose names are also vostrel's.
 PARENT = """
 cmake_minimum_required(VERSION 3.22)

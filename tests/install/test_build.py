@@ -1,4 +1,4 @@
-"""Builds without installing: with one command, and as a part of other projects."""
+"""Builds that are refused, and builds as a part of other projects."""
 
 import os
 import platform
@@ -6,18 +6,7 @@ import re
 import subprocess
 
 import pytest
-from conftest import ADDED, CMAKE, DATE, RELEASE, SOURCE, configure_parent, parsed_headers, run
-
-
-def test_one_command_builds_the_program(tmp_path):
-    flags = parsed_headers(tmp_path)
-    sources = [SOURCE / "main.cpp"]
-    for room in ["utils", "text", "statistics"]:
-        sources += sorted((SOURCE / room).glob("*.cpp"))
-    command = [os.environ["CXX"], "-std=c++20", *flags, "-I.", *sources]
-    run(*command, "-o", tmp_path / "vostrel", cwd=SOURCE)
-    console = subprocess.run([tmp_path / "vostrel"], stdout=subprocess.PIPE, text=True).stdout
-    assert f"{DATE}, release {RELEASE}\n" in console
+from conftest import ADDED, CMAKE, SOURCE, configure_parent, run
 
 
 @pytest.mark.parametrize(
