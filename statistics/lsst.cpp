@@ -22,7 +22,7 @@ std::vector<std::uint64_t> middle_ranks(std::uint64_t n) {
 }
 
 // The median from the two values of middle_ranks, as numpy.median computes it.
-double middle_of(std::uint64_t n, double low, double high) {
+double median_of(std::uint64_t n, double low, double high) {
   return n % 2 == 1 ? low : (low + high) / 2;
 }
 
@@ -113,7 +113,7 @@ bool LsstPasses::end_pass() {
   }
   metrics_.sigma_mad = has_nan_distance_
                            ? kNaN
-                           : middle_of(n_, ranks_.values()[0], ranks_.values()[1]) * kNmadFactor;
+                           : median_of(n_, ranks_.values()[0], ranks_.values()[1]) * kNmadFactor;
   search_ = Search::kNothing;
   return false;
 }
@@ -130,7 +130,7 @@ void LsstPasses::take_quartiles() {
     const Place place = place_of(n_, fraction);
     return interpolate(value_of(place.rank), value_of(place.rank + 1), place.part);
   };
-  metrics_.bias = middle_of(n_, value_of((n_ - 1) / 2), value_of(n_ / 2));
+  metrics_.bias = median_of(n_, value_of((n_ - 1) / 2), value_of(n_ / 2));
   metrics_.sigma_iqr = (quantile(0.75) - quantile(0.25)) / kIqrFactor;
   ranks_ = Ranks(n_, middle_ranks(n_));
   search_ = Search::kDistances;

@@ -95,7 +95,7 @@ std::optional<Neighbours> neighbours_at(Range range, std::size_t rank, Key key, 
   return Neighbours{rank > less ? value : largest_less, value};
 }
 
-struct Bracket {
+struct Bounds {
   double low;
   double high;
 };
@@ -104,7 +104,7 @@ struct Bracket {
 // `count` equal parts of the range. The standard deviation of a rank in such a sample is at most
 // sqrt(count) / 2. The bracket allows for four of those. Returns nothing if the sample has NaN.
 template <class Key>
-std::optional<Bracket> take_bracket(Range range, std::size_t rank, Key key) {
+std::optional<Bounds> take_bracket(Range range, std::size_t rank, Key key) {
   const std::size_t count = std::clamp<std::size_t>(range.size() / 64, 2048, 65536);
   const std::size_t part = range.size() / count;
   std::vector<double> sample(count);
@@ -119,7 +119,7 @@ std::optional<Bracket> take_bracket(Range range, std::size_t rank, Key key) {
   const auto low = sample.begin() + static_cast<std::ptrdiff_t>(middle - std::min(middle, spread));
   const auto high =
       sample.begin() + static_cast<std::ptrdiff_t>(std::min(middle + spread, count - 1));
-  Bracket bracket{};
+  Bounds bracket{};
   std::nth_element(sample.begin(), low, sample.end());
   bracket.low = *low;  // before the next line moves it
   std::nth_element(low, high, sample.end());
@@ -144,7 +144,7 @@ struct Partition {
 };
 
 template <class Key>
-Partition partition(Range range, Key key, Bracket bracket) {
+Partition partition(Range range, Key key, Bounds bracket) {
   const std::size_t room = range.size() / 8;
   // Not make_unique, which takes a pass over the memory to fill it with zeros.
   std::unique_ptr<double[]> collected(new double[room]);
@@ -172,7 +172,7 @@ template <class Key>
 std::optional<Neighbours> select_up_to_signs(Range range, std::size_t rank, Key key) {
   if (range.size() < kSmall) return select_in_copy(range, rank, key);
 
-  const std::optional<Bracket> bracket = take_bracket(range, rank, key);
+  const std::optional<Bounds> bracket = take_bracket(range, rank, key);
   if (!bracket) return std::nullopt;
   Partition parts = partition(range, key, *bracket);
   if (parts.complete) {
