@@ -66,7 +66,8 @@ std::vector<Histogram::Bucket> Histogram::buckets() const {
   const auto add = [&](std::size_t exponent, std::size_t fraction) {
     const std::size_t place = (std::size_t{row_of_[exponent]} << kFractionBits) + fraction;
     if (place < kRow || counts_[place] == 0) return;
-    const std::uint64_t first = (exponent % kNegative << kFractionBits | fraction) << kShift;
+    const std::uint64_t first = std::uint64_t{exponent % kNegative << kFractionBits | fraction}
+                                << kShift;
     const std::uint64_t last = first + (std::uint64_t{1} << kShift) - 1;
     double low = std::bit_cast<double>(first);
     if (std::isnan(low)) return;
