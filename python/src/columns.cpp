@@ -5,9 +5,10 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <limits>
 #include <stdexcept>
 #include <utility>
+
+#include "floating_point.h"
 
 namespace vostrel::python {
 
@@ -22,8 +23,7 @@ struct Half {
     const int fraction = bits & 1023;
     double magnitude = 0;
     if (exponent == 31) {
-      magnitude = fraction == 0 ? std::numeric_limits<double>::infinity()
-                                : std::numeric_limits<double>::quiet_NaN();
+      magnitude = fraction == 0 ? kInfinity : kNaN;
     } else if (exponent == 0) {
       magnitude = std::ldexp(fraction, -24);
     } else {

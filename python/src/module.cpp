@@ -7,12 +7,12 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "floating_point.h"
 #include "python/src/bins.h"
 #include "python/src/bootstrap.h"
 #include "python/src/calls.h"
@@ -30,8 +30,6 @@ namespace py = pybind11;
 namespace vostrel::python {
 
 namespace {
-
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 // Makes all passes. Returns false, early, if there is NaN and it isn't left out. Requires: the GIL
 // is released.
@@ -69,8 +67,8 @@ struct Survey {
   std::size_t n = 0;
   std::size_t masked = 0;
   std::size_t nan = 0;
-  double low = std::numeric_limits<double>::infinity();  // of the last column, without NaN
-  double high = -std::numeric_limits<double>::infinity();
+  double low = kInfinity;  // of the last column, without NaN
+  double high = -kInfinity;
 };
 
 // Requires: the GIL is released.
