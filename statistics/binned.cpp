@@ -46,14 +46,14 @@ std::size_t Bins::operator()(double value) const {
   return std::min(static_cast<std::size_t>(above - first) - 1, size() - 1);
 }
 
-BinnedPasses::BinnedPasses(Bins bins, Sums sums)
+BinnedAccumulator::BinnedAccumulator(Bins bins, Sums sums)
     : bins_(std::move(bins)),
       room_(std::clamp<std::size_t>(65536 / bins_.size(), 16, 256)),
       waiting_(bins_.size()),
-      passes_(bins_.size(), Passes(sums)) {}
+      passes_(bins_.size(), Accumulator(sums)) {}
 
-void BinnedPasses::add(std::span<const double> reference, std::span<const double> estimate,
-                       std::span<const double> by) {
+void BinnedAccumulator::add(std::span<const double> reference, std::span<const double> estimate,
+                            std::span<const double> by) {
   if (reference.size() != by.size() || estimate.size() != by.size()) {
     throw std::invalid_argument("reference, estimate and by differ in length");
   }
@@ -74,7 +74,7 @@ void BinnedPasses::add(std::span<const double> reference, std::span<const double
   }
 }
 
-void BinnedPasses::hand_over(std::size_t bin) {
+void BinnedAccumulator::hand_over(std::size_t bin) {
   Waiting& waiting = waiting_[bin];
   if (passes_[bin].needs_another_pass()) {
     passes_[bin].add({waiting.reference.data(), waiting.count},
@@ -83,13 +83,13 @@ void BinnedPasses::hand_over(std::size_t bin) {
   waiting.count = 0;
 }
 
-void BinnedPasses::hand_over_all() {
+void BinnedAccumulator::hand_over_all() {
   for (std::size_t bin = 0; bin < passes_.size(); ++bin) hand_over(bin);
 }
 
-bool BinnedPasses::end_pass(const Checkpoint& checkpoint) {
+bool BinnedAccumulator::end_pass(const Checkpoint& checkpoint) {
   hand_over_all();
-  for (Passes& passes : passes_) {
+  for (Accumulator& passes : passes_) {
     if (passes.needs_another_pass()) passes.end_pass();
     checkpoint();
   }
@@ -97,24 +97,24 @@ bool BinnedPasses::end_pass(const Checkpoint& checkpoint) {
   return needs_another_pass();
 }
 
-bool BinnedPasses::needs_another_pass() const {
+bool BinnedAccumulator::needs_another_pass() const {
   return std::any_of(passes_.begin(), passes_.end(),
-                     [](const Passes& passes) { return passes.needs_another_pass(); });
+                     [](const Accumulator& passes) { return passes.needs_another_pass(); });
 }
 
-std::uint64_t BinnedPasses::size() const {
+std::uint64_t BinnedAccumulator::size() const {
   std::uint64_t size = outside_;
-  for (const Passes& passes : passes_) size += passes.size();
+  for (const Accumulator& passes : passes_) size += passes.size();
   if (first_pass_) {
     for (const Waiting& waiting : waiting_) size += waiting.count;
   }
   return size;
 }
 
-BinnedPasses BinnedPasses::fresh() const {
-  BinnedPasses fresh(bins_, Sums::kExact);
+BinnedAccumulator BinnedAccumulator::fresh() const {
+  BinnedAccumulator fresh(bins_, Sums::kExact);
   for (std::size_t bin = 0; bin < passes_.size(); ++bin) {
-    const Passes& passes = passes_[bin];
+    const Accumulator& passes = passes_[bin];
     fresh.passes_[bin] = passes.needs_another_pass() ? passes.fresh() : passes;
   }
   fresh.first_pass_ = first_pass_;
@@ -122,12 +122,12 @@ BinnedPasses BinnedPasses::fresh() const {
   return fresh;
 }
 
-void BinnedPasses::merge(const BinnedPasses& other) {
+void BinnedAccumulator::merge(const BinnedAccumulator& other) {
   if (other.bins_.edges() != bins_.edges() || other.first_pass_ != first_pass_) {
     throw std::invalid_argument("these states have other bins or are not in the same pass");
   }
   for (std::size_t bin = 0; bin < passes_.size(); ++bin) {
-    Passes& passes = passes_[bin];
+    Accumulator& passes = passes_[bin];
     if (!passes.needs_another_pass()) continue;
     const Waiting& waiting = other.waiting_[bin];
     passes.merge(other.passes_[bin]);
@@ -136,34 +136,34 @@ void BinnedPasses::merge(const BinnedPasses& other) {
   if (first_pass_) outside_ += other.outside_;
 }
 
-std::string BinnedPasses::to_bytes() const {
-  BinnedPasses whole(*this);
+std::string BinnedAccumulator::to_bytes() const {
+  BinnedAccumulator whole(*this);
   whole.hand_over_all();
   ByteWriter writer;
   writer.integer(bins_.edges().size());
   for (const double edge : bins_.edges()) writer.number(edge);
   writer.integer(first_pass_);
   writer.integer(outside_);
-  for (const Passes& passes : whole.passes_) writer.text(passes.to_bytes());
+  for (const Accumulator& passes : whole.passes_) writer.text(passes.to_bytes());
   return writer.take();
 }
 
-BinnedPasses BinnedPasses::from_bytes(std::string_view bytes) {
+BinnedAccumulator BinnedAccumulator::from_bytes(std::string_view bytes) {
   ByteReader reader(bytes);
   std::vector<double> edges(reader.count());
   for (double& edge : edges) edge = reader.number();
-  BinnedPasses passes(Bins(std::move(edges)), Sums::kExact);
+  BinnedAccumulator passes(Bins(std::move(edges)), Sums::kExact);
   passes.first_pass_ = reader.index(2) != 0;
   passes.outside_ = reader.integer();
-  for (Passes& part : passes.passes_) part = Passes::from_bytes(reader.text());
+  for (Accumulator& part : passes.passes_) part = Accumulator::from_bytes(reader.text());
   reader.require(reader.at_end());
   return passes;
 }
 
-std::vector<PointStatistics> BinnedPasses::results(const Checkpoint& checkpoint) const {
+std::vector<PointStatistics> BinnedAccumulator::results(const Checkpoint& checkpoint) const {
   std::vector<PointStatistics> results;
   results.reserve(passes_.size());
-  for (const Passes& passes : passes_) {
+  for (const Accumulator& passes : passes_) {
     results.push_back(passes.result(checkpoint));
     checkpoint();
   }

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "statistics/passes.h"
+#include "statistics/accumulator.h"
 #include "statistics/statistics.h"
 
 namespace vostrel {
@@ -48,15 +48,15 @@ class Bins {
 /// point_statistics() of the objects in each bin. The columns are added block by block, once in
 /// each pass:
 ///
-///     vostrel::BinnedPasses passes(bins, vostrel::Sums::kInOrder);
+///     vostrel::BinnedAccumulator passes(bins, vostrel::Sums::kInOrder);
 ///     do {
 ///       for (each block of the columns) passes.add(reference, estimate, by);
 ///     } while (passes.end_pass());
 ///     const std::vector<vostrel::PointStatistics> statistics = passes.results();
-class BinnedPasses {
+class BinnedAccumulator {
  public:
   /// @param sums  how the sums of each bin are taken.
-  BinnedPasses(Bins bins, Sums sums);
+  BinnedAccumulator(Bins bins, Sums sums);
 
   const Bins& bins() const { return bins_; }
 
@@ -77,11 +77,11 @@ class BinnedPasses {
   /// The number of objects, in bins or not: during the first pass those so far, then all.
   std::uint64_t size() const;
 
-  /// These are like those of Passes. Requires: exact sums.
-  BinnedPasses fresh() const;
-  void merge(const BinnedPasses& other);
+  /// These are like those of Accumulator. Requires: exact sums.
+  BinnedAccumulator fresh() const;
+  void merge(const BinnedAccumulator& other);
   std::string to_bytes() const;
-  static BinnedPasses from_bytes(std::string_view bytes);
+  static BinnedAccumulator from_bytes(std::string_view bytes);
 
   /// The statistics of each bin: with sums in order, bit for bit point_statistics() of the bin's
   /// objects in their order.
@@ -92,7 +92,7 @@ class BinnedPasses {
   std::uint64_t outside() const { return outside_; }
 
  private:
-  // The objects of a bin that are not yet handed to its Passes.
+  // The objects of a bin that are not yet handed to its Accumulator.
   struct Waiting {
     std::size_t count = 0;
     std::vector<double> reference;
@@ -105,7 +105,7 @@ class BinnedPasses {
   Bins bins_;
   std::size_t room_;
   std::vector<Waiting> waiting_;
-  std::vector<Passes> passes_;
+  std::vector<Accumulator> passes_;
   bool first_pass_ = true;
   std::uint64_t outside_ = 0;
 };

@@ -8,7 +8,7 @@
 #include <queue>
 
 #include "floating_point.h"
-#include "statistics/passes.h"
+#include "statistics/accumulator.h"
 #include "statistics/resample.h"
 #include "statistics/residuals.h"
 
@@ -496,7 +496,7 @@ bool Bootstrap::evaluate(const Windows& windows, const Sums& sums,
   const std::uint64_t size = drawn_from_;
   const auto n = static_cast<double>(size);
 
-  // Cancellation costs digits, here or in sums in order. Then Passes must decide.
+  // Cancellation costs digits, here or in sums in order. Then Accumulator must decide.
   const double mean = sums.sum / n;
   const double square = sums.squares / n;
   const double variance = square - mean * mean;
@@ -616,9 +616,9 @@ PointStatistics Bootstrap::compute_by_passes(std::span<const std::uint8_t> count
                                              std::span<const std::uint32_t> groups,
                                              const std::atomic<bool>& stop) const {
   constexpr std::size_t kMost = 255;  // times that an object can be drawn
-  std::vector<double> reference(Passes::kBlockSize + kMost);
-  std::vector<double> estimate(Passes::kBlockSize + kMost);
-  Passes passes(vostrel::Sums::kInOrder);
+  std::vector<double> reference(Accumulator::kBlockSize + kMost);
+  std::vector<double> estimate(Accumulator::kBlockSize + kMost);
+  Accumulator passes(vostrel::Sums::kInOrder);
   do {
     std::size_t filled = 0;
     const auto add_filled = [&] {
@@ -635,7 +635,7 @@ PointStatistics Bootstrap::compute_by_passes(std::span<const std::uint8_t> count
         estimate[filled + k] = estimate_[i];
       }
       filled += count;
-      if (filled >= Passes::kBlockSize) {
+      if (filled >= Accumulator::kBlockSize) {
         if (stop) return {};
         add_filled();
       }

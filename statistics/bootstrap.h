@@ -26,7 +26,7 @@ namespace vostrel {
 /// near that of all objects. So only the objects in a window about each median, and about each
 /// multiple of sigma, are sorted, and only once. For each window, the objects drawn from below its
 /// middle are counted. The answer is a few entries from there. If an answer isn't in its
-/// window, or if rounding could decide it, Passes computes the resample.
+/// window, or if rounding could decide it, Accumulator computes the resample.
 class Bootstrap {
  public:
   /// Requires: both have the same length, from 1 to 2^32 - 1. Both stay valid and unchanged.
@@ -49,7 +49,7 @@ class Bootstrap {
   /// Computes the statistics of the resamples `first`, `first` + 1, ... Several threads may call
   /// this at the same time. Takes batch() bytes of memory for each object.
   /// @param stop  once it is true, the call ends early, and some results are missing.
-  /// Returns how many of them Passes computed, which is slow.
+  /// Returns how many of them Accumulator computed, which is slow.
   std::size_t run(std::uint64_t first, std::span<PointStatistics> results,
                   const std::atomic<bool>& stop) const;
 

@@ -76,7 +76,7 @@ class ByteReader {
 
   /// Throws std::invalid_argument unless the condition holds.
   void require(bool condition) const {
-    if (!condition) throw std::invalid_argument("these are not the bytes of a Passes state");
+    if (!condition) throw std::invalid_argument("these are not the bytes of a Accumulator state");
   }
 
  private:

@@ -23,9 +23,9 @@ class Residuals {
   // Calls use(block) for each block, which it may change.
   template <class Use>
   void for_each_block(Use use) const {
-    std::array<double, Passes::kBlockSize> room;
-    for (std::size_t first = 0; first < reference_.size(); first += Passes::kBlockSize) {
-      const std::size_t count = std::min(Passes::kBlockSize, reference_.size() - first);
+    std::array<double, Accumulator::kBlockSize> room;
+    for (std::size_t first = 0; first < reference_.size(); first += Accumulator::kBlockSize) {
+      const std::size_t count = std::min(Accumulator::kBlockSize, reference_.size() - first);
       for (std::size_t i = 0; i < count; ++i) {
         room[i] = residual_(reference_[first + i], estimate_[first + i]);
       }

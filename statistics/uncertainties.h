@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "statistics/passes.h"
+#include "statistics/accumulator.h"
 
 namespace vostrel {
 

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "python/src/calls.h"
+#include "statistics/accumulator.h"
 #include "statistics/binned.h"
-#include "statistics/passes.h"
 #include "statistics/residuals.h"
 #include "statistics/statistics.h"
 #include "statistics/uncertainties.h"

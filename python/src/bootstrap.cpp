@@ -19,8 +19,8 @@
 
 #include "python/src/calls.h"
 #include "python/src/columns.h"
+#include "statistics/accumulator.h"
 #include "statistics/bootstrap.h"
-#include "statistics/passes.h"
 #include "statistics/resample.h"
 #include "statistics/statistics.h"
 
@@ -65,7 +65,7 @@ class Sample {
   }
 
  private:
-  static constexpr std::size_t kBlock = Passes::kBlockSize;
+  static constexpr std::size_t kBlock = Accumulator::kBlockSize;
 
   void count(const std::vector<Column>& parts, const std::vector<Mask>& masks, bool omit_nan) {
     std::vector<double> room(kBlock);

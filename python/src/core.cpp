@@ -2,11 +2,11 @@
 // seconds for pybind11's headers. So a name in an anonymous namespace must be unique in all of
 // them.
 
+#include "python/src/accumulator.cpp"
 #include "python/src/bins.cpp"
 #include "python/src/bootstrap.cpp"
 #include "python/src/calls.cpp"
 #include "python/src/columns.cpp"
 #include "python/src/module.cpp"
-#include "python/src/passes.cpp"
 #include "python/src/plot.cpp"
 #include "python/src/rows.cpp"

@@ -13,14 +13,14 @@
 #include <vector>
 
 #include "floating_point.h"
+#include "python/src/accumulator.h"
 #include "python/src/bins.h"
 #include "python/src/bootstrap.h"
 #include "python/src/calls.h"
-#include "python/src/passes.h"
 #include "python/src/plot.h"
+#include "statistics/accumulator.h"
 #include "statistics/binned.h"
 #include "statistics/lsst.h"
-#include "statistics/passes.h"
 #include "statistics/ranks.h"
 #include "statistics/statistics.h"
 #include "version.h"
@@ -52,7 +52,7 @@ py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, 
   std::optional<PointStatistics> statistics;
   {
     const py::gil_scoped_release release;
-    Passes passes(Sums::kInOrder);
+    Accumulator passes(Sums::kInOrder);
     const auto add = [&](const Block& block) { passes.add(block.reference, block.estimate); };
     if (complete(passes, rows, omit_nan, add)) statistics = passes.result(look_for_signals);
   }
@@ -129,7 +129,7 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
   std::uint64_t outside = 0;
   {
     const py::gil_scoped_release release;
-    BinnedPasses passes(bins, Sums::kInOrder);
+    BinnedAccumulator passes(bins, Sums::kInOrder);
     do {
       nan_counts = add_to_bins(passes, rows, by_reference);
     } while (passes.end_pass(look_for_signals));
@@ -210,5 +210,5 @@ PYBIND11_MODULE(_core, module) {
   module.def("survey", survey, columns, masks, omit_nan);
   module.def("order_values", order_values, columns, masks, py::arg("n"), py::arg("ranks"));
   add_bootstrap(module);
-  define_passes(module);
+  define_accumulators(module);
 }

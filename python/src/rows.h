@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "python/src/columns.h"
-#include "statistics/passes.h"
+#include "statistics/accumulator.h"
 
 namespace vostrel::python {
 
@@ -45,7 +45,7 @@ class Rows {
   const Block& block() const { return block_; }
 
   /// The largest number of objects in a block.
-  static constexpr std::size_t kBlock = Passes::kBlockSize;
+  static constexpr std::size_t kBlock = Accumulator::kBlockSize;
 
   // Counts of the current pass, up to the current block. A masked object doesn't count as NaN.
   std::size_t kept() const { return kept_; }      ///< Objects given out.

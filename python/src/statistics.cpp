@@ -1,6 +1,7 @@
 // All of statistics/ as one source, which compiles in half the time. So a name in an anonymous
 // namespace must be unique in all of them.
 
+#include "statistics/accumulator.cpp"
 #include "statistics/binned.cpp"
 #include "statistics/bootstrap.cpp"
 #include "statistics/distribution.cpp"
@@ -10,7 +11,6 @@
 #include "statistics/lsst.cpp"
 #include "statistics/order_statistics.cpp"
 #include "statistics/outliers.cpp"
-#include "statistics/passes.cpp"
 #include "statistics/ranks.cpp"
 #include "statistics/resample.cpp"
 #include "statistics/uncertainties.cpp"

@@ -14,33 +14,36 @@ arrays instead of files.
 import importlib
 from types import ModuleType
 
+from vostrel._accumulator import Accumulator
 from vostrel._binned import binned_statistics
 from vostrel._bootstrap import BootstrapDifference, bootstrap, bootstrap_difference
 from vostrel._chunked import chunked_binned_statistics, chunked_statistics
 from vostrel._core import VERSION as __version__
 from vostrel._lsst import lsst_metrics
-from vostrel._passes import Passes
 from vostrel._point import point_statistics
 from vostrel._report import read_report
 from vostrel._results import (
-    BinnedResiduals,
+    BinnedResidualStatistics,
     BinnedStatistics,
     LsstMetrics,
     PointStatistics,
-    Residuals,
+    ResidualStatistics,
+    Uncertain,
+    UncertainResidualStatistics,
+    Uncertainties,
 )
-from vostrel._uncertainties import Estimate, UncertainResiduals, Uncertainties, uncertainties
+from vostrel._uncertainties import uncertainties
 
 __all__ = [
-    "BinnedResiduals",
+    "Accumulator",
+    "BinnedResidualStatistics",
     "BinnedStatistics",
     "BootstrapDifference",
-    "Estimate",
     "LsstMetrics",
-    "Passes",
     "PointStatistics",
-    "Residuals",
-    "UncertainResiduals",
+    "ResidualStatistics",
+    "Uncertain",
+    "UncertainResidualStatistics",
     "Uncertainties",
     "__version__",
     "binned_statistics",

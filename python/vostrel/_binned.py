@@ -12,8 +12,8 @@ import numpy as np
 
 from vostrel import _core
 from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
-from vostrel._results import BinnedResiduals, BinnedStatistics
-from vostrel._uncertainties import CONFIDENCE, Uncertainties, by_formula
+from vostrel._results import BinnedResidualStatistics, BinnedStatistics, Uncertainties
+from vostrel._uncertainties import CONFIDENCE, by_formula
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
@@ -122,8 +122,8 @@ def binned_statistics(
         n_masked=n_masked,
         n_nan=n_nan,
         n_outside=n_outside,
-        delta=BinnedResiduals(*numbers[0]),
-        norm=BinnedResiduals(*numbers[1]),
+        delta=BinnedResidualStatistics(*numbers[0]),
+        norm=BinnedResidualStatistics(*numbers[1]),
     )
     if uncertainties:
         result = replace(result, uncertainties=_by_formula(columns, result, omit))

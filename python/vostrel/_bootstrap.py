@@ -20,13 +20,14 @@ from vostrel._inputs import (
     separate_mask,
 )
 from vostrel._point import point_statistics
-from vostrel._results import NAMES, PointStatistics
-from vostrel._uncertainties import (
-    Estimate,
-    UncertainResiduals,
+from vostrel._results import (
+    NAMES,
+    PointStatistics,
+    Uncertain,
+    UncertainResidualStatistics,
     Uncertainties,
-    check_confidence,
 )
+from vostrel._uncertainties import check_confidence
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
@@ -177,12 +178,12 @@ class BootstrapDifference:
         return self[first, second]
 
     @property
-    def delta(self) -> UncertainResiduals:
+    def delta(self) -> UncertainResidualStatistics:
         """The differences for the residual, of two estimators."""
         return self._only().delta
 
     @property
-    def norm(self) -> UncertainResiduals:
+    def norm(self) -> UncertainResidualStatistics:
         """The differences for the normalized residual, of two estimators."""
         return self._only().norm
 
@@ -266,7 +267,7 @@ def bootstrap_difference(
     return BootstrapDifference(results, confidence)
 
 
-def _estimates(part: UncertainResiduals) -> list[Estimate]:
+def _estimates(part: UncertainResidualStatistics) -> list[Uncertain]:
     return [getattr(part, name) for name in NAMES]
 
 
@@ -454,15 +455,15 @@ def _summary(
 
 def _residuals(
     values: NDArray[np.float64], replicates: NDArray[np.float64], confidence: float
-) -> tuple[UncertainResiduals, UncertainResiduals]:
+) -> tuple[UncertainResidualStatistics, UncertainResidualStatistics]:
     """Return the estimates of both residuals."""
     with np.errstate(invalid="ignore", over="ignore"):
         errors = np.std(replicates, axis=0, ddof=1)
         ends = np.quantile(replicates, [(1 - confidence) / 2, (1 + confidence) / 2], axis=0)
     delta, norm = (
-        UncertainResiduals(
+        UncertainResidualStatistics(
             *(
-                Estimate(*map(float, numbers))
+                Uncertain(*map(float, numbers))
                 for numbers in zip(values[i], errors[i], ends[0, i], ends[1, i])
             )
         )

@@ -6,7 +6,7 @@ from collections.abc import Iterable, Iterator, Sized
 from contextlib import closing
 from typing import Any, Callable, Optional, Union
 
-from vostrel._passes import BinnedPasses, ChunkNanPolicy, Passes
+from vostrel._accumulator import Accumulator, BinnedAccumulator, ChunkNanPolicy
 from vostrel._results import BinnedStatistics, PointStatistics
 
 #: Tuples of arrays, or a function that returns them for each pass.
@@ -74,7 +74,7 @@ def chunked_statistics(
     >>> s.n, round(s.norm.nmad, 6)
     (4, 0.086485)
     """
-    result: PointStatistics = go_over(Passes(nan_policy), chunks, progress)
+    result: PointStatistics = go_over(Accumulator(nan_policy), chunks, progress)
     return result
 
 
@@ -130,7 +130,7 @@ def chunked_binned_statistics(
     >>> b.counts
     array([1, 3], dtype=uint64)
     """
-    result: BinnedStatistics = go_over(BinnedPasses(bins, range, nan_policy), chunks, progress)
+    result: BinnedStatistics = go_over(BinnedAccumulator(bins, range, nan_policy), chunks, progress)
     return result
 
 

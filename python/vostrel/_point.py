@@ -7,9 +7,9 @@ from typing import Any, Optional
 
 from vostrel import _core
 from vostrel._inputs import NanPolicy, check_counts, prepare
-from vostrel._results import NAMES, PointStatistics, Residuals
+from vostrel._results import NAMES, PointStatistics, ResidualStatistics
 
-NAN = Residuals(*[math.nan] * len(NAMES))
+NAN = ResidualStatistics(*[math.nan] * len(NAMES))
 
 
 def point_statistics(
@@ -82,4 +82,5 @@ def point_statistics(
     check_counts(nan_policy, n, n_masked, n_nan)
     if delta is None or norm is None:
         return PointStatistics(n, n_masked, n_nan, NAN, NAN)
-    return PointStatistics(n, n_masked, n_nan, Residuals(*delta), Residuals(*norm))
+    parts = ResidualStatistics(*delta), ResidualStatistics(*norm)
+    return PointStatistics(n, n_masked, n_nan, *parts)

@@ -7,7 +7,7 @@ import re
 from typing import Union
 
 from vostrel import _core
-from vostrel._results import PointStatistics, Residuals
+from vostrel._results import PointStatistics, ResidualStatistics
 
 #: Characters that are read. A report has fewer than 2000, but console output may be longer.
 LONGEST = 1 << 20
@@ -72,8 +72,10 @@ def read_report(path: Union[str, os.PathLike[str]]) -> PointStatistics:
         n=int(size),
         n_masked=0,
         n_nan=0,
-        delta=Residuals(*(number(label, unit=unit) for label, _, _, unit in _core.STATISTICS)),
-        norm=Residuals(
+        delta=ResidualStatistics(
+            *(number(label, unit=unit) for label, _, _, unit in _core.STATISTICS)
+        ),
+        norm=ResidualStatistics(
             *(number(label, console, unit=unit) for _, label, console, unit in _core.STATISTICS)
         ),
     )

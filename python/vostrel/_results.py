@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import math
 import re
 from collections.abc import Iterator
 from dataclasses import asdict, astuple, dataclass, fields
@@ -14,8 +15,6 @@ from vostrel import _core
 if TYPE_CHECKING:  # importing the package must be quick
     import pandas
     from numpy.typing import NDArray
-
-    from vostrel._uncertainties import Uncertainties
 
 T = TypeVar("T")
 
@@ -38,7 +37,7 @@ class PerStatistic(Generic[T]):
 
 
 @dataclass(frozen=True)
-class Residuals(PerStatistic[float]):
+class ResidualStatistics(PerStatistic[float]):
     """The statistics of one residual r of n objects.
 
     Outliers are percentages, 0 to 100. The others have the unit of the
@@ -66,11 +65,11 @@ class Residuals(PerStatistic[float]):
     """
 
 
-class BinnedResiduals(PerStatistic["NDArray[np.float64]"]):
-    """The statistics of one residual in k bins: those of `Residuals` as arrays of shape (k,)."""
+class BinnedResidualStatistics(PerStatistic["NDArray[np.float64]"]):
+    """The statistics of one residual in k bins: `ResidualStatistics`, but arrays of shape (k,)."""
 
 
-#: The attributes of Residuals, in the order of the report.
+#: The attributes of ResidualStatistics, in the order of the report.
 NAMES = tuple(field.name for field in fields(PerStatistic))
 
 #: Attribute, label and unit of each statistic.
@@ -90,9 +89,9 @@ class PointStatistics:
     n_nan : int
         Number of objects with NaN: left out with ``nan_policy="omit"``,
         included in ``n`` with ``nan_policy="propagate"``.
-    delta : Residuals
+    delta : ResidualStatistics
         Statistics of the residual: reference - estimate.
-    norm : Residuals
+    norm : ResidualStatistics
         Statistics of the normalized residual:
         (reference - estimate) / (1 + reference).
     """
@@ -100,8 +99,8 @@ class PointStatistics:
     n: int
     n_masked: int
     n_nan: int
-    delta: Residuals
-    norm: Residuals
+    delta: ResidualStatistics
+    norm: ResidualStatistics
 
     def to_dict(self) -> dict[str, Union[int, float]]:
         """Return all numbers under flat names such as ``"norm_nmad"``.
@@ -194,9 +193,9 @@ class BinnedStatistics:
         Number of objects with NaN, in the bins or not.
     n_outside : int
         Number of objects without NaN that are in no bin.
-    delta : BinnedResiduals
+    delta : BinnedResidualStatistics
         Statistics of the residual, each an array. NaN for an empty bin.
-    norm : BinnedResiduals
+    norm : BinnedResidualStatistics
         Statistics of the normalized residual.
     uncertainties : tuple of Uncertainties or None
         If asked for: the errors of each bin by formula. NaN for an empty bin.
@@ -208,8 +207,8 @@ class BinnedStatistics:
     n_masked: int
     n_nan: int
     n_outside: int
-    delta: BinnedResiduals
-    norm: BinnedResiduals
+    delta: BinnedResidualStatistics
+    norm: BinnedResidualStatistics
     uncertainties: Optional[tuple[Uncertainties, ...]] = None
 
     def __len__(self) -> int:
@@ -217,7 +216,7 @@ class BinnedStatistics:
 
     def __getitem__(self, index: int) -> PointStatistics:
         delta, norm = (
-            Residuals(*(float(getattr(part, name)[index]) for name in NAMES))
+            ResidualStatistics(*(float(getattr(part, name)[index]) for name in NAMES))
             for part in (self.delta, self.norm)
         )
         return PointStatistics(
@@ -316,6 +315,143 @@ class LsstMetrics:
         return asdict(self)
 
 
+@dataclass(frozen=True)
+class Uncertain:
+    """A statistic, its error and its confidence interval.
+
+    Attributes
+    ----------
+    value : float
+        The statistic of the objects themselves.
+    error : float
+        Its standard error.
+    low, high : float
+        The ends of its confidence interval.
+
+    Examples
+    --------
+    >>> import vostrel
+    >>> print(vostrel.Uncertain(0.021234, 0.00035, 0.02094, 0.02163))
+    0.0212 +0.0004 -0.0003
+    """
+
+    value: float
+    error: float
+    low: float
+    high: float
+
+    def __str__(self) -> str:
+        return _rounded(self, "")
+
+
+@dataclass(frozen=True)
+class UncertainResidualStatistics(PerStatistic[Uncertain]):
+    """The statistics of one residual: those of `ResidualStatistics`, each as an `Uncertain`."""
+
+
+@dataclass(frozen=True, eq=False)
+class Uncertainties:
+    """The statistics of n objects with their errors.
+
+    ``print(u)`` rounds the smaller half of an interval to one significant
+    digit, or to two if the first is 1, and gives the other half and the value
+    the same number of decimals. If one half is tiny compared with the other,
+    the larger half decides.
+
+    Attributes
+    ----------
+    n, n_masked, n_nan : int
+        As those of `PointStatistics`.
+    confidence : float
+        The confidence of the intervals.
+    method : str
+        ``"formula"`` or ``"bootstrap"``.
+    delta : UncertainResidualStatistics
+        Statistics of the residual: reference - estimate.
+    norm : UncertainResidualStatistics
+        Statistics of the normalized residual.
+    seed : int or None
+        The seed of a bootstrap, which gives the same resamples again.
+    replicates : ndarray of float64, shape (resamples, 2, statistics), or None
+        The numbers of every resample of a bootstrap, first those of `delta`,
+        then those of `norm`, in the order of `ResidualStatistics`.
+    """
+
+    n: int
+    n_masked: int
+    n_nan: int
+    confidence: float
+    method: str
+    delta: UncertainResidualStatistics
+    norm: UncertainResidualStatistics
+    seed: Optional[int] = None
+    replicates: Optional[NDArray[np.float64]] = None
+
+    def to_dict(self) -> dict[str, Union[int, float]]:
+        """Return all numbers under flat names.
+
+        Returns
+        -------
+        dict
+            ``n``, ``n_masked``, ``n_nan``, and four numbers for each
+            statistic, such as ``norm_nmad``, ``norm_nmad_error``,
+            ``norm_nmad_low`` and ``norm_nmad_high``.
+        """
+        result: dict[str, Union[int, float]] = {
+            "n": self.n,
+            "n_masked": self.n_masked,
+            "n_nan": self.n_nan,
+        }
+        for part in ("delta", "norm"):
+            for name in NAMES:
+                estimate = getattr(getattr(self, part), name)
+                for field in fields(Uncertain):
+                    suffix = "" if field.name == "value" else f"_{field.name}"
+                    result[f"{part}_{name}{suffix}"] = getattr(estimate, field.name)
+        return result
+
+    def to_frame(self) -> pandas.DataFrame:
+        """Return a pandas DataFrame with a row for each statistic. Needs pandas.
+
+        Returns
+        -------
+        pandas.DataFrame
+            Columns ``value``, ``error``, ``low`` and ``high``; rows such as
+            ``norm_nmad``.
+
+        Raises
+        ------
+        ImportError
+            If pandas is not installed.
+        """
+        columns = [field.name for field in fields(Uncertain)]
+        rows = {
+            f"{part}_{name}": [getattr(getattr(getattr(self, part), name), c) for c in columns]
+            for part in ("delta", "norm")
+            for name in NAMES
+        }
+        return import_pandas("to_frame").DataFrame.from_dict(rows, orient="index", columns=columns)
+
+    def __str__(self) -> str:
+        objects = f"{self.n} object" + ("" if self.n == 1 else "s")
+        lines = [
+            f"{objects}, {self.n_masked} masked, {self.n_nan} with NaN; "
+            f"{100 * self.confidence:.6g}% intervals by {self.method}"
+        ]
+        columns = [
+            [heading] + aligned([_rounded(getattr(part, name), unit) for name, _, unit in ROWS])
+            for heading, part in (("delta", self.delta), ("delta norm", self.norm))
+        ]
+        label_width = max(len(label) for _, label, _ in ROWS)
+        widths = [max(map(len, column)) for column in columns]
+        for label, *cells in zip(["", *(label for _, label, _ in ROWS)], *columns):
+            row = "  ".join(cell.ljust(width) for cell, width in zip(cells, widths))
+            lines.append(f"{label:<{label_width}}  {row}".rstrip())
+        if self.method == "formula":
+            lines.append("?: there is no formula; use vostrel.bootstrap")
+        return "\n".join(lines)
+
+
 def import_pandas(wanted_by: str) -> Any:
     """Return pandas, or raise an ImportError that says who needs it."""
     try:
@@ -346,3 +482,26 @@ def _text(value: float, unit: str) -> str:
 def _counted(statistics: PointStatistics) -> str:
     objects = f"{statistics.n} object" + ("" if statistics.n == 1 else "s")
     return f"{objects}, {statistics.n_masked} masked, {statistics.n_nan} with NaN"
+
+
+def _rounded(estimate: Uncertain, unit: str) -> str:
+    """Return the estimate rounded to the digits that its interval justifies."""
+    up, down = estimate.high - estimate.value, estimate.value - estimate.low
+    if not (math.isfinite(up) and math.isfinite(down)):
+        text = f"{estimate.value:.6g}{unit}"
+        return text if math.isnan(estimate.value) else f"{text} ?"
+    least = 1e-12 * abs(estimate.value)  # less is rounding
+    digits = [_decimals(half) for half in (abs(up), abs(down)) if half > least]
+    if not digits:
+        return f"{estimate.value:.6g}{unit} +0 -0"
+    # If one half is tiny compared with the other, the larger half decides.
+    places = min(max(digits), min(digits) + 1)
+    value, up, down = (round(number, places) + 0.0 for number in (estimate.value, up, down))
+    places = max(places, 0)
+    return f"{value:.{places}f}{unit} {up:+.{places}f} {-down:+.{places}f}"
+
+
+def _decimals(half: float) -> int:
+    """Return the number of decimals for half of an interval."""
+    first, exponent = f"{half:.0e}".split("e")
+    return -int(exponent) + (1 if first == "1" else 0)

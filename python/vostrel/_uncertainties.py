@@ -4,161 +4,25 @@ from __future__ import annotations
 
 import math
 from collections.abc import Callable, Sequence
-from dataclasses import dataclass, fields
-from typing import TYPE_CHECKING, Any, Optional, Union
+from typing import Any, Optional
 
 import numpy as np
 
 from vostrel import _core
 from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
-from vostrel._results import NAMES, ROWS, PerStatistic, Residuals, aligned, import_pandas
-
-if TYPE_CHECKING:
-    import pandas
-    from numpy.typing import NDArray
+from vostrel._results import (
+    NAMES,
+    ResidualStatistics,
+    Uncertain,
+    UncertainResidualStatistics,
+    Uncertainties,
+)
 
 #: The default confidence of intervals.
 CONFIDENCE = 0.683
 
 #: The confidence of one standard deviation of a normal distribution to both sides.
 ONE_SIGMA = math.erf(math.sqrt(0.5))
-
-
-@dataclass(frozen=True)
-class Estimate:
-    """A statistic, its error and its confidence interval.
-
-    Attributes
-    ----------
-    value : float
-        The statistic of the objects themselves.
-    error : float
-        Its standard error.
-    low, high : float
-        The ends of its confidence interval.
-
-    Examples
-    --------
-    >>> import vostrel
-    >>> print(vostrel.Estimate(0.021234, 0.00035, 0.02094, 0.02163))
-    0.0212 +0.0004 -0.0003
-    """
-
-    value: float
-    error: float
-    low: float
-    high: float
-
-    def __str__(self) -> str:
-        return _rounded(self, "")
-
-
-@dataclass(frozen=True)
-class UncertainResiduals(PerStatistic[Estimate]):
-    """The statistics of one residual: those of `Residuals`, each as an `Estimate`."""
-
-
-@dataclass(frozen=True, eq=False)
-class Uncertainties:
-    """The statistics of n objects with their errors.
-
-    ``print(u)`` rounds the smaller half of an interval to one significant
-    digit, or to two if the first is 1, and gives the other half and the value
-    the same number of decimals. If one half is tiny compared with the other,
-    the larger half decides.
-
-    Attributes
-    ----------
-    n, n_masked, n_nan : int
-        As those of `PointStatistics`.
-    confidence : float
-        The confidence of the intervals.
-    method : str
-        ``"formula"`` or ``"bootstrap"``.
-    delta : UncertainResiduals
-        Statistics of the residual: reference - estimate.
-    norm : UncertainResiduals
-        Statistics of the normalized residual.
-    seed : int or None
-        The seed of a bootstrap, which gives the same resamples again.
-    replicates : ndarray of float64, shape (resamples, 2, statistics), or None
-        The numbers of every resample of a bootstrap, first those of `delta`,
-        then those of `norm`, in the order of `Residuals`.
-    """
-
-    n: int
-    n_masked: int
-    n_nan: int
-    confidence: float
-    method: str
-    delta: UncertainResiduals
-    norm: UncertainResiduals
-    seed: Optional[int] = None
-    replicates: Optional[NDArray[np.float64]] = None
-
-    def to_dict(self) -> dict[str, Union[int, float]]:
-        """Return all numbers under flat names.
-
-        Returns
-        -------
-        dict
-            ``n``, ``n_masked``, ``n_nan``, and four numbers for each
-            statistic, such as ``norm_nmad``, ``norm_nmad_error``,
-            ``norm_nmad_low`` and ``norm_nmad_high``.
-        """
-        result: dict[str, Union[int, float]] = {
-            "n": self.n,
-            "n_masked": self.n_masked,
-            "n_nan": self.n_nan,
-        }
-        for part in ("delta", "norm"):
-            for name in NAMES:
-                estimate = getattr(getattr(self, part), name)
-                for field in fields(Estimate):
-                    suffix = "" if field.name == "value" else f"_{field.name}"
-                    result[f"{part}_{name}{suffix}"] = getattr(estimate, field.name)
-        return result
-
-    def to_frame(self) -> pandas.DataFrame:
-        """Return a pandas DataFrame with a row for each statistic. Needs pandas.
-
-        Returns
-        -------
-        pandas.DataFrame
-            Columns ``value``, ``error``, ``low`` and ``high``; rows such as
-            ``norm_nmad``.
-
-        Raises
-        ------
-        ImportError
-            If pandas is not installed.
-        """
-        columns = [field.name for field in fields(Estimate)]
-        rows = {
-            f"{part}_{name}": [getattr(getattr(getattr(self, part), name), c) for c in columns]
-            for part in ("delta", "norm")
-            for name in NAMES
-        }
-        return import_pandas("to_frame").DataFrame.from_dict(rows, orient="index", columns=columns)
-
-    def __str__(self) -> str:
-        objects = f"{self.n} object" + ("" if self.n == 1 else "s")
-        lines = [
-            f"{objects}, {self.n_masked} masked, {self.n_nan} with NaN; "
-            f"{100 * self.confidence:.6g}% intervals by {self.method}"
-        ]
-        columns = [
-            [heading] + aligned([_rounded(getattr(part, name), unit) for name, _, unit in ROWS])
-            for heading, part in (("delta", self.delta), ("delta norm", self.norm))
-        ]
-        label_width = max(len(label) for _, label, _ in ROWS)
-        widths = [max(map(len, column)) for column in columns]
-        for label, *cells in zip(["", *(label for _, label, _ in ROWS)], *columns):
-            row = "  ".join(cell.ljust(width) for cell, width in zip(cells, widths))
-            lines.append(f"{label:<{label_width}}  {row}".rstrip())
-        if self.method == "formula":
-            lines.append("?: there is no formula; use vostrel.bootstrap")
-        return "\n".join(lines)
 
 
 def uncertainties(
@@ -267,25 +131,25 @@ def by_formula(
     values: Sequence[Any],
     spreads: Callable[[list[int]], Sequence[Any]],
     confidence: float,
-) -> tuple[UncertainResiduals, UncertainResiduals]:
+) -> tuple[UncertainResidualStatistics, UncertainResidualStatistics]:
     """Return the estimates of both residuals of n objects. They are NaN if n is 0.
 
     `values` has the statistics of each residual. `spreads` returns what
     `Sample.spreads` of the core does for the ranks it is given.
     """
     if n == 0:
-        nothing = UncertainResiduals(*[NO_ESTIMATE] * len(NAMES))
+        nothing = UncertainResidualStatistics(*[NO_ESTIMATE] * len(NAMES))
         return nothing, nothing
     wide, narrow = median_ranks(n, confidence), median_ranks(n, ONE_SIGMA)
     found = spreads([rank for ranks in (wide, narrow) if ranks for rank in ranks])
     delta, norm = (
-        _of_residual(n, confidence, Residuals(*part), spread, bool(wide), bool(narrow))
+        _of_residual(n, confidence, ResidualStatistics(*part), spread, bool(wide), bool(narrow))
         for part, spread in zip(values, found)
     )
     return delta, norm
 
 
-NO_ESTIMATE = Estimate(math.nan, math.nan, math.nan, math.nan)
+NO_ESTIMATE = Uncertain(math.nan, math.nan, math.nan, math.nan)
 
 
 def check_confidence(confidence: float) -> None:
@@ -295,8 +159,13 @@ def check_confidence(confidence: float) -> None:
 
 
 def _of_residual(
-    n: int, confidence: float, values: Residuals, spread: Any, has_wide: bool, has_narrow: bool
-) -> UncertainResiduals:
+    n: int,
+    confidence: float,
+    values: ResidualStatistics,
+    spread: Any,
+    has_wide: bool,
+    has_narrow: bool,
+) -> UncertainResidualStatistics:
     """Return the estimates of one residual."""
     second, fourth, second_about, fourth_about, absolute = spread
     q = normal_quantile(confidence)
@@ -304,12 +173,12 @@ def _of_residual(
     wide = absolute[:2] if has_wide else [math.nan, math.nan]
     narrow = absolute[-2:] if has_narrow else [math.nan, math.nan]
     factor = _core.NMAD_FACTOR
-    return UncertainResiduals(
-        bias=Estimate(values.bias, error, values.bias - q * error, values.bias + q * error),
+    return UncertainResidualStatistics(
+        bias=Uncertain(values.bias, error, values.bias - q * error, values.bias + q * error),
         sigma=_root(values.sigma, second_about, fourth_about, n, q),
         rms=_root(values.rms, second, fourth, n, q),
-        mad=Estimate(values.mad, (narrow[1] - narrow[0]) / 2, *wide),
-        nmad=Estimate(
+        mad=Uncertain(values.mad, (narrow[1] - narrow[0]) / 2, *wide),
+        nmad=Uncertain(
             values.nmad,
             factor * (narrow[1] - narrow[0]) / 2,
             *(factor * value for value in wide),
@@ -323,20 +192,20 @@ def _of_residual(
     )
 
 
-def _without(value: float) -> Estimate:
-    return Estimate(value, math.nan, math.nan, math.nan)
+def _without(value: float) -> Uncertain:
+    return Uncertain(value, math.nan, math.nan, math.nan)
 
 
-def _root(value: float, second: float, fourth: float, n: int, q: float) -> Estimate:
+def _root(value: float, second: float, fourth: float, n: int, q: float) -> Uncertain:
     """Return the estimate of the root of a second moment, by the delta method."""
     if n < 2 or not value > 0:
         return _without(value)
     error = math.sqrt(max(fourth - second * second, 0.0) / n) / (2 * value)
     stretch = math.exp(q * error / value)
-    return Estimate(value, error, value / stretch, value * stretch)
+    return Uncertain(value, error, value / stretch, value * stretch)
 
 
-def _wilson(percentage: float, n: int, q: float) -> Estimate:
+def _wilson(percentage: float, n: int, q: float) -> Uncertain:
     """Return the estimate of a percentage, by Wilson's interval."""
     p = percentage / 100
 
@@ -347,7 +216,7 @@ def _wilson(percentage: float, n: int, q: float) -> Estimate:
         return 100 * max(middle - half, 0), 100 * min(middle + half, 1)
 
     one_low, one_high = interval(1)
-    return Estimate(percentage, (one_high - one_low) / 2, *interval(q))
+    return Uncertain(percentage, (one_high - one_low) / 2, *interval(q))
 
 
 def normal_quantile(confidence: float) -> float:
@@ -378,26 +247,3 @@ def median_ranks(n: int, confidence: float) -> Optional[tuple[int, int]]:
         return None
     low = middle - int(allowed[0])
     return low, n - 1 - low
-
-
-def _rounded(estimate: Estimate, unit: str) -> str:
-    """Return the estimate rounded to the digits that its interval justifies."""
-    up, down = estimate.high - estimate.value, estimate.value - estimate.low
-    if not (math.isfinite(up) and math.isfinite(down)):
-        text = f"{estimate.value:.6g}{unit}"
-        return text if math.isnan(estimate.value) else f"{text} ?"
-    least = 1e-12 * abs(estimate.value)  # less is rounding
-    digits = [_decimals(half) for half in (abs(up), abs(down)) if half > least]
-    if not digits:
-        return f"{estimate.value:.6g}{unit} +0 -0"
-    # If one half is tiny compared with the other, the larger half decides.
-    places = min(max(digits), min(digits) + 1)
-    value, up, down = (round(number, places) + 0.0 for number in (estimate.value, up, down))
-    places = max(places, 0)
-    return f"{value:.{places}f}{unit} {up:+.{places}f} {-down:+.{places}f}"
-
-
-def _decimals(half: float) -> int:
-    """Return the number of decimals for half of an interval."""
-    first, exponent = f"{half:.0e}".split("e")
-    return -int(exponent) + (1 if first == "1" else 0)

@@ -8,8 +8,8 @@ from typing import Any, Optional, Union
 
 import numpy as np
 
+from vostrel._accumulator import Accumulator, BinnedAccumulator, ChunkNanPolicy
 from vostrel._inputs import check_dimension
-from vostrel._passes import BinnedPasses, ChunkNanPolicy, Passes
 
 try:
     import dask
@@ -98,7 +98,7 @@ def point_statistics(
     0.086485
     """
     blocks = pair_blocks(reference=reference, estimate=estimate, mask=mask)
-    return _run(Job(Passes(nan_policy), blocks), compute)
+    return _run(Job(Accumulator(nan_policy), blocks), compute)
 
 
 def binned_statistics(
@@ -149,11 +149,11 @@ def binned_statistics(
     array([1, 3], dtype=uint64)
     """
     blocks = pair_blocks(reference=reference, estimate=estimate, by=by, mask=mask)
-    return _run(Job(BinnedPasses(bins, range, nan_policy), blocks), compute)
+    return _run(Job(BinnedAccumulator(bins, range, nan_policy), blocks), compute)
 
 
 class Job:
-    """Passes over blocks. Dask doesn't see a collection in it, so doesn't compute it."""
+    """Accumulator over blocks. Dask doesn't see a collection in it, so doesn't compute it."""
 
     def __init__(self, state: Any, blocks: list[Block]) -> None:
         self._state = state

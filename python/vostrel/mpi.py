@@ -6,8 +6,8 @@ import pickle
 from contextlib import closing
 from typing import Any, Optional, Union
 
+from vostrel._accumulator import Accumulator, ChunkNanPolicy
 from vostrel._chunked import Chunks, Progress, Report, add_chunks, count
-from vostrel._passes import ChunkNanPolicy, Passes
 from vostrel._results import PointStatistics
 
 try:
@@ -80,21 +80,21 @@ def point_statistics(
         from mpi4py import MPI
 
         comm = MPI.COMM_WORLD
-    state: Optional[Passes] = None
+    state: Optional[Accumulator] = None
     number = 0
     total = None
     while state is None or state.needs_another_pass:
         number += 1
         raised: Optional[BaseException] = None
-        part: Optional[Passes] = None
+        part: Optional[Accumulator] = None
         try:
-            part = Passes(nan_policy) if state is None else state.fresh()
+            part = Accumulator(nan_policy) if state is None else state.fresh()
             total = count(chunks) if total is None else total
             with closing(Report(progress, number, total)) as report:
                 total = add_chunks(part, chunks, report)
         except BaseException as error:  # raised below: the other processes wait for this one
             raised = error
-        merged: Union[Passes, BaseException] = comm.allreduce(
+        merged: Union[Accumulator, BaseException] = comm.allreduce(
             part if raised is None else _portable(raised), op=_merged
         )
         if raised is not None:
@@ -107,8 +107,8 @@ def point_statistics(
 
 
 def _merged(
-    one: Union[Passes, BaseException], other: Union[Passes, BaseException]
-) -> Union[Passes, BaseException]:
+    one: Union[Accumulator, BaseException], other: Union[Accumulator, BaseException]
+) -> Union[Accumulator, BaseException]:
     """Return the merged states, or the exception."""
     if isinstance(one, BaseException):
         return one

@@ -25,7 +25,7 @@ from conftest import (
 )
 
 
-HEADERS = ["passes.h", "statistics.h", "utils.h"]
+HEADERS = ["accumulator.h", "statistics.h", "utils.h"]
 
 
 class Installed:

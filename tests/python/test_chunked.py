@@ -21,7 +21,7 @@ AS_IN_MEMORY = ("mad", "nmad", "mad_delta", "outliers_015")
 
 def by_workers(chunks, workers):
     """The statistics by states that are pickled, sent to workers and merged."""
-    passes = vostrel.Passes()
+    passes = vostrel.Accumulator()
     while passes.needs_another_pass:
         start = pickle.dumps(passes.fresh())
         merged = passes.fresh()
@@ -120,7 +120,7 @@ def test_masks_and_nan_are_counted(rng):
     assert (s.n, s.n_masked, s.n_nan) == (kept.sum(), mask.sum(), n_nan)
     assert s.norm == vostrel.chunked_statistics([(reference[kept], estimate[kept])]).norm
 
-    passes = vostrel.Passes(nan_policy="omit")
+    passes = vostrel.Accumulator(nan_policy="omit")
     while passes.needs_another_pass:
         for chunk in chunks:
             part = passes.fresh()
@@ -208,7 +208,7 @@ def test_a_bar_is_shown(rng, capsys):
 
 
 def test_a_state_is_small(rng):
-    passes = vostrel.Passes()
+    passes = vostrel.Accumulator()
     while passes.needs_another_pass:
         passes.add(*redshifts(np.random.default_rng(1), 1_000_000))
         assert len(pickle.dumps(passes)) < 4e6
@@ -216,27 +216,27 @@ def test_a_state_is_small(rng):
 
 
 def test_a_pickle_of_another_version_is_refused():
-    state = vostrel.Passes().__getstate__()
+    state = vostrel.Accumulator().__getstate__()
     state["version"] = 99
     with pytest.raises(ValueError, match="version 99, and this release of vostrel reads version 1"):
-        vostrel.Passes().__setstate__(state)
+        vostrel.Accumulator().__setstate__(state)
     state["version"] = 1
     state["core"] = state["core"][:-1]
     with pytest.raises(ValueError):
-        vostrel.Passes().__setstate__(state)
+        vostrel.Accumulator().__setstate__(state)
 
 
 def test_misuse_of_a_state_is_refused(rng):
     columns = redshifts(rng, 20_000)
-    passes = vostrel.Passes()
+    passes = vostrel.Accumulator()
     early = passes.fresh()
     with pytest.raises(RuntimeError, match="another pass is needed"):
         passes.result()
     with pytest.raises(ValueError, match="itself"):
         passes.merge(passes)
     with pytest.raises(ValueError, match="one nan_policy, not 'raise' and 'omit'"):
-        passes.merge(vostrel.Passes(nan_policy="omit"))
-    with pytest.raises(TypeError, match="Passes can't be merged with int"):
+        passes.merge(vostrel.Accumulator(nan_policy="omit"))
+    with pytest.raises(TypeError, match="Accumulator can't be merged with int"):
         passes.merge(5)
     passes.add(*columns)
     passes.end_pass()
@@ -254,7 +254,7 @@ def test_misuse_of_a_state_is_refused(rng):
 
 def test_threads_share_a_state(rng):
     columns = redshifts(rng, 200_000)
-    passes = vostrel.Passes()
+    passes = vostrel.Accumulator()
 
     def work(chunks):
         for chunk in chunks:

@@ -15,7 +15,7 @@ from data_sets import redshifts
 DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "python.md"
 MODULES = [
     "vostrel._binned", "vostrel._bootstrap", "vostrel._lsst", "vostrel._point", "vostrel._results",
-    "vostrel._chunked", "vostrel._passes", "vostrel._uncertainties", "vostrel.dask", "vostrel",
+    "vostrel._chunked", "vostrel._accumulator", "vostrel._uncertainties", "vostrel.dask", "vostrel",
 ]
 
 

@@ -103,7 +103,7 @@ def test_same_inputs_as_point_statistics(rng):
     ],
 )
 def test_rounding(estimate, text):
-    assert str(vostrel.Estimate(*estimate)) == text
+    assert str(vostrel.Uncertain(*estimate)) == text
 
 
 def test_table_and_names(rng):

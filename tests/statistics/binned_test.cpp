@@ -97,11 +97,11 @@ void expect_same(const PointStatistics& found, const PointStatistics& expected) 
   }
 }
 
-TEST(BinnedPasses, EachBinHasTheBitsOfItsObjects) {
+TEST(BinnedAccumulator, EachBinHasTheBitsOfItsObjects) {
   const std::size_t n = 20'000;
   const auto [reference, estimate, by] = drawn(n);
   const Bins bins({18, 20, 20.001, 23});
-  BinnedPasses passes(bins, Sums::kInOrder);
+  BinnedAccumulator passes(bins, Sums::kInOrder);
   do {
     passes.add(reference, estimate, by);
   } while (passes.end_pass());
@@ -124,28 +124,28 @@ TEST(BinnedPasses, EachBinHasTheBitsOfItsObjects) {
 }
 
 // One bin has too many objects for a single pass, another has not.
-TEST(BinnedPasses, AreTheSameByThreeWorkersThatSendBytes) {
+TEST(BinnedAccumulator, AreTheSameByThreeWorkersThatSendBytes) {
   const std::size_t n = 20'000;
   const Objects objects = drawn(n);
-  const auto add = [&](BinnedPasses& passes, std::size_t first, std::size_t count) {
+  const auto add = [&](BinnedAccumulator& passes, std::size_t first, std::size_t count) {
     passes.add(std::span(objects.reference).subspan(first, count),
                std::span(objects.estimate).subspan(first, count),
                std::span(objects.by).subspan(first, count));
   };
-  BinnedPasses alone(Bins({18, 22, 23}), Sums::kExact);
-  BinnedPasses shared = alone.fresh();
+  BinnedAccumulator alone(Bins({18, 22, 23}), Sums::kExact);
+  BinnedAccumulator shared = alone.fresh();
   int passes = 0;
   for (bool another = true; another; ++passes) {
     add(alone, 0, n);
-    BinnedPasses merged = shared.fresh();
+    BinnedAccumulator merged = shared.fresh();
     for (const std::size_t third : {2U, 0U, 1U}) {
-      BinnedPasses worker = shared.fresh();
+      BinnedAccumulator worker = shared.fresh();
       add(worker, third * n / 3, (third + 1) * n / 3 - third * n / 3);
-      merged.merge(third == 0 ? worker : BinnedPasses::from_bytes(worker.to_bytes()));
+      merged.merge(third == 0 ? worker : BinnedAccumulator::from_bytes(worker.to_bytes()));
     }
     EXPECT_EQ(merged.size(), n);
     EXPECT_EQ(merged.outside(), alone.outside());
-    EXPECT_THROW(merged.merge(BinnedPasses(Bins({18, 22, 24}), Sums::kExact)),
+    EXPECT_THROW(merged.merge(BinnedAccumulator(Bins({18, 22, 24}), Sums::kExact)),
                  std::invalid_argument);
     another = merged.end_pass();
     EXPECT_EQ(alone.end_pass(), another);
@@ -156,20 +156,21 @@ TEST(BinnedPasses, AreTheSameByThreeWorkersThatSendBytes) {
   for (std::size_t bin = 0; bin < 2; ++bin) {
     expect_same(shared.results()[bin], alone.results()[bin]);
   }
-  EXPECT_THROW(shared.merge(BinnedPasses(Bins({18, 22, 23}), Sums::kExact)), std::invalid_argument);
+  EXPECT_THROW(shared.merge(BinnedAccumulator(Bins({18, 22, 23}), Sums::kExact)),
+               std::invalid_argument);
   const std::string bytes = shared.to_bytes();
-  EXPECT_THROW(BinnedPasses::from_bytes(bytes + "x"), std::invalid_argument);
+  EXPECT_THROW(BinnedAccumulator::from_bytes(bytes + "x"), std::invalid_argument);
 }
 
-TEST(BinnedPasses, ColumnsOfDifferentLengthsAreRefused) {
-  BinnedPasses passes(Bins({0, 1}), Sums::kInOrder);
+TEST(BinnedAccumulator, ColumnsOfDifferentLengthsAreRefused) {
+  BinnedAccumulator passes(Bins({0, 1}), Sums::kInOrder);
   const std::vector<double> one = {0.5};
   EXPECT_THROW(passes.add({}, one, one), std::invalid_argument);
   EXPECT_THROW(passes.add(one, {}, one), std::invalid_argument);
 }
 
-TEST(BinnedPasses, AnEmptyBinIsNaN) {
-  BinnedPasses passes(Bins({0, 1, 2}), Sums::kInOrder);
+TEST(BinnedAccumulator, AnEmptyBinIsNaN) {
+  BinnedAccumulator passes(Bins({0, 1, 2}), Sums::kInOrder);
   const std::vector<double> column = {0.5};
   do {
     passes.add(column, column, column);

@@ -9,7 +9,7 @@ from matplotlib.backends.backend_agg import FigureCanvasAgg
 from matplotlib.colors import LogNorm
 from matplotlib.figure import Figure
 
-from vostrel._results import ROWS, PointStatistics, Residuals
+from vostrel._results import ROWS, PointStatistics, ResidualStatistics
 from vostrel.plot._layout import (
     LINE,
     NAMES,
@@ -221,7 +221,7 @@ def table_label(label: str) -> str:
     return label.replace("sigma", "σ").replace("Delta", "Δ").replace("outliers >", "> ")
 
 
-def table_number(part: Residuals, name: str, unit: str) -> str:
+def table_number(part: ResidualStatistics, name: str, unit: str) -> str:
     """Return a number of the table."""
     value = getattr(part, name)
     return percent(value) if unit else three_digits(value)

@@ -1,7 +1,7 @@
-// vostrel._core.Passes and BinnedPasses, which Python's classes of these names use.
+// vostrel._core.Accumulator and BinnedAccumulator, which Python's classes of these names use.
 
-#ifndef VOSTREL_PYTHON_SRC_PASSES_H
-#define VOSTREL_PYTHON_SRC_PASSES_H
+#ifndef VOSTREL_PYTHON_SRC_ACCUMULATOR_H
+#define VOSTREL_PYTHON_SRC_ACCUMULATOR_H
 
 #include <pybind11/pybind11.h>
 
@@ -16,11 +16,11 @@ namespace vostrel::python {
 /// Adds all rows except those with NaN, binned by the third column, or by the reference. Returns
 /// for each bin how many of its objects have NaN in reference or estimate. Requires: the GIL is
 /// released.
-std::vector<std::uint64_t> add_to_bins(BinnedPasses& passes, Rows& rows, bool by_reference);
+std::vector<std::uint64_t> add_to_bins(BinnedAccumulator& passes, Rows& rows, bool by_reference);
 
 /// Adds both classes to the module.
-void define_passes(pybind11::module_& module);
+void define_accumulators(pybind11::module_& module);
 
 }  // namespace vostrel::python
 
-#endif  // VOSTREL_PYTHON_SRC_PASSES_H
+#endif  // VOSTREL_PYTHON_SRC_ACCUMULATOR_H

@@ -11,7 +11,12 @@ import numpy as np
 from vostrel import _core
 from vostrel._binned import fixed_edges
 from vostrel._inputs import check_counts, prepare
-from vostrel._results import BinnedResiduals, BinnedStatistics, PointStatistics, Residuals
+from vostrel._results import (
+    BinnedResidualStatistics,
+    BinnedStatistics,
+    PointStatistics,
+    ResidualStatistics,
+)
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
@@ -21,12 +26,12 @@ ChunkNanPolicy = Literal["raise", "omit"]
 #: Increased whenever the pickle of a state changes.
 PICKLE_VERSION = 1
 
-Core = TypeVar("Core", _core.Passes, _core.BinnedPasses)
+Core = TypeVar("Core", _core.Accumulator, _core.BinnedAccumulator)
 Self = TypeVar("Self", bound="State[Any]")
 
 
 class State(Generic[Core]):
-    """The common part of `Passes` and `BinnedPasses`. Each call locks the state."""
+    """The common part of `Accumulator` and `BinnedAccumulator`. Each call locks the state."""
 
     #: The arrays of a chunk. The first two are required.
     CHUNK: tuple[str, ...]
@@ -161,7 +166,7 @@ class State(Generic[Core]):
         raise NotImplementedError
 
 
-class Passes(State[_core.Passes]):
+class Accumulator(State[_core.Accumulator]):
     """The state of statistics over chunks, for your own engine.
 
     The engine adds all objects in each pass, in chunks of any size and in any
@@ -198,7 +203,7 @@ class Passes(State[_core.Passes]):
 
     >>> import vostrel
     >>> chunks = [([0.5, 1.0], [0.4, 1.1]), ([1.5, 2.0], [1.4, 2.3])]
-    >>> passes = vostrel.Passes()
+    >>> passes = vostrel.Accumulator()
     >>> while passes.needs_another_pass:
     ...     for reference, estimate in chunks:
     ...         passes.add(reference, estimate)
@@ -212,7 +217,7 @@ class Passes(State[_core.Passes]):
     ...     part = start.fresh()
     ...     part.add(*chunk)
     ...     return part
-    >>> passes = vostrel.Passes()
+    >>> passes = vostrel.Accumulator()
     >>> while passes.needs_another_pass:
     ...     for part in map(work, [passes.fresh()] * 2, chunks):
     ...         passes.merge(part)
@@ -224,7 +229,7 @@ class Passes(State[_core.Passes]):
     CHUNK = ("reference", "estimate", "mask")
 
     def __init__(self, nan_policy: ChunkNanPolicy = "raise") -> None:
-        super().__init__(nan_policy, _core.Passes(), 2)
+        super().__init__(nan_policy, _core.Accumulator(), 2)
 
     def add(self, reference: Any, estimate: Any, mask: Optional[Any] = None) -> None:
         """Add a chunk to the pass.
@@ -264,15 +269,19 @@ class Passes(State[_core.Passes]):
             self._refuse_result()
             n, delta, norm = self._core.result()
             n_masked, n_nan = self._left_out.tolist()
-            return PointStatistics(n, n_masked, n_nan, Residuals(*delta), Residuals(*norm))
+            parts = ResidualStatistics(*delta), ResidualStatistics(*norm)
+            return PointStatistics(n, n_masked, n_nan, *parts)
 
     @staticmethod
-    def _core_type() -> type[_core.Passes]:
-        return _core.Passes
+    def _core_type() -> type[_core.Accumulator]:
+        return _core.Accumulator
 
 
-class BinnedPasses(State[_core.BinnedPasses]):
-    """As `Passes`, for bins with fixed edges. All bins take as many passes as the hardest one."""
+class BinnedAccumulator(State[_core.BinnedAccumulator]):
+    """As `Accumulator`, for bins with fixed edges.
+
+    All bins take as many passes as the hardest one.
+    """
 
     CHUNK = ("reference", "estimate", "by", "mask")
 
@@ -283,7 +292,7 @@ class BinnedPasses(State[_core.BinnedPasses]):
         nan_policy: ChunkNanPolicy = "raise",
     ) -> None:
         edges = fixed_edges(bins, range).tolist()
-        super().__init__(nan_policy, _core.BinnedPasses(edges), 2 + len(edges) - 1)
+        super().__init__(nan_policy, _core.BinnedAccumulator(edges), 2 + len(edges) - 1)
 
     def add(
         self,
@@ -310,13 +319,13 @@ class BinnedPasses(State[_core.BinnedPasses]):
                 n_masked=int(self._left_out[0]),
                 n_nan=int(self._left_out[1]),
                 n_outside=self._core.outside(),
-                delta=BinnedResiduals(*(_frozen(row, np.float64) for row in zip(*delta))),
-                norm=BinnedResiduals(*(_frozen(row, np.float64) for row in zip(*norm))),
+                delta=BinnedResidualStatistics(*(_frozen(row, np.float64) for row in zip(*delta))),
+                norm=BinnedResidualStatistics(*(_frozen(row, np.float64) for row in zip(*norm))),
             )
 
     @staticmethod
-    def _core_type() -> type[_core.BinnedPasses]:
-        return _core.BinnedPasses
+    def _core_type() -> type[_core.BinnedAccumulator]:
+        return _core.BinnedAccumulator
 
 
 def _frozen(values: Any, kind: Any) -> NDArray[Any]:

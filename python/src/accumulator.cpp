@@ -1,4 +1,4 @@
-#include "python/src/passes.h"
+#include "python/src/accumulator.h"
 
 #include <pybind11/stl.h>
 
@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "python/src/calls.h"
+#include "statistics/accumulator.h"
 #include "statistics/binned.h"
-#include "statistics/passes.h"
 
 namespace py = pybind11;
 
@@ -47,7 +47,7 @@ class NanFilter {
 // What was left out of a chunk: n_masked, n_nan, and the number of objects with NaN in each bin.
 using LeftOut = std::vector<std::uint64_t>;
 
-LeftOut add(Passes& passes, const Numbers& columns, const Arrays& masks, bool has_nan) {
+LeftOut add(Accumulator& passes, const Numbers& columns, const Arrays& masks, bool has_nan) {
   Rows rows = rows_of(columns, masks, true);
   if (!has_nan) rows.expect_no_nan();
   const py::gil_scoped_release release;
@@ -55,7 +55,7 @@ LeftOut add(Passes& passes, const Numbers& columns, const Arrays& masks, bool ha
   return {rows.masked(), rows.nan()};
 }
 
-LeftOut add_binned(BinnedPasses& passes, const Numbers& columns, const Arrays& masks,
+LeftOut add_binned(BinnedAccumulator& passes, const Numbers& columns, const Arrays& masks,
                    bool has_nan) {
   Rows rows = rows_of(columns, masks, false);
   if (!has_nan) rows.expect_no_nan();
@@ -69,7 +69,7 @@ py::tuple count_and_numbers(const PointStatistics& statistics) {
   return py::make_tuple(statistics.n, tuple_of(statistics.delta), tuple_of(statistics.norm));
 }
 
-py::tuple result(const Passes& passes) {
+py::tuple result(const Accumulator& passes) {
   PointStatistics statistics;
   {
     const py::gil_scoped_release release;
@@ -78,7 +78,7 @@ py::tuple result(const Passes& passes) {
   return count_and_numbers(statistics);
 }
 
-py::list results(const BinnedPasses& passes) {
+py::list results(const BinnedAccumulator& passes) {
   std::vector<PointStatistics> statistics;
   {
     const py::gil_scoped_release release;
@@ -99,8 +99,8 @@ SomePasses from_bytes(const py::bytes& bytes) {
   return SomePasses::from_bytes(static_cast<std::string_view>(bytes));
 }
 
-bool end_pass(Passes& passes) { return passes.end_pass(); }
-bool end_pass(BinnedPasses& passes) { return passes.end_pass(look_for_signals); }
+bool end_pass(Accumulator& passes) { return passes.end_pass(); }
+bool end_pass(BinnedAccumulator& passes) { return passes.end_pass(look_for_signals); }
 
 // Defines what both classes have in common.
 template <class SomePasses>
@@ -118,7 +118,7 @@ py::class_<SomePasses> define(py::module_& module, const char* name) {
 
 }  // namespace
 
-std::vector<std::uint64_t> add_to_bins(BinnedPasses& passes, Rows& rows, bool by_reference) {
+std::vector<std::uint64_t> add_to_bins(BinnedAccumulator& passes, Rows& rows, bool by_reference) {
   std::vector<std::uint64_t> nan_counts(passes.bins().size());
   NanFilter filter;
   std::size_t nan_before = 0;
@@ -136,19 +136,19 @@ std::vector<std::uint64_t> add_to_bins(BinnedPasses& passes, Rows& rows, bool by
   return nan_counts;
 }
 
-void define_passes(py::module_& module) {
-  define<Passes>(module, "Passes")
-      .def(py::init([] { return Passes(Sums::kExact); }))
+void define_accumulators(py::module_& module) {
+  define<Accumulator>(module, "Accumulator")
+      .def(py::init([] { return Accumulator(Sums::kExact); }))
       .def("add", add, py::arg("columns"), py::arg("masks"), py::arg("has_nan"))
       .def("result", result);
-  define<BinnedPasses>(module, "BinnedPasses")
+  define<BinnedAccumulator>(module, "BinnedAccumulator")
       .def(py::init([](std::vector<double> edges) {
-             return BinnedPasses(Bins(std::move(edges)), Sums::kExact);
+             return BinnedAccumulator(Bins(std::move(edges)), Sums::kExact);
            }),
            py::arg("edges"))
       .def("add", add_binned, py::arg("columns"), py::arg("masks"), py::arg("has_nan"))
-      .def("edges", [](const BinnedPasses& passes) { return passes.bins().edges(); })
-      .def("outside", &BinnedPasses::outside)
+      .def("edges", [](const BinnedAccumulator& passes) { return passes.bins().edges(); })
+      .def("outside", &BinnedAccumulator::outside)
       .def("results", results);
 }
 

@@ -1,7 +1,7 @@
 // The passes, compared bit by bit with the class UTILS on the same doubles. The class computes each
 // statistic by its definition from a vector of residuals.
 
-#include "statistics/passes.h"
+#include "statistics/accumulator.h"
 
 #include <gtest/gtest.h>
 
@@ -29,7 +29,7 @@ vostrel::PointStatistics of_the_class(const Data& data) {
 
 // In blocks of random sizes, which differ from pass to pass.
 vostrel::PointStatistics in_blocks(const Data& data, Random& random, int& passes) {
-  vostrel::Passes state(vostrel::Sums::kInOrder);
+  vostrel::Accumulator state(vostrel::Sums::kInOrder);
   for (passes = 0; state.needs_another_pass(); ++passes) {
     std::span<const double> reference = data.reference;
     std::span<const double> estimate = data.estimate;
@@ -161,7 +161,7 @@ Data drawn(Random& random, std::size_t n, std::size_t kind) {
 
 constexpr std::size_t kKinds = 19;
 
-TEST(Passes, MatchTheClassForFewObjects) {
+TEST(Accumulator, MatchTheClassForFewObjects) {
   Random random;
   for (int round = 0; round < rounds(20000); ++round) {
     const std::size_t kind = random.below(kKinds);
@@ -171,7 +171,7 @@ TEST(Passes, MatchTheClassForFewObjects) {
   }
 }
 
-TEST(Passes, MatchTheClassForManyObjects) {
+TEST(Accumulator, MatchTheClassForManyObjects) {
   Random random;
   for (int round = 0; round < rounds(400); ++round) {
     const std::size_t kind = static_cast<std::size_t>(round) % kKinds;
@@ -184,7 +184,7 @@ TEST(Passes, MatchTheClassForManyObjects) {
 }
 
 // More values than a bracket keeps: they differ, but their distances from the median hardly do.
-TEST(Passes, EndForManyDistancesThatAreNearlyEqual) {
+TEST(Accumulator, EndForManyDistancesThatAreNearlyEqual) {
   Random random(25);
   expect_the_class(drawn(random, 75000, 15), random, "two groups");
   expect_the_class(drawn(random, 100000, 17), random, "rounded distances");
@@ -208,7 +208,7 @@ Data groups(Random& random) {
   return data;
 }
 
-TEST(Passes, FindDistancesThatAreHardToGuess) {
+TEST(Accumulator, FindDistancesThatAreHardToGuess) {
   Random random;
   for (int round = 0; round < rounds(100); ++round) {
     expect_the_class(groups(random), random, "groups");
@@ -216,7 +216,7 @@ TEST(Passes, FindDistancesThatAreHardToGuess) {
   }
 }
 
-TEST(Passes, AreTwoForOrdinaryData) {
+TEST(Accumulator, AreTwoForOrdinaryData) {
   Random random(1);
   EXPECT_EQ(expect_the_class(drawn(random, 100000, 0), random, "normal"), 2);
   EXPECT_LE(expect_the_class(drawn(random, 100000, 1), random, "heavy tails"), 3);
@@ -236,20 +236,20 @@ Data shuffled(Data data, Random& random) {
 
 // By several workers, which exchange their states as bytes.
 vostrel::PointStatistics by_workers(const Data& data, std::size_t workers, Random& random) {
-  vostrel::Passes whole(vostrel::Sums::kExact);
+  vostrel::Accumulator whole(vostrel::Sums::kExact);
   for (int passes = 0; whole.needs_another_pass(); ++passes) {
-    std::vector<vostrel::Passes> states(workers, whole.fresh());
+    std::vector<vostrel::Accumulator> states(workers, whole.fresh());
     for (std::size_t first = 0; first < data.reference.size();) {
       const std::size_t count = std::min(data.reference.size() - first, random.below(5000));
       states[random.below(workers)].add(std::span(data.reference).subspan(first, count),
                                         std::span(data.estimate).subspan(first, count));
       first += count;
     }
-    for (const vostrel::Passes& state : states) {
-      whole.merge(vostrel::Passes::from_bytes(state.to_bytes()));
+    for (const vostrel::Accumulator& state : states) {
+      whole.merge(vostrel::Accumulator::from_bytes(state.to_bytes()));
     }
     whole.end_pass();
-    whole = vostrel::Passes::from_bytes(whole.to_bytes());
+    whole = vostrel::Accumulator::from_bytes(whole.to_bytes());
     if (passes > 20) throw std::logic_error("the passes don't end");
   }
   return whole.result();
@@ -304,7 +304,7 @@ TEST(ExactPasses, DifferFromTheClassOnlyByTheRoundingOfSums) {
 TEST(ExactPasses, GiveNaNForMediansOfNaN) {
   const Values reference = {kInfinity, 1, 2};
   const Values estimate = {kInfinity, 0.5, 1.9};
-  vostrel::Passes passes(vostrel::Sums::kExact);
+  vostrel::Accumulator passes(vostrel::Sums::kExact);
   passes.add(reference, estimate);
   EXPECT_FALSE(passes.end_pass());
   const auto s = passes.result();
@@ -315,7 +315,7 @@ TEST(ExactPasses, GiveNaNForMediansOfNaN) {
 
 TEST(ExactPasses, GiveNaNForManyResidualsThatAreAllNaN) {
   const Values minus_one(9000, -1);  // the residual is 0, the normalized one 0 / 0
-  vostrel::Passes passes(vostrel::Sums::kExact);
+  vostrel::Accumulator passes(vostrel::Sums::kExact);
   do {
     passes.add(minus_one, minus_one);
   } while (passes.end_pass());
@@ -332,10 +332,10 @@ TEST(ExactPasses, FindAMedianAtTheEndOfTheDoubles) {
   negative[16382] = -0x1.ffffffff4d1c6p+1023;
   negative[16383] = -middle;
   const Values zeros(negative.size());
-  vostrel::Passes passes(vostrel::Sums::kExact);
+  vostrel::Accumulator passes(vostrel::Sums::kExact);
   do {
     passes.add(zeros, negative);
-    passes = vostrel::Passes::from_bytes(passes.to_bytes());
+    passes = vostrel::Accumulator::from_bytes(passes.to_bytes());
   } while (passes.end_pass());
   EXPECT_EQ(passes.result().delta.mad, middle);
   EXPECT_EQ(passes.result().delta.mad_delta, middle);
@@ -345,7 +345,7 @@ TEST(ExactPasses, FindInfiniteDistancesAmongFiniteOnes) {
   Values residuals(20000, kInfinity);
   for (std::size_t i = 0; i < 9000; ++i) residuals[i] = i % 2 == 0 ? 0 : 8e307;
   for (std::size_t i = 9000; i < 14000; ++i) residuals[i] = -kInfinity;
-  vostrel::Passes passes(vostrel::Sums::kExact);
+  vostrel::Accumulator passes(vostrel::Sums::kExact);
   do {
     passes.add(residuals, Values(residuals.size()));
   } while (passes.end_pass());
@@ -356,17 +356,17 @@ TEST(ExactPasses, FindInfiniteDistancesAmongFiniteOnes) {
 TEST(ExactPasses, ThrowForStatesOfAnotherPassAndForOtherBytes) {
   Random random(1);
   const Data data = drawn(random, 20000, 0);
-  vostrel::Passes second(vostrel::Sums::kExact);
+  vostrel::Accumulator second(vostrel::Sums::kExact);
   second.add(data.reference, data.estimate);
   second.end_pass();
-  vostrel::Passes first(vostrel::Sums::kExact);
+  vostrel::Accumulator first(vostrel::Sums::kExact);
   EXPECT_THROW(second.merge(first), std::invalid_argument);
-  EXPECT_THROW(first.merge(vostrel::Passes(vostrel::Sums::kInOrder)), std::invalid_argument);
+  EXPECT_THROW(first.merge(vostrel::Accumulator(vostrel::Sums::kInOrder)), std::invalid_argument);
 
   const std::string bytes = second.to_bytes();
-  EXPECT_THROW(vostrel::Passes::from_bytes(bytes + "x"), std::invalid_argument);
+  EXPECT_THROW(vostrel::Accumulator::from_bytes(bytes + "x"), std::invalid_argument);
   for (std::size_t size = 0; size < bytes.size(); size += 1 + size / 8) {
-    EXPECT_THROW(vostrel::Passes::from_bytes(bytes.substr(0, size)), std::invalid_argument);
+    EXPECT_THROW(vostrel::Accumulator::from_bytes(bytes.substr(0, size)), std::invalid_argument);
   }
 }
 
@@ -375,7 +375,7 @@ TEST(ExactPasses, DoNoHarmWhenTheirBytesAreOdd) {
   Random random;
   const Data data = drawn(random, 40000, 15);
   std::vector<std::string> states;
-  vostrel::Passes passes(vostrel::Sums::kExact);
+  vostrel::Accumulator passes(vostrel::Sums::kExact);
   do {
     states.push_back(passes.to_bytes());
     passes.add(data.reference, data.estimate);
@@ -385,7 +385,7 @@ TEST(ExactPasses, DoNoHarmWhenTheirBytesAreOdd) {
   const auto go_on = [&](std::string bytes, std::size_t place, std::uint64_t byte) {
     bytes[place] = static_cast<char>(byte);
     try {
-      vostrel::Passes state = vostrel::Passes::from_bytes(bytes);
+      vostrel::Accumulator state = vostrel::Accumulator::from_bytes(bytes);
       if (state.needs_another_pass()) {
         state.add(data.reference, data.estimate);
         state.end_pass();
@@ -404,7 +404,7 @@ TEST(ExactPasses, DoNoHarmWhenTheirBytesAreOdd) {
   }
 }
 
-TEST(Passes, GiveNaNWithoutObjects) {
+TEST(Accumulator, GiveNaNWithoutObjects) {
   const auto none = vostrel::point_statistics({}, {});
   EXPECT_EQ(none.n, 0U);
   for (const auto& statistic : vostrel::kStatistics) {
@@ -413,13 +413,13 @@ TEST(Passes, GiveNaNWithoutObjects) {
   }
 }
 
-TEST(Passes, ThrowForDataThatDoNotMatch) {
+TEST(Accumulator, ThrowForDataThatDoNotMatch) {
   const Values one = {1};
   const Values two = {1, 2};
   EXPECT_THROW(vostrel::point_statistics(one, two), std::invalid_argument);
   EXPECT_THROW(vostrel::point_statistics({}, two), std::invalid_argument);
   EXPECT_THROW(vostrel::point_statistics(one, {}), std::invalid_argument);
-  vostrel::Passes passes(vostrel::Sums::kInOrder);
+  vostrel::Accumulator passes(vostrel::Sums::kInOrder);
   EXPECT_THROW(passes.result(), std::logic_error);
   EXPECT_THROW(passes.add(one, two), std::invalid_argument);
   EXPECT_THROW(passes.add(two, one), std::invalid_argument);

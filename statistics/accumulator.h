@@ -1,8 +1,8 @@
 // The statistics of data that are added block by block, in several passes, from files or on a
 // cluster.
 
-#ifndef VOSTREL_STATISTICS_PASSES_H
-#define VOSTREL_STATISTICS_PASSES_H
+#ifndef VOSTREL_STATISTICS_ACCUMULATOR_H
+#define VOSTREL_STATISTICS_ACCUMULATOR_H
 
 #include <cstddef>
 #include <cstdint>
@@ -29,7 +29,7 @@ using Checkpoint = std::function<void()>;
 
 /// The statistics of two columns, which are added block by block, once in each pass:
 ///
-///     vostrel::Passes passes(vostrel::Sums::kExact);
+///     vostrel::Accumulator passes(vostrel::Sums::kExact);
 ///     while (passes.needs_another_pass()) {
 ///       for (each block of the data) passes.add(reference, estimate);
 ///       passes.end_pass();
@@ -39,17 +39,17 @@ using Checkpoint = std::function<void()>;
 /// Nearly all data take two passes; up to 8192 objects take one. Every pass must see the same
 /// objects. No array of residuals is kept, so a state takes a few megabytes at most. The exception:
 /// with sums in order, a NaN residual makes it keep all of them.
-class Passes {
+class Accumulator {
  public:
   /// A good number of objects for a block: its columns fit the fastest cache.
   static constexpr std::size_t kBlockSize = 4096;
 
   /// Begins the first pass.
-  explicit Passes(Sums sums);
-  Passes(const Passes&);               ///< Copies the state.
-  Passes(Passes&&) noexcept;           ///< The other may only be destroyed or assigned to.
-  Passes& operator=(Passes) noexcept;  ///< Copies or moves the state.
-  ~Passes();
+  explicit Accumulator(Sums sums);
+  Accumulator(const Accumulator&);      ///< Copies the state.
+  Accumulator(Accumulator&&) noexcept;  ///< The other may only be destroyed or assigned to.
+  Accumulator& operator=(Accumulator) noexcept;  ///< Copies or moves the state.
+  ~Accumulator();
 
   /// Adds a block of the pass. With sums in order, each pass must see the objects in the same
   /// order. The blocks may differ from pass to pass.
@@ -70,12 +70,12 @@ class Passes {
 
   /// Returns a state in the same pass with nothing added. If several workers share a pass, each
   /// starts from such a state, and one state merges them all and ends the pass.
-  Passes fresh() const;
+  Accumulator fresh() const;
 
   /// Adds what was added to another state in the same pass.
   /// @throws std::invalid_argument if the other is not in the same pass, or if sums are in order:
   ///         those can't be merged.
-  void merge(const Passes& other);
+  void merge(const Accumulator& other);
 
   /// Returns the state as bytes, the same on every machine. A few megabytes at most.
   /// @throws std::invalid_argument if sums are in order.
@@ -83,7 +83,7 @@ class Passes {
 
   /// Returns the state that to_bytes() was called on.
   /// @throws std::invalid_argument if the bytes are anything else.
-  static Passes from_bytes(std::string_view bytes);
+  static Accumulator from_bytes(std::string_view bytes);
 
   /// The statistics. With exact sums, medians are NaN if a residual is NaN.
   /// @throws std::logic_error if another pass is needed.
@@ -92,7 +92,7 @@ class Passes {
   class State;  ///< Opaque.
 
  private:
-  explicit Passes(std::unique_ptr<State> state);
+  explicit Accumulator(std::unique_ptr<State> state);
   std::unique_ptr<State> state_;
 };
 
@@ -102,4 +102,4 @@ PointStatistics point_statistics(std::span<const double> reference,
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_STATISTICS_PASSES_H
+#endif  // VOSTREL_STATISTICS_ACCUMULATOR_H

@@ -1,4 +1,4 @@
-#include "statistics/passes.h"
+#include "statistics/accumulator.h"
 
 #include <algorithm>
 #include <array>
@@ -290,7 +290,7 @@ class Tally {
 
 // ---- the passes ----
 
-class Passes::State {
+class Accumulator::State {
  public:
   State() = default;
   State(const State&) = default;
@@ -309,7 +309,7 @@ class Passes::State {
 
 namespace {
 
-using State = Passes::State;
+using State = Accumulator::State;
 
 constexpr std::uint64_t kFormat = 2;  // of to_bytes()
 
@@ -510,35 +510,35 @@ class StateWith : public State {
 
 }  // namespace
 
-Passes::Passes(Sums sums)
+Accumulator::Accumulator(Sums sums)
     : state_(sums == Sums::kExact ? std::unique_ptr<State>(std::make_unique<StateWith<ExactSum>>())
                                   : std::make_unique<StateWith<InOrderSum>>()) {}
-Passes::Passes(std::unique_ptr<State> state) : state_(std::move(state)) {}
-Passes::Passes(const Passes& other) : state_(other.state_->copy()) {}
-Passes::Passes(Passes&&) noexcept = default;
-Passes& Passes::operator=(Passes other) noexcept {
+Accumulator::Accumulator(std::unique_ptr<State> state) : state_(std::move(state)) {}
+Accumulator::Accumulator(const Accumulator& other) : state_(other.state_->copy()) {}
+Accumulator::Accumulator(Accumulator&&) noexcept = default;
+Accumulator& Accumulator::operator=(Accumulator other) noexcept {
   state_.swap(other.state_);
   return *this;
 }
-Passes::~Passes() = default;
+Accumulator::~Accumulator() = default;
 
-void Passes::add(std::span<const double> reference, std::span<const double> estimate) {
+void Accumulator::add(std::span<const double> reference, std::span<const double> estimate) {
   state_->add(reference, estimate);
 }
-bool Passes::end_pass() { return state_->end_pass(); }
-bool Passes::needs_another_pass() const { return state_->needs_another_pass(); }
-std::uint64_t Passes::size() const { return state_->size(); }
-Passes Passes::fresh() const { return Passes(state_->fresh()); }
-void Passes::merge(const Passes& other) { state_->merge(*other.state_); }
-std::string Passes::to_bytes() const { return state_->to_bytes(); }
-PointStatistics Passes::result(const Checkpoint& checkpoint) const {
+bool Accumulator::end_pass() { return state_->end_pass(); }
+bool Accumulator::needs_another_pass() const { return state_->needs_another_pass(); }
+std::uint64_t Accumulator::size() const { return state_->size(); }
+Accumulator Accumulator::fresh() const { return Accumulator(state_->fresh()); }
+void Accumulator::merge(const Accumulator& other) { state_->merge(*other.state_); }
+std::string Accumulator::to_bytes() const { return state_->to_bytes(); }
+PointStatistics Accumulator::result(const Checkpoint& checkpoint) const {
   return state_->result(checkpoint);
 }
 
-Passes Passes::from_bytes(std::string_view bytes) {
+Accumulator Accumulator::from_bytes(std::string_view bytes) {
   ByteReader in(bytes);
   in.require(in.integer() == kFormat && in.integer() == 1);
-  return Passes(StateWith<ExactSum>::read(in));
+  return Accumulator(StateWith<ExactSum>::read(in));
 }
 
 PointStatistics point_statistics(std::span<const double> reference,
@@ -554,10 +554,10 @@ PointStatistics point_statistics(std::span<const double> reference,
   if (reference.empty()) {  // takes no memory: a run may have none left
     return {0, by_definition<InOrderSum>({}, [] {}), by_definition<InOrderSum>({}, [] {})};
   }
-  Passes passes(Sums::kInOrder);
+  Accumulator passes(Sums::kInOrder);
   do {
-    for (std::size_t first = 0; first < reference.size(); first += Passes::kBlockSize) {
-      const std::size_t count = std::min(Passes::kBlockSize, reference.size() - first);
+    for (std::size_t first = 0; first < reference.size(); first += Accumulator::kBlockSize) {
+      const std::size_t count = std::min(Accumulator::kBlockSize, reference.size() - first);
       passes.add(reference.subspan(first, count), estimate.subspan(first, count));
       checkpoint();
     }
