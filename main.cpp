@@ -26,6 +26,29 @@ void signal_handler(int /*signal*/) {
   std::_Exit(0);
 }
 
+// Ends the run by the signal itself. The default action would cut a write short; with a handler the
+// system completes the block of whole rows first.
+void end_by(int signal) {
+  static_cast<void>(std::signal(signal, SIG_DFL));
+  static_cast<void>(std::raise(signal));
+}
+
+// The signals by which batch systems end a run. A signal that the parent ignores stays ignored, as
+// SIGHUP under nohup.
+void finish_rows_before_the_end() {
+  for (const int signal : {
+           SIGTERM,
+#ifdef SIGHUP
+           SIGHUP,
+#endif
+#ifdef SIGXCPU
+           SIGXCPU,
+#endif
+       }) {
+    if (std::signal(signal, end_by) == SIG_IGN) static_cast<void>(std::signal(signal, SIG_IGN));
+  }
+}
+
 void print_banner() {
   std::cout << std::endl;
   std::cout << "+++ Program to generate regression statistics on machine learning experiments +++"
@@ -97,6 +120,7 @@ int main(int argc, char* argv[]) {
 
   std::srand(static_cast<unsigned int>(std::time(nullptr)));
   static_cast<void>(std::signal(SIGINT, signal_handler));
+  finish_rows_before_the_end();
 
   if (std::string(argv[1]) != "--stats") {
     return abort_run("bad first argument on command line. Program Aborted");
