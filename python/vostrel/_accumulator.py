@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import threading
 from contextlib import ExitStack
-from typing import TYPE_CHECKING, Any, Generic, Literal, Optional, TypeVar, Union
+from typing import TYPE_CHECKING, Any, Generic, Literal, TypeVar
 
 import numpy as np
 
@@ -53,7 +53,7 @@ class State(Generic[Core]):
         self._left_out = left_out
         self._lock = threading.Lock()
 
-    def _add(self, mask: Optional[Any], **columns: Any) -> None:
+    def _add(self, mask: Any | None, **columns: Any) -> None:
         ready = prepare("omit", mask, **columns)
         with self._lock:
             self._refuse_more()
@@ -228,10 +228,10 @@ class Accumulator(State[_core.Accumulator]):
 
     CHUNK = ("reference", "estimate", "mask")
 
-    def __init__(self, nan_policy: ChunkNanPolicy = "raise") -> None:
+    def __init__(self, *, nan_policy: ChunkNanPolicy = "raise") -> None:
         super().__init__(nan_policy, _core.Accumulator(), 2)
 
-    def add(self, reference: Any, estimate: Any, mask: Optional[Any] = None) -> None:
+    def add(self, reference: Any, estimate: Any, mask: Any | None = None) -> None:
         """Add a chunk to the pass.
 
         Parameters
@@ -287,8 +287,8 @@ class BinnedAccumulator(State[_core.BinnedAccumulator]):
 
     def __init__(
         self,
-        bins: Union[int, Any],
-        range: Optional[tuple[float, float]] = None,
+        bins: int | Any,
+        range: tuple[float, float] | None = None,
         nan_policy: ChunkNanPolicy = "raise",
     ) -> None:
         edges = fixed_edges(bins, range).tolist()
@@ -298,8 +298,8 @@ class BinnedAccumulator(State[_core.BinnedAccumulator]):
         self,
         reference: Any,
         estimate: Any,
-        by: Optional[Any] = None,
-        mask: Optional[Any] = None,
+        by: Any | None = None,
+        mask: Any | None = None,
     ) -> None:
         """Add a chunk to the pass. By default, `by` is the reference."""
         columns = {"reference": reference, "estimate": estimate}
@@ -314,8 +314,8 @@ class BinnedAccumulator(State[_core.BinnedAccumulator]):
             counts, delta, norm = zip(*self._core.results())
             return BinnedStatistics(
                 edges=_frozen(self._core.edges(), np.float64),
-                counts=_frozen(counts, np.uint64),
-                nan_counts=_frozen(self._left_out[2:], np.uint64),
+                counts=_frozen(counts, np.int64),
+                nan_counts=_frozen(self._left_out[2:], np.int64),
                 n_masked=int(self._left_out[0]),
                 n_nan=int(self._left_out[1]),
                 n_outside=self._core.outside(),

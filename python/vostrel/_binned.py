@@ -6,7 +6,7 @@ import math
 import operator
 from dataclasses import astuple, replace
 from functools import partial
-from typing import TYPE_CHECKING, Any, Optional, Union
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
@@ -22,10 +22,11 @@ if TYPE_CHECKING:
 def binned_statistics(
     reference: Any,
     estimate: Any,
-    by: Optional[Any] = None,
-    bins: Union[int, tuple[str, int], Any] = 10,
-    range: Optional[tuple[float, float]] = None,
-    mask: Optional[Any] = None,
+    by: Any | None = None,
+    *,
+    bins: int | tuple[str, int] | Any = 10,
+    range: tuple[float, float] | None = None,
+    mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
     uncertainties: bool = False,
 ) -> BinnedStatistics:
@@ -90,7 +91,7 @@ def binned_statistics(
     >>> b = vostrel.binned_statistics([0.5, 1.0, 1.5, 2.0], [0.4, 1.1, 1.4, 2.3],
     ...                               bins=[0, 1, 2])
     >>> b.counts
-    array([1, 3], dtype=uint64)
+    array([1, 3])
     >>> round(b[1].delta.mad, 6)
     0.1
     """
@@ -110,9 +111,10 @@ def binned_statistics(
         edges = equal_counts(columns, n if omit else n - n_nan, value)
     else:
         edges = _equal_widths(low, high, value, range)
-    counts, nan_counts, n_outside, numbers = _core.binned_statistics(
+    *unsigned, n_outside, numbers = _core.binned_statistics(
         columns.values, columns.masks, omit, edges.tolist()
     )
+    counts, nan_counts = (array.astype(np.int64) for array in unsigned)
     for array in (edges, counts, nan_counts, numbers):
         array.flags.writeable = False
     result = BinnedStatistics(
@@ -142,7 +144,7 @@ def _by_formula(columns: Columns, bins: BinnedStatistics, omit: bool) -> tuple[U
     return tuple(result)
 
 
-def fixed_edges(bins: Any, range: Optional[tuple[float, float]]) -> NDArray[np.float64]:
+def fixed_edges(bins: Any, range: tuple[float, float] | None) -> NDArray[np.float64]:
     """Return the edges of bins that don't depend on the data."""
     kind, value = _read_bins(bins)
     if kind == "edges" and range is not None:
@@ -190,7 +192,7 @@ def _read_number(number: Any) -> int:
 
 
 def _equal_widths(
-    low: float, high: float, number: int, limits: Optional[tuple[float, float]]
+    low: float, high: float, number: int, limits: tuple[float, float] | None
 ) -> NDArray[np.float64]:
     """Return the edges that numpy.histogram would use."""
     if limits is not None:

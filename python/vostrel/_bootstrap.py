@@ -6,7 +6,7 @@ import operator
 import os
 from collections.abc import Iterable, Mapping
 from dataclasses import astuple, dataclass
-from typing import TYPE_CHECKING, Any, Callable, Optional, Union
+from typing import TYPE_CHECKING, Any, Callable
 
 import numpy as np
 
@@ -33,20 +33,21 @@ if TYPE_CHECKING:
     from numpy.typing import NDArray
 
 Progress = Callable[[int, int], object]
-Workers = Union[int, Callable[[Callable[[Any], Any], Iterable[Any]], Iterable[Any]]]
+Workers = int | Callable[[Callable[[Any], Any], Iterable[Any]], Iterable[Any]]
 
 
 def bootstrap(
     reference: Any,
     estimate: Any,
+    *,
     resamples: int = 1000,
     confidence: float = 0.683,
-    groups: Optional[Any] = None,
-    seed: Optional[int] = None,
-    mask: Optional[Any] = None,
+    groups: Any | None = None,
+    seed: int | None = None,
+    mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
     workers: Workers = 1,
-    progress: Optional[Progress] = None,
+    progress: Progress | None = None,
 ) -> Uncertainties:
     """Judge estimates, with the errors of all statistics by resampling.
 
@@ -153,7 +154,7 @@ class BootstrapDifference:
     estimates: dict[str, Uncertainties]
     confidence: float
 
-    def __getitem__(self, names: Union[str, tuple[str, str]]) -> Uncertainties:
+    def __getitem__(self, names: str | tuple[str, str]) -> Uncertainties:
         if not isinstance(names, tuple):
             return self.estimates[names]
         first, second = (self.estimates[name] for name in names)
@@ -196,14 +197,15 @@ class BootstrapDifference:
 def bootstrap_difference(
     reference: Any,
     estimates: Mapping[str, Any],
+    *,
     resamples: int = 1000,
     confidence: float = 0.683,
-    groups: Optional[Any] = None,
-    seed: Optional[int] = None,
-    mask: Optional[Any] = None,
+    groups: Any | None = None,
+    seed: int | None = None,
+    mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
     workers: Workers = 1,
-    progress: Optional[Progress] = None,
+    progress: Progress | None = None,
 ) -> BootstrapDifference:
     """Compare estimators by resampling, with the same resamples for each.
 
@@ -284,7 +286,7 @@ def _read_integer(name: str, value: Any, least: int) -> int:
     return number
 
 
-def _read_seed(seed: Optional[int]) -> int:
+def _read_seed(seed: int | None) -> int:
     if seed is None:
         return int.from_bytes(os.urandom(8), "little")
     number = _read_integer("seed", seed, 0)
@@ -294,8 +296,8 @@ def _read_seed(seed: Optional[int]) -> int:
 
 
 def _read_groups(
-    groups: Optional[Any], sample: _core.Sample, size: int
-) -> Optional[tuple[NDArray[np.uint32], int]]:
+    groups: Any | None, sample: _core.Sample, size: int
+) -> tuple[NDArray[np.uint32], int] | None:
     """Return the group number of each kept object, and the number of groups."""
     if groups is None:
         return None
@@ -344,10 +346,10 @@ def _replicates(
     sample: _core.Sample,
     estimates: list[int],
     seed: int,
-    groups: Optional[tuple[NDArray[np.uint32], int]],
+    groups: tuple[NDArray[np.uint32], int] | None,
     resamples: int,
     workers: Workers,
-    progress: Optional[Progress],
+    progress: Progress | None,
     propagate: bool,
 ) -> list[NDArray[np.float64]]:
     """Return the numbers of all resamples for some estimates."""
@@ -371,7 +373,7 @@ def _run(
     sample: _core.Sample,
     estimate: int,
     seed: int,
-    labels: Optional[NDArray[np.uint32]],
+    labels: NDArray[np.uint32] | None,
     group_count: int,
     result: NDArray[np.float64],
     workers: Workers,

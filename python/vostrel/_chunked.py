@@ -4,23 +4,24 @@ from __future__ import annotations
 
 from collections.abc import Iterable, Iterator, Sized
 from contextlib import closing
-from typing import Any, Callable, Optional, Union
+from typing import Any, Callable
 
 from vostrel._accumulator import Accumulator, BinnedAccumulator, ChunkNanPolicy
 from vostrel._results import BinnedStatistics, PointStatistics
 
 #: Tuples of arrays, or a function that returns them for each pass.
-Chunks = Union[Iterable[Any], Callable[[], Iterable[Any]]]
+Chunks = Iterable[Any] | Callable[[], Iterable[Any]]
 
 #: Called with the number of the pass, how many of its chunks are done, and how many there are, or
 #: None if that is not known.
-Progress = Callable[[int, int, Optional[int]], object]
+Progress = Callable[[int, int, int | None], object]
 
 
 def chunked_statistics(
     chunks: Chunks,
+    *,
     nan_policy: ChunkNanPolicy = "raise",
-    progress: Union[bool, Progress] = False,
+    progress: bool | Progress = False,
 ) -> PointStatistics:
     """Judge estimates that come in chunks, such as parts of a file.
 
@@ -74,16 +75,17 @@ def chunked_statistics(
     >>> s.n, round(s.norm.nmad, 6)
     (4, 0.086485)
     """
-    result: PointStatistics = go_over(Accumulator(nan_policy), chunks, progress)
+    result: PointStatistics = go_over(Accumulator(nan_policy=nan_policy), chunks, progress)
     return result
 
 
 def chunked_binned_statistics(
     chunks: Chunks,
-    bins: Union[int, Any],
-    range: Optional[tuple[float, float]] = None,
+    *,
+    bins: int | Any,
+    range: tuple[float, float] | None = None,
     nan_policy: ChunkNanPolicy = "raise",
-    progress: Union[bool, Progress] = False,
+    progress: bool | Progress = False,
 ) -> BinnedStatistics:
     """Judge estimates that come in chunks, in bins of some quantity.
 
@@ -128,16 +130,17 @@ def chunked_binned_statistics(
     >>> chunks = [([0.5, 1.0], [0.4, 1.1]), ([1.5, 2.0], [1.4, 2.3])]
     >>> b = vostrel.chunked_binned_statistics(chunks, bins=[0, 1, 2])
     >>> b.counts
-    array([1, 3], dtype=uint64)
+    array([1, 3])
     """
-    result: BinnedStatistics = go_over(BinnedAccumulator(bins, range, nan_policy), chunks, progress)
+    state = BinnedAccumulator(bins, range, nan_policy)
+    result: BinnedStatistics = go_over(state, chunks, progress)
     return result
 
 
 class Report:
     """Shows the progress of one pass."""
 
-    def __init__(self, progress: Union[bool, Progress], number: int, total: Optional[int]) -> None:
+    def __init__(self, progress: bool | Progress, number: int, total: int | None) -> None:
         self._progress = progress
         self._number = number
         self._total = total
@@ -167,7 +170,7 @@ def import_tqdm() -> Any:
     return tqdm
 
 
-def go_over(state: Any, chunks: Chunks, progress: Union[bool, Progress]) -> Any:
+def go_over(state: Any, chunks: Chunks, progress: bool | Progress) -> Any:
     """Add all chunks in each pass, and return the result."""
     total = count(chunks)
     number = 0
@@ -189,7 +192,7 @@ def add_chunks(state: Any, chunks: Chunks, report: Callable[[int], object]) -> i
     return done
 
 
-def count(chunks: Chunks) -> Optional[int]:
+def count(chunks: Chunks) -> int | None:
     """Return how many chunks there are, or None if that is not known."""
     return None if callable(chunks) or not isinstance(chunks, Sized) else len(chunks)
 

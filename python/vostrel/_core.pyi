@@ -1,7 +1,7 @@
 """The compiled core. Private: use what `vostrel` exports."""
 
 from collections.abc import Sequence
-from typing import Any, Optional, Protocol, Union
+from typing import Any, Protocol
 
 import numpy as np
 from numpy.typing import NDArray
@@ -23,17 +23,17 @@ class _Slices(Protocol):
     def __len__(self) -> int: ...
     def read(self, first: int, count: int) -> NDArray[np.float64]: ...
 
-_Columns = Sequence[Union[NDArray[Any], _Slices]]
+_Columns = Sequence[NDArray[Any] | _Slices]
 _Masks = Sequence[NDArray[np.bool_]]
 
 def point_statistics(
     columns: _Columns, masks: _Masks, omit_nan: bool
-) -> tuple[int, int, int, Optional[_Statistics], Optional[_Statistics]]:
+) -> tuple[int, int, int, _Statistics | None, _Statistics | None]:
     """Return n, n_masked, n_nan and both residuals, or None if there is NaN that isn't omitted."""
 
 def lsst_metrics(
     columns: _Columns, masks: _Masks, omit_nan: bool
-) -> tuple[int, int, int, Optional[tuple[float, float, float, float]]]:
+) -> tuple[int, int, int, tuple[float, float, float, float] | None]:
     """Return n, n_masked, n_nan and the metrics, or None if there is NaN that isn't omitted."""
 
 def binned_statistics(
@@ -92,7 +92,7 @@ class Sample:
     def n_masked(self) -> int: ...
     @property
     def n_nan(self) -> int: ...
-    def kept(self) -> Optional[NDArray[np.bool_]]:
+    def kept(self) -> NDArray[np.bool_] | None:
         """Return which objects are kept, or None if all are."""
     def spreads(self, ranks: Sequence[int]) -> tuple[_Spread, _Spread]:
         """Return the means of r^2 and r^4 about 0 and about the bias, and abs(r) of the ranks."""
@@ -105,7 +105,7 @@ class Bootstrap:
         sample: Sample,
         estimate: int,
         seed: int,
-        groups: Optional[NDArray[np.uint32]],
+        groups: NDArray[np.uint32] | None,
         group_count: int,
     ) -> None: ...
     def order(self, normalized: bool) -> None:

@@ -5,14 +5,14 @@ from __future__ import annotations
 import sys
 from collections.abc import Iterator
 from dataclasses import dataclass
-from typing import TYPE_CHECKING, Any, Literal, Optional, Union, get_args
+from typing import TYPE_CHECKING, Any, Literal, TypeAlias, get_args
 
 import numpy as np
 
 if TYPE_CHECKING:  # importing the package must be quick
     from numpy.typing import NDArray
 
-    Numbers = Union[NDArray[Any], "Slices"]
+    Numbers: TypeAlias = "NDArray[Any] | Slices"
 
 NanPolicy = Literal["raise", "omit", "propagate"]
 
@@ -69,7 +69,7 @@ class Columns:
     masks: list[NDArray[np.bool_]]
 
 
-def prepare(nan_policy: str, mask: Optional[Any], **columns: Any) -> Columns:
+def prepare(nan_policy: str, mask: Any | None, **columns: Any) -> Columns:
     """Return the columns ready for the core.
 
     Parameters

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import math
-from typing import Any, Optional
+from typing import Any
 
 from vostrel import _core
 from vostrel._inputs import NanPolicy, check_counts, prepare
@@ -13,7 +13,8 @@ from vostrel._results import LsstMetrics
 def lsst_metrics(
     reference: Any,
     estimate: Any,
-    mask: Optional[Any] = None,
+    *,
+    mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
 ) -> LsstMetrics:
     """Compute the four point metrics that LSST's pipelines report.

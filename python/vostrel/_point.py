@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import math
-from typing import Any, Optional
+from typing import Any
 
 from vostrel import _core
 from vostrel._inputs import NanPolicy, check_counts, prepare
@@ -15,7 +15,8 @@ NAN = ResidualStatistics(*[math.nan] * len(NAMES))
 def point_statistics(
     reference: Any,
     estimate: Any,
-    mask: Optional[Any] = None,
+    *,
+    mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
 ) -> PointStatistics:
     """Judge estimates against reference values.

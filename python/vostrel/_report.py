@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import os
 import re
-from typing import Union
 
 from vostrel import _core
 from vostrel._results import PointStatistics, ResidualStatistics
@@ -13,7 +12,7 @@ from vostrel._results import PointStatistics, ResidualStatistics
 LONGEST = 1 << 20
 
 
-def read_report(path: Union[str, os.PathLike[str]]) -> PointStatistics:
+def read_report(path: str | os.PathLike[str]) -> PointStatistics:
     """Read the numbers of a report of the program ``vostrel``.
 
     Parameters

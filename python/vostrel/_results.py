@@ -6,7 +6,7 @@ import math
 import re
 from collections.abc import Iterator
 from dataclasses import asdict, astuple, dataclass, fields
-from typing import TYPE_CHECKING, Any, Generic, Optional, TypeVar, Union
+from typing import TYPE_CHECKING, Any, Generic, TypeVar
 
 import numpy as np
 
@@ -102,7 +102,7 @@ class PointStatistics:
     delta: ResidualStatistics
     norm: ResidualStatistics
 
-    def to_dict(self) -> dict[str, Union[int, float]]:
+    def to_dict(self) -> dict[str, int | float]:
         """Return all numbers under flat names such as ``"norm_nmad"``.
 
         Returns
@@ -118,7 +118,7 @@ class PointStatistics:
         >>> s.to_dict()["delta_bias"]
         -0.375
         """
-        result: dict[str, Union[int, float]] = {
+        result: dict[str, int | float] = {
             "n": self.n,
             "n_masked": self.n_masked,
             "n_nan": self.n_nan,
@@ -181,9 +181,9 @@ class BinnedStatistics:
     edges : ndarray of float64, shape (k + 1,)
         Bin i holds the objects from ``edges[i]`` up to but not including
         ``edges[i + 1]``; the last bin holds its upper edge too.
-    counts : ndarray of uint64, shape (k,)
+    counts : ndarray of int64, shape (k,)
         Number of objects in the statistics of each bin.
-    nan_counts : ndarray of uint64, shape (k,)
+    nan_counts : ndarray of int64, shape (k,)
         Number of objects in each bin whose reference or estimate is NaN: left
         out with ``nan_policy="omit"``, included in `counts` with
         ``nan_policy="propagate"``.
@@ -202,14 +202,14 @@ class BinnedStatistics:
     """
 
     edges: NDArray[np.float64]
-    counts: NDArray[np.uint64]
-    nan_counts: NDArray[np.uint64]
+    counts: NDArray[np.int64]
+    nan_counts: NDArray[np.int64]
     n_masked: int
     n_nan: int
     n_outside: int
     delta: BinnedResidualStatistics
     norm: BinnedResidualStatistics
-    uncertainties: Optional[tuple[Uncertainties, ...]] = None
+    uncertainties: tuple[Uncertainties, ...] | None = None
 
     def __len__(self) -> int:
         return len(self.counts)
@@ -310,7 +310,7 @@ class LsstMetrics:
     sigma_mad: float
     outlier_rate: float
 
-    def to_dict(self) -> dict[str, Union[int, float]]:
+    def to_dict(self) -> dict[str, int | float]:
         """Return all numbers under the names of the attributes."""
         return asdict(self)
 
@@ -384,10 +384,10 @@ class Uncertainties:
     method: str
     delta: UncertainResidualStatistics
     norm: UncertainResidualStatistics
-    seed: Optional[int] = None
-    replicates: Optional[NDArray[np.float64]] = None
+    seed: int | None = None
+    replicates: NDArray[np.float64] | None = None
 
-    def to_dict(self) -> dict[str, Union[int, float]]:
+    def to_dict(self) -> dict[str, int | float]:
         """Return all numbers under flat names.
 
         Returns
@@ -397,7 +397,7 @@ class Uncertainties:
             statistic, such as ``norm_nmad``, ``norm_nmad_error``,
             ``norm_nmad_low`` and ``norm_nmad_high``.
         """
-        result: dict[str, Union[int, float]] = {
+        result: dict[str, int | float] = {
             "n": self.n,
             "n_masked": self.n_masked,
             "n_nan": self.n_nan,

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import math
 from collections.abc import Callable, Sequence
-from typing import Any, Optional
+from typing import Any
 
 import numpy as np
 
@@ -28,8 +28,9 @@ ONE_SIGMA = math.erf(math.sqrt(0.5))
 def uncertainties(
     reference: Any,
     estimate: Any,
+    *,
     confidence: float = CONFIDENCE,
-    mask: Optional[Any] = None,
+    mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
 ) -> Uncertainties:
     """Judge estimates, with the errors of the statistics by formula.
@@ -226,7 +227,7 @@ def normal_quantile(confidence: float) -> float:
     return NormalDist().inv_cdf((1 + confidence) / 2)
 
 
-def median_ranks(n: int, confidence: float) -> Optional[tuple[int, int]]:
+def median_ranks(n: int, confidence: float) -> tuple[int, int] | None:
     """Return the ranks, from 0 to n - 1, of the ends of the median's interval.
 
     They are the narrowest symmetric pair that contains the median with at

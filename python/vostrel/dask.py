@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import sys
 from collections.abc import Sequence
-from typing import Any, Optional, Union
+from typing import Any
 
 import numpy as np
 
@@ -35,7 +35,8 @@ BATCH_BYTES = 2**29
 def point_statistics(
     reference: Any,
     estimate: Any,
-    mask: Optional[Any] = None,
+    *,
+    mask: Any | None = None,
     nan_policy: ChunkNanPolicy = "raise",
     compute: bool = True,
 ) -> Any:
@@ -98,17 +99,17 @@ def point_statistics(
     0.086485
     """
     blocks = pair_blocks(reference=reference, estimate=estimate, mask=mask)
-    return _run(Job(Accumulator(nan_policy), blocks), compute)
+    return _run(Job(Accumulator(nan_policy=nan_policy), blocks), compute)
 
 
 def binned_statistics(
     reference: Any,
     estimate: Any,
-    by: Optional[Any] = None,
+    by: Any | None = None,
     *,
-    bins: Union[int, Any],
-    range: Optional[tuple[float, float]] = None,
-    mask: Optional[Any] = None,
+    bins: int | Any,
+    range: tuple[float, float] | None = None,
+    mask: Any | None = None,
     nan_policy: ChunkNanPolicy = "raise",
     compute: bool = True,
 ) -> Any:
@@ -146,7 +147,7 @@ def binned_statistics(
     >>> reference = da.from_array([0.5, 1.0, 1.5, 2.0], chunks=2)
     >>> estimate = da.from_array([0.4, 1.1, 1.4, 2.3], chunks=2)
     >>> vostrel.dask.binned_statistics(reference, estimate, bins=[0, 1, 2]).counts
-    array([1, 3], dtype=uint64)
+    array([1, 3])
     """
     blocks = pair_blocks(reference=reference, estimate=estimate, by=by, mask=mask)
     return _run(Job(BinnedAccumulator(bins, range, nan_policy), blocks), compute)
@@ -320,7 +321,7 @@ def _is_series(column: Any) -> bool:
     return frames is not None and isinstance(column, (frames.Series, frames.Index))
 
 
-def _length(column: Any) -> Optional[int]:
+def _length(column: Any) -> int | None:
     """Return the number of rows, or None if it is unknown."""
     if _is_series(column):
         return None

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import pickle
 from contextlib import closing
-from typing import Any, Optional, Union
+from typing import Any
 
 from vostrel._accumulator import Accumulator, ChunkNanPolicy
 from vostrel._chunked import Chunks, Progress, Report, add_chunks, count
@@ -20,9 +20,10 @@ __all__ = ["point_statistics"]
 
 def point_statistics(
     chunks: Chunks,
-    comm: Optional[Any] = None,
+    *,
+    comm: Any | None = None,
     nan_policy: ChunkNanPolicy = "raise",
-    progress: Union[bool, Progress] = False,
+    progress: bool | Progress = False,
 ) -> PointStatistics:
     """Judge estimates that the processes of a communicator share.
 
@@ -72,7 +73,7 @@ def point_statistics(
                 part = np.load(file)
                 yield part["zspec"], part["zphot"]
 
-        s = vostrel.mpi.point_statistics(chunks, comm)
+        s = vostrel.mpi.point_statistics(chunks, comm=comm)
         if comm.rank == 0:
             print(s)
     """
@@ -80,21 +81,21 @@ def point_statistics(
         from mpi4py import MPI
 
         comm = MPI.COMM_WORLD
-    state: Optional[Accumulator] = None
+    state: Accumulator | None = None
     number = 0
     total = None
     while state is None or state.needs_another_pass:
         number += 1
-        raised: Optional[BaseException] = None
-        part: Optional[Accumulator] = None
+        raised: BaseException | None = None
+        part: Accumulator | None = None
         try:
-            part = Accumulator(nan_policy) if state is None else state.fresh()
+            part = Accumulator(nan_policy=nan_policy) if state is None else state.fresh()
             total = count(chunks) if total is None else total
             with closing(Report(progress, number, total)) as report:
                 total = add_chunks(part, chunks, report)
         except BaseException as error:  # raised below: the other processes wait for this one
             raised = error
-        merged: Union[Accumulator, BaseException] = comm.allreduce(
+        merged: Accumulator | BaseException = comm.allreduce(
             part if raised is None else _portable(raised), op=_merged
         )
         if raised is not None:
@@ -107,8 +108,8 @@ def point_statistics(
 
 
 def _merged(
-    one: Union[Accumulator, BaseException], other: Union[Accumulator, BaseException]
-) -> Union[Accumulator, BaseException]:
+    one: Accumulator | BaseException, other: Accumulator | BaseException
+) -> Accumulator | BaseException:
     """Return the merged states, or the exception."""
     if isinstance(one, BaseException):
         return one

@@ -19,7 +19,7 @@ def print_numbers(seed, count):
     lines = []
     for columns in scale_sets(np.random.default_rng(seed), count):
         share = shares(cut(columns, 7), comm.size)[comm.rank]
-        lines.append(numbers(vostrel.mpi.point_statistics(share, comm)).tobytes().hex())
+        lines.append(numbers(vostrel.mpi.point_statistics(share, comm=comm)).tobytes().hex())
     assert comm.allgather(lines) == [lines] * comm.size
     if comm.rank == 0:
         print("\n".join(lines))
@@ -32,7 +32,7 @@ def fail():
             raise OSError("the file is gone")
 
     try:
-        vostrel.mpi.point_statistics(chunks, comm)
+        vostrel.mpi.point_statistics(chunks, comm=comm)
     except OSError as error:
         errors = comm.gather(str(error))
         if comm.rank == 0:

@@ -26,6 +26,7 @@ def test_by_hand():
         [1.0, 2.0, 3.0, 4.0, 9.0], [1.5, 2.0, 2.0, 4.0, 9.0], bins=[1, 2, 4, 4.5], range=None
     )
     assert b.counts.tolist() == [1, 2, 1]
+    assert np.diff(b.counts).tolist() == [1, -1]
     assert b.n_outside == 1
     assert b.delta.bias.tolist() == [-0.5, 0.5, 0]
     assert (b[1].n, b[1].delta.mad, b[-1].n) == (2, 0.5, 1)
@@ -83,12 +84,12 @@ def test_bins_of_another_quantity(rng):
         n = int(rng.integers(1, 3000))
         reference, estimate = redshifts(rng, n)
         magnitude = rng.choice([rng.normal(22, 2, n), rng.integers(18, 25, n) * 1.0])
-        b = vostrel.binned_statistics(reference, estimate, magnitude, 8, range=(16, 24))
+        b = vostrel.binned_statistics(reference, estimate, magnitude, bins=8, range=(16, 24))
         assert_bins_equal_their_objects(b, reference, estimate, magnitude)
 
 
 def test_the_quantity_may_have_a_unit():
-    b = vostrel.binned_statistics([1.0, 2.0], [1.0, 2.0], [20, 23] * units.mag, [18, 22, 24])
+    b = vostrel.binned_statistics([1.0, 2.0], [1.0, 2.0], [20, 23] * units.mag, bins=[18, 22, 24])
     assert b.counts.tolist() == [1, 1]
 
 
@@ -120,7 +121,7 @@ def test_equal_counts_of_awkward_values(rng):
     for _ in range(100):
         by = awkward_numbers(rng, int(rng.integers(1, 20_000)))
         k = int(rng.integers(1, 9))
-        b = vostrel.binned_statistics(np.zeros(by.size), np.zeros(by.size), by, ("count", k))
+        b = vostrel.binned_statistics(np.zeros(by.size), np.zeros(by.size), by, bins=("count", k))
         ordered = np.sort(by)
         expected = [ordered[i * by.size // k] for i in range(k)] + [ordered[-1]]
         assert np.array_equal(b.edges, expected)

@@ -118,23 +118,25 @@ def test_masks_and_nan(rng):
     estimate[2] = np.nan
     mask[2] = False
     keep = ~mask & ~np.isnan(estimate)
-    clean = vostrel.bootstrap(reference[keep], estimate[keep], 10, seed=1, groups=fields[keep])
+    clean = vostrel.bootstrap(
+        reference[keep], estimate[keep], resamples=10, seed=1, groups=fields[keep]
+    )
     u = vostrel.bootstrap(
-        reference, estimate, 10, seed=1, groups=fields, mask=mask, nan_policy="omit"
+        reference, estimate, resamples=10, seed=1, groups=fields, mask=mask, nan_policy="omit"
     )
     assert same_bits(u.replicates, clean.replicates)
     assert (u.n, u.n_masked, u.n_nan) == (keep.sum(), mask.sum(), 1)
     with pytest.raises(ValueError, match="have NaN"):
         vostrel.bootstrap(reference, estimate, mask=mask)
-    u = vostrel.bootstrap(reference, estimate, 10, mask=mask, nan_policy="propagate")
+    u = vostrel.bootstrap(reference, estimate, resamples=10, mask=mask, nan_policy="propagate")
     assert np.isnan(u.replicates).all() and math.isnan(u.delta.bias.error)
 
 
 def test_differences_are_paired(rng):
     reference, a = redshifts(rng, 1000)
     b = a + 0.002 * rng.standard_normal(1000)
-    d = vostrel.bootstrap_difference(reference, {"A": a, "B": b, "C": a}, 100, seed=5)
-    alone = vostrel.bootstrap(reference, a, 100, seed=5)
+    d = vostrel.bootstrap_difference(reference, {"A": a, "B": b, "C": a}, resamples=100, seed=5)
+    alone = vostrel.bootstrap(reference, a, resamples=100, seed=5)
     assert same_bits(d["A"].replicates, alone.replicates)
     assert same_bits(d["C"].replicates, alone.replicates)
     assert d["A", "C"].norm.nmad == vostrel.Uncertain(0, 0, 0, 0)
@@ -142,10 +144,12 @@ def test_differences_are_paired(rng):
     assert d["A", "B"].norm.nmad.value == d["A"].norm.nmad.value - d["B"].norm.nmad.value
     with pytest.raises(AttributeError, match="choose two estimates"):
         d.norm
-    two = vostrel.bootstrap_difference(reference, {"A": a, "B": b}, 100, seed=5)
+    two = vostrel.bootstrap_difference(reference, {"A": a, "B": b}, resamples=100, seed=5)
     assert two.norm == d["A", "B"].norm
     a[0] = np.nan
-    two = vostrel.bootstrap_difference(reference, {"A": a, "B": b}, 100, nan_policy="omit")
+    two = vostrel.bootstrap_difference(
+        reference, {"A": a, "B": b}, resamples=100, nan_policy="omit"
+    )
     assert two["A"].n == two["B"].n == 999
     with pytest.raises(ValueError, match="two estimates or more"):
         vostrel.bootstrap_difference(reference, {"A": a})
@@ -157,7 +161,8 @@ def test_progress():
     calls = []
     values = np.arange(10.0)
     vostrel.bootstrap(
-        values, values[::-1], 500, progress=lambda *numbers: calls.append(numbers), workers=2
+        values, values[::-1], resamples=500, workers=2,
+        progress=lambda *numbers: calls.append(numbers),
     )
     done = [number for number, _ in calls]
     assert done == sorted(done) and done[-1] == 500
@@ -169,7 +174,7 @@ def test_an_error_in_progress_ends_the_work():
         raise KeyError("enough")
 
     with pytest.raises(KeyError):
-        vostrel.bootstrap(np.arange(100.0), np.zeros(100), 100_000, progress=fail)
+        vostrel.bootstrap(np.arange(100.0), np.zeros(100), resamples=100_000, progress=fail)
 
 
 ENDLESS = """
@@ -181,7 +186,7 @@ estimate = reference + 0.1 * np.sin(1e5 * reference)
 @pytest.mark.parametrize("options", ["", "workers=2", "groups=np.arange(3_000_000)"])
 def test_ctrl_c(options):
     wait = wait_after_ctrl_c(
-        ENDLESS, f"vostrel.bootstrap(reference, estimate, 10**6, {options})", after=1
+        ENDLESS, f"vostrel.bootstrap(reference, estimate, resamples=10**6, {options})", after=1
     )
     assert wait < 5  # half a second is the promise; the rest is for a busy machine
 
@@ -196,9 +201,9 @@ reference = np.linspace(0, 1, n)
 estimate = np.sin(1e5 * reference)
 estimate *= 0.1
 estimate += reference
-vostrel.bootstrap(reference[:1000], estimate[:1000], 2)
+vostrel.bootstrap(reference[:1000], estimate[:1000], resamples=2)
 before = peak()
-vostrel.bootstrap({reference}, estimate, 8, workers={workers})
+vostrel.bootstrap({reference}, estimate, resamples=8, workers={workers})
 print((peak() - before) / n)
 """
 

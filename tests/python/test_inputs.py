@@ -195,14 +195,14 @@ def test_nan_policies():
     columns = [1.0, np.nan, 3.0, 4.0], [1.5, 2.0, np.nan, np.nan]
     mask = [False, False, False, True]
     with pytest.raises(ValueError) as error:
-        vostrel.point_statistics(*columns, mask)
+        vostrel.point_statistics(*columns, mask=mask)
     assert str(error.value) == (
         "2 of 3 objects have NaN; pass nan_policy='omit' to leave them out, "
         "'propagate' to get NaN, or mask them"
     )
-    s = vostrel.point_statistics(*columns, mask, "omit")
+    s = vostrel.point_statistics(*columns, mask=mask, nan_policy="omit")
     assert (s.n, s.n_masked, s.n_nan, s.delta.bias) == (1, 1, 2, -0.5)
-    s = vostrel.point_statistics(*columns, mask, "propagate")
+    s = vostrel.point_statistics(*columns, mask=mask, nan_policy="propagate")
     assert (s.n, s.n_masked, s.n_nan) == (3, 1, 2)
     assert np.isnan(numbers(s)).all()
 
@@ -241,7 +241,7 @@ def test_large_inputs_of_all_kinds(rng):
         (reference.astype(np.float32), estimate.astype(">f8")),
         (np.repeat(reference, 2)[::2], pd.Series(estimate)),
     ):
-        s = vostrel.point_statistics(*columns, mask, "omit")
+        s = vostrel.point_statistics(*columns, mask=mask, nan_policy="omit")
         assert same_bits(numbers(s), numbers(expected))
         assert s.n + s.n_masked + s.n_nan == n
 
@@ -324,6 +324,6 @@ ERRORS = [
 @pytest.mark.parametrize("arguments, error, words", ERRORS, ids=[words for _, _, words in ERRORS])
 def test_errors_are_one_clear_sentence(arguments, error, words):
     with pytest.raises(error) as raised:
-        vostrel.point_statistics(*arguments)
+        vostrel.point_statistics(*arguments[:2], **dict(zip(("mask", "nan_policy"), arguments[2:])))
     assert words in str(raised.value)
     assert "\n" not in str(raised.value)

@@ -62,13 +62,13 @@ def test_nan_among_the_errors():
 def test_masks_and_policies():
     reference, estimate = [1.0, 1.0, np.nan, 1.0], [1.0, 2.0, 1.0, 9.0]
     mask = [False, False, False, True]
-    m = vostrel.lsst_metrics(reference, estimate, mask, "omit")
+    m = vostrel.lsst_metrics(reference, estimate, mask=mask, nan_policy="omit")
     assert (m.n, m.n_masked, m.n_nan, m.bias) == (2, 1, 1, 0.25)
-    m = vostrel.lsst_metrics(reference, estimate, mask, "propagate")
+    m = vostrel.lsst_metrics(reference, estimate, mask=mask, nan_policy="propagate")
     assert (m.n, m.n_nan) == (3, 1)
     assert np.isnan([m.bias, m.sigma_iqr, m.sigma_mad, m.outlier_rate]).all()
     with pytest.raises(ValueError, match="1 of 3 objects have NaN"):
-        vostrel.lsst_metrics(reference, estimate, mask)
+        vostrel.lsst_metrics(reference, estimate, mask=mask)
     assert list(m.to_dict()) == [
         "n", "n_masked", "n_nan", "bias", "sigma_iqr", "sigma_mad", "outlier_rate",
     ]

@@ -77,7 +77,7 @@ INTERRUPTED = {
     "errors in bins": lambda r, e: vostrel.binned_statistics(r, e, bins=2, uncertainties=True),
     "uncertainties": lambda r, e: vostrel.uncertainties(r, e),
     "chunks": lambda r, e: vostrel.chunked_statistics([(r, e)]),
-    "lists": lambda r, e, mask: vostrel.point_statistics(r, e, mask),
+    "lists": lambda r, e, mask: vostrel.point_statistics(r, e, mask=mask),
 }
 
 

@@ -86,7 +86,7 @@ def test_same_inputs_as_point_statistics(rng):
     assert math.isnan(u.norm.bias.value) and math.isnan(u.norm.nmad.high)
     for confidence in (0, 1, -0.5, math.nan):
         with pytest.raises(ValueError, match="confidence must be between 0 and 1"):
-            vostrel.uncertainties(reference, estimate, confidence)
+            vostrel.uncertainties(reference, estimate, confidence=confidence)
 
 
 @pytest.mark.parametrize(
