@@ -4,18 +4,18 @@ from __future__ import annotations
 
 import pickle
 from contextlib import closing
-from typing import Any
+from typing import Any, Callable
 
-from vostrel._accumulator import Accumulator, ChunkNanPolicy
+from vostrel._accumulator import Accumulator, BinnedAccumulator, ChunkNanPolicy
 from vostrel._chunked import Chunks, Progress, Report, add_chunks, count
-from vostrel._results import PointStatistics
+from vostrel._results import BinnedStatistics, PointStatistics
 
 try:
     import mpi4py  # noqa: F401
 except ImportError as error:
     raise ImportError("vostrel.mpi needs mpi4py, which is not installed") from error
 
-__all__ = ["point_statistics"]
+__all__ = ["binned_statistics", "point_statistics"]
 
 
 def point_statistics(
@@ -53,11 +53,15 @@ def point_statistics(
     ------
     ValueError, TypeError, ImportError
         As for `vostrel.chunked_statistics`.
+    RuntimeError
+        If another process failed; the text says which and how. Also in a
+        process that calls ``sys.exit`` while its chunks are read.
 
     Notes
     -----
-    If one process raises an exception, even while its chunks are read, all
-    processes raise it at the end of the pass. No process is left waiting.
+    If one process raises an exception while its chunks are read, the others
+    raise a RuntimeError with its text at the end of the pass. No process is
+    left waiting. If a process is killed, the launcher ends the job.
 
     Examples
     --------
@@ -77,55 +81,115 @@ def point_statistics(
         if comm.rank == 0:
             print(s)
     """
+    result: PointStatistics = _run_passes(
+        lambda: Accumulator(nan_policy=nan_policy), chunks, comm, progress
+    )
+    return result
+
+
+def binned_statistics(
+    chunks: Chunks,
+    *,
+    bins: int | Any,
+    range: tuple[float, float] | None = None,
+    comm: Any | None = None,
+    nan_policy: ChunkNanPolicy = "raise",
+    progress: bool | Progress = False,
+) -> BinnedStatistics:
+    """Judge estimates that the processes of a communicator share, in bins of some quantity.
+
+    Parameters
+    ----------
+    chunks : iterable, or function that returns one
+        The chunks of this process, as for
+        `vostrel.chunked_binned_statistics`. A process may have none.
+    bins, range, nan_policy
+        As for `vostrel.chunked_binned_statistics`. The same for all processes.
+    comm, progress
+        As for `point_statistics`.
+
+    Returns
+    -------
+    BinnedStatistics
+        The numbers of `vostrel.chunked_binned_statistics` over the chunks of
+        all processes, to the last bit.
+
+    Raises
+    ------
+    ValueError, TypeError, ImportError
+        As for `vostrel.chunked_binned_statistics`.
+    RuntimeError
+        As for `point_statistics`.
+
+    Examples
+    --------
+    With `chunks` and `comm` as for `point_statistics`::
+
+        b = vostrel.mpi.binned_statistics(chunks, bins=[0, 0.5, 1, 2], comm=comm)
+    """
+    result: BinnedStatistics = _run_passes(
+        lambda: BinnedAccumulator(bins=bins, range=range, nan_policy=nan_policy),
+        chunks, comm, progress,
+    )
+    return result
+
+
+def _run_passes(
+    first: Callable[[], Any], chunks: Chunks, comm: Any | None, progress: bool | Progress
+) -> Any:
+    """Add the chunks of all processes in each pass, and return the result."""
     if comm is None:
         from mpi4py import MPI
 
         comm = MPI.COMM_WORLD
-    state: Accumulator | None = None
+    state: Any = None
     number = 0
     total = None
     while state is None or state.needs_another_pass:
         number += 1
         raised: BaseException | None = None
-        part: Accumulator | None = None
         try:
-            part = Accumulator(nan_policy=nan_policy) if state is None else state.fresh()
+            part = first() if state is None else state.fresh()
             total = count(chunks) if total is None else total
             with closing(Report(progress, number, total)) as report:
                 total = add_chunks(part, chunks, report)
+            message: bytes | str = pickle.dumps(part)
         except BaseException as error:  # raised below: the other processes wait for this one
             raised = error
-        merged: Accumulator | BaseException = comm.allreduce(
-            part if raised is None else _portable(raised), op=_merged
-        )
+            message = f"rank {comm.rank} failed: {_text(error)}"
+        merged = comm.allreduce(message, op=_merged)
+        if isinstance(raised, SystemExit):
+            raise RuntimeError(message) from raised
         if raised is not None:
             raise raised
-        if isinstance(merged, BaseException):
-            raise merged
-        state = merged
+        if isinstance(merged, str):
+            raise RuntimeError(merged)
+        state = pickle.loads(merged)
         state.end_pass()
     return state.result()
 
 
-def _merged(
-    one: Accumulator | BaseException, other: Accumulator | BaseException
-) -> Accumulator | BaseException:
-    """Return the merged states, or the exception."""
-    if isinstance(one, BaseException):
+def _merged(one: bytes | str, other: bytes | str) -> bytes | str:
+    """Return the pickle of the merged states, or the text of an error.
+
+    An error travels as text: its class may be unknown to another process. And
+    nothing may be raised here, or the other processes would wait for ever.
+    """
+    if isinstance(one, str):
         return one
-    if isinstance(other, BaseException):
+    if isinstance(other, str):
         return other
     try:
-        one.merge(other)
-    except Exception as error:
-        return _portable(error)
-    return one
+        state = pickle.loads(one)
+        state.merge(pickle.loads(other))
+        return pickle.dumps(state)
+    except BaseException as error:
+        return _text(error)
 
 
-def _portable(error: BaseException) -> BaseException:
-    """Return the exception, or a RuntimeError that describes it if it can't be pickled."""
+def _text(error: BaseException) -> str:
+    """Return the type and the message of an exception."""
     try:
-        pickle.loads(pickle.dumps(error))
-        return error
-    except Exception:
-        return RuntimeError(f"{type(error).__name__}: {error}")
+        return f"{type(error).__name__}: {error}"
+    except BaseException:  # its __str__ fails
+        return type(error).__name__

@@ -1,9 +1,14 @@
-"""A process under mpirun: rank 0 prints its numbers in hexadecimal, or each rank's error.
+"""A process under mpirun, whose rank 0 prints a line for each result.
 
-  mpi_rank.py numbers SEED COUNT      of the data sets of scale_sets
-  mpi_rank.py error                   the last rank fails in the middle
+  mpi_rank.py numbers SEED COUNT      the numbers of the data sets of scale_sets, in hexadecimal
+  mpi_rank.py binned SEED             the numbers of a data set in bins, in hexadecimal
+  mpi_rank.py errors                  the errors of all ranks for each of FAILURES in each pass
+  mpi_rank.py killed                  nothing: the last rank kills itself in the second pass
 """
 
+import json
+import os
+import signal
 import sys
 
 import numpy as np
@@ -13,6 +18,59 @@ from mpi4py import MPI
 from scale_sets import cut, redshifts, scale_sets, shares
 
 comm = MPI.COMM_WORLD
+FAILING = comm.size - 1
+
+
+class Picky(Exception):
+    """Can be pickled but not unpickled."""
+
+    def __init__(self, first, second):
+        super().__init__(f"{first} {second}")
+
+
+class Tied(Exception):
+    """Can't be pickled."""
+
+    def __reduce__(self):
+        raise TypeError("this can't be pickled")
+
+
+class Mute(Exception):
+    """Can't say what it is."""
+
+    def __str__(self):
+        raise self
+
+
+def nowhere_else(text):
+    """An exception whose class no other process can import."""
+    return type("Strange", (Exception,), {"__module__": "of_this_process"})(text)
+
+
+#: Each fails in its own way with the text after it.
+FAILURES = [
+    (lambda: OSError("the file is gone"), "OSError: the file is gone"),
+    (lambda: nowhere_else("who am I"), "Strange: who am I"),
+    (lambda: Tied("to a file"), "Tied: to a file"),
+    (lambda: Picky("two", "words"), "Picky: two words"),
+    (Mute, "Mute"),
+    (lambda: SystemExit("enough"), "SystemExit: enough"),
+    (lambda: SystemExit(0), "SystemExit: 0"),
+    (KeyboardInterrupt, "KeyboardInterrupt: "),
+]
+
+
+def chunks_that_act(in_pass, act):
+    """A function that returns chunks; the failing rank acts in the middle of a pass."""
+    passes = iter(range(1, 100))
+
+    def chunks():
+        number = next(passes)
+        yield redshifts(np.random.default_rng(comm.rank), 10_000)
+        if comm.rank == FAILING and number == in_pass:
+            act()
+
+    return chunks
 
 
 def print_numbers(seed, count):
@@ -25,21 +83,45 @@ def print_numbers(seed, count):
         print("\n".join(lines))
 
 
-def fail():
-    def chunks():
-        yield redshifts(np.random.default_rng(1), 1000)
-        if comm.rank == comm.size - 1:
-            raise OSError("the file is gone")
-
-    try:
-        vostrel.mpi.point_statistics(chunks, comm=comm)
-    except OSError as error:
-        errors = comm.gather(str(error))
-        if comm.rank == 0:
-            print("\n".join(errors))
+def print_binned(seed):
+    columns = redshifts(np.random.default_rng(seed), 20_000)
+    share = shares(cut(columns, 7), comm.size)[comm.rank]
+    b = vostrel.mpi.binned_statistics(share, bins=4, range=(0, 2), comm=comm)
+    line = np.vstack([b.counts, b.delta.sigma, b.norm.nmad]).astype(np.float64).tobytes().hex()
+    assert comm.allgather(line) == [line] * comm.size
+    if comm.rank == 0:
+        print(line)
 
 
-if sys.argv[1] == "numbers":
-    print_numbers(int(sys.argv[2]), int(sys.argv[3]))
-else:
-    fail()
+def print_errors():
+    for error, text in FAILURES:
+        for in_pass in (1, 2):
+
+            def act(make=error):
+                raise make()
+
+            try:
+                vostrel.mpi.point_statistics(chunks_that_act(in_pass, act), comm=comm)
+                found = None
+            except BaseException as raised:
+                said = "" if isinstance(raised, Mute) else f": {raised}"
+                found = type(raised).__name__ + said
+            errors = comm.gather(found)
+            if comm.rank == 0:
+                print(json.dumps([text, errors]))
+
+
+def be_killed():
+    def act():
+        os.kill(os.getpid(), signal.SIGKILL)
+
+    vostrel.mpi.point_statistics(chunks_that_act(2, act), comm=comm)
+
+
+if __name__ == "__main__":
+    task, *arguments = sys.argv[1:]
+    tasks = {
+        "numbers": print_numbers, "binned": print_binned, "errors": print_errors,
+        "killed": be_killed,
+    }
+    tasks[task](*map(int, arguments))

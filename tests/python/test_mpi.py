@@ -1,5 +1,6 @@
 """vostrel.mpi: the bits of chunked_statistics for any number of processes, and no hang."""
 
+import json
 import os
 import pathlib
 import shutil
@@ -9,26 +10,34 @@ import sys
 import numpy as np
 import pytest
 import vostrel
-from data_sets import numbers, same_bits
+from data_sets import LONG, numbers, redshifts, same_bits
 from scale_sets import SETS, scale_sets
 
 pytest.importorskip("mpi4py")
 RANK = pathlib.Path(__file__).with_name("mpi_rank.py")
 
 
-def mpirun(processes, *arguments):
-    """The lines that the processes print."""
+TIME_LIMIT = 1200 if LONG else 120  # seconds; a process that waits for ever fails its test
+
+
+def start(processes, *arguments):
+    """The finished run of these processes."""
     command = ["mpirun", "--oversubscribe", "-n", str(processes), sys.executable, RANK, *arguments]
     if os.geteuid() == 0:
         command.insert(1, "--allow-run-as-root")
     path = os.pathsep.join([str(RANK.parent), os.environ.get("PYTHONPATH", "")])
-    result = subprocess.run(
+    return subprocess.run(
         [str(part) for part in command],
         env={**os.environ, "PYTHONPATH": path},
         capture_output=True,
         text=True,
-        timeout=1200,
+        timeout=TIME_LIMIT,
     )
+
+
+def mpirun(processes, *arguments):
+    """The lines that the processes print."""
+    result = start(processes, *arguments)
     assert result.returncode == 0, result.stderr
     return result.stdout.split("\n")[:-1]
 
@@ -48,5 +57,28 @@ def test_the_same_bits(rng):
             assert same_bits(found, expected[i]), (processes, data_sets[i])
 
 
-def test_an_error_of_one_process_ends_all():
-    assert mpirun(3, "error") == ["the file is gone"] * 3
+def test_the_same_bits_in_bins(rng):
+    seed = int(rng.integers(2**32))
+    columns = redshifts(np.random.default_rng(seed), 20_000)
+    b = vostrel.chunked_binned_statistics([columns], bins=4, range=(0, 2))
+    expected = np.concatenate([b.counts, b.delta.sigma, b.norm.nmad])
+    for processes in (1, 3):
+        (line,) = mpirun(processes, "binned", seed)
+        assert same_bits(np.frombuffer(bytes.fromhex(line)), expected)
+
+
+@pytest.mark.parametrize("processes", [1, 2, 3, 4])
+def test_an_error_of_one_process_ends_all_with_its_text(processes):
+    lines = [json.loads(line) for line in mpirun(processes, "errors")]
+    assert len(lines) == 2 * 8  # in the first pass and in the second
+    for text, (*others, own) in lines:
+        shared = f"RuntimeError: rank {processes - 1} failed: {text}"
+        assert own == (shared if "Exit" in text else text)
+        assert others == [shared] * (processes - 1)
+
+
+@pytest.mark.parametrize("processes", [1, 3])
+def test_a_killed_process_ends_the_job(processes):
+    result = start(processes, "killed")
+    assert result.returncode != 0
+    assert "signal 9" in result.stderr
