@@ -485,7 +485,7 @@ def test_a_part_of_a_figure_can_be_drawn_on():
     figure = Figure(figsize=(8, 4))
     left, right = figure.subfigures(1, 2)
     diagnostic_figure(*catalogue(100), figure=left, layout="column", panels=["histogram"])
-    compare_figure({"one": catalogue(100)[1]}, catalogue(100)[0], figure=right)
+    compare_figure(catalogue(100)[0], {"one": catalogue(100)[1]}, figure=right)
     assert len(left.axes) == 1 and len(right.axes) == 3
     figure.draw_without_rendering()
 
@@ -527,6 +527,65 @@ def test_masked_entries_and_nan_are_left_out():
         diagnostic_figure([np.nan], [1.0])
     with pytest.raises(ValueError, match="differ in length"):
         diagnostic_figure([1.0, 2.0], [1.0])
+
+
+def test_mask_and_nan_policy():
+    reference, estimate = [0.5, 1.0, 2.0, 3.0], [0.4, 1.0, np.nan, 3.5]
+    mask = [False, True, False, False]
+    lines = note_of(diagnostic_figure(reference, estimate, mask=mask, nan_policy="propagate"))
+    assert lines[0] == "$n$ = 3" and "bias = NaN" in lines
+    axes = Figure().subplots(3)
+    for panel, draw in zip(axes, (plot_estimates, plot_residual_histogram, plot_residuals)):
+        draw(panel, reference, estimate, mask=mask)
+        with pytest.raises(ValueError, match="nan_policy='omit'"):
+            draw(panel, reference, estimate, mask=mask, nan_policy="raise")
+    for panel in axes[0], axes[2]:
+        assert by_gid(panel, "objects")[0].get_xdata().tolist() == [0.5, 3]
+    figure = compare_figure(reference, {"one": estimate}, mask=mask)
+    assert "2" in [text.get_text() for text in by_gid(figure, "numbers")]
+
+
+def estimates_in(kind):
+    """Return two estimates of three references in a collection of this kind."""
+    columns = {"one": [0.4, 1.1, 1.4], "two": [0.5, 1.2, 1.4]}
+    if kind == "mapping":
+        return columns
+    module = pytest.importorskip(kind)
+    return module.DataFrame(columns) if kind == "pandas" else module.Table(columns)
+
+
+@pytest.mark.parametrize("kind", ["mapping", "pandas", "astropy.table"])
+def test_estimators_in_a_collection(kind):
+    figure = compare_figure([0.5, 1.0, 1.5], estimates_in(kind))
+    texts = [text.get_text() for text in by_gid(figure, "numbers")]
+    assert "one" in texts and "two" in texts
+
+
+def test_figure_shows_itself_in_a_notebook():
+    """By the method that IPython calls for an object whose class it doesn't know."""
+    for figure in (diagnostic_figure([1.0], [1.5]), compare_figure([1.0], {"one": [1.5]})):
+        picture, size = figure._repr_png_()
+        assert picture.startswith(b"\x89PNG")
+        assert int.from_bytes(picture[16:20], "big") == 2 * size["width"] == 1420
+
+
+@pytest.mark.parametrize("options, message", [
+    ({"labels": "redshift"}, "labels must be two texts"),
+    ({"labels": ("a", 1)}, "labels must be two texts"),
+    ({"labels": 5}, "labels must be two texts"),
+    ({"statistics": 0.05}, "statistics must be what vostrel.point_statistics returns, not float"),
+    ({"figure": 3}, "figure must be a Figure or SubFigure of matplotlib, not int"),
+])
+def test_wrong_option_is_named(options, message):
+    with pytest.raises(TypeError, match=message):
+        diagnostic_figure([1.0], [1.5], **options)
+
+
+def test_wrong_order_is_explained():
+    with pytest.raises(TypeError, match="axes must be Axes of matplotlib, not list"):
+        plot_residuals([1.0], [1.5], None)
+    with pytest.raises(TypeError, match="a mapping of names .* after the reference; .* a list"):
+        compare_figure({"one": [1.0]}, [1.5])
 
 
 def test_numbers_of_the_caller_are_shown():
@@ -577,7 +636,7 @@ def _rounded(*columns):
 def test_comparison_hides_nothing(layout):
     zspec, zphot = catalogue(3000)
     estimates = {f"estimator {i}": zphot + 0.02 * i * (1 + zspec) for i in range(8)}
-    figure = compare_figure(estimates, zspec, layout=layout, title="A title")
+    figure = compare_figure(zspec, estimates, layout=layout, title="A title")
     check_texts(figure)
     with pytest.raises(ValueError, match="1 to 8 estimators"):
-        compare_figure({}, zspec)
+        compare_figure(zspec, {})

@@ -33,7 +33,7 @@ def draw_three(**options):
     zspec, zphot = survey(2000)
     wave = np.sin(1000 * zspec)
     estimates = {"one": zphot, "two": zphot + 0.05 * wave, "three": zspec + 0.02 * wave + 0.01}
-    return compare_figure(estimates, zspec, **options)
+    return compare_figure(zspec, estimates, **options)
 
 
 PICTURES = {

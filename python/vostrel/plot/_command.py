@@ -179,7 +179,7 @@ def plot(options: argparse.Namespace, progress: Progress) -> None:
         try:
             if options.compare:
                 table = options.table is not False
-                figure = compare_figure(estimates, reference, table=table, **look)
+                figure = compare_figure(reference, estimates, table=table, **look)
             else:
                 figure = diagnostic_figure(
                     reference,

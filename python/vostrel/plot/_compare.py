@@ -8,7 +8,8 @@ from typing import Any
 
 import numpy as np
 
-from vostrel.plot._figure import new_figure, size_of
+from vostrel._inputs import NanPolicy
+from vostrel.plot._figure import check_layout, new_figure, size_of
 from vostrel.plot._layout import (
     BELOW,
     LEFT,
@@ -22,7 +23,7 @@ from vostrel.plot._layout import (
     Sheet,
 )
 from vostrel.plot._limits import residual_limit, spread_of, tail_limit, widened
-from vostrel.plot._objects import Objects, objects_of
+from vostrel.plot._objects import Objects, estimators, objects_of
 from vostrel.plot._panels import BLUE, GREEN, RED, histogram, label_axis, label_counts, note_outside
 from vostrel.plot._running import running
 from vostrel.plot._words import clean, labels_of, percent, shown, three_digits, title_lines
@@ -41,9 +42,11 @@ LOOKS: tuple[tuple[str, Any], ...] = (
 
 
 def compare_figure(
-    estimates: Mapping[str, Any],
     reference: Any,
+    estimates: Any,
     *,
+    mask: Any = None,
+    nan_policy: NanPolicy = "omit",
     title: str | None = None,
     layout: Layout = "page",
     figure: Any = None,
@@ -60,11 +63,12 @@ def compare_figure(
 
     Parameters
     ----------
-    estimates : mapping of str to array_like, shape (n,)
-        One to eight estimators by name.
     reference : array_like, shape (n,)
         The reference values.
-    title, layout, figure, labels, log
+    estimates : mapping of str to array_like, shape (n,)
+        One to eight estimators by name. A pandas DataFrame or an astropy
+        Table of estimates will do.
+    mask, nan_policy, title, layout, figure, labels, log
         As in `diagnostic_figure`. By default the counts are logarithmic if
         they would be for one of the estimators.
     table : bool
@@ -90,16 +94,17 @@ def compare_figure(
     --------
     >>> import vostrel.plot
     >>> figure = vostrel.plot.compare_figure(
-    ...     {"one": [0.4, 1.1, 1.4], "two": [0.5, 1.2, 1.4]}, [0.5, 1.0, 1.5])
+    ...     [0.5, 1.0, 1.5], {"one": [0.4, 1.1, 1.4], "two": [0.5, 1.2, 1.4]})
     """
-    if layout not in SIZES:
-        raise ValueError(f"layout must be 'page' or 'column', not {layout!r}")
-    if not 1 <= len(estimates) <= len(LOOKS):
-        raise ValueError(f"there must be 1 to {len(LOOKS)} estimators, not {len(estimates)}")
+    check_layout(layout)
+    named = estimators(estimates)
+    if not 1 <= len(named) <= len(LOOKS):
+        raise ValueError(f"there must be 1 to {len(LOOKS)} estimators, not {len(named)}")
     sets = {
-        shown(clean(name)): objects_of(reference, estimate) for name, estimate in estimates.items()
+        shown(clean(name)): objects_of(reference, values, mask=mask, nan_policy=nan_policy)
+        for name, values in named.items()
     }
-    if len(sets) < len(estimates):
+    if len(sets) < len(named):
         raise ValueError("two estimators have the same name")
     width = SIZES[layout][0] if figure is None else size_of(figure)[0]
     heading = title_lines(title, width)

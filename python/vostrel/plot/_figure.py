@@ -3,12 +3,14 @@
 from __future__ import annotations
 
 from collections.abc import Sequence
+from io import BytesIO
 from typing import Any, Literal, get_args
 
 from matplotlib.backends.backend_agg import FigureCanvasAgg
 from matplotlib.colors import LogNorm
-from matplotlib.figure import Figure
+from matplotlib.figure import Figure, FigureBase
 
+from vostrel._inputs import NanPolicy
 from vostrel._results import ROWS, PointStatistics, ResidualStatistics
 from vostrel.plot._layout import (
     LINE,
@@ -36,6 +38,8 @@ def diagnostic_figure(
     reference: Any,
     estimate: Any,
     *,
+    mask: Any = None,
+    nan_policy: NanPolicy = "omit",
     statistics: PointStatistics | None = None,
     title: str | None = None,
     panels: Sequence[Panel] = PANELS,
@@ -55,7 +59,12 @@ def diagnostic_figure(
     ----------
     reference, estimate : array_like, shape (n,)
         As in `vostrel.point_statistics`. Objects with NaN or infinities are
-        left out, and the figure says how many.
+        not drawn, and the figure says how many.
+    mask : array_like of bool, shape (n,), optional
+        True leaves an object out.
+    nan_policy : {"omit", "raise", "propagate"}
+        What NaN does. "omit" leaves the object out of the numbers, "raise"
+        raises, "propagate" makes the numbers NaN.
     statistics : PointStatistics, optional
         The numbers that the figure shows. By default they are computed from
         the objects that are drawn.
@@ -69,7 +78,7 @@ def diagnostic_figure(
         most 7 inches high.
     figure : matplotlib.figure.Figure or SubFigure, optional
         What to draw on. Its size stays. By default a new Figure, which pyplot
-        doesn't know.
+        doesn't know; it shows itself at the end of a notebook's cell.
     labels : (str, str), optional
         Names of reference and estimate; by default redshifts.
     table : bool
@@ -99,14 +108,15 @@ def diagnostic_figure(
     >>> figure = vostrel.plot.diagnostic_figure([0.5, 1.0, 1.5], [0.4, 1.1, 1.4])
     >>> figure.savefig("figure.pdf")  # doctest: +SKIP
     """
-    if layout not in SIZES:
-        raise ValueError(f"layout must be 'page' or 'column', not {layout!r}")
+    check_layout(layout)
     panels = tuple(panels)
     if not panels or not set(panels) <= set(PANELS) or len(set(panels)) != len(panels):
         raise ValueError(f"panels must be some of {', '.join(PANELS)}, not {panels!r}")
     panels = tuple(panel for panel in PANELS if panel in panels)
 
-    objects = objects_of(reference, estimate, statistics)
+    objects = objects_of(
+        reference, estimate, statistics, mask=mask, nan_policy=nan_policy
+    )
     names = labels_of(labels)
     bar = objects.norm.size > MANY and panels != ("histogram",)
     width = SIZES[layout][0] if figure is None else size_of(figure)[0]
@@ -150,15 +160,36 @@ def diagnostic_figure(
     return figure
 
 
+def check_layout(layout: Any) -> None:
+    """Raise a ValueError unless there is such a layout."""
+    if not (isinstance(layout, str) and layout in SIZES):
+        raise ValueError(f"layout must be 'page' or 'column', not {layout!r:.40}")
+
+
+class ShownFigure(Figure):  # type: ignore[misc]
+    """A figure that pyplot doesn't know, and that a notebook shows all the same."""
+
+    def _repr_png_(self) -> tuple[bytes, dict[str, float]]:
+        """Return the picture in twice the resolution of its size in a notebook."""
+        stream = BytesIO()
+        self.savefig(stream, format="png", dpi=200)
+        width, height = self.get_size_inches()
+        return stream.getvalue(), {"width": 100 * width, "height": 100 * height}
+
+
 def new_figure(width: float, height: float) -> Any:
-    """Return a figure that pyplot doesn't know."""
-    figure = Figure(figsize=(width, height))
+    """Return a new figure."""
+    figure = ShownFigure(figsize=(width, height))
     FigureCanvasAgg(figure)
     return figure
 
 
 def size_of(figure: Any) -> tuple[float, float]:
     """Return the width and height of a figure or subfigure, in inches."""
+    if not isinstance(figure, FigureBase):
+        raise TypeError(
+            f"figure must be a Figure or SubFigure of matplotlib, not {type(figure).__name__}"
+        )
     return figure.bbox.width / figure.figure.dpi, figure.bbox.height / figure.figure.dpi
 
 

@@ -9,7 +9,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from vostrel import _core
-from vostrel._inputs import prepare
+from vostrel._inputs import NanPolicy, check_counts, prepare
 from vostrel._point import point_statistics
 from vostrel._results import PointStatistics
 from vostrel.plot._errors import NothingToDraw
@@ -44,7 +44,12 @@ class Objects:
 
 
 def objects_of(
-    reference: Any, estimate: Any, statistics: PointStatistics | None = None
+    reference: Any,
+    estimate: Any,
+    statistics: PointStatistics | None = None,
+    *,
+    mask: Any = None,
+    nan_policy: NanPolicy = "omit",
 ) -> Objects:
     """Return the objects that can be drawn; compute their statistics unless they are given.
 
@@ -53,7 +58,12 @@ def objects_of(
     ValueError, TypeError
         As for `vostrel.point_statistics`; also if no object is finite.
     """
-    columns = prepare("omit", None, reference=reference, estimate=estimate)
+    if not isinstance(statistics, (PointStatistics, type(None))):
+        raise TypeError(
+            "statistics must be what vostrel.point_statistics returns, not "
+            f"{type(statistics).__name__}"
+        )
+    columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
     values = [np.ascontiguousarray(array, dtype=np.float64) for array in columns.values]
     if columns.masks:
         kept = ~np.logical_or.reduce(columns.masks)
@@ -67,9 +77,28 @@ def objects_of(
         nans = int(np.count_nonzero(np.isnan(first) | np.isnan(second)))
         infinite = total - int(np.count_nonzero(good)) - nans
         first, second, norm = first[good], second[good], norm[good]
+        check_counts(nan_policy, total, 0, nans)
     del good
     if first.size == 0:
         raise NothingToDraw("there are no objects with finite values")
-    if statistics is None:
+    if statistics is None and nan_policy == "propagate":  # the numbers are of all, NaN or not
+        statistics = point_statistics(reference, estimate, mask=mask, nan_policy=nan_policy)
+    elif statistics is None:
         statistics = point_statistics(first, second)
     return Objects(first, second, norm, total, nans, infinite, statistics)
+
+
+def estimators(estimates: Any) -> dict[str, Any]:
+    """Return the estimates by name, from a mapping, a pandas DataFrame or an astropy Table.
+
+    Raises
+    ------
+    TypeError
+        If they have no names.
+    """
+    if not hasattr(estimates, "items") or getattr(estimates, "ndim", 2) != 2:  # a Series has one
+        raise TypeError(
+            "estimates must be a mapping of names to arrays, a pandas DataFrame or an astropy "
+            f"Table, and come after the reference; they are a {type(estimates).__name__}"
+        )
+    return {str(name): values for name, values in estimates.items()}

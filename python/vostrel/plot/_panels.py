@@ -18,6 +18,7 @@ from matplotlib.ticker import FuncFormatter, LogLocator, MaxNLocator, NullFormat
 from numpy.typing import NDArray
 
 from vostrel import _core
+from vostrel._inputs import NanPolicy
 from vostrel._results import PointStatistics
 from vostrel.plot._limits import (
     BOUND,
@@ -56,6 +57,8 @@ def plot_estimates(
     reference: Any,
     estimate: Any,
     *,
+    mask: Any = None,
+    nan_policy: NanPolicy = "omit",
     statistics: PointStatistics | None = None,
     labels: tuple[str, str] | None = None,
     note: bool = True,
@@ -76,6 +79,8 @@ def plot_estimates(
     reference, estimate : array_like, shape (n,)
         As in `vostrel.point_statistics`. Objects with NaN or infinities are
         left out.
+    mask, nan_policy
+        As in `diagnostic_figure`.
     statistics : PointStatistics, optional
         The numbers to write into the panel. By default they are computed.
     labels : (str, str), optional
@@ -100,7 +105,8 @@ def plot_estimates(
     ValueError, TypeError
         As for `vostrel.point_statistics`; also if no object is finite.
     """
-    objects = objects_of(reference, estimate, statistics)
+    check_axes(axes)
+    objects = objects_of(reference, estimate, statistics, mask=mask, nan_policy=nan_policy)
     return draw_estimates(
         axes,
         objects,
@@ -118,6 +124,8 @@ def plot_residual_histogram(
     reference: Any,
     estimate: Any,
     *,
+    mask: Any = None,
+    nan_policy: NanPolicy = "omit",
     statistics: PointStatistics | None = None,
     labels: tuple[str, str] | None = None,
     log: bool | None = None,
@@ -135,7 +143,7 @@ def plot_residual_histogram(
     ----------
     axes : matplotlib.axes.Axes
         What to draw on.
-    reference, estimate, statistics, labels, legend, fontsize
+    reference, estimate, mask, nan_policy, statistics, labels, legend, fontsize
         As in `plot_estimates`.
     log : bool, optional
         Logarithmic counts, over a range that shows the tail. By default if
@@ -155,7 +163,8 @@ def plot_residual_histogram(
     ValueError, TypeError
         As `plot_estimates`.
     """
-    objects = objects_of(reference, estimate, statistics)
+    check_axes(axes)
+    objects = objects_of(reference, estimate, statistics, mask=mask, nan_policy=nan_policy)
     return draw_histogram(
         axes,
         objects,
@@ -173,6 +182,8 @@ def plot_residuals(
     reference: Any,
     estimate: Any,
     *,
+    mask: Any = None,
+    nan_policy: NanPolicy = "omit",
     labels: tuple[str, str] | None = None,
     legend: bool = True,
     fontsize: float | None = None,
@@ -189,7 +200,7 @@ def plot_residuals(
     ----------
     axes : matplotlib.axes.Axes
         What to draw on.
-    reference, estimate, labels, legend, fontsize, **style
+    reference, estimate, mask, nan_policy, labels, legend, fontsize, **style
         As in `plot_estimates`.
 
     Returns
@@ -202,7 +213,8 @@ def plot_residuals(
     ValueError, TypeError
         As `plot_estimates`.
     """
-    objects = objects_of(reference, estimate)
+    check_axes(axes)
+    objects = objects_of(reference, estimate, mask=mask, nan_policy=nan_policy)
     return draw_residuals(
         axes,
         objects,
@@ -214,6 +226,12 @@ def plot_residuals(
         fontsize=fontsize,
         **style,
     )
+
+
+def check_axes(axes: Any) -> None:
+    """Raise a TypeError unless these are Axes."""
+    if not isinstance(axes, Axes):
+        raise TypeError(f"axes must be Axes of matplotlib, not {type(axes).__name__}")
 
 
 # ---- the same, from objects and limits that are already computed ---------------------------------

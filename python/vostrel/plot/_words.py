@@ -27,6 +27,9 @@ def labels_of(names: tuple[str, str] | None) -> Labels:
     """Return the labels for the names of reference and estimate."""
     if names is None:
         return Labels()
+    two = isinstance(names, (tuple, list)) and len(names) == 2
+    if not two or not all(isinstance(name, str) for name in names):
+        raise TypeError("labels must be two texts, the names of reference and estimate")
     reference, estimate = (shown(clean(name)) for name in names)
     # There is no room for a long name twice.
     norm = rf"$\Delta$ / (1 + {reference})" if len(reference) <= 20 else "normalized residual"
