@@ -2,7 +2,6 @@
 
 #include <pybind11/stl.h>
 
-#include <cmath>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -19,31 +18,6 @@ namespace vostrel::python {
 
 namespace {
 
-// Removes the objects with NaN from a block.
-class NanFilter {
- public:
-  // Calls left_out(by) for each object with NaN in reference or estimate.
-  template <class LeftOut>
-  Block operator()(const Block& block, LeftOut left_out) {
-    std::size_t kept = 0;
-    for (std::size_t i = 0; i < block.by.size(); ++i) {
-      if (std::isnan(block.reference[i]) || std::isnan(block.estimate[i])) {
-        left_out(block.by[i]);
-      } else if (!std::isnan(block.by[i])) {
-        reference_[kept] = block.reference[i];
-        estimate_[kept] = block.estimate[i];
-        by_[kept++] = block.by[i];
-      }
-    }
-    return {{reference_.data(), kept}, {estimate_.data(), kept}, {by_.data(), kept}};
-  }
-
- private:
-  std::vector<double> reference_ = std::vector<double>(Rows::kBlock);
-  std::vector<double> estimate_ = std::vector<double>(Rows::kBlock);
-  std::vector<double> by_ = std::vector<double>(Rows::kBlock);
-};
-
 // What was left out of a chunk: n_masked, n_nan, and the number of objects with NaN in each bin.
 using LeftOut = std::vector<std::uint64_t>;
 
@@ -57,10 +31,10 @@ LeftOut add(Accumulator& passes, const Numbers& columns, const Arrays& masks, bo
 
 LeftOut add_binned(BinnedAccumulator& passes, const Numbers& columns, const Arrays& masks,
                    bool has_nan) {
-  Rows rows = rows_of(columns, masks, false);
+  Rows rows = rows_of(columns, masks, true);
   if (!has_nan) rows.expect_no_nan();
   const py::gil_scoped_release release;
-  LeftOut left_out = add_to_bins(passes, rows, columns.size() == 2);
+  LeftOut left_out = add_to_bins(passes, rows);
   left_out.insert(left_out.begin(), {rows.masked(), rows.nan()});
   return left_out;
 }
@@ -118,18 +92,12 @@ py::class_<SomePasses> define(py::module_& module, const char* name) {
 
 }  // namespace
 
-std::vector<std::uint64_t> add_to_bins(BinnedAccumulator& passes, Rows& rows, bool by_reference) {
+std::vector<std::uint64_t> add_to_bins(BinnedAccumulator& passes, Rows& rows) {
   std::vector<std::uint64_t> nan_counts(passes.bins().size());
-  NanFilter filter;
-  std::size_t nan_before = 0;
-  for_each_block(rows, [&](Block block) {
-    if (by_reference) block.by = block.reference;
-    if (rows.nan() != nan_before) {
-      nan_before = rows.nan();
-      block = filter(block, [&](double by) {
-        const std::size_t bin = passes.bins()(by);
-        if (bin != Bins::kOutside) ++nan_counts[bin];
-      });
+  for_each_block(rows, [&](const Block& block) {
+    for (const double by : block.nan_by) {
+      const std::size_t bin = passes.bins()(by);
+      if (bin != Bins::kOutside) ++nan_counts[bin];
     }
     passes.add(block.reference, block.estimate, block.by);
   });

@@ -29,14 +29,10 @@ class ObjectsInBins {
   ObjectsInBins(const Numbers& columns, const Arrays& masks, std::vector<double> edges)
       : objects_(Bins(std::move(edges))) {
     Rows rows = rows_of(columns, masks, true);
-    const auto by = [](const Block& block) {
-      return block.by.empty() ? block.reference : block.by;
-    };
     const py::gil_scoped_release release;
-    for_each_block(rows, [&](const Block& block) { objects_.count(by(block)); });
-    for_each_block(rows, [&](const Block& block) {
-      objects_.add(block.reference, block.estimate, by(block));
-    });
+    for_each_block(rows, [&](const Block& block) { objects_.count(block.by); });
+    for_each_block(
+        rows, [&](const Block& block) { objects_.add(block.reference, block.estimate, block.by); });
   }
 
   std::size_t count(std::size_t bin) const { return reference(bin).size(); }

@@ -7,9 +7,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -18,8 +18,7 @@
 #include <vector>
 
 #include "python/src/calls.h"
-#include "python/src/columns.h"
-#include "statistics/accumulator.h"
+#include "python/src/rows.h"
 #include "statistics/bootstrap.h"
 #include "statistics/resample.h"
 #include "statistics/statistics.h"
@@ -34,21 +33,12 @@ namespace {
 // contiguous doubles. Otherwise it is copied.
 class Sample {
  public:
-  Sample(Numbers columns, const Arrays& masks, bool omit_nan) : numbers_(std::move(columns)) {
-    size_ = py::len(numbers_.at(0));
-    const std::vector<Column> parts = columns_of(numbers_);
-    const std::vector<Mask> conditions = masks_of(masks, static_cast<py::ssize_t>(size_));
+  Sample(Numbers columns, const Arrays& masks, bool omit_nan)
+      : numbers_(std::move(columns)), copies_(numbers_.size()), columns_(numbers_.size()) {
+    Rows rows = rows_of(numbers_, masks, omit_nan);
     const py::gil_scoped_release release;
-    count(parts, conditions, omit_nan);
-    for (const Column& part : parts) {
-      double nowhere = 0;
-      const double* const place = part.read(0, 0, &nowhere);
-      if (kept_.empty() && place != &nowhere) {
-        columns_.emplace_back(place, size_);
-      } else {
-        columns_.emplace_back(copy(part));
-      }
-    }
+    count(rows);
+    copy(rows);
   }
 
   std::size_t size() const { return n_; }
@@ -58,63 +48,51 @@ class Sample {
 
   // Which objects are kept, or None if all are.
   py::object kept() const {
-    if (kept_.empty()) return py::none();
-    py::array_t<bool> result(static_cast<py::ssize_t>(size_));
-    std::copy(kept_.begin(), kept_.end(), result.mutable_data());
+    if (left_out_.empty()) return py::none();
+    py::array_t<bool> result(static_cast<py::ssize_t>(left_out_.size()));
+    std::transform(left_out_.begin(), left_out_.end(), result.mutable_data(), std::logical_not());
     return std::move(result);
   }
 
  private:
-  static constexpr std::size_t kBlock = Accumulator::kBlockSize;
-
-  void count(const std::vector<Column>& parts, const std::vector<Mask>& masks, bool omit_nan) {
-    std::vector<double> room(kBlock);
-    std::vector<std::uint8_t> nan(kBlock);
-    for (std::size_t first = 0; first < size_; first += kBlock) {
-      const std::size_t count = std::min(kBlock, size_ - first);
-      look_for_signals();
-      std::fill(nan.begin(), nan.end(), 0);
-      for (const Column& part : parts) {
-        const double* const values = part.read(first, count, room.data());
-        for (std::size_t i = 0; i < count; ++i) nan[i] |= std::isnan(values[i]);
-      }
-      for (std::size_t i = 0; i < count; ++i) {
-        bool masked = false;
-        for (const Mask& mask : masks) masked |= mask[first + i];
-        n_masked_ += masked;
-        n_nan_ += !masked && nan[i] != 0;
-        const bool keep = !masked && !(omit_nan && nan[i] != 0);
-        n_ += keep;
-        if (!keep && kept_.empty()) kept_.assign(size_, true);
-        if (!keep) kept_[first + i] = false;
-      }
-    }
+  void count(Rows& rows) {
+    for_each_block(rows, [&](const Block&) {
+      if (rows.left_out().empty()) return;
+      left_out_.resize(rows.size());
+      std::copy(rows.left_out().begin(), rows.left_out().end(),
+                left_out_.begin() + static_cast<std::ptrdiff_t>(rows.first()));
+    });
+    n_ = rows.kept();
+    n_masked_ = rows.masked();
+    n_nan_ = rows.nan();
   }
 
-  std::span<const double> copy(const Column& part) {
-    std::vector<double>& result = copies_.emplace_back();
-    result.reserve(n_);
-    std::vector<double> room(kBlock);
-    for (std::size_t first = 0; first < size_; first += kBlock) {
-      const std::size_t count = std::min(kBlock, size_ - first);
-      look_for_signals();
-      const double* const values = part.read(first, count, room.data());
-      for (std::size_t i = 0; i < count; ++i) {
-        if (result.size() < n_ && (kept_.empty() || kept_[first + i])) result.push_back(values[i]);
+  void copy(Rows& rows) {
+    std::vector<std::size_t> copied;
+    for (std::size_t c = 0; c < columns_.size(); ++c) {
+      const double* const values = rows.in_place(c);
+      if (left_out_.empty() && values != nullptr) {
+        columns_[c] = {values, n_};
+      } else {
+        copied.push_back(c);
+        copies_[c].reserve(n_);
       }
     }
-    if (result.size() != n_)
-      throw std::runtime_error("the arrays were changed while they were read");
-    return result;
+    if (copied.empty()) return;
+    for_each_block(rows, [&](const Block&) {
+      for (const std::size_t c : copied) {
+        copies_[c].insert(copies_[c].end(), rows.column(c).begin(), rows.column(c).end());
+      }
+    });
+    for (const std::size_t c : copied) columns_[c] = copies_[c];
   }
 
   Numbers numbers_;
-  std::size_t size_ = 0;
   std::size_t n_ = 0;
   std::size_t n_masked_ = 0;
   std::size_t n_nan_ = 0;
-  std::vector<bool> kept_;  // empty if all are
-  std::vector<std::vector<double>> copies_;
+  std::vector<bool> left_out_;               // empty if all are kept
+  std::vector<std::vector<double>> copies_;  // of the columns that can't be used in place
   std::vector<std::span<const double>> columns_;
 };
 

@@ -38,8 +38,6 @@ Column::Source source_of(py::handle slices) {
   };
 }
 
-}  // namespace
-
 std::vector<Column> columns_of(const Numbers& numbers) {
   std::vector<Column> columns;
   for (const py::object& column : numbers) {
@@ -62,6 +60,8 @@ std::vector<Mask> masks_of(const Arrays& arrays, py::ssize_t size) {
   }
   return masks;
 }
+
+}  // namespace
 
 Rows rows_of(const Numbers& columns, const Arrays& masks, bool omit_nan) {
   const std::size_t size = py::len(columns.at(0));

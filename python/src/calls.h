@@ -23,14 +23,8 @@ using Arrays = std::vector<pybind11::array>;
 /// Arrays of numbers, or vostrel._inputs.Slices.
 using Numbers = std::vector<pybind11::object>;
 
-/// The columns of the numbers. Requires: one dimension, one length, and the numbers outlive the
-/// columns. Throws ValueError if the lengths differ.
-std::vector<Column> columns_of(const Numbers& numbers);
-
-/// The masks of arrays of truth values, each of `size` entries. Requires: the arrays outlive them.
-std::vector<Mask> masks_of(const Arrays& arrays, pybind11::ssize_t size);
-
-/// The objects of columns and masks of one length. Requires: both outlive the result.
+/// The objects of columns and masks of one dimension and one length. Requires: both outlive the
+/// result. Throws ValueError if the shapes differ, TypeError if a mask holds no truth values.
 Rows rows_of(const Numbers& columns, const Arrays& masks, bool omit_nan);
 
 /// The numbers in the order of kStatistics.

@@ -88,8 +88,8 @@ Column::Column(const char* data, std::ptrdiff_t stride, char kind, std::size_t s
   }
   if (convert_ == nullptr) throw std::invalid_argument("numbers of a type that can't be read");
   const bool aligned = reinterpret_cast<std::uintptr_t>(data) % alignof(double) == 0;
-  in_place_ = kind == 'f' && size == sizeof(double) && !swapped && aligned &&
-              stride == static_cast<std::ptrdiff_t>(sizeof(double));
+  is_in_place_ = kind == 'f' && size == sizeof(double) && !swapped && aligned &&
+                 stride == static_cast<std::ptrdiff_t>(sizeof(double));
 }
 
 const double* Column::read(std::size_t first, std::size_t count, double* room) const {
@@ -98,9 +98,13 @@ const double* Column::read(std::size_t first, std::size_t count, double* room) c
     return room;
   }
   const char* const start = data_ + static_cast<std::ptrdiff_t>(first) * stride_;
-  if (in_place_) return reinterpret_cast<const double*>(start);
+  if (is_in_place_) return reinterpret_cast<const double*>(start);
   convert_(start, stride_, count, room);
   return room;
+}
+
+const double* Column::in_place() const {
+  return is_in_place_ ? reinterpret_cast<const double*>(data_) : nullptr;
 }
 
 }  // namespace vostrel::python

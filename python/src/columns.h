@@ -28,6 +28,9 @@ class Column {
   /// doubles, else converted into `room`, which must hold `count`.
   const double* read(std::size_t first, std::size_t count, double* room) const;
 
+  /// Returns all numbers if they are contiguous doubles, else a null pointer.
+  const double* in_place() const;
+
  private:
   using Convert = void (*)(const char* data, std::ptrdiff_t stride, std::size_t count,
                            double* result);
@@ -36,7 +39,7 @@ class Column {
   const char* data_ = nullptr;
   std::ptrdiff_t stride_ = 0;
   Convert convert_ = nullptr;
-  bool in_place_ = false;
+  bool is_in_place_ = false;
 };
 
 /// A one-dimensional array of truth values, which is not owned: true leaves the object out.

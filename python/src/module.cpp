@@ -75,7 +75,7 @@ struct Survey {
 Survey survey_rows(Rows& rows) {
   Survey survey;
   for_each_block(rows, [&](const Block& block) {
-    for (const double value : block.by.empty() ? block.reference : block.by) {
+    for (const double value : block.by) {
       if (value < survey.low) survey.low = value;
       if (value > survey.high) survey.high = value;
     }
@@ -106,10 +106,7 @@ py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, st
   {
     const py::gil_scoped_release release;
     Ranks ranks(n, std::move(places));
-    const auto add = [&](const Block& block) {
-      ranks.add(block.by.empty() ? block.reference : block.by);
-    };
-    complete(ranks, rows, true, add);
+    complete(ranks, rows, true, [&](const Block& block) { ranks.add(block.by); });
     values = ranks.values();
   }
   return py::array_t<double>(static_cast<py::ssize_t>(values.size()), values.data());
@@ -121,8 +118,7 @@ py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, st
 // bin NaN.
 py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks, bool omit_nan,
                                     std::vector<double> edges) {
-  Rows rows = rows_of(columns, masks, false);
-  const bool by_reference = columns.size() == 2;
+  Rows rows = rows_of(columns, masks, true);
   const Bins bins(std::move(edges));
   std::vector<std::uint64_t> nan_counts;
   std::vector<PointStatistics> statistics;
@@ -131,7 +127,7 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
     const py::gil_scoped_release release;
     BinnedAccumulator passes(bins, Sums::kInOrder);
     do {
-      nan_counts = add_to_bins(passes, rows, by_reference);
+      nan_counts = add_to_bins(passes, rows);
     } while (passes.end_pass(look_for_signals));
     statistics = passes.results(look_for_signals);
     outside = passes.outside();

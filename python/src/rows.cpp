@@ -22,14 +22,11 @@ Rows::Rows(std::size_t size, std::vector<Column> columns, std::vector<Mask> mask
       columns_(std::move(columns)),
       masks_(std::move(masks)),
       omit_nan_(omit_nan),
+      values_(columns_.size()),
       room_(columns_.size()) {}
 
 void Rows::rewind() {
-  const bool whole = position_ == size_;
-  if (whole && passed_ && kept_ != kept_before_) {
-    throw std::runtime_error("the arrays were changed while they were read");
-  }
-  if (whole) {
+  if (position_ == size_) {
     passed_ = true;
     kept_before_ = kept_;
     look_for_nan_ = nan_ != 0;
@@ -38,41 +35,67 @@ void Rows::rewind() {
 }
 
 bool Rows::next() {
-  if (position_ == size_) return false;
-  const std::size_t first = position_;
-  const std::size_t count = std::min(kBlock, size_ - first);
+  if (position_ == size_) {
+    if (passed_ && kept_ != kept_before_) {
+      throw std::runtime_error("the arrays were changed while they were read");
+    }
+    return false;
+  }
+  first_ = position_;
+  const std::size_t count = std::min(kBlock, size_ - first_);
   position_ += count;
 
-  std::array<const double*, 3> values{};
   std::size_t nan = 0;
   for (std::size_t c = 0; c < columns_.size(); ++c) {
-    values[c] = columns_[c].read(first, count, room_[c].data());
-    if (look_for_nan_) nan += count_nan(values[c], count);
+    values_[c] = columns_[c].read(first_, count, room_[c].data());
+    if (look_for_nan_) nan += count_nan(values_[c], count);
   }
 
-  std::size_t kept = count;
-  if (!masks_.empty() || nan != 0) {
-    kept = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-      bool masked = false;
-      for (const Mask& mask : masks_) masked |= mask[first + i];
-      if (masked) {
-        ++masked_;
-        continue;
-      }
-      bool is_nan = false;
-      for (std::size_t c = 0; c < columns_.size(); ++c) is_nan |= std::isnan(values[c][i]);
-      nan_ += is_nan;
-      if (is_nan && omit_nan_) continue;
-      // Never overwrites what is still to be read: kept <= i.
-      for (std::size_t c = 0; c < columns_.size(); ++c) room_[c][kept] = values[c][i];
-      ++kept;
-    }
-    for (std::size_t c = 0; c < columns_.size(); ++c) values[c] = room_[c].data();
+  block_kept_ = count;
+  left_out_ = {};
+  nan_by_.clear();
+  if (!masks_.empty() || nan != 0) block_kept_ = choose(count);
+  if (block_kept_ != count) {
+    left_out_ = {left_out_room_.data(), count};
+    compact(count);
   }
-  kept_ += kept;
-  block_ = {{values[0], kept}, {values[1], kept}, {values[2], values[2] == nullptr ? 0 : kept}};
+  kept_ += block_kept_;
+  block_.reference = column(0);
+  if (columns_.size() > 1) block_.estimate = column(1);
+  block_.by = column(columns_.size() > 2 ? 2 : 0);
+  block_.nan_by = nan_by_;
   return true;
+}
+
+// Finds the objects to be left out, and returns how many are kept.
+std::size_t Rows::choose(std::size_t count) {
+  const double* const by = values_[columns_.size() > 2 ? 2 : 0];
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    bool masked = false;
+    for (const Mask& mask : masks_) masked |= mask[first_ + i];
+    bool is_nan = false;
+    for (const double* const values : values_) is_nan |= std::isnan(values[i]);
+    is_nan &= !masked;
+    masked_ += masked;
+    nan_ += is_nan;
+    if (is_nan && omit_nan_) nan_by_.push_back(by[i]);
+    left_out_room_[i] = masked || (is_nan && omit_nan_);
+    kept += !left_out_room_[i];
+  }
+  return kept;
+}
+
+// Copies the kept objects to the front of the room.
+void Rows::compact(std::size_t count) {
+  for (std::size_t c = 0; c < columns_.size(); ++c) {
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      // Never overwrites what is still to be read: kept <= i.
+      if (!left_out_[i]) room_[c][kept++] = values_[c][i];
+    }
+    values_[c] = room_[c].data();
+  }
 }
 
 }  // namespace vostrel::python
