@@ -7,7 +7,7 @@
 #include <iostream>
 #include <string>
 
-#include "statistics/lines.h"
+#include "utils/lines.h"
 #include "utils/statistics_of.h"
 #include "utils/utils.h"
 #include "version.h"

@@ -23,7 +23,7 @@ setup(
     ext_modules=[
         Pybind11Extension(
             "vostrel._core",
-            ["python/src/core.cpp", "python/src/statistics.cpp"],
+            ["python/src/core.cpp", "python/src/engine.cpp"],
             depends=glob.glob("*.h") + glob.glob("python/src/*") + glob.glob("statistics/*"),
             include_dirs=["."],
             cxx_std=20,

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <iostream>
 
-#include "statistics/lines.h"
+#include "utils/lines.h"
 #include "utils/statistics_of.h"
 #include "utils/utils.h"
 

@@ -74,7 +74,7 @@ def test_source_distribution_and_wheel(clone, environment, tmp_path):
     # The source distribution has all that the compiler reads.
     with tarfile.open(next(tmp_path.glob("vostrel-*.tar.gz"))) as archive:
         archive.extractall(tmp_path)
-    sources = ["python/src/core.cpp", "python/src/statistics.cpp"]
+    sources = ["python/src/core.cpp", "python/src/engine.cpp"]
     includes = [f"-I{sysconfig.get_path('include')}", f"-I{pybind11.get_include()}"]
     run("c++", "-std=c++20", "-I.", *includes, "-MM", *sources,
         cwd=tmp_path / f"vostrel-{vostrel.__version__}")

@@ -1,4 +1,4 @@
-#include "statistics/lines.h"
+#include "utils/lines.h"
 
 #include <algorithm>
 #include <ostream>

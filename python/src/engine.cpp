@@ -7,7 +7,6 @@
 #include "statistics/distribution.cpp"
 #include "statistics/exact_sum.cpp"
 #include "statistics/histogram.cpp"
-#include "statistics/lines.cpp"
 #include "statistics/lsst.cpp"
 #include "statistics/order_statistics.cpp"
 #include "statistics/outliers.cpp"

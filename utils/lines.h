@@ -1,7 +1,7 @@
 // Writes the lines of statistics on the console and in the report.
 
-#ifndef VOSTREL_STATISTICS_LINES_H
-#define VOSTREL_STATISTICS_LINES_H
+#ifndef VOSTREL_UTILS_LINES_H
+#define VOSTREL_UTILS_LINES_H
 
 #include <iosfwd>
 
@@ -17,4 +17,4 @@ void write_lines(std::ostream& out, const ResidualStatistics& statistics, Labels
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_STATISTICS_LINES_H
+#endif  // VOSTREL_UTILS_LINES_H

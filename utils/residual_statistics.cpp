@@ -1,7 +1,5 @@
 // The residuals and their statistics. Each statistic exists twice: for delta and for deltaNorm.
 
-#include "statistics/statistics.h"
-
 #include <array>
 #include <cmath>
 #include <cstddef>
@@ -12,6 +10,7 @@
 
 #include "statistics/moments.h"
 #include "statistics/residuals.h"
+#include "statistics/statistics.h"
 #include "utils/statistics_of.h"
 #include "utils/utils.h"
 
