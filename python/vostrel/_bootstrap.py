@@ -26,7 +26,9 @@ from vostrel._results import (
     Uncertain,
     UncertainResidualStatistics,
     Uncertainties,
+    compared,
 )
+from vostrel._tables import Grid, Result
 from vostrel._uncertainties import check_confidence
 
 if TYPE_CHECKING:
@@ -135,13 +137,15 @@ def bootstrap(
     return _summary(values, replicates, confidence, seed)
 
 
-@dataclass(frozen=True, eq=False)
-class BootstrapDifference:
+@dataclass(frozen=True, eq=False, repr=False)
+class BootstrapDifference(Result):
     """Estimators compared on the same resamples.
 
     ``d["A"]`` has the statistics of estimator A, and ``d["A", "B"]`` those of
     A minus those of B, both as `Uncertainties`. If there are two estimators,
     ``d.delta`` and ``d.norm`` are those of the first minus the second.
+    `to_frame` has the rows of `Uncertainties` for each estimator and each
+    difference.
 
     Attributes
     ----------
@@ -154,10 +158,16 @@ class BootstrapDifference:
     estimates: dict[str, Uncertainties]
     confidence: float
 
+    _INDEX = ("estimates", "statistic")
+
     def __getitem__(self, names: str | tuple[str, str]) -> Uncertainties:
-        if not isinstance(names, tuple):
-            return self.estimates[names]
-        first, second = (self.estimates[name] for name in names)
+        chosen = names if isinstance(names, tuple) else (names,)
+        if len(chosen) > 2 or any(name not in self.estimates for name in chosen):
+            known = ", ".join(map(repr, self.estimates))
+            raise KeyError(f"choose one estimate, as in d['A'], or two, among {known}")
+        if len(chosen) == 1:
+            return self.estimates[chosen[0]]
+        first, second = (self.estimates[name] for name in chosen)
         values = [
             [a.value - b.value for a, b in zip(_estimates(one), _estimates(other))]
             for one, other in ((first.delta, second.delta), (first.norm, second.norm))
@@ -188,10 +198,34 @@ class BootstrapDifference:
         """The differences for the normalized residual, of two estimators."""
         return self._only().norm
 
-    def __str__(self) -> str:
+    def to_dict(self) -> dict[str, dict[str, int | float]]:
+        """Return `Uncertainties.to_dict` of each estimator and of each difference, by name."""
+        alone = {name: one.to_dict() for name, one in self.estimates.items()}
+        return {**alone, **{name: pair.to_dict() for name, pair in self._pairs().items()}}
+
+    def _pairs(self) -> dict[str, Uncertainties]:
+        """Return all differences."""
         names = list(self.estimates)
         pairs = [(a, b) for i, a in enumerate(names) for b in names[i + 1 :]]
-        return "\n\n".join(f"{a} - {b}: {self[a, b]}" for a, b in pairs)
+        return {f"{a} - {b}": self[a, b] for a, b in pairs}
+
+    def _caption(self) -> str:
+        return f"{len(self.estimates)} estimates, {next(iter(self.estimates.values()))._caption()}"
+
+    def _table(self) -> dict[str, Any]:
+        columns: dict[str, Any] = {"estimates": []}
+        for name, one in {**self.estimates, **self._pairs()}.items():
+            table = one._table()
+            columns["estimates"] += [name] * len(table["value"])
+            for column, values in table.items():
+                columns[column] = columns.get(column, []) + values
+        return columns
+
+    def _grid(self) -> Grid:
+        return compared({**self.estimates, **self._pairs()})
+
+    def __str__(self) -> str:
+        return "\n\n".join(f"{name}: {pair}" for name, pair in self._pairs().items())
 
 
 def bootstrap_difference(
@@ -465,8 +499,8 @@ def _residuals(
     delta, norm = (
         UncertainResidualStatistics(
             *(
-                Uncertain(*map(float, numbers))
-                for numbers in zip(values[i], errors[i], ends[0, i], ends[1, i])
+                Uncertain(float(value), float(error), float(low), float(high))
+                for value, error, low, high in zip(values[i], errors[i], ends[0, i], ends[1, i])
             )
         )
         for i in range(2)

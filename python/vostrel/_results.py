@@ -1,16 +1,16 @@
-"""The results that the functions return, and how they are printed."""
+"""The results that the functions return."""
 
 from __future__ import annotations
 
-import math
-import re
+import operator
 from collections.abc import Iterator
-from dataclasses import asdict, astuple, dataclass, fields
-from typing import TYPE_CHECKING, Any, Generic, TypeVar
+from dataclasses import asdict, dataclass, fields, replace
+from typing import TYPE_CHECKING, Any, Generic, TypeVar, overload
 
 import numpy as np
 
 from vostrel import _core
+from vostrel._tables import Grid, Result, clipped, interval, number, optional
 
 if TYPE_CHECKING:  # importing the package must be quick
     import pandas
@@ -19,8 +19,8 @@ if TYPE_CHECKING:  # importing the package must be quick
 T = TypeVar("T")
 
 
-@dataclass(frozen=True, eq=False)
-class PerStatistic(Generic[T]):
+@dataclass(frozen=True, eq=False, repr=False)
+class PerStatistic(Result, Generic[T]):
     """The statistics of one residual, in the order of the program's report."""
 
     bias: T
@@ -35,13 +35,38 @@ class PerStatistic(Generic[T]):
     outliers_3sigma: T
     outliers_4sigma: T
 
+    def _rows(self) -> list[Row[T]]:
+        """Return all statistics. What is printed and converted comes from here."""
+        return [Row(name, label, unit, getattr(self, name)) for name, label, unit in ROWS]
+
+    def _shown(self) -> list[Row[T]]:
+        """Return the statistics that a short table shows."""
+        return [row for row in self._rows() if row.name in SHOWN]
+
 
 @dataclass(frozen=True)
+class Row(Generic[T]):
+    """A statistic: its flat name, its label in the report, its unit and its value."""
+
+    name: str
+    label: str
+    unit: str
+    value: T
+
+    def text(self) -> str:
+        """Return the value as it is printed."""
+        if isinstance(self.value, Uncertain):
+            return self.value.text(self.unit)
+        return number(self.value, self.unit)  # type: ignore[arg-type]
+
+
+@dataclass(frozen=True, repr=False)
 class ResidualStatistics(PerStatistic[float]):
     """The statistics of one residual r of n objects.
 
     Outliers are percentages, 0 to 100. The others have the unit of the
-    residual; redshifts are dimensionless.
+    residual; redshifts are dimensionless. `to_frame` has a row for each
+    statistic.
 
     Attributes
     ----------
@@ -64,9 +89,39 @@ class ResidualStatistics(PerStatistic[float]):
         from zero, not from the bias.
     """
 
+    _INDEX = ("statistic",)
+
+    def to_dict(self) -> dict[str, float]:
+        """Return all numbers under the names of the attributes."""
+        return {row.name: row.value for row in self._rows()}
+
+    def _table(self) -> dict[str, Any]:
+        rows = self._rows()
+        return {"statistic": [row.name for row in rows], "value": [row.value for row in rows]}
+
+    def _grid(self) -> Grid:
+        return _by_statistic({"value": self._rows()})
+
+    def _summary(self) -> Grid:
+        return _by_part({"": self._shown()})
+
 
 class BinnedResidualStatistics(PerStatistic["NDArray[np.float64]"]):
-    """The statistics of one residual in k bins: `ResidualStatistics`, but arrays of shape (k,)."""
+    """The statistics of one residual in k bins: `ResidualStatistics`, but arrays of shape (k,).
+
+    `to_frame` has a row for each bin.
+    """
+
+    def to_dict(self) -> dict[str, list[float]]:
+        """Return the numbers of all bins as lists, under the names of the attributes."""
+        return {row.name: row.value.tolist() for row in self._rows()}
+
+    def _table(self) -> dict[str, Any]:
+        return {row.name: row.value for row in self._rows()}
+
+    def _grid(self) -> Grid:
+        bins = [str(i) for i in range(len(self.bias))]
+        return Grid([["bin", *bins]] + [_binned(row) for row in self._shown()])
 
 
 #: The attributes of ResidualStatistics, in the order of the report.
@@ -75,10 +130,16 @@ NAMES = tuple(field.name for field in fields(PerStatistic))
 #: Attribute, label and unit of each statistic.
 ROWS = tuple((name, label, unit) for name, (label, _, _, unit) in zip(NAMES, _core.STATISTICS))
 
+#: The statistics that short tables show.
+SHOWN = ("bias", "nmad", "outliers_015")
 
-@dataclass(frozen=True)
-class PointStatistics:
+
+@dataclass(frozen=True, repr=False)
+class PointStatistics(Result):
     """The statistics of n objects.
+
+    `to_frame` has a row for each statistic, and the columns ``delta`` and
+    ``norm``.
 
     Attributes
     ----------
@@ -102,6 +163,8 @@ class PointStatistics:
     delta: ResidualStatistics
     norm: ResidualStatistics
 
+    _INDEX = ("statistic",)
+
     def to_dict(self) -> dict[str, int | float]:
         """Return all numbers under flat names such as ``"norm_nmad"``.
 
@@ -118,15 +181,7 @@ class PointStatistics:
         >>> s.to_dict()["delta_bias"]
         -0.375
         """
-        result: dict[str, int | float] = {
-            "n": self.n,
-            "n_masked": self.n_masked,
-            "n_nan": self.n_nan,
-        }
-        for part in ("delta", "norm"):
-            for name, value in zip(NAMES, astuple(getattr(self, part))):
-                result[f"{part}_{name}"] = value
-        return result
+        return {**_counts(self), **_flat(self)}
 
     def to_series(self) -> pandas.Series[Any]:
         """Return `to_dict` as a pandas Series. Needs pandas.
@@ -141,46 +196,42 @@ class PointStatistics:
         ImportError
             If pandas is not installed.
         """
-        return import_pandas("to_series").Series(self.to_dict(), dtype="float64")
-
-    def __str__(self) -> str:
-        label_width = max(len(label) for _, label, _ in ROWS)
-        columns = [
-            [heading] + aligned([_text(getattr(part, name), unit) for name, _, unit in ROWS])
-            for heading, part in (("delta", self.delta), ("delta norm", self.norm))
-        ]
-        widths = [max(map(len, column)) for column in columns]
-        lines = [_counted(self)]
-        for label, *cells in zip(["", *(label for _, label, _ in ROWS)], *columns):
-            row = "  ".join(cell.rjust(width) for cell, width in zip(cells, widths))
-            lines.append(f"{label:<{label_width}}  {row}".rstrip())
-        return "\n".join(lines)
-
-    def _repr_html_(self) -> str:
-        import html
-
-        rows = "".join(
-            f"<tr><th>{html.escape(label)}</th>"
-            f"<td>{_text(getattr(self.delta, name), unit)}</td>"
-            f"<td>{_text(getattr(self.norm, name), unit)}</td></tr>"
-            for name, label, unit in ROWS
+        series: pandas.Series[Any] = optional("pandas", "to_series").Series(
+            self.to_dict(), dtype="float64"
         )
-        return (
-            f"<table><caption>{_counted(self)}</caption>"
-            "<thead><tr><th></th><th>delta</th><th>delta norm</th></tr></thead>"
-            f"<tbody>{rows}</tbody></table>"
-        )
+        return series
+
+    def _caption(self) -> str:
+        return _counted(self)
+
+    def _table(self) -> dict[str, Any]:
+        delta, norm = self.delta._table(), self.norm._table()
+        return {"statistic": delta["statistic"], "delta": delta["value"], "norm": norm["value"]}
+
+    def _grid(self) -> Grid:
+        return _by_statistic({"delta": self.delta._rows(), "delta norm": self.norm._rows()})
+
+    def _summary(self) -> Grid:
+        return _by_part({"delta": self.delta._shown(), "delta norm": self.norm._shown()})
 
 
-@dataclass(frozen=True, eq=False)
-class BinnedStatistics:
-    """The statistics of objects in k bins. ``b[i]`` is the PointStatistics of bin i.
+@dataclass(frozen=True, eq=False, repr=False)
+class BinnedStatistics(Result):
+    """The statistics of objects in k bins.
+
+    ``b[i]`` is the `PointStatistics` of bin i, ``b[1:3]`` has these bins
+    alone, and ``b["norm_nmad"]`` is a column of `to_frame`. That has a row
+    for each bin and the columns ``low`` and ``high`` (the edges), ``n``,
+    ``n_nan`` and the numbers under flat names such as ``norm_nmad``. With
+    uncertainties, ``norm_nmad_error``, ``norm_nmad_low`` and
+    ``norm_nmad_high`` follow, and the like.
 
     Attributes
     ----------
     edges : ndarray of float64, shape (k + 1,)
         Bin i holds the objects from ``edges[i]`` up to but not including
-        ``edges[i + 1]``; the last bin holds its upper edge too.
+        ``edges[i + 1]``; the last bin holds its upper edge too. A bin keeps
+        its objects in ``b[1:3]``.
     counts : ndarray of int64, shape (k,)
         Number of objects in the statistics of each bin.
     nan_counts : ndarray of int64, shape (k,)
@@ -199,6 +250,19 @@ class BinnedStatistics:
         Statistics of the normalized residual.
     uncertainties : tuple of Uncertainties or None
         If asked for: the errors of each bin by formula. NaN for an empty bin.
+
+    Examples
+    --------
+    >>> import vostrel
+    >>> b = vostrel.binned_statistics([0.5, 1.0, 1.5, 2.0], [0.4, 1.1, 1.4, 2.3], bins=3)
+    >>> b
+    BinnedStatistics: 4 objects in 3 bins, 0 outside, 0 masked, 0 with NaN
+    from   to  n   bias norm  NMAD norm  outliers norm >0.15
+     0.5  1    1   0.0666667   0.09884                    0%
+     1    1.5  1  -0.05        0.07413                    0%
+     1.5  2    2  -0.03        0.103782                   0%
+    >>> b["n"], b[1:]["n"], b[-1].n
+    (array([1, 1, 2]), array([1, 2]), 2)
     """
 
     edges: NDArray[np.float64]
@@ -214,37 +278,73 @@ class BinnedStatistics:
     def __len__(self) -> int:
         return len(self.counts)
 
-    def __getitem__(self, index: int) -> PointStatistics:
+    @overload
+    def __getitem__(self, index: int) -> PointStatistics: ...
+    @overload
+    def __getitem__(self, index: slice) -> BinnedStatistics: ...
+    @overload
+    def __getitem__(self, index: str) -> NDArray[Any]: ...
+
+    def __getitem__(
+        self, index: int | slice | str
+    ) -> PointStatistics | BinnedStatistics | NDArray[Any]:
+        if isinstance(index, slice):
+            return self._sliced(index)
+        if isinstance(index, str):
+            columns = self._table()
+            if index not in columns:
+                raise KeyError(f"there is no column {index!r} among {', '.join(columns)}")
+            column: NDArray[Any] = columns[index]
+            return column
+        return self._bin(index)
+
+    def _bin(self, index: Any) -> PointStatistics:
+        try:
+            i = operator.index(index)
+        except TypeError:
+            raise TypeError(
+                "bins are chosen by a number, a slice or the name of a column, "
+                f"not {type(index).__name__}"
+            ) from None
+        if not -len(self) <= i < len(self):
+            raise IndexError(f"there is no bin {i}: there are {len(self)}")
         delta, norm = (
-            ResidualStatistics(*(float(getattr(part, name)[index]) for name in NAMES))
+            ResidualStatistics(*(float(getattr(part, name)[i]) for name in NAMES))
             for part in (self.delta, self.norm)
         )
-        return PointStatistics(
-            n=int(self.counts[index]),
-            n_masked=0,
-            n_nan=int(self.nan_counts[index]),
+        return PointStatistics(int(self.counts[i]), 0, int(self.nan_counts[i]), delta, norm)
+
+    def _sliced(self, index: slice) -> BinnedStatistics:
+        first, last, step = index.indices(len(self))
+        if step != 1:
+            raise ValueError(f"the step of a slice of bins must be 1, not {step}")
+        part = slice(first, max(first, last))
+        # Objects with NaN are counted in bins that are NaN, and then are not outside either.
+        with_nan = np.isnan(self.delta.outliers_015) * self.nan_counts
+        inside = self.counts - with_nan * (self.counts > 0)
+        delta, norm = (
+            BinnedResidualStatistics(*(getattr(residual, name)[part] for name in NAMES))
+            for residual in (self.delta, self.norm)
+        )
+        return replace(
+            self,
+            edges=self.edges[part.start : part.stop + 1],
+            counts=self.counts[part],
+            nan_counts=self.nan_counts[part],
+            n_outside=self.n_outside + int(inside.sum() - inside[part].sum()),
             delta=delta,
             norm=norm,
+            uncertainties=None if self.uncertainties is None else self.uncertainties[part],
         )
 
     def __iter__(self) -> Iterator[PointStatistics]:
-        return (self[index] for index in range(len(self)))
+        return (self._bin(index) for index in range(len(self)))
 
-    def to_frame(self) -> pandas.DataFrame:
-        """Return a pandas DataFrame with a row for each bin. Needs pandas.
+    def to_dict(self) -> dict[str, list[int | float]]:
+        """Return the columns of `to_frame` as lists."""
+        return {name: column.tolist() for name, column in self._table().items()}
 
-        Returns
-        -------
-        pandas.DataFrame
-            Columns ``low`` and ``high`` (the edges), ``n``, ``n_nan``, and
-            the numbers under flat names such as ``norm_nmad``. With
-            uncertainties also ``norm_nmad_error`` and so on.
-
-        Raises
-        ------
-        ImportError
-            If pandas is not installed.
-        """
+    def _table(self) -> dict[str, Any]:
         columns: dict[str, NDArray[Any]] = {
             "low": self.edges[:-1],
             "high": self.edges[1:],
@@ -252,41 +352,41 @@ class BinnedStatistics:
             "n_nan": self.nan_counts,
         }
         for part in ("delta", "norm"):
-            for name in NAMES:
-                columns[f"{part}_{name}"] = getattr(getattr(self, part), name)
-        if self.uncertainties is not None:
+            for row in getattr(self, part)._rows():
+                columns[f"{part}_{row.name}"] = row.value
+        if self.uncertainties:
             rows = [one.to_dict() for one in self.uncertainties]
             for name in rows[0]:
                 if name.endswith(("_error", "_low", "_high")):
                     columns[name] = np.array([row[name] for row in rows])
-        return import_pandas("to_frame").DataFrame(columns)
+        return columns
 
-    def __str__(self) -> str:
-        shown = ("bias", "nmad", "outliers_015")
-        labels = {name: (norm, unit) for name, (_, norm, _, unit) in zip(NAMES, _core.STATISTICS)}
-        columns = [
-            ["from"] + aligned([_text(edge, "") for edge in self.edges[:-1]]),
-            ["to"] + aligned([_text(edge, "") for edge in self.edges[1:]]),
-            ["n"] + [str(count) for count in self.counts],
-        ]
-        for name in shown:
-            label, unit = labels[name]
-            texts = aligned([_text(value, unit) for value in getattr(self.norm, name)])
-            columns.append([label] + texts)
-        widths = [max(map(len, column)) for column in columns]
-        lines = [
-            f"{self.counts.sum()} objects in {len(self)} bins, {self.n_outside} outside, "
+    def _caption(self) -> str:
+        return (
+            f"{_objects(int(self.counts.sum()))} in {len(self)} bins, {self.n_outside} outside, "
             f"{self.n_masked} masked, {self.n_nan} with NaN"
+        )
+
+    def _grid(self) -> Grid:
+        columns = [
+            ["from", *map(number, self.edges[:-1])],
+            ["to", *map(number, self.edges[1:])],
+            ["n", *map(str, self.counts)],
         ]
-        for cells in zip(*columns):
-            row = "  ".join(cell.rjust(width) for cell, width in zip(cells, widths))
-            lines.append(row.rstrip())
-        return "\n".join(lines)
+        if self.uncertainties is None:
+            columns += [_binned(row) for row in self.norm._shown()]
+            return Grid(columns)
+        shown = [one.norm._shown() for one in self.uncertainties]
+        for i, row in enumerate(self.norm._shown()):
+            columns.append([_norm_label(row), *(rows[i].text() for rows in shown)])
+        return Grid(columns, _notes(columns))
 
 
-@dataclass(frozen=True)
-class LsstMetrics:
+@dataclass(frozen=True, repr=False)
+class LsstMetrics(Result):
     """The four point metrics of LSST's photometric-redshift pipelines.
+
+    `to_frame` has a row for each metric.
 
     Attributes
     ----------
@@ -310,14 +410,30 @@ class LsstMetrics:
     sigma_mad: float
     outlier_rate: float
 
+    _INDEX = ("metric",)
+
     def to_dict(self) -> dict[str, int | float]:
         """Return all numbers under the names of the attributes."""
         return asdict(self)
 
+    def _caption(self) -> str:
+        return _counted(self)
 
-@dataclass(frozen=True)
-class Uncertain:
+    def _table(self) -> dict[str, Any]:
+        names = [field.name for field in fields(self) if not field.name.startswith("n")]
+        return {"metric": names, "value": [getattr(self, name) for name in names]}
+
+    def _grid(self) -> Grid:
+        table = self._table()
+        return Grid([["", *table["metric"]], ["value", *map(number, table["value"])]])
+
+
+@dataclass(frozen=True, repr=False)
+class Uncertain(Result):
     """A statistic, its error and its confidence interval.
+
+    ``float(u)`` and ``format(u, ".3f")`` are those of the value. ``print(u)``
+    rounds to the digits that the interval justifies.
 
     Attributes
     ----------
@@ -327,36 +443,102 @@ class Uncertain:
         Its standard error.
     low, high : float
         The ends of its confidence interval.
+    method : str
+        How the interval was found.
+    reliable : bool
+        Whether the interval can be trusted. If not, ``print`` adds a "!".
 
     Examples
     --------
     >>> import vostrel
-    >>> print(vostrel.Uncertain(0.021234, 0.00035, 0.02094, 0.02163))
-    0.0212 +0.0004 -0.0003
+    >>> u = vostrel.Uncertain(0.021234, 0.00035, 0.02094, 0.02163)
+    >>> u
+    Uncertain(0.0212 +0.0004 -0.0003)
+    >>> print(f"{u} or {u:.3f}")
+    0.0212 +0.0004 -0.0003 or 0.021
     """
 
     value: float
     error: float
     low: float
     high: float
+    method: str = ""
+    reliable: bool = True
+
+    def text(self, unit: str = "") -> str:
+        """Return the rounded value and interval with the unit of the value."""
+        return interval(self.value, self.low, self.high, unit) + ("" if self.reliable else " !")
+
+    def to_dict(self) -> dict[str, Any]:
+        """Return all attributes."""
+        return asdict(self)
+
+    def __float__(self) -> float:
+        return float(self.value)
+
+    def __format__(self, spec: str) -> str:
+        return format(self.value, spec) if spec else self.text()
 
     def __str__(self) -> str:
-        return _rounded(self, "")
+        return self.text()
+
+    def __repr__(self) -> str:
+        return f"Uncertain({self.text()})"
+
+    def _table(self) -> dict[str, Any]:
+        return {name: [value] for name, value in asdict(self).items()}
+
+    def _grid(self) -> Grid:
+        columns = [["", ""]] + [[name, number(getattr(self, name))] for name in NUMBERS]
+        return Grid(columns, _notes([[self.text()]]))
 
 
-@dataclass(frozen=True)
+#: The numbers of Uncertain.
+NUMBERS = ("value", "error", "low", "high")
+
+
+@dataclass(frozen=True, repr=False)
 class UncertainResidualStatistics(PerStatistic[Uncertain]):
-    """The statistics of one residual: those of `ResidualStatistics`, each as an `Uncertain`."""
+    """The statistics of one residual: those of `ResidualStatistics`, each as an `Uncertain`.
+
+    `to_frame` has a row for each statistic, and the columns ``value``,
+    ``error``, ``low``, ``high``, ``method`` and ``reliable``.
+    """
+
+    _INDEX = ("statistic",)
+
+    def to_dict(self) -> dict[str, float]:
+        """Return four numbers for each statistic, such as ``nmad``, ``nmad_error``, ``nmad_low``
+        and ``nmad_high``.
+        """
+        return {
+            row.name + ("" if name == "value" else f"_{name}"): getattr(row.value, name)
+            for row in self._rows()
+            for name in NUMBERS
+        }
+
+    def _table(self) -> dict[str, Any]:
+        return _uncertain_columns([("", self)])
+
+    def _grid(self) -> Grid:
+        return _by_statistic({"value": self._rows()})
+
+    def _summary(self) -> Grid:
+        return _by_part({"": self._shown()})
 
 
-@dataclass(frozen=True, eq=False)
-class Uncertainties:
+@dataclass(frozen=True, eq=False, repr=False)
+class Uncertainties(Result):
     """The statistics of n objects with their errors.
 
     ``print(u)`` rounds the smaller half of an interval to one significant
     digit, or to two if the first is 1, and gives the other half and the value
     the same number of decimals. If one half is tiny compared with the other,
-    the larger half decides.
+    the larger half decides. A "?" stands for an error that is not known, and a
+    "!" for an interval that can't be trusted.
+
+    `to_frame` has rows such as ``norm_nmad``, and the columns ``value``,
+    ``error``, ``low``, ``high``, ``method`` and ``reliable``.
 
     Attributes
     ----------
@@ -387,6 +569,8 @@ class Uncertainties:
     seed: int | None = None
     replicates: NDArray[np.float64] | None = None
 
+    _INDEX = ("statistic",)
+
     def to_dict(self) -> dict[str, int | float]:
         """Return all numbers under flat names.
 
@@ -397,111 +581,89 @@ class Uncertainties:
             statistic, such as ``norm_nmad``, ``norm_nmad_error``,
             ``norm_nmad_low`` and ``norm_nmad_high``.
         """
-        result: dict[str, int | float] = {
-            "n": self.n,
-            "n_masked": self.n_masked,
-            "n_nan": self.n_nan,
-        }
-        for part in ("delta", "norm"):
-            for name in NAMES:
-                estimate = getattr(getattr(self, part), name)
-                for field in fields(Uncertain):
-                    suffix = "" if field.name == "value" else f"_{field.name}"
-                    result[f"{part}_{name}{suffix}"] = getattr(estimate, field.name)
-        return result
+        return {**_counts(self), **_flat(self)}
 
-    def to_frame(self) -> pandas.DataFrame:
-        """Return a pandas DataFrame with a row for each statistic. Needs pandas.
+    def _caption(self) -> str:
+        return f"{_counted(self)}; {100 * self.confidence:.6g}% intervals by {self.method}"
 
-        Returns
-        -------
-        pandas.DataFrame
-            Columns ``value``, ``error``, ``low`` and ``high``; rows such as
-            ``norm_nmad``.
+    def _table(self) -> dict[str, Any]:
+        return _uncertain_columns([("delta_", self.delta), ("norm_", self.norm)])
 
-        Raises
-        ------
-        ImportError
-            If pandas is not installed.
-        """
-        columns = [field.name for field in fields(Uncertain)]
-        rows = {
-            f"{part}_{name}": [getattr(getattr(getattr(self, part), name), c) for c in columns]
-            for part in ("delta", "norm")
-            for name in NAMES
-        }
-        return import_pandas("to_frame").DataFrame.from_dict(rows, orient="index", columns=columns)
+    def _grid(self) -> Grid:
+        return _by_statistic({"delta": self.delta._rows(), "delta norm": self.norm._rows()})
 
-    def __str__(self) -> str:
-        objects = f"{self.n} object" + ("" if self.n == 1 else "s")
-        lines = [
-            f"{objects}, {self.n_masked} masked, {self.n_nan} with NaN; "
-            f"{100 * self.confidence:.6g}% intervals by {self.method}"
-        ]
-        columns = [
-            [heading] + aligned([_rounded(getattr(part, name), unit) for name, _, unit in ROWS])
-            for heading, part in (("delta", self.delta), ("delta norm", self.norm))
-        ]
-        label_width = max(len(label) for _, label, _ in ROWS)
-        widths = [max(map(len, column)) for column in columns]
-        for label, *cells in zip(["", *(label for _, label, _ in ROWS)], *columns):
-            row = "  ".join(cell.ljust(width) for cell, width in zip(cells, widths))
-            lines.append(f"{label:<{label_width}}  {row}".rstrip())
-        if self.method == "formula":
-            lines.append("?: there is no formula; use vostrel.bootstrap")
-        return "\n".join(lines)
+    def _summary(self) -> Grid:
+        return _by_part({"delta": self.delta._shown(), "delta norm": self.norm._shown()})
 
 
-def import_pandas(wanted_by: str) -> Any:
-    """Return pandas, or raise an ImportError that says who needs it."""
-    try:
-        import pandas
-    except ImportError as error:
-        raise ImportError(f"{wanted_by} needs pandas, which is not installed") from error
-    return pandas
+def _counts(result: Any) -> dict[str, int]:
+    return {"n": result.n, "n_masked": result.n_masked, "n_nan": result.n_nan}
 
 
-def _point(text: str) -> int:
-    """Return the place of a number's decimal point, or where it would be."""
-    return len(re.split("[.e%]", text)[0])
+def _flat(result: Any) -> dict[str, float]:
+    """Return the numbers of both residuals, under names that begin with the residual."""
+    return {
+        f"{part}_{name}": value
+        for part in ("delta", "norm")
+        for name, value in getattr(result, part).to_dict().items()
+    }
 
 
-def aligned(texts: list[str]) -> list[str]:
-    """Return the texts padded to one width, with the decimal points aligned."""
-    points = [_point(text) for text in texts]
-    width = max(points)
-    padded = [" " * (width - point) + text for text, point in zip(texts, points)]
-    return [text.ljust(max(map(len, padded))) for text in padded]
+def _objects(n: int) -> str:
+    return f"{n} object" + ("" if n == 1 else "s")
 
 
-def _text(value: float, unit: str) -> str:
-    """Return the value with six significant digits, as in the report."""
-    return f"{value:.6g}{unit}"
+def _counted(result: Any) -> str:
+    return f"{_objects(result.n)}, {result.n_masked} masked, {result.n_nan} with NaN"
 
 
-def _counted(statistics: PointStatistics) -> str:
-    objects = f"{statistics.n} object" + ("" if statistics.n == 1 else "s")
-    return f"{objects}, {statistics.n_masked} masked, {statistics.n_nan} with NaN"
+def _by_statistic(parts: dict[str, list[Row[Any]]]) -> Grid:
+    """Return a grid with a row for each statistic, and a column for each part."""
+    first = next(iter(parts.values()))
+    columns = [["", *(row.label for row in first)]]
+    columns += [[heading, *(row.text() for row in rows)] for heading, rows in parts.items()]
+    return Grid(columns, _notes(columns))
 
 
-def _rounded(estimate: Uncertain, unit: str) -> str:
-    """Return the estimate rounded to the digits that its interval justifies."""
-    up, down = estimate.high - estimate.value, estimate.value - estimate.low
-    if not (math.isfinite(up) and math.isfinite(down)):
-        text = f"{estimate.value:.6g}{unit}"
-        return text if math.isnan(estimate.value) else f"{text} ?"
-    least = 1e-12 * abs(estimate.value)  # less is rounding
-    digits = [_decimals(half) for half in (abs(up), abs(down)) if half > least]
-    if not digits:
-        return f"{estimate.value:.6g}{unit} +0 -0"
-    # If one half is tiny compared with the other, the larger half decides.
-    places = min(max(digits), min(digits) + 1)
-    value, up, down = (round(number, places) + 0.0 for number in (estimate.value, up, down))
-    places = max(places, 0)
-    return f"{value:.{places}f}{unit} {up:+.{places}f} {-down:+.{places}f}"
+def _by_part(parts: dict[str, list[Row[Any]]]) -> Grid:
+    """Return a grid with a row for each part, and a column for each statistic."""
+    columns = [["", *parts]] if len(parts) > 1 else []
+    for rows in zip(*parts.values()):
+        columns.append([rows[0].label, *(row.text() for row in rows)])
+    return Grid(columns, _notes(columns))
 
 
-def _decimals(half: float) -> int:
-    """Return the number of decimals for half of an interval."""
-    first, exponent = f"{half:.0e}".split("e")
-    return -int(exponent) + (1 if first == "1" else 0)
+def compared(results: dict[str, Uncertainties]) -> Grid:
+    """Return a grid with a row for each result, of its normalized residual."""
+    columns = [["", *(clipped(str(name), 30) for name in results)]]
+    for rows in zip(*(one.norm._shown() for one in results.values())):
+        columns.append([_norm_label(rows[0]), *(row.text() for row in rows)])
+    return Grid(columns, _notes(columns))
+
+
+def _binned(row: Row[NDArray[np.float64]]) -> list[str]:
+    """Return a column with a cell for each bin."""
+    return [_norm_label(row), *(number(value, row.unit) for value in row.value)]
+
+
+def _norm_label(row: Row[Any]) -> str:
+    """Return the label of the statistic of the normalized residual."""
+    return dict(zip(NAMES, (norm for _, norm, _, _ in _core.STATISTICS)))[row.name]
+
+
+def _uncertain_columns(parts: list[tuple[str, UncertainResidualStatistics]]) -> dict[str, Any]:
+    rows = [(prefix + row.name, row.value) for prefix, part in parts for row in part._rows()]
+    columns: dict[str, Any] = {"statistic": [name for name, _ in rows]}
+    for field in fields(Uncertain):
+        columns[field.name] = [getattr(uncertain, field.name) for _, uncertain in rows]
+    return columns
+
+
+def _notes(columns: list[list[str]]) -> tuple[str, ...]:
+    """Return what the marks in the cells mean."""
+    cells = [cell for column in columns for cell in column]
+    notes = {
+        " ?": "?: the error is not known; if there is no formula, use vostrel.bootstrap",
+        " !": "!: this interval can't be trusted",
+    }
+    return tuple(note for mark, note in notes.items() if any(mark in cell for cell in cells))

@@ -1,19 +1,116 @@
 """The result types: names, printing, conversion."""
 
 import dataclasses
+import json
 import pickle
 import sys
+import xml.etree.ElementTree
 
 import numpy as np
 import pytest
 import vostrel
+from data_sets import redshifts
 from vostrel import _core
-from vostrel._results import NAMES, aligned
+from vostrel._results import NAMES
+from vostrel._tables import aligned
 
 
 @pytest.fixture
 def s():
     return vostrel.point_statistics([0.5, 1.0, 1.5, 2.0], [0.4, 1.1, 1.4, 2.3])
+
+
+def all_results():
+    """Every kind of result by name. Some have names and numbers that are long."""
+    reference, estimate = redshifts(np.random.default_rng(1), 500)
+    tiny = 1e-6 * reference
+    u = vostrel.bootstrap(reference, estimate, resamples=20, seed=1)
+    bins = vostrel.binned_statistics(tiny, 1e-6 * estimate, bins=15, uncertainties=True)
+    estimates = {"A": estimate, "<B> & " * 20: 1.01 * estimate, "C": reference, "D": estimate}
+    return {
+        "PointStatistics": vostrel.point_statistics(reference, estimate),
+        "ResidualStatistics": vostrel.point_statistics(reference, estimate).norm,
+        "BinnedStatistics": vostrel.binned_statistics(tiny, 1e-6 * estimate, bins=15),
+        "BinnedStatistics with errors": bins,
+        "BinnedResidualStatistics": bins.norm,
+        "LsstMetrics": vostrel.lsst_metrics(reference, estimate),
+        "Uncertainties": u,
+        "UncertainResidualStatistics": u.norm,
+        "Uncertain": u.norm.nmad,
+        "BootstrapDifference":
+            vostrel.bootstrap_difference(reference, estimates, resamples=20, seed=1),
+    }
+
+
+RESULTS = all_results()
+
+
+@pytest.mark.parametrize("name", RESULTS)
+def test_shown_in_a_few_lines(name):
+    lines = repr(RESULTS[name]).splitlines()
+    assert lines[0].startswith(name.partition(" ")[0])
+    assert len(lines) <= 12
+    assert max(map(len, lines)) <= 100
+
+
+@pytest.mark.parametrize("name", RESULTS)
+def test_shown_in_a_notebook(name):
+    table = xml.etree.ElementTree.fromstring(RESULTS[name]._repr_html_())
+    assert table.find("caption").text.startswith(name.partition(" ")[0])
+    width = len(table.findall("thead/tr/th"))
+    assert {len(row) for row in table.findall("tbody/tr")} == {width}
+
+
+@pytest.mark.parametrize("name", RESULTS)
+def test_converted(name):
+    result = RESULTS[name]
+    frame, table = result.to_frame().reset_index(), result.to_table()
+    for column in table.colnames:
+        assert frame[column].tolist() == pytest.approx(table[column].tolist(), nan_ok=True)
+    json.dumps(result.to_dict())
+
+
+def test_dict_and_frame_have_the_same_numbers():
+    b, u = RESULTS["BinnedStatistics with errors"], RESULTS["Uncertainties"]
+    d = RESULTS["BootstrapDifference"]
+    assert b.to_frame()["norm_nmad_high"][2] == b.uncertainties[2].norm.nmad.high
+    assert b.to_dict()["norm_nmad_high"][2] == b.uncertainties[2].norm.nmad.high
+    assert u.to_frame().loc["norm_nmad", "high"] == u.to_dict()["norm_nmad_high"]
+    assert d.to_frame().loc[("A - C", "norm_nmad"), "low"] == d["A", "C"].norm.nmad.low
+    assert d.to_dict()["A - C"]["norm_nmad_low"] == d["A", "C"].norm.nmad.low
+
+
+def test_bins_are_chosen():
+    columns = [0.5, 1.5, 2.5, np.nan, 3.5, 9.0], [0.5, 1.0, np.nan, 1.0, 3.0, 9.0]
+    for policy, n in (("omit", [1, 1, 0, 1]), ("propagate", [1, 1, 1, 1])):
+        b = vostrel.binned_statistics(*columns, bins=[0, 1, 2, 3, 4], nan_policy=policy,
+                                      uncertainties=True)
+        assert b["n"].tolist() == n
+        assert np.array_equal(b["norm_nmad"], b.norm.nmad, equal_nan=True)
+        assert b["norm_outliers_015_low"][1] == b.uncertainties[1].norm.outliers_015.low
+        part = b[1:3]
+        assert (part.edges.tolist(), part.counts.tolist()) == ([1, 2, 3], n[1:3])
+        assert part[0] == b[1] and part.uncertainties == b.uncertainties[1:3]
+        assert (b.n_outside, part.n_outside, part.n_nan) == (1, 3, 2)
+        assert (b[-1], len(b[2:1]), b[:].n_outside) == (b[3], 0, 1)
+    for index, error in (("nmad", KeyError), (4, IndexError), (1.5, TypeError)):
+        with pytest.raises(error, match="there is no|bins are chosen by"):
+            b[index]
+    with pytest.raises(ValueError, match="step of a slice of bins must be 1, not -1"):
+        b[::-1]
+
+
+def test_bins_are_printed_with_their_errors():
+    reference, estimate = redshifts(np.random.default_rng(1), 500)
+    b = vostrel.binned_statistics(reference, estimate, bins=2, uncertainties=True)
+    for line, u in zip(str(b).splitlines()[2:], b.uncertainties):
+        assert str(u.norm.nmad) in line
+
+
+def test_an_estimate_is_a_number_too():
+    u = vostrel.Uncertain(0.021234, 0.0003, 0.02094, 0.02163)
+    assert (float(u), f"{u:.3f}", f"{u}") == (0.021234, "0.021", "0.0212 +0.0004 -0.0003")
+    assert str(dataclasses.replace(u, reliable=False)) == "0.0212 +0.0004 -0.0003 !"
 
 
 def test_names_and_labels_have_the_same_order():
