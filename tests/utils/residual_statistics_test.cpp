@@ -132,6 +132,9 @@ const Residual kDeltaNorm = {
     &UTILS::CalculateOutliersNorm,
 };
 
+// How GoogleTest shows the parameter of a test.
+void PrintTo(const Residual& residual, std::ostream* out) { *out << residual.name; }
+
 /// A test of one residual. The other one must be neither read nor changed.
 class EachResidual : public testing::TestWithParam<Residual> {
  protected:
@@ -202,7 +205,7 @@ class EachResidual : public testing::TestWithParam<Residual> {
   static constexpr double kOtherStatistic = -98765;
 };
 
-INSTANTIATE_TEST_SUITE_P(Statistics, EachResidual, testing::Values(kDelta, kDeltaNorm),
+INSTANTIATE_TEST_SUITE_P(, EachResidual, testing::Values(kDelta, kDeltaNorm),
                          [](const auto& test) { return std::string(test.param.name); });
 
 struct Moments {
