@@ -1,7 +1,7 @@
 """Runs the examples of README.md, docs/files.md and docs/statistics.md."""
 
-import csv
 import gzip
+import itertools
 import os
 import pathlib
 import re
@@ -103,17 +103,20 @@ def shell(command, folder, **environment):
     return subprocess.run(["bash", "-c", command], capture_output=True, text=True, **options)
 
 
-def preparations():
-    """The rows "your table | command" of the README."""
-    section = README.split("## Prepare your table")[1].split("Last, remove")[0]
-    return re.findall(r"^\| ([a-z].*?) \| `(.*)` \|$", section, re.M)
+PREPARE = README.split("## Prepare your table")[1].split("## Run it safely")[0]
+#: How the README says to begin, and each of its filters, by the table that needs it.
+STARTS = dict(re.findall(r"^\| (?:a|compressed)(.*?) \| `(.*)` \|$", PREPARE, re.M))
+FILTERS = dict(re.findall(r"^\| ((?:was|has|separates) .*?) \| `(.*)` \|$", PREPARE, re.M))
+PLAUSIBLE = re.search(r"^    (awk .*-v n=.*)$", PREPARE, re.M).group(1)
+
+SURVEY = "1,0.1,0.12\n2,0.2,0.19\n3,0.3,0.31\n"
 
 
 def frame():
-    """Three objects; the second has no estimate."""
+    """The survey and an object without an estimate."""
     pandas = pytest.importorskip("pandas")
-    columns = {"name": ["a", "b", "c"], "zphot": [0.12, None, 0.31], "zspec": [0.1, 0.2, 0.3]}
-    return pandas.DataFrame(columns)
+    zspec, zphot = [0.1, 0.15, 0.2, 0.3], [0.12, None, 0.19, 0.31]
+    return pandas.DataFrame({"zphot": zphot, "name": list("abcd"), "zspec": zspec})
 
 
 def write_fits(path):
@@ -130,74 +133,93 @@ def write_parquet(path):
         (path.parent / "sitecustomize.py").write_text(stand_in)
 
 
-ROWS = "1,0.1,0.12\n2,0.2,0.19\n"
-TWO_COLUMNS = "0.1,0.12\n0.3,0.31\n"
-# For each row of the README: the file that the command reads, its content or a function that writes
-# it, and the expected table.csv.
-SURVEYS = {
-    "has a header line": ("survey.csv", "id,zspec,zphot\n" + ROWS, ROWS),
-    "has comment lines or empty lines": ("survey.csv", "# a\n1,0.1,0.12\n\n2,0.2,0.19\n", ROWS),
-    "separates by `;`": ("survey.csv", ROWS.replace(",", ";"), ROWS),
-    "separates by `;`, with decimal commas": (
-        "survey.csv",
-        ROWS.replace(",", ";").replace(".", ","),
-        ROWS,
+#: For each start: the file that it reads, and a function that writes it.
+FILES_OF = {
+    " text file": ("survey.csv", lambda path: path.write_text(SURVEY)),
+    "": ("survey.csv.gz", lambda path: path.write_bytes(gzip.compress(SURVEY.encode()))),
+    " FITS table": ("survey.fits", write_fits),
+    " Parquet file": ("survey.parquet", write_parquet),
+}
+#: For each filter: what makes a table need it.
+SPOIL = {
+    "was saved on Windows or by a spreadsheet": lambda text: "\ufeff" + text.replace("\n", "\r\n"),
+    "has comment lines or empty lines": lambda text: "# by hand\n" + text.replace("\n", "\n\n", 1),
+    "has a header line": lambda text: "id,zspec,zphot\n" + text,
+    "separates by `;`": lambda text: text.replace(",", ";"),
+    "separates by `;`, with decimal commas": lambda text: text.translate(
+        str.maketrans(",.", ";,")
     ),
-    "separates by tabs": ("survey.tsv", ROWS.replace(",", "\t"), ROWS),
-    "separates by blanks": ("survey.txt", "  1  0.1 0.12\n2 0.2   0.19 \n", ROWS),
-    "has quotes": (
-        "survey.csv",
-        '"M 31, core","0.1","0.12"\n"M 33","0.3",0.31\n',
-        TWO_COLUMNS,
+    "separates by tabs": lambda text: text.replace(",", "\t"),
+    "separates by blanks": lambda text: " " + text.replace(",", "  "),
+    "has quotes": lambda text: re.sub(
+        r"^(\d),([^,]*)", r'"M \1, \"\"core\"\"","\2"', text, flags=re.M
     ),
-    "has the estimates left of the references": (
-        "survey.csv",
-        "1,0.12,0.1\n2,0.31,0.3\n",
-        TWO_COLUMNS,
+    "has other columns, here references in 3 and estimates in 2": lambda text: re.sub(
+        r",(.*),(.*)", r",\2,\1", text
     ),
-    "was saved on Windows or by a spreadsheet": (
-        "survey.csv",
-        b"\xef\xbb\xbf" + ROWS.replace("\n", "\r\n").encode(),
-        ROWS,
-    ),
-    "is compressed": ("survey.csv.gz", gzip.compress(ROWS.encode()), ROWS),
-    "is a FITS table": ("survey.fits", write_fits, TWO_COLUMNS),
-    "is a Parquet file": ("survey.parquet", write_parquet, TWO_COLUMNS),
 }
 
 
+def chains():
+    """Every pair of filters that one table may need, and the longest chains."""
+    separators = [name for name in FILTERS if name.startswith("separates")]
+    others = [name for name in FILTERS if name not in separators]
+    for pair in itertools.combinations(FILTERS, 2):
+        if not set(pair) <= set(separators) and set(pair) != {"separates by blanks", "has quotes"}:
+            yield pair
+    for separator in separators[:3]:
+        yield [name for name in FILTERS if name == separator or name in others]
+
+
+def run_chain(vostrel, start, names):
+    chain = " | ".join([start, *(FILTERS[name] for name in names), PLAUSIBLE])
+    done = shell(chain + " > table.csv", vostrel.folder, PYTHONPATH=str(vostrel.folder))
+    assert done.stderr == ""
+    vostrel("--stats", "table.csv", "report.txt", "0", "2", "3")
+    return vostrel.read("internal.txt")
+
+
 def test_every_preparation_is_tested():
-    assert [table for table, _ in preparations()] == list(SURVEYS)
+    assert list(STARTS) == list(FILES_OF)
+    assert list(FILTERS) == list(SPOIL)
 
 
-@pytest.mark.parametrize("table, command", preparations())
-def test_preparation_gives_a_table_that_is_read(vostrel, table, command):
-    name, survey, expected = SURVEYS[table]
-    if callable(survey):
-        survey(vostrel.folder / name)
-    else:
-        vostrel.write(name, survey)
-    run = shell(command, vostrel.folder, PYTHONPATH=str(vostrel.folder))
-    assert run.stderr == ""
-    assert vostrel.read("table.csv") == expected
-    columns = ["2", "3"] if expected == ROWS else ["1", "2"]
-    vostrel("--stats", "table.csv", "report.txt", "0", *columns)
-    values = [row[int(columns[0]) - 1 :] for row in csv.reader(expected.splitlines())]
-    rows = [f"{i} {reference} {estimate}" for i, (reference, estimate) in enumerate(values)]
-    assert vostrel.read("internal.txt").splitlines() == rows
+@pytest.mark.parametrize("start", STARTS)
+def test_each_start_gives_a_table_that_is_read(vostrel, start):
+    name, write = FILES_OF[start]
+    write(vostrel.folder / name)
+    assert run_chain(vostrel, STARTS[start], []) == "0 0.1 0.12\n1 0.2 0.19\n2 0.3 0.31\n"
+
+
+def test_filters_chain(vostrel):
+    assert len(list(chains())) > 25
+    for names in chains():
+        text = SURVEY
+        for name in reversed(names):
+            text = SPOIL[name](text)
+        vostrel.write("survey.csv", text)
+        rows = run_chain(vostrel, STARTS[" text file"], names)
+        assert rows == "0 0.1 0.12\n1 0.2 0.19\n2 0.3 0.31\n", names
+
+
+def test_the_chain_of_the_readme(vostrel):
+    command = re.search(r"^    (gunzip .*)$", PREPARE, re.M).group(1)
+    survey = "# made by hand\nid;zspec;zphot\n" + SURVEY.replace(",", ";")
+    (vostrel.folder / "survey.csv.gz").write_bytes(gzip.compress(survey.encode()))
+    assert shell(command, vostrel.folder).stderr == ""
+    assert vostrel.read("table.csv") == SURVEY
 
 
 def test_objects_without_a_value_are_removed(vostrel):
-    command = re.search(r"^    (awk .*-v n=.*)$", README, re.M).group(1)
     kept = ["1,0.1,0.12", "2, 1e-2 ,+.3", ",0.5,0.4", "4,0,-0.01,,x"]
     dropped = ["id,zspec,zphot", "", "# a, b", "5,,0.3,0.4", "6,0.3", "7,nan,0.1", "8,0.1,NaN"]
     dropped += ["9,inf,0.1", "10,NULL,0.1", "11,0.1,-99", "12,-1,0.1", "13,999,0.1", "14,0.1,99.0"]
     lines = [line for pair in zip(dropped, kept) for line in pair] + dropped[len(kept) :]
     vostrel.write("survey.csv", "\n".join(lines) + "\n")
-    assert shell(command, vostrel.folder).stderr == ""
-    assert vostrel.read("table.csv") == "0.1,0.12\n 1e-2 ,+.3\n0.5,0.4\n0,-0.01\n"
+    assert shell(PLAUSIBLE + " < survey.csv > table.csv", vostrel.folder).stderr == ""
+    assert vostrel.read("table.csv") == "2,0.1,0.12\n4, 1e-2 ,+.3\n6,0.5,0.4\n8,0,-0.01\n"
     count = re.search(r"^    (wc -l .*)$", README, re.M).group(1)
-    run = vostrel("--stats", "table.csv", "report.txt", "0", "1", "2")
+    run = vostrel("--stats", "table.csv", "report.txt", "0", "2", "3")
     assert b"Data size  = " + shell(count, vostrel.folder).stdout.strip().encode() in run.stdout
 
 
@@ -207,7 +229,7 @@ def safe_run():
 
 
 def test_safe_run_sees_a_complete_run(vostrel):
-    vostrel.write("table.csv", "0.1,0.12\n0.2,0.19\n")
+    vostrel.write("table.csv", "1,0.1,0.12\n2,0.2,0.19\n")
     (vostrel.folder / "tools").mkdir()
     (vostrel.folder / "tools" / "vostrel").symlink_to(vostrel.path)
     (vostrel.folder / "new").mkdir()
@@ -219,10 +241,10 @@ def test_safe_run_sees_a_complete_run(vostrel):
 @pytest.mark.parametrize(
     "table, tool",
     [
-        ("0.1,0.12\n\n0.2,0.19\n", 'exec {program} "$@"'),  # ends at the empty line
-        ("0.1,0.12\n0.2,0.19\n", '{program} "$@"; rm report.txt'),
-        ("0.1,0.12\n0.2,0.19\n", '{program} "$@"; truncate -s -3 internal.txt'),
-        ("0.1,0.12\n0.2,0.19\n", '{program} "$@"; truncate -s 99 report.txt'),
+        ("1,0.1,0.12\n\n2,0.2,0.19\n", 'exec {program} "$@"'),  # ends at the empty line
+        ("1,0.1,0.12\n2,0.2,0.19\n", '{program} "$@"; rm report.txt'),
+        ("1,0.1,0.12\n2,0.2,0.19\n", '{program} "$@"; truncate -s -3 internal.txt'),
+        ("1,0.1,0.12\n2,0.2,0.19\n", '{program} "$@"; truncate -s 99 report.txt'),
     ],
 )
 def test_safe_run_sees_that_something_is_missing(vostrel, table, tool):
