@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import math
-from dataclasses import astuple, dataclass
+from dataclasses import dataclass
 from functools import partial
 
 import numpy as np
@@ -67,8 +67,8 @@ def running(objects: Objects) -> Running:
         ranks = median_ranks(count, CONFIDENCE)
         reference, median, band = bins.medians(i, ranks or [])
         low, high = band or (math.nan, math.nan)
-        _, _, *nmad_band = astuple(norm.nmad)
-        rows.append((reference, count, median, low, high, norm.nmad.value, *nmad_band))
+        nmad = norm.nmad
+        rows.append((reference, count, median, low, high, nmad.value, nmad.low, nmad.high))
     found = np.array(rows).T
     return Running(
         reference=found[0],
