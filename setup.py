@@ -1,10 +1,22 @@
 """Builds vostrel._core. Everything else is in pyproject.toml."""
 
 import glob
+import os
 import re
 
 from pybind11.setup_helpers import ParallelCompile, Pybind11Extension, build_ext
 from setuptools import setup
+from setuptools.command.build_py import build_py
+
+
+class BuildModules(build_py):
+    """Copies the modules, and removes those of an earlier build that are no longer there."""
+
+    def run(self) -> None:
+        built = os.path.join(self.build_lib, "vostrel", "**", "*.py*")
+        for path in glob.glob(built, recursive=True):
+            os.remove(path)
+        super().run()
 
 
 def version() -> str:
@@ -19,7 +31,7 @@ def version() -> str:
 ParallelCompile().install()  # compiles on all cores
 setup(
     version=version(),
-    cmdclass={"build_ext": build_ext},
+    cmdclass={"build_ext": build_ext, "build_py": BuildModules},
     ext_modules=[
         Pybind11Extension(
             "vostrel._core",

@@ -63,6 +63,7 @@ def test_source_distribution_and_wheel(clone, environment, tmp_path):
     pytest.importorskip("build")
     if LONG:
         del environment["DIST_EXTRA_CONFIG"]  # so that it is compiled, which takes half a minute
+    (tmp_path / "built" / "vostrel" / "removed.py").write_text("")  # as an earlier build left it
     run(sys.executable, "-m", "build", "--no-isolation", "--outdir", tmp_path, clone,
         env=environment)
     installed = tmp_path / "installed"
@@ -71,6 +72,7 @@ def test_source_distribution_and_wheel(clone, environment, tmp_path):
                   env={**environment, "PYTHONPATH": str(installed)})
     assert printed == f"{installed / 'vostrel' / '__init__.py'} 1\n"
     assert (installed / "vostrel" / "py.typed").exists()
+    assert not (installed / "vostrel" / "removed.py").exists()
     # The source distribution has all that the compiler reads.
     with tarfile.open(next(tmp_path.glob("vostrel-*.tar.gz"))) as archive:
         archive.extractall(tmp_path)
