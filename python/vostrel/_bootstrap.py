@@ -426,7 +426,7 @@ def _run(
 
         def work(first: int) -> int:
             number = min(size, resamples - first)
-            result[first : first + number] = engine.run(first, number)
+            result[first : first + number] = engine.run(first, number, False)[0]
             return number
 
         pieces = iter(range(0, resamples, size))
