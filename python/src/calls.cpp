@@ -38,15 +38,43 @@ Column::Source source_of(py::handle slices) {
   };
 }
 
+// Several arrays, one after the other.
+Column::Source source_of_chunks(const Arrays& arrays) {
+  std::vector<Column> columns;
+  std::vector<std::size_t> ends;
+  for (const py::array& array : arrays) {
+    columns.push_back(column_of(array));
+    ends.push_back((ends.empty() ? 0 : ends.back()) + static_cast<std::size_t>(array.size()));
+  }
+  return [columns, ends](std::size_t first, std::size_t count, double* room) {
+    auto chunk =
+        static_cast<std::size_t>(std::upper_bound(ends.begin(), ends.end(), first) - ends.begin());
+    for (; count != 0; ++chunk) {
+      const std::size_t part = std::min(count, ends[chunk] - first);
+      const std::size_t start = chunk == 0 ? 0 : ends[chunk - 1];
+      const double* const numbers = columns[chunk].read(first - start, part, room);
+      if (numbers != room) std::copy_n(numbers, part, room);
+      first += part;
+      count -= part;
+      room += part;
+    }
+  };
+}
+
+Column column_of(const py::object& numbers) {
+  if (py::isinstance<py::array>(numbers))
+    return column_of(py::reinterpret_borrow<py::array>(numbers));
+  if (!py::hasattr(numbers, "arrays")) return Column(source_of(numbers));
+  return Column(source_of_chunks(numbers.attr("arrays").cast<Arrays>()));
+}
+
 std::vector<Column> columns_of(const Numbers& numbers) {
   std::vector<Column> columns;
   for (const py::object& column : numbers) {
     if (py::len(column) != py::len(numbers.front())) {
       throw py::value_error("columns must have one length");
     }
-    columns.push_back(py::isinstance<py::array>(column)
-                          ? column_of(py::reinterpret_borrow<py::array>(column))
-                          : Column(source_of(column)));
+    columns.push_back(column_of(column));
   }
   return columns;
 }

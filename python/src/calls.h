@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <stdexcept>
 #include <vector>
 
 #include "python/src/columns.h"
@@ -18,9 +19,15 @@
 
 namespace vostrel::python {
 
+/// Thrown for values that are no real numbers. what() says what they are.
+class NotNumbers : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 using Arrays = std::vector<pybind11::array>;
 
-/// Arrays of numbers, or vostrel._inputs.Slices.
+/// Arrays of numbers, or Slices or Chunks of vostrel._inputs.
 using Numbers = std::vector<pybind11::object>;
 
 /// The objects of columns and masks of one dimension and one length. Requires: both outlive the

@@ -3,10 +3,12 @@
 // them.
 
 #include "python/src/accumulator.cpp"
+#include "python/src/arrow.cpp"
 #include "python/src/bins.cpp"
 #include "python/src/bootstrap.cpp"
 #include "python/src/calls.cpp"
 #include "python/src/columns.cpp"
+#include "python/src/dlpack.cpp"
 #include "python/src/module.cpp"
 #include "python/src/plot.cpp"
 #include "python/src/rows.cpp"

@@ -13,4 +13,3 @@
 #include "statistics/ranks.cpp"
 #include "statistics/resample.cpp"
 #include "statistics/uncertainties.cpp"
-#include "statistics/windows.cpp"

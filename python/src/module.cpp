@@ -14,9 +14,11 @@
 
 #include "floating_point.h"
 #include "python/src/accumulator.h"
+#include "python/src/arrow.h"
 #include "python/src/bins.h"
 #include "python/src/bootstrap.h"
 #include "python/src/calls.h"
+#include "python/src/dlpack.h"
 #include "python/src/plot.h"
 #include "statistics/accumulator.h"
 #include "statistics/binned.h"
@@ -194,7 +196,9 @@ PYBIND11_MODULE(_core, module) {
   module.attr("STATISTICS") = list_statistics();
   module.attr("NMAD_FACTOR") = vostrel::kNmadFactor;
   module.attr("OUTLIER_BOUND") = vostrel::kOutlierBound;
+  add_arrow(module);
   add_bins(module);
+  add_dlpack(module);
   add_plot(module);
   const auto columns = py::arg("columns");
   const auto masks = py::arg("masks");

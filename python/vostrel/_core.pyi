@@ -23,8 +23,27 @@ class _Slices(Protocol):
     def __len__(self) -> int: ...
     def read(self, first: int, count: int) -> NDArray[np.float64]: ...
 
-_Columns = Sequence[NDArray[Any] | _Slices]
+class _Chunks(Protocol):
+    arrays: Sequence[NDArray[Any]]
+
+    def __len__(self) -> int: ...
+
+_Columns = Sequence[NDArray[Any] | _Slices | _Chunks]
 _Masks = Sequence[NDArray[np.bool_]]
+
+class NotNumbers(TypeError):
+    """Values are no real numbers and no truth values. The message says what they are."""
+
+_ArrowChunks = list[tuple[NDArray[Any], NDArray[np.bool_] | None]]
+
+def read_arrow_array(schema: object, array: object) -> _ArrowChunks:
+    """Return the values and where they are NULL, or nothing if there are no values."""
+
+def read_arrow_stream(stream: object) -> _ArrowChunks:
+    """Return the values of each chunk and where they are NULL, without empty chunks."""
+
+def read_dlpack(capsule: object) -> NDArray[Any]:
+    """Return the tensor as a read-only array in its memory."""
 
 def point_statistics(
     columns: _Columns, masks: _Masks, omit_nan: bool
@@ -112,24 +131,8 @@ class Bootstrap:
         """Order one residual. If both are ordered, `run` is much faster."""
     @property
     def batch(self) -> int: ...
-    def run(
-        self, first: int, count: int, with_errors: bool
-    ) -> tuple[NDArray[np.float64], NDArray[np.float64]]:
-        """Return the numbers of some resamples in shape (count, 2, statistics).
-
-        Also returns their errors by moments in shape (count, 2, 3): of bias,
-        log(sigma) and log(rms). Without `with_errors`, these mean nothing.
-        """
-    def leave_out(
-        self, first: int, count: int
-    ) -> tuple[NDArray[np.float64], NDArray[np.float64]]:
-        """Return the same of all objects but one, or of all groups but one."""
-    def whole(self) -> tuple[NDArray[np.float64], NDArray[np.float64]]:
-        """Return the errors by moments of all objects in shape (2, 3).
-
-        Also returns, in shape (2, 2), how many objects or groups make up the
-        fourth moment of the residual about the bias and about zero.
-        """
+    def run(self, first: int, count: int) -> NDArray[np.float64]:
+        """Return the numbers of some resamples in shape (count, 2, statistics)."""
     def stop(self) -> None:
         """Make `run` raise a RuntimeError in other threads."""
 

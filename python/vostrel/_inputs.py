@@ -9,10 +9,13 @@ from typing import TYPE_CHECKING, Any, Literal, TypeAlias, get_args
 
 import numpy as np
 
+from vostrel import _core
+from vostrel._exchange import Chunks, exchange, refuse_device
+
 if TYPE_CHECKING:  # importing the package must be quick
     from numpy.typing import NDArray
 
-    Numbers: TypeAlias = "NDArray[Any] | Slices"
+    Numbers: TypeAlias = "NDArray[Any] | Slices | Chunks"
 
 NanPolicy = Literal["raise", "omit", "propagate"]
 
@@ -127,8 +130,8 @@ def read_values(name: str, values: Any) -> tuple[Numbers, list[NDArray[np.bool_]
     refuse_lazy(name, values)
     if name != "by":  # a magnitude may have its unit
         refuse_unit(name, values)
-    data, masks = separate_mask(values)
-    if isinstance(data, Slices):
+    data, masks = read_data(name, values, "hold real numbers")
+    if isinstance(data, (Slices, Chunks)):
         return data, masks
     if holds_only(REAL, data):
         return Slices(name, data), masks
@@ -138,7 +141,7 @@ def read_values(name: str, values: Any) -> tuple[Numbers, list[NDArray[np.bool_]
         raise not_numbers(name, error) from error
     if array.dtype.kind not in "fiub":
         raise TypeError(f"{name} must hold real numbers, {_found(values, array)}")
-    check_dimension(name, array)
+    array, *masks = (as_column(name, part) for part in [array, *masks])
     if array.dtype.char == "g" and not array.dtype.isnative:
         return Slices(name, array), masks  # long doubles in the other byte order: NumPy converts
     return array, masks
@@ -165,7 +168,7 @@ def holds_only(kinds: tuple[type, ...], values: Any) -> bool:
 def read_mask(mask: Any) -> NDArray[np.bool_]:
     """Return the mask as an array of bool."""
     refuse_lazy("mask", mask)
-    data, masks = separate_mask(mask)
+    data, masks = read_data("mask", mask, "hold True and False")
     if any(masked.any() for masked in masks):
         raise ValueError("mask has masked entries of its own; fill them with True or False")
     if holds_only((bool, np.bool_), data):
@@ -176,8 +179,15 @@ def read_mask(mask: Any) -> NDArray[np.bool_]:
         raise TypeError(f"mask can't be made into an array: {error}") from error
     if array.dtype.kind != "b" and array.size != 0:
         raise TypeError(f"mask must hold True and False, {_found(mask, array)}")
-    check_dimension("mask", array)
-    return array.astype(np.bool_, copy=False)
+    return as_column("mask", array).astype(np.bool_, copy=False)
+
+
+def as_column(name: str, array: NDArray[Any]) -> NDArray[Any]:
+    """Return the array in one dimension. The second may have the length 1."""
+    if array.ndim == 2 and array.shape[1] == 1:
+        return array[:, 0]
+    check_dimension(name, array)
+    return array
 
 
 def check_dimension(name: str, array: NDArray[Any]) -> None:
@@ -186,6 +196,28 @@ def check_dimension(name: str, array: NDArray[Any]) -> None:
         raise ValueError(
             f"{name} must have one dimension, but has {array.ndim}: its shape is {array.shape}"
         )
+
+
+def read_data(name: str, values: Any, content: str) -> tuple[Any, list[NDArray[np.bool_]]]:
+    """Return the values without their mask, and a list with the mask, if there is one.
+
+    `content` says what they must do.
+    """
+    if _is_from("pandas", values):
+        array = getattr(values, "array", values)
+        if hasattr(getattr(array, "dtype", None), "pyarrow_dtype"):
+            values = array.__arrow_array__()
+        else:  # pandas gives NaN to Arrow as NULL
+            return separate_mask(values)
+    elif isinstance(values, np.ndarray) or _is_from("astropy", values):
+        return separate_mask(values)
+    refuse_device(name, values)
+    try:
+        return exchange(values) or separate_mask(values)
+    except _core.NotNumbers as error:
+        raise TypeError(f"{name} must {content}, not {error}") from None
+    except Exception as error:
+        raise not_numbers(name, error) from error
 
 
 def separate_mask(values: Any) -> tuple[Any, list[NDArray[np.bool_]]]:

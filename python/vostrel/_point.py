@@ -6,7 +6,7 @@ import math
 from typing import Any
 
 from vostrel import _core
-from vostrel._inputs import NanPolicy, check_counts, prepare
+from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
 from vostrel._results import NAMES, PointStatistics, ResidualStatistics
 
 NAN = ResidualStatistics(*[math.nan] * len(NAMES))
@@ -77,6 +77,11 @@ def point_statistics(
     outliers >4sigma   0%         0%
     """
     columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
+    return statistics_of(columns, nan_policy)
+
+
+def statistics_of(columns: Columns, nan_policy: NanPolicy) -> PointStatistics:
+    """Return the statistics of columns that are read once: some streams can't be read again."""
     n, n_masked, n_nan, delta, norm = _core.point_statistics(
         columns.values, columns.masks, nan_policy == "omit"
     )

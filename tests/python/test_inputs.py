@@ -36,6 +36,8 @@ PLAIN = {
     "strided": lambda v: np.repeat(v, 3)[::3],
     "reversed": lambda v: v[::-1].copy()[::-1],
     "column of a matrix": lambda v: np.column_stack([v, v + 1, v + 2])[:, 0],
+    "of shape (n, 1)": lambda v: v[:, np.newaxis],
+    "DataFrame of one column": lambda v: pd.DataFrame({"z": v}),
     "unaligned": record,
     "read-only": lambda v: np.frombuffer(v.tobytes()),
     "array.array": lambda v: array.array("d", v),
@@ -121,6 +123,7 @@ def nullable(dtype):
 
 MASKED = {
     "masked array": masked_at_hidden,
+    "masked array of shape (n, 1)": lambda v: masked_at_hidden(v)[:, np.newaxis],
     "masked array of float32": lambda v: masked_at_hidden(v.astype(np.float32)),
     "MaskedColumn": lambda v: MaskedColumn(v, mask=HIDDEN),
     "Masked ndarray": lambda v: Masked(v, mask=HIDDEN),
@@ -166,6 +169,7 @@ MASKS = {
     "array": lambda m: m,
     "list": lambda m: m.tolist(),
     "strided": lambda m: np.repeat(m, 2)[::2],
+    "of shape (n, 1)": lambda m: m[:, np.newaxis],
     "Series": pd.Series,
     "nullable Series": lambda m: pd.Series(m, dtype="boolean"),
     "Column": Column,
@@ -307,7 +311,7 @@ ERRORS = [
     (([np.nan], [1.0], None, "omit"), ValueError, "there are no objects: 1 with NaN"),
     (([1.0], [1.0], [True, False]), ValueError, "mask has 2 entries, but reference has 1"),
     (([1.0], [1.0], [0]), TypeError, "mask must hold True and False, not values (dtype int64)"),
-    (([1.0], [1.0], [[True]]), ValueError, "mask must have one dimension"),
+    (([1.0], [1.0], [[True, True]]), ValueError, "mask must have one dimension"),
     (([1.0], [1.0], True), ValueError, "mask must have one dimension"),
     (
         ([1.0], [1.0], pd.Series([None], dtype="boolean")),
