@@ -7,7 +7,7 @@ import numpy as np
 import pytest
 import vostrel
 from conftest import FOUR, REPORT, ZPHOT, by_gid, catalogue, write, write_table
-from matplotlib.colors import LogNorm
+from matplotlib.colors import LogNorm, to_rgb
 from matplotlib.figure import Figure
 from matplotlib.text import Text
 from vostrel import _core
@@ -22,7 +22,7 @@ from vostrel.plot._limits import histogram_bins, robust_range, spread_of
 from vostrel.plot._objects import objects_of
 from vostrel.plot._panels import MANY
 from vostrel.plot._running import running
-from vostrel.plot._words import at_point, percent, three_digits
+from vostrel.plot._words import MissingGlyphs, at_point, percent, three_digits, wrapped
 
 
 def note_of(figure):
@@ -68,13 +68,15 @@ def test_guide_lines(four):
 def test_labels(four):
     panels = four.axes
     reference, estimate = r"$z_{\rm spec}$", r"$z_{\rm phot}$"
-    norm = r"$\Delta z/(1+z_{\rm spec})$"
+    norm = r"$(z_{\rm spec}-z_{\rm phot})\,/\,(1+z_{\rm spec})$"
     assert [(a.get_xlabel(), a.get_ylabel()) for a in panels] == [
         (reference, estimate), (norm, "objects per bin"), (reference, norm)]
     legends = [[t.get_text() for t in a.get_legend().get_texts()] for a in panels]
     assert legends == [["one to one", norm + " = ±0.15"],
-                       ["bias", "±σ", "±NMAD", "normal"],
-                       ["running median", "±NMAD", "±0.15"]]
+                       ["bias", "±σ", "±NMAD about 0", "normal (median, 1.4826 MAD(Δ))"],
+                       ["running median", "±running NMAD about 0", "±0.15", "68.3 % confidence"]]
+    assert note_of(four)[1:3] == [
+        r"$\Delta z=z_{\rm spec}-z_{\rm phot}$", r"of $\Delta z/(1+z_{\rm spec})$:"]
 
 
 def test_histogram_and_its_marks(four):
@@ -142,15 +144,21 @@ def test_normal_curve_is_not_cut_off():
     assert 3.9 < peak < panel.get_ylim()[1]
 
 
-def test_normal_curve_has_the_width_of_the_nmad_and_the_area_of_the_histogram():
+def test_normal_curve_shows_the_core_of_a_biased_estimator():
+    """Its centre is the median, its width 1.4826 MAD(Delta), its area that of the histogram."""
     panel = Figure().add_subplot()
-    zspec, zphot = catalogue(1000)
+    zspec, zphot = catalogue(1001)
+    zphot += 0.2 * (1 + zspec)
     drawn = plot_residual_histogram(panel, zspec, zphot, log=False)
     x, y = drawn["normal"][0].get_data()
     _, edges, _ = drawn["histogram"][0].get_data()
-    assert np.sum(y) * (x[1] - x[0]) == pytest.approx(1000 * (edges[1] - edges[0]), rel=1e-3)
-    at_nmad = np.interp(vostrel.point_statistics(zspec, zphot).norm.nmad, x, y)
-    assert at_nmad / y.max() == pytest.approx(np.exp(-0.5), rel=1e-2)
+    assert np.sum(y) * (x[1] - x[0]) == pytest.approx(1001 * (edges[1] - edges[0]), rel=1e-3)
+    norm = (zspec - zphot) / (1 + zspec)
+    centre = np.median(norm)
+    assert x[np.argmax(y)] == pytest.approx(centre, abs=x[1] - x[0])
+    sigma = 1.4826 * np.median(np.abs(norm - centre))
+    peak = 1001 * (edges[1] - edges[0]) / (sigma * np.sqrt(2 * np.pi))
+    assert np.interp(centre + sigma, x, y) / peak == pytest.approx(np.exp(-0.5), rel=1e-2)
 
 
 def test_running_statistics(figure_of):
@@ -259,15 +267,23 @@ def test_wild_outliers_do_not_set_the_limits(figure_of, count):
     zspec[50] = 9e9
     write_table(zspec, zphot)
     panels = figure_of("--no-log").axes
-    for panel in panels[:3]:
-        assert outside(panel) == ["46 outside"]
+    assert [outside(panel) for panel in panels[:3]] == [
+        ["46 outside"], ["46 outside"], ["46 outside (triangles)"]]
+    # The object at z_spec 9e9 is beyond the other axis.
+    above, below = by_gid(panels[2], "beyond")
+    assert set(above.get_ydata()) == {0.97} and set(below.get_ydata()) == {0.03}
+    for drawn, objects in ((above, zspec[:40]), (below, zspec[40:45])):
+        distances = np.abs(drawn.get_xdata() - objects[:, np.newaxis])
+        low, high = panels[2].get_xlim()
+        assert (distances.min(axis=1) <= (high - low) / 400).all()
+        assert (distances.min(axis=0) <= (high - low) / 400).all()
     for limits in (panels[0].get_xlim(), panels[0].get_ylim(), panels[2].get_xlim()):
         assert -0.5 < limits[0] < 0 and 3 < limits[1] < 6
     assert panels[0].get_xlim() == panels[0].get_ylim()
     for limits in panels[1].get_xlim(), panels[2].get_ylim():
         assert 0.15 < limits[1] < 0.3
     labels = [t.get_text() for t in panels[1].get_legend().get_texts()]
-    assert [label.partition(" = ")[0] for label in labels] == ["bias", "±σ", "±NMAD", "normal"]
+    assert [label[:4] for label in labels] == ["bias", "±σ =", "±NMA", "norm"]
     assert "=" in labels[0] and "=" in labels[1] and "=" not in labels[2]
 
 
@@ -316,7 +332,9 @@ def test_one_object_in_the_middle(figure_of):
     figure = figure_of()
     low, high = figure.axes[0].get_xlim()
     assert low < 0.4 and high > 0.65
-    assert note_of(figure) == ["$n$ = 1", "NMAD = 0.0494", "bias = −0.0333", "outliers = 0\u2009%"]
+    lines = note_of(figure)
+    assert [lines[0], *lines[3:]] == [
+        "$n$ = 1", "NMAD = 0.0494", "bias = −0.0333", "outliers beyond ±0.15: 0\u2009%"]
     assert by_gid(figure.axes[1], "histogram")[0].get_data()[0].sum() == 1
     assert all(tick == int(tick) for tick in figure.axes[1].get_yticks())
 
@@ -329,8 +347,8 @@ def test_what_is_not_finite_is_left_out_and_counted(figure_of):
     figure = figure_of()
     points = by_gid(figure.axes[0], "objects")[0].get_xydata()
     assert points.tolist() == [[0.5, 0.4], [1, 1.2]]
-    assert note_of(figure)[:2] == ["$n$ = 2", "(8 left out)"]
-    assert note_of(figure)[3] == "bias = −0.0167"
+    assert note_of(figure)[0] == "$n$ = 2 (8 left out)"
+    assert note_of(figure)[4] == "bias = −0.0167"
     texts = [text.get_text() for text in by_gid(figure_of("--table"), "numbers")]
     assert "left out: 3 with NaN, 5 infinite" in texts
 
@@ -533,7 +551,7 @@ def test_mask_and_nan_policy():
     reference, estimate = [0.5, 1.0, 2.0, 3.0], [0.4, 1.0, np.nan, 3.5]
     mask = [False, True, False, False]
     lines = note_of(diagnostic_figure(reference, estimate, mask=mask, nan_policy="propagate"))
-    assert lines[0] == "$n$ = 3" and "bias = NaN" in lines
+    assert lines[0] == "$n$ = 3 (1 left out)" and "bias = NaN" in lines
     axes = Figure().subplots(3)
     for panel, draw in zip(axes, (plot_estimates, plot_residual_histogram, plot_residuals)):
         draw(panel, reference, estimate, mask=mask)
@@ -592,16 +610,73 @@ def test_numbers_of_the_caller_are_shown():
     zspec, zphot = catalogue(100)
     other = vostrel.point_statistics(zspec, zphot + 0.5)
     lines = note_of(diagnostic_figure(zspec, zphot, statistics=other))
-    assert lines[1] == f"NMAD = {three_digits(other.norm.nmad)}"
+    assert lines[3] == f"NMAD = {three_digits(other.norm.nmad)}"
 
 
 def test_labels_of_other_quantities(figure_of):
     write(FOUR)
     panels = figure_of("--labels", "dose", "predicted $5").axes
     assert panels[0].get_xlabel() == "dose" and panels[0].get_ylabel() == r"predicted \$5"
-    assert panels[1].get_xlabel() == r"$\Delta$ / (1 + dose)"
+    assert panels[1].get_xlabel() == r"(dose−predicted \$5)/(1+dose)"
     panels = figure_of("--labels", "a reference with a long name", "b").axes
-    assert panels[2].get_ylabel() == "normalized residual"
+    assert panels[2].get_ylabel() == "(reference−estimate)/(1+reference)"
+
+
+@pytest.mark.parametrize("layout", ["page", "column"])
+def test_long_names_are_neither_cut_nor_overlap(layout):
+    names = ("spectroscopic redshift of the Legacy Survey, ninth data release, quality 4",
+             "photometric redshift of a template fit, version 2.3, with $z \\in [0, 3]$ priors")
+    zspec, zphot = catalogue(6000)
+    zphot[::20] += 1
+    figure = diagnostic_figure(zspec, zphot, labels=names, title=30 * "word ", layout=layout)
+    check_texts(figure)
+    shown = figure.axes[0].get_xlabel(), figure.axes[0].get_ylabel()
+    assert tuple(name.replace("\n", " ") for name in shown) == names
+    estimates = {f"{i}: {name}": zphot for i, name in enumerate(names)}
+    check_texts(compare_figure(zspec, estimates, labels=names, layout=layout))
+
+
+def test_names_break_at_spaces_outside_of_mathematics():
+    """At 7 points a letter is about a twentieth of an inch wide."""
+    assert wrapped("one two three", 0.5, 7) == "one two\nthree"
+    assert wrapped("at $x + y + z = 0$ here", 0.4, 7) == "at\n$x + y + z = 0$\nhere"
+    assert wrapped("abcdefghijkl", 0.5, 7).replace("\n", "") == "abcdefghijkl"
+    assert "\n" in wrapped("abcdefghijkl", 0.5, 7)
+    assert wrapped("a b c d e f", 0.05, 7, most=3) == "a\nb\nc…"
+
+
+def test_characters_without_glyphs_are_named():
+    with pytest.warns(MissingGlyphs, match="the font has no 測 光; add a font"):
+        diagnostic_figure([1.0], [1.5], labels=("z", "z 測光測"))
+
+
+@pytest.mark.parametrize("style", ["dark_background", "Solarize_Light2", "ggplot", "grayscale"])
+def test_lines_stand_out_in_every_style(style):
+    """Against the paper, by the contrast ratio of the web's accessibility guidelines."""
+    def brightness(colour):
+        linear = [c / 12.92 if c <= 0.03928 else ((c + 0.055) / 1.055) ** 2.4
+                  for c in to_rgb(colour)]
+        return np.dot(linear, (0.2126, 0.7152, 0.0722))
+
+    zspec, zphot = catalogue(400)
+    with matplotlib.style.context(style):
+        one = diagnostic_figure(zspec, zphot)
+        eight = compare_figure(zspec, {str(i): zphot for i in range(8)})
+    for axes in one.axes + eight.axes:
+        paper = brightness(axes.get_facecolor())
+        for line in axes.get_lines():
+            light = sorted((brightness(line.get_color()), paper))
+            assert (light[1] + 0.05) / (light[0] + 0.05) > 1.9, (line.get_gid(), line.get_color())
+
+
+def test_bands_of_many_bins_are_steps():
+    """Redshifts of one digit give bins of very different counts, and slopes would be diamonds."""
+    zspec, zphot = catalogue(3000)
+    drawn = plot_residuals(Figure().add_subplot(), np.round(zspec, 1), zphot)
+    for band in drawn["band"]:
+        (path,) = band.get_paths()
+        x, y = path.vertices.T
+        assert ((np.diff(x) == 0) | (np.diff(y) == 0)).all()
 
 
 # ------------------------------------------------------------- several estimators
@@ -615,14 +690,22 @@ def test_comparison(figure_of):
     medians, nmads, histograms = figure.axes
     for axes, name in ((medians, "median"), (nmads, "nmad")):
         one, two = by_gid(axes, "running")
-        assert (one.get_label(), two.get_label()) == ("one", "two")
         lines = running(objects_of(*_rounded(zspec, zphot)))
         assert one.get_ydata() == pytest.approx(getattr(lines, name))
-        assert one.get_linestyle() != two.get_linestyle()
+        for look in "linestyle", "marker", "color":
+            assert getattr(one, f"get_{look}")() != getattr(two, f"get_{look}")()
         assert len(by_gid(axes, "band")) == 2
-    assert [h.get_data()[0].sum() for h in by_gid(histograms, "histogram")] == [2000, 2000]
+    assert [np.nansum(h.get_ydata()) for h in by_gid(histograms, "histogram")] == [2000, 2000]
+    (legend,) = figure.legends
+    assert [t.get_text() for t in legend.get_texts()] == ["one", "two", "68.3 % confidence"]
+    norm = r"$\Delta z/(1+z_{\rm spec})$"
+    assert histograms.get_xlabel() == rf"{norm}, $\Delta z=z_{{\rm spec}}-z_{{\rm phot}}$"
+    assert [axes.get_ylabel() for axes in figure.axes] == [
+        f"running median of\n{norm}", f"running NMAD of\n{norm}", "objects per bin"]
     texts = [text.get_text() for text in by_gid(figure, "numbers")]
-    assert texts[:5] == ["$n$", "NMAD", "bias", "outliers", "one"]
+    assert texts[0] == (r"$\Delta z=z_{\rm spec}-z_{\rm phot}$; NMAD, bias, and outliers beyond "
+                        r"±0.15, of $\Delta z/(1+z_{\rm spec})$")
+    assert texts[1:7] == ["estimator", "$n$", "NMAD", "bias", "outliers", "one"]
     assert "2,000" in texts and "two" in texts
     assert by_gid(figure_of("--compare", "one=a", "--no-table"), "numbers") == []
 

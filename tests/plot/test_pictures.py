@@ -8,6 +8,7 @@ import pathlib
 import re
 import shutil
 
+import matplotlib.style
 import numpy as np
 import pytest
 from matplotlib.testing.compare import compare_images
@@ -36,12 +37,45 @@ def draw_three(**options):
     return compare_figure(zspec, estimates, **options)
 
 
+def draw_eight(**options):
+    zspec, zphot = survey(5000)
+    noise = np.random.RandomState(2).normal(size=(8, 5000))
+    estimates = {
+        f"code {i}": zspec + (0.01 * i + (0.02 + 0.004 * i) * noise[i]) * (1 + zspec)
+        for i in range(8)
+    }
+    return compare_figure(zspec, estimates, **options)
+
+
+def draw_dark():
+    with matplotlib.style.context("dark_background"):
+        return diagnostic_figure(*survey(20000))
+
+
+def draw_biased():
+    zspec, zphot = survey(3000)
+    return diagnostic_figure(zspec, zphot + 0.08 * (1 + zspec))
+
+
+def draw_rounded():
+    zspec, zphot = survey(3000)
+    return diagnostic_figure(np.round(zspec, 1), zphot, panels=["residuals"])
+
+
+LONG = ("spectroscopic redshift of the Legacy Survey, ninth data release, quality 4",
+        "photometric redshift of a template fit, version 2.3, with priors")
+
 PICTURES = {
     "page": lambda: diagnostic_figure(*survey(1000)),
     "page-density-table": lambda: diagnostic_figure(*survey(20000), table=True, title="Survey"),
     "column-few": lambda: diagnostic_figure(*survey(50), layout="column"),
     "column-density-table": lambda: diagnostic_figure(*survey(9000), layout="column", table=True),
     "linear-labels": lambda: diagnostic_figure(*survey(1000), log=False, labels=("x", "y")),
+    "long-labels": lambda: diagnostic_figure(*survey(1000), labels=LONG),
+    "dark": draw_dark,
+    "biased": draw_biased,
+    "rounded": draw_rounded,
+    "compare-eight": draw_eight,
     "compare-page": draw_three,
     "compare-column": lambda: draw_three(layout="column"),
 }

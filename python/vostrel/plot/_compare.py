@@ -7,13 +7,17 @@ from collections.abc import Mapping
 from typing import Any
 
 import numpy as np
+from matplotlib.patches import Patch
 
 from vostrel._inputs import NanPolicy
+from vostrel.plot._colours import DASHES, MARKERS, colours_of
 from vostrel.plot._figure import check_layout, new_figure, size_of
 from vostrel.plot._layout import (
     BELOW,
     LEFT,
     LINE,
+    NAME_LINE,
+    NAMES,
     RIGHT,
     SIZES,
     SMALL,
@@ -22,23 +26,27 @@ from vostrel.plot._layout import (
     Layout,
     Sheet,
 )
-from vostrel.plot._limits import residual_limit, spread_of, tail_limit, widened
+from vostrel.plot._limits import BOUND, residual_limit, spread_of, tail_limit, widened
 from vostrel.plot._objects import Objects, estimators, objects_of
-from vostrel.plot._panels import BLUE, GREEN, RED, histogram, label_axis, label_counts, note_outside
+from vostrel.plot._panels import BANDS, histogram, label_axis, label_counts, write_outside
 from vostrel.plot._running import running
-from vostrel.plot._words import clean, labels_of, percent, shown, three_digits, title_lines
-
-#: Colours and dashes of the estimators. Each pair differs in grey, too.
-LOOKS: tuple[tuple[str, Any], ...] = (
-    (BLUE, "-"),
-    (RED, (0, (4, 1.5))),
-    (GREEN, (0, (1.2, 1))),
-    ("black", (0, (6, 1.5, 1, 1.5))),
-    ("#cc79a7", (0, (2.5, 1))),
-    ("0.45", "-"),
-    ("#56b4e9", (0, (6, 1, 1, 1, 1, 1))),
-    ("#a08000", (0, (8, 2))),
+from vostrel.plot._words import (
+    MINUS,
+    Labels,
+    labels_of,
+    percent,
+    shown,
+    three_digits,
+    title_lines,
+    width_of,
+    wrapped,
 )
+
+#: Inches between the decimal points of the table, and for the sample of a line in the legend.
+STEP, SAMPLE = 0.55, 0.6
+
+#: The most markers on a line.
+MARKS = 8
 
 
 def compare_figure(
@@ -98,88 +106,101 @@ def compare_figure(
     """
     check_layout(layout)
     named = estimators(estimates)
-    if not 1 <= len(named) <= len(LOOKS):
-        raise ValueError(f"there must be 1 to {len(LOOKS)} estimators, not {len(named)}")
+    if not 1 <= len(named) <= len(MARKERS):
+        raise ValueError(f"there must be 1 to {len(MARKERS)} estimators, not {len(named)}")
     sets = {
-        shown(clean(name)): objects_of(reference, values, mask=mask, nan_policy=nan_policy)
+        shown(name): objects_of(reference, values, mask=mask, nan_policy=nan_policy)
         for name, values in named.items()
     }
     if len(sets) < len(named):
         raise ValueError("two estimators have the same name")
     width = SIZES[layout][0] if figure is None else size_of(figure)[0]
+    words = labels_of(labels)
     heading = title_lines(title, width)
-    across = 4 if layout == "page" else 2
-    top = 0.08 + TITLE_LINE * len(heading) + 0.14 * math.ceil(len(sets) / across)
-    bottom = LINE * (len(sets) + 1.6) + 0.03 if table else 0.02
+    names = [wrapped(name, width - 2 * SAMPLE, SMALL) for name in sets] + [BANDS]
+    widest = max(width_of(line, SMALL) for name in names for line in name.split("\n"))
+    across = max(1, min(4, int((width - LEFT) / (widest + SAMPLE))))
+    entries = math.ceil(len(names) / across) * max(1 + name.count("\n") for name in names)
+    top = 0.12 + TITLE_LINE * len(heading) + 0.14 * entries
+    rows = _table(sets, words, width) if table else []
+    bottom = LINE * (sum(1 + row[0].count("\n") for row in rows) + 1.2) if table else 0.02
+    left = LEFT + 0.06 + NAME_LINE
+    below = BELOW + NAME_LINE * wrapped(words.reference, 2.5, NAMES).count("\n")
     if figure is None:
-        rows = 2 if layout == "page" else 3
-        height = top + bottom + rows * (BELOW + 0.08) + 1.25 * rows
+        number = 2 if layout == "page" else 3
+        height = top + bottom + number * (below + 0.08) + 1.25 * number
         figure = new_figure(width, min(height, SIZES[layout][1]))
     height = size_of(figure)[1]
-    sheet = Sheet(figure, width, height)
+    sheet = Sheet(figure, width, height, left, below)
     sheet.write_title(heading)
 
-    boxes = _places(layout, width, top, height - bottom)
-    axes = [sheet.add_axes(box) for box in boxes]
-    _draw_running(axes[0], axes[1], sets, labels_of(labels))
-    _draw_histograms(axes[2], sets, labels_of(labels).norm, log)
-    handles, names = axes[0].get_legend_handles_labels()
+    axes = [sheet.add_axes(box) for box in _places(layout, sheet, top, height - bottom)]
+    handles = _draw_running(axes[0], axes[1], sets, words)
+    _draw_histograms(axes[2], sets, f"{words.short_norm},  {words.difference}", log)
     figure.legend(
-        handles,
+        [*handles, Patch(color="0.5", alpha=0.4, linewidth=0)],
         names,
         loc="upper left",
-        bbox_to_anchor=(LEFT / width, 1 - (0.05 + TITLE_LINE * len(heading)) / height),
+        bbox_to_anchor=(0.12 / width, 1 - (0.05 + TITLE_LINE * len(heading)) / height),
         ncol=across,
         frameon=False,
         fontsize=SMALL,
         borderpad=0,
         borderaxespad=0,
         labelspacing=0.25,
-        handlelength=2.6,
+        handlelength=3.4,
         columnspacing=1.2,
     )
     figure.align_ylabels(axes if layout == "column" else axes[:2])
-    if table:
-        _write_table(sheet, sets, height - bottom + 1.3 * LINE)
+    at = height - bottom + LINE
+    first = 0.6 + max([width_of(line, SMALL) for row in rows[1:] for line in row[0].split("\n")],
+                      default=0)
+    for row in rows:
+        _write_row(sheet, row, at, first)
+        at += LINE * (1 + row[0].count("\n"))
     return figure
 
 
-def _places(layout: Layout, width: float, top: float, below: float) -> list[Box]:
+def _places(layout: Layout, sheet: Sheet, top: float, end: float) -> list[Box]:
     """Return the boxes of running medians, running NMAD and histograms."""
     gap = 0.08
     number = 2 if layout == "page" else 3
-    part = (below - top - number * (gap + BELOW)) / number
-    tops = [top + gap + i * (part + gap + BELOW) for i in range(number)]
+    part = (end - top - number * (gap + sheet.below)) / number
+    tops = [top + gap + i * (part + gap + sheet.below) for i in range(number)]
+    left = sheet.left
     if layout == "column":
-        return [Box(LEFT, at, width - LEFT - RIGHT, part) for at in tops]
-    half = (width - 2 * (LEFT + RIGHT)) / 2
+        return [Box(left, at, sheet.width - left - RIGHT, part) for at in tops]
+    half = (sheet.width - left - LEFT - 2 * RIGHT) / 2
     whole = tops[1] + part - tops[0]
-    return [Box(LEFT, at, half, part) for at in tops] + [
-        Box(2 * LEFT + RIGHT + half, tops[0], half, whole)
+    return [Box(left, at, half, part) for at in tops] + [
+        Box(left + RIGHT + half + LEFT, tops[0], half, whole)
     ]
 
 
-def _draw_running(medians: Any, nmads: Any, sets: Mapping[str, Objects], labels: Any) -> None:
-    """Draw the running lines of all estimators."""
+def _draw_running(
+    medians: Any, nmads: Any, sets: Mapping[str, Objects], labels: Labels
+) -> list[Any]:
+    """Draw the running lines of all estimators. Return those of the medians."""
+    handles: list[Any] = []
     reach, highest = 0.0, 0.0
     starts, ends = [], []
-    for (name, objects), (colour, dashes) in zip(sets.items(), LOOKS):
+    for i, objects in enumerate(sets.values()):
         lines = running(objects)
-        for axes, values, band in (
+        style = _style(medians, i, lines.counts.size)
+        for axes, values, (low, high) in (
             (medians, lines.median, lines.median_band),
             (nmads, lines.nmad, lines.nmad_band),
         ):
-            marker = {"marker": "o", "markersize": 2.5} if lines.counts.size <= 15 else {}
-            axes.plot(
-                lines.reference, values, color=colour, linestyle=dashes, linewidth=1.1,
-                label=name, gid="running", zorder=3, **marker,
-            )
-            low, high = band
+            (line,) = axes.plot(lines.reference, values, gid="running", zorder=3, **style)
+            handles += [line] * (axes is medians)
+            known = np.isfinite(low)
             axes.fill_between(
-                lines.reference, low, high, color=colour, alpha=0.18, linewidth=0, gid="band"
+                lines.reference, low, high, where=known, step="mid", color=style["color"],
+                alpha=0.18, linewidth=0, gid="band",
             )
             if lines.counts.size <= 15:
-                axes.vlines(lines.reference, low, high, color=colour, linewidth=0.7)
+                axes.vlines(lines.reference[known], low[known], high[known],
+                            color=style["color"], linewidth=0.7)
         starts.append(float(lines.reference[0]))
         ends.append(float(lines.reference[-1]))
         reach = max(reach, float(np.nanmax(np.abs([lines.median, *lines.median_band]))))
@@ -189,14 +210,30 @@ def _draw_running(medians: Any, nmads: Any, sets: Mapping[str, Objects], labels:
     reach = 1.1 * min(reach, 1e300) or 0.1
     for axes in (medians, nmads):
         label_axis(axes.xaxis, labels.reference, xlim)
-    label_axis(medians.yaxis, "running median", (-reach, reach))
-    label_axis(nmads.yaxis, "running NMAD", (0, 1.1 * min(highest, 1e300) or 0.1))
+    label_axis(medians.yaxis, f"running median of\n{labels.short_norm}", (-reach, reach))
+    highest = 1.1 * min(highest, 1e300) or 0.1
+    label_axis(nmads.yaxis, f"running NMAD of\n{labels.short_norm}", (0, highest))
+    return handles
+
+
+def _style(axes: Any, i: int, points: int) -> dict[str, Any]:
+    """Return the colour, dashes and marker of an estimator. Markers of two lie side by side."""
+    step = math.ceil(points / MARKS)
+    return {
+        "color": colours_of(axes).estimators[i],
+        "linestyle": DASHES[i],
+        "linewidth": 1.1,
+        "marker": MARKERS[i],
+        "markersize": 3,
+        "markeredgewidth": 0,
+        "markevery": (i % step, step),
+    }
 
 
 def _draw_histograms(
     axes: Any, sets: Mapping[str, Objects], name: str, log: bool | None
 ) -> None:
-    """Draw the outlines of all histograms, in the bins of the narrowest."""
+    """Draw all histograms as lines through the middles of the bins of the narrowest."""
     spreads = [spread_of(objects.norm) for objects in sets.values()]
     log = any(spread.has_tail for spread in spreads) if log is None else log
     limits = [
@@ -208,11 +245,11 @@ def _draw_histograms(
     limit = max(limits)
     narrowest = min(spreads, key=lambda spread: spread.high - spread.low)
     top, outside = 1, 0
-    for objects, (colour, dashes) in zip(sets.values(), LOOKS):
+    for i, objects in enumerate(sets.values()):
         counts, edges = histogram(objects.norm, narrowest, limit, most=61)
-        axes.stairs(
-            counts, edges, baseline=0.5 if log else 0, color=colour, linestyle=dashes,
-            linewidth=1.0, gid="histogram",
+        axes.plot(
+            (edges[1:] + edges[:-1]) / 2, np.where(counts == 0, np.nan, counts), gid="histogram",
+            **{**_style(axes, i, counts.size), "markevery": 1, "markersize": 2},
         )
         top = max(top, int(counts.max()))
         outside += objects.norm.size - int(counts.sum())
@@ -221,25 +258,37 @@ def _draw_histograms(
         axes.set_yscale("log")
     label_axis(axes.xaxis, name, (-limit, limit))
     label_counts(axes, "objects per bin", (0.5, 2 * top) if log else (0, 1.08 * top), log)
-    note_outside(axes, outside, SMALL)
+    write_outside(axes, outside, SMALL)
 
 
-def _write_table(sheet: Sheet, sets: Mapping[str, Objects], top: float) -> None:
-    """Write a row of numbers for each estimator."""
-    span = min(sheet.width, 4.2) - LEFT
-    points = [LEFT + share * span for share in (0.36, 0.53, 0.7, 0.87)]
-    for point, heading in zip(points, ("$n$", "NMAD", "bias", "outliers")):
-        sheet.write_cell(point, top, heading, ha="center")
-    for i, (name, objects) in enumerate(sets.items(), 1):
-        at = top + i * LINE
+def _table(sets: Mapping[str, Objects], labels: Labels, width: float) -> list[list[str]]:
+    """Return the rows of numbers of the estimators, and what they are."""
+    rows = [["estimator", "$n$", "NMAD", "bias", "outliers"]]
+    for name, objects in sets.items():
         norm = objects.statistics.norm
-        sheet.write_cell(LEFT, at, name if len(name) <= 20 else name[:19] + "…")
-        numbers = (
-            f"{objects.statistics.n:,}",
-            three_digits(norm.nmad),
-            three_digits(norm.bias),
-            percent(norm.outliers_015),
+        rows.append(
+            [
+                wrapped(name, width - 0.3 - 4 * STEP, SMALL),
+                f"{objects.statistics.n:,}",
+                three_digits(norm.nmad),
+                three_digits(norm.bias),
+                percent(norm.outliers_015),
+            ]
         )
-        sheet.write_cell(points[0] + 0.15, at, numbers[0], ha="right")
-        for point, number in zip(points[1:], numbers[1:]):
-            sheet.write_number(point - 0.05, at, number)
+    what = (
+        f"{labels.difference};  NMAD, bias, and outliers beyond ±{BOUND}, of {labels.short_norm}"
+    )
+    return [[wrapped(what, width - 0.2, SMALL)], *rows]
+
+
+def _write_row(sheet: Sheet, row: list[str], top: float, first: float) -> None:
+    """Write a row of the table. The point of the first number is at `first`."""
+    name, *numbers = row
+    more = name.count("\n")  # the baseline of a text is that of its last line
+    sheet.write_cell(0.12, top + more * LINE, name, va="baseline", linespacing=1.35)
+    for i, number in enumerate(numbers):
+        if number[0].isdigit() or number[0] == MINUS or number == "NaN":
+            sheet.write_number(first + i * STEP, top, number)
+        else:
+            sheet.write_cell(first + i * STEP, top, number, ha="center" if i else "right",
+                             va="baseline")

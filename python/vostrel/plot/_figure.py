@@ -13,7 +13,10 @@ from matplotlib.figure import Figure, FigureBase
 from vostrel._inputs import NanPolicy
 from vostrel._results import ROWS, PointStatistics, ResidualStatistics
 from vostrel.plot._layout import (
+    BELOW,
+    LEFT,
     LINE,
+    NAME_LINE,
     NAMES,
     SIZES,
     SMALL,
@@ -28,10 +31,13 @@ from vostrel.plot._limits import reference_limits, spread_of
 from vostrel.plot._objects import Objects, objects_of
 from vostrel.plot._panels import MANY, draw_estimates, draw_histogram, draw_residuals
 from vostrel.plot._running import running
-from vostrel.plot._words import Labels, labels_of, percent, three_digits, title_lines
+from vostrel.plot._words import Labels, labels_of, percent, three_digits, title_lines, wrapped
 
 Panel = Literal["estimates", "histogram", "residuals"]
 PANELS: tuple[Panel, ...] = get_args(Panel)
+
+#: Inches of the shortest axis that is named after the reference or the estimate.
+SHORTEST = 2.0
 
 
 def diagnostic_figure(
@@ -124,12 +130,16 @@ def diagnostic_figure(
     top = 0.08 + TITLE_LINE * len(heading)
     rows = table_lines(objects, source) if table else []
     bottom = LINE * (len(rows) + TABLE_LINES) + 0.05 if table else 0.02
+    left, below = (
+        edge + NAME_LINE * wrapped(name, SHORTEST, NAMES).count("\n")
+        for edge, name in ((LEFT, names.estimate), (BELOW, names.reference))
+    )
     if figure is None:
-        height = diagnostic_height(layout, width, panels, bar, top + bottom)
+        height = diagnostic_height(layout, width, panels, bar, top + bottom, below)
         figure = new_figure(width, height)
     else:
         height = size_of(figure)[1]
-    sheet = Sheet(figure, width, height)
+    sheet = Sheet(figure, width, height, left, below)
     sheet.write_title(heading)
     boxes, bar_box = place_panels(layout, sheet, panels, bar, top, height - bottom)
     axes = {panel: sheet.add_axes(box) for panel, box in boxes.items()}
@@ -226,17 +236,13 @@ def write_table(
 ) -> None:
     """Write the numbers of both residuals in two blocks side by side."""
     statistics = objects.statistics
-    sheet.write_cell(
-        0.12,
-        top,
-        f"{labels.delta} = {labels.reference} − {labels.estimate},   $n$ = {statistics.n:,}",
-    )
+    sheet.write_cell(0.12, top, f"{labels.difference},   $n$ = {statistics.n:,}")
     middle = min((sheet.width - 0.1) / 2, 2.6)
     for left, rows in ((0.12, ROWS[:6]), (0.12 + middle, ROWS[6:])):
         points = left + 0.35 * middle, left + 0.71 * middle
         if rows[0][2]:
             sheet.write_cell(left, top + LINE * 1.1, "outliers")
-        for point, heading in zip(points, (labels.delta, labels.norm)):
+        for point, heading in zip(points, (labels.delta, labels.short_norm)):
             sheet.write_cell(point, top + LINE * 1.1, heading, ha="center")
         for i, (name, label, unit) in enumerate(rows):
             at = top + LINE * (i + 2.2)

@@ -18,8 +18,9 @@ SIZES: dict[str, tuple[float, float]] = {"page": (7.1, 5.0), "column": (3.45, 7.
 #: Font sizes in points: of text, of the names of axes, of the title.
 SMALL, NAMES, TITLE = 6.5, 7.0, 8.0
 
-#: Margins of a panel in inches: left, right, above for its legend, below for its axis.
-LEFT, RIGHT, ABOVE, BELOW = 0.52, 0.1, 0.19, 0.4
+#: Margins of a panel in inches: left, right, above for its legend, below for its axis. A name of an
+#: axis that takes more than one line adds NAME_LINE for each.
+LEFT, RIGHT, ABOVE, BELOW, NAME_LINE = 0.52, 0.1, 0.3, 0.4, 0.115
 
 #: Inches for the colour bar: the gap, the bar, and its ticks and name.
 BAR = (0.05, 0.09, 0.36)
@@ -39,10 +40,16 @@ class Box:
 
 
 class Sheet:
-    """A figure on which things are placed in inches from its upper left corner."""
+    """A figure on which things are placed in inches from its upper left corner.
 
-    def __init__(self, figure: Any, width: float, height: float) -> None:
+    `left` and `below` are the margins of its panels.
+    """
+
+    def __init__(
+        self, figure: Any, width: float, height: float, left: float = LEFT, below: float = BELOW
+    ) -> None:
         self.figure, self.width, self.height = figure, width, height
+        self.left, self.below = left, below
 
     def add_axes(self, box: Box) -> Axes:
         """Return new Axes in the box, with the style of print."""
@@ -97,15 +104,15 @@ def dress(axes: Axes) -> None:
 
 
 def diagnostic_height(
-    layout: Layout, width: float, panels: Sequence[str], bar: bool, overhead: float
+    layout: Layout, width: float, panels: Sequence[str], bar: bool, overhead: float, below: float
 ) -> float:
     """Return the best height for the panels of a diagnostic figure."""
     others = len(panels) - ("estimates" in panels)
     inner = widest_square(layout, width, others > 0, bar) if "estimates" in panels else 0.0
     if layout == "column" or not inner:
         inner += 1.2 * others
-        overhead += (len(panels) - 1) * (ABOVE + BELOW)
-    return min(SIZES[layout][1], overhead + inner + ABOVE + BELOW)
+        overhead += (len(panels) - 1) * (ABOVE + below)
+    return min(SIZES[layout][1], overhead + inner + ABOVE + below)
 
 
 def widest_square(layout: Layout, width: float, others: bool, bar: bool) -> float:
@@ -121,26 +128,26 @@ def place_panels(
 ) -> tuple[dict[str, Box], Box]:
     """Return the boxes of the panels between `top` and `below`, and that of the colour bar."""
     space = sum(BAR) if bar else 0.0
-    room = sheet.width - LEFT - RIGHT
+    start, ends = sheet.left, ABOVE + sheet.below
+    room = sheet.width - start - RIGHT
     height = below - top
     boxes: dict[str, Box] = {}
     others = [panel for panel in panels if panel != "estimates"]
     if layout == "page" and others and "estimates" in panels:
-        side = min(height - ABOVE - BELOW, widest_square(layout, sheet.width, True, bar))
-        boxes["estimates"] = Box(LEFT, top + ABOVE, side, side)
-        left = LEFT + side + space + LEFT
-        stack(boxes, others, left, top, sheet.width - left - RIGHT, side + ABOVE + BELOW)
+        side = min(height - ends, widest_square(layout, sheet.width, True, bar))
+        boxes["estimates"] = Box(start, top + ABOVE, side, side)
+        left = start + side + space + LEFT
+        stack(boxes, others, left, top, sheet.width - left - RIGHT, side + ends, sheet.below)
     elif "estimates" in panels:
-        free = height - len(panels) * (ABOVE + BELOW)
+        free = height - len(panels) * ends
         side = min(
             free * (0.56 if others else 1),
-            widest_square(layout, sheet.width, bool(others), bar),
+            widest_square(layout, sheet.width, bool(others), bar) + LEFT - start,
         )
-        boxes["estimates"] = Box(LEFT, top + ABOVE, side, side)
-        used = ABOVE + side + BELOW
-        stack(boxes, others, LEFT, top + used, room, height - used)
+        boxes["estimates"] = Box(start, top + ABOVE, side, side)
+        stack(boxes, others, start, top + side + ends, room, height - side - ends, sheet.below)
     else:
-        stack(boxes, others, LEFT, top, room - space, height)
+        stack(boxes, others, start, top, room - space, height, sheet.below)
     host = boxes.get("estimates") or boxes[panels[-1]]
     gap, thickness, _ = BAR
     return boxes, Box(host.left + host.width + gap, host.top, thickness, host.height)
@@ -148,12 +155,12 @@ def place_panels(
 
 def stack(
     boxes: dict[str, Box], panels: Sequence[str], left: float, top: float, width: float,
-    height: float,
+    height: float, below: float,
 ) -> None:
     """Add boxes for the panels, one below the other. Residuals get a little more."""
     shares = [1.25 if panel == "residuals" else 1.0 for panel in panels]
-    free = height - len(panels) * (ABOVE + BELOW)
+    free = height - len(panels) * (ABOVE + below)
     for panel, share in zip(panels, shares):
         part = free * share / sum(shares)
         boxes[panel] = Box(left, top + ABOVE, width, part)
-        top += ABOVE + part + BELOW
+        top += ABOVE + part + below

@@ -13,13 +13,15 @@ import numpy as np
 from matplotlib.axes import Axes
 from matplotlib.axis import Axis
 from matplotlib.colors import LogNorm
-from matplotlib.patheffects import withStroke
+from matplotlib.font_manager import FontProperties
 from matplotlib.ticker import FuncFormatter, LogLocator, MaxNLocator, NullFormatter
 from numpy.typing import NDArray
 
 from vostrel import _core
 from vostrel._inputs import NanPolicy
 from vostrel._results import PointStatistics
+from vostrel._uncertainties import CONFIDENCE
+from vostrel.plot._colours import DASHED, DOTTED, colours_of
 from vostrel.plot._limits import (
     BOUND,
     Limits,
@@ -33,9 +35,19 @@ from vostrel.plot._limits import (
 )
 from vostrel.plot._objects import Objects, objects_of
 from vostrel.plot._running import Running, running
-from vostrel.plot._words import MINUS, Labels, labels_of, percent, three_digits
+from vostrel.plot._words import (
+    LONGEST,
+    MINUS,
+    Labels,
+    labels_of,
+    percent,
+    three_digits,
+    width_of,
+    wrapped,
+)
 
 Artists = dict[str, list[Any]]
+Floats = NDArray[np.float64]
 
 #: More objects than this are drawn as a density: points would run together.
 MANY = 5000
@@ -43,13 +55,11 @@ MANY = 5000
 #: Cells along the reference axis of a density, if there are many different values, and if few.
 CELLS = (110, 27)
 
-# Colours that colour-blind readers tell apart; the dashes tell the lines apart in grey.
-BLACK, RED, BLUE, GREEN, GREY = "black", "#d55e00", "#0072b2", "#009e73", "0.45"
-DENSITY_MAP = "cividis"
-DASHED, DOTTED = (0, (4, 1.5)), (0, (1.2, 1))
+#: Columns into which the markers of objects beyond an axis are gathered: more would run together.
+COLUMNS = 200
 
-#: White edges, which make a line visible on dark cells.
-EDGES = [withStroke(linewidth=1.8, foreground="white")]
+#: What the bands of the running lines are.
+BANDS = f"{100 * CONFIDENCE:.1f} % confidence"
 
 
 def plot_estimates(
@@ -137,7 +147,8 @@ def plot_residual_histogram(
 
     Bins follow the rule of Freedman and Diaconis. Zero, the bias, sigma and
     the NMAD are marked, the last two from zero, because the outliers and the
-    NMAD are measured from zero. A normal curve has the NMAD as its width.
+    NMAD are measured from zero. A normal curve shows the shape of the core:
+    its centre is the median, its standard deviation 1.4826 MAD(Delta).
 
     Parameters
     ----------
@@ -195,6 +206,7 @@ def plot_residuals(
     and the running NMAD, on both sides of zero, in bins of equal counts.
     There are half the square root of n bins, at least 1 and at most 100. The
     bands are 68.3 % confidence intervals, as those of `vostrel.uncertainties`.
+    Triangles at the edges stand for the objects beyond the vertical axis.
 
     Parameters
     ----------
@@ -206,7 +218,8 @@ def plot_residuals(
     Returns
     -------
     dict of str to list of Artist
-        "objects", "zero", "running median", "running NMAD", "band", "bound".
+        "objects", "beyond", "zero", "running median", "running NMAD", "band",
+        "bound".
 
     Raises
     ------
@@ -249,20 +262,19 @@ def draw_estimates(
     **style: Any,
 ) -> Artists:
     """Draw as `plot_estimates` does."""
+    look = colours_of(axes)
     limits = square_limits(objects, xlim)
     ends = np.array(limits)
-    artists = draw_objects(
-        axes, objects.reference, objects.estimate, limits, limits, fontsize, style
-    )
-    artists["one-to-one"] = axes.plot(
-        ends, ends, color=BLACK, linewidth=0.7, label="one to one", gid="one-to-one"
+    artists = draw_objects(axes, objects.reference, objects.estimate, limits, limits, style)
+    artists["one-to-one"] = axes.plot(  # below the objects: it would hide the densest
+        ends, ends, color=look.ink, linewidth=0.7, zorder=0.9, label="one to one", gid="one-to-one"
     )
     artists["bound"] = []
     for sign in (1, -1):
         artists["bound"] += axes.plot(
             ends,
             ends + sign * BOUND * (1 + ends),
-            color=RED,
+            color=look.red,
             linestyle=DASHED,
             linewidth=0.8,
             label=f"{labels.norm} = ±{BOUND}" if sign == 1 else None,
@@ -270,10 +282,11 @@ def draw_estimates(
         )
     label_axis(axes.xaxis, labels.reference, limits)
     label_axis(axes.yaxis, labels.estimate, limits)
+    note_outside(axes, objects.reference, objects.estimate, fontsize)
     if note:
-        artists["note"] = [draw_note(axes, objects, limits, fontsize)]
+        artists["note"] = [draw_note(axes, objects, limits, labels, fontsize)]
     if legend:
-        legend_above(axes, 2, fontsize)
+        legend_above(axes, 1, fontsize)
     return artists
 
 
@@ -289,22 +302,25 @@ def draw_histogram(
     **style: Any,
 ) -> Artists:
     """Draw as `plot_residual_histogram` does."""
+    look = colours_of(axes)
     log = spread.has_tail if log is None else log
     norm = objects.statistics.norm
     limit = residual_limit(spread, norm.nmad, (norm.bias, norm.sigma, norm.nmad))
     if log:
         limit = tail_limit(spread, limit)
     counts, edges = histogram(objects.norm, spread, limit)
-    look = {"fill": True, "facecolor": "0.8", "edgecolor": GREY, "linewidth": 0.6, **style}
+    style = {
+        "fill": True, "facecolor": look.fill, "edgecolor": look.grey, "linewidth": 0.6, **style
+    }
     floor = 0.5 if log else 0
     artists: Artists = {
-        "histogram": [axes.stairs(counts, edges, baseline=floor, gid="histogram", **look)],
-        "zero": [axes.axvline(0, color=BLACK, linewidth=0.6, zorder=2, gid="zero")],
+        "histogram": [axes.stairs(counts, edges, baseline=floor, gid="histogram", **style)],
+        "zero": [axes.axvline(0, color=look.ink, linewidth=0.6, zorder=2, gid="zero")],
     }
     for name, value, sign, colour, dashes in (
-        ("bias", norm.bias, "", RED, "-"),
-        ("sigma", norm.sigma, "±σ", BLUE, DASHED),
-        ("nmad", norm.nmad, "±NMAD", GREEN, DOTTED),
+        ("bias", norm.bias, "", look.red, "-"),
+        ("sigma", norm.sigma, "±σ", look.blue, DASHED),
+        ("nmad", norm.nmad, "±NMAD about 0", look.green, DOTTED),
     ):
         label = sign or name
         if not abs(value) <= limit:  # not in view, or NaN
@@ -321,7 +337,9 @@ def draw_histogram(
             )
             for i, place in enumerate((value, -value) if sign else (value,))
         ]
-    artists["normal"] = draw_normal(axes, norm.nmad, objects.norm.size, edges, floor)
+    artists["normal"] = draw_normal(
+        axes, spread.median, 1.4826 * norm.mad_delta, objects.norm.size, edges, floor
+    )
     if log:
         axes.set_yscale("log")
     most = max(1, int(counts.max()))
@@ -329,9 +347,9 @@ def draw_histogram(
     top = max([most, *(min(1.5 * most, peak) for peak in peaks)])
     label_axis(axes.xaxis, labels.norm, (-limit, limit))
     label_counts(axes, "objects per bin", (floor, 2 * top if log else 1.08 * top), log)
-    note_outside(axes, objects.norm.size - int(counts.sum()), fontsize)
+    write_outside(axes, objects.norm.size - int(counts.sum()), fontsize)
     if legend:
-        legend_above(axes, 4, fontsize)
+        legend_above(axes, 2, fontsize)
     return artists
 
 
@@ -348,41 +366,36 @@ def draw_residuals(
     **style: Any,
 ) -> Artists:
     """Draw as `plot_residuals` does."""
+    look = colours_of(axes)
     limit = residual_limit(
         spread,
         objects.statistics.norm.nmad,
         (BOUND, float(np.abs(np.r_[lines.median, lines.nmad]).max())),
     )
     ylim = (-limit, limit)
-    artists = draw_objects(axes, objects.reference, objects.norm, xlim, ylim, fontsize, style)
+    artists = draw_objects(axes, objects.reference, objects.norm, xlim, ylim, style)
     artists["zero"] = [axes.axhline(0, color="0.5", linewidth=0.6, zorder=2, gid="zero")]
-    on_density = objects.norm.size > MANY
-    artists["running median"], artists["band"] = draw_line(
-        axes, lines, lines.median, lines.median_band, BLACK, "-", "o", "running median",
-        on_density=on_density,
-    )
-    artists["running NMAD"] = []
-    for sign in (1, -1):
-        drawn, band = draw_line(
-            axes,
-            lines,
-            sign * lines.nmad,
-            sign * lines.nmad_band,
-            GREEN,
-            "--",
-            "s",
-            "running NMAD",
-            "±NMAD" if sign == 1 else None,
-            on_density,
+    halo = look.edges if objects.norm.size > MANY else []
+    artists["running median"], artists["running NMAD"], artists["band"] = [], [], []
+    median, nmad = (look.ink, "-", "o", "running median"), (look.green, "--", "s", "running NMAD")
+    for label, values, band, (colour, dashes, marker, name) in (
+        ("running median", lines.median, lines.median_band, median),
+        ("±running NMAD about 0", lines.nmad, lines.nmad_band, nmad),
+        (None, -lines.nmad, -lines.nmad_band, nmad),
+    ):
+        drawn, shade = draw_line(
+            axes, lines.reference, values, band, color=colour, linestyle=dashes, marker=marker,
+            markerfacecolor=look.paper, path_effects=halo, label=label, gid=name,
         )
-        artists["running NMAD"] += drawn
-        artists["band"] += band
+        artists[name] += drawn
+        artists["band"] += shade
+    artists["band"][0].set_label(BANDS)
     artists["bound"] = []
     if BOUND < limit:
         artists["bound"] = [
             axes.axhline(
                 sign * BOUND,
-                color=RED,
+                color=look.red,
                 linestyle=DASHED,
                 linewidth=0.8,
                 zorder=2,
@@ -393,8 +406,10 @@ def draw_residuals(
         ]
     label_axis(axes.xaxis, labels.reference, xlim)
     label_axis(axes.yaxis, labels.norm, ylim)
+    artists["beyond"] = draw_beyond(axes, objects.reference, objects.norm, xlim, limit)
+    note_outside(axes, objects.reference, objects.norm, fontsize, bool(artists["beyond"]))
     if legend:
-        legend_above(axes, 3, fontsize)
+        legend_above(axes, 2, fontsize)
     return artists
 
 
@@ -402,40 +417,59 @@ def draw_residuals(
 
 
 def draw_objects(
-    axes: Axes,
-    x: NDArray[np.float64],
-    y: NDArray[np.float64],
-    xlim: Limits,
-    ylim: Limits,
-    fontsize: float | None,
-    style: dict[str, Any],
+    axes: Axes, x: Floats, y: Floats, xlim: Limits, ylim: Limits, style: dict[str, Any]
 ) -> Artists:
-    """Draw the objects as points, or as a density if there are many. Say how many lie outside."""
+    """Draw the objects as points, or as a density if there are many."""
+    look = colours_of(axes)
     if x.size <= MANY:
         size = 2.2 if x.size > 300 else 5 if x.size > 30 else 8
-        look = {"color": GREY, "marker": ".", "markersize": size, "markeredgewidth": 0, **style}
-        counts = _core.count_in_cells(x, y, xlim, ylim)
-        objects: list[Any] = axes.plot(x, y, linestyle="", zorder=1, gid="objects", **look)
-    else:
-        counts = density(x, y, xlim, ylim)
-        shade = LogNorm(1, max(10, int(counts.max())))
-        look = {"cmap": DENSITY_MAP, "norm": shade, "interpolation": "nearest", **style}
-        image = axes.imshow(
-            np.where(counts == 0, np.nan, counts),
-            origin="lower",
-            extent=(*xlim, *ylim),
-            aspect="auto",
-            zorder=1,
-            gid="objects",
-            **look,
-        )
-        objects = [image]
-    note_outside(axes, x.size - int(counts.sum()), fontsize)
-    return {"objects": objects}
+        style = {
+            "color": look.grey, "marker": ".", "markersize": size, "markeredgewidth": 0, **style
+        }
+        return {"objects": axes.plot(x, y, linestyle="", zorder=1, gid="objects", **style)}
+    counts = density(x, y, xlim, ylim)
+    shade = LogNorm(1, max(10, int(counts.max())))
+    style = {"cmap": look.density, "norm": shade, "interpolation": "nearest", **style}
+    image = axes.imshow(
+        np.where(counts == 0, np.nan, counts),
+        origin="lower",
+        extent=(*xlim, *ylim),
+        aspect="auto",
+        zorder=1,
+        gid="objects",
+        **style,
+    )
+    return {"objects": [image]}
+
+
+def draw_beyond(
+    axes: Axes, x: Floats, y: Floats, xlim: Limits, limit: float
+) -> list[Any]:
+    """Draw triangles at the edges for objects beyond the vertical axis."""
+    beyond = (x >= xlim[0]) & (x <= xlim[1]) & (np.abs(y) > limit)
+    x, y = x[beyond], y[beyond]
+    width = (xlim[1] - xlim[0]) / COLUMNS
+    drawn: list[Any] = []
+    for above, place, marker in ((y > 0, 0.97, "^"), (y < 0, 0.03, "v")):
+        if above.any():
+            columns = np.unique(np.floor((x[above] - xlim[0]) / width))
+            drawn += axes.plot(
+                xlim[0] + (columns + 0.5) * width,
+                np.full(columns.size, place),
+                transform=axes.get_xaxis_transform(),
+                linestyle="",
+                marker=marker,
+                markersize=3,
+                markeredgewidth=0,
+                color=colours_of(axes).blue,
+                zorder=3,
+                gid="beyond",
+            )
+    return drawn
 
 
 def density(
-    x: NDArray[np.float64], y: NDArray[np.float64], xlim: Limits, ylim: Limits
+    x: Floats, y: Floats, xlim: Limits, ylim: Limits
 ) -> NDArray[np.uint64]:
     """Return the counts of objects in fine cells, or in coarse ones if few cells hold objects."""
     square = xlim == ylim
@@ -449,82 +483,67 @@ def density(
 
 
 def histogram(
-    norm: NDArray[np.float64], spread: Spread, limit: float, most: int = 199
-) -> tuple[NDArray[np.uint64], NDArray[np.float64]]:
+    norm: Floats, spread: Spread, limit: float, most: int = 199
+) -> tuple[NDArray[np.uint64], Floats]:
     """Return the counts and edges of the histogram from -limit to limit."""
     edges = np.linspace(-limit, limit, histogram_bins(spread, norm.size, limit, most) + 1)
     return _core.count_in_bins(norm, edges.tolist()), edges
 
 
 def draw_normal(
-    axes: Axes, nmad: float, n: int, edges: NDArray[np.float64], floor: float
+    axes: Axes, centre: float, sigma: float, n: int, edges: Floats, floor: float
 ) -> list[Any]:
-    """Draw the normal curve of n objects about zero whose standard deviation is the NMAD."""
-    if not (math.isfinite(nmad) and nmad > 0 and edges[-1] - edges[-2] < 6 * nmad):
+    """Draw the normal curve of n objects."""
+    if not (math.isfinite(sigma) and sigma > 0 and edges[-1] - edges[-2] < 6 * sigma):
         return []
     x = np.linspace(edges[0], edges[-1], 1001)
     with np.errstate(under="ignore"):
-        y = (n * (edges[1] - edges[0]) / (nmad * math.sqrt(2 * math.pi))) * np.exp(
-            -((x / nmad) ** 2) / 2
+        y = (n * (edges[1] - edges[0]) / (sigma * math.sqrt(2 * math.pi))) * np.exp(
+            -(((x - centre) / sigma) ** 2) / 2
         )
     y[y < floor] = np.nan
     return list(
-        axes.plot(x, y, color=BLACK, linewidth=0.8, zorder=4, label="normal",
-                  gid="normal", scaley=False)
+        axes.plot(x, y, color=colours_of(axes).ink, linewidth=0.8, zorder=4,
+                  label="normal (median, 1.4826 MAD(Δ))", gid="normal", scaley=False)
     )
 
 
 def draw_line(
-    axes: Axes,
-    lines: Running,
-    values: NDArray[np.float64],
-    band: NDArray[np.float64],
-    colour: str,
-    dashes: Any,
-    marker: str,
-    name: str,
-    label: str | None = "",
-    on_density: bool = False,
+    axes: Axes, x: Floats, values: Floats, band: Floats, **style: Any
 ) -> tuple[list[Any], list[Any]]:
     """Draw a running statistic with its band; return the line and the band."""
-    x = lines.reference
     few = x.size <= 15  # more markers would run into each other
-    look: dict[str, Any] = {"markersize": 3.5, "markerfacecolor": "white", "marker": marker}
+    low, high = np.sort(band, axis=0)
+    colour, gid = style["color"], f"{style['gid']} band"
     if not few:
-        look = {"path_effects": EDGES} if on_density else {}
-    drawn = axes.plot(
-        x,
-        values,
-        color=colour,
-        linestyle=dashes,
-        linewidth=1.0,
-        zorder=5,
-        label=name if label == "" else label,
-        gid=name,
-        **look,
-    )
-    low, high = band
-    shade = axes.fill_between(
-        x, low, high, color=colour, alpha=0.35, linewidth=0, zorder=3, gid=f"{name} band"
-    )
-    bars = [shade]
-    if few:  # a band is hard to see between few points, and there may be only one
-        bars.append(axes.vlines(x, low, high, color=colour, linewidth=0.8, zorder=4))
-    return drawn, bars
+        style["marker"] = ""
+    style = {"linewidth": 1.0, "markersize": 3.5, "zorder": 5, **style}
+    drawn = axes.plot(x, values, **style)
+    known = np.isfinite(low)
+    if few:
+        reach = np.maximum([values - low, high - values], 0)[:, known]
+        shade = axes.errorbar(x[known], values[known], reach, fmt="none", ecolor=colour,
+                              elinewidth=0.8, zorder=4, gid=gid)
+    else:  # each bin has its own interval: slopes between them would mean nothing
+        shade = axes.fill_between(x, low, high, where=known, step="mid", color=colour, alpha=0.35,
+                                  linewidth=0, zorder=3, gid=gid)
+    return drawn, [shade]
 
 
-def draw_note(axes: Axes, objects: Objects, limits: Limits, fontsize: float | None) -> Any:
+def draw_note(
+    axes: Axes, objects: Objects, limits: Limits, labels: Labels, fontsize: float | None
+) -> Any:
     """Write the numbers into the emptier of two corners."""
     norm = objects.statistics.norm
+    left_out = objects.nans + objects.infinite
     lines = [
-        f"$n$ = {objects.statistics.n:,}",
+        f"$n$ = {objects.statistics.n:,}" + (f" ({left_out:,} left out)" if left_out else ""),
+        labels.difference,
+        f"of {labels.short_norm}:",
         f"NMAD = {three_digits(norm.nmad)}",
         f"bias = {three_digits(norm.bias)}",
-        f"outliers = {percent(norm.outliers_015)}",
+        f"outliers beyond ±{BOUND}: {percent(norm.outliers_015)}",
     ]
-    left_out = objects.nans + objects.infinite
-    if left_out:
-        lines.insert(1, f"({left_out:,} left out)")
     (low, high), span = limits, limits[1] - limits[0]
     x_edges = [low, low + 0.4 * span, high - 0.4 * span, high]
     y_edges = [low, low + 0.25 * span, high - 0.25 * span, high]
@@ -543,7 +562,7 @@ def draw_note(axes: Axes, objects: Objects, limits: Limits, fontsize: float | No
         fontsize=fontsize,
         zorder=6,
         gid="note",
-        bbox={"facecolor": "white", "alpha": 0.8, "edgecolor": "none", "pad": 1.5},
+        bbox={"facecolor": colours_of(axes).paper, "alpha": 0.8, "edgecolor": "none", "pad": 1.5},
     )
 
 
@@ -555,9 +574,13 @@ def label_axis(axis: Axis, name: str, limits: Limits) -> None:
     axis.set_major_formatter(
         FuncFormatter(lambda value, _: f"{value / 10.0**power:.6g}".replace("-", MINUS))
     )
-    axis.set_label_text(name + (rf" / $10^{{{power}}}$" if power else ""))
+    name += rf" / $10^{{{power}}}$" if power else ""
+    across = axis.axis_name == "x"
+    # A formula may be longer than a low panel, but does not break.
+    inches = inches_of(axis.axes)[0] if across else max(inches_of(axis.axes)[1], LONGEST) + 0.1
+    axis.set_label_text(wrapped(name, inches, axis.label.get_fontsize()))
     axis.labelpad = 2
-    (axis.axes.set_xlim if axis.axis_name == "x" else axis.axes.set_ylim)(limits)
+    (axis.axes.set_xlim if across else axis.axes.set_ylim)(limits)
 
 
 def label_counts(axes: Axes, name: str, limits: Limits, log: bool) -> None:
@@ -573,20 +596,39 @@ def label_counts(axes: Axes, name: str, limits: Limits, log: bool) -> None:
     axes.set_ylim(limits)
 
 
-def note_outside(axes: Axes, outside: int, fontsize: float | None) -> None:
-    """Say how many objects lie outside, beside the name of the horizontal axis."""
-    if outside:
-        axes.annotate(
-            f"{outside:,} outside",
-            (1, 0),
-            (0, -14),
-            fontsize=fontsize,
-            xycoords="axes fraction",
-            textcoords="offset points",
-            ha="right",
-            va="top",
-            gid="outside",
-        )
+def inches_of(axes: Axes) -> tuple[float, float]:
+    """Return the width and height of the Axes."""
+    return axes.bbox.width / axes.figure.figure.dpi, axes.bbox.height / axes.figure.figure.dpi
+
+
+def note_outside(
+    axes: Axes, x: Floats, y: Floats, fontsize: float | None, triangles: bool = False
+) -> None:
+    """Say how many objects lie outside the axes, and whether triangles stand for them."""
+    inside = _core.count_in_cells(x, y, axes.get_xlim(), axes.get_ylim())
+    write_outside(axes, x.size - int(inside.sum()), fontsize, " (triangles)" if triangles else "")
+
+
+def write_outside(axes: Axes, outside: int, fontsize: float | None, how: str = "") -> None:
+    """Write the number beside the name of the horizontal axis, or below a long one."""
+    if not outside:
+        return
+    text, name = f"{outside:,} outside{how}", axes.xaxis.label
+    size = FontProperties(size=fontsize).get_size_in_points()
+    wide = max(width_of(line, name.get_fontsize()) for line in name.get_text().split("\n"))
+    beside = wide / 2 + width_of(text, size) < inches_of(axes)[0] / 2
+    lines = 0 if beside else 1 + name.get_text().count("\n")
+    axes.annotate(
+        text,
+        (1, 0),
+        (0, -14 - 1.2 * name.get_fontsize() * lines),
+        fontsize=fontsize,
+        xycoords="axes fraction",
+        textcoords="offset points",
+        ha="right",
+        va="top",
+        gid="outside",
+    )
 
 
 def legend_above(axes: Axes, columns: int, fontsize: float | None) -> None:
