@@ -1,5 +1,21 @@
 """The statistics by which redshift estimates, and any regression, are judged.
 
+==========================  ====================================================
+point_statistics            all statistics of two arrays
+binned_statistics           the same in bins of some quantity
+uncertainties               all statistics with their errors, by formula
+bootstrap                   all statistics with their errors, by resampling
+bootstrap_difference        estimators compared, with errors
+lsst_metrics                the four point metrics of LSST's pipelines
+chunked_statistics          for data that don't fit into memory
+chunked_binned_statistics   the same in bins
+Accumulator                 for your own engine
+read_report                 the numbers of a report of the program ``vostrel``
+vostrel.dask                for Dask's collections
+vostrel.mpi                 for the processes of an MPI job
+vostrel.plot                figures
+==========================  ====================================================
+
 The numbers are those of the program ``vostrel``, to the last bit, but from
 arrays instead of files.
 
@@ -11,8 +27,7 @@ arrays instead of files.
 0.086485
 """
 
-import importlib
-from types import ModuleType
+from typing import TYPE_CHECKING
 
 from vostrel._accumulator import Accumulator
 from vostrel._binned import binned_statistics
@@ -57,9 +72,26 @@ __all__ = [
     "uncertainties",
 ]
 
+#: The modules that are imported when they are used, and the library that each needs.
+_MODULES = {"dask": "dask", "mpi": "mpi4py", "plot": "matplotlib"}
 
-def __getattr__(name: str) -> ModuleType:
-    """Import the modules that need other packages only when they are used."""
-    if name in ("dask", "mpi"):
-        return importlib.import_module(f"vostrel.{name}")
-    raise AttributeError(f"module 'vostrel' has no attribute {name!r}")
+if TYPE_CHECKING:
+    from types import ModuleType
+
+    from vostrel import dask as dask  # noqa: F401
+    from vostrel import mpi as mpi  # noqa: F401
+    from vostrel import plot as plot  # noqa: F401
+else:  # a type checker would take any misspelt name for a module
+
+    def __getattr__(name: str) -> "ModuleType":
+        if name not in _MODULES:
+            raise AttributeError(f"module 'vostrel' has no attribute {name!r}")
+        from importlib import import_module
+
+        return import_module(f"vostrel.{name}")
+
+
+def __dir__() -> list[str]:
+    from importlib.util import find_spec
+
+    return sorted(__all__ + [name for name, library in _MODULES.items() if find_spec(library)])

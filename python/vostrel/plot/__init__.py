@@ -8,7 +8,7 @@ the same figures from a shell.
 from __future__ import annotations
 
 import sys
-from typing import TYPE_CHECKING, Any
+from typing import TYPE_CHECKING
 
 if TYPE_CHECKING:
     from vostrel.plot._compare import compare_figure
@@ -23,21 +23,22 @@ __all__ = [
     "plot_residuals",
 ]
 
+if not TYPE_CHECKING:  # a type checker would take any misspelt name for a function
 
-def __getattr__(name: str) -> Any:
-    # matplotlib is imported only when something is drawn: it takes long, and may be missing.
-    if name not in __all__:
-        raise AttributeError(f"module {__name__!r} has no attribute {name!r}")
-    try:
-        from vostrel.plot import _compare, _figure, _panels
-    except ImportError as error:
-        module = (error.name or "matplotlib").partition(".")[0]
-        raise ImportError(
-            f"{sys.executable} has no Python module {module}: install it by "
-            f"'{sys.executable} -m pip install {module}', or for Debian's Python "
-            f"by 'apt install python3-{module.lower()}'",
-            name=module,
-        ) from error
-    return next(
-        getattr(module, name) for module in (_compare, _figure, _panels) if name in vars(module)
-    )
+    def __getattr__(name: str) -> object:
+        # matplotlib is imported only when something is drawn: it takes long, and may be missing.
+        if name not in __all__:
+            raise AttributeError(f"module {__name__!r} has no attribute {name!r}")
+        try:
+            from vostrel.plot import _compare, _figure, _panels
+        except ImportError as error:
+            module = (error.name or "matplotlib").partition(".")[0]
+            raise ImportError(
+                f"{sys.executable} has no Python module {module}: install it by "
+                f"'{sys.executable} -m pip install {module}', or for Debian's Python "
+                f"by 'apt install python3-{module.lower()}'",
+                name=module,
+            ) from error
+        return next(
+            getattr(module, name) for module in (_compare, _figure, _panels) if name in vars(module)
+        )
