@@ -130,32 +130,75 @@ class BootstrapOfSample {
 
   void order(bool normalized) {
     const py::gil_scoped_release release;
-    bootstrap_->order(normalized);
+    bootstrap_->order(normalized, checkpoint());
   }
 
   std::size_t batch() const { return bootstrap_->batch(); }
   void stop() { stop_ = true; }
 
-  // Returns the numbers of some resamples, in shape (count, 2, statistics).
-  py::array_t<double> run(std::uint64_t first, std::size_t count) const {
-    std::vector<PointStatistics> results(count);
-    {
-      const py::gil_scoped_release release;
-      bootstrap_->run(first, results, stop_);
-    }
-    if (stop_) throw std::runtime_error("the bootstrap was stopped");
-    const auto length = static_cast<py::ssize_t>(kStatistics.size());
-    py::array_t<double> numbers({static_cast<py::ssize_t>(count), py::ssize_t{2}, length});
-    double* place = numbers.mutable_data();
-    for (const PointStatistics& result : results) {
-      for (const ResidualStatistics* part : {&result.delta, &result.norm}) {
-        for (const Statistic& statistic : kStatistics) *place++ = part->*statistic.member;
+  // The numbers of some resamples, and their errors from moments.
+  py::tuple run(std::uint64_t first, std::size_t count, bool with_errors) const {
+    return numbers_of(count, [&](std::span<Replicate> results) {
+      bootstrap_->run(first, results, with_errors, checkpoint());
+    });
+  }
+
+  // The same of all units but one.
+  py::tuple leave_out(std::uint64_t first, std::size_t count) const {
+    return numbers_of(count, [&](std::span<Replicate> results) {
+      bootstrap_->leave_out(first, results, checkpoint());
+    });
+  }
+
+  // The errors of all objects, in shape (2, 3), and their effective numbers, in shape (2, 2).
+  py::tuple whole() const {
+    py::array_t<double> effective({2, 2});
+    double* place = effective.mutable_data();
+    const py::tuple numbers = numbers_of(1, [&](std::span<Replicate> results) {
+      results[0] = bootstrap_->whole(checkpoint());
+      for (const bool normalized : {false, true}) {
+        for (const double number : bootstrap_->effective_units(normalized, checkpoint())) {
+          *place++ = number;
+        }
       }
-    }
-    return numbers;
+    });
+    return py::make_tuple(numbers[1][py::int_(0)], effective);
   }
 
  private:
+  Checkpoint checkpoint() const {
+    return [this] {
+      look_for_signals();
+      if (stop_) throw std::runtime_error("the bootstrap was stopped");
+    };
+  }
+
+  // Calls compute(results) without the GIL. Returns the statistics in shape (count, 2, statistics)
+  // and the errors in shape (count, 2, 3).
+  template <class Compute>
+  static py::tuple numbers_of(std::size_t count, Compute compute) {
+    std::vector<Replicate> results(count);
+    {
+      const py::gil_scoped_release release;
+      compute(std::span<Replicate>(results));
+    }
+    const auto rows = static_cast<py::ssize_t>(count);
+    const auto length = static_cast<py::ssize_t>(kStatistics.size());
+    py::array_t<double> numbers({rows, py::ssize_t{2}, length});
+    py::array_t<double> errors({rows, py::ssize_t{2}, py::ssize_t{3}});
+    double* number = numbers.mutable_data();
+    double* error = errors.mutable_data();
+    for (const Replicate& result : results) {
+      for (const ResidualStatistics* part : {&result.statistics.delta, &result.statistics.norm}) {
+        for (const Statistic& statistic : kStatistics) *number++ = part->*statistic.member;
+      }
+      for (const MomentErrors& one : result.errors) {
+        for (const double value : {one.bias, one.log_sigma, one.log_rms}) *error++ = value;
+      }
+    }
+    return py::make_tuple(numbers, errors);
+  }
+
   std::shared_ptr<Sample> sample_;
   std::optional<Groups> groups_;
   std::optional<Bootstrap> bootstrap_;
@@ -186,7 +229,10 @@ void add_bootstrap(py::module_& module) {
       .def("order", &BootstrapOfSample::order, py::arg("normalized"))
       .def_property_readonly("batch", &BootstrapOfSample::batch)
       .def("stop", &BootstrapOfSample::stop)
-      .def("run", &BootstrapOfSample::run, py::arg("first"), py::arg("count"));
+      .def("run", &BootstrapOfSample::run, py::arg("first"), py::arg("count"),
+           py::arg("with_errors"))
+      .def("leave_out", &BootstrapOfSample::leave_out, py::arg("first"), py::arg("count"))
+      .def("whole", &BootstrapOfSample::whole);
   module.def("resample_indices", indices, py::arg("seed"), py::arg("number"), py::arg("size"));
 }
 

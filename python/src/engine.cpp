@@ -13,3 +13,4 @@
 #include "statistics/ranks.cpp"
 #include "statistics/resample.cpp"
 #include "statistics/uncertainties.cpp"
+#include "statistics/windows.cpp"

@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import math
-import operator
 from dataclasses import astuple, replace
 from functools import partial
 from typing import TYPE_CHECKING, Any
@@ -12,6 +11,7 @@ import numpy as np
 
 from vostrel import _core
 from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
+from vostrel._options import check_flag, read_integer, shown
 from vostrel._results import BinnedResidualStatistics, BinnedStatistics, Uncertainties
 from vostrel._uncertainties import CONFIDENCE, by_formula
 
@@ -42,11 +42,12 @@ def binned_statistics(
         those of the other columns.
     bins : int, array_like of float or ("count", int)
         The number of bins of equal width; or their edges, shape (k + 1,),
-        each greater than the one before; or ``("count", k)`` for k bins of
-        equal counts.
+        none less than the one before; or ``("count", k)`` for k bins of
+        equal counts. Edges with a unit are converted into that of `by`.
     range : (float, float), optional
         The lower and upper end of a number of bins. By default the smallest
-        and the largest value. Objects outside are counted and left out.
+        and the largest value. Objects outside are counted and left out. A
+        unit is converted into that of `by`.
     mask : array_like of bool, shape (n,), optional
         True leaves an object out, as a masked entry does.
     nan_policy : {"raise", "omit", "propagate"}
@@ -68,7 +69,7 @@ def binned_statistics(
     Raises
     ------
     ValueError
-        As for `point_statistics`; also if edges don't increase, if a range is
+        As for `point_statistics`; also if edges decrease, if a range is
         not finite or its ends are in the wrong order, or if `by` is infinite
         and no range is given.
     TypeError
@@ -77,13 +78,13 @@ def binned_statistics(
     Notes
     -----
     A bin holds its lower edge but not its upper edge. The last bin holds
-    both. Each bin has the same objects as in `numpy.histogram`.
+    both. Each bin has the same objects as in `numpy.histogram`. So a bin
+    between two equal edges is empty, unless it is the last.
 
     The edges of bins of equal counts are the values of the ranks 0, n / k,
     2 n / k, ..., rounded down, and the largest value. Without repeated values
     the counts differ by at most one. Equal values are always in one bin: if
-    they repeat so often that two edges are equal, the bin between those is
-    empty.
+    they repeat often enough, two edges are equal.
 
     Examples
     --------
@@ -99,7 +100,8 @@ def binned_statistics(
     if by is not None:
         given["by"] = by
     columns = prepare(nan_policy, mask, **given)
-    kind, value = _read_bins(bins)
+    check_flag("uncertainties", uncertainties)
+    kind, value = _read_bins(_without_unit("bins", bins, by))
     if range is not None and kind != "width":
         raise ValueError("range goes with a number of bins; edges and equal counts have their own")
     omit = nan_policy == "omit"
@@ -110,7 +112,7 @@ def binned_statistics(
     elif kind == "count":
         edges = equal_counts(columns, n if omit else n - n_nan, value)
     else:
-        edges = _equal_widths(low, high, value, range)
+        edges = _equal_widths(low, high, value, _without_unit("range", range, by))
     *unsigned, n_outside, numbers = _core.binned_statistics(
         columns.values, columns.masks, omit, edges.tolist()
     )
@@ -154,46 +156,49 @@ def fixed_edges(bins: Any, range: tuple[float, float] | None) -> NDArray[np.floa
         return edges
     if kind == "width" and range is not None:
         return _equal_widths(math.inf, -math.inf, value, range)
-    raise ValueError("chunks need fixed bins: pass edges, or a number of bins and range")
+    raise ValueError("chunks need fixed bins: pass edges as bins, or a number of bins and range")
+
+
+def _without_unit(name: str, value: Any, by: Any) -> Any:
+    """Return edges or a range of astropy as numbers in the unit of `by`."""
+    unit, wanted = getattr(value, "unit", None), getattr(by, "unit", None)
+    if unit is None or wanted is None:
+        return value  # a unit of the edges alone is refused where they are read
+    try:
+        return value.to(wanted).value
+    except Exception:
+        raise TypeError(
+            f"{name} has the unit '{unit}', which can't be converted into that of by, '{wanted}'"
+        ) from None
 
 
 def _read_bins(bins: Any) -> tuple[str, Any]:
     """Return "width" or "count" and the number of bins, or "edges" and the edges."""
+    wanted = "bins must be a number, edges or ('count', k)"
     if isinstance(bins, tuple) and len(bins) == 2 and isinstance(bins[0], str):
         if bins[0] != "count":
-            raise ValueError(f"bins must be a number, edges or ('count', k), not {bins!r}")
-        return "count", _read_number(bins[1])
+            raise ValueError(f"{wanted}, not {shown(bins)}")
+        return "count", read_integer("k of bins=('count', k)", bins[1], 1)
     if isinstance(bins, (str, bytes, dict, set)) or bins is None:
-        raise TypeError(f"bins must be a number, edges or ('count', k), not {bins!r}")
+        raise TypeError(f"{wanted}, not {shown(bins)}")
     if np.ndim(bins) == 0:
-        return "width", _read_number(bins)
+        return "width", read_integer("bins", bins, 1)
     columns = prepare("raise", None, bins=bins)
     edges: NDArray[np.float64] = np.array(columns.values[0], np.float64)
     if any(mask.any() for mask in columns.masks) or np.isnan(edges).any():
         raise ValueError("bins must have no masked edges and no NaN")
     if len(edges) < 2:
         raise ValueError(f"bins must have two edges or more, not {len(edges)}")
-    if not (edges[1:] > edges[:-1]).all():
-        raise ValueError("bins must increase: each edge must be greater than the one before")
+    falls = np.flatnonzero(edges[1:] < edges[:-1])
+    if len(falls):
+        i = int(falls[0])
+        raise ValueError(
+            f"bins must not decrease, but edge {i} is {edges[i]:g}, and the next {edges[i + 1]:g}"
+        )
     return "edges", edges
 
 
-def _read_number(number: Any) -> int:
-    """Return a number of bins."""
-    try:
-        if isinstance(number, (bool, np.bool_)):
-            raise TypeError
-        value = operator.index(number)
-    except TypeError:
-        raise TypeError(f"the number of bins must be an integer, not {number!r}") from None
-    if value < 1:
-        raise ValueError(f"the number of bins must be positive, not {value}")
-    return value
-
-
-def _equal_widths(
-    low: float, high: float, number: int, limits: tuple[float, float] | None
-) -> NDArray[np.float64]:
+def _equal_widths(low: float, high: float, number: int, limits: Any) -> NDArray[np.float64]:
     """Return the edges that numpy.histogram would use."""
     if limits is not None:
         low, high = _read_range(limits)
@@ -212,9 +217,11 @@ def _equal_widths(
 def _read_range(limits: Any) -> tuple[float, float]:
     """Return the lower and the upper end."""
     try:
+        if isinstance(limits, (str, bytes, dict, set)):
+            raise TypeError
         low, high = (float(limit) for limit in limits)
     except (TypeError, ValueError):
-        raise TypeError(f"range must be a pair of numbers, not {limits!r}") from None
+        raise TypeError(f"range must be a pair of numbers, not {shown(limits)}") from None
     if not (math.isfinite(low) and math.isfinite(high)):
         raise ValueError(f"range must be finite, not from {low} to {high}")
     if low > high:

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import operator
 import os
 from collections.abc import Iterable, Mapping
 from dataclasses import astuple, dataclass
@@ -19,7 +18,9 @@ from vostrel._inputs import (
     refuse_lazy,
     separate_mask,
 )
+from vostrel._options import read_confidence, read_integer
 from vostrel._point import point_statistics, statistics_of
+from vostrel._progress import Progress, Report, check_progress
 from vostrel._results import (
     NAMES,
     PointStatistics,
@@ -29,12 +30,10 @@ from vostrel._results import (
     compared,
 )
 from vostrel._tables import Grid, Result
-from vostrel._uncertainties import check_confidence
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
 
-Progress = Callable[[int, int], object]
 Workers = int | Callable[[Callable[[Any], Any], Iterable[Any]], Iterable[Any]]
 
 
@@ -49,7 +48,7 @@ def bootstrap(
     mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
     workers: Workers = 1,
-    progress: Progress | None = None,
+    progress: Progress = False,
 ) -> Uncertainties:
     """Judge estimates, with the errors of all statistics by resampling.
 
@@ -77,8 +76,9 @@ def bootstrap(
     workers : int or map-like callable
         The number of threads, -1 for all processors; or a function like map,
         such as the map method of a thread pool.
-    progress : callable, optional
-        Called as ``progress(done, resamples)`` from time to time.
+    progress : bool or function
+        True shows a bar of tqdm. A function is called from time to time as
+        ``progress(done, total)``, with numbers of resamples.
 
     Returns
     -------
@@ -123,8 +123,9 @@ def bootstrap(
     >>> u.replicates.shape
     (1000, 2, 11)
     """
-    check_confidence(confidence)
-    resamples = _read_integer("resamples", resamples, 2)
+    confidence = read_confidence(confidence)
+    check_progress(progress)
+    resamples = read_integer("resamples", resamples, 2)
     seed = _read_seed(seed)
     columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
     sample = _core.Sample(columns.values, columns.masks, nan_policy == "omit")
@@ -239,7 +240,7 @@ def bootstrap_difference(
     mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
     workers: Workers = 1,
-    progress: Progress | None = None,
+    progress: Progress = False,
 ) -> BootstrapDifference:
     """Compare estimators by resampling, with the same resamples for each.
 
@@ -275,8 +276,9 @@ def bootstrap_difference(
     >>> print(d.delta.bias)
     0.01 +0 -0
     """
-    check_confidence(confidence)
-    resamples = _read_integer("resamples", resamples, 2)
+    confidence = read_confidence(confidence)
+    check_progress(progress)
+    resamples = read_integer("resamples", resamples, 2)
     seed = _read_seed(seed)
     if not isinstance(estimates, Mapping):
         raise TypeError("estimates must be a dictionary of names and values")
@@ -307,26 +309,10 @@ def _estimates(part: UncertainResidualStatistics) -> list[Uncertain]:
     return [getattr(part, name) for name in NAMES]
 
 
-def _read_integer(name: str, value: Any, least: int) -> int:
-    """Return an integer that is large enough."""
-    try:
-        if isinstance(value, (bool, np.bool_)):
-            raise TypeError
-        number = operator.index(value)
-    except TypeError:
-        raise TypeError(f"{name} must be an integer, not {value!r}") from None
-    if number < least:
-        raise ValueError(f"{name} must be at least {least}, not {number}")
-    return number
-
-
 def _read_seed(seed: int | None) -> int:
     if seed is None:
         return int.from_bytes(os.urandom(8), "little")
-    number = _read_integer("seed", seed, 0)
-    if number >= 1 << 64:
-        raise ValueError(f"seed must be below 2**64, not {number}")
-    return number
+    return read_integer("seed", seed, 0, 2**64 - 1)
 
 
 def _read_groups(
@@ -383,7 +369,7 @@ def _replicates(
     groups: tuple[NDArray[np.uint32], int] | None,
     resamples: int,
     workers: Workers,
-    progress: Progress | None,
+    progress: Progress,
     propagate: bool,
 ) -> list[NDArray[np.float64]]:
     """Return the numbers of all resamples for some estimates."""
@@ -392,14 +378,14 @@ def _replicates(
     labels, group_count = groups if groups is not None else (None, 0)
     results = [np.empty((resamples, 2, len(NAMES))) for _ in estimates]
     done = 0
-    for estimate, result in zip(estimates, results):
-        def tell(count: int) -> None:
-            nonlocal done
-            done += count
-            if progress is not None:
-                progress(done // len(estimates), resamples)
+    with Report(progress, resamples, "bootstrap", "resample") as report:
+        for estimate, result in zip(estimates, results):
+            def tell(count: int) -> None:
+                nonlocal done
+                done += count
+                report(done // len(estimates))
 
-        _run(sample, estimate, seed, labels, group_count, result, workers, tell)
+            _run(sample, estimate, seed, labels, group_count, result, workers, tell)
     return results
 
 
@@ -440,7 +426,7 @@ def _run(
 
         def work(first: int) -> int:
             number = min(size, resamples - first)
-            result[first : first + number] = engine.run(first, number)
+            result[first : first + number] = engine.run(first, number, False)[0]
             return number
 
         pieces = iter(range(0, resamples, size))
@@ -470,7 +456,7 @@ def _run(
 
 
 def _read_workers(workers: Any) -> int:
-    number = _read_integer("workers", workers, -1)
+    number = read_integer("workers", workers, -1)
     if number == 0:
         raise ValueError("workers must be a number of threads, or -1 for all processors, not 0")
     return number if number > 0 else os.cpu_count() or 1

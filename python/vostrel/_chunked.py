@@ -3,25 +3,21 @@
 from __future__ import annotations
 
 from collections.abc import Iterable, Iterator, Sized
-from contextlib import closing
 from typing import Any, Callable
 
 from vostrel._accumulator import Accumulator, BinnedAccumulator, ChunkNanPolicy
+from vostrel._progress import Progress, Report, check_progress
 from vostrel._results import BinnedStatistics, PointStatistics
 
 #: Tuples of arrays, or a function that returns them for each pass.
 Chunks = Iterable[Any] | Callable[[], Iterable[Any]]
-
-#: Called with the number of the pass, how many of its chunks are done, and how many there are, or
-#: None if that is not known.
-Progress = Callable[[int, int, int | None], object]
 
 
 def chunked_statistics(
     chunks: Chunks,
     *,
     nan_policy: ChunkNanPolicy = "raise",
-    progress: bool | Progress = False,
+    progress: Progress = False,
 ) -> PointStatistics:
     """Judge estimates that come in chunks, such as parts of a file.
 
@@ -40,9 +36,9 @@ def chunked_statistics(
         Infinities are numbers.
     progress : bool or function
         True shows a bar of tqdm for each pass. A function is called after
-        each chunk as ``progress(number, done, total)``: the number of the
-        pass, counted from 1; how many of its chunks are done; and how many
-        there are, or None if that is not known.
+        each chunk as ``progress(done, total)``: how many chunks of this pass
+        are done, and how many there are, or None if that is not known. Each
+        pass counts from 1 again.
 
     Returns
     -------
@@ -85,7 +81,7 @@ def chunked_binned_statistics(
     bins: int | Any,
     range: tuple[float, float] | None = None,
     nan_policy: ChunkNanPolicy = "raise",
-    progress: bool | Progress = False,
+    progress: Progress = False,
 ) -> BinnedStatistics:
     """Judge estimates that come in chunks, in bins of some quantity.
 
@@ -97,7 +93,7 @@ def chunked_binned_statistics(
         as `binned_statistics` takes them. Without `by`, or where it is None,
         the objects are binned by the reference.
     bins : array_like of float, shape (k + 1,), or int
-        The edges, each greater than the one before; or a number of bins of
+        The edges, none less than the one before; or a number of bins of
         equal width, which needs `range`.
     range : (float, float), optional
         The lower and upper end of a number of bins.
@@ -115,7 +111,7 @@ def chunked_binned_statistics(
     Raises
     ------
     ValueError
-        As for `chunked_statistics`; also if edges don't increase, or bins would
+        As for `chunked_statistics`; also if edges decrease, or bins would
         depend on the data.
     TypeError, ImportError
         As for `chunked_statistics`.
@@ -137,46 +133,14 @@ def chunked_binned_statistics(
     return result
 
 
-class Report:
-    """Shows the progress of one pass."""
-
-    def __init__(self, progress: bool | Progress, number: int, total: int | None) -> None:
-        self._progress = progress
-        self._number = number
-        self._total = total
-        self._bar: Any = None
-        if progress is True:
-            self._bar = import_tqdm().tqdm(total=total, desc=f"pass {number}", unit="chunk")
-
-    def __call__(self, done: int) -> None:
-        """Show that another chunk is done; `done` is their number."""
-        if self._bar is not None:
-            self._bar.update()
-        elif callable(self._progress):
-            self._progress(self._number, done, self._total)
-
-    def close(self) -> None:
-        """Close the bar."""
-        if self._bar is not None:
-            self._bar.close()
-
-
-def import_tqdm() -> Any:
-    """Return tqdm, or raise an ImportError that says what needs it."""
-    try:
-        import tqdm
-    except ImportError as error:
-        raise ImportError("progress=True needs tqdm, which is not installed") from error
-    return tqdm
-
-
-def go_over(state: Any, chunks: Chunks, progress: bool | Progress) -> Any:
+def go_over(state: Any, chunks: Chunks, progress: Progress) -> Any:
     """Add all chunks in each pass, and return the result."""
+    check_progress(progress)
     total = count(chunks)
     number = 0
     while state.needs_another_pass:
         number += 1
-        with closing(Report(progress, number, total)) as report:
+        with Report(progress, total, f"pass {number}", "chunk") as report:
             total = add_chunks(state, chunks, report)
         state.end_pass()
     return state.result()

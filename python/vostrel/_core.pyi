@@ -131,8 +131,24 @@ class Bootstrap:
         """Order one residual. If both are ordered, `run` is much faster."""
     @property
     def batch(self) -> int: ...
-    def run(self, first: int, count: int) -> NDArray[np.float64]:
-        """Return the numbers of some resamples in shape (count, 2, statistics)."""
+    def run(
+        self, first: int, count: int, with_errors: bool
+    ) -> tuple[NDArray[np.float64], NDArray[np.float64]]:
+        """Return the numbers of some resamples in shape (count, 2, statistics).
+
+        Also returns their errors by moments in shape (count, 2, 3): of bias,
+        log(sigma) and log(rms). Without `with_errors`, these mean nothing.
+        """
+    def leave_out(
+        self, first: int, count: int
+    ) -> tuple[NDArray[np.float64], NDArray[np.float64]]:
+        """Return the same of all objects but one, or of all groups but one."""
+    def whole(self) -> tuple[NDArray[np.float64], NDArray[np.float64]]:
+        """Return the errors by moments of all objects in shape (2, 3).
+
+        Also returns, in shape (2, 2), how many objects or groups make up the
+        fourth moment of the residual about the bias and about zero.
+        """
     def stop(self) -> None:
         """Make `run` raise a RuntimeError in other threads."""
 

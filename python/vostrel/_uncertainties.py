@@ -10,6 +10,7 @@ import numpy as np
 
 from vostrel import _core
 from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
+from vostrel._options import read_confidence
 from vostrel._results import (
     NAMES,
     ResidualStatistics,
@@ -110,7 +111,7 @@ def uncertainties(
     >>> print(u.delta.rms)
     0.071 +0.005 -0.005
     """
-    check_confidence(confidence)
+    confidence = read_confidence(confidence)
     columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
     result = of_columns(columns, confidence, nan_policy)
     check_counts(nan_policy, result.n, result.n_masked, result.n_nan)
@@ -151,12 +152,6 @@ def by_formula(
 
 
 NO_ESTIMATE = Uncertain(math.nan, math.nan, math.nan, math.nan)
-
-
-def check_confidence(confidence: float) -> None:
-    """Raise a ValueError unless the confidence lies between 0 and 1."""
-    if not 0 < confidence < 1:
-        raise ValueError(f"confidence must be between 0 and 1, not {confidence!r}")
 
 
 def _of_residual(

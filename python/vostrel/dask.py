@@ -122,7 +122,7 @@ def binned_statistics(
     by : dask.array.Array, shape (n,), or dask.dataframe.Series, optional
         The quantity to bin by, by default the reference.
     bins : array_like of float, shape (k + 1,), or int
-        The edges, each greater than the one before; or a number of bins of
+        The edges, none less than the one before; or a number of bins of
         equal width, which needs `range`.
     range : (float, float), optional
         The lower and upper end of a number of bins.
@@ -135,7 +135,7 @@ def binned_statistics(
     Raises
     ------
     ValueError
-        As for `point_statistics`; also if edges don't increase, or bins would
+        As for `point_statistics`; also if edges decrease, or bins would
         depend on the data.
     TypeError
         As for `point_statistics`.

@@ -3,11 +3,11 @@
 from __future__ import annotations
 
 import pickle
-from contextlib import closing
 from typing import Any, Callable
 
 from vostrel._accumulator import Accumulator, BinnedAccumulator, ChunkNanPolicy
-from vostrel._chunked import Chunks, Progress, Report, add_chunks, count
+from vostrel._chunked import Chunks, add_chunks, count
+from vostrel._progress import Progress, Report, check_progress
 from vostrel._results import BinnedStatistics, PointStatistics
 
 try:
@@ -23,7 +23,7 @@ def point_statistics(
     *,
     comm: Any | None = None,
     nan_policy: ChunkNanPolicy = "raise",
-    progress: bool | Progress = False,
+    progress: Progress = False,
 ) -> PointStatistics:
     """Judge estimates that the processes of a communicator share.
 
@@ -94,7 +94,7 @@ def binned_statistics(
     range: tuple[float, float] | None = None,
     comm: Any | None = None,
     nan_policy: ChunkNanPolicy = "raise",
-    progress: bool | Progress = False,
+    progress: Progress = False,
 ) -> BinnedStatistics:
     """Judge estimates that the processes of a communicator share, in bins of some quantity.
 
@@ -135,7 +135,7 @@ def binned_statistics(
 
 
 def _run_passes(
-    first: Callable[[], Any], chunks: Chunks, comm: Any | None, progress: bool | Progress
+    first: Callable[[], Any], chunks: Chunks, comm: Any | None, progress: Progress
 ) -> Any:
     """Add the chunks of all processes in each pass, and return the result."""
     if comm is None:
@@ -149,9 +149,10 @@ def _run_passes(
         number += 1
         raised: BaseException | None = None
         try:
+            check_progress(progress)
             part = first() if state is None else state.fresh()
             total = count(chunks) if total is None else total
-            with closing(Report(progress, number, total)) as report:
+            with Report(progress, total, f"pass {number}", "chunk") as report:
                 total = add_chunks(part, chunks, report)
             message: bytes | str = pickle.dumps(part)
         except BaseException as error:  # raised below: the other processes wait for this one

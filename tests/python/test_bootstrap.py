@@ -99,9 +99,9 @@ def test_options_that_are_refused():
     values = [0.0, 1.0]
     for options, message in (
         ({"resamples": 1}, "resamples must be at least 2"),
-        ({"confidence": 1.0}, "confidence must be between"),
+        ({"confidence": 1.0}, "confidence must be a number between"),
         ({"seed": -1}, "seed must be at least 0"),
-        ({"seed": 2**64}, "seed must be below"),
+        ({"seed": 2**64}, "seed must be at most 18446744073709551615"),
         ({"workers": 0}, "workers must be"),
     ):
         with pytest.raises(ValueError, match=message):
@@ -167,6 +167,15 @@ def test_progress():
     done = [number for number, _ in calls]
     assert done == sorted(done) and done[-1] == 500
     assert {number for _, number in calls} == {500}
+
+
+def test_a_bar_is_shown(capsys):
+    pytest.importorskip("tqdm")
+    values = np.arange(10.0)
+    vostrel.bootstrap_difference(
+        values, {"A": values[::-1], "B": values}, resamples=50, progress=True
+    )
+    assert "50/50" in capsys.readouterr().err
 
 
 def test_an_error_in_progress_ends_the_work():

@@ -191,13 +191,11 @@ def test_progress_is_reported(rng):
     calls = []
     chunks = cut(redshifts(rng, 20_000), 3)
     vostrel.chunked_statistics(chunks, progress=lambda *now: calls.append(now))
-    passes = calls[-1][0]
-    assert passes >= 2
-    assert calls == [(number + 1, done, 3) for number in range(passes) for done in (1, 2, 3)]
+    assert len(calls) >= 6
+    assert calls == [(1, 3), (2, 3), (3, 3)] * (len(calls) // 3)
     calls.clear()
     vostrel.chunked_statistics(lambda: iter(chunks), progress=lambda *now: calls.append(now))
-    assert calls[:3] == [(1, 1, None), (1, 2, None), (1, 3, None)]
-    assert calls[3:6] == [(2, 1, 3), (2, 2, 3), (2, 3, 3)]
+    assert calls[:6] == [(1, None), (2, None), (3, None), (1, 3), (2, 3), (3, 3)]
 
 
 def test_a_bar_is_shown(rng, capsys):

@@ -85,7 +85,7 @@ def test_same_inputs_as_point_statistics(rng):
     u = vostrel.uncertainties(np.ma.array(reference, mask=mask), estimate, nan_policy="propagate")
     assert math.isnan(u.norm.bias.value) and math.isnan(u.norm.nmad.high)
     for confidence in (0, 1, -0.5, math.nan):
-        with pytest.raises(ValueError, match="confidence must be between 0 and 1"):
+        with pytest.raises(ValueError, match="confidence must be a number between 0 and 1"):
             vostrel.uncertainties(reference, estimate, confidence=confidence)
 
 

@@ -5,9 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
-#include <numeric>
+#include <stdexcept>
 #include <vector>
 
 #include "statistics/resample.h"
@@ -19,6 +18,7 @@ namespace {
 
 using vostrel::Bootstrap;
 using vostrel::PointStatistics;
+using vostrel::Replicate;
 using vostrel::ResidualStatistics;
 
 TEST(Philox, GivesKnownAnswers) {
@@ -149,34 +149,67 @@ void expect_equal(const ResidualStatistics& found, const ResidualStatistics& exp
   EXPECT_EQ(found.outliers_4sigma, expected.outliers_4sigma);
 }
 
-PointStatistics plain(const Data& data, std::uint64_t seed, std::uint64_t number) {
+// The statistics of objects, each as many times as its unit is drawn.
+PointStatistics plain(const Data& data, const std::vector<std::uint32_t>& unit_of,
+                      const std::vector<std::size_t>& counts) {
   Data drawn;
-  for (const auto i : vostrel::resample_indices(seed, number, data.reference.size())) {
-    drawn.reference.push_back(data.reference[i]);
-    drawn.estimate.push_back(data.estimate[i]);
+  for (std::size_t i = 0; i < data.reference.size(); ++i) {
+    for (std::size_t k = 0; k < counts[unit_of[i]]; ++k) {
+      drawn.reference.push_back(data.reference[i]);
+      drawn.estimate.push_back(data.estimate[i]);
+    }
   }
   return vostrel::point_statistics(drawn.reference, drawn.estimate);
 }
 
+std::vector<std::size_t> drawn_counts(std::uint64_t seed, std::uint64_t number, std::size_t size) {
+  std::vector<std::size_t> counts(size);
+  for (const auto i : vostrel::resample_indices(seed, number, size)) ++counts[i];
+  return counts;
+}
+
+void expect_equal(const PointStatistics& found, const PointStatistics& expected) {
+  EXPECT_EQ(found.n, expected.n);
+  expect_equal(found.delta, expected.delta);
+  expect_equal(found.norm, expected.norm);
+}
+
+// Objects, or groups of them that are shifted together.
 TEST(Bootstrap, EqualsThePlainLoop) {
   Random random;
-  const std::atomic<bool> stop = false;
-  for (int round = 0; round < rounds(400); ++round) {
-    const std::size_t size = 1 + random.below(random.one_in(10) ? 9000 : 300);
-    const Data data = data_set(random, size, random.below(9));
-    Bootstrap bootstrap(data.reference, data.estimate, 3);
+  for (int round = 0; round < rounds(800); ++round) {
+    const std::size_t size = 2 + random.below(random.one_in(10) ? 9000 : 300);
+    Data data = data_set(random, size, random.below(9));
+    const bool grouped = random.one_in(2);
+    const std::size_t units =
+        grouped ? 2 + random.below(std::min<std::size_t>(size - 1, 60)) : size;
+    std::vector<std::uint32_t> unit_of(size);
+    std::vector<double> shifts(units, 0);
+    for (double& shift : shifts) shift = random.one_in(3) ? 0.03 * random.normal() : 0;
+    for (std::size_t i = 0; i < size; ++i) {
+      unit_of[i] = static_cast<std::uint32_t>(i < units ? i : random.below(units));
+      if (grouped) data.estimate[i] += shifts[unit_of[i]];
+    }
+    Bootstrap bootstrap = grouped ? Bootstrap(data.reference, data.estimate, 3, unit_of, units)
+                                  : Bootstrap(data.reference, data.estimate, 3);
     bootstrap.order(false);
     bootstrap.order(true);
     const std::uint64_t first = random.below(1000);
-    std::vector<PointStatistics> found(random.below(10));
-    bootstrap.run(first, found, stop);
+    std::vector<Replicate> found(random.below(10));
+    bootstrap.run(first, found, random.one_in(2));
     for (std::size_t k = 0; k < found.size(); ++k) {
-      const PointStatistics expected = plain(data, 3, first + k);
-      EXPECT_EQ(found[k].n, size);
-      expect_equal(found[k].delta, expected.delta);
-      expect_equal(found[k].norm, expected.norm);
+      expect_equal(found[k].statistics, plain(data, unit_of, drawn_counts(3, first + k, units)));
     }
-    if (HasFailure()) return;
+    const std::size_t left_out = random.below(units);
+    std::vector<std::size_t> others(units, 1);
+    others[left_out] = 0;
+    std::vector<Replicate> one(1);
+    bootstrap.leave_out(left_out, one);
+    expect_equal(one[0].statistics, plain(data, unit_of, others));
+    if (HasFailure()) {
+      ADD_FAILURE() << size << " " << units;
+      return;
+    }
   }
 }
 
@@ -185,11 +218,16 @@ TEST(Bootstrap, WindowsHaveOrdinaryResamples) {
   Random random;
   for (const std::size_t size : {60u, 301u, 3000u}) {
     const Data data = data_set(random, size, 0);
-    Bootstrap bootstrap(data.reference, data.estimate, 3);
-    bootstrap.order(false);
-    bootstrap.order(true);
-    std::vector<PointStatistics> found(100);
-    EXPECT_LE(bootstrap.run(0, found, false), 1u) << size;
+    std::vector<std::uint32_t> groups(size);
+    for (std::size_t i = 0; i < size; ++i) groups[i] = static_cast<std::uint32_t>(i % 30);
+    for (const bool grouped : {false, true}) {
+      Bootstrap bootstrap = grouped ? Bootstrap(data.reference, data.estimate, 3, groups, 30)
+                                    : Bootstrap(data.reference, data.estimate, 3);
+      bootstrap.order(false);
+      bootstrap.order(true);
+      std::vector<Replicate> found(100);
+      EXPECT_LE(bootstrap.run(0, found, false), 1u) << size << grouped;
+    }
   }
 }
 
@@ -197,7 +235,7 @@ TEST(Bootstrap, GroupsAreDrawnWhole) {
   const Data data = {{0, 0, 0, 0, 0}, {-1, -2, -4, -8, -16}};
   const std::vector<std::uint32_t> groups = {0, 1, 0, 2, 1};
   const Bootstrap bootstrap(data.reference, data.estimate, 9, groups, 3);
-  std::vector<PointStatistics> found(50);
+  std::vector<Replicate> found(50);
   bootstrap.run(0, found, false);
   for (std::size_t k = 0; k < found.size(); ++k) {
     double sum = 0;
@@ -206,17 +244,68 @@ TEST(Bootstrap, GroupsAreDrawnWhole) {
       sum += std::array{1 + 4, 2 + 16, 8}[group];
       n += std::array{2u, 2u, 1u}[group];
     }
-    EXPECT_EQ(found[k].n, n);
-    EXPECT_DOUBLE_EQ(found[k].delta.bias, sum / static_cast<double>(n));
+    EXPECT_EQ(found[k].statistics.n, n);
+    EXPECT_DOUBLE_EQ(found[k].statistics.delta.bias, sum / static_cast<double>(n));
+  }
+}
+
+// Residuals 1, 2, 4, 9: mean 4, squares about it 9, 4, 0, 25, mean 9.5. Squares about zero 1, 4,
+// 16, 81, mean 25.5.
+TEST(Bootstrap, ErrorsOfMoments) {
+  const Data data = {{0, 0, 0, 0}, {-1, -2, -4, -9}};
+  const Bootstrap objects(data.reference, data.estimate, 1);
+  const auto errors = objects.whole().errors[0];
+  EXPECT_DOUBLE_EQ(errors.bias, std::sqrt(38.0) / 4);
+  const double about = 0.25 + 30.25 + 90.25 + 240.25;
+  EXPECT_DOUBLE_EQ(errors.log_sigma, std::sqrt(about) / 4 / (2 * 9.5));
+  const double zero = 600.25 + 462.25 + 90.25 + 3080.25;
+  EXPECT_DOUBLE_EQ(errors.log_rms, std::sqrt(zero) / 4 / (2 * 25.5));
+  const double fourth = 0.0625 + 30.25 * 30.25 + 90.25 * 90.25 + 240.25 * 240.25;
+  EXPECT_DOUBLE_EQ(objects.effective_units(false)[0], about * about / fourth);
+  // Groups 1, 9 and 2, 4: their sums are 2 and -2, of squares 34 - 19 and 4 - 19.
+  const std::vector<std::uint32_t> groups = {0, 1, 1, 0};
+  const Bootstrap grouped(data.reference, data.estimate, 1, groups, 2);
+  EXPECT_DOUBLE_EQ(grouped.whole().errors[0].bias, std::sqrt(8.0) / 4);
+  EXPECT_DOUBLE_EQ(grouped.whole().errors[0].log_sigma, std::sqrt(450.0) / 4 / (2 * 9.5));
+  EXPECT_DOUBLE_EQ(grouped.effective_units(false)[0], 2);
+}
+
+// The sums of a resample give the errors that its objects have by definition.
+TEST(Bootstrap, ErrorsOfResamples) {
+  Random random;
+  const Data data = data_set(random, 300, 0);
+  std::vector<std::uint32_t> groups(300);
+  for (std::size_t i = 0; i < 300; ++i) groups[i] = static_cast<std::uint32_t>(i % 40);
+  for (const bool grouped : {false, true}) {
+    const auto make = [&] {
+      return grouped ? Bootstrap(data.reference, data.estimate, 3, groups, 40)
+                     : Bootstrap(data.reference, data.estimate, 3);
+    };
+    Bootstrap fast = make();
+    fast.order(false);
+    fast.order(true);
+    std::vector<Replicate> found(20);
+    std::vector<Replicate> expected(20);
+    fast.run(0, found, true);
+    make().run(0, expected, true);
+    for (std::size_t k = 0; k < 20; ++k) {
+      for (std::size_t i = 0; i < 2; ++i) {
+        const auto& a = found[k].errors[i];
+        const auto& b = expected[k].errors[i];
+        EXPECT_NEAR(a.bias, b.bias, 1e-10 * b.bias);
+        EXPECT_NEAR(a.log_sigma, b.log_sigma, 1e-10 * b.log_sigma);
+        EXPECT_NEAR(a.log_rms, b.log_rms, 1e-10 * b.log_rms);
+      }
+    }
   }
 }
 
 TEST(Bootstrap, StopsWhenAsked) {
   const std::vector<double> values(3000, 0.5);
   const Bootstrap bootstrap(values, values, 1);
-  std::vector<PointStatistics> found(3);
-  bootstrap.run(0, found, true);
-  EXPECT_EQ(found[0].n, 0u);
+  std::vector<Replicate> found(3);
+  const auto stop = [] { throw std::runtime_error("enough"); };
+  EXPECT_THROW(bootstrap.run(0, found, false, stop), std::runtime_error);
 }
 
 }  // namespace

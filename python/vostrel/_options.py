@@ -1,0 +1,73 @@
+"""Reads the options that several functions share, and says what is wrong with them."""
+
+from __future__ import annotations
+
+import operator
+from typing import Any
+
+import numpy as np
+
+
+def shown(value: Any) -> str:
+    """Return a value as a message shows it: an array by its type and shape, never its values."""
+    kind = type(value).__name__
+    shape = getattr(value, "shape", ())
+    if isinstance(shape, tuple) and shape:
+        return f"{kind} of shape {shape}"
+    if isinstance(value, (list, tuple, set, frozenset, dict)):
+        plain = all(isinstance(one, (str, float, int, type(None))) for one in value)
+        if len(value) > 4 or isinstance(value, dict) or not plain:
+            return f"{kind} of {len(value)}"
+    try:
+        text = repr(value)
+    except Exception:  # a broken object must not hide the message
+        return f"one {kind}"
+    if len(text) > 60 or text.startswith("<"):
+        return f"one {kind}"
+    return text
+
+
+def read_integer(name: str, value: Any, least: int, most: int | None = None) -> int:
+    """Return an integer between two limits."""
+    try:
+        if isinstance(value, (bool, np.bool_)):
+            raise TypeError
+        number = operator.index(value)
+    except TypeError:
+        raise TypeError(f"{name} must be an integer, not {shown(value)}") from None
+    if number < least:
+        raise ValueError(f"{name} must be at least {least}, not {shown(number)}")
+    if most is not None and number > most:
+        raise ValueError(f"{name} must be at most {most}, not {shown(number)}")
+    return number
+
+
+def read_confidence(value: Any) -> float:
+    """Return the confidence, a number between 0 and 1."""
+    wanted = "confidence must be a number between 0 and 1"
+    if isinstance(value, (bool, np.bool_)) or not isinstance(value, (float, int, np.number)):
+        meant = _number_in(value)
+        raise TypeError(f"{wanted}, not {shown(value)}{_did_you_mean(meant)}")
+    if not 0 < value < 1:
+        raise ValueError(f"{wanted}, not {shown(value)}{_did_you_mean(float(value))}")
+    return float(value)
+
+
+def _number_in(text: Any) -> float | None:
+    try:
+        return float(text) if isinstance(text, str) else None
+    except ValueError:
+        return None
+
+
+def _did_you_mean(value: float | None) -> str:
+    """Return the question for a confidence in percent, or in text."""
+    if value is None or not 0 < value < 100 or value == 1:
+        return ""
+    return f": did you mean {value / 100 if value > 1 else value:.6g}?"
+
+
+def check_flag(name: str, value: Any) -> None:
+    """Raise a TypeError for anything but True and False."""
+    if not isinstance(value, (bool, np.bool_)):
+        raise TypeError(f"{name} must be True or False, not {shown(value)}")

@@ -1,0 +1,560 @@
+#include "statistics/windows.h"
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <queue>
+
+#include "floating_point.h"
+#include "statistics/resample.h"
+#include "statistics/residuals.h"
+
+namespace vostrel {
+
+namespace {
+
+// Windows reach this many standard errors to either side.
+constexpr double kReach = 4.5;
+
+// How many of the largest residuals may be missing from a resample.
+constexpr std::size_t kMissing = 16;
+
+// With at least this many objects, windows with too many entries are not used, to save memory.
+constexpr std::size_t kMany = 100'000;
+
+constexpr auto kItself = [](double value) { return value; };
+constexpr auto kMagnitude = [](double value) { return std::fabs(value); };
+
+// The value of a rank, from 0 on. Reorders the values.
+double value_at(std::span<double> values, std::size_t rank) {
+  const auto place = values.begin() + static_cast<std::ptrdiff_t>(rank);
+  std::nth_element(values.begin(), place, values.end());
+  return *place;
+}
+
+// The mean, and the size beyond which the kMissing largest lie.
+struct Center {
+  double mean;
+  double largest;
+};
+
+// Returns nothing if a residual isn't finite.
+std::optional<Center> find_center(const ResidualColumn& residuals, const Checkpoint& checkpoint) {
+  double sum = 0;
+  bool finite = true;
+  std::priority_queue<double, std::vector<double>, std::greater<>> largest;
+  residuals.for_each_block(checkpoint, [&](std::size_t, std::span<const double> block) {
+    for (const double value : block) {
+      finite &= std::isfinite(value);
+      sum += value;
+      if (largest.size() == kMissing) {
+        if (std::fabs(value) <= largest.top()) continue;
+        largest.pop();
+      }
+      largest.push(std::fabs(value));
+    }
+  });
+  if (!finite) return std::nullopt;
+  return Center{sum / static_cast<double>(residuals.size()), largest.top()};
+}
+
+// A mean square, and how it scatters among resamples: by the root of (m4 - m2^2) / n if objects
+// are drawn. Groups scatter by their sums.
+class MeanSquare {
+ public:
+  MeanSquare(const Units& units, double n) : units_(units), n_(n), sums_(groups()), parts_(sums_) {}
+
+  void add(std::size_t object, double square) {
+    second_ += square / n_;
+    fourth_ += square / n_ * square;
+    if (units_.are_groups()) sums_[units_.of(object)] += square / n_;
+  }
+
+  // The part of the objects in each group is counted whether their squares are added or not.
+  void count(std::size_t object) {
+    if (units_.are_groups()) parts_[units_.of(object)] += 1 / n_;
+  }
+
+  double value() const { return second_; }
+  bool is_finite() const { return std::isfinite(fourth_); }
+
+  double reach() const {
+    double variance = std::max(fourth_ - second_ * second_, 0.0) / n_;
+    if (units_.are_groups()) {
+      variance = 0;
+      for (std::size_t g = 0; g < sums_.size(); ++g) {
+        const double excess = sums_[g] - parts_[g] * second_;
+        variance += excess * excess;
+      }
+    }
+    const auto drawn = static_cast<double>(units_.count);
+    return kReach * std::sqrt(variance) + kReach * kReach * second_ / drawn;
+  }
+
+ private:
+  std::size_t groups() const { return units_.are_groups() ? units_.count : 0; }
+
+  const Units& units_;
+  double n_;
+  double second_ = 0;
+  double fourth_ = 0;
+  std::vector<double> sums_;
+  std::vector<double> parts_;
+};
+
+// The sigma of all objects, and where that of a resample may lie.
+struct SigmaRange {
+  double low;
+  double middle;
+  double high;
+};
+
+// Returns nothing if the fourth moment overflows.
+std::optional<SigmaRange> find_sigma(const ResidualColumn& residuals, const Units& units,
+                                     const Center& center, const Checkpoint& checkpoint) {
+  const auto n = static_cast<double>(residuals.size());
+  MeanSquare all(units, n);
+  MeanSquare core(units, n);  // without the largest residuals, which may make up most of sigma
+  residuals.for_each_block(checkpoint, [&](std::size_t first, std::span<const double> block) {
+    for (std::size_t i = 0; i < block.size(); ++i) {
+      const double square = (block[i] - center.mean) * (block[i] - center.mean);
+      all.add(first + i, square);
+      all.count(first + i);
+      core.count(first + i);
+      if (std::fabs(block[i]) < center.largest) core.add(first + i, square);
+    }
+  });
+  if (!all.is_finite()) return std::nullopt;
+  return SigmaRange{std::sqrt(std::max(core.value() - core.reach(), 0.0)), std::sqrt(all.value()),
+                    std::sqrt(all.value() + all.reach())};
+}
+
+}  // namespace
+
+double ResidualColumn::operator[](std::size_t i) const {
+  return normalized_ ? normalized_residual(reference_[i], estimate_[i])
+                     : residual(reference_[i], estimate_[i]);
+}
+
+void ResidualColumn::read(std::size_t first, std::span<double> block) const {
+  const double* const reference = reference_.data() + first;
+  const double* const estimate = estimate_.data() + first;
+  if (normalized_) {
+    for (std::size_t i = 0; i < block.size(); ++i) {
+      block[i] = normalized_residual(reference[i], estimate[i]);
+    }
+  } else {
+    for (std::size_t i = 0; i < block.size(); ++i) block[i] = residual(reference[i], estimate[i]);
+  }
+}
+
+// The place of the first entry whose key isn't below `key`.
+std::size_t Window::first_from(double key) const {
+  const auto below = [](const Entry& entry, double bound) { return entry.key() < bound; };
+  return static_cast<std::size_t>(std::lower_bound(entries.begin(), entries.end(), key, below) -
+                                  entries.begin());
+}
+
+void Window::set_middle(double key) {
+  middle = key;
+  start = first_from(key);
+}
+
+void Window::sort() {
+  std::sort(entries.begin(), entries.end(),
+            [](const Entry& a, const Entry& b) { return a.key() < b.key(); });
+  set_middle(middle);
+}
+
+// Walks along the entries from the middle.
+std::optional<double> Window::median(std::span<const std::uint8_t> counts, std::uint64_t below,
+                                     std::uint64_t size) const {
+  std::size_t place = start;
+  const auto count_of = [&](std::size_t i) -> std::uint64_t { return counts[entries[i].unit()]; };
+  const auto key_of = [&](std::uint64_t rank) -> std::optional<double> {
+    while (below > rank && place > 0) below -= count_of(--place);
+    while (place < entries.size() && below + count_of(place) <= rank) below += count_of(place++);
+    if (below > rank || place == entries.size()) return std::nullopt;
+    return entries[place].key();
+  };
+  const std::optional<double> lower = key_of((size - 1) / 2);
+  const std::optional<double> upper = lower ? key_of(size / 2) : std::nullopt;
+  if (!upper) return std::nullopt;
+  return size % 2 == 0 ? (*upper + *lower) / 2.0 : *upper;
+}
+
+std::optional<std::uint64_t> Window::beyond(double bound, double rounding,
+                                            std::span<const std::uint8_t> counts,
+                                            std::uint64_t beyond) const {
+  const double least = bound * (1 - rounding);
+  const double greatest = bound * (1 + rounding);
+  if (least < low || greatest > high) return std::nullopt;
+  std::size_t i = start;
+  for (; i < entries.size() && entries[i].key() <= least; ++i) beyond -= counts[entries[i].unit()];
+  if (i < entries.size() && entries[i].key() <= greatest && entries[i].key() > least) {
+    return std::nullopt;
+  }
+  for (; i > 0 && entries[i - 1].key() > least; --i) {
+    if (entries[i - 1].key() <= greatest) return std::nullopt;
+    beyond += counts[entries[i - 1].unit()];
+  }
+  return beyond;
+}
+
+// A sample of the residuals, one drawn at random from each `step`. Tells where medians of
+// resamples may lie, and how many entries windows will have.
+class Windows::Guess {
+ public:
+  Guess(const ResidualColumn& residuals, const Units& units) : units_(units) {
+    const std::size_t size = residuals.size();
+    step_ = static_cast<std::size_t>(std::max(1.0, std::cbrt(static_cast<double>(size)) / 8));
+    values_.reserve(size / step_);
+    RandomWords random(0, 0, 0);
+    std::array<std::uint64_t, 4> words{};
+    for (std::size_t first = 0; first + step_ <= size; first += step_) {
+      random.next(words);
+      const std::size_t object = first + words[0] % step_;
+      values_.push_back(residuals[object]);
+      if (units.are_groups()) groups_.push_back(units.of(object));
+    }
+  }
+
+  struct Range {
+    double low;
+    double middle;
+    double high;
+    bool has_least;
+    bool has_greatest;
+  };
+
+  // The median of some key, and where that of a resample may lie.
+  template <class Key>
+  Range median(Key key_of) const {
+    std::vector<double> keys(values_.size());
+    std::transform(values_.begin(), values_.end(), keys.begin(), key_of);
+    const std::size_t rank = keys.size() / 2;
+    const double middle = value_at(keys, rank);
+    const std::size_t half = half_width(key_of, middle);
+    const std::size_t low = rank - std::min(rank, half);
+    const std::size_t high = std::min(rank + half, keys.size() - 1);
+    const std::span<double> lower = std::span(keys).first(rank);
+    const std::span<double> upper = std::span(keys).subspan(rank + 1);
+    return {low == rank ? middle : value_at(lower, low), middle,
+            high == rank ? middle : value_at(upper, high - rank - 1), low == 0,
+            high == keys.size() - 1};
+  }
+
+  // A window about a median.
+  template <class Key>
+  void place(Window& window, Key key_of) const {
+    const Range range = median(key_of);
+    window.low = range.has_least && step_ > 1 ? -kInfinity : range.low;
+    window.middle = range.middle;
+    window.high = range.has_greatest && step_ > 1 ? kInfinity : range.high;
+  }
+
+  // The sample predicts the number of entries closely. Growing would take twice the memory.
+  template <class Key>
+  void reserve(Window& window, Key key_of, const Gap& gap) const {
+    const auto found = std::count_if(values_.begin(), values_.end(), [&](double value) {
+      const double key = key_of(value);
+      return key >= window.low && key <= window.high && !gap.has(key);
+    });
+    const auto expected = static_cast<std::size_t>(found) * step_;
+    window.entries.reserve(expected + expected / 16 + 16);
+  }
+
+ private:
+  // How many ranks a median scatters. With groups, it scatters by how many more objects of each
+  // are below it than above.
+  template <class Key>
+  std::size_t half_width(Key key_of, double middle) const {
+    double scatter = std::sqrt(static_cast<double>(values_.size())) / 2;
+    if (units_.are_groups()) {
+      std::vector<double> excess(units_.count);
+      for (std::size_t i = 0; i < values_.size(); ++i) {
+        excess[groups_[i]] += key_of(values_[i]) < middle ? 0.5 : -0.5;
+      }
+      double variance = 0;
+      for (const double value : excess) variance += value * value;
+      scatter = std::sqrt(variance);
+    }
+    return static_cast<std::size_t>(kReach * scatter) + 2;
+  }
+
+  const Units& units_;
+  std::size_t step_;
+  std::vector<double> values_;
+  std::vector<std::size_t> groups_;
+};
+
+template <class Use>
+void Windows::for_each_window(Use use) {
+  use(median_, kItself, Gap{});
+  use(absolute_, kMagnitude, Gap{});
+  use(distant_, kItself, gap_);
+  for (Window& window : beyond_) use(window, kMagnitude, Gap{});
+}
+
+bool Windows::find(const ResidualColumn& residuals, const Units& units,
+                   const Checkpoint& checkpoint) {
+  const auto center = find_center(residuals, checkpoint);
+  if (!center) return false;
+  const auto sigma = find_sigma(residuals, units, *center, checkpoint);
+  if (!sigma) return false;
+  center_ = center->mean;
+  for (std::size_t k = 0; k < beyond_.size(); ++k) {
+    const auto multiple = static_cast<double>(k + 1);
+    beyond_[k].low = sigma->low * multiple;
+    beyond_[k].middle = sigma->middle * multiple;
+    beyond_[k].high = sigma->high * multiple;
+  }
+
+  const Guess guess(residuals, units);
+  guess.place(median_, kItself);
+  guess.place(absolute_, kMagnitude);
+  // For the distances from a resample's median: the median moves, and so does the middle distance.
+  const double median = median_.middle;
+  const auto distance = guess.median([median](double value) { return std::fabs(value - median); });
+  const double moves = std::max(median - median_.low, median_.high - median);
+  has_gap_ = !distance.has_least && distance.low > moves;
+  if (has_gap_) {
+    gap_ = {median - (distance.low - moves), median + (distance.low - moves)};
+    near_ = distance.middle;
+    near_low_ = median - near_;
+    near_high_ = median + near_;
+  }
+  const bool all = distance.has_greatest;
+  distant_.low = all ? -kInfinity : median - distance.high - moves;
+  distant_.high = all ? kInfinity : median + distance.high + moves;
+  for_each_window(
+      [&](Window& window, auto key_of, const Gap& gap) { guess.reserve(window, key_of, gap); });
+  return fill(residuals, units, checkpoint);
+}
+
+// Finds the entries of the windows. Returns false if there are too many.
+bool Windows::fill(const ResidualColumn& residuals, const Units& units,
+                   const Checkpoint& checkpoint) {
+  const std::size_t size = residuals.size();
+  const std::size_t most = size < kMany ? 7 * size : units.are_groups() ? 3 * size : size * 2 / 3;
+  std::array<std::size_t, Resample::kBlock> places;
+  std::size_t entries = 0;
+  std::array<std::uint64_t, 3> below{};
+  residuals.for_each_block(checkpoint, [&](std::size_t first, std::span<const double> block) {
+    for (const double value : block) {
+      below[0] += value < median_.middle;
+      below[1] += std::fabs(value) < absolute_.middle;
+      below[2] += value >= near_low_ && value < near_high_;
+    }
+    if (entries > most) return;
+    for_each_window([&](Window& window, auto key_of, const Gap& gap) {
+      std::size_t found = 0;
+      for (std::size_t i = 0; i < block.size(); ++i) {  // branches would be hard to predict
+        const double key = key_of(block[i]);
+        places[found] = i;
+        found += (key >= window.low) & (key <= window.high) & !gap.has(key);
+      }
+      for (std::size_t k = 0; k < found; ++k) {
+        window.entries.emplace_back(key_of(block[places[k]]), units.of(first + places[k]));
+      }
+      entries += found;
+    });
+  });
+  if (entries > most) return false;
+
+  for_each_window([&](Window& window, auto, const Gap&) { window.sort(); });
+  gap_place_ = distant_.first_from(gap_.high);
+  place_near();
+  return set_middles(below, units.count, size);
+}
+
+void Windows::place_near() {
+  near_start_ = distant_.first_from(near_low_);
+  near_end_ = distant_.first_from(near_high_);
+}
+
+// Written without comparisons, so that the compiler vectorizes the loop.
+void Windows::mark(std::span<const double> residuals, std::uint64_t* marks) const {
+  // 1 at `place` if a < b: the sign of the difference, since both are finite.
+  const auto is_below = [](double a, double b, std::size_t place) {
+    return std::bit_cast<std::uint64_t>(a - b) >> 63 << (8 * place);
+  };
+  const double median = median_.middle;
+  const double absolute = absolute_.middle;
+  const double from = near_low_;
+  const double to = near_high_;
+  const std::array<double, 4> bounds = {beyond_[0].middle, beyond_[1].middle, beyond_[2].middle,
+                                        beyond_[3].middle};
+  for (std::size_t i = 0; i < residuals.size(); ++i) {
+    const double value = residuals[i] + 0.0;  // -0 becomes 0: -0 - 0 would have the sign of a minus
+    const double size = std::fabs(value);
+    marks[i] =
+        is_below(value, median, kBelowMedian) | is_below(size, absolute, kBelowAbsolute) |
+        (is_below(value, to, kNear) ^ is_below(value, from, kNear)) |
+        is_below(kOutlierBound, size, kBeyondFixed) | is_below(size, bounds[0], kBeyondSigma) |
+        is_below(size, bounds[1], kBeyondSigma + 1) | is_below(size, bounds[2], kBeyondSigma + 2) |
+        is_below(size, bounds[3], kBeyondSigma + 3);
+  }
+}
+
+bool Windows::evaluate(const DrawnSums& sums, std::span<const std::uint8_t> counts,
+                       std::uint64_t size, ResidualStatistics& result) const {
+  return moments(sums, size, result) && medians(sums, counts, size, result) &&
+         outliers(sums, counts, size, result);
+}
+
+// Cancellation costs digits, here or in sums in order. Then Accumulator must decide.
+bool Windows::moments(const DrawnSums& sums, std::uint64_t size, ResidualStatistics& result) const {
+  const auto n = static_cast<double>(size);
+  const double mean = sums.x / n;
+  const double square = sums.x2 / n;
+  const double variance = square - mean * mean;
+  result.bias = center_ + mean;
+  result.sigma = std::sqrt(variance);
+  result.rms = std::sqrt(result.bias * result.bias + variance);
+  return variance > 1e-3 * square && result.sigma > 1e-3 * result.rms;
+}
+
+bool Windows::outliers(const DrawnSums& sums, std::span<const std::uint8_t> counts,
+                       std::uint64_t size, ResidualStatistics& result) const {
+  const auto percent = [&](std::uint64_t count) {
+    return percentage(static_cast<double>(count), size);
+  };
+  const double rounding = 1e-12 + static_cast<double>(size) * 0x1p-52;
+  const auto bounds = outlier_bounds(result.sigma);
+  constexpr std::array kBeyond = {
+      &ResidualStatistics::outliers_1sigma, &ResidualStatistics::outliers_2sigma,
+      &ResidualStatistics::outliers_3sigma, &ResidualStatistics::outliers_4sigma};
+  result.outliers_015 = percent(sums.marked[kBeyondFixed]);
+  for (std::size_t k = 0; k < kBeyond.size(); ++k) {
+    const auto count =
+        beyond_[k].beyond(bounds[k + 1], rounding, counts, size - sums.marked[kBeyondSigma + k]);
+    if (!count) return false;
+    result.*kBeyond[k] = percent(*count);
+  }
+  return true;
+}
+
+// Takes the objects nearest to the median of a resample, one entry after the other.
+class Windows::Distances {
+ public:
+  // `near` drawn objects are taken: those in the gap, and the entries from left_ to before right_.
+  Distances(const Windows& windows, double median, std::span<const std::uint8_t> counts,
+            std::uint64_t near)
+      : windows_(windows),
+        entries_(windows.distant_.entries),
+        median_(median),
+        counts_(counts),
+        near_(near),
+        left_(windows.near_start_),
+        right_(windows.near_end_),
+        gap_(windows.gap_place_) {
+    if (windows.has_gap_) return;
+    gap_ = windows.distant_.first_from(median);
+    left_ = gap_;
+    right_ = gap_;
+    near_ = 0;
+  }
+
+  // The median distance, or nothing if the window doesn't give it.
+  std::optional<double> median(std::uint64_t size) {
+    const std::uint64_t lower = (size - 1) / 2;
+    level();
+    if (!give_back(lower)) return std::nullopt;
+    const std::optional<double> lower_value = take(lower);
+    const std::optional<double> value = lower_value ? take(size / 2) : std::nullopt;
+    if (!value || !has_all(*lower_value, *value)) return std::nullopt;
+    return size % 2 == 0 ? (*value + *lower_value) / 2.0 : *value;
+  }
+
+ private:
+  double distance(std::size_t i) const { return std::fabs(entries_[i].key() - median_); }
+  std::uint64_t count(std::size_t i) const { return counts_[entries_[i].unit()]; }
+  double next_left() const { return left_ == 0 ? kInfinity : distance(left_ - 1); }
+  double next_right() const { return right_ == entries_.size() ? kInfinity : distance(right_); }
+
+  // Moves both ends to the same distance.
+  void level() {
+    while (left_ < gap_ && distance(left_) > windows_.near_) near_ -= count(left_++);
+    while (next_left() <= windows_.near_) near_ += count(--left_);
+    while (right_ > gap_ && distance(right_ - 1) > windows_.near_) near_ -= count(--right_);
+    while (next_right() <= windows_.near_) near_ += count(right_++);
+  }
+
+  // Gives back the most distant ones while there are more than `most`.
+  bool give_back(std::uint64_t most) {
+    while (near_ > most) {
+      const double last_left = left_ < gap_ ? distance(left_) : -1;
+      const double last_right = right_ > gap_ ? distance(right_ - 1) : -1;
+      if (std::max(last_left, last_right) < 0) return false;
+      near_ -= count(last_left >= last_right ? left_++ : --right_);
+    }
+    return true;
+  }
+
+  // Takes the nearest ones, until the one of this rank is among them. Returns its distance.
+  std::optional<double> take(std::uint64_t rank) {
+    while (near_ <= rank) {
+      const double to_left = next_left();
+      const double to_right = next_right();
+      last_ = std::min(to_left, to_right);
+      if (last_ == kInfinity) return std::nullopt;
+      near_ += count(to_left <= to_right ? --left_ : right_++);
+    }
+    return last_;
+  }
+
+  // Whether both middle distances lie where the window has all objects.
+  bool has_all(double lower, double upper) const {
+    const Gap& gap = windows_.gap_;
+    const Window& window = windows_.distant_;
+    if (windows_.has_gap_ && lower < std::max(median_ - gap.low, gap.high - median_)) return false;
+    return upper <= std::min(median_ - window.low, window.high - median_);
+  }
+
+  const Windows& windows_;
+  std::span<const Window::Entry> entries_;
+  double median_;
+  std::span<const std::uint8_t> counts_;
+  std::uint64_t near_;
+  std::size_t left_;
+  std::size_t right_;
+  std::size_t gap_;
+  double last_ = 0;
+};
+
+bool Windows::medians(const DrawnSums& sums, std::span<const std::uint8_t> counts,
+                      std::uint64_t size, ResidualStatistics& result) const {
+  const auto median = median_.median(counts, sums.marked[kBelowMedian], size);
+  const auto absolute = absolute_.median(counts, sums.marked[kBelowAbsolute], size);
+  const auto distance =
+      median ? Distances(*this, *median, counts, sums.marked[kNear]).median(size) : std::nullopt;
+  if (!absolute || !distance) return false;
+  result.mad = *absolute;
+  result.nmad = result.mad * kNmadFactor;
+  result.mad_delta = *distance;
+  return true;
+}
+
+// So far the middles are those of a sample. Replaces them by those of all objects, where walks
+// start.
+bool Windows::set_middles(std::array<std::uint64_t, 3> below, std::size_t units,
+                          std::uint64_t size) {
+  const std::vector<std::uint8_t> ones(units, 1);
+  const auto median = median_.median(ones, below[0], size);
+  const auto absolute = absolute_.median(ones, below[1], size);
+  const auto distance =
+      median ? Distances(*this, *median, ones, below[2]).median(size) : std::nullopt;
+  if (!absolute || !distance) return false;
+  median_.set_middle(*median);
+  absolute_.set_middle(*absolute);
+  if (has_gap_) {
+    near_ = *distance;
+    near_low_ = *median - *distance;
+    near_high_ = *median + *distance;
+    place_near();
+  }
+  return true;
+}
+
+}  // namespace vostrel
