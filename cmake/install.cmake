@@ -1,7 +1,7 @@
 # What is installed where, the API reference, and the Debian packages (packaging/).
 #
 # Components: runtime (the program, its manual, completion and all documents), dev (library, headers,
-# CMake package, pkg-config file and example) and python (the Python package with vostrel-plot; only
+# CMake package, pkg-config file and example) and python (the Python package with its commands; only
 # in the Debian package).
 
 include(GNUInstallDirs)
@@ -96,12 +96,14 @@ install(DIRECTORY docs DESTINATION ${vostrel_doc_dir} COMPONENT runtime
 install(FILES examples/redshifts.csv DESTINATION ${vostrel_doc_dir}/examples COMPONENT runtime)
 install(DIRECTORY examples/consumer DESTINATION ${vostrel_doc_dir}/examples COMPONENT dev)
 
-# ---- the figure ----------------------------------------------------------------------------------
+# ---- vostrel-plot and vostrel-evaluate -----------------------------------------------------------
 
-# vostrel-plot is an entry point of the Python package. Its manual comes with the Debian package.
-configure_file(docs/vostrel-plot.1.in docs/vostrel-plot.1 @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/docs/vostrel-plot.1
-  DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT python EXCLUDE_FROM_ALL)
+# They are entry points of the Python package. Their manuals come with the Debian package.
+foreach(command IN ITEMS vostrel-plot vostrel-evaluate)
+  configure_file(docs/${command}.1.in docs/${command}.1 @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/docs/${command}.1
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT python EXCLUDE_FROM_ALL)
+endforeach()
 
 # ---- the API reference: cmake --build build --target vostrel_doc_api -----------------------------
 

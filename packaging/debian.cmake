@@ -1,5 +1,5 @@
 # Three Debian packages: the program, the library with its headers, and the Python package with
-# vostrel-plot. Only the last one needs Python.
+# vostrel-plot and vostrel-evaluate. Only the last one needs Python.
 
 if(BUILD_SHARED_LIBS)
   message(STATUS "Debian packages are made only from static builds")
@@ -64,8 +64,8 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-vostrel)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "${vostrel_python_versions}, python3-numpy")
-set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "python3-matplotlib, vostrel")
-set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-pandas, python3-astropy")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "python3-matplotlib, python3-jinja2, vostrel")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-pandas, python3-astropy, python3-h5py")
 # vostrel-plot was a package of its own.
 set(CPACK_DEBIAN_PYTHON_PACKAGE_PROVIDES vostrel-plot)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_REPLACES vostrel-plot)
@@ -76,7 +76,8 @@ set(CPACK_DEBIAN_PYTHON_DESCRIPTION "${PROJECT_DESCRIPTION} (Python)
 ${vostrel_purpose}
 
 This package holds the Python package, which computes the same numbers from
-arrays, and vostrel-plot, which draws the figure that goes with them.")
+arrays, vostrel-plot, which draws the figure that goes with them, and
+vostrel-evaluate, which reads the columns of catalogues.")
 
 # Adds what only a package has to the staged files, just before they are packed.
 configure_file(packaging/changelog.in packaging/changelog.in @ONLY)

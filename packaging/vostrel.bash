@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Bash completion for vostrel and vostrel-plot. Column indices and titles are left to the user.
+# Bash completion for vostrel, vostrel-plot and vostrel-evaluate. Columns, numbers and titles are left to the user.
 
 # Splits the line up to the cursor into the array `words`, without redirections. (Bash's own words
 # are also cut at ":" and "=".) Returns 1 if the file of a redirection is being typed.
@@ -92,3 +92,38 @@ _vostrel_plot() {
   esac
 }
 complete -F _vostrel_plot vostrel-plot
+
+_vostrel_evaluate() {
+  local words
+  local options="--columns --where --missing --by --bins --errors --groups --resamples --confidence
+    --seed --format --output --table --memory --version --help"
+  COMPREPLY=()
+  if ! _vostrel_words; then
+    compopt -o default
+    return
+  fi
+  case ${words[-2]} in
+    --where | --missing | --by | --bins | --groups | --resamples | --confidence | --seed | --memory)
+      return
+      ;;
+    --errors)
+      mapfile -t COMPREPLY < <(compgen -W "none formula bootstrap" -- "$2")
+      return
+      ;;
+    --format)
+      mapfile -t COMPREPLY < <(compgen -W "text json csv ecsv latex markdown" -- "$2")
+      return
+      ;;
+  esac
+  case ${words[-1]} in
+    --output=* | --table=*) compopt -o default ;;
+    --errors=*) mapfile -t COMPREPLY < <(compgen -W "none formula bootstrap" -- "$2") ;;
+    --format=*)
+      mapfile -t COMPREPLY < <(compgen -W "text json csv ecsv latex markdown" -- "$2")
+      ;;
+    --*=*) ;;
+    -*) mapfile -t COMPREPLY < <(compgen -W "$options" -- "$2") ;;
+    *) _vostrel_files "$2" ;;
+  esac
+}
+complete -F _vostrel_evaluate vostrel-evaluate

@@ -22,6 +22,7 @@ class Terminal:
             "PS1=\nshow() { printf 'words:'; printf ' <%s>' \"$@\"; echo; }\n"
             "vostrel() { show \"$@\" >/dev/tty; }\n"
             "vostrel-plot() { show \"$@\" >/dev/tty; }\n"
+            "vostrel-evaluate() { show \"$@\" >/dev/tty; }\n"
             f"{load}\necho re''ady\n"
         )
         self.text = ""
@@ -160,3 +161,11 @@ def test_found_where_it_is_installed(folder):
         "<--stats> <galaxies one.csv> <report.txt> <1> <2> <3>"
     )
     terminal.close()
+
+
+def test_options_of_vostrel_evaluate(terminal):
+    assert terminal.words("vostrel-evaluate ga\tzspec zphot --err\tb\t--out\trep\t") == (
+        "<galaxies one.csv> <zspec> <zphot> <--errors> <bootstrap> <--output> <report.txt>"
+    )
+    assert terminal.words("vostrel-evaluate --format=l\t") == "<--format=latex>"
+    assert "report.txt" not in " ".join(terminal.listed("vostrel-evaluate ga --by "))

@@ -8,7 +8,8 @@ import pytest
 from conftest import BUILD, DATE, RELEASE, SOURCE, VERSION, need, run
 
 MANUAL = BUILD / "docs" / "vostrel.1"
-PAGES = [MANUAL] + [page for page in [BUILD / "docs" / "vostrel-plot.1"] if page.exists()]
+COMMANDS = [BUILD / "docs" / "vostrel-plot.1", BUILD / "docs" / "vostrel-evaluate.1"]
+PAGES = [MANUAL] + [page for page in COMMANDS if page.exists()]
 
 
 @pytest.mark.parametrize("page", PAGES, ids=lambda page: page.name)

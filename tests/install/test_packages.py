@@ -121,6 +121,7 @@ def test_python_package_from_the_package(unpacked, tmp_path):
     assert (packages_ / "vostrel" / "py.typed").is_file()
     assert list(packages_.rglob("__pycache__")) == []
     assert (root / "bin" / "vostrel-plot").read_text().startswith(f"#!{PYTHON}\n")
-    output = run(root / "bin" / "vostrel-plot", "--version", PYTHONPATH=str(packages_))
-    assert output == f"vostrel-plot {VERSION}\n"
-    assert (root / "share/man/man1/vostrel-plot.1.gz").is_file()
+    for command in ("vostrel-plot", "vostrel-evaluate"):
+        output = run(root / "bin" / command, "--version", PYTHONPATH=str(packages_))
+        assert output == f"{command} {VERSION}\n"
+        assert (root / f"share/man/man1/{command}.1.gz").is_file()

@@ -1,0 +1,1 @@
+"""The command ``vostrel-evaluate``: from a catalogue in a file to the statistics."""

@@ -1,0 +1,255 @@
+"""The program vostrel-evaluate."""
+
+from __future__ import annotations
+
+import argparse
+import re
+import shlex
+import signal
+import sys
+import time
+import warnings
+from collections.abc import Callable, Sequence
+from contextlib import ExitStack
+from typing import Any, NoReturn
+
+from vostrel._core import VERSION
+from vostrel.evaluate._compute import Options, evaluate
+from vostrel.evaluate._errors import EvaluateError, one_line, printable
+from vostrel.evaluate._files import Table, names_file
+from vostrel.evaluate._formats import FORMATS
+from vostrel.evaluate._rows import Objects, Roles, Selection
+from vostrel.evaluate._tables import Task
+from vostrel.evaluate._where import Condition
+from vostrel.evaluate._writing import write, written
+
+PROGRAM = "vostrel-evaluate"
+
+EXAMPLES = """\
+examples:
+  vostrel-evaluate survey.fits Z_SPEC Z_PHOT
+  vostrel-evaluate survey.fits --columns
+  vostrel-evaluate cat.csv zspec template forest --by imag --bins 18,20,22,24 \\
+      --where 'quality >= 3 & imag < 24'
+  vostrel-evaluate cat.hdf5 zspec zphot --missing -99 --errors bootstrap --groups field
+  vostrel-evaluate 'tile_*.fits[1]' zspec zphot --format latex --output table.tex
+  vostrel-evaluate cat.csv zspec zphot --table table.csv
+
+A table is FITS, HDF5, Parquet, CSV, TSV, ECSV, VOTable, .npy or .npz, by the end of its name;
+- is CSV from standard input. Exit status: 0, or 1 after an error."""
+
+
+class Parser(argparse.ArgumentParser):
+    """A parser that reports a mistake in one line, like every other error."""
+
+    def error(self, message: str) -> NoReturn:
+        raise EvaluateError(f"{message} (see {PROGRAM} --help)")
+
+
+class Progress:
+    """Shows on a terminal what is being done, once the work takes more than a second."""
+
+    def __init__(self) -> None:
+        self._due = time.monotonic() + 1
+        self._shown = False
+        self.total: int | None = None  # rows of the table
+
+    def __call__(self, what: str, done: int, total: int | None) -> None:
+        """Replace the line."""
+        now = time.monotonic()
+        if now < self._due or not sys.stderr.isatty():
+            return
+        total = self.total if total is None else total
+        text = f"{what}: {done:,}"
+        if total:
+            filled = min(20, 20 * done // total)
+            text = f"{what} [{'#' * filled}{'.' * (20 - filled)}] {done:,} of {total:,}"
+        sys.stderr.write(f"\r\033[K{PROGRAM}: {text}")
+        sys.stderr.flush()
+        self._due = now + 0.1
+        self._shown = True
+
+    def clear(self) -> None:
+        """Remove the line."""
+        if self._shown:
+            sys.stderr.write("\r\033[K")
+            sys.stderr.flush()
+            self._shown = False
+
+
+def main(words: Sequence[str] | None = None) -> int:
+    """Run the program and return its exit status."""
+    progress = Progress()
+    # SIGTERM ends the program like an error, so that no temporary file is left.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    warnings.simplefilter("ignore")
+    problem = None
+    try:
+        run(sys.argv[1:] if words is None else list(words), progress)
+    except EvaluateError as error:
+        problem = str(error)
+    except (ValueError, TypeError, ImportError) as error:  # refused by a function of vostrel
+        problem = one_line(error)
+    except OSError as error:
+        problem = one_line(error)
+    except MemoryError:
+        problem = "not enough memory; allow less by --memory"
+    except KeyboardInterrupt:
+        return 130
+    finally:
+        progress.clear()
+    if problem:
+        print(f"{PROGRAM}: {printable(problem)}", file=sys.stderr)
+    return 1 if problem else 0
+
+
+def run(words: list[str], progress: Progress) -> None:
+    """Do what the command line asks for."""
+    options = arguments(words)
+    table = Table(options.tables)
+    try:
+        text = columns_text(table) if options.columns else judged(table, options, words, progress)
+    finally:
+        table.close()
+    write(options.output, text)
+
+
+def judged(
+    table: Table, options: argparse.Namespace, words: list[str], progress: Progress
+) -> str:
+    """Return the numbers as text, and write the used rows if they are asked for."""
+    roles = Roles(options.names[0], tuple(options.names[1:]), options.by, options.groups)
+    condition = None if options.where is None else Condition(options.where)
+    selection = Selection(table, roles, condition, options.missing)
+    progress.total = table.rows
+    with ExitStack() as stack:
+        watch = None
+        if options.table is not None:
+            watch = rows_to(stack.enter_context(written(options.table)), roles)
+        results = evaluate(selection, settings(options), progress, watch)
+    task = Task(
+        table=printable(table.label),
+        command=f"{PROGRAM} {printable(' '.join(map(shlex.quote, words)))}",
+        roles=roles,
+        where=options.where,
+        missing=tuple(options.missing),
+        method=options.errors,
+        confidence=options.confidence,
+    )
+    return FORMATS[options.format](results, task)
+
+
+def rows_to(stream: Any, roles: Roles) -> Callable[[Objects], None]:
+    """Return a function that writes objects as the program vostrel reads them."""
+    line = "%d" + ",%.17g" * (1 + len(roles.estimates)) + "\n"
+
+    def add(objects: Objects) -> None:
+        names = (roles.reference, *roles.estimates)
+        columns = [objects.numbers[name].tolist() for name in names]
+        stream.writelines(map(line.__mod__, zip(objects.rows.tolist(), *columns)))
+
+    return add
+
+
+def columns_text(table: Table) -> str:
+    """Return a line for each column."""
+    text = ""
+    for reader, name in zip(table.readers, table.names):
+        rows = "" if reader.rows is None else f", {reader.rows} rows"
+        part = "" if reader.part is None else f"[{reader.part}]"
+        text += f"{name}{part}: {len(reader.columns())} columns{rows}\n"
+        for column, kind in reader.columns().items():
+            text += f"  {printable(column)}" + (f"  {kind}" if kind else "") + "\n"
+    return text
+
+
+# ---- the command line ----------------------------------------------------------------------------
+
+
+def arguments(words: Sequence[str]) -> argparse.Namespace:
+    """Return the parsed command line."""
+    parser = Parser(
+        prog=PROGRAM,
+        usage=f"{PROGRAM} TABLE... REFERENCE ESTIMATE... [OPTIONS]",
+        description="Judge redshift estimates, or any others, in a catalogue.",
+        epilog=EXAMPLES,
+        formatter_class=argparse.RawDescriptionHelpFormatter,
+        allow_abbrev=False,
+    )
+    # Also numbers such as -9.9e1 are values of options.
+    parser._negative_number_matcher = re.compile(r"^-(\d|\.\d|inf)")
+    add = parser.add_argument
+    add("words", nargs="*", metavar="TABLE... REFERENCE ESTIMATE...", help="files, then the names "
+        "of the columns with the reference and the estimates. A file may have [extension] or "
+        "[group] behind its name, or be a glob in quotes")
+    add("--columns", action="store_true", help="list the columns of the table, and end")
+    add("--where", metavar="CONDITION", help="use only the rows for which this holds; it may "
+        "compute and compare columns, as in 'quality >= 3 & imag < 24'")
+    add("--missing", metavar="VALUE", type=float, action="append", default=[], help="a value of "
+        "reference, estimate or --by that means missing; may be given several times")
+    add("--by", metavar="COLUMN", help="the column for bins (default: the reference)")
+    add("--bins", metavar="BINS", type=read_bins, help="edges, as in 18,20,22; a number of bins "
+        "of equal width; or count:N for N bins of equal counts (default with --by: 10)")
+    add("--errors", choices=("none", "formula", "bootstrap"), default="none", help="how errors "
+        "are computed; bootstrap also compares the estimates (default: %(default)s)")
+    add("--groups", metavar="COLUMN", help="resample whole groups, such as fields of the sky")
+    add("--resamples", metavar="N", type=int, default=1000, help="resamples of the bootstrap "
+        "(default: %(default)s)")
+    add("--confidence", metavar="P", type=float, default=0.683, help="confidence of the intervals "
+        "(default: %(default)s)")
+    add("--seed", metavar="N", type=int, help="makes the bootstrap repeatable")
+    add("--format", choices=tuple(FORMATS), default="text", help="(default: %(default)s)")
+    add("--output", metavar="FILE", help="write to this file instead of standard output")
+    add("--table", metavar="FILE", help="also write the used rows as the program vostrel reads "
+        "them: number of the row, reference, estimates")
+    add("--memory", metavar="GIB", type=float, default=0.5, help="what the columns may take in "
+        "memory; larger tables are read in several passes (default: %(default)s)")
+    add("--version", action="version", version=f"{PROGRAM} {VERSION}")
+    options = parser.parse_intermixed_args(words)
+    check(parser, options)
+    return options
+
+
+def check(parser: Parser, options: argparse.Namespace) -> None:
+    """Divide the words into files and columns, and refuse options that don't go together."""
+    count = 1
+    while count < len(options.words) and names_file(options.words[count]):
+        count += 1
+    options.tables, options.names = options.words[:count], options.words[count:]
+    if not options.tables:
+        parser.error("name a table, the column of the reference and that of the estimate")
+    if options.columns:
+        return
+    if len(options.names) < 2:
+        parser.error("name the column of the reference and that of the estimate; "
+                     "--columns lists them")
+    for name in options.names[1:]:
+        if options.names.count(name) > 1:
+            parser.error(f"column {name!r} is named twice")
+    if options.by is not None and options.bins is None:
+        options.bins = 10
+    if options.groups is not None and options.errors != "bootstrap":
+        parser.error("--groups goes with --errors bootstrap")
+    if not options.memory >= 0:
+        parser.error("--memory must be a number of GiB")
+
+
+def settings(options: argparse.Namespace) -> Options:
+    """Return what is computed."""
+    return Options(
+        bins=options.bins,
+        errors=options.errors,
+        resamples=options.resamples,
+        confidence=options.confidence,
+        seed=options.seed,
+        memory=int(min(options.memory, 1 << 20) * (1 << 30)),
+    )
+
+
+def read_bins(text: str) -> Any:
+    """Return bins as binned_statistics takes them."""
+    if text.startswith("count:"):
+        return "count", int(text[6:])
+    if "," in text:
+        return [float(edge) for edge in text.split(",")]
+    return int(text)

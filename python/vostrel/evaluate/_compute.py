@@ -1,0 +1,302 @@
+"""The statistics of the used rows, in memory or in passes over the files."""
+
+from __future__ import annotations
+
+from collections.abc import Callable, Iterator, Mapping
+from dataclasses import dataclass, field
+from itertools import chain
+from typing import Any, Literal, Union
+
+import numpy as np
+from numpy.typing import NDArray
+
+import vostrel
+from vostrel._accumulator import Accumulator, BinnedAccumulator
+from vostrel._results import BinnedStatistics, PointStatistics, Uncertainties
+from vostrel.evaluate._errors import EvaluateError
+from vostrel.evaluate._rows import Counts, Objects, Selection
+
+#: Called with what is being done, how much of it is done, and how much there is, if that is known.
+Progress = Callable[[str, int, Union[int, None]], None]
+
+#: How many objects are added to the passes at a time.
+BLOCK = 1 << 20
+
+
+@dataclass(frozen=True)
+class Options:
+    """What is computed."""
+
+    bins: Any = None  # as in binned_statistics
+    errors: Literal["none", "formula", "bootstrap"] = "none"
+    resamples: int = 1000
+    confidence: float = 0.683
+    seed: int | None = None
+    memory: int = 1 << 29  # bytes that the columns may take
+
+
+@dataclass
+class Results:
+    """All numbers, each by the name of the estimate."""
+
+    counts: Counts
+    points: dict[str, PointStatistics] = field(default_factory=dict)
+    errors: dict[str, Uncertainties] = field(default_factory=dict)
+    bins: dict[str, BinnedStatistics] = field(default_factory=dict)
+    #: The errors of each bin. None where a bin has too few objects or groups.
+    bin_errors: dict[str, list[Uncertainties | None]] = field(default_factory=dict)
+    #: The differences by the names of two estimates.
+    differences: dict[tuple[str, str], Uncertainties] = field(default_factory=dict)
+    #: The objects, unless they are larger than the memory that they may take.
+    objects: Objects | None = None
+
+
+def evaluate(
+    selection: Selection,
+    options: Options,
+    progress: Progress,
+    watch: Callable[[Objects], None] | None = None,
+) -> Results:
+    """Return all numbers. `watch` sees the objects of the first pass."""
+    counts = Counts()
+    results = Results(counts)
+    held: list[Objects] = []
+    size = 0
+    chunks = _watched(selection.objects(counts), progress, counts, watch)
+    for objects in chunks:
+        held.append(objects)
+        size += objects.nbytes
+        if size > options.memory:
+            refuse_large(options)
+            _in_passes(results, selection, options, chain(_released(held), chunks), progress)
+            return results
+    if not counts.used:
+        raise EvaluateError(f"no objects are left: {counts_text(counts)}")
+    results.objects = _joined(held)
+    _in_memory(results, selection, options, progress)
+    return results
+
+
+def counts_text(counts: Counts) -> str:
+    """Return the counts as one line."""
+    return (f"{counts.read} rows read, {counts.not_selected} not selected, {counts.masked} masked, "
+            f"{counts.missing} missing, {counts.nan} with NaN, {counts.used} used")
+
+
+def refuse_large(options: Options) -> None:
+    """Raise an EvaluateError if an option needs all objects at once."""
+    needs = []
+    if options.errors != "none":
+        needs.append(f"--errors {options.errors}")
+    if isinstance(options.bins, tuple):
+        needs.append("bins of equal counts")
+    if needs:
+        raise EvaluateError(
+            f"the columns take more than {options.memory / (1 << 30):g} GiB, and "
+            f"{' and '.join(needs)} must have all objects in memory; allow more by --memory"
+        )
+
+
+def _watched(
+    chunks: Iterator[Objects],
+    progress: Progress,
+    counts: Counts,
+    watch: Callable[[Objects], None] | None,
+) -> Iterator[Objects]:
+    for objects in chunks:
+        if watch is not None:
+            watch(objects)
+        progress("reading", counts.read, None)
+        yield objects
+
+
+def _released(held: list[Objects]) -> Iterator[Objects]:
+    """Go over the objects, and keep none of those that are done."""
+    while held:
+        yield held.pop(0)
+
+
+def _joined(held: list[Objects]) -> Objects:
+    """Return all objects as one. Column by column, to save memory."""
+    if len(held) == 1:
+        return held[0]
+    numbers = {}
+    for name in list(held[0].numbers):
+        numbers[name] = np.concatenate([objects.numbers.pop(name) for objects in held])
+    rows = np.concatenate([objects.rows for objects in held])
+    groups = None
+    if held[0].groups is not None:
+        groups = np.concatenate([objects.groups for objects in held if objects.groups is not None])
+    return Objects(numbers, groups, rows)
+
+
+# ---- in memory -----------------------------------------------------------------------------------
+
+
+def _in_memory(
+    results: Results, selection: Selection, options: Options, progress: Progress
+) -> None:
+    """Compute everything from the objects."""
+    roles = selection.roles
+    objects = results.objects
+    assert objects is not None
+    reference = objects.numbers[roles.reference]
+    estimates = {name: objects.numbers[name] for name in roles.estimates}
+    groups = None if objects.groups is None else labels_of(objects.groups)
+    for name, estimate in estimates.items():
+        results.points[name] = vostrel.point_statistics(reference, estimate)
+    _add_errors(results, reference, estimates, groups, options, progress)
+    if options.bins is None:
+        return
+    by = objects.numbers[roles.by or roles.reference]
+    for name, estimate in estimates.items():
+        bins = vostrel.binned_statistics(reference, estimate, by, bins=options.bins)
+        results.bins[name] = bins
+        if options.errors != "none":
+            results.bin_errors[name] = [
+                _bin_errors(reference[one], estimate[one], None if groups is None else groups[one],
+                            options)
+                for one in members(by, bins.edges)
+            ]
+            progress("errors of bins", len(results.bin_errors), len(estimates))
+
+
+def labels_of(groups: NDArray[Any]) -> NDArray[Any]:
+    """Return labels as integers if they are, else as text: the same from every format."""
+    if groups.dtype.kind in "iu":
+        return groups
+    if groups.dtype.kind in "SO":
+        groups = np.array([
+            label.decode("utf-8", "replace") if isinstance(label, bytes) else str(label)
+            for label in groups.tolist()
+        ])
+    try:
+        return groups.astype(np.int64) if groups.dtype.kind == "U" else groups
+    except ValueError:
+        return np.char.strip(groups)
+
+
+def _add_errors(
+    results: Results,
+    reference: NDArray[np.float64],
+    estimates: Mapping[str, NDArray[np.float64]],
+    groups: NDArray[Any] | None,
+    options: Options,
+    progress: Progress,
+) -> None:
+    """Add the errors of all estimates and of their differences."""
+    if options.errors == "formula":
+        for name, estimate in estimates.items():
+            results.errors[name] = vostrel.uncertainties(
+                reference, estimate, confidence=options.confidence
+            )
+    if options.errors != "bootstrap":
+        return
+    how: dict[str, Any] = {
+        "resamples": options.resamples,
+        "confidence": options.confidence,
+        "groups": groups,
+        "seed": options.seed,
+        "workers": -1,
+        "progress": lambda done, total: progress("resampling", done, total),
+    }
+    if len(estimates) == 1:
+        (name, estimate), = estimates.items()
+        results.errors[name] = vostrel.bootstrap(reference, estimate, **how)
+        return
+    compared = vostrel.bootstrap_difference(reference, estimates, **how)
+    results.errors.update(compared.estimates)
+    names = list(estimates)
+    for i, first in enumerate(names):
+        for second in names[i + 1 :]:
+            results.differences[first, second] = compared[first, second]
+
+
+def members(
+    by: NDArray[np.float64], edges: NDArray[np.float64]
+) -> Iterator[NDArray[np.bool_]]:
+    """Go over the bins, and return which objects are in each."""
+    for i, (low, high) in enumerate(zip(edges, edges[1:])):
+        yield (by >= low) & ((by <= high) if i == len(edges) - 2 else (by < high))
+
+
+def _bin_errors(
+    reference: NDArray[np.float64],
+    estimate: NDArray[np.float64],
+    groups: NDArray[Any] | None,
+    options: Options,
+) -> Uncertainties | None:
+    """Return the errors of one bin, or None if it has too few objects or groups."""
+    if len(reference) < 2 or (groups is not None and len(np.unique(groups)) < 2):
+        return None
+    if options.errors == "formula":
+        return vostrel.uncertainties(reference, estimate, confidence=options.confidence)
+    return vostrel.bootstrap(
+        reference, estimate, resamples=options.resamples, confidence=options.confidence,
+        groups=groups, seed=options.seed, workers=-1,
+    )
+
+
+# ---- in passes -----------------------------------------------------------------------------------
+
+
+def _in_passes(
+    results: Results,
+    selection: Selection,
+    options: Options,
+    first: Iterator[Objects],
+    progress: Progress,
+) -> None:
+    """Compute the statistics in passes, of which `first` is the first."""
+    roles = selection.roles
+    by = roles.by or roles.reference
+    points = {name: Accumulator() for name in roles.estimates}
+    bins: dict[str, BinnedAccumulator] = {}
+    find_range = isinstance(options.bins, int)
+    if options.bins is not None and not find_range:
+        bins = {name: BinnedAccumulator(options.bins) for name in roles.estimates}
+    low, high = np.inf, -np.inf
+    chunks = first
+    number = 0
+    while True:
+        number += 1
+        adding = [
+            (state, name)
+            for states in (points, bins)
+            for name, state in states.items()  # type: ignore[attr-defined]
+            if state.needs_another_pass
+        ]
+        if not adding:
+            break
+        done = 0
+        for objects in chunks:
+            if number == 1 and find_range and len(objects.rows):
+                low = min(low, objects.numbers[by].min())
+                high = max(high, objects.numbers[by].max())
+            for state, name in adding:
+                _add(state, objects, roles.reference, name, by)
+            done += len(objects.rows)
+            progress(f"pass {number}", done, results.counts.used if number > 1 else None)
+        for state, _ in adding:
+            state.end_pass()
+        if number == 1 and find_range:
+            bins = {
+                name: BinnedAccumulator(options.bins, (float(low), float(high)))
+                for name in roles.estimates
+            }
+        chunks = selection.objects()
+    results.points = {name: state.result() for name, state in points.items()}
+    results.bins = {name: state.result() for name, state in bins.items()}
+
+
+def _add(
+    state: Accumulator | BinnedAccumulator, objects: Objects, reference: str, name: str, by: str
+) -> None:
+    """Add objects to a pass, a block at a time."""
+    for start in range(0, len(objects.rows), BLOCK):
+        block = slice(start, start + BLOCK)
+        values = (objects.numbers[reference][block], objects.numbers[name][block])
+        if isinstance(state, BinnedAccumulator):
+            state.add(*values, objects.numbers[by][block])
+        else:
+            state.add(*values)

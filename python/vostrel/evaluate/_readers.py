@@ -1,0 +1,79 @@
+"""What the readers of all formats share: they give columns of one file, chunk by chunk."""
+
+from __future__ import annotations
+
+import gzip
+from abc import ABC, abstractmethod
+from collections.abc import Collection, Iterator, Sequence
+from typing import IO, Any, Optional
+
+import numpy as np
+from numpy.typing import NDArray
+
+from vostrel.evaluate._errors import EvaluateError
+
+#: Columns by name. Masked and NULL entries are masked.
+Chunk = dict[str, NDArray[Any]]
+
+_MA: Any = np.ma  # NumPy has no types for it
+
+#: How many rows and bytes are read at a time.
+ROWS = 1 << 20
+BYTES = 1 << 25
+
+
+class Reader(ABC):
+    """A table in a file. `part` is what stands in brackets behind its name."""
+
+    #: How many rows there are, if that is known before they are read.
+    rows: Optional[int] = None
+
+    def __init__(self, path: str, part: Optional[str]) -> None:
+        self.path = path
+        self.part = part
+
+    @abstractmethod
+    def columns(self) -> dict[str, str]:
+        """Return the names of the columns, and the type of each."""
+
+    @abstractmethod
+    def chunks(self, names: Sequence[str], text: Collection[str]) -> Iterator[Chunk]:
+        """Go over the rows. Where everything is text, columns in `text` stay text."""
+
+
+def open_binary(path: str) -> IO[bytes]:
+    """Return the file as a stream of bytes, decompressed if its name ends in .gz."""
+    stream: Any = gzip.open(path) if path.lower().endswith(".gz") else open(path, "rb")
+    return stream  # type: ignore[no-any-return]
+
+
+def slices(rows: int, row_bytes: int) -> Iterator[slice]:
+    """Return slices of so many rows."""
+    step = max(1, min(ROWS, BYTES // max(row_bytes, 1)))
+    return (slice(first, min(first + step, rows)) for first in range(0, rows, step))
+
+
+def no_part(reader: Reader, kind: str) -> None:
+    """Raise an EvaluateError if a part of the file was asked for."""
+    if reader.part is not None:
+        raise EvaluateError(f"a {kind} file has no [{reader.part}]; only FITS and HDF5 have parts")
+
+
+def masked(values: NDArray[Any], mask: NDArray[np.bool_]) -> NDArray[Any]:
+    """Return the values, as a masked array if anything is masked."""
+    if not mask.any():
+        return values
+    result: NDArray[Any] = _MA.MaskedArray(values, mask)
+    return result
+
+
+def data_of(values: NDArray[Any]) -> NDArray[Any]:
+    """Return the values without their mask."""
+    data: NDArray[Any] = _MA.getdata(values)
+    return data
+
+
+def mask_of(values: NDArray[Any]) -> NDArray[np.bool_] | None:
+    """Return the mask, or None if nothing is masked."""
+    mask: NDArray[np.bool_] = _MA.getmask(values)
+    return None if mask is _MA.nomask or not mask.any() else mask

@@ -1,0 +1,151 @@
+"""Which rows of a table are used, and how many are left out for which reason."""
+
+from __future__ import annotations
+
+from collections.abc import Iterator, Mapping, Sequence
+from dataclasses import dataclass, field
+from typing import Any
+
+import numpy as np
+from numpy.typing import NDArray
+
+from vostrel.evaluate._errors import EvaluateError
+from vostrel.evaluate._files import Table
+from vostrel.evaluate._readers import data_of, mask_of
+from vostrel.evaluate._where import Condition
+
+
+@dataclass(frozen=True)
+class Roles:
+    """The columns, by what they are used for."""
+
+    reference: str
+    estimates: tuple[str, ...]
+    by: str | None = None
+    groups: str | None = None
+
+    @property
+    def numbers(self) -> tuple[str, ...]:
+        """The columns that must hold numbers, each once."""
+        names = [self.reference, *self.estimates] + ([self.by] if self.by else [])
+        return tuple(dict.fromkeys(names))
+
+
+@dataclass
+class Counts:
+    """How many rows were read, left out and used. The first reason that applies counts."""
+
+    read: int = 0
+    not_selected: int = 0
+    masked: int = 0
+    missing: int = 0
+    nan: int = 0
+    used: int = 0
+    #: The same three reasons for each column alone, among the rows that were selected.
+    columns: dict[str, dict[str, int]] = field(default_factory=dict)
+
+
+@dataclass
+class Objects:
+    """The used rows of a chunk: numbers by column, group labels, and the numbers of the rows."""
+
+    numbers: dict[str, NDArray[np.float64]]
+    groups: NDArray[Any] | None
+    rows: NDArray[np.int64]
+
+    @property
+    def nbytes(self) -> int:
+        """How much memory the numbers and labels take."""
+        size = sum(values.nbytes for values in self.numbers.values())
+        if self.groups is None:
+            return size
+        return size + self.groups.nbytes + (self.groups.dtype.kind == "O") * 60 * len(self.groups)
+
+
+class Selection:
+    """Reads the used rows of a table, and counts the others."""
+
+    def __init__(
+        self, table: Table, roles: Roles, condition: Condition | None, missing: Sequence[float]
+    ) -> None:
+        self.roles = roles
+        self.condition = condition
+        self.missing = tuple(missing)
+        self._table = table
+        names = [*roles.numbers] + ([roles.groups] if roles.groups else [])
+        self._text = {roles.groups} if roles.groups else set()
+        if condition:
+            names += condition.names
+            self._text |= condition.texts - set(roles.numbers)
+        self._names = list(dict.fromkeys(names))
+        table.check(self._names)
+
+    def objects(self, counts: Counts | None = None) -> Iterator[Objects]:
+        """Go over the table, and add up the counts."""
+        counts = Counts() if counts is None else counts
+        text = {name for name in self._text if name}
+        for name in self.roles.numbers:
+            counts.columns[name] = {"masked": 0, "missing": 0, "nan": 0}
+        for chunk in self._table.chunks(self._names, text):
+            yield self._use(chunk, counts)
+
+    def _use(self, chunk: Mapping[str, NDArray[Any]], counts: Counts) -> Objects:
+        """Return the used rows of a chunk."""
+        size = len(chunk[self._names[0]])
+        first = counts.read
+        counts.read += size
+        numbers = {name: as_doubles(name, chunk[name]) for name in self.roles.numbers}
+        keep = None if self.condition is None else self.condition.select(chunk)
+        if keep is not None:
+            counts.not_selected += size - int(np.count_nonzero(keep))
+        for reason, flags in self._reasons(chunk, numbers):
+            union: NDArray[np.bool_] | None = None
+            for name, flag in flags.items():
+                if keep is not None:
+                    flag = flag & keep
+                if name in counts.columns:
+                    counts.columns[name][reason] += int(np.count_nonzero(flag))
+                union = flag if union is None else union | flag
+            if union is not None:
+                before = size if keep is None else int(np.count_nonzero(keep))
+                keep = ~union if keep is None else keep & ~union
+                left_out = before - int(np.count_nonzero(keep))
+                setattr(counts, reason, getattr(counts, reason) + left_out)
+        groups = None if self.roles.groups is None else data_of(chunk[self.roles.groups])
+        rows = np.arange(first, first + size)
+        if keep is not None:
+            numbers = {name: values[keep] for name, values in numbers.items()}
+            groups = None if groups is None else groups[keep]
+            rows = rows[keep]
+        counts.used += len(rows)
+        return Objects(numbers, groups, rows)
+
+    def _reasons(
+        self, chunk: Mapping[str, NDArray[Any]], numbers: Mapping[str, NDArray[np.float64]]
+    ) -> Iterator[tuple[str, dict[str, NDArray[np.bool_]]]]:
+        """Go over the reasons to leave rows out, each with the rows of each column."""
+        named = [*numbers] + ([self.roles.groups] if self.roles.groups else [])
+        found = {name: mask_of(chunk[name]) for name in named}
+        masks = {name: mask for name, mask in found.items() if mask is not None}
+        yield "masked", masks
+        nothing = np.zeros(1, np.bool_)
+        present = {name: ~masks.get(name, nothing) for name in numbers}
+        if self.missing:
+            yield "missing", {
+                name: np.isin(values, self.missing) & present[name]
+                for name, values in numbers.items()
+            }
+        nan = {name: np.isnan(values) & present[name] for name, values in numbers.items()}
+        yield "nan", {name: flag for name, flag in nan.items() if flag.any()}
+
+
+def as_doubles(name: str, values: NDArray[Any]) -> NDArray[np.float64]:
+    """Return a column of numbers, without its mask."""
+    data = data_of(values)
+    kinds = {"b": "truth values", "c": "complex numbers", "M": "times", "m": "time spans"}
+    if data.ndim != 1:
+        raise EvaluateError(f"column {name!r} holds arrays, not one number an object")
+    if data.dtype.kind not in "fiu":
+        found = kinds.get(data.dtype.kind, "text" if data.dtype.kind in "OSU" else "other values")
+        raise EvaluateError(f"column {name!r} holds {found}, not numbers")
+    return np.asarray(data, np.float64)

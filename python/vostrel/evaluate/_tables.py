@@ -1,0 +1,155 @@
+"""The results as records with all digits, and as tables for people."""
+
+from __future__ import annotations
+
+from collections.abc import Iterator
+from dataclasses import dataclass
+from typing import Any
+
+from vostrel._core import VERSION
+from vostrel._results import Uncertain, Uncertainties, _by_statistic, _notes
+from vostrel._tables import Grid, number
+from vostrel.evaluate._compute import Results
+from vostrel.evaluate._rows import Roles
+
+#: The two residuals: how the results call them, and how tables do.
+PARTS = (("delta", "delta"), ("norm", "delta norm"))
+
+#: What the tables of bins show.
+IN_BINS = ("bias", "sigma", "nmad", "outliers_015")
+
+
+@dataclass(frozen=True)
+class Task:
+    """What was asked for, in words that tables and reports repeat."""
+
+    table: str
+    command: str
+    roles: Roles
+    where: str | None
+    missing: tuple[float, ...]
+    method: str  # of the errors
+    confidence: float
+
+
+@dataclass(frozen=True)
+class Record:
+    """One number, with all its digits."""
+
+    estimate: str  # or the difference of two
+    bin: tuple[float, float] | None
+    residual: str
+    statistic: str
+    unit: str
+    value: float | int
+    error: float | None = None
+    low: float | None = None
+    high: float | None = None
+
+
+def heading(task: Task) -> list[str]:
+    """Return what the columns are, and the sign of the residuals."""
+    roles = task.roles
+    columns = [f"reference {roles.reference}"]
+    columns += [f"estimate {name}" for name in roles.estimates]
+    columns += [f"by {roles.by}"] * (roles.by is not None)
+    columns += [f"groups {roles.groups}"] * (roles.groups is not None)
+    lines = [
+        f"vostrel {VERSION}: {task.table}",
+        f"columns: {', '.join(columns)}",
+        "delta = reference - estimate, delta norm = delta / (1 + reference)",
+    ]
+    if task.where is not None:
+        lines.append(f"selected: {task.where}")
+    if task.missing:
+        lines.append(f"missing: {', '.join(f'{value:g}' for value in task.missing)}")
+    if task.method != "none":
+        lines.append(f"errors: {100 * task.confidence:g}% intervals by {task.method}")
+    return lines
+
+
+def column_counts(results: Results) -> list[str]:
+    """Return a line for each column in which entries are masked, missing or NaN."""
+    return [
+        f"{name}: {counts['masked']} masked, {counts['missing']} missing, {counts['nan']} with NaN"
+        for name, counts in results.counts.columns.items()
+        if any(counts.values())
+    ]
+
+
+# ---- records -------------------------------------------------------------------------------------
+
+
+def records(results: Results) -> Iterator[Record]:
+    """Go over all numbers."""
+    for name, point in results.points.items():
+        yield Record(name, None, "", "n", "", point.n)
+        yield from _of(name, None, point, results.errors.get(name))
+    for names, difference in results.differences.items():
+        yield from _of(" - ".join(names), None, None, difference)
+    for name, bins in results.bins.items():
+        edges = [float(edge) for edge in bins.edges]
+        for i, point in enumerate(bins):
+            limits = (edges[i], edges[i + 1])
+            yield Record(name, limits, "", "n", "", point.n)
+            yield from _of(name, limits, point, _bin_errors(results, name, i))
+
+
+def _bin_errors(results: Results, name: str, i: int) -> Uncertainties | None:
+    return results.bin_errors[name][i] if name in results.bin_errors else None
+
+
+def _of(
+    name: str, limits: tuple[float, float] | None, point: Any, errors: Uncertainties | None
+) -> Iterator[Record]:
+    """Go over the numbers of one estimate, or of one difference."""
+    for part in ("delta", "norm"):
+        for row in getattr(point if errors is None else errors, part)._rows():
+            one = row.value
+            errors_of = (one.error, one.low, one.high) if isinstance(one, Uncertain) else ()
+            value = one.value if errors_of else one
+            yield Record(name, limits, part, row.name, row.unit, value, *errors_of)
+
+
+# ---- tables for people ---------------------------------------------------------------------------
+
+
+def grids(results: Results, task: Task) -> Iterator[tuple[str, Grid]]:
+    """Go over the tables with their titles: the statistics, the differences, and the bins."""
+    shown: dict[str, Any] = {**results.points, **results.errors}
+    n = next(iter(shown.values())).n
+    if len(shown) == 1:
+        (name, one), = shown.items()
+        yield f"{name}: {n} objects", _by_statistic(
+            {label: getattr(one, part)._rows() for part, label in PARTS}
+        )
+    else:
+        for part, label in PARTS:
+            yield f"{label}, {n} objects", _by_statistic(
+                {name: getattr(one, part)._rows() for name, one in shown.items()}
+            )
+    for part, label in PARTS:
+        if results.differences:
+            yield f"differences of {label}", _by_statistic({
+                " - ".join(names): getattr(one, part)._rows()
+                for names, one in results.differences.items()
+            })
+    by = task.roles.by or task.roles.reference
+    for name in results.bins:
+        outside = results.bins[name].n_outside
+        title = f"{name}: delta norm in bins of {by}"
+        yield title + (f", {outside} objects outside" if outside else ""), _bins(results, name, by)
+
+
+def _bins(results: Results, name: str, by: str) -> Grid:
+    """Return a table with a row for each bin."""
+    bins = results.bins[name]
+    columns = [
+        [f"{by} from", *map(number, bins.edges[:-1])],
+        ["to", *map(number, bins.edges[1:])],
+        ["n", *map(str, bins.counts)],
+    ]
+    shown = [_bin_errors(results, name, i) or point for i, point in enumerate(bins)]
+    rows = [[row for row in one.norm._rows() if row.name in IN_BINS] for one in shown]
+    columns += [[cells[0].label, *(cell.text() for cell in cells)] for cells in zip(*rows)]
+    return Grid(columns, _notes(columns))

@@ -1,0 +1,59 @@
+"""Writes files completely or not at all."""
+
+from __future__ import annotations
+
+import os
+import sys
+import tempfile
+from collections.abc import Iterator
+from contextlib import contextmanager
+from typing import TextIO
+
+from vostrel.evaluate._errors import EvaluateError, one_line, printable
+
+
+@contextmanager
+def written(target: str) -> Iterator[TextIO]:
+    """Open a file for text. It has its name only once everything is written."""
+    shown = printable(target)
+    real = os.path.realpath(target)
+    temporary = None
+    try:
+        if os.path.isdir(real):
+            raise EvaluateError(f"cannot write {shown}: it is a folder")
+        if os.path.exists(real) and not os.path.isfile(real):  # a device or a pipe
+            with open(real, "w", encoding="utf-8", newline="") as stream:
+                yield stream
+            return
+        handle, temporary = tempfile.mkstemp(prefix=".vostrel-", dir=os.path.dirname(real))
+        with open(handle, "w", encoding="utf-8", newline="") as stream:
+            yield stream
+            stream.flush()
+            os.fsync(stream.fileno())
+        mask = os.umask(0)
+        os.umask(mask)
+        os.chmod(temporary, 0o666 & ~mask)
+        os.replace(temporary, real)
+        temporary = None
+    except OSError as error:
+        raise EvaluateError(f"cannot write {shown}: {one_line(error)}") from error
+    finally:
+        if temporary:
+            os.unlink(temporary)
+
+
+def write(target: str | None, text: str) -> None:
+    """Write text to a file, or to standard output."""
+    if target is not None:
+        with written(target) as stream:
+            stream.write(text)
+        return
+    if sys.stdout is None:
+        raise EvaluateError("cannot write standard output: it is closed")
+    try:
+        sys.stdout.write(text)
+        sys.stdout.flush()
+    except OSError as error:
+        # Python would try again at its end, and complain.
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        raise EvaluateError(f"cannot write standard output: {one_line(error)}") from error

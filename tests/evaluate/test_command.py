@@ -1,0 +1,237 @@
+"""What the command prints and writes, and the examples of its help and of docs/evaluate.md."""
+
+import csv
+import io
+import json
+import os
+import pathlib
+import re
+import shlex
+import subprocess
+import sys
+
+import h5py
+import numpy as np
+import pandas as pd
+import pytest
+import vostrel
+from astropy.table import Table
+from vostrel.evaluate import _command
+from vostrel.evaluate._formats import FORMATS
+
+DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "evaluate.md"
+
+# Four objects of reference 1, with residuals 0.1, 0.2, 0.4 and -0.5, and one object to be left out
+# for each reason.
+SMALL = """zspec,zphot,imag
+1,0.9,20
+1,0.8,21
+1,0.6,22
+1,1.5,23
+1,1,99
+1,,20
+1,-99,20
+1,nan,20
+"""
+
+
+@pytest.fixture
+def small():
+    pathlib.Path("cat.csv").write_text(SMALL)
+    return "cat.csv", "zspec", "zphot", "--where", "imag < 50", "--missing", "-99"
+
+
+@pytest.fixture
+def survey(columns):
+    pd.DataFrame(columns).to_csv("survey.csv", index=False)
+    return columns
+
+
+def test_text(evaluate, small):
+    assert evaluate(*small, "--by", "imag", "--bins", "20,22,30") == f"""\
+vostrel {vostrel.__version__}: cat.csv
+columns: reference zspec, estimate zphot, by imag
+delta = reference - estimate, delta norm = delta / (1 + reference)
+selected: imag < 50
+missing: -99
+8 rows read, 1 not selected, 1 masked, 1 missing, 1 with NaN, 4 used
+zphot: 1 masked, 1 missing, 1 with NaN
+
+zphot: 4 objects
+                      delta  delta norm
+bias               0.05        0.025
+sigma              0.33541     0.167705
+RMS                0.339116    0.169558
+MAD                0.3         0.15
+NMAD               0.44478     0.22239
+MAD(Delta)         0.15        0.075
+outliers >0.15    75%         50%
+outliers >1sigma  50%         50%
+outliers >2sigma   0%          0%
+outliers >3sigma   0%          0%
+outliers >4sigma   0%          0%
+
+zphot: delta norm in bins of imag
+imag from  to  n    bias  sigma      NMAD  outliers >0.15
+       20  22  2   0.075  0.025  0.111195              0%
+       22  30  2  -0.025  0.225  0.333585            100%
+"""
+
+
+def test_table_is_what_the_program_reads(evaluate, small):
+    evaluate(*small, "--table", "table.csv")
+    assert pathlib.Path("table.csv").read_text() == (
+        "0,1,0.90000000000000002\n1,1,0.80000000000000004\n2,1,0.59999999999999998\n3,1,1.5\n"
+    )
+    words = [os.environ["VOSTREL"], "--stats", "table.csv", "report.txt", "0", "2", "3"]
+    assert subprocess.run(words, capture_output=True).returncode == 0
+    report = vostrel.read_report("report.txt")
+    assert (report.n, report.delta.nmad, report.norm.outliers_015) == (4, 0.44478, 50)
+
+
+def values(text, estimate, edge=""):
+    """The numbers of the output of --format csv, under flat names, as text."""
+    return {
+        f"{row['residual']}_{row['statistic']}": row
+        for row in csv.DictReader(io.StringIO(text))
+        if row["estimate"] == estimate and row["from"] == edge and row["residual"]
+    }
+
+
+def test_several_estimates_are_judged_on_the_same_objects(evaluate, survey):
+    survey["forest"][:100] = np.nan
+    pd.DataFrame(survey).to_csv("survey.csv", index=False)
+    out = evaluate("survey.csv", "zspec", "zphot", "forest", "--format", "csv")
+    s = vostrel.point_statistics(survey["zspec"][100:], survey["zphot"][100:])
+    assert float(values(out, "zphot")["norm_nmad"]["value"]) == s.norm.nmad
+
+
+@pytest.mark.parametrize("bins, same", [
+    ("18,20,22", [18, 20, 22]), ("4", 4), ("count:4", ("count", 4)),
+])
+def test_bins(evaluate, survey, bins, same):
+    out = evaluate("survey.csv", "zspec", "zphot", "--by", "imag", "--bins", bins,
+                   "--format", "csv", "--errors", "formula")
+    b = vostrel.binned_statistics(survey["zspec"], survey["zphot"], survey["imag"], bins=same)
+    for i, statistics in enumerate(b):
+        rows = values(out, "zphot", repr(float(b.edges[i])))
+        inside = (survey["imag"] >= b.edges[i]) & (survey["imag"] < b.edges[i + 1])
+        if i == len(b) - 1:
+            inside |= survey["imag"] == b.edges[-1]
+        u = vostrel.uncertainties(survey["zspec"][inside], survey["zphot"][inside])
+        assert float(rows["norm_nmad"]["value"]) == statistics.norm.nmad
+        assert float(rows["norm_nmad"]["error"]) == u.norm.nmad.error
+
+
+def test_bootstrap(evaluate, survey):
+    words = ["survey.csv", "zspec", "zphot", "forest", "--errors", "bootstrap", "--groups", "field",
+             "--resamples", "100", "--seed", "7", "--confidence", "0.9", "--format", "csv"]
+    out = evaluate(*words)
+    d = vostrel.bootstrap_difference(
+        survey["zspec"], {"zphot": survey["zphot"], "forest": survey["forest"]},
+        resamples=100, confidence=0.9, groups=survey["field"], seed=7,
+    )
+    for name, u in [("zphot", d["zphot"]), ("zphot - forest", d["zphot", "forest"])]:
+        row = values(out, name)["norm_nmad"]
+        found = [float(row[key]) for key in ("value", "error", "low", "high")]
+        one = u.norm.nmad
+        assert found == [one.value, one.error, one.low, one.high]
+
+
+def test_bins_that_have_no_errors(evaluate):
+    pathlib.Path("t.csv").write_text("z,p,f\n1,1,a\n1,2,a\n2,2,a\n2,3,b\n")
+    words = ("--bins", "1,1.5,2,3", "--errors", "bootstrap", "--groups", "f", "--seed", "1")
+    out = evaluate("t.csv", "z", "p", "--format", "csv", *words)
+    errors = [values(out, "p", edge)["delta_bias"]["error"] for edge in ("1.0", "1.5", "2.0")]
+    assert [error != "" for error in errors] == [False, False, True]
+    evaluate("t.csv", "z", "p", *words)
+
+
+@pytest.mark.parametrize("bins", [[], ["--bins", "18,20,22"], ["--bins", "3"]])
+def test_large_tables_are_read_in_passes(evaluate, survey, bins):
+    words = ["survey.csv", "zspec", "zphot", "forest", "--by", "imag", *bins, "--format", "csv"]
+    where = ["--where", "quality > 0", "--table", "table.csv"]
+    rows = list(csv.DictReader(io.StringIO(evaluate(*words, *where))))
+    table = pathlib.Path("table.csv").read_text()
+    in_passes = list(csv.DictReader(io.StringIO(evaluate(*words, *where, "--memory", "0.00001"))))
+    assert len(rows) == len(in_passes) > 40
+    for row, other in zip(rows, in_passes):
+        assert float(row.pop("value")) == pytest.approx(float(other.pop("value")), abs=1e-12)
+        assert row == other
+    assert pathlib.Path("table.csv").read_text() == table
+
+
+NAMES = ["z,spec", 'z"phot', "<script>", "50%_$x&y#{~^\\}", "naïve|z*`"]
+
+
+@pytest.mark.parametrize("form", sorted(FORMATS))
+def test_odd_names_in_every_format(evaluate, form):
+    table = pd.DataFrame([[1, 0.9, 1.1, 0.8, 1.5], [2, 2.2, 1.7, 1.8, 2.1]], columns=NAMES)
+    table.to_csv("t.csv", index=False)
+    out = evaluate("t.csv", *NAMES, "--format", form, "--output", "out")
+    assert out == ""
+    text = pathlib.Path("out").read_text()
+    if form == "json":
+        assert json.loads(text)["columns"]["estimates"] == NAMES[1:]
+    elif form in ("csv", "ecsv"):
+        read = Table.read("out", format=f"ascii.{form}")
+        assert list(dict.fromkeys(read["estimate"])) == NAMES[1:]
+        assert read["value"][0] == 2
+    elif form == "latex":
+        assert r"z\_" not in text and r"50\%\_\$x\&y\#\{\textasciitilde{}\textasciicircum{}" in text
+    elif form == "markdown":
+        assert r"| \<script\> |" in text and r"naïve\|z\*\`" in text
+    else:
+        assert "<script>" in text
+
+
+def test_latex_is_typeset(evaluate, small):
+    out = evaluate(*small, "--format", "latex", "--errors", "formula")
+    assert re.search(r"outliers \\textgreater\{\}0\.15 & \$\d+\^\{\+\d+\}_\{-\d+\}\$\\% & ", out)
+    assert re.search(r"bias & \$0\.\d+\^\{\+0\.\d+\}_\{-0\.\d+\}\$ & ", out)
+
+
+@pytest.fixture
+def tables(columns):
+    """The tables of the examples."""
+    names = {**columns, "template": columns["zphot"], "network": columns["forest"]}
+    pd.DataFrame(names).to_csv("cat.csv", index=False)
+    table = Table(names)
+    for name in ("cat.hdf5", "big.hdf5"):
+        with h5py.File(name, "w") as file:
+            for column, numbers in names.items():
+                file[column] = numbers
+    table["Z_SPEC"], table["Z_PHOT"] = table["zspec"], table["zphot"]
+    for name in ("survey.fits", "tile_1.fits", "tile_2.fits"):
+        table.write(name)
+
+
+def commands(text):
+    lines = text.replace("\\\n", " ").split("\n")
+    return [line.strip() for line in lines if line.strip().startswith("vostrel-evaluate ")]
+
+
+IN_HELP = commands(_command.EXAMPLES)
+IN_DOCUMENT = commands("\n".join(re.findall(r"```sh\n(.*?)```", DOCUMENT.read_text(), re.DOTALL)))
+
+
+@pytest.mark.parametrize("line", [*IN_HELP, *IN_DOCUMENT])
+def test_examples(evaluate, tables, line):
+    words = shlex.split(line)[1:]
+    if "bootstrap" in words:
+        words += ["--resamples", "20"]
+    out = evaluate(*words)
+    assert out or pathlib.Path(words[words.index("--output") + 1]).stat().st_size
+
+
+def test_help():
+    words = [sys.executable, "-m", "vostrel", "--help"]
+    run = subprocess.run(words, capture_output=True, text=True)
+    assert (run.returncode, run.stderr) == (0, "")
+    assert len(IN_HELP) == 6 and _command.EXAMPLES in run.stdout
+
+
+def test_import_of_vostrel_loads_nothing_of_this():
+    code = "import sys, vostrel; print([m for m in sys.modules if 'evaluate' in m])"
+    run = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True)
+    assert run.stdout == "[]\n"

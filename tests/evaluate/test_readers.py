@@ -1,0 +1,191 @@
+"""Every format gives the numbers of point_statistics, to the last bit."""
+
+import gzip
+import io
+import json
+import shutil
+import sys
+
+import h5py
+import numpy as np
+import pandas as pd
+import pytest
+import vostrel
+from astropy.io import fits
+from astropy.table import MaskedColumn, Table
+
+
+def write_table(name, columns):
+    """Writes the columns to a file, in the format of its ending."""
+    frame, table = pd.DataFrame(columns), Table(columns)
+    plain = name[:-3] if name.endswith(".gz") else name
+    if plain.endswith((".fits", ".ecsv")):
+        table.write(plain)
+    elif plain.endswith(".vot"):
+        table.write(plain, format="votable")
+    elif plain.endswith(".csv"):
+        frame.to_csv(plain, index=False)
+    elif plain.endswith(".tsv"):
+        frame.to_csv(plain, index=False, sep="\t")
+    elif plain.endswith(".hdf5"):
+        with h5py.File(plain, "w") as file:
+            for column, values in columns.items():
+                file[column] = values
+    elif plain.endswith(".npy"):
+        np.save(plain, table.as_array())
+    elif plain.endswith(".npz"):
+        np.savez_compressed(plain, **columns)
+    if name != plain:
+        with open(plain, "rb") as source, gzip.open(name, "wb") as target:
+            shutil.copyfileobj(source, target)
+    return name
+
+
+def numbers(text, estimate="zphot"):
+    """The numbers of the output of --format json, under flat names."""
+    return {
+        f"{one['residual']}_{one['statistic']}": one["value"]
+        for one in json.loads(text)["statistics"]
+        if one["estimate"] == estimate and one["bin"] is None and one["residual"]
+    }
+
+
+def read(evaluate, *words, estimate="zphot"):
+    return numbers(evaluate(*words, "--format", "json"), estimate)
+
+
+def expected(columns, rows=slice(None), estimate="zphot"):
+    s = vostrel.point_statistics(columns["zspec"][rows], columns[estimate][rows])
+    return {
+        name: value for name, value in s.to_dict().items() if name.startswith(("delta_", "norm_"))
+    }
+
+
+@pytest.mark.parametrize("name", [
+    "t.csv", "t.csv.gz", "t.tsv", "t.tsv.gz", "t.fits", "t.fits.gz", "t.ecsv", "t.ecsv.gz",
+    "t.vot", "t.vot.gz", "t.hdf5", "t.npy", "t.npy.gz", "t.npz", "T.CSV",
+])
+def test_formats(evaluate, columns, name):
+    if name == "T.CSV":
+        shutil.move(write_table("t.csv", columns), name)
+    else:
+        write_table(name, columns)
+    rows = (columns["quality"] >= 3) & (columns["imag"] < 24)
+    where = ("--where", "quality >= 3 & imag < 24")
+    assert read(evaluate, name, "zspec", "zphot", *where) == expected(columns, rows)
+
+
+def test_labels_give_the_same_resamples_from_every_format(evaluate, columns):
+    outputs = set()
+    for name in ("t.csv", "t.fits", "t.hdf5"):
+        write_table(name, columns)
+        outputs.add(evaluate(name, "zspec", "zphot", "--format", "csv", "--errors", "bootstrap",
+                             "--groups", "field", "--seed", "1", "--resamples", "50"))
+    assert len(outputs) == 1
+
+
+def test_columns_of_fits_that_are_stored_in_other_ways(evaluate, columns):
+    # Single precision, scaled integers, unsigned integers, TNULL, truth values, text.
+    n = 200
+    zspec = columns["zspec"][:n].astype(np.float32)
+    stored = np.round(columns["zphot"][:n] * 1000).astype(np.int16)
+    hdu = fits.BinTableHDU.from_columns([
+        fits.Column("zspec", "E", array=zspec),
+        fits.Column("zphot", "I", array=stored, null=-1),
+        fits.Column("unsigned", "J", bzero=2**31, array=np.arange(n, dtype=np.uint32) + 2**31),
+        fits.Column("good", "L", array=np.arange(n) % 2 == 0),
+        fits.Column("name", "4A", array=["a", "b"] * (n // 2)),
+    ])
+    hdu.data["zphot"][:10] = -1
+    hdu.header["TSCAL2"], hdu.header["TZERO2"] = 0.001, 0.5
+    fits.HDUList([fits.PrimaryHDU(), fits.ImageHDU(np.zeros(3)), hdu]).writeto("t.fits")
+    out = evaluate("t.fits[2]", "zspec", "zphot", "--format", "json", "--where",
+                   f"good & name == 'a' & unsigned >= {2**31 + 2}")
+    rows = np.arange(10, n, 2)
+    zphot = stored * 0.001 + 0.5
+    assert numbers(out) == expected({"zspec": zspec, "zphot": zphot}, rows)
+    assert json.loads(out)["rows"]["masked"] == 4  # 2, 4, 6, 8
+    assert evaluate("t.fits", "zspec", "zphot", "--format", "csv") == evaluate(
+        "t.fits[2]", "zspec", "zphot", "--format", "csv"
+    )
+
+
+def test_ascii_tables_of_fits(evaluate, columns):
+    table = fits.TableHDU.from_columns([
+        fits.Column(name, "D25.17", array=columns[name]) for name in ("zspec", "zphot")
+    ])
+    table.writeto("t.fits")
+    with fits.open("t.fits") as hdus:
+        stored = {name: np.array(hdus[1].data[name]) for name in ("zspec", "zphot")}
+    assert read(evaluate, "t.fits", "zspec", "zphot") == expected(stored)
+
+
+def test_paths_groups_and_compound_data_sets_of_hdf5(evaluate, columns):
+    table = Table(columns)
+    with h5py.File("t.hdf5", "w") as file:
+        file["photometry/zspec"] = columns["zspec"]
+        file["photometry/zphot"] = columns["zphot"][:, None]  # as files of PDFs store modes
+        file["table"] = table.as_array()
+    path = "photometry/zphot"
+    assert read(evaluate, "t.hdf5", "photometry/zspec", path, estimate=path) == expected(columns)
+    assert read(evaluate, "t.hdf5[photometry]", "zspec", "zphot") == expected(columns)
+    assert read(evaluate, "t.hdf5[table]", "zspec", "zphot") == expected(columns)
+
+
+def test_masks(evaluate, columns):
+    """Masked entries are the same in all formats that have them; an empty field is one in CSV."""
+    table = Table(columns)
+    table["zphot"] = MaskedColumn(table["zphot"], mask=np.arange(3000) % 7 == 0)
+    table.write("t.ecsv")
+    table.write("t.hdf5", path="data", serialize_meta=True)
+    pd.DataFrame({"zspec": columns["zspec"], "zphot": table["zphot"].filled(np.nan)}).to_csv(
+        "t.csv", index=False
+    )
+    rows = np.arange(3000) % 7 != 0
+    for name in ("t.ecsv", "t.hdf5[data]", "t.csv"):
+        out = evaluate(name, "zspec", "zphot", "--format", "json")
+        assert numbers(out) == expected(columns, rows)
+        assert json.loads(out)["rows"]["masked"] == 429
+
+
+def test_numbers_of_text(evaluate):
+    """Rows of difficult, legal CSV: byte order mark, quotes, CRLF, blank lines, a missing end."""
+    text = ('\ufeff"z, spec",zphot,name\r\n1,1.5,"a ""quoted"", name"\r\n\r\n'
+            ' 0.1 ,1e-1,"two\nlines"\r\nNULL,3,x\r\n2,nan,y\r\n3,inf,z\r\n9007199254740993,"4",')
+    with open("t.csv", "w", newline="", encoding="utf-8") as stream:
+        stream.write(text)
+    evaluate("t.csv", "z, spec", "zphot", "--table", "rows.csv")
+    with open("rows.csv", encoding="utf-8") as stream:
+        assert stream.read() == (
+            "0,1,1.5\n1,0.10000000000000001,0.10000000000000001\n4,3,inf\n5,9007199254740992,4\n"
+        )
+
+
+def test_several_files_and_globs(evaluate, columns):
+    for i, part in enumerate(np.array_split(np.arange(3000), 3)):
+        write_table(f"tile_{i}.fits", {name: values[part] for name, values in columns.items()})
+    whole = expected(columns)
+    for words in (["tile_*.fits"], ["tile_*.fits[1]"], ["tile_0.fits", "tile_[12].fits"]):
+        assert read(evaluate, *words, "zspec", "zphot") == whole
+
+
+def test_standard_input(evaluate, columns, monkeypatch):
+    text = pd.DataFrame(columns).to_csv(index=False).encode()
+    monkeypatch.setattr(sys, "stdin", io.TextIOWrapper(io.BytesIO(text)))
+    # In passes, too, though it can be read only once.
+    out = evaluate("-", "zspec", "zphot", "--format", "json", "--memory", "0")
+    values = numbers(out)
+    assert values["norm_nmad"] == expected(columns)["norm_nmad"]
+
+
+def test_a_two_dimensional_array(evaluate, columns):
+    for order in "CF":
+        array = np.array([columns["zspec"], columns["zphot"]]).T.copy(order)
+        np.save("t.npy", array)
+        assert read(evaluate, "t.npy", "0", "1", estimate="1") == expected(columns)
+
+
+def test_list_of_columns(evaluate):
+    Table({"zspec": [0.5], "name": ["a"]}).write("t.fits")
+    out = evaluate("t.fits", "--columns")
+    assert out == "t.fits[1]: 2 columns, 1 rows\n  zspec  D\n  name  1A\n"
