@@ -14,7 +14,8 @@ import numpy as np
 import pytest
 import vostrel
 from conftest import FOUR, REPORT, by_gid, catalogue, run, write
-from vostrel.plot import _command, _reading
+from vostrel.plot import _command, _reading, _words
+from vostrel.plot._words import fonts_for
 
 VOSTREL = os.environ.get("VOSTREL")
 
@@ -143,11 +144,40 @@ def test_missing_module_names_interpreter_and_both_ways(tmp_path):
     assert run("--help", env=environment).returncode == 0
 
 
-@pytest.mark.parametrize("words", [
-    ["--dpi", "0"], ["--dpi", "many"], ["--dpi", "5000"], ["--wrong"], ["a", "b"],
-    ["--output"]])
+@pytest.mark.parametrize("words", [["--wrong"], ["a", "b"], ["--output"]])
 def test_wrong_command_line(words, failure):
     assert "see vostrel-plot --help" in failure(*words)
+
+
+@pytest.mark.parametrize("words, message", [
+    (["--dpi", "0"], "--dpi: must be a whole number from 50 to 1200, not '0'"),
+    (["--dpi", "many"], "--dpi: must be a whole number from 50 to 1200, not 'many'"),
+    (["--dpi", "5000"], "--dpi: must be a whole number from 50 to 1200, not '5000'"),
+    (["--layout", "A4"], "--layout: invalid choice: 'A4' (choose from 'page', 'column')"),
+    (["--compare", "a"], "--compare: must be NAME=INTERNAL, not 'a'"),
+    (["--labels", "a"], "--labels: expected 2 arguments"),
+])
+def test_error_of_an_option_names_what_it_takes(words, message, failure):
+    assert f"argument {message} (see vostrel-plot --help)" in failure(*words).replace(
+        "from page, column", "from 'page', 'column'")  # as newer versions of Python write it
+
+
+def test_table_instead_of_the_file_of_a_run(failure):
+    write("ID,ZSPEC,ZPHOT\n1,0.5,0.6\n", "survey.csv")
+    assert failure("survey.csv") == (
+        "vostrel-plot: 'survey.csv', line 1: not three columns of numbers (ID zspec zphot); if it "
+        "is a table, first run vostrel --stats on it, which leaves the file internal.txt\n")
+
+
+def test_characters_that_the_font_lacks(monkeypatch, capsys):
+    write(FOUR)
+    assert fonts_for("plain") == ["sans-serif"]
+    assert len(fonts_for("\N{ARC}")) == 2, "DejaVu Sans Mono has it"
+    assert _command.main(["--dpi", "50", "--title", "\N{ARC}"]) == 0
+    assert capsys.readouterr().err == ""
+    monkeypatch.setattr(_words, "fonts_for", lambda _: ["sans-serif"])
+    assert _command.main(["--dpi", "50", "--title", "a \N{ARC}"]) == 0
+    assert capsys.readouterr().err == "vostrel-plot: no installed font has \N{ARC}\n"
 
 
 def test_files_that_cannot_be_compared(failure):
@@ -162,7 +192,6 @@ def test_files_that_cannot_be_compared(failure):
         (["x=a", "x=a"], "same name"),
         (["x=a", "x =a"], "same name"),
         ([f"{i}=a" for i in range(9)], "1 to 8 estimators, not 9"),
-        (["a"], "see vostrel-plot --help"),
         (["x=a", "--report", "r"], "neither INTERNAL nor --report"),
     ):
         assert message in failure("--compare", *words)

@@ -72,10 +72,11 @@ def main(words: Sequence[str] | None = None) -> int:
     progress = Progress()
     # SIGTERM ends the program like an error, so that no temporary file is left.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
-    warnings.simplefilter("ignore")
     logging.getLogger("matplotlib").setLevel(logging.ERROR)
     try:
-        plot(arguments(words), progress)
+        with warnings.catch_warnings():
+            warnings.simplefilter("ignore")
+            plot(arguments(words), progress)
         problem = None
     except PlotError as error:
         problem = str(error)
@@ -118,8 +119,8 @@ def arguments(words: Sequence[str] | None) -> argparse.Namespace:
         "the histogram, or linear ones (default: by the share of outliers)")
     add("--labels", metavar=("REFERENCE", "ESTIMATE"), nargs=2, help="names of the two quantities "
         "(default: redshifts)")
-    add("--compare", metavar="NAME=INTERNAL", nargs="+", type=named_file, help="compare several "
-        "estimators of the same references")
+    add("--compare", metavar="NAME=INTERNAL", nargs="+", type=named_file, default=[],
+        help="compare several estimators of the same references")
     add("--version", action="version", version=f"{PROGRAM} {VERSION}")
     options = parser.parse_args(words)
     if options.compare:
@@ -135,17 +136,16 @@ def arguments(words: Sequence[str] | None) -> argparse.Namespace:
 
 def resolution(text: str) -> int:
     """Return the text as a resolution, 50 to 1200."""
-    value = int(text)
-    if not 50 <= value <= 1200:
-        raise ValueError
-    return value
+    if not (text.isdecimal() and 50 <= int(text) <= 1200):
+        raise argparse.ArgumentTypeError(f"must be a whole number from 50 to 1200, not {text!r}")
+    return int(text)
 
 
 def named_file(text: str) -> tuple[str, str]:
     """Return the parts of NAME=FILE."""
     name, equals, path = text.partition("=")
     if not (name and equals and path):
-        raise ValueError
+        raise argparse.ArgumentTypeError(f"must be NAME=INTERNAL, not {text!r}")
     return name, path
 
 
@@ -154,6 +154,7 @@ def plot(options: argparse.Namespace, progress: Progress) -> None:
     check_target(options.output)
     try:  # report a missing module before anything is read
         from vostrel.plot import compare_figure, diagnostic_figure
+        from vostrel.plot._words import fonts_for, missing_from
     except ImportError as error:
         raise PlotError(str(error)) from error
     import matplotlib
@@ -176,6 +177,8 @@ def plot(options: argparse.Namespace, progress: Progress) -> None:
     with matplotlib.rc_context():
         matplotlib.rcdefaults()  # a user's style would break the layout
         matplotlib.rcParams.update(SETTINGS)
+        texts = "".join([options.title, *(options.labels or ()), *(n for n, _ in options.compare)])
+        matplotlib.rcParams["font.family"] = fonts = fonts_for(texts)
         try:
             if options.compare:
                 table = options.table is not False
@@ -199,6 +202,9 @@ def plot(options: argparse.Namespace, progress: Progress) -> None:
             raise PlotError(str(error)) from error
         progress.tell("writing")
         save(figure, options.output, options.dpi)
+        progress.clear()
+        for character in missing_from(fonts, texts):
+            print(f"{PROGRAM}: no installed font has {character}", file=sys.stderr)
 
 
 # ---- what is read --------------------------------------------------------------------------------

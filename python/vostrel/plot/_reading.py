@@ -93,4 +93,9 @@ def _read_odd_row(line: bytes) -> Floats | None:
 
 
 def _not_a_row(path: str, line: int) -> PlotError:
-    return PlotError(f"{path!r}, line {line}: not three columns of numbers (ID zspec zphot)")
+    remedy = "" if line > 1 else (
+        "; if it is a table, first run vostrel --stats on it, which leaves the file internal.txt"
+    )
+    return PlotError(
+        f"{path!r}, line {line}: not three columns of numbers (ID zspec zphot){remedy}"
+    )

@@ -9,7 +9,7 @@ from collections.abc import Sequence
 from dataclasses import dataclass
 
 from matplotlib import rcParams
-from matplotlib.font_manager import FontProperties, findfont, get_font
+from matplotlib.font_manager import FontProperties, findfont, fontManager, get_font
 from matplotlib.mathtext import MathTextParser
 from matplotlib.textpath import text_to_path
 
@@ -107,10 +107,7 @@ def shown(text: str) -> str:
         MathTextParser("path").parse(text)
     except (ValueError, RuntimeError):
         text = text.replace("$", r"\$")
-    known = {32}
-    for family in rcParams["font.family"]:
-        known.update(get_font(findfont(FontProperties(family=[family]))).get_charmap())
-    missing = {c: None for c in re.sub(r"\$[^$]*\$", "", text) if ord(c) not in known}
+    missing = missing_from(rcParams["font.family"], text)
     if missing:
         warnings.warn(
             f"the font has no {' '.join(missing)}; add a font that has them to "
@@ -119,6 +116,26 @@ def shown(text: str) -> str:
             stacklevel=2,
         )
     return text
+
+
+def missing_from(families: Sequence[str], text: str) -> list[str]:
+    """Return the characters, outside of mathematics, that none of the fonts has."""
+    known = {32}
+    for family in families:
+        known.update(get_font(findfont(FontProperties(family=[family]))).get_charmap())
+    plain = re.sub(r"\$[^$]*\$", "", text)
+    return list(dict.fromkeys(c for c in plain if c.isprintable() and ord(c) not in known))
+
+
+def fonts_for(text: str) -> list[str]:
+    """Return the fonts of matplotlib's settings, and installed ones for what those lack."""
+    families = list(rcParams["font.family"])
+    missing = missing_from(families, text)
+    for font in sorted(fontManager.ttflist, key=lambda font: (font.weight != 400, font.name)):
+        if missing and "Last" not in font.name and not missing_from([font.name], missing[0]):
+            families.append(font.name)
+            missing = missing_from(families, text)
+    return families
 
 
 def width_of(text: str, points: float) -> float:
