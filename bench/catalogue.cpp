@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <random>
-int main(int argc, char **argv) {
+int main(int, char **argv) {
   long rows = atol(argv[1]);
   int cols = atoi(argv[2]);
   std::mt19937_64 g(atol(argv[3]));

@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <vector>
 int main(int, char **v) {
-  size_t rows = strtoull(v[2], 0, 10);
+  size_t rows = strtoull(v[2], nullptr, 10);
   std::vector<char> b(1 << 17);
   ssize_t n;
   size_t total = 0, want = rows * 25;

@@ -177,7 +177,7 @@ BENCHMARK_F(LinesOfAFile, scan)(benchmark::State& state) {
       while (!lines.empty()) benchmark::DoNotOptimize(vostrel::take_line(lines));
     }
   }
-  per_item(state, 100 * kNumbers);
+  per_item(state, std::size_t{100} * kNumbers);
 }
 
 BENCHMARK_F(LinesOfAFile, scan_by_getline)(benchmark::State& state) {
@@ -186,7 +186,7 @@ BENCHMARK_F(LinesOfAFile, scan_by_getline)(benchmark::State& state) {
     std::string line;
     while (std::getline(file, line)) benchmark::DoNotOptimize(line);
   }
-  per_item(state, 100 * kNumbers);
+  per_item(state, std::size_t{100} * kNumbers);
 }
 
 std::vector<double> residuals(std::int64_t count) {

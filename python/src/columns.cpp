@@ -23,6 +23,7 @@ struct Half {
     const int fraction = bits & 1023;
     double magnitude = 0;
     if (exponent == 31) {
+      // NOLINTNEXTLINE(bugprone-narrowing-conversions): it means "from double to double"
       magnitude = fraction == 0 ? kInfinity : kNaN;
     } else if (exponent == 0) {
       magnitude = std::ldexp(fraction, -24);
