@@ -3,9 +3,9 @@
 from __future__ import annotations
 
 import os
-from collections.abc import Iterable, Mapping
+from collections.abc import Iterable
 from dataclasses import astuple, dataclass
-from typing import TYPE_CHECKING, Any, Callable
+from typing import TYPE_CHECKING, Any, Callable, Never
 
 import numpy as np
 
@@ -15,6 +15,7 @@ from vostrel._inputs import (
     check_counts,
     check_dimension,
     prepare,
+    read_estimates,
     refuse_lazy,
     separate_mask,
 )
@@ -231,8 +232,8 @@ class BootstrapDifference(Result):
 
 def bootstrap_difference(
     reference: Any,
-    estimates: Mapping[str, Any],
-    *,
+    estimates: Any,
+    *more: Never,
     resamples: int = 1000,
     confidence: float = 0.683,
     groups: Any | None = None,
@@ -249,7 +250,8 @@ def bootstrap_difference(
     reference : array_like, shape (n,)
         Reference values. Dimensionless.
     estimates : mapping of str to array_like, shape (n,)
-        Two or more estimates by name. An object that is masked in one of them
+        Two or more estimates by name; or the columns of a pandas DataFrame
+        or of an astropy Table. An object that is masked in one of them
         is left out of all. With ``nan_policy="omit"``, so is an object with
         NaN in one of them.
     resamples, confidence, groups, seed, mask, nan_policy, workers, progress
@@ -280,8 +282,12 @@ def bootstrap_difference(
     check_progress(progress)
     resamples = read_integer("resamples", resamples, 2)
     seed = _read_seed(seed)
-    if not isinstance(estimates, Mapping):
-        raise TypeError("estimates must be a dictionary of names and values")
+    if more:
+        raise TypeError(
+            "bootstrap_difference takes all estimates in one mapping, as in "
+            "bootstrap_difference(reference, {'A': a, 'B': b})"
+        )
+    estimates = read_estimates(estimates)
     if len(estimates) < 2:
         raise ValueError(f"a comparison needs two estimates or more, not {len(estimates)}")
     columns = prepare(

@@ -11,6 +11,7 @@ import numpy as np
 
 from vostrel import _core
 from vostrel._exchange import Chunks, exchange, refuse_device
+from vostrel._options import shown
 
 if TYPE_CHECKING:  # importing the package must be quick
     from numpy.typing import NDArray
@@ -111,6 +112,28 @@ def prepare(nan_policy: str, mask: Any | None, **columns: Any) -> Columns:
             )
         masks.append(array)
     return Columns(values, masks)
+
+
+def read_estimates(estimates: Any) -> dict[str, Any]:
+    """Return several estimates by name, from a mapping, a pandas DataFrame or an astropy Table.
+
+    Raises
+    ------
+    TypeError
+        If they have no names.
+    ValueError
+        If two have the same name.
+    """
+    if not hasattr(estimates, "items") or getattr(estimates, "ndim", 2) != 2:  # a Series has one
+        raise TypeError(
+            "estimates must be a mapping of names to arrays, a pandas DataFrame or an astropy "
+            f"Table, and come after the reference, not {shown(estimates)}"
+        )
+    named = [(str(name), values) for name, values in estimates.items()]
+    result = dict(named)
+    if len(result) < len(named):
+        raise ValueError("estimates has two of the same name")
+    return result
 
 
 def check_counts(nan_policy: str, n: int, n_masked: int, n_nan: int) -> None:

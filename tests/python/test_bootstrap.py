@@ -6,8 +6,10 @@ import subprocess
 import sys
 
 import numpy as np
+import pandas as pd
 import pytest
 import vostrel
+from astropy.table import Table
 from ctrl_c import wait_after_ctrl_c
 from data_sets import numbers, redshifts, same_bits
 from vostrel import _core
@@ -151,10 +153,15 @@ def test_differences_are_paired(rng):
         reference, {"A": a, "B": b}, resamples=100, nan_policy="omit"
     )
     assert two["A"].n == two["B"].n == 999
-    with pytest.raises(ValueError, match="two estimates or more"):
-        vostrel.bootstrap_difference(reference, {"A": a})
-    with pytest.raises(ValueError, match="reference and estimate 'B' differ in length"):
-        vostrel.bootstrap_difference(reference, {"A": b, "B": b[1:]})
+
+
+@pytest.mark.parametrize("table", [pd.DataFrame, Table])
+def test_differences_of_the_columns_of_a_table(table, rng):
+    reference, a = redshifts(rng, 100)
+    columns = {"A": a, "B": reference}
+    d = vostrel.bootstrap_difference(reference, columns, resamples=20, seed=1)
+    found = vostrel.bootstrap_difference(reference, table(columns), resamples=20, seed=1)
+    assert same_bits(found["A", "B"].replicates, d["A", "B"].replicates)
 
 
 def test_progress():

@@ -9,7 +9,7 @@ from typing import Any
 import numpy as np
 from matplotlib.patches import Patch
 
-from vostrel._inputs import NanPolicy
+from vostrel._inputs import NanPolicy, read_estimates
 from vostrel.plot._colours import DASHES, MARKERS, colours_of
 from vostrel.plot._figure import check_layout, new_figure, size_of
 from vostrel.plot._layout import (
@@ -27,7 +27,7 @@ from vostrel.plot._layout import (
     Sheet,
 )
 from vostrel.plot._limits import BOUND, residual_limit, spread_of, tail_limit, widened
-from vostrel.plot._objects import Objects, estimators, objects_of
+from vostrel.plot._objects import Objects, objects_of
 from vostrel.plot._panels import BANDS, histogram, label_axis, label_counts, write_outside
 from vostrel.plot._running import running
 from vostrel.plot._words import (
@@ -105,7 +105,7 @@ def compare_figure(
     ...     [0.5, 1.0, 1.5], {"one": [0.4, 1.1, 1.4], "two": [0.5, 1.2, 1.4]})
     """
     check_layout(layout)
-    named = estimators(estimates)
+    named = read_estimates(estimates)
     if not 1 <= len(named) <= len(MARKERS):
         raise ValueError(f"there must be 1 to {len(MARKERS)} estimators, not {len(named)}")
     sets = {

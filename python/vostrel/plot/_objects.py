@@ -86,19 +86,3 @@ def objects_of(
     elif statistics is None:
         statistics = point_statistics(first, second)
     return Objects(first, second, norm, total, nans, infinite, statistics)
-
-
-def estimators(estimates: Any) -> dict[str, Any]:
-    """Return the estimates by name, from a mapping, a pandas DataFrame or an astropy Table.
-
-    Raises
-    ------
-    TypeError
-        If they have no names.
-    """
-    if not hasattr(estimates, "items") or getattr(estimates, "ndim", 2) != 2:  # a Series has one
-        raise TypeError(
-            "estimates must be a mapping of names to arrays, a pandas DataFrame or an astropy "
-            f"Table, and come after the reference; they are a {type(estimates).__name__}"
-        )
-    return {str(name): values for name, values in estimates.items()}
