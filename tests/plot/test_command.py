@@ -300,7 +300,8 @@ def test_version_and_help(capsys):
         assert word in text
     # The completion of the shell offers what the help names.
     completion = pathlib.Path(__file__).parents[2] / "packaging" / "vostrel.bash"
-    (offered,) = re.findall(r'options="([^"]+)"', completion.read_text(encoding="utf-8"))
+    (offered,) = re.findall(r'_vostrel_plot\(\).*?options="([^"]+)"',
+                            completion.read_text(encoding="utf-8"), re.DOTALL)
     assert set(offered.split()) == set(re.findall(r"--[a-z]+(?:-[a-z]+)?", text))
 
 

@@ -268,7 +268,7 @@ def _table(sets: Mapping[str, Objects], labels: Labels, width: float) -> list[li
         norm = objects.statistics.norm
         rows.append(
             [
-                wrapped(name, width - 0.3 - 4 * STEP, SMALL),
+                wrapped(name, width - 0.4 - 4 * STEP, SMALL),
                 f"{objects.statistics.n:,}",
                 three_digits(norm.nmad),
                 three_digits(norm.bias),
