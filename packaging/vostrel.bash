@@ -96,7 +96,7 @@ complete -F _vostrel_plot vostrel-plot
 _vostrel_evaluate() {
   local words
   local options="--columns --where --missing --by --bins --errors --groups --resamples --confidence
-    --seed --format --output --table --memory --version --help"
+    --seed --format --output --report --table --memory --version --help"
   COMPREPLY=()
   if ! _vostrel_words; then
     compopt -o default
@@ -116,7 +116,7 @@ _vostrel_evaluate() {
       ;;
   esac
   case ${words[-1]} in
-    --output=* | --table=*) compopt -o default ;;
+    --output=* | --report=* | --table=*) compopt -o default ;;
     --errors=*) mapfile -t COMPREPLY < <(compgen -W "none formula bootstrap" -- "$2") ;;
     --format=*)
       mapfile -t COMPREPLY < <(compgen -W "text json csv ecsv latex markdown" -- "$2")

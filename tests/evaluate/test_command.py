@@ -228,7 +228,7 @@ def test_help():
     words = [sys.executable, "-m", "vostrel", "--help"]
     run = subprocess.run(words, capture_output=True, text=True)
     assert (run.returncode, run.stderr) == (0, "")
-    assert len(IN_HELP) == 6 and _command.EXAMPLES in run.stdout
+    assert len(IN_HELP) == 7 and _command.EXAMPLES in run.stdout
 
 
 def test_import_of_vostrel_loads_nothing_of_this():

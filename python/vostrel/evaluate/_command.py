@@ -14,6 +14,7 @@ from contextlib import ExitStack
 from typing import Any, NoReturn
 
 from vostrel._core import VERSION
+from vostrel.evaluate import _page
 from vostrel.evaluate._compute import Options, evaluate
 from vostrel.evaluate._errors import EvaluateError, one_line, printable
 from vostrel.evaluate._files import Table, names_file
@@ -33,6 +34,7 @@ examples:
       --where 'quality >= 3 & imag < 24'
   vostrel-evaluate cat.hdf5 zspec zphot --missing -99 --errors bootstrap --groups field
   vostrel-evaluate 'tile_*.fits[1]' zspec zphot --format latex --output table.tex
+  vostrel-evaluate cat.csv zspec template forest --report report.html
   vostrel-evaluate cat.csv zspec zphot --table table.csv
 
 A table is FITS, HDF5, Parquet, CSV, TSV, ECSV, VOTable, .npy or .npz, by the end of its name;
@@ -121,6 +123,8 @@ def judged(
     roles = Roles(options.names[0], tuple(options.names[1:]), options.by, options.groups)
     condition = None if options.where is None else Condition(options.where)
     selection = Selection(table, roles, condition, options.missing)
+    if options.report is not None:
+        _page.check()
     progress.total = table.rows
     with ExitStack() as stack:
         watch = None
@@ -136,7 +140,11 @@ def judged(
         method=options.errors,
         confidence=options.confidence,
     )
-    return FORMATS[options.format](results, task)
+    text = FORMATS[options.format](results, task)
+    if options.report is not None:
+        progress("drawing", results.counts.used, None)
+        write(options.report, _page.page(results, task))
+    return text
 
 
 def rows_to(stream: Any, roles: Roles) -> Callable[[Objects], None]:
@@ -200,6 +208,7 @@ def arguments(words: Sequence[str]) -> argparse.Namespace:
     add("--seed", metavar="N", type=int, help="makes the bootstrap repeatable")
     add("--format", choices=tuple(FORMATS), default="text", help="(default: %(default)s)")
     add("--output", metavar="FILE", help="write to this file instead of standard output")
+    add("--report", metavar="FILE", help="also write a page of HTML with everything")
     add("--table", metavar="FILE", help="also write the used rows as the program vostrel reads "
         "them: number of the row, reference, estimates")
     add("--memory", metavar="GIB", type=float, default=0.5, help="what the columns may take in "

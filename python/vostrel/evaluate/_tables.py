@@ -115,7 +115,14 @@ def _of(
 
 
 def grids(results: Results, task: Task) -> Iterator[tuple[str, Grid]]:
-    """Go over the tables with their titles: the statistics, the differences, and the bins."""
+    """Go over all tables with their titles."""
+    yield from statistic_grids(results)
+    yield from difference_grids(results)
+    yield from bin_grids(results, task)
+
+
+def statistic_grids(results: Results) -> Iterator[tuple[str, Grid]]:
+    """Go over the statistics of all objects: one table, or one for each residual."""
     shown: dict[str, Any] = {**results.points, **results.errors}
     n = next(iter(shown.values())).n
     if len(shown) == 1:
@@ -123,22 +130,31 @@ def grids(results: Results, task: Task) -> Iterator[tuple[str, Grid]]:
         yield f"{name}: {n} objects", _by_statistic(
             {label: getattr(one, part)._rows() for part, label in PARTS}
         )
-    else:
-        for part, label in PARTS:
-            yield f"{label}, {n} objects", _by_statistic(
-                {name: getattr(one, part)._rows() for name, one in shown.items()}
-            )
+        return
+    for part, label in PARTS:
+        yield f"{label}, {n} objects", _by_statistic(
+            {name: getattr(one, part)._rows() for name, one in shown.items()}
+        )
+
+
+def difference_grids(results: Results) -> Iterator[tuple[str, Grid]]:
+    """Go over the differences of estimates."""
     for part, label in PARTS:
         if results.differences:
             yield f"differences of {label}", _by_statistic({
                 " - ".join(names): getattr(one, part)._rows()
                 for names, one in results.differences.items()
             })
+
+
+def bin_grids(results: Results, task: Task) -> Iterator[tuple[str, Grid]]:
+    """Go over the bins of each estimate."""
     by = task.roles.by or task.roles.reference
-    for name in results.bins:
-        outside = results.bins[name].n_outside
+    for name, bins in results.bins.items():
         title = f"{name}: delta norm in bins of {by}"
-        yield title + (f", {outside} objects outside" if outside else ""), _bins(results, name, by)
+        if bins.n_outside:
+            title += f", {bins.n_outside} objects outside"
+        yield title, _bins(results, name, by)
 
 
 def _bins(results: Results, name: str, by: str) -> Grid:
