@@ -219,6 +219,13 @@ void add_bootstrap(py::module_& module) {
       .def_property_readonly("n", &Sample::size)
       .def_property_readonly("n_masked", &Sample::masked)
       .def_property_readonly("n_nan", &Sample::nan)
+      .def(
+          "column",
+          [](const Sample& sample, std::size_t i) {
+            const std::span<const double> column = sample.column(i);
+            return py::array_t<double>(static_cast<py::ssize_t>(column.size()), column.data());
+          },
+          py::arg("i"))
       .def("kept", &Sample::kept)
       .def("spreads", compute_spreads, py::arg("ranks"));
   py::class_<BootstrapOfSample>(module, "Bootstrap")

@@ -2,40 +2,30 @@
 
 from __future__ import annotations
 
+import functools
 import os
-from collections.abc import Iterable
 from dataclasses import astuple, dataclass
 from typing import TYPE_CHECKING, Any, Callable, Never
 
 import numpy as np
 
 from vostrel import _core
-from vostrel._inputs import (
-    NanPolicy,
-    check_counts,
-    check_dimension,
-    prepare,
-    read_estimates,
-    refuse_lazy,
-    separate_mask,
-)
+from vostrel._groups import read_groups
+from vostrel._inputs import NanPolicy, check_counts, prepare, read_estimates
+from vostrel._intervals import Interval, Resampled, check_interval, differences, estimates
 from vostrel._options import read_confidence, read_integer
 from vostrel._point import point_statistics, statistics_of
 from vostrel._progress import Progress, Report, check_progress
-from vostrel._results import (
-    NAMES,
-    PointStatistics,
-    Uncertain,
-    UncertainResidualStatistics,
-    Uncertainties,
-    compared,
-)
+from vostrel._resampling import Draws, Workers, draw
+from vostrel._results import PointStatistics, UncertainResidualStatistics, Uncertainties, compared
 from vostrel._tables import Grid, Result
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
 
-Workers = int | Callable[[Callable[[Any], Any], Iterable[Any]], Iterable[Any]]
+    from vostrel._resampling import Groups
+
+Both = tuple[Resampled, Resampled]
 
 
 def bootstrap(
@@ -49,6 +39,7 @@ def bootstrap(
     mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
     workers: Workers = 1,
+    interval: Interval = "auto",
     progress: Progress = False,
 ) -> Uncertainties:
     """Judge estimates, with the errors of all statistics by resampling.
@@ -76,7 +67,11 @@ def bootstrap(
         As in `point_statistics`.
     workers : int or map-like callable
         The number of threads, -1 for all processors; or a function like map,
-        such as the map method of a thread pool.
+        such as the map method of a pool of threads or processes.
+    interval : {"auto", "percentile", "basic", "bca", "studentized"}
+        How intervals are found. "auto" takes the method that holds best for
+        each number: see Notes. "studentized" is "percentile" for medians and
+        fractions.
     progress : bool or function
         True shows a bar of tqdm. A function is called from time to time as
         ``progress(done, total)``, with numbers of resamples.
@@ -85,9 +80,8 @@ def bootstrap(
     -------
     Uncertainties
         The error is the standard deviation over the resamples, with divisor
-        resamples - 1. The interval goes from their quantile
-        (1 - confidence) / 2 to their quantile (1 + confidence) / 2 (the
-        percentile interval).
+        resamples - 1. Each number names the method of its interval, and says
+        whether it can be trusted, as in ``u.norm.sigma.reliable``.
 
     Raises
     ------
@@ -125,18 +119,18 @@ def bootstrap(
     (1000, 2, 11)
     """
     confidence = read_confidence(confidence)
+    check_interval(interval)
     check_progress(progress)
     resamples = read_integer("resamples", resamples, 2)
     seed = _read_seed(seed)
     columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
     sample = _core.Sample(columns.values, columns.masks, nan_policy == "omit")
     check_counts(nan_policy, sample.n, sample.n_masked, sample.n_nan)
-    labels = _read_groups(groups, sample, len(columns.values[0]))
+    labels = read_groups(groups, sample, len(columns.values[0]))
     values = statistics_of(columns, nan_policy)
-    replicates = _replicates(
-        sample, [1], seed, labels, resamples, workers, progress, nan_policy == "propagate"
-    )[0]
-    return _summary(values, replicates, confidence, seed)
+    options = _Options(resamples, confidence, interval, seed, workers)
+    with Report(progress, resamples, "bootstrap", "resample") as report:
+        return options.summary(values, options.resample(sample, 1, values, labels, report))
 
 
 @dataclass(frozen=True, eq=False, repr=False)
@@ -155,10 +149,14 @@ class BootstrapDifference(Result):
         Each estimator by itself.
     confidence : float
         That of the intervals.
+    interval : str
+        Their method, as it was chosen.
     """
 
     estimates: dict[str, Uncertainties]
     confidence: float
+    interval: str
+    _resampled: dict[str, Both]
 
     _INDEX = ("estimates", "statistic")
 
@@ -169,18 +167,16 @@ class BootstrapDifference(Result):
             raise KeyError(f"choose one estimate, as in d['A'], or two, among {known}")
         if len(chosen) == 1:
             return self.estimates[chosen[0]]
-        first, second = (self.estimates[name] for name in chosen)
-        values = [
-            [a.value - b.value for a, b in zip(_estimates(one), _estimates(other))]
-            for one, other in ((first.delta, second.delta), (first.norm, second.norm))
-        ]
-        assert first.replicates is not None and second.replicates is not None
+        first, second = (self._resampled[name] for name in chosen)
         with np.errstate(invalid="ignore"):
-            replicates = first.replicates - second.replicates
-        delta, norm = _residuals(np.array(values), replicates, self.confidence)
+            delta, norm = (
+                differences(one, other, self.interval, self.confidence)
+                for one, other in zip(first, second)
+            )
+            replicates = _both(first) - _both(second)
+        a = self.estimates[chosen[0]]
         return Uncertainties(
-            first.n, first.n_masked, first.n_nan, self.confidence, "bootstrap", delta, norm,
-            first.seed, replicates,
+            a.n, a.n_masked, a.n_nan, self.confidence, "bootstrap", delta, norm, a.seed, replicates
         )
 
     def _only(self) -> Uncertainties:
@@ -241,6 +237,7 @@ def bootstrap_difference(
     mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
     workers: Workers = 1,
+    interval: Interval = "auto",
     progress: Progress = False,
 ) -> BootstrapDifference:
     """Compare estimators by resampling, with the same resamples for each.
@@ -279,6 +276,7 @@ def bootstrap_difference(
     0.01 +0 -0
     """
     confidence = read_confidence(confidence)
+    check_interval(interval)
     check_progress(progress)
     resamples = read_integer("resamples", resamples, 2)
     seed = _read_seed(seed)
@@ -296,23 +294,22 @@ def bootstrap_difference(
     )
     sample = _core.Sample(columns.values, columns.masks, nan_policy == "omit")
     check_counts(nan_policy, sample.n, sample.n_masked, sample.n_nan)
-    labels = _read_groups(groups, sample, len(columns.values[0]))
-    replicates = _replicates(
-        sample, list(range(1, len(estimates) + 1)), seed, labels, resamples, workers, progress,
-        nan_policy == "propagate",
-    )
+    labels = read_groups(groups, sample, len(columns.values[0]))
+    options = _Options(resamples, confidence, interval, seed, workers)
     kept = sample.kept()
     left_out = None if kept is None else ~kept
-    results = {}
-    for name, values, numbers in zip(estimates, columns.values[1:], replicates):
-        s = point_statistics(columns.values[0], values, mask=left_out, nan_policy="propagate")
-        s = PointStatistics(sample.n, sample.n_masked, sample.n_nan, s.delta, s.norm)
-        results[name] = _summary(s, numbers, confidence, seed)
-    return BootstrapDifference(results, confidence)
+    results, resampled = {}, {}
+    with Report(progress, resamples, "bootstrap", "resample") as report:
+        for i, (name, values) in enumerate(zip(estimates, columns.values[1:])):
+            s = point_statistics(columns.values[0], values, mask=left_out, nan_policy="propagate")
+            s = PointStatistics(sample.n, sample.n_masked, sample.n_nan, s.delta, s.norm)
 
+            def tell(done: int, before: int = i * resamples) -> None:
+                report((before + done) // len(estimates))
 
-def _estimates(part: UncertainResidualStatistics) -> list[Uncertain]:
-    return [getattr(part, name) for name in NAMES]
+            resampled[name] = options.resample(sample, i + 1, s, labels, tell)
+            results[name] = options.summary(s, resampled[name])
+    return BootstrapDifference(results, confidence, interval, resampled)
 
 
 def _read_seed(seed: int | None) -> int:
@@ -321,180 +318,70 @@ def _read_seed(seed: int | None) -> int:
     return read_integer("seed", seed, 0, 2**64 - 1)
 
 
-def _read_groups(
-    groups: Any | None, sample: _core.Sample, size: int
-) -> tuple[NDArray[np.uint32], int] | None:
-    """Return the group number of each kept object, and the number of groups."""
-    if groups is None:
-        return None
-    refuse_lazy("groups", groups)
-    data, masks = separate_mask(groups)
-    labels = np.asarray(data)
-    check_dimension("groups", labels)
-    if len(labels) != size:
-        raise ValueError(f"groups has {len(labels)} entries, but reference has {size}")
-    kept = sample.kept()
-    if kept is not None:
-        labels, masks = labels[kept], [masked[kept] for masked in masks]
-    if any(masked.any() for masked in masks) or _has_missing(labels):
-        raise ValueError("groups has missing labels; mask these objects or give them a group")
-    try:
-        names = np.unique(labels)
-    except TypeError:
-        raise TypeError("groups must hold labels of one kind, such as numbers or text") from None
-    if len(names) < 2:
-        raise ValueError(
-            f"all objects are in one group, {names[0]!r}; the scatter between groups needs two "
-            "groups at least, and better twenty"
-        )
-    numbers = np.empty(len(labels), np.uint32)
-    for first in range(0, len(labels), 1 << 16):  # np.unique would take far more memory for these
-        part = slice(first, first + (1 << 16))
-        numbers[part] = np.searchsorted(names, labels[part])
-    return numbers, len(names)
+@dataclass(frozen=True)
+class _Options:
+    """How to draw resamples and what to make of them."""
 
+    resamples: int
+    confidence: float
+    interval: str
+    seed: int
+    workers: Workers
 
-def _has_missing(labels: NDArray[Any]) -> bool:
-    """Return whether a label is None, NaN or another value that doesn't equal itself."""
-    if labels.dtype.kind == "O":
-        return any(label is None or not _equals_itself(label) for label in labels)
-    return bool((labels != labels).any())
+    def resample(
+        self,
+        sample: _core.Sample,
+        estimate: int,
+        values: PointStatistics,
+        groups: Groups | None,
+        tell: Callable[[int], None],
+    ) -> Both:
+        """Return both residuals of one estimate, with its resamples."""
+        numbers = np.array([astuple(values.delta), astuple(values.norm)])
+        with_errors = self.interval in ("auto", "studentized")
+        draws = Draws(sample, estimate, self.seed, groups, with_errors)
+        if _has_nan(sample, estimate):
+            replicates = np.full((self.resamples, *numbers.shape), np.nan)
+            replicate_errors = np.full((self.resamples, 2, 3), np.nan)
+            errors, effective = replicate_errors[0], np.full((2, 2), np.nan)
+        else:
+            replicates, replicate_errors = draw(draws, self.resamples, self.workers, tell)
+            errors, effective = draws.engine.whole()
+        replicates.flags.writeable = False
+        left_out = draws.left_out() if self.interval == "bca" else None
 
+        def residual(normalized: int) -> NDArray[np.float64]:
+            reference, estimated = sample.column(0), sample.column(estimate)
+            return (reference - estimated) / (1 + reference if normalized else 1)
 
-def _equals_itself(label: Any) -> bool:
-    try:
-        return bool(label == label)
-    except TypeError:  # pandas.NA
-        return False
-
-
-def _replicates(
-    sample: _core.Sample,
-    estimates: list[int],
-    seed: int,
-    groups: tuple[NDArray[np.uint32], int] | None,
-    resamples: int,
-    workers: Workers,
-    progress: Progress,
-    propagate: bool,
-) -> list[NDArray[np.float64]]:
-    """Return the numbers of all resamples for some estimates."""
-    if propagate and sample.n_nan:
-        return [np.full((resamples, 2, len(NAMES)), np.nan) for _ in estimates]
-    labels, group_count = groups if groups is not None else (None, 0)
-    results = [np.empty((resamples, 2, len(NAMES))) for _ in estimates]
-    done = 0
-    with Report(progress, resamples, "bootstrap", "resample") as report:
-        for estimate, result in zip(estimates, results):
-            def tell(count: int) -> None:
-                nonlocal done
-                done += count
-                report(done // len(estimates))
-
-            _run(sample, estimate, seed, labels, group_count, result, workers, tell)
-    return results
-
-
-def _run(
-    sample: _core.Sample,
-    estimate: int,
-    seed: int,
-    labels: NDArray[np.uint32] | None,
-    group_count: int,
-    result: NDArray[np.float64],
-    workers: Workers,
-    tell: Callable[[int], None],
-) -> None:
-    """Fill in the numbers of all resamples of one estimate."""
-    # Imported here, because that takes longer than importing vostrel.
-    from concurrent.futures import FIRST_EXCEPTION, ThreadPoolExecutor, wait
-
-    resamples = len(result)
-    count = 1 if callable(workers) else _read_workers(workers)
-    engine = _core.Bootstrap(sample, estimate, seed, labels, group_count)
-    # Other threads do the work, and this one waits, so that it notices Ctrl-C.
-    pool = ThreadPoolExecutor(count)
-
-    def run(functions: Iterable[Callable[[], None]], look: Callable[[], None]) -> None:
-        waiting = {pool.submit(function) for function in functions}
-        while waiting:
-            finished, waiting = wait(waiting, timeout=0.1, return_when=FIRST_EXCEPTION)
-            for future in finished:
-                future.result()
-            look()
-
-    try:
-        run((lambda: engine.order(False), lambda: engine.order(True)), lambda: None)
-        # Pieces are small, so that the workers end together, but large enough to reuse memory.
-        size = max(engine.batch, resamples // (16 * count))
-        rounds = -(-resamples // (size * count))
-        size = -(-resamples // (rounds * count))
-
-        def work(first: int) -> int:
-            number = min(size, resamples - first)
-            result[first : first + number] = engine.run(first, number, False)[0]
-            return number
-
-        pieces = iter(range(0, resamples, size))
-        if callable(workers):
-            for number in workers(work, pieces):
-                tell(number)
-            return
-        finished: list[int] = []
-
-        def take_pieces() -> None:
-            for first in pieces:  # each piece goes to one of the threads
-                finished.append(work(first))
-
-        def tell_finished() -> None:
-            number = 0
-            while finished:
-                number += finished.pop()
-            if number:
-                tell(number)
-
-        run([take_pieces] * count, tell_finished)
-    except BaseException:
-        engine.stop()
-        pool.shutdown(wait=False, cancel_futures=True)
-        raise
-    pool.shutdown()
-
-
-def _read_workers(workers: Any) -> int:
-    number = read_integer("workers", workers, -1)
-    if number == 0:
-        raise ValueError("workers must be a number of threads, or -1 for all processors, not 0")
-    return number if number > 0 else os.cpu_count() or 1
-
-
-def _summary(
-    values: PointStatistics, replicates: NDArray[np.float64], confidence: float, seed: int
-) -> Uncertainties:
-    """Return the estimates that follow from the numbers of the resamples."""
-    numbers = np.array([astuple(values.delta), astuple(values.norm)])
-    delta, norm = _residuals(numbers, replicates, confidence)
-    replicates.flags.writeable = False
-    return Uncertainties(
-        values.n, values.n_masked, values.n_nan, confidence, "bootstrap", delta, norm, seed,
-        replicates,
-    )
-
-
-def _residuals(
-    values: NDArray[np.float64], replicates: NDArray[np.float64], confidence: float
-) -> tuple[UncertainResidualStatistics, UncertainResidualStatistics]:
-    """Return the estimates of both residuals."""
-    with np.errstate(invalid="ignore", over="ignore"):
-        errors = np.std(replicates, axis=0, ddof=1)
-        ends = np.quantile(replicates, [(1 - confidence) / 2, (1 + confidence) / 2], axis=0)
-    delta, norm = (
-        UncertainResidualStatistics(
-            *(
-                Uncertain(float(value), float(error), float(low), float(high))
-                for value, error, low, high in zip(values[i], errors[i], ends[0, i], ends[1, i])
+        delta, norm = (
+            Resampled(
+                sample.n, groups[1] if groups else None, numbers[i], replicates[:, i], errors[i],
+                replicate_errors[:, i], effective[i], functools.partial(residual, i),
+                None if left_out is None else left_out[:, i],
             )
+            for i in range(2)
         )
-        for i in range(2)
-    )
-    return delta, norm
+        return delta, norm
+
+    def summary(self, values: PointStatistics, resampled: Both) -> Uncertainties:
+        """Return the estimates that follow from the resamples."""
+        delta, norm = (estimates(one, self.interval, self.confidence) for one in resampled)
+        return Uncertainties(
+            values.n, values.n_masked, values.n_nan, self.confidence, "bootstrap", delta, norm,
+            self.seed, _both(resampled),
+        )
+
+
+def _both(resampled: Both) -> NDArray[np.float64]:
+    """Return the replicates of both residuals, of which each has a view."""
+    replicates = resampled[0].replicates.base
+    assert replicates is not None
+    return replicates
+
+
+def _has_nan(sample: _core.Sample, estimate: int) -> bool:
+    """Return whether an object has NaN that `nan_policy="propagate"` keeps."""
+    if not sample.n_nan:
+        return False
+    return any(bool(np.isnan(sample.column(i)).any()) for i in (0, estimate))

@@ -111,6 +111,8 @@ class Sample:
     def n_masked(self) -> int: ...
     @property
     def n_nan(self) -> int: ...
+    def column(self, i: int) -> NDArray[np.float64]:
+        """Return a copy of a column of the kept objects."""
     def kept(self) -> NDArray[np.bool_] | None:
         """Return which objects are kept, or None if all are."""
     def spreads(self, ranks: Sequence[int]) -> tuple[_Spread, _Spread]:

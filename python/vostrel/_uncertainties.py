@@ -203,16 +203,16 @@ def _root(value: float, second: float, fourth: float, n: int, q: float) -> Uncer
 
 def _wilson(percentage: float, n: int, q: float) -> Uncertain:
     """Return the estimate of a percentage, by Wilson's interval."""
-    p = percentage / 100
+    low, high = wilson(percentage / 100, n, 1)
+    return Uncertain(percentage, (high - low) / 2, *wilson(percentage / 100, n, q))
 
-    def interval(q: float) -> tuple[float, float]:
-        scale = 1 + q * q / n
-        middle = (p + q * q / (2 * n)) / scale
-        half = q * math.sqrt(p * (1 - p) / n + q * q / (4 * n * n)) / scale
-        return 100 * max(middle - half, 0), 100 * min(middle + half, 1)
 
-    one_low, one_high = interval(1)
-    return Uncertain(percentage, (one_high - one_low) / 2, *interval(q))
+def wilson(p: float, n: float, q: float) -> tuple[float, float]:
+    """Return Wilson's interval of a fraction p of n objects, in percent."""
+    scale = 1 + q * q / n
+    middle = (p + q * q / (2 * n)) / scale
+    half = q * math.sqrt(p * (1 - p) / n + q * q / (4 * n * n)) / scale
+    return 100 * max(middle - half, 0), 100 * min(middle + half, 1)
 
 
 def normal_quantile(confidence: float) -> float:

@@ -1,9 +1,12 @@
 """The bootstrap: against the plain loop and SciPy, groups, workers, Ctrl-C and memory."""
 
 import concurrent.futures
+import contextlib
 import math
+import multiprocessing
 import subprocess
 import sys
+import types
 
 import numpy as np
 import pandas as pd
@@ -13,6 +16,7 @@ from astropy.table import Table
 from ctrl_c import wait_after_ctrl_c
 from data_sets import numbers, redshifts, same_bits
 from vostrel import _core
+from vostrel._groups import read_groups
 
 
 @pytest.mark.parametrize("n", [2, 50, 256, 5000, 200_000])
@@ -42,6 +46,46 @@ def test_the_same_bits_for_any_workers(rng):
     drawn = vostrel.bootstrap(*data, resamples=2)
     again = vostrel.bootstrap(*data, resamples=2, seed=drawn.seed)
     assert same_bits(drawn.replicates, again.replicates)
+
+
+def twice_and_backwards(function, pieces):
+    """A map that does each piece two times, the last one first."""
+    return [function(piece) for piece in [*pieces, *pieces][::-1]]
+
+
+@pytest.mark.parametrize(
+    "pool",
+    [
+        lambda: multiprocessing.get_context("spawn").Pool(2),
+        lambda: concurrent.futures.ThreadPoolExecutor(2),
+        lambda: concurrent.futures.ProcessPoolExecutor(
+            2, mp_context=multiprocessing.get_context("spawn")
+        ),
+        lambda: contextlib.nullcontext(types.SimpleNamespace(map=twice_and_backwards)),
+    ],
+)
+def test_the_same_bits_for_any_map(rng, pool):
+    reference, estimate = redshifts(rng, 500)
+    options = {"resamples": 40, "seed": 3, "mask": rng.random(500) < 0.1}
+    fields = rng.integers(0, 60, 500)
+    with pool() as workers:
+        for groups in (None, fields):
+            one = vostrel.bootstrap(reference, estimate, groups=groups, **options)
+            mapped = vostrel.bootstrap(
+                reference, estimate, groups=groups, workers=workers.map, **options
+            )
+            assert same_bits(one.replicates, mapped.replicates)
+            assert one.norm == mapped.norm
+
+
+@pytest.mark.parametrize(
+    "lossy",
+    [lambda work, pieces: [], lambda work, pieces: [work(piece) for piece in pieces if piece[0]]],
+)
+def test_workers_that_lose_pieces(lossy):
+    values = np.arange(10.0)
+    with pytest.raises(RuntimeError, match="workers lost .* of 100 resamples"):
+        vostrel.bootstrap(values, values[::-1], resamples=100, workers=lossy)
 
 
 def test_the_same_bits_on_every_machine():
@@ -79,6 +123,19 @@ def test_groups_of_one_are_objects(rng):
     one = vostrel.bootstrap(reference, estimate, resamples=20, seed=1)
     other = vostrel.bootstrap(reference, estimate, resamples=20, seed=1, groups=np.arange(300))
     assert one.replicates == pytest.approx(other.replicates, abs=1e-11)
+
+
+@pytest.mark.parametrize("kind", ["few", "many", "text", "objects"])
+def test_groups_are_numbered_in_the_order_of_their_labels(rng, kind):
+    n = 200_000
+    values = rng.integers(0, 500 if kind == "few" else 150_000, n)
+    labels = values.astype(str) if kind in ("text", "objects") else values
+    labels = labels.astype(object) if kind == "objects" else labels
+    sample = _core.Sample([np.zeros(n), np.zeros(n)], [], False)
+    numbers, count = read_groups(labels, sample, n)
+    names, expected = np.unique(labels, return_inverse=True)
+    assert count == len(names)
+    assert np.array_equal(numbers, expected)
 
 
 def test_groups_that_are_refused():
@@ -141,7 +198,7 @@ def test_differences_are_paired(rng):
     alone = vostrel.bootstrap(reference, a, resamples=100, seed=5)
     assert same_bits(d["A"].replicates, alone.replicates)
     assert same_bits(d["C"].replicates, alone.replicates)
-    assert d["A", "C"].norm.nmad == vostrel.Uncertain(0, 0, 0, 0)
+    assert d["A", "C"].norm.nmad == vostrel.Uncertain(0, 0, 0, 0, "percentile")
     assert d["A", "B"].norm.bias.error < d["A"].norm.bias.error / 10
     assert d["A", "B"].norm.nmad.value == d["A"].norm.nmad.value - d["B"].norm.nmad.value
     with pytest.raises(AttributeError, match="choose two estimates"):
@@ -194,16 +251,30 @@ def test_an_error_in_progress_ends_the_work():
 
 
 ENDLESS = """
-reference = np.linspace(0, 1, 3_000_000)
+n = 10_000_000
+reference = np.linspace(0, 1, n)
 estimate = reference + 0.1 * np.sin(1e5 * reference)
+"""
+TEXT = ENDLESS + """
+labels = np.arange(n).astype("U8")
 """
 
 
-@pytest.mark.parametrize("options", ["", "workers=2", "groups=np.arange(3_000_000)"])
-def test_ctrl_c(options):
-    wait = wait_after_ctrl_c(
-        ENDLESS, f"vostrel.bootstrap(reference, estimate, resamples=10**6, {options})", after=1
-    )
+@pytest.mark.parametrize(
+    "data, options",
+    [
+        (ENDLESS, ""),
+        (ENDLESS, "workers=2"),
+        (ENDLESS, "workers=map"),
+        (ENDLESS, "groups=np.arange(n)"),
+        (ENDLESS, "interval='bca'"),
+        (TEXT, "groups=labels"),
+    ],
+)
+@pytest.mark.parametrize("after", [0.7, 2.5])
+def test_ctrl_c(data, options, after):
+    call = f"vostrel.bootstrap(reference, estimate, resamples=10**6, {options})"
+    wait = wait_after_ctrl_c(data, call, after)
     assert wait < 5  # half a second is the promise; the rest is for a busy machine
 
 

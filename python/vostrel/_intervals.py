@@ -1,0 +1,336 @@
+"""Confidence intervals from the numbers of resamples, and whether they can be trusted."""
+
+from __future__ import annotations
+
+import math
+from collections.abc import Callable
+from dataclasses import dataclass
+from typing import TYPE_CHECKING, Literal, get_args
+
+import numpy as np
+
+from vostrel import _core
+from vostrel._results import NAMES, Uncertain, UncertainResidualStatistics
+from vostrel._uncertainties import normal_quantile, wilson
+
+if TYPE_CHECKING:  # importing the package must be quick
+    from numpy.typing import NDArray
+
+Interval = Literal["auto", "percentile", "basic", "bca", "studentized"]
+
+#: An interval of a fraction can't be trusted with fewer objects than this beyond the bound.
+FEWEST_BEYOND = 10
+
+#: An interval of sigma or RMS can't be trusted if fewer objects make up the fourth moment.
+FEWEST_EFFECTIVE = 4.5
+
+#: An interval can't be trusted with fewer groups than this; that of a second moment needs more.
+FEWEST_GROUPS = 20
+FEWEST_GROUPS_OF_SQUARES = 50
+
+#: Which of the errors by moments belongs to a number.
+ERRORS = {"bias": 0, "sigma": 1, "rms": 2}
+
+#: Numbers that depend on sigma.
+OF_SIGMA = ("outliers_1sigma", "outliers_2sigma", "outliers_3sigma", "outliers_4sigma")
+
+
+@dataclass(frozen=True)
+class Resampled:
+    """One residual: its statistics, and those of its resamples.
+
+    Attributes
+    ----------
+    n : int
+        Number of objects.
+    groups : int or None
+        Number of groups, if groups were drawn.
+    values : ndarray, shape (statistics,)
+        The statistics of the objects.
+    replicates : ndarray, shape (resamples, statistics)
+        Those of the resamples: a view of those of both residuals.
+    errors, replicate_errors : ndarray, shape (3,) and (resamples, 3)
+        Errors by moments of bias, log(sigma) and log(rms).
+    effective : ndarray, shape (2,)
+        How many objects or groups make up the fourth moment of sigma and rms.
+    residuals : callable
+        Returns the residuals, shape (n,).
+    left_out : ndarray, shape (objects or groups, statistics), or None
+        The statistics without one object or group.
+    """
+
+    n: int
+    groups: int | None
+    values: NDArray[np.float64]
+    replicates: NDArray[np.float64]
+    errors: NDArray[np.float64]
+    replicate_errors: NDArray[np.float64]
+    effective: NDArray[np.float64]
+    residuals: Callable[[], NDArray[np.float64]]
+    left_out: NDArray[np.float64] | None = None
+
+
+def check_interval(interval: str) -> None:
+    """Raise a ValueError unless the method of intervals is known."""
+    if interval not in get_args(Interval):
+        names = ", ".join(map(repr, get_args(Interval)))
+        raise ValueError(f"interval must be one of {names}, not {interval!r}")
+
+
+def estimates(r: Resampled, interval: str, confidence: float) -> UncertainResidualStatistics:
+    """Return the estimates of one residual, with intervals by the chosen method."""
+    return UncertainResidualStatistics(
+        *(_estimate(r, name, interval, confidence) for name in NAMES)
+    )
+
+
+def _estimate(r: Resampled, name: str, interval: str, confidence: float) -> Uncertain:
+    """Return the estimate of one number."""
+    value, error, finite = _error(r, name)
+    if not finite:
+        return Uncertain(value, error, math.nan, math.nan, "", False)
+    method = _method(r, name, interval)
+    low, high = METHODS[method](r, name, confidence)
+    reliable = _is_reliable(r, name)
+    if interval == "auto" and low == high:  # most objects are equal: no resample differs
+        low, high = _between_neighbours(r, name)
+        reliable = False
+    return Uncertain(value, error, float(low), float(high), method, reliable)
+
+
+def _error(r: Resampled, name: str) -> tuple[float, float, bool]:
+    """Return a number, its error, and whether it and those of all resamples are finite."""
+    value, replicates = float(r.values[NAMES.index(name)]), r.replicates[:, NAMES.index(name)]
+    with np.errstate(invalid="ignore", over="ignore"):
+        error = float(np.std(replicates, ddof=1))
+    return value, error, math.isfinite(value) and bool(np.isfinite(replicates).all())
+
+
+def differences(
+    first: Resampled, second: Resampled, interval: str, confidence: float
+) -> UncertainResidualStatistics:
+    """Return the estimates of the first minus the second, from the same resamples."""
+    r = Resampled(
+        first.n, first.groups, first.values - second.values,
+        first.replicates - second.replicates, first.errors, first.replicate_errors,
+        first.effective, first.residuals,
+        None if first.left_out is None or second.left_out is None
+        else first.left_out - second.left_out,
+    )
+    equal = not np.any(r.replicates[:, NAMES.index("bias")])
+    return UncertainResidualStatistics(
+        *(_difference(r, (first, second), name, interval, confidence, equal) for name in NAMES)
+    )
+
+
+def _difference(
+    r: Resampled,
+    both: tuple[Resampled, Resampled],
+    name: str,
+    interval: str,
+    confidence: float,
+    equal: bool,
+) -> Uncertain:
+    """Return the estimate of the difference of a number."""
+    value, error, finite = _error(r, name)
+    if not finite:
+        return Uncertain(value, error, math.nan, math.nan, "", False)
+    reliable = all(_is_reliable(one, name) for one in both)
+    method = interval if interval in ("basic", "bca") else "percentile"
+    if interval == "auto" and r.groups:
+        method = "t"
+    low, high = METHODS[method](r, name, confidence)
+    if interval == "auto" and low == high and not equal:
+        method, reliable = "newcombe", False
+        low, high = newcombe(r, both, name, confidence)
+    return Uncertain(value, error, float(low), float(high), method, reliable)
+
+
+def newcombe(
+    r: Resampled, both: tuple[Resampled, Resampled], name: str, confidence: float
+) -> tuple[float, float]:
+    """Return the interval of a difference from those of both numbers.
+
+    R. G. Newcombe, "Interval estimation for the difference between independent
+    proportions", Statistics in Medicine 17, 873 (1998), method 10.
+    """
+    one, other = (_estimate(each, name, "auto", confidence) for each in both)
+    value = r.values[NAMES.index(name)]
+    return (
+        value - math.hypot(one.value - one.low, other.high - other.value),
+        value + math.hypot(one.high - one.value, other.value - other.low),
+    )
+
+
+def _between_neighbours(r: Resampled, name: str) -> tuple[float, float]:
+    """Return the ends half way to the nearest different object: that much rounding may hide."""
+    value = float(r.values[NAMES.index(name)])
+    factor = float(_core.NMAD_FACTOR) if name == "nmad" else 1.0
+    values = r.residuals()
+    if name == "mad_delta":
+        values = np.abs(values - np.median(values))
+    elif name != "bias":
+        values = np.abs(values)
+    values = factor * values
+    low = float(np.max(values, where=values < value, initial=-math.inf))
+    high = float(np.min(values, where=values > value, initial=math.inf))
+    return (
+        (low + value) / 2 if math.isfinite(low) else value,
+        (high + value) / 2 if math.isfinite(high) else value,
+    )
+
+
+def _method(r: Resampled, name: str, interval: str) -> str:
+    """Return the method for a number."""
+    if interval in ("percentile", "basic", "bca"):
+        return interval
+    if name in ("sigma", "rms") or (name == "bias" and interval == "studentized"):
+        return "studentized"
+    if interval == "studentized":
+        return "percentile"
+    if name.startswith("outliers"):
+        return "wilson"
+    return "t" if r.groups else "percentile"
+
+
+def _is_reliable(r: Resampled, name: str) -> bool:
+    """Return whether the interval of a number can be trusted."""
+    of_squares = name in ("sigma", "rms") or name in OF_SIGMA
+    if r.groups and r.groups < (FEWEST_GROUPS_OF_SQUARES if of_squares else FEWEST_GROUPS):
+        return False
+    if of_squares and not r.effective[1 if name == "rms" else 0] >= FEWEST_EFFECTIVE:
+        return False
+    if name.startswith("outliers"):
+        beyond = float(r.values[NAMES.index(name)]) / 100 * r.n
+        return min(beyond, r.n - beyond) >= FEWEST_BEYOND - 1e-9
+    return True
+
+
+def percentile(r: Resampled, name: str, confidence: float) -> tuple[float, float]:
+    """Return two quantiles of the resamples."""
+    replicates = r.replicates[:, NAMES.index(name)]
+    low, high = np.quantile(replicates, [(1 - confidence) / 2, (1 + confidence) / 2])
+    return float(low), float(high)
+
+
+def basic(r: Resampled, name: str, confidence: float) -> tuple[float, float]:
+    """Return the percentile interval reflected about the value."""
+    low, high = percentile(r, name, confidence)
+    value = r.values[NAMES.index(name)]
+    return 2 * value - high, 2 * value - low
+
+
+def bca(r: Resampled, name: str, confidence: float) -> tuple[float, float]:
+    """Return the bias-corrected and accelerated interval.
+
+    B. Efron, "Better bootstrap confidence intervals", Journal of the American
+    Statistical Association 82, 171 (1987).
+    """
+    from statistics import NormalDist
+
+    i = NAMES.index(name)
+    value, replicates = r.values[i], r.replicates[:, i]
+    assert r.left_out is not None
+    below = (np.mean(replicates < value) + np.mean(replicates <= value)) / 2
+    differences = np.mean(r.left_out[:, i]) - r.left_out[:, i]
+    squares = np.sum(differences**2)
+    if not 0 < below < 1 or not squares > 0:
+        return percentile(r, name, confidence)
+    normal = NormalDist()
+    shift = normal.inv_cdf(float(below))
+    acceleration = float(np.sum(differences**3) / squares**1.5 / 6)
+
+    def quantile(z: float) -> float:
+        moved = shift + (shift + z) / (1 - acceleration * (shift + z))
+        return float(np.quantile(replicates, normal.cdf(moved)))
+
+    q = normal_quantile(confidence)
+    return quantile(-q), quantile(q)
+
+
+def studentized(r: Resampled, name: str, confidence: float) -> tuple[float, float]:
+    """Return the interval of (resample - value) / error of the resample.
+
+    For sigma and RMS of the logarithms, so that no end is negative.
+    """
+    i, e = NAMES.index(name), ERRORS[name]
+    value, replicates, error = r.values[i], r.replicates[:, i], r.errors[e]
+    with np.errstate(divide="ignore", invalid="ignore"):
+        if name == "bias":
+            ratios = (replicates - value) / r.replicate_errors[:, e]
+        else:
+            ratios = np.log(replicates / value) / r.replicate_errors[:, e]
+    ratios = ratios[np.isfinite(ratios)]
+    if len(ratios) < 2 or not error > 0:
+        return percentile(r, name, confidence)
+    upper, lower = np.quantile(ratios, [(1 - confidence) / 2, (1 + confidence) / 2])
+    if name == "bias":
+        return value - lower * error, value - upper * error
+    return value * np.exp(-lower * error), value * np.exp(-upper * error)
+
+
+def student_t(r: Resampled, name: str, confidence: float) -> tuple[float, float]:
+    """Return value +- error * quantile, by Student's t with one degree less than groups."""
+    assert r.groups is not None
+    i = NAMES.index(name)
+    value = r.values[i]
+    error = np.std(r.replicates[:, i], ddof=1) * math.sqrt(r.groups / (r.groups - 1))
+    half = t_quantile(confidence, r.groups - 1) * error
+    low = value - half
+    return (low if name == "bias" else max(low, 0.0)), value + half
+
+
+def wilson_interval(r: Resampled, name: str, confidence: float) -> tuple[float, float]:
+    """Return Wilson's interval with the number of objects that the scatter implies."""
+    i = NAMES.index(name)
+    p = r.values[i] / 100
+    variance = np.var(r.replicates[:, i] / 100, ddof=1)
+    q = normal_quantile(confidence)
+    most = float(r.n)
+    if r.groups:
+        q = t_quantile(confidence, r.groups - 1)
+        variance *= r.groups / (r.groups - 1)
+        most = float(r.groups) if variance == 0 else most
+    effective = min(p * (1 - p) / variance, most) if variance > 0 else most
+    return wilson(p, max(effective, 1.0), q)
+
+
+METHODS: dict[str, Callable[[Resampled, str, float], tuple[float, float]]] = {
+    "percentile": percentile,
+    "basic": basic,
+    "bca": bca,
+    "studentized": studentized,
+    "t": student_t,
+    "wilson": wilson_interval,
+}
+
+
+def t_quantile(confidence: float, degrees: int) -> float:
+    """Return the half width of a central interval of Student's t distribution.
+
+    Found by bisection of its distribution function, a finite sum (M. Abramowitz
+    and I. A. Stegun, "Handbook of Mathematical Functions", 1964, 26.7.3 and
+    26.7.4).
+    """
+    if degrees > 1000:  # Cornish and Fisher's expansion: same, 26.7.5
+        z = normal_quantile(confidence)
+        return z + (z**3 + z) / (4 * degrees) + (5 * z**5 + 16 * z**3 + 3 * z) / (96 * degrees**2)
+
+    def central(t: float) -> float:
+        angle = math.atan2(t, math.sqrt(degrees))
+        cosine, sine = math.cos(angle), math.sin(angle)
+        odd = degrees % 2
+        term = (cosine if degrees > 1 else 0.0) if odd else 1.0
+        total = term
+        for k in range(2 + odd, degrees - 1, 2):
+            term *= cosine * cosine * (k - 1) / k
+            total += term
+        return 2 / math.pi * (angle + sine * total) if odd else sine * total
+
+    low, high = 0.0, 1.0
+    while central(high) < confidence:
+        low, high = high, 2 * high
+    for _ in range(100):
+        middle = (low + high) / 2
+        low, high = (middle, high) if central(middle) < confidence else (low, middle)
+    return (low + high) / 2

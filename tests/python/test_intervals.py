@@ -1,0 +1,170 @@
+"""Intervals from resamples: against SciPy, by hand, and what is said about them."""
+
+import math
+
+import numpy as np
+import pytest
+import vostrel
+from data_sets import redshifts
+from vostrel import _core
+from vostrel._intervals import t_quantile
+from vostrel._results import NAMES
+
+#: The statistics of residuals in the last axis, as they read.
+PLAIN = {
+    "bias": lambda r: r.mean(-1),
+    "sigma": lambda r: r.std(-1),
+    "rms": lambda r: np.sqrt((r**2).mean(-1)),
+    "mad": lambda r: np.median(abs(r), -1),
+    "nmad": lambda r: 1.4826 * np.median(abs(r), -1),
+    "mad_delta": lambda r: np.median(abs(r - np.median(r, -1, keepdims=True)), -1),
+    "outliers_015": lambda r: 100 * (abs(r) > 0.15).mean(-1),
+    **{
+        f"outliers_{k}sigma": lambda r, k=k: 100 * (abs(r) > k * r.std(-1, keepdims=True)).mean(-1)
+        for k in (1, 2, 3, 4)
+    },
+}
+
+
+@pytest.mark.parametrize("interval", ["percentile", "basic", "bca"])
+def test_the_same_as_scipy(rng, interval):
+    stats = pytest.importorskip("scipy.stats")
+    n = 301
+    reference, estimate = np.zeros(n), -0.05 * np.exp(rng.standard_normal(n))
+    u = vostrel.bootstrap(
+        reference, estimate, interval=interval, resamples=500, confidence=0.9, seed=1
+    )
+    for i, (name, plain) in enumerate(PLAIN.items()):
+        class Drawn:  # what SciPy takes as an earlier result
+            bootstrap_distribution = u.replicates[:, 0, i]
+
+        theirs = stats.bootstrap(
+            (-estimate,), lambda r, axis: plain(r), n_resamples=0, bootstrap_result=Drawn,
+            confidence_level=0.9, method=interval, vectorized=True,
+        ).confidence_interval
+        ours = getattr(u.delta, name)
+        scale = max(abs(ours.low), abs(ours.high))
+        assert ours.method == interval
+        assert ours.low == pytest.approx(theirs.low, rel=0, abs=1e-12 * scale), name
+        assert ours.high == pytest.approx(theirs.high, rel=0, abs=1e-12 * scale), name
+
+
+def test_studentized_as_it_reads(rng):
+    reference, estimate = redshifts(rng, 80)
+    r = reference - estimate
+    u = vostrel.bootstrap(reference, estimate, resamples=200, confidence=0.9, seed=2)
+
+    def log_error(r):
+        squares = (r - r.mean()) ** 2
+        return squares.std() / math.sqrt(len(r)) / (2 * squares.mean())
+
+    drawn = [r[_core.resample_indices(2, k, 80)] for k in range(200)]
+    ratios = [math.log(some.std() / r.std()) / log_error(some) for some in drawn]
+    lower, upper = np.quantile(ratios, [0.05, 0.95])
+    assert u.delta.sigma.method == "studentized"
+    assert u.delta.sigma.low == pytest.approx(r.std() * math.exp(-upper * log_error(r)))
+    assert u.delta.sigma.high == pytest.approx(r.std() * math.exp(-lower * log_error(r)))
+    everything = vostrel.bootstrap(
+        reference, estimate, resamples=200, confidence=0.9, seed=2, interval="studentized"
+    )
+    ratios = [(some.mean() - r.mean()) / some.std() for some in drawn]
+    assert everything.delta.bias.low == pytest.approx(
+        r.mean() - np.quantile(ratios, 0.95) * r.std()
+    )
+    assert everything.delta.nmad.method == "percentile"
+
+
+def test_fractions():
+    # 100 residuals, none beyond 4 sigma: Wilson's interval of 0 of 100 ends at q^2 / (n + q^2).
+    r = np.linspace(-1, 1, 100)
+    u = vostrel.bootstrap(r, np.zeros(100), confidence=0.95, seed=1)
+    q = 1.959963984540054
+    beyond = u.delta.outliers_4sigma
+    assert (beyond.method, beyond.low, beyond.reliable) == ("wilson", 0, False)
+    assert beyond.high == pytest.approx(100 * q * q / (100 + q * q))
+    # The scatter of the fraction beyond 0.15 implies a number of objects.
+    p, scatter = 0.86, u.replicates[:, 0, NAMES.index("outliers_015")].std(ddof=1) / 100
+    n = min(p * (1 - p) / scatter**2, 100)
+    middle, half = p + q * q / (2 * n), q * math.sqrt(p * (1 - p) / n + q * q / (4 * n * n))
+    beyond = u.delta.outliers_015
+    assert beyond.reliable
+    assert beyond.low == pytest.approx(100 * (middle - half) / (1 + q * q / n))
+    assert beyond.high == pytest.approx(100 * (middle + half) / (1 + q * q / n))
+
+
+def test_groups_with_few_degrees():
+    # Quantiles of the textbooks.
+    assert t_quantile(0.95, 1) == pytest.approx(12.706, abs=5e-4)
+    assert t_quantile(0.95, 2) == pytest.approx(4.303, abs=5e-4)
+    assert t_quantile(0.9, 9) == pytest.approx(1.833, abs=5e-4)
+    assert t_quantile(0.99, 2000) == pytest.approx(2.578, abs=5e-4)
+    residuals = np.arange(40.0)
+    u = vostrel.bootstrap(
+        residuals, np.zeros(40), groups=np.arange(40) % 4, confidence=0.9, seed=1
+    )
+    scatter = u.replicates[:, 0, 0].std(ddof=1)
+    assert u.delta.bias.error == pytest.approx(scatter)
+    assert u.delta.bias.high == pytest.approx(19.5 + 2.353363 * math.sqrt(4 / 3) * scatter)
+    assert not u.delta.bias.reliable
+
+
+@pytest.mark.parametrize("grid", [1.0, 0.5, 0.1])
+def test_no_interval_without_width(rng, grid):
+    estimate = np.round(rng.standard_normal(400), 0) * grid
+    u = vostrel.bootstrap(np.zeros(400), estimate, resamples=100, seed=1)
+    for name in NAMES:
+        if np.ptp(u.replicates[:, 0, NAMES.index(name)]) == 0:
+            assert not getattr(u.delta, name).reliable
+        assert getattr(u.delta, name).low < getattr(u.delta, name).high
+    # The median of |r| is the grid's; the truth may be nearer to its neighbours.
+    assert (u.delta.mad.low, u.delta.mad.high) == (0.5 * grid, 1.5 * grid)
+    equal = vostrel.bootstrap(np.zeros(9), np.full(9, 0.125), resamples=10, seed=1)
+    assert equal.delta.mad.low == equal.delta.mad.high == 0.125
+
+
+def test_what_cannot_be_trusted(rng):
+    ordinary = rng.standard_normal(1000)
+    one_far = ordinary.copy()
+    one_far[0] = 50
+    labels = np.arange(1000) % 30
+    plain, far, grouped = (
+        vostrel.bootstrap(r, np.zeros(1000), resamples=100, seed=1, groups=groups).delta
+        for r, groups in ((ordinary, None), (one_far, None), (ordinary, labels))
+    )
+    assert plain.sigma.reliable and plain.rms.reliable and plain.outliers_2sigma.reliable
+    assert not far.sigma.reliable and not far.rms.reliable and not far.outliers_2sigma.reliable
+    assert far.bias.reliable and far.nmad.reliable
+    assert not grouped.sigma.reliable
+
+
+def test_differences_have_width_too(rng):
+    reference, a = redshifts(rng, 300)
+    b = a + 0.001 * rng.standard_normal(300)
+    d = vostrel.bootstrap_difference(reference, {"A": a, "B": b}, resamples=50, seed=1)
+    for name in NAMES:
+        assert getattr(d.norm, name).low < getattr(d.norm, name).high
+    for interval in ("percentile", "basic", "bca", "studentized"):
+        other = vostrel.bootstrap_difference(
+            reference, {"A": a, "B": b}, resamples=50, seed=1, interval=interval
+        )
+        assert other.interval == interval
+        assert other.norm.nmad.error == d.norm.nmad.error
+
+
+def test_nan_in_one_of_two_estimates(rng):
+    reference, a = redshifts(rng, 100)
+    b = a.copy()
+    b[3] = np.nan
+    d = vostrel.bootstrap_difference(
+        reference, {"A": a, "B": b}, resamples=20, seed=1, nan_policy="propagate"
+    )
+    alone = vostrel.bootstrap(reference, a, resamples=20, seed=1)
+    assert d["A"].norm == alone.norm
+    for part in (d["B"].norm.nmad, d.norm.nmad, d.delta.bias):
+        assert math.isnan(part.value) and math.isnan(part.error) and math.isnan(part.low)
+        assert not part.reliable
+
+
+def test_methods_that_are_refused():
+    with pytest.raises(ValueError, match="interval must be one of 'auto', .* not 'BCa'"):
+        vostrel.bootstrap([0.0, 1.0], [0.0, 1.0], interval="BCa")
