@@ -352,7 +352,8 @@ bool Windows::fill(const ResidualColumn& residuals, const Units& units,
       for (std::size_t i = 0; i < block.size(); ++i) {  // branches would be hard to predict
         const double key = key_of(block[i]);
         places[found] = i;
-        found += (key >= window.low) & (key <= window.high) & !gap.has(key);
+        found +=
+            static_cast<std::size_t>((key >= window.low) & (key <= window.high) & !gap.has(key));
       }
       for (std::size_t k = 0; k < found; ++k) {
         window.entries.emplace_back(key_of(block[places[k]]), units.of(first + places[k]));
