@@ -93,7 +93,11 @@ def open_file(path: str, part: Optional[str]) -> Reader:
     """Return the reader of a file."""
     with reading(path):
         if os.path.isdir(path):
-            raise EvaluateError("it is a folder")
+            from vostrel.evaluate._hats import Hats, is_hats
+
+            if not is_hats(path):
+                raise EvaluateError("it is a folder, and not a HATS catalogue")
+            return Hats(path, part)
         if os.path.exists(path) and not os.path.isfile(path):
             raise EvaluateError("it is not a regular file; pass its content to - as CSV")
         with open(path, "rb") as stream:  # whether it exists and may be read

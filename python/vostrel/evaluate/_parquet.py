@@ -31,7 +31,6 @@ class ByPyarrow(Reader):
     def __init__(self, path: str, part: Optional[str]) -> None:
         super().__init__(path, part)
         no_part(self, "Parquet")
-        self._arrow = importlib.import_module("pyarrow")
         self._parquet = importlib.import_module("pyarrow.parquet")
         with self._parquet.ParquetFile(path) as file:
             self.rows = file.metadata.num_rows
@@ -43,23 +42,26 @@ class ByPyarrow(Reader):
     def chunks(self, names: Sequence[str], text: Collection[str]) -> Iterator[Chunk]:
         with self._parquet.ParquetFile(self.path) as file:
             for batch in file.iter_batches(batch_size=1 << 18, columns=list(names)):
-                yield {name: self._values(batch.column(name), name) for name in names}
+                yield {name: from_arrow(batch.column(name), name) for name in names}
 
-    def _values(self, array: Any, name: str) -> NDArray[Any]:
-        kinds = self._arrow.types
-        if kinds.is_dictionary(array.type):
-            array = array.dictionary_decode()
-        if kinds.is_nested(array.type):
-            raise EvaluateError(f"column {name!r} holds {array.type}, not one number an object")
-        if kinds.is_null(array.type):
-            array = array.cast(self._arrow.float64())
-        if kinds.is_decimal(array.type):
-            array = array.cast(self._arrow.float64())
-        mask = np.asarray(array.is_null().to_numpy(zero_copy_only=False), np.bool_)
-        if mask.any() and not kinds.is_temporal(array.type):
-            zero = "" if _is_text(kinds, array.type) else 0
-            array = array.fill_null(self._arrow.scalar(zero).cast(array.type))
-        return masked(array.to_numpy(zero_copy_only=False), mask)
+
+def from_arrow(array: Any, name: str) -> NDArray[Any]:
+    """Return an array or chunked array of pyarrow as an array of NumPy."""
+    arrow = importlib.import_module("pyarrow")
+    kinds = arrow.types
+    if hasattr(array, "combine_chunks"):
+        array = array.combine_chunks()
+    if kinds.is_dictionary(array.type):
+        array = array.dictionary_decode()
+    if kinds.is_nested(array.type):
+        raise EvaluateError(f"column {name!r} holds {array.type}, not one number an object")
+    if kinds.is_null(array.type) or kinds.is_decimal(array.type):
+        array = array.cast(arrow.float64())
+    mask = np.asarray(array.is_null().to_numpy(zero_copy_only=False), np.bool_)
+    if mask.any() and not kinds.is_temporal(array.type):
+        zero: Any = "" if _is_text(kinds, array.type) else 0
+        array = array.fill_null(arrow.scalar(zero).cast(array.type))
+    return masked(array.to_numpy(zero_copy_only=False), mask)
 
 
 def _is_text(kinds: Any, kind: Any) -> bool:

@@ -1,0 +1,128 @@
+"""vostrel-evaluate on Parquet and HATS, which need packages of PyPI."""
+
+import importlib
+import json
+
+import numpy as np
+import pytest
+import vostrel
+from vostrel.evaluate import _command
+
+pa = pytest.importorskip("pyarrow")
+pq = pytest.importorskip("pyarrow.parquet")
+
+
+@pytest.fixture
+def run(tmp_path, monkeypatch, capsys):
+    """Runs the command in a folder of its own, and returns its status and what it prints."""
+    monkeypatch.chdir(tmp_path)
+
+    def run(*words):
+        status = _command.main(list(words))
+        return (status, *capsys.readouterr())
+
+    return run
+
+
+@pytest.fixture
+def only(monkeypatch):
+    """Hides the other libraries that read Parquet."""
+
+    def only(library):
+        pytest.importorskip(library)
+        find = importlib.import_module
+
+        def found(name, package=None):
+            if name.partition(".")[0] in {"pyarrow", "polars", "duckdb"} - {library}:
+                raise ModuleNotFoundError(name)
+            return find(name, package)
+
+        monkeypatch.setattr(importlib, "import_module", found)
+
+    return only
+
+
+def columns(n=5000):
+    rng = np.random.default_rng(1)
+    zspec = rng.gamma(3, 0.3, n)
+    return zspec, zspec + 0.05 * (1 + zspec) * rng.standard_t(3, n)
+
+
+@pytest.mark.parametrize("library", ["pyarrow", "polars", "duckdb"])
+def test_parquet(run, only, library):
+    zspec, zphot = columns()
+    null = np.arange(5000) % 10 == 0
+    nan = np.arange(5000) % 10 == 1
+    table = pa.table({
+        'z "spec"': pa.array(zspec.astype(np.float32)),
+        "zphot": pa.array(np.where(nan, np.nan, zphot), mask=null),
+        "quality": pa.array(np.arange(5000) % 5, mask=np.arange(5000) % 7 == 0),
+        "field": pa.array(["A", "B"] * 2500).dictionary_encode(),
+        "list": pa.array([[1.0]] * 5000),
+        "text": pa.array(["1"] * 5000),
+    })
+    pq.write_table(table, "it's.parquet", row_group_size=1000)
+    only(library)
+    status, out, err = run("it's.parquet", 'z "spec"', "zphot", "--format", "json",
+                           "--where", "quality >= 3 & field == 'B'")
+    assert (status, err) == (0, "")
+    i = np.arange(5000)
+    used = (i % 5 >= 3) & (i % 7 != 0) & (i % 2 == 1) & ~null & ~nan
+    found = {
+        f"{one['residual']}_{one['statistic']}": one["value"]
+        for one in json.loads(out)["statistics"]
+    }
+    s = vostrel.point_statistics(zspec.astype(np.float32)[used], zphot[used]).to_dict()
+    assert {name: found[name] for name in s if not name.startswith("n_") and name != "n"} == {
+        name: s[name] for name in s if not name.startswith("n_") and name != "n"
+    }
+    rows = json.loads(out)["rows"]
+    selected = (i % 5 >= 3) & (i % 7 != 0) & (i % 2 == 1)
+    assert (rows["masked"], rows["nan"]) == ((selected & null).sum(), (selected & nan).sum())
+
+    for name, message in [("list", "not one number"), ("text", "holds text")]:
+        status, out, err = run("it's.parquet", 'z "spec"', name)
+        assert (status, out) == (1, "") and message in err and err.count("\n") == 1
+
+
+def test_truncated_parquet(run):
+    pq.write_table(pa.table({"zspec": [1.0], "zphot": [1.0]}), "t.parquet")
+    with open("t.parquet", "r+b") as stream:
+        stream.truncate(200)
+    status, out, err = run("t.parquet", "zspec", "zphot")
+    assert (status, out) == (1, "") and err.startswith("vostrel-evaluate: cannot read t.parquet: ")
+    assert err.count("\n") == 1
+
+
+def test_hats(run, capsys):
+    lsdb = pytest.importorskip("lsdb")
+    pd = pytest.importorskip("pandas")
+    zspec, zphot = columns(300)
+    ra = np.arange(300) % 100 * 0.9
+    frame = pd.DataFrame({"ra": ra, "dec": 0.0, "zspec": zspec, "zphot": zphot})
+    catalog = lsdb.from_dataframe(frame, catalog_name="cat", lowest_order=1, margin_threshold=None)
+    catalog.write_catalog("cat_hats", catalog_name="cat")
+    capsys.readouterr()  # its bars
+    status, out, err = run("cat_hats", "zspec", "zphot", "--format", "json", "--where", "ra < 45")
+    assert (status, err) == (0, "")
+    s = vostrel.point_statistics(zspec[ra < 45], zphot[ra < 45])
+    found = json.loads(out)
+    assert found["rows"]["read"] == 300 and found["rows"]["used"] == s.n
+    # Partitions have an order of their own, which medians don't see.
+    nmad = [one for one in found["statistics"] if one["statistic"] == "nmad"]
+    assert [one["value"] for one in nmad] == [s.delta.nmad, s.norm.nmad]
+
+
+def test_without_any_library(run, monkeypatch):
+    pq.write_table(pa.table({"zspec": [1.0]}), "t.parquet")
+
+    def missing(name, package=None):
+        if name.partition(".")[0] in {"pyarrow", "polars", "duckdb"}:
+            raise ModuleNotFoundError(name)
+        return importlib.__import__(name, fromlist=["x"])
+
+    monkeypatch.setattr(importlib, "import_module", missing)
+    assert run("t.parquet", "zspec", "zspec2") == (
+        1, "",
+        "vostrel-evaluate: t.parquet: reading Parquet needs pyarrow, polars or duckdb, from PyPI\n",
+    )
