@@ -56,7 +56,7 @@ def bootstrap(
     groups : array_like, shape (n,), optional
         A label for each object, such as its field of the sky. Whole groups
         are then drawn, as many as there are. Use this if the objects of a
-        group are not independent.
+        group are not independent. Have fifty groups, or at least thirty.
     seed : int, optional
         From 0 to 2**64 - 1. The same seed gives the same bits on every
         machine and for any number of workers. By default the operating system
@@ -88,6 +88,8 @@ def bootstrap(
     ValueError
         As for `point_statistics`; also if there is only one group, a label is
         missing, or an option is out of range.
+    RuntimeError
+        If the workers lose some of the resamples.
     TypeError
         As for `point_statistics`; also if an option has the wrong type.
 
@@ -102,11 +104,39 @@ def bootstrap(
     Statistics 7, 1 (1979); A. C. Davison and D. V. Hinkley, "Bootstrap Methods
     and their Application", 1997, section 3.8 for groups.
 
+    With ``interval="auto"`` the methods are:
+
+    bias, mad, nmad, mad_delta
+        "percentile": from the quantile (1 - confidence) / 2 of the resamples
+        to their quantile (1 + confidence) / 2. With groups "t": value +- q *
+        error * sqrt(G / (G - 1)), where q is the quantile of Student's t with
+        G - 1 degrees and G is the number of groups.
+    sigma, rms
+        "studentized": the logarithm of each resample is divided by its own
+        error by moments, and the quantiles of the ratios are multiplied by the
+        error of the objects (Davison and Hinkley, section 5.2; T. J. DiCiccio
+        and B. Efron, "Bootstrap confidence intervals", Statistical Science 11,
+        189, 1996). The error of log(sigma) is sqrt((m4 / sigma**4 - 1) / (4 *
+        n)), where m4 is the fourth moment about the bias; that of log(rms) has
+        moments about zero. With groups, their sums give the moments.
+    outliers_015; the others with fewer than ten objects beyond or within
+        "wilson": Wilson's interval of p = value / 100 for p * (1 - p) /
+        error**2 objects, at most n (L. D. Brown, T. T. Cai and A. DasGupta,
+        "Interval estimation for a binomial proportion", Statistical Science
+        16, 101, 2001). Otherwise "percentile".
+
+    If no resample differs because most objects are equal, the interval goes
+    half way to the nearest different object. ``reliable`` is False then; for
+    sigma, rms and the fractions beyond multiples of sigma if a few objects
+    make up the fourth moment; for a fraction with fewer than ten objects
+    beyond or within; with fewer than 20 groups, or 30 for what depends on
+    sigma.
+
     Every resample equals `point_statistics` of its objects: medians and
-    outlier percentages bit for bit, bias, sigma and RMS within 1e-12 of the
-    RMS. The random numbers are those of Philox4x64-10 (J. K. Salmon et al.,
-    "Parallel random numbers: as easy as 1, 2, 3", 2011), with a stream for
-    each resample.
+    outlier percentages bit for bit; bias, sigma and RMS to about 1e-14 of the
+    RMS, and in the worst case 2e-11 + 1e-15 * n. The random numbers are those
+    of Philox4x64-10 (J. K. Salmon et al., "Parallel random numbers: as easy as
+    1, 2, 3", 2011), with a stream for each resample.
 
     Examples
     --------

@@ -18,15 +18,13 @@ if TYPE_CHECKING:  # importing the package must be quick
 
 Interval = Literal["auto", "percentile", "basic", "bca", "studentized"]
 
-#: An interval of a fraction can't be trusted with fewer objects than this beyond the bound.
+#: Measured by bench/coverage: see docs/uncertainties.md. An interval of a fraction can't be trusted
+#: with fewer objects than this beyond the bound, or within it.
 FEWEST_BEYOND = 10
 
-#: An interval of sigma or RMS can't be trusted if fewer objects make up the fourth moment.
-FEWEST_EFFECTIVE = 4.5
-
-#: An interval can't be trusted with fewer groups than this; that of a second moment needs more.
+#: An interval can't be trusted with fewer groups than this; that of sigma or RMS needs more.
 FEWEST_GROUPS = 20
-FEWEST_GROUPS_OF_SQUARES = 50
+FEWEST_GROUPS_OF_SIGMA = 30
 
 #: Which of the errors by moments belongs to a number.
 ERRORS = {"bias": 0, "sigma": 1, "rms": 2}
@@ -101,6 +99,8 @@ def _estimate(r: Resampled, name: str, interval: str, confidence: float) -> Unce
 def _error(r: Resampled, name: str) -> tuple[float, float, bool]:
     """Return a number, its error, and whether it and those of all resamples are finite."""
     value, replicates = float(r.values[NAMES.index(name)]), r.replicates[:, NAMES.index(name)]
+    if r.n == 1:  # nothing scatters
+        return value, math.nan, False
     with np.errstate(invalid="ignore", over="ignore"):
         error = float(np.std(replicates, ddof=1))
     return value, error, math.isfinite(value) and bool(np.isfinite(replicates).all())
@@ -186,24 +186,36 @@ def _method(r: Resampled, name: str, interval: str) -> str:
         return interval
     if name in ("sigma", "rms") or (name == "bias" and interval == "studentized"):
         return "studentized"
-    if interval == "studentized":
+    if interval == "studentized" or (name in OF_SIGMA and _has_many(r, name)):
         return "percentile"
     if name.startswith("outliers"):
         return "wilson"
     return "t" if r.groups else "percentile"
 
 
+def _has_many(r: Resampled, name: str) -> bool:
+    """Return whether there are enough objects beyond a bound, and within it."""
+    beyond = float(r.values[NAMES.index(name)]) / 100 * r.n
+    return min(beyond, r.n - beyond) > FEWEST_BEYOND - 0.5
+
+
 def _is_reliable(r: Resampled, name: str) -> bool:
     """Return whether the interval of a number can be trusted."""
-    of_squares = name in ("sigma", "rms") or name in OF_SIGMA
-    if r.groups and r.groups < (FEWEST_GROUPS_OF_SQUARES if of_squares else FEWEST_GROUPS):
+    of_sigma = name in ("sigma", "rms") or name in OF_SIGMA
+    if r.groups and r.groups < (FEWEST_GROUPS_OF_SIGMA if of_sigma else FEWEST_GROUPS):
         return False
-    if of_squares and not r.effective[1 if name == "rms" else 0] >= FEWEST_EFFECTIVE:
+    if of_sigma and not r.effective[1 if name == "rms" else 0] >= _fewest_effective(r):
         return False
-    if name.startswith("outliers"):
-        beyond = float(r.values[NAMES.index(name)]) / 100 * r.n
-        return min(beyond, r.n - beyond) >= FEWEST_BEYOND - 1e-9
-    return True
+    return not name.startswith("outliers") or _has_many(r, name)
+
+
+def _fewest_effective(r: Resampled) -> float:
+    """Return how many objects or groups must make up the fourth moment at least.
+
+    With fewer, the error of sigma and RMS can't be trusted. A small sample may
+    lack the tail, so it needs more.
+    """
+    return 2.0 if r.groups else 2.8 + 400 / r.n
 
 
 def percentile(r: Resampled, name: str, confidence: float) -> tuple[float, float]:

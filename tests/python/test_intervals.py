@@ -118,6 +118,8 @@ def test_no_interval_without_width(rng, grid):
         assert getattr(u.delta, name).low < getattr(u.delta, name).high
     # The median of |r| is the grid's; the truth may be nearer to its neighbours.
     assert (u.delta.mad.low, u.delta.mad.high) == (0.5 * grid, 1.5 * grid)
+    alone = vostrel.bootstrap([0.0], [0.1], resamples=10, seed=1)
+    assert math.isnan(alone.delta.mad.error) and math.isnan(alone.delta.mad.low)
     equal = vostrel.bootstrap(np.zeros(9), np.full(9, 0.125), resamples=10, seed=1)
     assert equal.delta.mad.low == equal.delta.mad.high == 0.125
 
@@ -126,7 +128,7 @@ def test_what_cannot_be_trusted(rng):
     ordinary = rng.standard_normal(1000)
     one_far = ordinary.copy()
     one_far[0] = 50
-    labels = np.arange(1000) % 30
+    labels = np.arange(1000) % 29
     plain, far, grouped = (
         vostrel.bootstrap(r, np.zeros(1000), resamples=100, seed=1, groups=groups).delta
         for r, groups in ((ordinary, None), (one_far, None), (ordinary, labels))
@@ -134,7 +136,8 @@ def test_what_cannot_be_trusted(rng):
     assert plain.sigma.reliable and plain.rms.reliable and plain.outliers_2sigma.reliable
     assert not far.sigma.reliable and not far.rms.reliable and not far.outliers_2sigma.reliable
     assert far.bias.reliable and far.nmad.reliable
-    assert not grouped.sigma.reliable
+    assert grouped.bias.reliable and not grouped.sigma.reliable
+    assert plain.outliers_015.reliable and not plain.outliers_4sigma.reliable
 
 
 def test_differences_have_width_too(rng):
