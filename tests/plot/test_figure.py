@@ -58,6 +58,8 @@ def test_guide_lines(four):
     panel = four.axes[0]
     x, y = by_gid(panel, "one-to-one")[0].get_data()
     assert x == pytest.approx(y)
+    (line,), (objects,) = by_gid(panel, "one-to-one"), by_gid(panel, "objects")
+    assert line.get_zorder() < objects.get_zorder(), "it hides no object"
     bounds = by_gid(panel, "bound")
     assert len(bounds) == 2
     reached = sorted(float(((x - y) / (1 + x))[i]) for x, y in
@@ -592,6 +594,7 @@ def test_figure_shows_itself_in_a_notebook():
     ({"labels": ("a", 1)}, "labels must be two texts"),
     ({"labels": 5}, "labels must be two texts"),
     ({"statistics": 0.05}, "statistics must be what vostrel.point_statistics returns, not float"),
+    ({"title": 5}, "title must be a text, not int"),
     ({"figure": 3}, "figure must be a Figure or SubFigure of matplotlib, not int"),
 ])
 def test_wrong_option_is_named(options, message):
@@ -602,7 +605,9 @@ def test_wrong_option_is_named(options, message):
 def test_wrong_order_is_explained():
     with pytest.raises(TypeError, match="axes must be Axes of matplotlib, not list"):
         plot_residuals([1.0], [1.5], None)
-    with pytest.raises(TypeError, match="a mapping of names .* after the reference; .* a list"):
+    with pytest.raises(ValueError, match="reference and estimate 'one' differ in length: 2 and 1"):
+        compare_figure([1.0, 2.0], {"one": [1.0]})
+    with pytest.raises(TypeError, match="a mapping of names .* after the reference"):
         compare_figure({"one": [1.0]}, [1.5])
 
 

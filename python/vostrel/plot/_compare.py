@@ -31,7 +31,6 @@ from vostrel.plot._objects import Objects, objects_of
 from vostrel.plot._panels import BANDS, histogram, label_axis, label_counts, write_outside
 from vostrel.plot._running import running
 from vostrel.plot._words import (
-    MINUS,
     Labels,
     labels_of,
     percent,
@@ -105,15 +104,7 @@ def compare_figure(
     ...     [0.5, 1.0, 1.5], {"one": [0.4, 1.1, 1.4], "two": [0.5, 1.2, 1.4]})
     """
     check_layout(layout)
-    named = read_estimates(estimates)
-    if not 1 <= len(named) <= len(MARKERS):
-        raise ValueError(f"there must be 1 to {len(MARKERS)} estimators, not {len(named)}")
-    sets = {
-        shown(name): objects_of(reference, values, mask=mask, nan_policy=nan_policy)
-        for name, values in named.items()
-    }
-    if len(sets) < len(named):
-        raise ValueError("two estimators have the same name")
+    sets = _sets_of(reference, estimates, mask, nan_policy)
     width = SIZES[layout][0] if figure is None else size_of(figure)[0]
     words = labels_of(labels)
     heading = title_lines(title, width)
@@ -137,11 +128,40 @@ def compare_figure(
     axes = [sheet.add_axes(box) for box in _places(layout, sheet, top, height - bottom)]
     handles = _draw_running(axes[0], axes[1], sets, words)
     _draw_histograms(axes[2], sets, f"{words.short_norm},  {words.difference}", log)
-    figure.legend(
+    _write_legend(sheet, handles, names, across, 0.05 + TITLE_LINE * len(heading))
+    figure.align_ylabels(axes if layout == "column" else axes[:2])
+    if table:
+        _write_table(sheet, rows, height - bottom + LINE)
+    return figure
+
+
+def _sets_of(
+    reference: Any, estimates: Any, mask: Any, nan_policy: NanPolicy
+) -> dict[str, Objects]:
+    """Return the objects of each estimator by its name."""
+    named = read_estimates(estimates)
+    if not 1 <= len(named) <= len(MARKERS):
+        raise ValueError(f"there must be 1 to {len(MARKERS)} estimators, not {len(named)}")
+    sets = {
+        shown(name): objects_of(
+            reference, values, mask=mask, nan_policy=nan_policy, name=f"estimate {name!r}"
+        )
+        for name, values in named.items()
+    }
+    if len(sets) < len(named):
+        raise ValueError("two estimators have the same name")
+    return sets
+
+
+def _write_legend(
+    sheet: Sheet, handles: list[Any], names: list[str], across: int, top: float
+) -> None:
+    """Write the legend of the estimators and the bands."""
+    sheet.figure.legend(
         [*handles, Patch(color="0.5", alpha=0.4, linewidth=0)],
         names,
         loc="upper left",
-        bbox_to_anchor=(0.12 / width, 1 - (0.05 + TITLE_LINE * len(heading)) / height),
+        bbox_to_anchor=(0.12 / sheet.width, 1 - top / sheet.height),
         ncol=across,
         frameon=False,
         fontsize=SMALL,
@@ -151,14 +171,6 @@ def compare_figure(
         handlelength=3.4,
         columnspacing=1.2,
     )
-    figure.align_ylabels(axes if layout == "column" else axes[:2])
-    at = height - bottom + LINE
-    first = 0.6 + max([width_of(line, SMALL) for row in rows[1:] for line in row[0].split("\n")],
-                      default=0)
-    for row in rows:
-        _write_row(sheet, row, at, first)
-        at += LINE * (1 + row[0].count("\n"))
-    return figure
 
 
 def _places(layout: Layout, sheet: Sheet, top: float, end: float) -> list[Box]:
@@ -281,14 +293,16 @@ def _table(sets: Mapping[str, Objects], labels: Labels, width: float) -> list[li
     return [[wrapped(what, width - 0.2, SMALL)], *rows]
 
 
-def _write_row(sheet: Sheet, row: list[str], top: float, first: float) -> None:
-    """Write a row of the table. The point of the first number is at `first`."""
-    name, *numbers = row
-    more = name.count("\n")  # the baseline of a text is that of its last line
-    sheet.write_cell(0.12, top + more * LINE, name, va="baseline", linespacing=1.35)
-    for i, number in enumerate(numbers):
-        if number[0].isdigit() or number[0] == MINUS or number == "NaN":
-            sheet.write_number(first + i * STEP, top, number)
-        else:
-            sheet.write_cell(first + i * STEP, top, number, ha="center" if i else "right",
-                             va="baseline")
+def _write_table(sheet: Sheet, rows: list[list[str]], top: float) -> None:
+    """Write the rows below each other."""
+    widest = max(width_of(line, SMALL) for row in rows[1:] for line in row[0].split("\n"))
+    for name, *numbers in rows:
+        more = name.count("\n")  # the baseline of a text is that of its last line
+        sheet.write_cell(0.12, top + more * LINE, name, va="baseline", linespacing=1.35)
+        for i, number in enumerate(numbers):
+            point = 0.6 + widest + i * STEP
+            if number.isalpha() or "$" in number:
+                sheet.write_cell(point, top, number, ha="center" if i else "right", va="baseline")
+            else:
+                sheet.write_number(point, top, number)
+        top += LINE * (1 + more)

@@ -115,14 +115,12 @@ def diagnostic_figure(
     >>> figure.savefig("figure.pdf")  # doctest: +SKIP
     """
     check_layout(layout)
-    panels = tuple(panels)
+    panels = (panels,) if isinstance(panels, str) else tuple(panels)
     if not panels or not set(panels) <= set(PANELS) or len(set(panels)) != len(panels):
-        raise ValueError(f"panels must be some of {', '.join(PANELS)}, not {panels!r}")
+        raise ValueError(f"panels must be some of {', '.join(PANELS)}, not {panels!r:.60}")
     panels = tuple(panel for panel in PANELS if panel in panels)
 
-    objects = objects_of(
-        reference, estimate, statistics, mask=mask, nan_policy=nan_policy
-    )
+    objects = objects_of(reference, estimate, statistics, mask=mask, nan_policy=nan_policy)
     names = labels_of(labels)
     bar = objects.norm.size > MANY and panels != ("histogram",)
     width = SIZES[layout][0] if figure is None else size_of(figure)[0]
@@ -144,23 +142,7 @@ def diagnostic_figure(
     boxes, bar_box = place_panels(layout, sheet, panels, bar, top, height - bottom)
     axes = {panel: sheet.add_axes(box) for panel, box in boxes.items()}
 
-    spread, xlim = spread_of(objects.norm), reference_limits(objects)
-    images = []
-    if "estimates" in axes:
-        artists = draw_estimates(
-            axes["estimates"], objects, xlim, names, note=not table, legend=True, fontsize=SMALL
-        )
-        images += artists["objects"]
-    if "histogram" in axes:
-        draw_histogram(
-            axes["histogram"], objects, spread, names, log=log, legend=True, fontsize=SMALL
-        )
-    if "residuals" in axes:
-        artists = draw_residuals(
-            axes["residuals"], objects, xlim, spread, running(objects), names,
-            legend=True, fontsize=SMALL,
-        )
-        images += artists["objects"]
+    images = _draw_panels(axes, objects, names, not table, log)
     if bar:
         add_colour_bar(sheet, bar_box, images)
     figure.align_ylabels([axes[panel] for panel in boxes if layout == "column"
@@ -168,6 +150,24 @@ def diagnostic_figure(
     if table:
         write_table(sheet, objects, names, height - bottom + LINE, rows)
     return figure
+
+
+def _draw_panels(
+    axes: dict[str, Any], objects: Objects, labels: Labels, note: bool, log: bool | None
+) -> list[Any]:
+    """Draw the panels, and return the densities or points of objects."""
+    spread, xlim = spread_of(objects.norm), reference_limits(objects)
+    text: dict[str, Any] = {"legend": True, "fontsize": SMALL}
+    images = []
+    for panel, on in axes.items():
+        if panel == "estimates":
+            images += draw_estimates(on, objects, xlim, labels, note=note, **text)["objects"]
+        elif panel == "histogram":
+            draw_histogram(on, objects, spread, labels, log=log, **text)
+        else:
+            lines = running(objects)
+            images += draw_residuals(on, objects, xlim, spread, lines, labels, **text)["objects"]
+    return images
 
 
 def check_layout(layout: Any) -> None:

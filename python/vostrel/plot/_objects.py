@@ -50,8 +50,11 @@ def objects_of(
     *,
     mask: Any = None,
     nan_policy: NanPolicy = "omit",
+    name: str = "estimate",
 ) -> Objects:
     """Return the objects that can be drawn; compute their statistics unless they are given.
+
+    Errors call the estimates by their `name`.
 
     Raises
     ------
@@ -63,7 +66,7 @@ def objects_of(
             "statistics must be what vostrel.point_statistics returns, not "
             f"{type(statistics).__name__}"
         )
-    columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
+    columns = prepare(nan_policy, mask, **{"reference": reference, name: estimate})
     values = [np.ascontiguousarray(array, dtype=np.float64) for array in columns.values]
     if columns.masks:
         kept = ~np.logical_or.reduce(columns.masks)

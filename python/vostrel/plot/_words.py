@@ -175,4 +175,6 @@ def wrapped(text: str, inches: float, points: float, most: int = 4) -> str:
 
 def title_lines(title: str | None, width: float) -> Sequence[str]:
     """Return the title broken into lines for a figure of this width in inches."""
-    return wrapped(shown(title or ""), width - 0.4, 8).split("\n") if title else []
+    if not isinstance(title, (str, type(None))):
+        raise TypeError(f"title must be a text, not {type(title).__name__}")
+    return wrapped(shown(title), width - 0.4, 8).split("\n") if title else []
