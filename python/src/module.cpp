@@ -192,6 +192,14 @@ py::tuple list_statistics() {
 
 PYBIND11_MODULE(_core, module) {
   using namespace vostrel::python;
+#if PYBIND11_VERSION_HEX < 0x020C0000
+  const auto numpy = py::module_::import("numpy").attr("__version__").cast<std::string>();
+  if (numpy[0] != '1') {
+    throw py::import_error(
+        "vostrel was built with pybind11 before 2.12, which doesn't know NumPy " + numpy +
+        ": build it again with a newer one");
+  }
+#endif
   module.attr("VERSION") = std::string(vostrel::kVersion);
   module.attr("STATISTICS") = list_statistics();
   module.attr("NMAD_FACTOR") = vostrel::kNmadFactor;

@@ -40,8 +40,8 @@ def read_groups(
         raise TypeError("groups must hold labels of one kind, such as numbers or text") from None
     if len(names) < 2:
         raise ValueError(
-            f"all objects are in one group, {names[0]!r}; the scatter between groups needs two "
-            "groups at least, and better fifty"
+            f"all objects are in one group, {names.tolist()[0]!r}; the scatter between groups "
+            "needs two groups at least, and better fifty"
         )
     numbers = [np.searchsorted(names, some).astype(np.uint32) for some in _slices(labels)]
     return np.concatenate(numbers), len(names)
