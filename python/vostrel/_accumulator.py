@@ -4,13 +4,14 @@ from __future__ import annotations
 
 import threading
 from contextlib import ExitStack
-from typing import TYPE_CHECKING, Any, Generic, Literal, TypeVar
+from typing import TYPE_CHECKING, Any, Generic, Literal, TypeVar, get_args
 
 import numpy as np
 
 from vostrel import _core
 from vostrel._binned import fixed_edges
 from vostrel._inputs import check_counts, prepare
+from vostrel._options import check_choice
 from vostrel._results import (
     BinnedResidualStatistics,
     BinnedStatistics,
@@ -37,10 +38,7 @@ class State(Generic[Core]):
     CHUNK: tuple[str, ...]
 
     def __init__(self, nan_policy: str, core: Core, left_out: int) -> None:
-        if nan_policy not in ("raise", "omit"):
-            raise ValueError(
-                f"nan_policy must be 'raise' or 'omit' for chunks, not {nan_policy!r}"
-            )
+        check_choice("nan_policy of chunks", nan_policy, get_args(ChunkNanPolicy))
         self._set(nan_policy, core, True, np.zeros(left_out, np.uint64))
 
     def _set(

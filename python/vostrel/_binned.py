@@ -106,7 +106,7 @@ def binned_statistics(
         raise ValueError("range goes with a number of bins; edges and equal counts have their own")
     omit = nan_policy == "omit"
     n, n_masked, n_nan, low, high = _core.survey(columns.values, columns.masks, omit)
-    check_counts(nan_policy, n, n_masked, n_nan)
+    check_counts(nan_policy, n, n_masked, n_nan, columns)
     if kind == "edges":
         edges = value
     elif kind == "count":
@@ -208,7 +208,8 @@ def _equal_widths(low: float, high: float, number: int, limits: Any) -> NDArray[
         raise ValueError("infinite values have no bins of equal width; pass range or edges")
     if low == high:
         low, high = low - 0.5, high + 0.5
-    edges: NDArray[np.float64] = np.linspace(low, high, number + 1)
+    with np.errstate(over="ignore", invalid="ignore"):
+        edges: NDArray[np.float64] = np.linspace(low, high, number + 1)
     if not np.isfinite(edges).all():
         raise ValueError(f"the range from {low} to {high} is too wide for bins of equal width")
     return edges

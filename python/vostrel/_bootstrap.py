@@ -18,7 +18,7 @@ from vostrel._point import point_statistics, statistics_of
 from vostrel._progress import Progress, Report, check_progress
 from vostrel._resampling import Draws, Workers, draw
 from vostrel._results import PointStatistics, UncertainResidualStatistics, Uncertainties, compared
-from vostrel._tables import Grid, Result
+from vostrel._tables import Grid, Result, clipped
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
@@ -155,7 +155,7 @@ def bootstrap(
     seed = _read_seed(seed)
     columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
     sample = _core.Sample(columns.values, columns.masks, nan_policy == "omit")
-    check_counts(nan_policy, sample.n, sample.n_masked, sample.n_nan)
+    check_counts(nan_policy, sample.n, sample.n_masked, sample.n_nan, columns)
     labels = read_groups(groups, sample, len(columns.values[0]))
     values = statistics_of(columns, nan_policy)
     options = _Options(resamples, confidence, interval, seed, workers)
@@ -193,7 +193,7 @@ class BootstrapDifference(Result):
     def __getitem__(self, names: str | tuple[str, str]) -> Uncertainties:
         chosen = names if isinstance(names, tuple) else (names,)
         if len(chosen) > 2 or any(name not in self.estimates for name in chosen):
-            known = ", ".join(map(repr, self.estimates))
+            known = clipped(", ".join(map(repr, self.estimates)), 150)
             raise KeyError(f"choose one estimate, as in d['A'], or two, among {known}")
         if len(chosen) == 1:
             return self.estimates[chosen[0]]
@@ -211,7 +211,7 @@ class BootstrapDifference(Result):
 
     def _only(self) -> Uncertainties:
         if len(self.estimates) != 2:
-            names = ", ".join(repr(name) for name in self.estimates)
+            names = clipped(", ".join(map(repr, self.estimates)), 150)
             raise AttributeError(f"choose two estimates, as in d['A', 'B'], among {names}")
         first, second = self.estimates
         return self[first, second]
@@ -318,12 +318,13 @@ def bootstrap_difference(
     estimates = read_estimates(estimates)
     if len(estimates) < 2:
         raise ValueError(f"a comparison needs two estimates or more, not {len(estimates)}")
-    columns = prepare(
-        nan_policy, mask, **{"reference": reference},
-        **{f"estimate {name!r}": values for name, values in estimates.items()},
-    )
+    named = {"reference": reference}
+    for number, (name, values) in enumerate(estimates.items(), 1):
+        clear = f"estimate {clipped(name, 30)!r}"
+        named[clear if clear not in named else f"{clear} (number {number})"] = values
+    columns = prepare(nan_policy, mask, **named)
     sample = _core.Sample(columns.values, columns.masks, nan_policy == "omit")
-    check_counts(nan_policy, sample.n, sample.n_masked, sample.n_nan)
+    check_counts(nan_policy, sample.n, sample.n_masked, sample.n_nan, columns)
     labels = read_groups(groups, sample, len(columns.values[0]))
     options = _Options(resamples, confidence, interval, seed, workers)
     kept = sample.kept()

@@ -6,6 +6,7 @@ from collections.abc import Iterable, Iterator, Sized
 from typing import Any, Callable
 
 from vostrel._accumulator import Accumulator, BinnedAccumulator, ChunkNanPolicy
+from vostrel._options import shown
 from vostrel._progress import Progress, Report, check_progress
 from vostrel._results import BinnedStatistics, PointStatistics
 
@@ -141,18 +142,30 @@ def go_over(state: Any, chunks: Chunks, progress: Progress) -> Any:
     while state.needs_another_pass:
         number += 1
         with Report(progress, total, f"pass {number}", "chunk") as report:
-            total = add_chunks(state, chunks, report)
+            total = add_chunks(state, chunks, report, total)
         state.end_pass()
     return state.result()
 
 
-def add_chunks(state: Any, chunks: Chunks, report: Callable[[int], object]) -> int:
-    """Add all chunks to the state, and return how many there are."""
+#: What to do about an iterator that is used up.
+REMEDY = (
+    "pass a list, or a function that makes a new iterator:\n"
+    "    def chunks():\n"
+    "        return (read(file) for file in files)"
+)
+
+
+def add_chunks(
+    state: Any, chunks: Chunks, report: Callable[[int], object], total: int | None
+) -> int:
+    """Add all chunks to the state, and return how many there are: `total`, if it is known."""
     done = 0
     for chunk in start(chunks):
         state.add(*read_chunk(chunk, state.CHUNK))
         done += 1
         report(done)
+    if total and not done:
+        raise ValueError(f"chunks is used up after the first pass, but there are more; {REMEDY}")
     return done
 
 
@@ -178,8 +191,8 @@ def start(chunks: Chunks) -> Iterator[Any]:
     iterator = iter(chunks)
     if iterator is chunks:
         raise TypeError(
-            f"chunks can be read only once ({type(chunks).__name__}), but several passes are "
-            "needed; pass a list, or a function that returns a new iterator"
+            f"chunks can be read only once ({type(chunks).__name__}), but there are several "
+            f"passes; {REMEDY}"
         )
     return iterator
 
@@ -187,9 +200,8 @@ def start(chunks: Chunks) -> Iterator[Any]:
 def read_chunk(chunk: Any, names: tuple[str, ...]) -> Any:
     """Return the chunk, or raise TypeError for anything else."""
     if not isinstance(chunk, (tuple, list)) or not 2 <= len(chunk) <= len(names):
-        found = type(chunk).__name__
-        if isinstance(chunk, (tuple, list)):
-            found += f" of {len(chunk)}"
-        raise TypeError(f"a chunk must be a tuple ({names[0]}, {names[1]}[, "
-                        f"{', '.join(names[2:])}]), not a {found}")
+        is_tuple = isinstance(chunk, (tuple, list))
+        found = f"{type(chunk).__name__} of {len(chunk)}" if is_tuple else shown(chunk)
+        wanted = f"({names[0]}, {names[1]}[, {', '.join(names[2:])}])"
+        raise TypeError(f"a chunk must be a tuple {wanted}, not {found}")
     return chunk

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import sys
-from collections.abc import Iterator
+from collections.abc import Iterator, Mapping
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, Literal, TypeAlias, get_args
 
@@ -11,7 +11,8 @@ import numpy as np
 
 from vostrel import _core
 from vostrel._exchange import Chunks, exchange, refuse_device
-from vostrel._options import shown
+from vostrel._options import check_choice, shown
+from vostrel._tables import clipped
 
 if TYPE_CHECKING:  # importing the package must be quick
     from numpy.typing import NDArray
@@ -26,7 +27,7 @@ LAZY_LIBRARIES = frozenset({"cubed", "dask", "dask_expr", "ibis", "pyspark", "va
 
 def not_numbers(name: str, error: Exception) -> TypeError:
     """Return the error for values that NumPy can't make into numbers."""
-    return TypeError(f"{name} can't be made into an array of numbers: {error}")
+    return TypeError(f"{name} can't be made into an array of numbers: {clipped(str(error), 120)}")
 
 
 def to_float64(values: Any) -> NDArray[np.float64]:
@@ -71,6 +72,25 @@ class Columns:
 
     values: list[Numbers]
     masks: list[NDArray[np.bool_]]
+    names: tuple[str, ...] = ()  # for error messages
+
+    def where_nan(self) -> str:
+        """Return in which columns there is NaN that is not masked, how often, and where first."""
+        found = []
+        for name, values in zip(self.names, self.values):
+            whole, count, first = np.asarray(values), 0, 0
+            for start in range(0, len(whole), SLICE):
+                nan = np.isnan(whole[start : start + SLICE])
+                for mask in self.masks:
+                    nan &= ~mask[start : start + SLICE]
+                places = np.flatnonzero(nan)
+                if len(places) and not count:
+                    first = start + int(places[0])
+                count += len(places)
+            if count:
+                found.append(f"{count} in {name}, the first at index {first}")
+        more = ["..."] if len(found) > 2 else []
+        return "; ".join(found[:2] + more)
 
 
 def prepare(nan_policy: str, mask: Any | None, **columns: Any) -> Columns:
@@ -90,8 +110,7 @@ def prepare(nan_policy: str, mask: Any | None, **columns: Any) -> Columns:
     ValueError, TypeError
         If something can't be used, in one sentence.
     """
-    if nan_policy not in get_args(NanPolicy):
-        raise ValueError(f"nan_policy must be 'raise', 'omit' or 'propagate', not {nan_policy!r}")
+    check_choice("nan_policy", nan_policy, get_args(NanPolicy))
     values: list[Numbers] = []
     masks: list[NDArray[np.bool_]] = []
     first = ""
@@ -111,7 +130,7 @@ def prepare(nan_policy: str, mask: Any | None, **columns: Any) -> Columns:
                 f"mask has {len(array)} entries, but {first} has {len(values[0])}"
             )
         masks.append(array)
-    return Columns(values, masks)
+    return Columns(values, masks, tuple(columns))
 
 
 def read_estimates(estimates: Any) -> dict[str, Any]:
@@ -136,12 +155,19 @@ def read_estimates(estimates: Any) -> dict[str, Any]:
     return result
 
 
-def check_counts(nan_policy: str, n: int, n_masked: int, n_nan: int) -> None:
-    """Raise a ValueError if there is NaN that is not allowed, or if there are no objects."""
+def check_counts(
+    nan_policy: str, n: int, n_masked: int, n_nan: int, columns: Columns | None = None
+) -> None:
+    """Raise a ValueError if there is NaN that is not allowed, or if there are no objects.
+
+    Without the columns, these are numbers of chunks.
+    """
     if n_nan and nan_policy == "raise":
+        where = "" if columns is None else f" ({columns.where_nan()})"
+        propagate = "" if columns is None else "'propagate' to get NaN, "
         raise ValueError(
-            f"{n_nan} of {n} objects have NaN; pass nan_policy='omit' to leave them out, "
-            "'propagate' to get NaN, or mask them"
+            f"{n_nan} of {n} objects have NaN{where}; pass nan_policy='omit' to leave them out, "
+            f"{propagate}or mask them"
         )
     if n == 0:
         left_out = [f"{n_masked} masked"] * (n_masked > 0) + [f"{n_nan} with NaN"] * (n_nan > 0)
@@ -151,6 +177,7 @@ def check_counts(nan_policy: str, n: int, n_masked: int, n_nan: int) -> None:
 def read_values(name: str, values: Any) -> tuple[Numbers, list[NDArray[np.bool_]]]:
     """Return the values as numbers that the core reads, and their own masks."""
     refuse_lazy(name, values)
+    refuse_table(name, values)
     if name != "by":  # a magnitude may have its unit
         refuse_unit(name, values)
     data, masks = read_data(name, values, "hold real numbers")
@@ -163,7 +190,7 @@ def read_values(name: str, values: Any) -> tuple[Numbers, list[NDArray[np.bool_]
     except Exception as error:
         raise not_numbers(name, error) from error
     if array.dtype.kind not in "fiub":
-        raise TypeError(f"{name} must hold real numbers, {_found(values, array)}")
+        raise TypeError(f"{name} must hold real numbers, {_found(name, values, array)}")
     array, *masks = (as_column(name, part) for part in [array, *masks])
     if array.dtype.char == "g" and not array.dtype.isnative:
         return Slices(name, array), masks  # long doubles in the other byte order: NumPy converts
@@ -191,6 +218,7 @@ def holds_only(kinds: tuple[type, ...], values: Any) -> bool:
 def read_mask(mask: Any) -> NDArray[np.bool_]:
     """Return the mask as an array of bool."""
     refuse_lazy("mask", mask)
+    refuse_table("mask", mask)
     data, masks = read_data("mask", mask, "hold True and False")
     if any(masked.any() for masked in masks):
         raise ValueError("mask has masked entries of its own; fill them with True or False")
@@ -201,7 +229,7 @@ def read_mask(mask: Any) -> NDArray[np.bool_]:
     except Exception as error:
         raise TypeError(f"mask can't be made into an array: {error}") from error
     if array.dtype.kind != "b" and array.size != 0:
-        raise TypeError(f"mask must hold True and False, {_found(mask, array)}")
+        raise TypeError(f"mask must hold True and False, {_found('mask', mask, array)}")
     return as_column("mask", array).astype(np.bool_, copy=False)
 
 
@@ -297,6 +325,28 @@ def refuse_lazy(name: str, values: Any) -> None:
         )
 
 
+def refuse_table(name: str, values: Any) -> None:
+    """Raise a TypeError for several columns under names."""
+    columns = list(values) if isinstance(values, Mapping) else None
+    for owner, attribute in (
+        (values, "colnames"),  # astropy
+        (values, "column_names"),  # pyarrow
+        (getattr(values, "dtype", None), "names"),  # NumPy
+        (values, "columns"),  # pandas, polars, DuckDB
+    ):
+        columns = getattr(owner, attribute, None) if columns is None else columns
+    if columns is None or callable(columns) or len(columns) == 0:
+        return
+    if len(columns) == 1 and len(getattr(values, "shape", ())) == 2:
+        return  # an array of shape (n, 1)
+    first = [clipped(repr(column), 30) for column in list(columns)[:3]]
+    more = ", ..." * (len(columns) > 3)
+    raise TypeError(
+        f"{name} is a table ({type(values).__name__}) with the columns {', '.join(first)}{more}: "
+        f"pass one of them, as in table[{first[0]}]"
+    )
+
+
 def refuse_unit(name: str, values: Any) -> None:
     """Raise a TypeError for values of astropy with a unit."""
     if not _is_from("astropy", values):
@@ -325,14 +375,19 @@ def _roots(kind: type) -> Iterator[str]:
         yield base.__module__.partition(".")[0]
 
 
-def _found(values: Any, array: NDArray[Any]) -> str:
+def _found(name: str, values: Any, array: NDArray[Any]) -> str:
     """Return what was found instead, as the end of an error message."""
+    if name == "mask" and array.dtype.kind in "iu":
+        return f"not integers (dtype {array.dtype}): pass mask.astype(bool), where 1 leaves out"
     if array.ndim == 0 and array.dtype.kind == "O":
-        return f"not one {type(values).__name__}"
-    kind = {"c": "complex numbers", "U": "text", "S": "text", "M": "times", "m": "time spans"}
+        hint = "; pass a list of its values" if isinstance(values, Iterator) else ""
+        return f"not one {type(values).__name__}{hint}"
+    kind = {"f": "numbers", "c": "complex numbers", "U": "text", "S": "text"}
+    kind.update(M="times", m="time spans")
     if array.dtype.kind == "O":
         return (
             "not Python objects (dtype object); convert them first, for example by "
             "pandas.to_numeric or .astype('Float64')"
         )
-    return f"not {kind.get(array.dtype.kind, 'values')} (dtype {array.dtype})"
+    found = clipped(str(array.dtype), 60)
+    return f"not {kind.get(array.dtype.kind, 'values')} (dtype {found})"

@@ -73,5 +73,5 @@ def lsst_metrics(
     n, n_masked, n_nan, metrics = _core.lsst_metrics(
         columns.values, columns.masks, nan_policy == "omit"
     )
-    check_counts(nan_policy, n, n_masked, n_nan)
+    check_counts(nan_policy, n, n_masked, n_nan, columns)
     return LsstMetrics(n, n_masked, n_nan, *(metrics or (math.nan,) * 4))

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import operator
+from collections.abc import Sequence
 from typing import Any
 
 import numpy as np
@@ -22,7 +23,7 @@ def shown(value: Any) -> str:
         text = repr(value)
     except Exception:  # a broken object must not hide the message
         return f"one {kind}"
-    if len(text) > 60 or text.startswith("<"):
+    if len(text) > 60 or text.startswith("<") or " at 0x" in text.lower():
         return f"one {kind}"
     return text
 
@@ -65,6 +66,15 @@ def _did_you_mean(value: float | None) -> str:
     if value is None or not 0 < value < 100 or value == 1:
         return ""
     return f": did you mean {value / 100 if value > 1 else value:.6g}?"
+
+
+def check_choice(name: str, value: Any, choices: Sequence[str]) -> None:
+    """Raise a ValueError, or a TypeError if it is no text, for anything but one of the choices."""
+    if isinstance(value, str) and value in choices:
+        return
+    wanted = " or ".join([", ".join(map(repr, choices[:-1])), repr(choices[-1])])
+    kind = ValueError if isinstance(value, str) else TypeError
+    raise kind(f"{name} must be {wanted}, not {shown(value)}")
 
 
 def check_flag(name: str, value: Any) -> None:

@@ -85,7 +85,7 @@ def statistics_of(columns: Columns, nan_policy: NanPolicy) -> PointStatistics:
     n, n_masked, n_nan, delta, norm = _core.point_statistics(
         columns.values, columns.masks, nan_policy == "omit"
     )
-    check_counts(nan_policy, n, n_masked, n_nan)
+    check_counts(nan_policy, n, n_masked, n_nan, columns)
     if delta is None or norm is None:
         return PointStatistics(n, n_masked, n_nan, NAN, NAN)
     parts = ResidualStatistics(*delta), ResidualStatistics(*norm)

@@ -6,6 +6,7 @@ import os
 import re
 
 from vostrel import _core
+from vostrel._options import shown
 from vostrel._results import PointStatistics, ResidualStatistics
 
 #: Characters that are read. A report has fewer than 2000, but console output may be longer.
@@ -40,6 +41,8 @@ def read_report(path: str | os.PathLike[str]) -> PointStatistics:
     >>> r.norm.nmad  # doctest: +SKIP
     0.0212
     """
+    if not isinstance(path, (str, os.PathLike)):  # open() would read a number from a descriptor
+        raise TypeError(f"path must be text or a path, not {shown(path)}")
     with open(path, encoding="utf-8", errors="replace") as stream:
         text = stream.read(LONGEST)
     found: dict[str, list[str]] = {}

@@ -3,13 +3,14 @@
 from __future__ import annotations
 
 import operator
-from collections.abc import Iterator
+from collections.abc import Iterable, Iterator
 from dataclasses import asdict, dataclass, fields, replace
 from typing import TYPE_CHECKING, Any, Generic, TypeVar, overload
 
 import numpy as np
 
 from vostrel import _core
+from vostrel._options import shown
 from vostrel._tables import Grid, Result, clipped, interval, number, optional
 
 if TYPE_CHECKING:  # importing the package must be quick
@@ -293,7 +294,7 @@ class BinnedStatistics(Result):
         if isinstance(index, str):
             columns = self._table()
             if index not in columns:
-                raise KeyError(f"there is no column {index!r} among {', '.join(columns)}")
+                raise KeyError(_no_column(index, columns))
             column: NDArray[Any] = columns[index]
             return column
         return self._bin(index)
@@ -594,6 +595,15 @@ class Uncertainties(Result):
 
     def _summary(self) -> Grid:
         return _by_part({"delta": self.delta._shown(), "delta norm": self.norm._shown()})
+
+
+def _no_column(name: str, columns: Iterable[str]) -> str:
+    """Return the message for a column that there isn't."""
+    from difflib import get_close_matches  # imported here: importing the package must be quick
+
+    close = " or ".join(map(repr, get_close_matches(name, columns)))
+    hint = f"did you mean {close}?" if close else "to_frame().columns has the names"
+    return f"there is no column {shown(name)}: {hint}"
 
 
 def _counts(result: Any) -> dict[str, int]:

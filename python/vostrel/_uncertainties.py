@@ -114,7 +114,7 @@ def uncertainties(
     confidence = read_confidence(confidence)
     columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
     result = of_columns(columns, confidence, nan_policy)
-    check_counts(nan_policy, result.n, result.n_masked, result.n_nan)
+    check_counts(nan_policy, result.n, result.n_masked, result.n_nan, columns)
     return result
 
 

@@ -153,7 +153,7 @@ def _run_passes(
             part = first() if state is None else state.fresh()
             total = count(chunks) if total is None else total
             with Report(progress, total, f"pass {number}", "chunk") as report:
-                total = add_chunks(part, chunks, report)
+                total = add_chunks(part, chunks, report, total)
             message: bytes | str = pickle.dumps(part)
         except BaseException as error:  # raised below: the other processes wait for this one
             raised = error

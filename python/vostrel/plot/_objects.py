@@ -80,7 +80,7 @@ def objects_of(
         nans = int(np.count_nonzero(np.isnan(first) | np.isnan(second)))
         infinite = total - int(np.count_nonzero(good)) - nans
         first, second, norm = first[good], second[good], norm[good]
-        check_counts(nan_policy, total, 0, nans)
+        check_counts(nan_policy, total, 0, nans, columns)
     del good
     if first.size == 0:
         raise NothingToDraw("there are no objects with finite values")
