@@ -674,10 +674,12 @@ def test_lines_stand_out_in_every_style(style):
             assert (light[1] + 0.05) / (light[0] + 0.05) > 1.9, (line.get_gid(), line.get_color())
 
 
-def test_bands_of_many_bins_are_steps():
+def test_running_lines_and_bands_are_steps():
     """Redshifts of one digit give bins of very different counts, and slopes would be diamonds."""
     zspec, zphot = catalogue(3000)
     drawn = plot_residuals(Figure().add_subplot(), np.round(zspec, 1), zphot)
+    for line in drawn["running median"] + drawn["running NMAD"]:
+        assert line.get_drawstyle() == "steps-mid"
     for band in drawn["band"]:
         (path,) = band.get_paths()
         x, y = path.vertices.T

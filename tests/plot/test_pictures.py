@@ -63,8 +63,8 @@ def draw_biased():
 
 
 def draw_rounded():
-    zspec, zphot = survey(3000)
-    return diagnostic_figure(np.round(zspec, 1), zphot, panels=["residuals"])
+    zspec, zphot = survey(400)
+    return diagnostic_figure(np.round(zspec, 1), np.round(zphot, 1), panels=["residuals"])
 
 
 LONG = ("spectroscopic redshift of the Legacy Survey, ninth data release, quality 4",

@@ -260,7 +260,9 @@ def _draw_histograms(
     for i, objects in enumerate(sets.values()):
         counts, edges = histogram(objects.norm, narrowest, limit, most=61)
         axes.plot(
-            (edges[1:] + edges[:-1]) / 2, np.where(counts == 0, np.nan, counts), gid="histogram",
+            (edges[1:] + edges[:-1]) / 2,
+            np.where(log & (counts == 0), np.nan, counts),  # no logarithm of zero
+            gid="histogram",
             **{**_style(axes, i, counts.size), "markevery": 1, "markersize": 2},
         )
         top = max(top, int(counts.max()))

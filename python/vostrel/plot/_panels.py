@@ -517,14 +517,15 @@ def draw_line(
     colour, gid = style["color"], f"{style['gid']} band"
     if not few:
         style["marker"] = ""
-    style = {"linewidth": 1.0, "markersize": 3.5, "zorder": 5, **style}
+    # Each bin has its own value and interval: slopes between them would mean nothing.
+    style = {"linewidth": 1.0, "markersize": 3.5, "zorder": 5, "drawstyle": "steps-mid", **style}
     drawn = axes.plot(x, values, **style)
     known = np.isfinite(low)
     if few:
         reach = np.maximum([values - low, high - values], 0)[:, known]
         shade = axes.errorbar(x[known], values[known], reach, fmt="none", ecolor=colour,
                               elinewidth=0.8, zorder=4, gid=gid)
-    else:  # each bin has its own interval: slopes between them would mean nothing
+    else:
         shade = axes.fill_between(x, low, high, where=known, step="mid", color=colour, alpha=0.35,
                                   linewidth=0, zorder=3, gid=gid)
     return drawn, [shade]
