@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import math
 import operator
 from collections.abc import Iterable, Iterator
 from dataclasses import asdict, dataclass, fields, replace
@@ -380,7 +381,7 @@ class BinnedStatistics(Result):
         shown = [one.norm._shown() for one in self.uncertainties]
         for i, row in enumerate(self.norm._shown()):
             columns.append([_norm_label(row), *(rows[i].text() for rows in shown)])
-        return Grid(columns, _notes(columns))
+        return Grid(columns, _notes(columns, NO_FORMULA))
 
 
 @dataclass(frozen=True, repr=False)
@@ -468,7 +469,8 @@ class Uncertain(Result):
 
     def text(self, unit: str = "") -> str:
         """Return the rounded value and interval with the unit of the value."""
-        return interval(self.value, self.low, self.high, unit) + ("" if self.reliable else " !")
+        text = interval(self.value, self.low, self.high, unit)
+        return text if self.reliable or math.isnan(self.high - self.low) else f"{text} !"
 
     def to_dict(self) -> dict[str, Any]:
         """Return all attributes."""
@@ -493,6 +495,9 @@ class Uncertain(Result):
         columns = [["", ""]] + [[name, number(getattr(self, name))] for name in NUMBERS]
         return Grid(columns, _notes([[self.text()]]))
 
+
+#: What to do about an error that is not known by formula.
+NO_FORMULA = "; use vostrel.bootstrap"
 
 #: The numbers of Uncertain.
 NUMBERS = ("value", "error", "low", "high")
@@ -591,7 +596,8 @@ class Uncertainties(Result):
         return _uncertain_columns([("delta_", self.delta), ("norm_", self.norm)])
 
     def _grid(self) -> Grid:
-        return _by_statistic({"delta": self.delta._rows(), "delta norm": self.norm._rows()})
+        parts = {"delta": self.delta._rows(), "delta norm": self.norm._rows()}
+        return _by_statistic(parts, NO_FORMULA if self.method == "formula" else "")
 
     def _summary(self) -> Grid:
         return _by_part({"delta": self.delta._shown(), "delta norm": self.norm._shown()})
@@ -627,12 +633,12 @@ def _counted(result: Any) -> str:
     return f"{_objects(result.n)}, {result.n_masked} masked, {result.n_nan} with NaN"
 
 
-def _by_statistic(parts: dict[str, list[Row[Any]]]) -> Grid:
+def _by_statistic(parts: dict[str, list[Row[Any]]], hint: str = "") -> Grid:
     """Return a grid with a row for each statistic, and a column for each part."""
     first = next(iter(parts.values()))
     columns = [["", *(row.label for row in first)]]
     columns += [[heading, *(row.text() for row in rows)] for heading, rows in parts.items()]
-    return Grid(columns, _notes(columns))
+    return Grid(columns, _notes(columns, hint))
 
 
 def _by_part(parts: dict[str, list[Row[Any]]]) -> Grid:
@@ -669,11 +675,11 @@ def _uncertain_columns(parts: list[tuple[str, UncertainResidualStatistics]]) -> 
     return columns
 
 
-def _notes(columns: list[list[str]]) -> tuple[str, ...]:
+def _notes(columns: list[list[str]], hint: str = "") -> tuple[str, ...]:
     """Return what the marks in the cells mean."""
     cells = [cell for column in columns for cell in column]
     notes = {
-        " ?": "?: the error is not known; if there is no formula, use vostrel.bootstrap",
+        " ?": f"?: the error is not known{hint}",
         " !": "!: this interval can't be trusted",
     }
     return tuple(note for mark, note in notes.items() if any(mark in cell for cell in cells))

@@ -3,17 +3,21 @@
 from __future__ import annotations
 
 import sys
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
+from contextlib import contextmanager
 from typing import Any
 
 import numpy as np
 
 from vostrel._accumulator import Accumulator, BinnedAccumulator, ChunkNanPolicy
 from vostrel._inputs import check_dimension
+from vostrel._options import check_flag
+from vostrel._progress import Progress, Report, check_progress
 
 try:
     import dask
     import dask.array
+    import dask.callbacks
     import dask.core
     import dask.optimization
     from dask.delayed import Delayed
@@ -39,6 +43,7 @@ def point_statistics(
     mask: Any | None = None,
     nan_policy: ChunkNanPolicy = "raise",
     compute: bool = True,
+    progress: Progress = False,
 ) -> Any:
     """Judge estimates in Dask collections.
 
@@ -59,6 +64,9 @@ def point_statistics(
         ValueError, or leave them out. Infinities are numbers.
     compute : bool
         False returns a Delayed, whose ``compute()`` returns the result.
+    progress : bool or function
+        As in `vostrel.chunked_statistics`. On a cluster, whose dashboard
+        shows more, it tells the end of each pass. Needs ``compute=True``.
 
     Returns
     -------
@@ -99,7 +107,7 @@ def point_statistics(
     0.086485
     """
     blocks = pair_blocks(reference=reference, estimate=estimate, mask=mask)
-    return _run(Job(Accumulator(nan_policy=nan_policy), blocks), compute)
+    return _run(Job(Accumulator(nan_policy=nan_policy), blocks), compute, progress)
 
 
 def binned_statistics(
@@ -112,12 +120,13 @@ def binned_statistics(
     mask: Any | None = None,
     nan_policy: ChunkNanPolicy = "raise",
     compute: bool = True,
+    progress: Progress = False,
 ) -> Any:
     """Judge estimates in Dask collections, in bins of some quantity.
 
     Parameters
     ----------
-    reference, estimate, mask, nan_policy, compute
+    reference, estimate, mask, nan_policy, compute, progress
         As for `point_statistics`.
     by : dask.array.Array, shape (n,), or dask.dataframe.Series, optional
         The quantity to bin by, by default the reference.
@@ -150,7 +159,7 @@ def binned_statistics(
     array([1, 3])
     """
     blocks = pair_blocks(reference=reference, estimate=estimate, by=by, mask=mask)
-    return _run(Job(BinnedAccumulator(bins, range, nan_policy), blocks), compute)
+    return _run(Job(BinnedAccumulator(bins, range, nan_policy), blocks), compute, progress)
 
 
 class Job:
@@ -160,17 +169,23 @@ class Job:
         self._state = state
         self._blocks = blocks
 
-    def run(self) -> Any:
+    def run(self, progress: Progress = False) -> Any:
         """Return the result."""
         state = self._state.fresh()
+        number = 0
         while state.needs_another_pass:
-            for part in dask.compute(*merge_tree(self._parts(state))):
+            number += 1
+            lists = batches(self._blocks)
+            parts = self._parts(state, lists)
+            with Report(progress, len(self._blocks), f"pass {number}", "chunk") as report:
+                with _counting(dict(zip((part.key for part in parts), map(len, lists))), report):
+                    merged = dask.compute(*merge_tree(parts))
+            for part in merged:
                 state.merge(part)
             state.end_pass()
         return state.result()
 
-    def _parts(self, state: Any) -> list[Delayed]:
-        lists = batches(self._blocks)
+    def _parts(self, state: Any, lists: list[list[Block]]) -> list[Delayed]:
         start = state.fresh()
         if len(lists) > FAN_IN:  # else it is sent with the tasks, which saves a step
             start = dask.delayed(start, pure=False, traverse=False)
@@ -178,9 +193,30 @@ class Job:
         return [add(start, blocks) for blocks in lists]
 
 
-def _run(job: Job, compute: bool) -> Any:
+@contextmanager
+def _counting(sizes: dict[Any, int], report: Report) -> Iterator[None]:
+    """Report how many blocks are added, from the keys of the tasks that add them."""
+    done = 0
+
+    def count(key: Any, *others: Any) -> None:
+        nonlocal done
+        if key in sizes:
+            done += sizes[key]
+            report(done)
+
+    with dask.callbacks.Callback(posttask=count):
+        yield
+    if done < sum(sizes.values()):  # a cluster calls nobody back
+        report(sum(sizes.values()))
+
+
+def _run(job: Job, compute: bool, progress: Progress) -> Any:
+    check_flag("compute", compute)
+    check_progress(progress)
     if compute:
-        return job.run()
+        return job.run(progress)
+    if progress:
+        raise ValueError("progress needs compute=True")
     return dask.delayed(_run_in_task, pure=False, traverse=False)(job)
 
 

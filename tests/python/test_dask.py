@@ -197,6 +197,24 @@ def test_bins(rng):
         assert b.n_outside == expected.n_outside > 0
 
 
+def test_progress(rng, cluster):
+    calls = []
+    arrays = [da.from_array(column, chunks=2000) for column in redshifts(rng, 20_000)]
+
+    def compute():
+        calls.clear()
+        vostrel.dask.point_statistics(*arrays, progress=lambda *now: calls.append(now))
+
+    compute()
+    assert len(calls) >= 20
+    assert calls == [(done, 10) for done in range(1, 11)] * (len(calls) // 10)
+    with distributed.Client(cluster):
+        compute()
+    assert calls == [(10, 10)] * len(calls)
+    with pytest.raises(ValueError, match="progress needs compute=True"):
+        vostrel.dask.point_statistics(*arrays, progress=True, compute=False)
+
+
 @pytest.mark.parametrize(
     "reference, estimate, error, message",
     [

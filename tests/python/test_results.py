@@ -111,6 +111,7 @@ def test_an_estimate_is_a_number_too():
     u = vostrel.Uncertain(0.021234, 0.0003, 0.02094, 0.02163)
     assert (float(u), f"{u:.3f}", f"{u}") == (0.021234, "0.021", "0.0212 +0.0004 -0.0003")
     assert str(dataclasses.replace(u, reliable=False)) == "0.0212 +0.0004 -0.0003 !"
+    assert str(vostrel.Uncertain(0.25, np.nan, np.nan, np.nan, reliable=False)) == "0.25 ?"
 
 
 def test_names_and_labels_have_the_same_order():
