@@ -77,6 +77,13 @@ def test_magnitude_recipe(columns, rng):
     assert pd.read_csv("bins.csv")["n"].sum() == 500
 
 
+def test_results_recipe(columns, capsys):
+    names = recipe("What comes out", z_spec=columns[0], z_phot=columns[1])
+    u = names["u"].norm.nmad
+    assert len(names["table"]) == 10 and len(names["faint"]) == 5
+    assert capsys.readouterr().out.endswith(f"{u}\n{float(u):.3f}, at least {u.low:.3f}\n")
+
+
 def test_estimators_recipe(columns, capsys):
     z_spec, z_phot = columns
     names = recipe(
