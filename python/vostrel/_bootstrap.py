@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import functools
 import os
 from dataclasses import astuple, dataclass
 from typing import TYPE_CHECKING, Any, Callable, Never
@@ -12,7 +11,14 @@ import numpy as np
 from vostrel import _core
 from vostrel._groups import read_groups
 from vostrel._inputs import NanPolicy, check_counts, prepare, read_estimates
-from vostrel._intervals import Interval, Resampled, check_interval, differences, estimates
+from vostrel._intervals import (
+    Interval,
+    Resampled,
+    check_interval,
+    differences,
+    estimates,
+    neighbours,
+)
 from vostrel._options import read_confidence, read_integer
 from vostrel._point import point_statistics, statistics_of
 from vostrel._progress import Progress, Report, check_progress
@@ -203,8 +209,9 @@ class BootstrapDifference(Result):
                 differences(one, other, self.interval, self.confidence)
                 for one, other in zip(first, second)
             )
-            replicates = _both(first) - _both(second)
-        a = self.estimates[chosen[0]]
+            a, b = (self.estimates[name] for name in chosen)
+            assert a.replicates is not None and b.replicates is not None
+            replicates = a.replicates - b.replicates
         return Uncertainties(
             a.n, a.n_masked, a.n_nan, self.confidence, "bootstrap", delta, norm, a.seed, replicates
         )
@@ -381,19 +388,20 @@ class _Options:
         replicates.flags.writeable = False
         left_out = draws.left_out() if self.interval == "bca" else None
 
-        def residual(normalized: int) -> NDArray[np.float64]:
-            reference, estimated = sample.column(0), sample.column(estimate)
-            return (reference - estimated) / (1 + reference if normalized else 1)
+        def part(i: int) -> Resampled:
+            def residuals() -> NDArray[np.float64]:
+                reference, estimated = sample.column(0), sample.column(estimate)
+                return (reference - estimated) / (1 + reference if i else 1)
 
-        delta, norm = (
-            Resampled(
+            with np.errstate(invalid="ignore"):
+                near = neighbours(numbers[i], replicates[:, i], self.confidence, residuals)
+            return Resampled(
                 sample.n, groups[1] if groups else None, numbers[i], replicates[:, i], errors[i],
-                replicate_errors[:, i], effective[i], functools.partial(residual, i),
+                replicate_errors[:, i], effective[i], near,
                 None if left_out is None else left_out[:, i],
             )
-            for i in range(2)
-        )
-        return delta, norm
+
+        return part(0), part(1)
 
     def summary(self, values: PointStatistics, resampled: Both) -> Uncertainties:
         """Return the estimates that follow from the resamples."""

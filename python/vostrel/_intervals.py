@@ -11,18 +11,18 @@ import numpy as np
 
 from vostrel import _core
 from vostrel._results import NAMES, Uncertain, UncertainResidualStatistics
-from vostrel._uncertainties import normal_quantile, wilson
+from vostrel._uncertainties import has_many, normal_quantile, wilson
 
 if TYPE_CHECKING:  # importing the package must be quick
     from numpy.typing import NDArray
 
 Interval = Literal["auto", "percentile", "basic", "bca", "studentized"]
 
-#: Measured by bench/coverage: see docs/uncertainties.md. An interval of a fraction can't be trusted
-#: with fewer objects than this beyond the bound, or within it.
-FEWEST_BEYOND = 10
+#: The ends of an interval.
+Ends = tuple[float, float]
 
-#: An interval can't be trusted with fewer groups than this; that of sigma or RMS needs more.
+#: An interval can't be trusted with fewer groups; that of sigma or RMS needs more. Measured by
+#: bench/coverage.
 FEWEST_GROUPS = 20
 FEWEST_GROUPS_OF_SIGMA = 30
 
@@ -51,8 +51,9 @@ class Resampled:
         Errors by moments of bias, log(sigma) and log(rms).
     effective : ndarray, shape (2,)
         How many objects or groups make up the fourth moment of sigma and rms.
-    residuals : callable
-        Returns the residuals, shape (n,).
+    neighbours : dict of str to tuple of float
+        For numbers that hardly scatter: the ends half way to the nearest
+        different objects.
     left_out : ndarray, shape (objects or groups, statistics), or None
         The statistics without one object or group.
     """
@@ -64,7 +65,7 @@ class Resampled:
     errors: NDArray[np.float64]
     replicate_errors: NDArray[np.float64]
     effective: NDArray[np.float64]
-    residuals: Callable[[], NDArray[np.float64]]
+    neighbours: dict[str, tuple[float, float]]
     left_out: NDArray[np.float64] | None = None
 
 
@@ -87,13 +88,18 @@ def _estimate(r: Resampled, name: str, interval: str, confidence: float) -> Unce
     value, error, finite = _error(r, name)
     if not finite:
         return Uncertain(value, error, math.nan, math.nan, "", False)
-    method = _method(r, name, interval)
-    low, high = METHODS[method](r, name, confidence)
+    method, (low, high) = _interval(r, name, _method(r, name, interval), confidence)
     reliable = _is_reliable(r, name)
     if interval == "auto" and low == high:  # most objects are equal: no resample differs
-        low, high = _between_neighbours(r, name)
+        low, high = r.neighbours.get(name, (low, high))
         reliable = False
     return Uncertain(value, error, float(low), float(high), method, reliable)
+
+
+def _interval(r: Resampled, name: str, method: str, confidence: float) -> tuple[str, Ends]:
+    """Return a method and its interval. If it has none, that is the percentile interval."""
+    ends = METHODS[method](r, name, confidence)
+    return (method, ends) if ends is not None else ("percentile", percentile(r, name, confidence))
 
 
 def _error(r: Resampled, name: str) -> tuple[float, float, bool]:
@@ -113,7 +119,7 @@ def differences(
     r = Resampled(
         first.n, first.groups, first.values - second.values,
         first.replicates - second.replicates, first.errors, first.replicate_errors,
-        first.effective, first.residuals,
+        first.effective, {},
         None if first.left_out is None or second.left_out is None
         else first.left_out - second.left_out,
     )
@@ -139,7 +145,7 @@ def _difference(
     method = interval if interval in ("basic", "bca") else "percentile"
     if interval == "auto" and r.groups:
         method = "t"
-    low, high = METHODS[method](r, name, confidence)
+    method, (low, high) = _interval(r, name, method, confidence)
     if interval == "auto" and low == high and not equal:
         method, reliable = "newcombe", False
         low, high = newcombe(r, both, name, confidence)
@@ -162,22 +168,31 @@ def newcombe(
     )
 
 
-def _between_neighbours(r: Resampled, name: str) -> tuple[float, float]:
-    """Return the ends half way to the nearest different object: that much rounding may hide."""
-    value = float(r.values[NAMES.index(name)])
-    factor = float(_core.NMAD_FACTOR) if name == "nmad" else 1.0
-    values = r.residuals()
-    if name == "mad_delta":
-        values = np.abs(values - np.median(values))
-    elif name != "bias":
-        values = np.abs(values)
-    values = factor * values
-    low = float(np.max(values, where=values < value, initial=-math.inf))
-    high = float(np.min(values, where=values > value, initial=math.inf))
-    return (
-        (low + value) / 2 if math.isfinite(low) else value,
-        (high + value) / 2 if math.isfinite(high) else value,
-    )
+def neighbours(
+    values: NDArray[np.float64],
+    replicates: NDArray[np.float64],
+    confidence: float,
+    residuals: Callable[[], NDArray[np.float64]],
+) -> dict[str, tuple[float, float]]:
+    """Return for numbers that hardly scatter the ends half way to the nearest different object.
+
+    That much the rounding of the objects may hide.
+    """
+    ends = np.quantile(replicates, [(1 - confidence) / 2, (1 + confidence) / 2], axis=0)
+    still = [name for name, (low, high) in zip(NAMES, ends.T) if low == high]
+    r = residuals() if still else np.empty(0)
+    result = {}
+    for name in still:
+        value = float(values[NAMES.index(name)])
+        keys = r if name == "bias" else abs(r - np.median(r) if name == "mad_delta" else r)
+        keys = keys * (_core.NMAD_FACTOR if name == "nmad" else 1)
+        low = float(np.max(keys, where=keys < value, initial=-math.inf))
+        high = float(np.min(keys, where=keys > value, initial=math.inf))
+        result[name] = (
+            (low + value) / 2 if math.isfinite(low) else value,
+            (high + value) / 2 if math.isfinite(high) else value,
+        )
+    return result
 
 
 def _method(r: Resampled, name: str, interval: str) -> str:
@@ -186,17 +201,13 @@ def _method(r: Resampled, name: str, interval: str) -> str:
         return interval
     if name in ("sigma", "rms") or (name == "bias" and interval == "studentized"):
         return "studentized"
-    if interval == "studentized" or (name in OF_SIGMA and _has_many(r, name)):
+    if interval == "studentized":
+        return "percentile"
+    if name in OF_SIGMA and has_many(r.values[NAMES.index(name)], r.n):
         return "percentile"
     if name.startswith("outliers"):
         return "wilson"
     return "t" if r.groups else "percentile"
-
-
-def _has_many(r: Resampled, name: str) -> bool:
-    """Return whether there are enough objects beyond a bound, and within it."""
-    beyond = float(r.values[NAMES.index(name)]) / 100 * r.n
-    return min(beyond, r.n - beyond) > FEWEST_BEYOND - 0.5
 
 
 def _is_reliable(r: Resampled, name: str) -> bool:
@@ -206,7 +217,7 @@ def _is_reliable(r: Resampled, name: str) -> bool:
         return False
     if of_sigma and not r.effective[1 if name == "rms" else 0] >= _fewest_effective(r):
         return False
-    return not name.startswith("outliers") or _has_many(r, name)
+    return not name.startswith("outliers") or has_many(r.values[NAMES.index(name)], r.n)
 
 
 def _fewest_effective(r: Resampled) -> float:
@@ -218,22 +229,22 @@ def _fewest_effective(r: Resampled) -> float:
     return 2.0 if r.groups else 2.8 + 400 / r.n
 
 
-def percentile(r: Resampled, name: str, confidence: float) -> tuple[float, float]:
+def percentile(r: Resampled, name: str, confidence: float) -> Ends:
     """Return two quantiles of the resamples."""
     replicates = r.replicates[:, NAMES.index(name)]
     low, high = np.quantile(replicates, [(1 - confidence) / 2, (1 + confidence) / 2])
     return float(low), float(high)
 
 
-def basic(r: Resampled, name: str, confidence: float) -> tuple[float, float]:
+def basic(r: Resampled, name: str, confidence: float) -> Ends:
     """Return the percentile interval reflected about the value."""
     low, high = percentile(r, name, confidence)
     value = r.values[NAMES.index(name)]
     return 2 * value - high, 2 * value - low
 
 
-def bca(r: Resampled, name: str, confidence: float) -> tuple[float, float]:
-    """Return the bias-corrected and accelerated interval.
+def bca(r: Resampled, name: str, confidence: float) -> Ends | None:
+    """Return the bias-corrected and accelerated interval, or None if all resamples are on one side.
 
     B. Efron, "Better bootstrap confidence intervals", Journal of the American
     Statistical Association 82, 171 (1987).
@@ -247,7 +258,7 @@ def bca(r: Resampled, name: str, confidence: float) -> tuple[float, float]:
     differences = np.mean(r.left_out[:, i]) - r.left_out[:, i]
     squares = np.sum(differences**2)
     if not 0 < below < 1 or not squares > 0:
-        return percentile(r, name, confidence)
+        return None
     normal = NormalDist()
     shift = normal.inv_cdf(float(below))
     acceleration = float(np.sum(differences**3) / squares**1.5 / 6)
@@ -260,7 +271,7 @@ def bca(r: Resampled, name: str, confidence: float) -> tuple[float, float]:
     return quantile(-q), quantile(q)
 
 
-def studentized(r: Resampled, name: str, confidence: float) -> tuple[float, float]:
+def studentized(r: Resampled, name: str, confidence: float) -> Ends | None:
     """Return the interval of (resample - value) / error of the resample.
 
     For sigma and RMS of the logarithms, so that no end is negative.
@@ -274,14 +285,14 @@ def studentized(r: Resampled, name: str, confidence: float) -> tuple[float, floa
             ratios = np.log(replicates / value) / r.replicate_errors[:, e]
     ratios = ratios[np.isfinite(ratios)]
     if len(ratios) < 2 or not error > 0:
-        return percentile(r, name, confidence)
+        return None
     upper, lower = np.quantile(ratios, [(1 - confidence) / 2, (1 + confidence) / 2])
     if name == "bias":
         return value - lower * error, value - upper * error
     return value * np.exp(-lower * error), value * np.exp(-upper * error)
 
 
-def student_t(r: Resampled, name: str, confidence: float) -> tuple[float, float]:
+def student_t(r: Resampled, name: str, confidence: float) -> Ends:
     """Return value +- error * quantile, by Student's t with one degree less than groups."""
     assert r.groups is not None
     i = NAMES.index(name)
@@ -292,7 +303,7 @@ def student_t(r: Resampled, name: str, confidence: float) -> tuple[float, float]
     return (low if name == "bias" else max(low, 0.0)), value + half
 
 
-def wilson_interval(r: Resampled, name: str, confidence: float) -> tuple[float, float]:
+def wilson_interval(r: Resampled, name: str, confidence: float) -> Ends:
     """Return Wilson's interval with the number of objects that the scatter implies."""
     i = NAMES.index(name)
     p = r.values[i] / 100
@@ -307,7 +318,7 @@ def wilson_interval(r: Resampled, name: str, confidence: float) -> tuple[float, 
     return wilson(p, max(effective, 1.0), q)
 
 
-METHODS: dict[str, Callable[[Resampled, str, float], tuple[float, float]]] = {
+METHODS: dict[str, Callable[[Resampled, str, float], Ends | None]] = {
     "percentile": percentile,
     "basic": basic,
     "bca": bca,

@@ -11,6 +11,7 @@ from typing import TYPE_CHECKING, Any, Callable
 import numpy as np
 
 from vostrel import _core
+from vostrel._inputs import SLICE
 from vostrel._options import read_integer
 from vostrel._results import NAMES
 
@@ -71,7 +72,12 @@ class Draws:
     def left_out(self) -> NDArray[np.float64]:
         """Return the statistics without one object or group."""
         self.order()
-        return self.engine.leave_out(0, self._groups[1] if self._groups else self._sample.n)[0]
+        count = self._groups[1] if self._groups else self._sample.n
+        result = np.empty((count, 2, len(NAMES)))
+        for first in range(0, count, SLICE):
+            some = result[first : first + SLICE]
+            some[:] = self.engine.leave_out(first, len(some))[0]
+        return result
 
 
 #: The last one that this process was sent.

@@ -22,6 +22,9 @@ from vostrel._results import (
 #: The default confidence of intervals.
 CONFIDENCE = 0.683
 
+#: An interval of a fraction can't be trusted with fewer objects beyond the bound, or within it.
+FEWEST_BEYOND = 10
+
 #: The confidence of one standard deviation of a normal distribution to both sides.
 ONE_SIGMA = math.erf(math.sqrt(0.5))
 
@@ -86,7 +89,8 @@ def uncertainties(
         distribution with p = 1/2, whatever the distribution of the residuals
         [3]_. The error is half of the 68.27% interval.
     outliers_015
-        Wilson's interval [4]_. The error is half of the 68.27% interval.
+        Wilson's interval [4]_. The error is half of the 68.27% interval. Not
+        reliable with fewer than ten objects beyond 0.15, or within.
 
     References
     ----------
@@ -166,19 +170,18 @@ def _of_residual(
     second, fourth, second_about, fourth_about, absolute = spread
     q = normal_quantile(confidence)
     error = values.sigma / math.sqrt(n) if n > 1 else math.nan
-    wide = absolute[:2] if has_wide else [math.nan, math.nan]
-    narrow = absolute[-2:] if has_narrow else [math.nan, math.nan]
+    low, high = absolute[:2] if has_wide else (math.nan, math.nan)
+    narrow = absolute[-2:] if has_narrow else (math.nan, math.nan)
+    half = (narrow[1] - narrow[0]) / 2
     factor = _core.NMAD_FACTOR
     return UncertainResidualStatistics(
-        bias=Uncertain(values.bias, error, values.bias - q * error, values.bias + q * error),
+        bias=Uncertain(
+            values.bias, error, values.bias - q * error, values.bias + q * error, "normal"
+        ),
         sigma=_root(values.sigma, second_about, fourth_about, n, q),
         rms=_root(values.rms, second, fourth, n, q),
-        mad=Uncertain(values.mad, (narrow[1] - narrow[0]) / 2, *wide),
-        nmad=Uncertain(
-            values.nmad,
-            factor * (narrow[1] - narrow[0]) / 2,
-            *(factor * value for value in wide),
-        ),
+        mad=Uncertain(values.mad, half, low, high, "ranks"),
+        nmad=Uncertain(values.nmad, factor * half, factor * low, factor * high, "ranks"),
         mad_delta=_without(values.mad_delta),
         outliers_015=_wilson(values.outliers_015, n, q),
         outliers_1sigma=_without(values.outliers_1sigma),
@@ -198,13 +201,23 @@ def _root(value: float, second: float, fourth: float, n: int, q: float) -> Uncer
         return _without(value)
     error = math.sqrt(max(fourth - second * second, 0.0) / n) / (2 * value)
     stretch = math.exp(q * error / value)
-    return Uncertain(value, error, value / stretch, value * stretch)
+    return Uncertain(value, error, value / stretch, value * stretch, "log")
 
 
 def _wilson(percentage: float, n: int, q: float) -> Uncertain:
     """Return the estimate of a percentage, by Wilson's interval."""
     low, high = wilson(percentage / 100, n, 1)
-    return Uncertain(percentage, (high - low) / 2, *wilson(percentage / 100, n, q))
+    ends = wilson(percentage / 100, n, q)
+    return Uncertain(percentage, (high - low) / 2, *ends, "wilson", has_many(percentage, n))
+
+
+def has_many(percentage: float, n: int) -> bool:
+    """Return whether enough of n objects are beyond a bound, and within it, to trust an interval.
+
+    With fewer, a fraction takes few values, and no interval of 95% holds for 95% of samples.
+    """
+    beyond = percentage / 100 * n
+    return min(beyond, n - beyond) > FEWEST_BEYOND - 0.5
 
 
 def wilson(p: float, n: float, q: float) -> tuple[float, float]:

@@ -26,7 +26,10 @@ def test_by_hand():
     # Four values hold the median between the least and the greatest with 1 - 2 / 16 only.
     assert math.isnan(u.delta.mad.low) and math.isnan(u.delta.nmad.high)
     assert u.delta.mad.error == 2  # half of 1 ... 5, which hold it with 0.875
-    # Wilson: 4 of 4.
+    methods = [getattr(u.delta, name).method for name in ("bias", "sigma", "nmad", "outliers_015")]
+    assert methods == ["normal", "log", "ranks", "wilson"]
+    # Wilson: 4 of 4, with none within.
+    assert not u.delta.outliers_015.reliable
     assert u.delta.outliers_015.value == u.delta.outliers_015.high == 100
     assert u.delta.outliers_015.low == pytest.approx(100 / (1 + q * q / 4))
     for name in ("mad_delta", "outliers_1sigma", "outliers_4sigma"):
@@ -42,6 +45,7 @@ def test_wilson_as_in_textbooks():
     estimate = np.where(np.arange(100) < 10, 1.0, 0.0)
     fraction = vostrel.uncertainties(reference, estimate, confidence=0.95).norm.outliers_015
     assert (round(fraction.low, 2), round(fraction.high, 2)) == (5.52, 17.44)
+    assert fraction.reliable
 
 
 @pytest.mark.parametrize("confidence", [0.5, 0.683, 0.75, 0.9375, 0.95, 0.9973])
