@@ -289,6 +289,16 @@ def test_wild_outliers_do_not_set_the_limits(figure_of, count):
     assert "=" in labels[0] and "=" in labels[1] and "=" not in labels[2]
 
 
+def test_triangle_at_the_edge_for_an_object_just_beyond_it():
+    zspec, zphot = catalogue(400)
+    zphot[7] = zspec[7] - 0.25 * (1 + zspec[7])
+    panel = Figure().add_subplot()
+    (above,) = plot_residuals(panel, zspec, zphot)["beyond"]
+    low, high = panel.get_xlim()
+    assert 0.15 < panel.get_ylim()[1] < 0.25
+    assert above.get_xydata() == pytest.approx(np.array([[zspec[7], 0.97]]), abs=(high - low) / 400)
+
+
 def test_limits_of_data_that_are_mostly_one_value():
     values = np.r_[np.full(700, 0.5), 0.3, 0.4, 0.7, 5, 1e6]
     assert robust_range(values) == (0.3, 0.7)
