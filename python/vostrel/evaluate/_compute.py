@@ -123,11 +123,10 @@ def _joined(held: list[Objects]) -> Objects:
     numbers = {}
     for name in list(held[0].numbers):
         numbers[name] = np.concatenate([objects.numbers.pop(name) for objects in held])
-    rows = np.concatenate([objects.rows for objects in held])
     groups = None
     if held[0].groups is not None:
         groups = np.concatenate([objects.groups for objects in held if objects.groups is not None])
-    return Objects(numbers, groups, rows)
+    return Objects(numbers, groups, 0, None)
 
 
 # ---- in memory -----------------------------------------------------------------------------------
@@ -270,12 +269,12 @@ def _in_passes(
             break
         done = 0
         for objects in chunks:
-            if number == 1 and find_range and len(objects.rows):
+            if number == 1 and find_range and len(objects):
                 low = min(low, objects.numbers[by].min())
                 high = max(high, objects.numbers[by].max())
             for state, name in adding:
                 _add(state, objects, roles.reference, name, by)
-            done += len(objects.rows)
+            done += len(objects)
             progress(f"pass {number}", done, results.counts.used if number > 1 else None)
         for state, _ in adding:
             state.end_pass()
@@ -293,7 +292,7 @@ def _add(
     state: Accumulator | BinnedAccumulator, objects: Objects, reference: str, name: str, by: str
 ) -> None:
     """Add objects to a pass, a block at a time."""
-    for start in range(0, len(objects.rows), BLOCK):
+    for start in range(0, len(objects), BLOCK):
         block = slice(start, start + BLOCK)
         values = (objects.numbers[reference][block], objects.numbers[name][block])
         if isinstance(state, BinnedAccumulator):

@@ -47,11 +47,22 @@ class Counts:
 
 @dataclass
 class Objects:
-    """The used rows of a chunk: numbers by column, group labels, and the numbers of the rows."""
+    """The used rows of a chunk: numbers by column, group labels, and where they come from."""
 
     numbers: dict[str, NDArray[np.float64]]
     groups: NDArray[Any] | None
-    rows: NDArray[np.int64]
+    first: int  # row of the chunk
+    kept: NDArray[np.bool_] | None  # which of its rows these are, or None for all
+
+    def __len__(self) -> int:
+        return len(next(iter(self.numbers.values())))
+
+    @property
+    def rows(self) -> NDArray[np.int64]:
+        """The numbers of the rows."""
+        if self.kept is None:
+            return np.arange(self.first, self.first + len(self))
+        return self.first + np.flatnonzero(self.kept)
 
     @property
     def nbytes(self) -> int:
@@ -112,13 +123,12 @@ class Selection:
                 left_out = before - int(np.count_nonzero(keep))
                 setattr(counts, reason, getattr(counts, reason) + left_out)
         groups = None if self.roles.groups is None else data_of(chunk[self.roles.groups])
-        rows = np.arange(first, first + size)
         if keep is not None:
             numbers = {name: values[keep] for name, values in numbers.items()}
             groups = None if groups is None else groups[keep]
-            rows = rows[keep]
-        counts.used += len(rows)
-        return Objects(numbers, groups, rows)
+        objects = Objects(numbers, groups, first, keep)
+        counts.used += len(objects)
+        return objects
 
     def _reasons(
         self, chunk: Mapping[str, NDArray[Any]], numbers: Mapping[str, NDArray[np.float64]]
@@ -128,15 +138,16 @@ class Selection:
         found = {name: mask_of(chunk[name]) for name in named}
         masks = {name: mask for name, mask in found.items() if mask is not None}
         yield "masked", masks
-        nothing = np.zeros(1, np.bool_)
-        present = {name: ~masks.get(name, nothing) for name in numbers}
-        if self.missing:
-            yield "missing", {
-                name: np.isin(values, self.missing) & present[name]
-                for name, values in numbers.items()
-            }
-        nan = {name: np.isnan(values) & present[name] for name, values in numbers.items()}
-        yield "nan", {name: flag for name, flag in nan.items() if flag.any()}
+        for reason, values in (("missing", self.missing), ("nan", (np.nan,))):
+            flags: dict[str, NDArray[np.bool_]] = {}
+            for name, column in numbers.items():
+                for value in values:
+                    flag = np.isnan(column) if np.isnan(value) else column == value
+                    if name in masks:
+                        flag &= ~masks[name]
+                    if flag.any():
+                        flags[name] = flag | flags[name] if name in flags else flag
+            yield reason, flags
 
 
 def as_doubles(name: str, values: NDArray[Any]) -> NDArray[np.float64]:
