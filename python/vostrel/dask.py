@@ -5,7 +5,7 @@ from __future__ import annotations
 import sys
 from collections.abc import Iterator, Sequence
 from contextlib import contextmanager
-from typing import Any
+from typing import Any, Union
 
 import numpy as np
 
@@ -26,8 +26,9 @@ except ImportError as error:
 
 __all__ = ["binned_statistics", "point_statistics"]
 
-#: The parts of the columns that make a chunk. None stands for a column that is not given.
-Block = tuple[Any, ...]
+#: A chunk: the parts of its columns, with None for a column that is not given, or a task that
+#: returns these.
+Block = Union[tuple[Any, ...], Delayed]
 
 #: How many states are merged at once, by a task or in the end by the caller.
 FAN_IN = 8
@@ -246,6 +247,10 @@ def batches(blocks: list[Block]) -> list[list[Block]]:
     if not all(futures):
         return [[block] for block in blocks]
     client = futures[0][0].client
+    if client is None:  # the job came with a task, and its futures without their client
+        client = sys.modules["distributed"].get_client()
+        for future in (future for of_block in futures for future in of_block):
+            future.bind_client(client)
     who_has = client.who_has([future for of_block in futures for future in of_block])
     nbytes = client.nbytes([key for key, workers in who_has.items() if workers], summary=False)
     # Some releases of distributed turn keys into text.
@@ -278,11 +283,12 @@ def batches(blocks: list[Block]) -> list[list[Block]]:
 
 def _futures(block: Block) -> list[Any]:
     """Return the futures of a block that was persisted on a cluster, else nothing."""
-    distributed = sys.modules.get("distributed")
-    parts = [column.dask[column.key] for column in block if column is not None]
-    if distributed is None or not all(isinstance(part, distributed.Future) for part in parts):
+    if isinstance(block, Delayed):
         return []
-    return parts
+    columns = [column for column in block if column is not None]
+    if not all(map(_is_persisted, columns)):
+        return []
+    return [_parts_of(column)[0] for column in columns]
 
 
 def add_blocks(start: Any, blocks: list[Block]) -> Any:
@@ -324,17 +330,18 @@ def pair_blocks(**columns: Any) -> list[Block]:
         raise TypeError(
             f"{', '.join(given)} are in memory already: use the function without .dask"
         )
-    names = list(given)
-    if all(_length(column) is not None for column in given.values()):
+    if all(map(_is_series, given.values())):
+        _check_partitions(given)
+        if not all(map(_is_persisted, given.values())):
+            return _packed_blocks(columns)
+        collections = list(given.values())
+    elif all(_length(column) is not None for column in given.values()):
         collections = _with_equal_chunks(given)
     else:
         _check_partitions(given)
         collections = list(given.values())
-    # Optimized together, so that a file is read once for all columns, and only for these.
-    blocks = dict(
-        zip(names, (_delayed_blocks(column) for column in dask.optimize(*collections)))
-    )
-    number = len(blocks[names[0]])
+    blocks = dict(zip(given, _delayed_blocks(collections)))
+    number = len(blocks[next(iter(given))])
     return [
         tuple(blocks[name][i] if name in blocks else None for name in columns)
         for i in range(number)
@@ -401,9 +408,72 @@ def _check_partitions(columns: dict[str, Any]) -> None:
             )
 
 
-def _delayed_blocks(column: Any) -> list[Delayed]:
-    # Not to_delayed(): it fails on an optimized array that was made from a DataFrame. Each block
-    # gets its own tasks alone, because the graphs of all blocks are joined again in each pass.
-    graph = dict(column.__dask_graph__())
-    keys = dask.core.flatten(column.__dask_keys__())
-    return [Delayed(key, dask.optimization.cull(graph, key)[0]) for key in keys]
+def _is_persisted(column: Any) -> bool:
+    """Return whether a cluster keeps all chunks of this collection in memory."""
+    distributed = sys.modules.get("distributed")
+    return distributed is not None and all(
+        isinstance(part, distributed.Future) for part in _parts_of(column)
+    )
+
+
+def _parts_of(collection: Any) -> list[Any]:
+    """Return what the graph of a collection has for its chunks: tasks, data or futures."""
+    graph = collection.__dask_graph__()
+    parts = []
+    for key in dask.core.flatten(collection.__dask_keys__()):
+        part = graph[key]
+        while hasattr(part, "target"):  # another name for a part
+            part = graph[part.target]
+        parts.append(part)
+    return parts
+
+
+def _packed_blocks(columns: dict[str, Any]) -> list[Block]:
+    """Return a task for each partition. It returns the parts of all columns.
+
+    Dask optimizes the columns together in this way, so that a file is read once for all, and only
+    these columns of it.
+    """
+    given = {name: column for name, column in columns.items() if column is not None}
+    packed = sys.modules["dask.dataframe"].map_partitions(
+        pack,
+        *given.values(),
+        names=tuple(given),
+        order=tuple(columns),
+        meta=(None, object),
+        enforce_metadata=False,
+        align_dataframes=False,
+    )
+    partitions = packed.to_delayed()
+    graph = dict(partitions[0].dask)
+    return [_with_own_tasks(partition.key, graph) for partition in partitions]
+
+
+def pack(*parts: Any, names: tuple[str, ...], order: tuple[str, ...]) -> tuple[Any, ...]:
+    """Return the parts with these names in this order, and None for others."""
+    named = dict(zip(names, parts))
+    return tuple(named.get(name) for name in order)
+
+
+def _delayed_blocks(columns: list[Any]) -> list[list[Delayed]]:
+    """Return the blocks of each column. Arrays that are not in memory are optimized together."""
+    arrays = [c for c in columns if not (_is_series(c) or _is_persisted(c))]
+    optimized = dict(zip(map(id, arrays), dask.optimize(*arrays)))
+    blocks = []
+    for column in columns:
+        if _is_series(column):
+            parts = column.to_delayed()
+            keys = [part.key for part in parts]
+            graph = dict(parts[0].dask)
+        else:
+            # Not to_delayed(): it fails on an optimized array that was made from a DataFrame.
+            column = optimized.get(id(column), column)
+            keys = list(dask.core.flatten(column.__dask_keys__()))
+            graph = dict(column.__dask_graph__())
+        blocks.append([_with_own_tasks(key, graph) for key in keys])
+    return blocks
+
+
+def _with_own_tasks(key: Any, graph: dict[Any, Any]) -> Delayed:
+    # The graphs of all blocks are joined again in each pass.
+    return Delayed(key, dask.optimization.cull(graph, key)[0])
