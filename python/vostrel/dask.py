@@ -288,7 +288,7 @@ def _futures(block: Block) -> list[Any]:
     columns = [column for column in block if column is not None]
     if not all(map(_is_persisted, columns)):
         return []
-    return [_parts_of(column)[0] for column in columns]
+    return [next(_parts_of(column)) for column in columns]
 
 
 def add_blocks(start: Any, blocks: list[Block]) -> Any:
@@ -416,16 +416,14 @@ def _is_persisted(column: Any) -> bool:
     )
 
 
-def _parts_of(collection: Any) -> list[Any]:
+def _parts_of(collection: Any) -> Iterator[Any]:
     """Return what the graph of a collection has for its chunks: tasks, data or futures."""
     graph = collection.__dask_graph__()
-    parts = []
     for key in dask.core.flatten(collection.__dask_keys__()):
         part = graph[key]
         while hasattr(part, "target"):  # another name for a part
             part = graph[part.target]
-        parts.append(part)
-    return parts
+        yield part
 
 
 def _packed_blocks(columns: dict[str, Any]) -> list[Block]:
