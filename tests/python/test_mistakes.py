@@ -82,6 +82,8 @@ POINT = [
     # NaN.
     ("point_statistics(z, nan)", ValueError,
      r"2 of 1000 .* \(2 in estimate, the first at index 17\).*'omit'"),
+    ("point_statistics([1] * 70_000, [1] * 66_000 + [np.nan] * 4000)", ValueError,
+     "4000 in estimate, the first at index 66000"),
     ("point_statistics(nan, nan)", ValueError,
      "2 in reference, the first at index 17; 2 in estimate"),
     ("point_statistics(z, nan, mask=np.arange(1000) == 17)", ValueError,

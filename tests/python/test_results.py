@@ -92,7 +92,7 @@ def test_bins_are_chosen():
         assert (part.edges.tolist(), part.counts.tolist()) == ([1, 2, 3], n[1:3])
         assert part[0] == b[1] and part.uncertainties == b.uncertainties[1:3]
         assert (b.n_outside, part.n_outside, part.n_nan) == (1, 3, 2)
-        assert (b[-1], len(b[2:1]), b[:].n_outside) == (b[3], 0, 1)
+        assert (b[-1], len(b[2:1]), b[:].n_outside, b[:2].n_outside) == (b[3], 0, 1, 2)
     for index, error in (("nmad", KeyError), (4, IndexError), (1.5, TypeError)):
         with pytest.raises(error, match="there is no|bins are chosen by"):
             b[index]
