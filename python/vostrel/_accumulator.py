@@ -49,6 +49,7 @@ class State(Generic[Core]):
         self._first = first  # whether this is the first pass
         # Counted in the first pass: n_masked, n_nan, and the objects with NaN in each bin.
         self._left_out = left_out
+        self._where_nan = ""  # in the first chunk with NaN; not pickled
         self._lock = threading.Lock()
 
     def _add(self, mask: Any | None, **columns: Any) -> None:
@@ -59,6 +60,8 @@ class State(Generic[Core]):
             left_out = self._core.add(ready.values, ready.masks, has_nan)
             if self._first:
                 self._left_out += np.array(left_out, np.uint64)
+                if left_out[1] and self._nan_policy == "raise" and not self._where_nan:
+                    self._where_nan = f" (in a chunk: {ready.where_nan()})"
 
     def merge(self: Self, other: Self) -> None:
         """Add the chunks that were added to another state in the same pass.
@@ -95,6 +98,7 @@ class State(Generic[Core]):
             self._core.merge(other._core)
             if self._first:
                 self._left_out += other._left_out
+                self._where_nan = self._where_nan or other._where_nan
 
     @property
     def needs_another_pass(self) -> bool:
@@ -120,7 +124,7 @@ class State(Generic[Core]):
                 n, (n_masked, n_nan) = self._core.size(), self._left_out[:2].tolist()
                 if self._nan_policy == "raise":
                     n += n_nan
-                check_counts(self._nan_policy, n, n_masked, n_nan)
+                check_counts(self._nan_policy, n, n_masked, n_nan, self._where_nan)
             self._core.end_pass()
             self._first = False
 

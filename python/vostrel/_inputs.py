@@ -156,15 +156,16 @@ def read_estimates(estimates: Any) -> dict[str, Any]:
 
 
 def check_counts(
-    nan_policy: str, n: int, n_masked: int, n_nan: int, columns: Columns | None = None
+    nan_policy: str, n: int, n_masked: int, n_nan: int, columns: Columns | str
 ) -> None:
     """Raise a ValueError if there is NaN that is not allowed, or if there are no objects.
 
-    Without the columns, these are numbers of chunks.
+    For chunks, a text says where NaN is.
     """
     if n_nan and nan_policy == "raise":
-        where = "" if columns is None else f" ({columns.where_nan()})"
-        propagate = "" if columns is None else "'propagate' to get NaN, "
+        where, propagate = columns, ""
+        if isinstance(columns, Columns):
+            where, propagate = f" ({columns.where_nan()})", "'propagate' to get NaN, "
         raise ValueError(
             f"{n_nan} of {n} objects have NaN{where}; pass nan_policy='omit' to leave them out, "
             f"{propagate}or mask them"

@@ -293,7 +293,7 @@ CHUNKS = [
     ("chunked_statistics([(z, p[1:])])", ValueError, "reference and estimate differ in length"),
     ("chunked_statistics([(z, p, integers)])", TypeError, r"mask .*mask.astype\(bool\)"),
     ("chunked_statistics([(z, nan)])", ValueError,
-     "2 of 1000 objects have NaN; .*leave them out, or mask"),
+     r"\(in a chunk: 2 in estimate, the first at index 17\); .*leave them out, or mask"),
     ("chunked_statistics([(z, p)], nan_policy='propagate')", ValueError,
      "nan_policy .* 'raise' or 'omit'"),
     ("chunked_statistics([(z, p)], nan_policy=None)", TypeError, "nan_policy of chunks must be"),
