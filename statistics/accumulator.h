@@ -16,50 +16,45 @@
 
 namespace vostrel {
 
-/// How sums are taken.
-enum class Sums {
-  /// In index order. Each addition rounds: the bits of point_statistics().
-  kInOrder,
-  /// Exactly, and rounded once at the end: the same bits for any blocks in any order.
-  kExact,
-};
-
 /// Long computations call this regularly. It may throw to cancel them.
 using Checkpoint = std::function<void()>;
 
 /// The statistics of two columns, which are added block by block, once in each pass:
 ///
-///     vostrel::Accumulator passes(vostrel::Sums::kExact);
-///     while (passes.needs_another_pass()) {
-///       for (each block of the data) passes.add(reference, estimate);
-///       passes.end_pass();
+///     vostrel::Accumulator accumulator;
+///     while (accumulator.needs_another_pass()) {
+///       for (each block of the data) accumulator.add(reference, estimate);
+///       accumulator.end_pass();
 ///     }
-///     const vostrel::PointStatistics statistics = passes.result();
+///     const vostrel::PointStatistics statistics = accumulator.result();
 ///
-/// Nearly all data take two passes; up to 8192 objects take one. Every pass must see the same
-/// objects. No array of residuals is kept, so a state takes a few megabytes at most. The exception:
-/// with sums in order, a NaN residual makes it keep all of them.
+/// Every pass must see the same objects, in any order and in any blocks. Sums are exact and rounded
+/// once at the end, so the results are the same bits for any order and any blocks. Ordinary data
+/// take two passes; up to 8192 objects take one; no data take more than ten. No array of residuals
+/// is kept: a state takes a few megabytes at most.
 class Accumulator {
  public:
   /// A good number of objects for a block: its columns fit the fastest cache.
   static constexpr std::size_t kBlockSize = 4096;
 
-  /// Begins the first pass.
-  explicit Accumulator(Sums sums);
-  Accumulator(const Accumulator&);      ///< Copies the state.
-  Accumulator(Accumulator&&) noexcept;  ///< The other may only be destroyed or assigned to.
+  /// Begins the first pass, for result() alone.
+  Accumulator();
+  /// Begins the first pass, for extended_result(), too.
+  /// @throws std::invalid_argument as extended_statistics().
+  explicit Accumulator(const Extras& extras);
+  Accumulator(const Accumulator&);               ///< Copies the state.
+  Accumulator(Accumulator&&) noexcept;           ///< The other may only be destroyed or assigned to.
   Accumulator& operator=(Accumulator) noexcept;  ///< Copies or moves the state.
   ~Accumulator();
 
-  /// Adds a block of the pass. With sums in order, each pass must see the objects in the same
-  /// order. The blocks may differ from pass to pass.
+  /// Adds a block of the pass.
   /// @throws std::invalid_argument if the arrays differ in length.
   void add(std::span<const double> reference, std::span<const double> estimate);
 
   /// Ends the pass.
   /// @return needs_another_pass().
-  /// @throws std::invalid_argument if this pass had another number of objects than the first, or
-  ///         NaN where the first had none.
+  /// @throws std::invalid_argument if the objects are not those of the first pass. A checksum of 64
+  ///         bits tells.
   bool end_pass();
 
   /// Whether the data are needed once more. True for a fresh object.
@@ -73,21 +68,24 @@ class Accumulator {
   Accumulator fresh() const;
 
   /// Adds what was added to another state in the same pass.
-  /// @throws std::invalid_argument if the other is not in the same pass, or if sums are in order:
-  ///         those can't be merged.
+  /// @throws std::invalid_argument if the other is not in the same pass over the same data, or has
+  ///         other extras.
   void merge(const Accumulator& other);
 
   /// Returns the state as bytes, the same on every machine. A few megabytes at most.
-  /// @throws std::invalid_argument if sums are in order.
   std::string to_bytes() const;
 
   /// Returns the state that to_bytes() was called on.
   /// @throws std::invalid_argument if the bytes are anything else.
   static Accumulator from_bytes(std::string_view bytes);
 
-  /// The statistics. With exact sums, medians are NaN if a residual is NaN.
+  /// The statistics. Medians are NaN if a residual is NaN, and mad_delta if the median is infinite.
   /// @throws std::logic_error if another pass is needed.
   PointStatistics result(const Checkpoint& checkpoint = [] {}) const;
+
+  /// The statistics with the further numbers.
+  /// @throws std::logic_error if another pass is needed, or if they were not asked for.
+  ExtendedStatistics extended_result(const Checkpoint& checkpoint = [] {}) const;
 
   class State;  ///< Opaque.
 
@@ -99,6 +97,11 @@ class Accumulator {
 /// As point_statistics(reference, estimate), but calls `checkpoint` regularly.
 PointStatistics point_statistics(std::span<const double> reference,
                                  std::span<const double> estimate, const Checkpoint& checkpoint);
+
+/// As extended_statistics(reference, estimate, extras), but calls `checkpoint` regularly.
+ExtendedStatistics extended_statistics(std::span<const double> reference,
+                                       std::span<const double> estimate, const Extras& extras,
+                                       const Checkpoint& checkpoint);
 
 }  // namespace vostrel
 

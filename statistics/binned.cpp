@@ -10,6 +10,7 @@
 
 #include "floating_point.h"
 #include "statistics/bytes.h"
+#include "statistics/checksum.h"
 
 namespace vostrel {
 
@@ -46,21 +47,26 @@ std::size_t Bins::operator()(double value) const {
   return std::min(static_cast<std::size_t>(above - first) - 1, size() - 1);
 }
 
-BinnedAccumulator::BinnedAccumulator(Bins bins, Sums sums)
+template <class Sum>
+BinnedAccumulator<Sum>::BinnedAccumulator(Bins bins, const Wanted& wanted)
     : bins_(std::move(bins)),
       room_(std::clamp<std::size_t>(65536 / bins_.size(), 16, 256)),
       waiting_(bins_.size()),
-      passes_(bins_.size(), Accumulator(sums)) {}
+      accumulators_(bins_.size(), BasicAccumulator<Sum>(wanted)) {}
 
-void BinnedAccumulator::add(std::span<const double> reference, std::span<const double> estimate,
-                            std::span<const double> by) {
+template <class Sum>
+void BinnedAccumulator<Sum>::add(std::span<const double> reference,
+                                 std::span<const double> estimate, std::span<const double> by) {
   if (reference.size() != by.size() || estimate.size() != by.size()) {
     throw std::invalid_argument("reference, estimate and by differ in length");
+  }
+  if constexpr (kIsExact<Sum>) {
+    seen_checksum_ += checksum(reference, estimate) + checksum(by, reference);
   }
   for (std::size_t i = 0; i < by.size(); ++i) {
     const std::size_t bin = bins_(by[i]);
     if (bin == Bins::kOutside) {
-      outside_ += first_pass_;
+      ++seen_outside_;
       continue;
     }
     Waiting& waiting = waiting_[bin];
@@ -74,101 +80,140 @@ void BinnedAccumulator::add(std::span<const double> reference, std::span<const d
   }
 }
 
-void BinnedAccumulator::hand_over(std::size_t bin) {
+template <class Sum>
+void BinnedAccumulator<Sum>::hand_over(std::size_t bin) {
   Waiting& waiting = waiting_[bin];
-  if (passes_[bin].needs_another_pass()) {
-    passes_[bin].add({waiting.reference.data(), waiting.count},
-                     {waiting.estimate.data(), waiting.count});
+  if (accumulators_[bin].needs_another_pass()) {
+    accumulators_[bin].add({waiting.reference.data(), waiting.count},
+                           {waiting.estimate.data(), waiting.count});
   }
   waiting.count = 0;
 }
 
-void BinnedAccumulator::hand_over_all() {
-  for (std::size_t bin = 0; bin < passes_.size(); ++bin) hand_over(bin);
+template <class Sum>
+void BinnedAccumulator<Sum>::hand_over_all() {
+  for (std::size_t bin = 0; bin < accumulators_.size(); ++bin) hand_over(bin);
 }
 
-bool BinnedAccumulator::end_pass(const Checkpoint& checkpoint) {
+template <class Sum>
+bool BinnedAccumulator<Sum>::end_pass(const Checkpoint& checkpoint) {
   hand_over_all();
-  for (Accumulator& passes : passes_) {
-    if (passes.needs_another_pass()) passes.end_pass();
+  if (first_pass_) {
+    outside_ = seen_outside_;
+    checksum_ = seen_checksum_;
+  } else if (outside_ != seen_outside_ || checksum_ != seen_checksum_) {
+    throw std::invalid_argument("the data changed between passes");
+  }
+  seen_outside_ = seen_checksum_ = 0;
+  for (auto& accumulator : accumulators_) {
+    if (accumulator.needs_another_pass()) accumulator.end_pass();
     checkpoint();
   }
   first_pass_ = false;
   return needs_another_pass();
 }
 
-bool BinnedAccumulator::needs_another_pass() const {
-  return std::any_of(passes_.begin(), passes_.end(),
-                     [](const Accumulator& passes) { return passes.needs_another_pass(); });
+template <class Sum>
+bool BinnedAccumulator<Sum>::needs_another_pass() const {
+  return std::any_of(accumulators_.begin(), accumulators_.end(),
+                     [](const auto& accumulator) { return accumulator.needs_another_pass(); });
 }
 
-std::uint64_t BinnedAccumulator::size() const {
-  std::uint64_t size = outside_;
-  for (const Accumulator& passes : passes_) size += passes.size();
+template <class Sum>
+std::uint64_t BinnedAccumulator<Sum>::size() const {
+  std::uint64_t size = first_pass_ ? seen_outside_ : outside_;
+  for (const auto& accumulator : accumulators_) size += accumulator.size();
   if (first_pass_) {
     for (const Waiting& waiting : waiting_) size += waiting.count;
   }
   return size;
 }
 
-BinnedAccumulator BinnedAccumulator::fresh() const {
-  BinnedAccumulator fresh(bins_, Sums::kExact);
-  for (std::size_t bin = 0; bin < passes_.size(); ++bin) {
-    const Accumulator& passes = passes_[bin];
-    fresh.passes_[bin] = passes.needs_another_pass() ? passes.fresh() : passes;
+template <class Sum>
+BinnedAccumulator<Sum> BinnedAccumulator<Sum>::fresh() const
+  requires kIsExact<Sum>
+{
+  BinnedAccumulator fresh(bins_);
+  for (std::size_t bin = 0; bin < accumulators_.size(); ++bin) {
+    const auto& accumulator = accumulators_[bin];
+    fresh.accumulators_[bin] = accumulator.needs_another_pass() ? accumulator.fresh() : accumulator;
   }
   fresh.first_pass_ = first_pass_;
-  if (!first_pass_) fresh.outside_ = outside_;
+  fresh.outside_ = outside_;
+  fresh.checksum_ = checksum_;
   return fresh;
 }
 
-void BinnedAccumulator::merge(const BinnedAccumulator& other) {
-  if (other.bins_.edges() != bins_.edges() || other.first_pass_ != first_pass_) {
-    throw std::invalid_argument("these states have other bins or are not in the same pass");
+template <class Sum>
+void BinnedAccumulator<Sum>::merge(const BinnedAccumulator& other)
+  requires kIsExact<Sum>
+{
+  if (other.bins_.edges() != bins_.edges()) {
+    throw std::invalid_argument("states have different bins");
   }
-  for (std::size_t bin = 0; bin < passes_.size(); ++bin) {
-    Accumulator& passes = passes_[bin];
-    if (!passes.needs_another_pass()) continue;
+  if (other.first_pass_ != first_pass_ || other.checksum_ != checksum_) {
+    throw std::invalid_argument("states belong to different passes");
+  }
+  for (std::size_t bin = 0; bin < accumulators_.size(); ++bin) {
+    auto& accumulator = accumulators_[bin];
+    if (!accumulator.needs_another_pass()) continue;
     const Waiting& waiting = other.waiting_[bin];
-    passes.merge(other.passes_[bin]);
-    passes.add({waiting.reference.data(), waiting.count}, {waiting.estimate.data(), waiting.count});
+    accumulator.merge(other.accumulators_[bin]);
+    accumulator.add({waiting.reference.data(), waiting.count},
+                    {waiting.estimate.data(), waiting.count});
   }
-  if (first_pass_) outside_ += other.outside_;
+  seen_outside_ += other.seen_outside_;
+  seen_checksum_ += other.seen_checksum_;
 }
 
-std::string BinnedAccumulator::to_bytes() const {
+template <class Sum>
+std::string BinnedAccumulator<Sum>::to_bytes() const
+  requires kIsExact<Sum>
+{
   BinnedAccumulator whole(*this);
   whole.hand_over_all();
-  ByteWriter writer;
-  writer.integer(bins_.edges().size());
-  for (const double edge : bins_.edges()) writer.number(edge);
-  writer.integer(first_pass_);
-  writer.integer(outside_);
-  for (const Accumulator& passes : whole.passes_) writer.text(passes.to_bytes());
-  return writer.take();
+  ByteWriter out;
+  out.numbers(bins_.edges());
+  out.integer(first_pass_);
+  for (const std::uint64_t number :
+       {outside_, checksum_, seen_outside_, seen_checksum_}) {
+    out.integer(number);
+  }
+  for (const auto& accumulator : whole.accumulators_) out.text(accumulator.to_bytes());
+  return out.take();
 }
 
-BinnedAccumulator BinnedAccumulator::from_bytes(std::string_view bytes) {
-  ByteReader reader(bytes);
-  std::vector<double> edges(reader.count());
-  for (double& edge : edges) edge = reader.number();
-  BinnedAccumulator passes(Bins(std::move(edges)), Sums::kExact);
-  passes.first_pass_ = reader.index(2) != 0;
-  passes.outside_ = reader.integer();
-  for (Accumulator& part : passes.passes_) part = Accumulator::from_bytes(reader.text());
-  reader.require(reader.at_end());
-  return passes;
+template <class Sum>
+BinnedAccumulator<Sum> BinnedAccumulator<Sum>::from_bytes(std::string_view bytes)
+  requires kIsExact<Sum>
+{
+  ByteReader in(bytes);
+  BinnedAccumulator state(Bins(in.numbers()));
+  state.first_pass_ = in.index(2) != 0;
+  for (std::uint64_t* number : {&state.outside_, &state.checksum_, &state.seen_outside_,
+                                &state.seen_checksum_}) {
+    *number = in.integer();
+  }
+  for (auto& accumulator : state.accumulators_) {
+    accumulator = BasicAccumulator<Sum>::from_bytes(in.text());
+  }
+  in.require(in.at_end());
+  return state;
 }
 
-std::vector<PointStatistics> BinnedAccumulator::results(const Checkpoint& checkpoint) const {
-  std::vector<PointStatistics> results;
-  results.reserve(passes_.size());
-  for (const Accumulator& passes : passes_) {
-    results.push_back(passes.result(checkpoint));
+template <class Sum>
+std::vector<FoundOfBoth> BinnedAccumulator<Sum>::results(const Checkpoint& checkpoint) const {
+  std::vector<FoundOfBoth> results;
+  results.reserve(accumulators_.size());
+  for (const auto& accumulator : accumulators_) {
+    results.push_back(accumulator.result(checkpoint));
     checkpoint();
   }
   return results;
 }
+
+template class BinnedAccumulator<InOrderSum>;
+template class BinnedAccumulator<ExactSum>;
 
 BinnedObjects::BinnedObjects(Bins bins) : bins_(std::move(bins)), parts_(bins_.size()) {}
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "statistics/accumulator.h"
+#include "statistics/basic_accumulator.h"
 #include "statistics/statistics.h"
 
 namespace vostrel {
@@ -45,18 +46,17 @@ class Bins {
   std::vector<std::size_t> edges_below_;  // by cell: how many edges lie in lower cells
 };
 
-/// point_statistics() of the objects in each bin. The columns are added block by block, once in
-/// each pass:
+/// The numbers of the objects in each bin. The columns are added block by block, once in each pass:
 ///
-///     vostrel::BinnedAccumulator passes(bins, vostrel::Sums::kInOrder);
+///     vostrel::InOrderBins binned(bins, wanted);
 ///     do {
-///       for (each block of the columns) passes.add(reference, estimate, by);
-///     } while (passes.end_pass());
-///     const std::vector<vostrel::PointStatistics> statistics = passes.results();
+///       for (each block of the columns) binned.add(reference, estimate, by);
+///     } while (binned.end_pass());
+///     const std::vector<vostrel::FoundOfBoth> found = binned.results();
+template <class Sum>
 class BinnedAccumulator {
  public:
-  /// @param sums  how the sums of each bin are taken.
-  BinnedAccumulator(Bins bins, Sums sums);
+  explicit BinnedAccumulator(Bins bins, const Wanted& wanted = {});
 
   const Bins& bins() const { return bins_; }
 
@@ -68,7 +68,7 @@ class BinnedAccumulator {
 
   /// Ends the pass. If `checkpoint` throws, don't use the object any more.
   /// @return needs_another_pass().
-  /// @throws std::invalid_argument if a bin got another number of objects than in the first pass.
+  /// @throws std::invalid_argument if the objects are not those of the first pass.
   bool end_pass(const Checkpoint& checkpoint = [] {});
 
   /// Whether the data are needed once more. True for a fresh object.
@@ -77,22 +77,26 @@ class BinnedAccumulator {
   /// The number of objects, in bins or not: during the first pass those so far, then all.
   std::uint64_t size() const;
 
-  /// These are like those of Accumulator. Requires: exact sums.
-  BinnedAccumulator fresh() const;
-  void merge(const BinnedAccumulator& other);
-  std::string to_bytes() const;
-  static BinnedAccumulator from_bytes(std::string_view bytes);
+  /// These are like those of Accumulator.
+  BinnedAccumulator fresh() const
+    requires kIsExact<Sum>;
+  void merge(const BinnedAccumulator& other)
+    requires kIsExact<Sum>;
+  std::string to_bytes() const
+    requires kIsExact<Sum>;
+  static BinnedAccumulator from_bytes(std::string_view bytes)
+    requires kIsExact<Sum>;
 
-  /// The statistics of each bin: with sums in order, bit for bit point_statistics() of the bin's
-  /// objects in their order.
+  /// The numbers of each bin: with sums in order, bit for bit those of point_statistics() of the
+  /// bin's objects in their order.
   /// @throws std::logic_error if another pass is needed.
-  std::vector<PointStatistics> results(const Checkpoint& checkpoint = [] {}) const;
+  std::vector<FoundOfBoth> results(const Checkpoint& checkpoint = [] {}) const;
 
   /// The number of objects in no bin.
   std::uint64_t outside() const { return outside_; }
 
  private:
-  // The objects of a bin that are not yet handed to its Accumulator.
+  // The objects of a bin that are not yet handed to its accumulator.
   struct Waiting {
     std::size_t count = 0;
     std::vector<double> reference;
@@ -105,10 +109,16 @@ class BinnedAccumulator {
   Bins bins_;
   std::size_t room_;
   std::vector<Waiting> waiting_;
-  std::vector<Accumulator> passes_;
+  std::vector<BasicAccumulator<Sum>> accumulators_;
   bool first_pass_ = true;
-  std::uint64_t outside_ = 0;
+  std::uint64_t outside_ = 0;        // of the first pass
+  std::uint64_t checksum_ = 0;       // of the first pass, with what the objects are binned by
+  std::uint64_t seen_outside_ = 0;   // in this pass
+  std::uint64_t seen_checksum_ = 0;  // in this pass
 };
+
+using InOrderBins = BinnedAccumulator<InOrderSum>;
+using ExactBins = BinnedAccumulator<ExactSum>;
 
 /// Collects the objects of each bin, in their order. The columns are read twice, block by block.
 /// Takes 16 bytes of memory for each object in a bin.

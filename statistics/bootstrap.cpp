@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "floating_point.h"
+#include "statistics/basic_accumulator.h"
 #include "statistics/resample.h"
 
 namespace vostrel {
@@ -306,7 +307,7 @@ void Bootstrap::compute_by_passes(std::span<const std::uint8_t> counts, Replicat
   constexpr std::size_t kMost = 255;  // times that an object can be drawn
   std::vector<double> reference(Accumulator::kBlockSize + kMost);
   std::vector<double> estimate(Accumulator::kBlockSize + kMost);
-  Accumulator passes(Sums::kInOrder);
+  InOrderAccumulator passes;
   do {
     std::size_t filled = 0;
     const auto add_filled = [&] {
@@ -328,7 +329,7 @@ void Bootstrap::compute_by_passes(std::span<const std::uint8_t> counts, Replicat
     }
     add_filled();
   } while (passes.end_pass());
-  result.statistics = passes.result(checkpoint);
+  result.statistics = passes.result(checkpoint).point();
   result.errors = {errors_by_definition(parts_[0], counts, result.statistics.delta, checkpoint),
                    errors_by_definition(parts_[1], counts, result.statistics.norm, checkpoint)};
 }

@@ -6,10 +6,13 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
+
+#include "statistics/checksum.h"
 
 namespace vostrel {
 
@@ -26,13 +29,21 @@ class ByteWriter {
     auto bits = std::bit_cast<std::uint64_t>(value);
     for (int i = 0; i < 8; ++i, bits >>= 8) bytes_.push_back(static_cast<char>(bits));
   }
+  /// The size, then the numbers.
+  void numbers(const std::vector<double>& values) {
+    integer(values.size());
+    for (const double value : values) number(value);
+  }
   /// The size, then the characters.
   void text(std::string_view text) {
     integer(text.size());
     bytes_ += text;
   }
-  /// Returns the bytes. Requires: this is the last call.
-  std::string take() { return std::move(bytes_); }
+  /// Returns the bytes and their checksum. Requires: this is the last call.
+  std::string take() {
+    number(std::bit_cast<double>(checksum(bytes_)));
+    return std::move(bytes_);
+  }
 
  private:
   std::string bytes_;
@@ -41,7 +52,13 @@ class ByteWriter {
 /// Reads what a ByteWriter wrote, in the same order. Throws std::invalid_argument on anything else.
 class ByteReader {
  public:
-  explicit ByteReader(std::string_view bytes) : bytes_(bytes) {}
+  explicit ByteReader(std::string_view bytes) : bytes_(bytes) {
+    constexpr std::size_t kChecksum = sizeof(std::uint64_t);
+    require(bytes.size() >= kChecksum);
+    bytes_.remove_suffix(kChecksum);
+    ByteReader sum(bytes.substr(bytes_.size()), Unchecked());
+    require(std::bit_cast<std::uint64_t>(sum.number()) == checksum(bytes_));
+  }
 
   std::uint64_t integer() {
     std::uint64_t value = 0;
@@ -66,6 +83,11 @@ class ByteReader {
     for (int i = 0; i < 8; ++i) bits |= std::uint64_t{byte()} << (8 * i);
     return std::bit_cast<double>(bits);
   }
+  std::vector<double> numbers() {
+    std::vector<double> values(count());
+    for (double& value : values) value = number();
+    return values;
+  }
   std::string_view text() {
     const std::size_t size = count();
     const std::string_view text = bytes_.substr(0, size);
@@ -76,10 +98,13 @@ class ByteReader {
 
   /// Throws std::invalid_argument unless the condition holds.
   void require(bool condition) const {
-    if (!condition) throw std::invalid_argument("these are not the bytes of a Accumulator state");
+    if (!condition) throw std::invalid_argument("the bytes are not the state of an accumulator");
   }
 
  private:
+  struct Unchecked {};
+  ByteReader(std::string_view bytes, Unchecked /*unused*/) : bytes_(bytes) {}
+
   unsigned char byte() {
     require(!bytes_.empty());
     const auto first = static_cast<unsigned char>(bytes_.front());

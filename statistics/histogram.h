@@ -25,6 +25,9 @@ class Histogram {
   /// Counts a value.
   void add(double value) { ++counts_[place_or_new(value)]; }
 
+  /// Whether an infinity has been counted.
+  bool has(double infinity) const { return counts_[place(infinity)] != 0; }
+
   /// Adds the counts of another histogram.
   void merge(const Histogram& other);
 

@@ -1,4 +1,4 @@
-// Doubles as integers that sort alike.
+// An order-preserving map from doubles to integers.
 
 #ifndef VOSTREL_STATISTICS_ORDER_OF_H
 #define VOSTREL_STATISTICS_ORDER_OF_H

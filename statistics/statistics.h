@@ -12,6 +12,7 @@
 #include <array>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 namespace vostrel {
 
@@ -73,6 +74,49 @@ inline constexpr std::array<Statistic, 11> kStatistics = {{
 PointStatistics point_statistics(std::span<const double> reference,
                                  std::span<const double> estimate);
 
+// ---- further numbers ----------------------------------------------------------------------------
+
+/// What is asked for beyond the numbers that are always there.
+struct Extras {
+  std::vector<double> percentiles;  ///< From 0 to 100.
+  std::vector<double> outliers;     ///< Bounds of |r|, 0 or more.
+};
+
+/// Order statistics of one residual r. All are NaN if n is 0 or an r is NaN, except `outliers`,
+/// which then count a NaN as no outlier.
+struct Quantiles {
+  double median;                    ///< As numpy.median.
+  double sigma_68;                  ///< (P84 - P16) / 2, percentiles as numpy.percentile.
+  double sigma_iqr;                 ///< (P75 - P25) / 1.349.
+  std::vector<double> percentiles;  ///< Those of Extras.
+  std::vector<double> outliers;     ///< Percentage of objects beyond each bound of Extras.
+};
+
+/// The metrics of the error e = (estimate - reference) / (1 + reference), as in Graham et al. 2018,
+/// AJ 155, 1. All are dimensionless. All are NaN if an e is NaN or there are no objects.
+struct LsstMetrics {
+  double bias;          ///< Median of e.
+  double sigma_iqr;     ///< (75th - 25th percentile of e) / 1.349.
+  double sigma_mad;     ///< 1.4826 * median of |e - median(e)|.
+  double outlier_rate;  ///< Fraction of objects with |e| > max(0.06, 3 sigma_iqr), 0 to 1.
+};
+
+/// The statistics of n objects, with the further numbers.
+struct ExtendedStatistics {
+  PointStatistics point;
+  Quantiles delta;
+  Quantiles norm;
+  LsstMetrics lsst;
+};
+
+/// As point_statistics(), with the further numbers, from the same passes over the arrays.
+///
+/// @throws std::invalid_argument if the arrays differ in length, a percentile is not between 0 and
+///         100, or a bound is negative or NaN.
+ExtendedStatistics extended_statistics(std::span<const double> reference,
+                                       std::span<const double> estimate,
+                                       const Extras& extras = {});
+
 // ---- the pieces ---------------------------------------------------------------------------------
 //
 // The medians order the values as this sort does:
@@ -84,13 +128,16 @@ PointStatistics point_statistics(std::span<const double> reference,
 // The median is the middle value, or half the sum of the two middle values if n is even. Without
 // NaN that is the usual median. A NaN stays in its place and no value moves past it, so the values
 // before and after it are sorted separately.
-// All three take linear time, leave the values as they are, and return NaN if there are none.
+// All four take linear time, leave the values as they are, and return NaN if there are none.
 
 /// The median of the values.
 double median(std::span<const double> values);
 
 /// The median of |value|. Of residuals, this is MAD.
 double absolute_median(std::span<const double> values);
+
+/// The median of |value - center|.
+double median_of_distances(std::span<const double> values, double center);
 
 /// The median of |value - median(values)|. Of residuals, this is MAD(Delta).
 double mad_about_median(std::span<const double> values);

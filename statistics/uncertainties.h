@@ -10,17 +10,9 @@
 #include <vector>
 
 #include "statistics/accumulator.h"
+#include "statistics/tally.h"
 
 namespace vostrel {
-
-/// How one residual r of n objects spreads.
-struct Spread {
-  double second;                 ///< Mean of r^2.
-  double fourth;                 ///< Mean of r^4.
-  double second_about;           ///< Mean of (r - bias)^2.
-  double fourth_about;           ///< Mean of (r - bias)^4.
-  std::vector<double> absolute;  ///< The |r| of the given ranks.
-};
 
 /// The spreads of the residual and of the normalized residual. No array of residuals is made.
 /// @param ranks  ranks of |r|, from 0 (the smallest) to n - 1.

@@ -29,7 +29,7 @@ LeftOut add(Accumulator& passes, const Numbers& columns, const Arrays& masks, bo
   return {rows.masked(), rows.nan()};
 }
 
-LeftOut add_binned(BinnedAccumulator& passes, const Numbers& columns, const Arrays& masks,
+LeftOut add_binned(ExactBins& passes, const Numbers& columns, const Arrays& masks,
                    bool has_nan) {
   Rows rows = rows_of(columns, masks, true);
   if (!has_nan) rows.expect_no_nan();
@@ -52,14 +52,14 @@ py::tuple result(const Accumulator& passes) {
   return count_and_numbers(statistics);
 }
 
-py::list results(const BinnedAccumulator& passes) {
-  std::vector<PointStatistics> statistics;
+py::list results(const ExactBins& passes) {
+  std::vector<FoundOfBoth> found;
   {
     const py::gil_scoped_release release;
-    statistics = passes.results(look_for_signals);
+    found = passes.results(look_for_signals);
   }
   py::list list;
-  for (const PointStatistics& bin : statistics) list.append(count_and_numbers(bin));
+  for (const FoundOfBoth& bin : found) list.append(count_and_numbers(bin.point()));
   return list;
 }
 
@@ -74,7 +74,7 @@ SomePasses from_bytes(const py::bytes& bytes) {
 }
 
 bool end_pass(Accumulator& passes) { return passes.end_pass(); }
-bool end_pass(BinnedAccumulator& passes) { return passes.end_pass(look_for_signals); }
+bool end_pass(ExactBins& passes) { return passes.end_pass(look_for_signals); }
 
 // Defines what both classes have in common.
 template <class SomePasses>
@@ -92,7 +92,8 @@ py::class_<SomePasses> define(py::module_& module, const char* name) {
 
 }  // namespace
 
-std::vector<std::uint64_t> add_to_bins(BinnedAccumulator& passes, Rows& rows) {
+template <class Binned>
+std::vector<std::uint64_t> add_to_bins(Binned& passes, Rows& rows) {
   std::vector<std::uint64_t> nan_counts(passes.bins().size());
   for_each_block(rows, [&](const Block& block) {
     for (const double by : block.nan_by) {
@@ -104,19 +105,20 @@ std::vector<std::uint64_t> add_to_bins(BinnedAccumulator& passes, Rows& rows) {
   return nan_counts;
 }
 
+template std::vector<std::uint64_t> add_to_bins(InOrderBins&, Rows&);
+template std::vector<std::uint64_t> add_to_bins(ExactBins&, Rows&);
+
 void define_accumulators(py::module_& module) {
   define<Accumulator>(module, "Accumulator")
-      .def(py::init([] { return Accumulator(Sums::kExact); }))
+      .def(py::init([] { return Accumulator(); }))
       .def("add", add, py::arg("columns"), py::arg("masks"), py::arg("has_nan"))
       .def("result", result);
-  define<BinnedAccumulator>(module, "BinnedAccumulator")
-      .def(py::init([](std::vector<double> edges) {
-             return BinnedAccumulator(Bins(std::move(edges)), Sums::kExact);
-           }),
+  define<ExactBins>(module, "BinnedAccumulator")
+      .def(py::init([](std::vector<double> edges) { return ExactBins(Bins(std::move(edges))); }),
            py::arg("edges"))
       .def("add", add_binned, py::arg("columns"), py::arg("masks"), py::arg("has_nan"))
-      .def("edges", [](const BinnedAccumulator& passes) { return passes.bins().edges(); })
-      .def("outside", &BinnedAccumulator::outside)
+      .def("edges", [](const ExactBins& passes) { return passes.bins().edges(); })
+      .def("outside", &ExactBins::outside)
       .def("results", results);
 }
 

@@ -15,7 +15,8 @@ namespace vostrel::python {
 
 /// Adds all rows. Returns for each bin how many of its objects have NaN in reference or estimate.
 /// Requires: the rows omit NaN, and the GIL is released.
-std::vector<std::uint64_t> add_to_bins(BinnedAccumulator& passes, Rows& rows);
+template <class Binned>
+std::vector<std::uint64_t> add_to_bins(Binned& passes, Rows& rows);
 
 /// Adds both classes to the module.
 void define_accumulators(pybind11::module_& module);

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,10 +21,9 @@
 #include "python/src/calls.h"
 #include "python/src/dlpack.h"
 #include "python/src/plot.h"
-#include "statistics/accumulator.h"
+#include "statistics/basic_accumulator.h"
 #include "statistics/binned.h"
-#include "statistics/lsst.h"
-#include "statistics/ranks.h"
+#include "statistics/search.h"
 #include "statistics/statistics.h"
 #include "version.h"
 
@@ -54,9 +54,9 @@ py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, 
   std::optional<PointStatistics> statistics;
   {
     const py::gil_scoped_release release;
-    Accumulator passes(Sums::kInOrder);
+    InOrderAccumulator passes;
     const auto add = [&](const Block& block) { passes.add(block.reference, block.estimate); };
-    if (complete(passes, rows, omit_nan, add)) statistics = passes.result(look_for_signals);
+    if (complete(passes, rows, omit_nan, add)) statistics = passes.result(look_for_signals).point();
   }
   const py::object none = py::none();
   return py::make_tuple(rows.kept(), rows.masked(), rows.nan(),
@@ -102,14 +102,23 @@ py::tuple survey(const Numbers& columns, const Arrays& masks, bool omit_nan) {
 
 // Returns the values of some ranks in the third column, or in the first if there are two.
 py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, std::uint64_t n,
-                                 std::vector<std::uint64_t> places) {
+                                 const std::vector<std::uint64_t>& places) {
   Rows rows = rows_of(columns, masks, true);
   std::vector<double> values;
   {
     const py::gil_scoped_release release;
-    Ranks ranks(n, std::move(places));
-    complete(ranks, rows, true, [&](const Block& block) { ranks.add(block.by); });
-    values = ranks.values();
+    Search search;
+    for_each_block(rows, [&](const Block& block) {
+      for (const double value : block.by) search.count(value);
+    });
+    search.end_count();
+    if (search.size() != n) throw std::runtime_error("the arrays were changed while they were read");
+    for (const std::uint64_t rank : places) search.rank(rank);
+    while (search.start_pass()) {
+      for_each_block(rows, [&](const Block& block) { search.sift(block.by); });
+      search.end_pass();
+    }
+    for (std::size_t k = 0; k < places.size(); ++k) values.push_back(search.value(k));
   }
   return py::array_t<double>(static_cast<py::ssize_t>(values.size()), values.data());
 }
@@ -123,15 +132,15 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
   Rows rows = rows_of(columns, masks, true);
   const Bins bins(std::move(edges));
   std::vector<std::uint64_t> nan_counts;
-  std::vector<PointStatistics> statistics;
+  std::vector<FoundOfBoth> found;
   std::uint64_t outside = 0;
   {
     const py::gil_scoped_release release;
-    BinnedAccumulator passes(bins, Sums::kInOrder);
+    InOrderBins passes(bins);
     do {
       nan_counts = add_to_bins(passes, rows);
     } while (passes.end_pass(look_for_signals));
-    statistics = passes.results(look_for_signals);
+    found = passes.results(look_for_signals);
     outside = passes.outside();
   }
 
@@ -143,11 +152,11 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
   for (py::ssize_t bin = 0; bin < size; ++bin) {
     const std::size_t b = static_cast<std::size_t>(bin);
     const bool is_nan = !omit_nan && nan_counts[b] != 0;
-    count(bin) = statistics[b].n + (omit_nan ? 0 : nan_counts[b]);
+    count(bin) = found[b].n + (omit_nan ? 0 : nan_counts[b]);
     for (py::ssize_t i = 0; i < number.shape(1); ++i) {
       const auto member = kStatistics[static_cast<std::size_t>(i)].member;
-      number(0, i, bin) = is_nan ? kNaN : statistics[b].delta.*member;
-      number(1, i, bin) = is_nan ? kNaN : statistics[b].norm.*member;
+      number(0, i, bin) = is_nan ? kNaN : found[b].delta.statistics.*member;
+      number(1, i, bin) = is_nan ? kNaN : found[b].norm.statistics.*member;
     }
   }
   return py::make_tuple(counts, py::array_t<std::uint64_t>(size, nan_counts.data()), outside,
@@ -157,19 +166,14 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
 // Returns (n, n_masked, n_nan, metrics). The last is None if there is NaN that isn't left out.
 py::tuple compute_lsst_metrics(const Numbers& columns, const Arrays& masks, bool omit_nan) {
   Rows rows = rows_of(columns, masks, omit_nan);
-  Survey found;
   std::optional<LsstMetrics> metrics;
   {
     const py::gil_scoped_release release;
-    found = survey_rows(rows);
-    if (omit_nan || found.nan == 0) {
-      LsstPasses passes(found.n);
-      const auto add = [&](const Block& block) { passes.add(block.reference, block.estimate); };
-      complete(passes, rows, omit_nan, add);
-      metrics = passes.result();
-    }
+    InOrderAccumulator passes{Wanted(Extras())};
+    const auto add = [&](const Block& block) { passes.add(block.reference, block.estimate); };
+    if (complete(passes, rows, omit_nan, add)) metrics = passes.result(look_for_signals).norm.lsst;
   }
-  return py::make_tuple(found.n, found.masked, found.nan,
+  return py::make_tuple(rows.kept(), rows.masked(), rows.nan(),
                         metrics
                             ? py::object(py::make_tuple(metrics->bias, metrics->sigma_iqr,
                                                         metrics->sigma_mad, metrics->outlier_rate))

@@ -1,0 +1,100 @@
+// The passes over two columns, with sums in order or exact. Accumulator is the public class.
+
+#ifndef VOSTREL_STATISTICS_BASIC_ACCUMULATOR_H
+#define VOSTREL_STATISTICS_BASIC_ACCUMULATOR_H
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "statistics/accumulator.h"
+#include "statistics/tally.h"
+
+namespace vostrel {
+
+/// The numbers of both residuals of n objects.
+struct FoundOfBoth {
+  std::uint64_t n;
+  Found delta;
+  Found norm;
+
+  PointStatistics point() const { return {n, delta.statistics, norm.statistics}; }
+  ExtendedStatistics extended() const {
+    return {point(), delta.quantiles, norm.quantiles, norm.lsst};
+  }
+};
+
+/// Calls use(block, ...) for blocks of `most` values or fewer of some spans of one length.
+template <class Use, class... Spans>
+void in_blocks(std::size_t most, Use use, std::span<const double> first, Spans... others) {
+  while (!first.empty()) {
+    const std::size_t count = std::min(most, first.size());
+    use(first.first(count), others.first(count)...);
+    first = first.subspan(count);
+    ((others = others.subspan(count)), ...);
+  }
+}
+
+/// As Accumulator, but `Sum` decides how sums are taken. With sums in order, each pass must see the
+/// objects in the same order, states can't be merged or written, the numbers are those of
+/// point_statistics(), and if a residual is NaN, all residuals are kept.
+template <class Sum>
+class BasicAccumulator {
+ public:
+  explicit BasicAccumulator(Wanted wanted = {}) : wanted_(std::move(wanted)) {}
+
+  void add(std::span<const double> reference, std::span<const double> estimate);
+  bool end_pass();
+  bool needs_another_pass() const { return step_ != Step::kDone; }
+  std::uint64_t size() const { return step_ == Step::kFirst ? seen_ : size_; }
+  FoundOfBoth result(const Checkpoint& checkpoint = [] {}) const;
+  const Wanted& wanted() const { return wanted_; }
+
+  BasicAccumulator fresh() const
+    requires kIsExact<Sum>;
+  void merge(const BasicAccumulator& other)
+    requires kIsExact<Sum>;
+  std::string to_bytes() const
+    requires kIsExact<Sum>;
+  static BasicAccumulator from_bytes(std::string_view bytes)
+    requires kIsExact<Sum>;
+
+ private:
+  enum class Step { kFirst, kSecond, kLater, kKeepAll, kDone };
+
+  void take(std::span<const double> reference, std::span<const double> estimate);
+  void add_residuals(std::span<const double> delta, std::span<const double> norm);
+  void keep_no_more();
+  Step next_step();
+  bool must_keep_all() const { return !kIsExact<Sum> && (delta_.has_nan() || norm_.has_nan()); }
+  Step keep_all();
+
+  Wanted wanted_;
+  Step step_ = Step::kFirst;
+  std::uint64_t size_ = 0;            // of the first pass
+  std::uint64_t checksum_ = 0;        // of the first pass
+  std::uint64_t seen_ = 0;            // in this pass
+  std::uint64_t seen_checksum_ = 0;   // in this pass
+  bool keeps_ = true;                 // few objects are kept
+  std::vector<double> kept_delta_;
+  std::vector<double> kept_norm_;
+  Tally<Sum> delta_;
+  Tally<Sum> norm_;
+};
+
+using InOrderAccumulator = BasicAccumulator<InOrderSum>;
+using ExactAccumulator = BasicAccumulator<ExactSum>;
+
+/// The numbers of two arrays in memory, with sums in order.
+/// @throws std::invalid_argument if the arrays differ in length.
+FoundOfBoth find_in_order(std::span<const double> reference, std::span<const double> estimate,
+                          const Wanted& wanted, const Checkpoint& checkpoint);
+
+}  // namespace vostrel
+
+#endif  // VOSTREL_STATISTICS_BASIC_ACCUMULATOR_H

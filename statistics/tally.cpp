@@ -1,0 +1,499 @@
+#include "statistics/tally.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "statistics/lsst.h"
+#include "statistics/quantiles.h"
+
+namespace vostrel {
+
+namespace {
+
+void set_outliers(ResidualStatistics& s, const std::array<std::uint64_t, 5>& counts,
+                  std::uint64_t n) {
+  const auto percent = [&](std::size_t k) { return percentage(static_cast<double>(counts[k]), n); };
+  s.outliers_015 = percent(0);
+  s.outliers_1sigma = percent(1);
+  s.outliers_2sigma = percent(2);
+  s.outliers_3sigma = percent(3);
+  s.outliers_4sigma = percent(4);
+}
+
+// The numbers that follow from the values of ranks.
+template <class Value>
+void set_order_statistics(Found& found, std::uint64_t n, const Wanted& wanted, Value value) {
+  Quantiles& q = found.quantiles;
+  q.median = middle_value(n, value);
+  q.sigma_68 = sigma_68(n, value);
+  q.sigma_iqr = sigma_iqr(n, value);
+  for (const double percent : wanted.extras.percentiles) {
+    q.percentiles.push_back(percentile(n, percent, value));
+  }
+  const auto error = lsst_errors(n, value);
+  found.lsst.bias = middle_value(n, error);
+  found.lsst.sigma_iqr = sigma_iqr(n, error);
+}
+
+void set_quantiles_nan(Found& found, const Wanted& wanted) {
+  found.quantiles.median = found.quantiles.sigma_68 = found.quantiles.sigma_iqr = kNaN;
+  found.quantiles.percentiles.assign(wanted.extras.percentiles.size(), kNaN);
+  found.lsst = {kNaN, kNaN, kNaN, kNaN};
+}
+
+}  // namespace
+
+Wanted::Wanted(const Extras& asked_for) : extras(asked_for), has_quantiles(true) {
+  for (const double percent : extras.percentiles) {
+    if (!(percent >= 0 && percent <= 100)) {
+      throw std::invalid_argument("percentiles must lie between 0 and 100");
+    }
+  }
+  for (const double bound : extras.outliers) {
+    if (!(bound >= 0)) throw std::invalid_argument("bounds of outliers must be 0 or more");
+  }
+}
+
+std::vector<std::uint64_t> Wanted::ranks(std::uint64_t n) const {
+  std::vector<std::uint64_t> ranks = {(n - 1) / 2, n / 2};
+  if (has_quantiles) {
+    std::vector<double> percents = extras.percentiles;
+    percents.insert(percents.end(), {16, 25, 75, 84});
+    for (const double percent : percents) {
+      const PercentilePlace place = percentile_place(n, percent);
+      ranks.insert(ranks.end(), {place.lower, place.upper});
+    }
+    for (const double percent : {25, 75}) {  // of LSST's errors, whose order is reversed
+      const PercentilePlace place = percentile_place(n, percent);
+      ranks.insert(ranks.end(), {n - 1 - place.lower, n - 1 - place.upper});
+    }
+  }
+  std::sort(ranks.begin(), ranks.end());
+  ranks.erase(std::unique(ranks.begin(), ranks.end()), ranks.end());
+  return ranks;
+}
+
+bool Wanted::operator==(const Wanted& other) const {
+  return has_quantiles == other.has_quantiles && has_fourth == other.has_fourth &&
+         absolute == other.absolute && extras.percentiles == other.extras.percentiles &&
+         extras.outliers == other.extras.outliers;
+}
+
+void Wanted::write(ByteWriter& out) const {
+  out.integer(has_quantiles);
+  out.numbers(extras.percentiles);
+  out.numbers(extras.outliers);
+}
+
+Wanted Wanted::read(ByteReader& in) {
+  const bool has_quantiles = in.index(2) == 1;
+  const Extras extras{in.numbers(), in.numbers()};
+  return has_quantiles ? Wanted(extras) : Wanted();
+}
+
+// ---- by definition ----
+
+namespace {
+
+std::uint64_t count_beyond(std::span<const double> residuals, double bound) {
+  return static_cast<std::uint64_t>(
+      std::count_if(residuals.begin(), residuals.end(),
+                    [bound](double residual) { return std::fabs(residual) > bound; }));
+}
+
+void set_wanted_by_definition(Found& found, std::span<const double> residuals,
+                              const Wanted& wanted) {
+  const std::uint64_t n = residuals.size();
+  for (const double bound : wanted.extras.outliers) {
+    const auto count = static_cast<double>(count_beyond(residuals, bound));
+    found.quantiles.outliers.push_back(percentage(count, n));
+  }
+  if (n == 0 || std::isnan(found.statistics.rms)) {
+    set_quantiles_nan(found, wanted);
+    return;
+  }
+  std::vector<double> sorted(residuals.begin(), residuals.end());
+  std::sort(sorted.begin(), sorted.end());
+  if (std::any_of(sorted.begin(), sorted.end(),
+                  [](double r) { return r == 0 && !std::signbit(r); })) {
+    for (double& residual : sorted) residual += 0.0;  // -0 becomes 0
+  }
+  const auto value = [&](std::uint64_t rank) { return sorted[static_cast<std::size_t>(rank)]; };
+  set_order_statistics(found, n, wanted, value);
+  const double center = found.quantiles.median;
+  for (double& residual : sorted) residual = std::fabs(residual - center);
+  const bool has_nan = std::any_of(sorted.begin(), sorted.end(),
+                                   [](double distance) { return std::isnan(distance); });
+  if (!has_nan) std::sort(sorted.begin(), sorted.end());
+  found.lsst.sigma_mad = has_nan ? kNaN : middle_value(n, value) * kNmadFactor;
+  const auto outliers =
+      static_cast<double>(count_beyond(residuals, lsst_bound(found.lsst.sigma_iqr)));
+  found.lsst.outlier_rate = outliers / static_cast<double>(n);
+}
+
+Spread spread_by_definition(std::span<const double> residuals, double bias, const Wanted& wanted) {
+  Spread spread{};
+  std::vector<double> sizes;
+  for (const double residual : residuals) {
+    const double square = residual * residual;
+    const double square_about = (residual - bias) * (residual - bias);
+    spread.second += square;
+    spread.fourth += square * square;
+    spread.second_about += square_about;
+    spread.fourth_about += square_about * square_about;
+    if (!std::isnan(residual)) sizes.push_back(std::fabs(residual));
+  }
+  const auto n = static_cast<double>(residuals.size());
+  for (double* moment :
+       {&spread.second, &spread.fourth, &spread.second_about, &spread.fourth_about}) {
+    *moment /= n;
+  }
+  std::sort(sizes.begin(), sizes.end());
+  for (const std::uint64_t rank : wanted.absolute) {  // NaN comes last
+    spread.absolute.push_back(rank < sizes.size() ? sizes[static_cast<std::size_t>(rank)] : kNaN);
+  }
+  return spread;
+}
+
+}  // namespace
+
+template <class Sum>
+Found by_definition(std::span<const double> residuals, const Wanted& wanted,
+                    const Checkpoint& checkpoint) {
+  Found found;
+  ResidualStatistics& s = found.statistics;
+  s.bias = mean<Sum>(residuals);
+  checkpoint();
+  s.sigma = standard_deviation<Sum>(residuals, s.bias);
+  checkpoint();
+  s.rms = root_mean_square<Sum>(residuals);
+  checkpoint();
+  const double center = median(residuals);
+  checkpoint();
+  if (kIsExact<Sum> && std::isnan(s.rms)) {
+    s.mad = s.mad_delta = kNaN;
+  } else {
+    s.mad = absolute_median(residuals);
+    checkpoint();
+    s.mad_delta =
+        kIsExact<Sum> && std::isinf(center) ? kNaN : median_of_distances(residuals, center);
+  }
+  s.nmad = s.mad * kNmadFactor;
+  checkpoint();
+  set_outliers(s, vostrel::count_outliers(residuals, s.sigma), residuals.size());
+  checkpoint();
+  if (wanted.has_quantiles) set_wanted_by_definition(found, residuals, wanted);
+  if (wanted.has_fourth) found.spread = spread_by_definition(residuals, s.bias, wanted);
+  return found;
+}
+
+// ---- passes ----
+
+// Sums in order are kept in local variables: each addition waits for the one before, and should not
+// wait for memory, too.
+template <class Sum>
+void Tally<Sum>::add_first(std::span<const double> residuals, const Wanted& wanted) {
+  if constexpr (kIsExact<Sum>) {
+    ExactSum::add_with_squares(residuals, sum_, squares_);
+    for (const double residual : residuals) search_.count(residual);
+  } else {
+    Sum sum = sum_;
+    Sum squares = squares_;
+    for (const double residual : residuals) {
+      sum.add(residual);
+      squares.add(residual * residual);
+      search_.count(residual);
+    }
+    sum_ = sum;
+    squares_ = squares;
+  }
+  if (!wanted.has_fourth) return;
+  InOrderSum fourth = fourth_;
+  for (const double residual : residuals) {
+    const double square = residual * residual;
+    fourth.add(square * square);
+  }
+  fourth_ = fourth;
+}
+
+template <class Sum>
+void Tally<Sum>::add_second(std::span<const double> residuals, const Wanted& wanted) {
+  if constexpr (kIsExact<Sum>) {
+    deviations_.add_squares_about(bias_, residuals);
+    add_later(residuals);
+  } else {
+    std::array<double, kBlock> needed;
+    std::size_t count = 0;
+    const double bias = bias_;
+    Sum deviations = deviations_;
+    for (const double residual : residuals) {
+      deviations.add((residual - bias) * (residual - bias));
+      needed[count] = residual;
+      count += search_.needs(residual);
+    }
+    deviations_ = deviations;
+    search_.sift({needed.data(), count});
+  }
+  if (!wanted.has_fourth) return;
+  InOrderSum fourth = fourth_about_;
+  for (const double residual : residuals) {
+    const double square = (residual - bias_) * (residual - bias_);
+    fourth.add(square * square);
+  }
+  fourth_about_ = fourth;
+}
+
+template <class Sum>
+void Tally<Sum>::add_later(std::span<const double> residuals) {
+  // Every residual is written and stays if it is needed. A branch would be mispredicted.
+  std::array<double, kBlock> needed;
+  std::size_t count = 0;
+  for (const double residual : residuals) {
+    needed[count] = residual;
+    count += search_.needs(residual);
+  }
+  search_.sift({needed.data(), count});
+}
+
+template <class Sum>
+void Tally<Sum>::end_first_pass(std::uint64_t size, const Wanted& wanted) {
+  const auto n = static_cast<double>(size);
+  bias_ = sum_.total() / n;
+  rms_ = std::sqrt(squares_.total() / n);
+  has_nan_ = has_nan();
+  search_.end_count();
+  if (search_.size() != 0) ask(search_.size(), wanted);
+  search_.start_pass();
+}
+
+template <class Sum>
+void Tally<Sum>::end_second_pass(std::uint64_t n) {
+  sigma_ = std::sqrt(deviations_.total() / static_cast<double>(n));
+  if (std::isnan(sigma_) && std::isfinite(rms_)) {
+    throw std::invalid_argument("the data changed between passes: the first had no NaN");
+  }
+}
+
+template <class Sum>
+bool Tally<Sum>::end_later_pass(const Wanted& wanted) {
+  const std::uint64_t size = search_.size();
+  if (size == 0) return false;
+  search_.end_pass();
+  count_outliers(questions(size, wanted), size, wanted);
+  return search_.start_pass();
+}
+
+// ---- questions ----
+
+template <class Sum>
+typename Tally<Sum>::Question Tally<Sum>::Questions::rank(std::uint64_t rank) const {
+  const auto place = std::lower_bound(ranks.begin(), ranks.end(), rank);
+  return static_cast<Question>(place - ranks.begin());
+}
+
+template <class Sum>
+typename Tally<Sum>::Questions Tally<Sum>::questions(std::uint64_t n, const Wanted& wanted) {
+  Questions q{};
+  q.ranks = wanted.ranks(n);
+  Question next = q.ranks.size();
+  const auto pair = [&]() -> std::array<Question, 2> {
+    const Question lower = next++;
+    return {lower, n % 2 == 1 ? lower : next++};
+  };
+  q.absolute = pair();
+  q.about = pair();
+  for (Question& question : q.beyond) question = next++;
+  q.beyond_asked = next;
+  next += wanted.has_quantiles ? wanted.extras.outliers.size() : 0;
+  q.beyond_lsst = next;
+  next += wanted.has_quantiles;
+  q.absolute_asked = next;
+  next += wanted.absolute.size();
+  q.count = next;
+  return q;
+}
+
+template <class Sum>
+void Tally<Sum>::ask(std::uint64_t n, const Wanted& wanted) {
+  const Questions q = questions(n, wanted);
+  const std::uint64_t lower = (n - 1) / 2;
+  const std::uint64_t upper = n / 2;
+  for (const std::uint64_t rank : q.ranks) search_.rank(rank);
+  search_.distance(lower, 0.0);
+  if (upper != lower) search_.distance(upper, 0.0);
+  search_.distance(lower, q.rank(lower), q.rank(upper));
+  if (upper != lower) search_.distance(upper, q.rank(lower), q.rank(upper));
+
+  // sigma^2 is rms^2 - bias^2 up to rounding.
+  const double variance = rms_ * rms_ - bias_ * bias_;
+  const double rounding = 1e-9 * rms_ * rms_;
+  const auto lows = outlier_bounds(std::sqrt(std::max(variance - rounding, 0.0)));
+  const auto highs = outlier_bounds(std::sqrt(std::max(variance, 0.0) + rounding));
+  for (std::size_t k = 0; k < lows.size(); ++k) search_.beyond({lows[k], highs[k]});
+  if (wanted.has_quantiles) {
+    for (const double bound : wanted.extras.outliers) search_.beyond({bound, bound});
+    search_.beyond(expected_lsst_bound(n, q));
+  }
+  for (const std::uint64_t rank : wanted.absolute) search_.distance(std::min(rank, n - 1), 0.0);
+}
+
+// Where LSST's bound lies, which follows from quartiles that may not be known yet.
+template <class Sum>
+Interval Tally<Sum>::expected_lsst_bound(std::uint64_t n, const Questions& q) const {
+  const auto quartile = [&](double percent, double Interval::*bound) {
+    return percentile(n, percent, [&](std::uint64_t rank) {
+      return -(search_.expected(q.rank(n - 1 - rank)).*bound);
+    });
+  };
+  const auto bound_of = [](double range) { return lsst_bound(range / kIqrFactor); };
+  // A high residual is a low error.
+  return {bound_of(quartile(75, &Interval::high) - quartile(25, &Interval::low)),
+          bound_of(quartile(75, &Interval::low) - quartile(25, &Interval::high))};
+}
+
+template <class Sum>
+void Tally<Sum>::count_outliers(const Questions& q, std::uint64_t n, const Wanted& wanted) {
+  const auto bounds = outlier_bounds(sigma_);
+  for (std::size_t k = 0; k < bounds.size(); ++k) search_.count_beyond(q.beyond[k], bounds[k]);
+  if (!wanted.has_quantiles) return;
+  for (std::size_t k = 0; k < wanted.extras.outliers.size(); ++k) {
+    search_.count_beyond(q.beyond_asked + k, wanted.extras.outliers[k]);
+  }
+  bool has_quartiles = true;
+  const auto value = [&](std::uint64_t rank) {
+    has_quartiles &= search_.is_known(q.rank(rank));
+    return search_.value(q.rank(rank));
+  };
+  const double bound = lsst_bound(sigma_iqr(n, lsst_errors(n, value)));
+  if (has_quartiles) {
+    search_.count_beyond(q.beyond_lsst, bound);
+  } else {
+    search_.expect(q.beyond_lsst, expected_lsst_bound(n, q));
+  }
+}
+
+// ---- answers ----
+
+template <class Sum>
+bool Tally<Sum>::has_infinite_median(const Wanted& wanted) const {
+  const std::uint64_t n = search_.size();
+  if (n == 0) return false;
+  const Questions q = questions(n, wanted);
+  return !std::isfinite(search_.middle(q.rank((n - 1) / 2), q.rank(n / 2)));
+}
+
+template <class Sum>
+Found Tally<Sum>::found(std::uint64_t n, const Wanted& wanted) const {
+  Found found;
+  ResidualStatistics& s = found.statistics;
+  s.bias = bias_;
+  s.sigma = sigma_;
+  s.rms = rms_;
+  const std::uint64_t size = search_.size();
+  const Questions q = questions(std::max<std::uint64_t>(size, 1), wanted);
+  const bool has_medians = !has_nan_ && size > 0;
+  const auto middle = [&](const std::array<Question, 2>& pair) {
+    return has_medians ? search_.middle(pair[0], pair[1]) : kNaN;
+  };
+  s.mad = middle(q.absolute);
+  s.nmad = s.mad * kNmadFactor;
+  s.mad_delta = middle(q.about);
+  std::array<std::uint64_t, 5> counts{};
+  for (std::size_t k = 0; k < counts.size() && size > 0; ++k) counts[k] = search_.counted(q.beyond[k]);
+  set_outliers(s, counts, n);
+  if (wanted.has_quantiles) set_quantiles(found, n, wanted);
+  if (wanted.has_fourth) {
+    const auto mean = [n](const auto& sum) { return sum.total() / static_cast<double>(n); };
+    found.spread = {mean(squares_), mean(fourth_), mean(deviations_), mean(fourth_about_), {}};
+    for (std::size_t k = 0; k < wanted.absolute.size(); ++k) {
+      const bool is_number = wanted.absolute[k] < size;
+      found.spread.absolute.push_back(is_number ? search_.value(q.absolute_asked + k) : kNaN);
+    }
+  }
+  return found;
+}
+
+template <class Sum>
+void Tally<Sum>::set_quantiles(Found& found, std::uint64_t n, const Wanted& wanted) const {
+  const std::uint64_t size = search_.size();
+  const Questions q = questions(std::max<std::uint64_t>(size, 1), wanted);
+  for (std::size_t k = 0; k < wanted.extras.outliers.size(); ++k) {
+    const std::uint64_t count = size == 0 ? 0 : search_.counted(q.beyond_asked + k);
+    found.quantiles.outliers.push_back(percentage(static_cast<double>(count), n));
+  }
+  if (has_nan_ || size == 0) {
+    set_quantiles_nan(found, wanted);
+    return;
+  }
+  set_order_statistics(found, n, wanted,
+                       [&](std::uint64_t rank) { return search_.value(q.rank(rank)); });
+  const double median = found.quantiles.median;
+  // All distances from a median that overflowed are infinite, unless a value is.
+  found.lsst.sigma_mad = std::isinf(median) && !search_.has(median)
+                             ? kInfinity
+                             : search_.middle(q.about[0], q.about[1]) * kNmadFactor;
+  const auto outliers = static_cast<double>(search_.counted(q.beyond_lsst));
+  found.lsst.outlier_rate = outliers / static_cast<double>(n);
+}
+
+// ---- states ----
+
+template <class Sum>
+Tally<Sum> Tally<Sum>::fresh() const {
+  Tally fresh;
+  fresh.bias_ = bias_;
+  fresh.rms_ = rms_;
+  fresh.sigma_ = sigma_;
+  fresh.has_nan_ = has_nan_;
+  fresh.search_ = search_.fresh();
+  return fresh;
+}
+
+template <class Sum>
+void Tally<Sum>::merge(const Tally& other)
+  requires kIsExact<Sum>
+{
+  search_.merge(other.search_);
+  sum_.merge(other.sum_);
+  squares_.merge(other.squares_);
+  deviations_.merge(other.deviations_);
+}
+
+template <class Sum>
+void Tally<Sum>::write(ByteWriter& out) const
+  requires kIsExact<Sum>
+{
+  for (const Sum* sum : {&sum_, &squares_, &deviations_}) sum->write(out);
+  for (const double number : {bias_, rms_, sigma_}) out.number(number);
+  out.integer(has_nan_);
+  search_.write(out);
+}
+
+template <class Sum>
+Tally<Sum> Tally<Sum>::read(ByteReader& in)
+  requires kIsExact<Sum>
+{
+  Tally tally;
+  for (Sum* sum : {&tally.sum_, &tally.squares_, &tally.deviations_}) *sum = Sum::read(in);
+  for (double* number : {&tally.bias_, &tally.rms_, &tally.sigma_}) *number = in.number();
+  tally.has_nan_ = in.index(2) == 1;
+  tally.search_ = Search::read(in);
+  return tally;
+}
+
+template <class Sum>
+bool Tally<Sum>::fits(bool first_pass, bool is_done, const Wanted& wanted) const {
+  if (search_.has_counted() == first_pass) return false;
+  if (first_pass) return true;
+  const std::uint64_t size = search_.size();
+  return search_.questions() == (size == 0 ? 0 : questions(size, wanted).count) &&
+         (!is_done || search_.is_done());
+}
+
+template class Tally<InOrderSum>;
+template class Tally<ExactSum>;
+template Found by_definition<InOrderSum>(std::span<const double>, const Wanted&, const Checkpoint&);
+template Found by_definition<ExactSum>(std::span<const double>, const Wanted&, const Checkpoint&);
+
+}  // namespace vostrel
