@@ -15,7 +15,6 @@
 #include <string_view>
 #include <vector>
 
-#include "statistics/order_statistics.h"
 #include "statistics/statistics.h"
 #include "text/copy_number.h"
 #include "text/line_reader.h"

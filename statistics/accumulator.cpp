@@ -149,9 +149,7 @@ FoundOfBoth BasicAccumulator<Sum>::result(const Checkpoint& checkpoint) const {
 // ---- states ----
 
 template <class Sum>
-BasicAccumulator<Sum> BasicAccumulator<Sum>::fresh() const
-  requires kIsExact<Sum>
-{
+BasicAccumulator<Sum> BasicAccumulator<Sum>::fresh() const requires kIsExact<Sum> {
   BasicAccumulator fresh(wanted_);
   fresh.step_ = step_;
   fresh.size_ = size_;
@@ -163,9 +161,7 @@ BasicAccumulator<Sum> BasicAccumulator<Sum>::fresh() const
 }
 
 template <class Sum>
-void BasicAccumulator<Sum>::merge(const BasicAccumulator& state)
-  requires kIsExact<Sum>
-{
+void BasicAccumulator<Sum>::merge(const BasicAccumulator& state) requires kIsExact<Sum> {
   if (state.step_ != step_ || state.size_ != size_ || state.checksum_ != checksum_) {
     throw std::invalid_argument("states belong to different passes");
   }
@@ -184,9 +180,7 @@ void BasicAccumulator<Sum>::merge(const BasicAccumulator& state)
 }
 
 template <class Sum>
-std::string BasicAccumulator<Sum>::to_bytes() const
-  requires kIsExact<Sum>
-{
+std::string BasicAccumulator<Sum>::to_bytes() const requires kIsExact<Sum> {
   ByteWriter out;
   out.integer(kFormat);
   wanted_.write(out);
@@ -201,9 +195,8 @@ std::string BasicAccumulator<Sum>::to_bytes() const
 }
 
 template <class Sum>
-BasicAccumulator<Sum> BasicAccumulator<Sum>::from_bytes(std::string_view bytes)
-  requires kIsExact<Sum>
-{
+BasicAccumulator<Sum> BasicAccumulator<Sum>::from_bytes(
+    std::string_view bytes) requires kIsExact<Sum> {
   ByteReader in(bytes);
   in.require(in.integer() == kFormat);
   BasicAccumulator state(Wanted::read(in));
@@ -219,8 +212,8 @@ BasicAccumulator<Sum> BasicAccumulator<Sum>::from_bytes(std::string_view bytes)
   state.norm_ = Tally<Sum>::read(in);
   in.require(in.at_end() && state.kept_delta_.size() == state.kept_norm_.size());
   for (const Tally<Sum>* tally : {&state.delta_, &state.norm_}) {
-    in.require(state.keeps_ || tally->fits(state.step_ == Step::kFirst,
-                                           state.step_ == Step::kDone, state.wanted_));
+    in.require(state.keeps_ ||
+               tally->fits(state.step_ == Step::kFirst, state.step_ == Step::kDone, state.wanted_));
   }
   return state;
 }
@@ -237,8 +230,7 @@ class Accumulator::State : public ExactAccumulator {
 };
 
 Accumulator::Accumulator() : state_(std::make_unique<State>()) {}
-Accumulator::Accumulator(const Extras& extras)
-    : state_(std::make_unique<State>(Wanted(extras))) {}
+Accumulator::Accumulator(const Extras& extras) : state_(std::make_unique<State>(Wanted(extras))) {}
 Accumulator::Accumulator(std::unique_ptr<State> state) : state_(std::move(state)) {}
 Accumulator::Accumulator(const Accumulator& other)
     : state_(std::make_unique<State>(*other.state_)) {}

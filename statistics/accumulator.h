@@ -42,8 +42,8 @@ class Accumulator {
   /// Begins the first pass, for extended_result(), too.
   /// @throws std::invalid_argument as extended_statistics().
   explicit Accumulator(const Extras& extras);
-  Accumulator(const Accumulator&);               ///< Copies the state.
-  Accumulator(Accumulator&&) noexcept;           ///< The other may only be destroyed or assigned to.
+  Accumulator(const Accumulator&);      ///< Copies the state.
+  Accumulator(Accumulator&&) noexcept;  ///< The other may only be destroyed or assigned to.
   Accumulator& operator=(Accumulator) noexcept;  ///< Copies or moves the state.
   ~Accumulator();
 

@@ -55,14 +55,10 @@ class BasicAccumulator {
   FoundOfBoth result(const Checkpoint& checkpoint = [] {}) const;
   const Wanted& wanted() const { return wanted_; }
 
-  BasicAccumulator fresh() const
-    requires kIsExact<Sum>;
-  void merge(const BasicAccumulator& other)
-    requires kIsExact<Sum>;
-  std::string to_bytes() const
-    requires kIsExact<Sum>;
-  static BasicAccumulator from_bytes(std::string_view bytes)
-    requires kIsExact<Sum>;
+  BasicAccumulator fresh() const requires kIsExact<Sum>;
+  void merge(const BasicAccumulator& other) requires kIsExact<Sum>;
+  std::string to_bytes() const requires kIsExact<Sum>;
+  static BasicAccumulator from_bytes(std::string_view bytes) requires kIsExact<Sum>;
 
  private:
   enum class Step { kFirst, kSecond, kLater, kKeepAll, kDone };
@@ -76,11 +72,11 @@ class BasicAccumulator {
 
   Wanted wanted_;
   Step step_ = Step::kFirst;
-  std::uint64_t size_ = 0;            // of the first pass
-  std::uint64_t checksum_ = 0;        // of the first pass
-  std::uint64_t seen_ = 0;            // in this pass
-  std::uint64_t seen_checksum_ = 0;   // in this pass
-  bool keeps_ = true;                 // few objects are kept
+  std::uint64_t size_ = 0;           // of the first pass
+  std::uint64_t checksum_ = 0;       // of the first pass
+  std::uint64_t seen_ = 0;           // in this pass
+  std::uint64_t seen_checksum_ = 0;  // in this pass
+  bool keeps_ = true;                // few objects are kept
   std::vector<double> kept_delta_;
   std::vector<double> kept_norm_;
   Tally<Sum> delta_;

@@ -130,9 +130,7 @@ std::uint64_t BinnedAccumulator<Sum>::size() const {
 }
 
 template <class Sum>
-BinnedAccumulator<Sum> BinnedAccumulator<Sum>::fresh() const
-  requires kIsExact<Sum>
-{
+BinnedAccumulator<Sum> BinnedAccumulator<Sum>::fresh() const requires kIsExact<Sum> {
   BinnedAccumulator fresh(bins_);
   for (std::size_t bin = 0; bin < accumulators_.size(); ++bin) {
     const auto& accumulator = accumulators_[bin];
@@ -145,9 +143,7 @@ BinnedAccumulator<Sum> BinnedAccumulator<Sum>::fresh() const
 }
 
 template <class Sum>
-void BinnedAccumulator<Sum>::merge(const BinnedAccumulator& other)
-  requires kIsExact<Sum>
-{
+void BinnedAccumulator<Sum>::merge(const BinnedAccumulator& other) requires kIsExact<Sum> {
   if (other.bins_.edges() != bins_.edges()) {
     throw std::invalid_argument("states have different bins");
   }
@@ -167,16 +163,13 @@ void BinnedAccumulator<Sum>::merge(const BinnedAccumulator& other)
 }
 
 template <class Sum>
-std::string BinnedAccumulator<Sum>::to_bytes() const
-  requires kIsExact<Sum>
-{
+std::string BinnedAccumulator<Sum>::to_bytes() const requires kIsExact<Sum> {
   BinnedAccumulator whole(*this);
   whole.hand_over_all();
   ByteWriter out;
   out.numbers(bins_.edges());
   out.integer(first_pass_);
-  for (const std::uint64_t number :
-       {outside_, checksum_, seen_outside_, seen_checksum_}) {
+  for (const std::uint64_t number : {outside_, checksum_, seen_outside_, seen_checksum_}) {
     out.integer(number);
   }
   for (const auto& accumulator : whole.accumulators_) out.text(accumulator.to_bytes());
@@ -184,14 +177,13 @@ std::string BinnedAccumulator<Sum>::to_bytes() const
 }
 
 template <class Sum>
-BinnedAccumulator<Sum> BinnedAccumulator<Sum>::from_bytes(std::string_view bytes)
-  requires kIsExact<Sum>
-{
+BinnedAccumulator<Sum> BinnedAccumulator<Sum>::from_bytes(
+    std::string_view bytes) requires kIsExact<Sum> {
   ByteReader in(bytes);
   BinnedAccumulator state(Bins(in.numbers()));
   state.first_pass_ = in.index(2) != 0;
-  for (std::uint64_t* number : {&state.outside_, &state.checksum_, &state.seen_outside_,
-                                &state.seen_checksum_}) {
+  for (std::uint64_t* number :
+       {&state.outside_, &state.checksum_, &state.seen_outside_, &state.seen_checksum_}) {
     *number = in.integer();
   }
   for (auto& accumulator : state.accumulators_) {

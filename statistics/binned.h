@@ -78,14 +78,10 @@ class BinnedAccumulator {
   std::uint64_t size() const;
 
   /// These are like those of Accumulator.
-  BinnedAccumulator fresh() const
-    requires kIsExact<Sum>;
-  void merge(const BinnedAccumulator& other)
-    requires kIsExact<Sum>;
-  std::string to_bytes() const
-    requires kIsExact<Sum>;
-  static BinnedAccumulator from_bytes(std::string_view bytes)
-    requires kIsExact<Sum>;
+  BinnedAccumulator fresh() const requires kIsExact<Sum>;
+  void merge(const BinnedAccumulator& other) requires kIsExact<Sum>;
+  std::string to_bytes() const requires kIsExact<Sum>;
+  static BinnedAccumulator from_bytes(std::string_view bytes) requires kIsExact<Sum>;
 
   /// The numbers of each bin: with sums in order, bit for bit those of point_statistics() of the
   /// bin's objects in their order.

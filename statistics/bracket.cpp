@@ -101,7 +101,8 @@ void Bracket::keep_value(double value, std::uint64_t count) {
 void Bracket::sort_runs() {
   for (const double value : std::exchange(values_, {})) runs_.push_back({value, 1});
   std::sort(runs_.begin(), runs_.end(), [](const Run& a, const Run& b) {
-    return a.value < b.value || (a.value == b.value && std::signbit(a.value) > std::signbit(b.value));
+    return a.value < b.value ||
+           (a.value == b.value && std::signbit(a.value) > std::signbit(b.value));
   });
   std::size_t last = 0;
   for (std::size_t i = 1; i < runs_.size(); ++i) {
@@ -265,8 +266,8 @@ std::optional<double> Bracket::find_about(double center, std::uint64_t rank,
   std::vector<Run> runs = runs_in(first, last);
   std::uint64_t size = 0;
   for (const Run& run : runs) size += run.count;
-  const double found = select_run(runs, rank - nearer,
-                              [center](double value) { return std::fabs(value - center); });
+  const double found =
+      select_run(runs, rank - nearer, [center](double value) { return std::fabs(value - center); });
   const double moved = center == *key_.center ? 0 : up(std::fabs(center - *key_.center));
   if (moved == 0) return found;
   nearer += below();

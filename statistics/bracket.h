@@ -104,8 +104,7 @@ class Bracket {
   static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
   std::size_t cell_of(double key) const {
-    return static_cast<std::size_t>(
-        (static_cast<std::uint64_t>(order_of(key)) - first_) >> shift_);
+    return static_cast<std::size_t>((static_cast<std::uint64_t>(order_of(key)) - first_) >> shift_);
   }
   Interval keys_of(std::size_t cell) const;
   void take_inside(double key, double value, std::uint64_t count);

@@ -30,8 +30,7 @@ constexpr std::uint64_t folded_product(std::uint64_t a, std::uint64_t b) {
 /// A checksum of objects that doesn't depend on their order: the sum of a hash of each object.
 /// The hash mixes all bits of both columns, so it behaves like a random number, and another set of
 /// objects has the same sum with a probability of 2^-64.
-inline std::uint64_t checksum(std::span<const double> reference,
-                              std::span<const double> estimate) {
+inline std::uint64_t checksum(std::span<const double> reference, std::span<const double> estimate) {
   // The leading digits of pi.
   constexpr std::uint64_t kReferenceKey = 0x243f6a8885a308d3;
   constexpr std::uint64_t kEstimateKey = 0x13198a2e03707345;

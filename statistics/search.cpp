@@ -25,9 +25,7 @@ double finite(double value) { return std::clamp(value, -kLargest, kLargest); }
 double up(double value) { return std::nextafter(value, kInfinity); }
 double down(double value) { return std::nextafter(value, -kInfinity); }
 
-[[noreturn]] void refuse() {
-  throw std::invalid_argument("the data changed between passes");
-}
+[[noreturn]] void refuse() { throw std::invalid_argument("the data changed between passes"); }
 
 // How many values to keep to each side of a guess, if `count` values are in its buckets: five
 // standard deviations of a rank inside a bucket, and some more for the error of the density.
@@ -147,9 +145,7 @@ void Search::guess_rank(Asked& asked) const {
   asked.likely = {std::max(guess - half, bucket->low), std::min(guess + half, bucket->high)};
 }
 
-void Search::plan_rank(Asked& asked) {
-  add_bracket(asked, Key{}, asked.keys, asked.likely);
-}
+void Search::plan_rank(Asked& asked) { add_bracket(asked, Key{}, asked.keys, asked.likely); }
 
 // Where the center of a distance lies, as far as is known.
 Interval Search::center_of(const Asked& asked) const {
@@ -168,7 +164,8 @@ Interval Search::center_of(const Asked& asked) const {
 void Search::plan_distance(Asked& asked) {
   const Interval at = center_of(asked);
   const double center = at.low == at.high ? at.low : finite(at.low / 2 + at.high / 2);
-  const double uncertainty = at.low == at.high ? 0 : up(std::max(at.high - center, center - at.low));
+  const double uncertainty =
+      at.low == at.high ? 0 : up(std::max(at.high - center, center - at.low));
   if (asked.is_bounded) {
     // An order statistic moves by no more than the values do.
     const double moved = center == asked.center ? 0 : up(std::fabs(center - asked.center));
@@ -198,7 +195,8 @@ Interval Search::guess_distance(const Asked& asked) const {
   double high = finite(asked.keys.high);
   for (int step = 0; step < 60 && low < high; ++step) {
     const double distance = low + (high - low) / 2;
-    const double inside = guess.below(asked.center + distance) - guess.below(asked.center - distance);
+    const double inside =
+        guess.below(asked.center + distance) - guess.below(asked.center - distance);
     (inside < rank ? low : high) = distance;
   }
   const auto [right_density, right_count] = guess.density(asked.center + high);
@@ -209,11 +207,10 @@ Interval Search::guess_distance(const Asked& asked) const {
 }
 
 void Search::add_bracket(Asked& asked, Key key, Interval keys, Interval kept) {
-  const auto shared =
-      std::find_if(brackets_.begin(), brackets_.end(), [&](const Bracket& bracket) {
-        return bracket.key() == key && keys.low <= bracket.keys().high &&
-               keys.high >= bracket.keys().low;
-      });
+  const auto shared = std::find_if(brackets_.begin(), brackets_.end(), [&](const Bracket& bracket) {
+    return bracket.key() == key && keys.low <= bracket.keys().high &&
+           keys.high >= bracket.keys().low;
+  });
   asked.bracket = static_cast<std::size_t>(shared - brackets_.begin());
   if (shared == brackets_.end()) {
     brackets_.emplace_back(key, keys);
@@ -397,8 +394,8 @@ void Search::write(ByteWriter& out) const {
       out.integer(asked.about->first);
       out.integer(asked.about->second);
     }
-    for (const double number : {asked.center, asked.keys.low, asked.keys.high, asked.likely.low,
-                                asked.likely.high}) {
+    for (const double number :
+         {asked.center, asked.keys.low, asked.keys.high, asked.likely.low, asked.likely.high}) {
       out.number(number);
     }
     out.integer(asked.is_known);

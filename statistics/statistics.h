@@ -103,10 +103,10 @@ struct LsstMetrics {
 
 /// The statistics of n objects, with the further numbers.
 struct ExtendedStatistics {
-  PointStatistics point;
-  Quantiles delta;
-  Quantiles norm;
-  LsstMetrics lsst;
+  PointStatistics point;  ///< The statistics that are always there.
+  Quantiles delta;        ///< Of the residual.
+  Quantiles norm;         ///< Of the normalized residual.
+  LsstMetrics lsst;       ///< Of the error e.
 };
 
 /// As point_statistics(), with the further numbers, from the same passes over the arrays.
@@ -114,8 +114,7 @@ struct ExtendedStatistics {
 /// @throws std::invalid_argument if the arrays differ in length, a percentile is not between 0 and
 ///         100, or a bound is negative or NaN.
 ExtendedStatistics extended_statistics(std::span<const double> reference,
-                                       std::span<const double> estimate,
-                                       const Extras& extras = {});
+                                       std::span<const double> estimate, const Extras& extras = {});
 
 // ---- the pieces ---------------------------------------------------------------------------------
 //

@@ -400,7 +400,8 @@ Found Tally<Sum>::found(std::uint64_t n, const Wanted& wanted) const {
   s.nmad = s.mad * kNmadFactor;
   s.mad_delta = middle(q.about);
   std::array<std::uint64_t, 5> counts{};
-  for (std::size_t k = 0; k < counts.size() && size > 0; ++k) counts[k] = search_.counted(q.beyond[k]);
+  for (std::size_t k = 0; k < counts.size() && size > 0; ++k)
+    counts[k] = search_.counted(q.beyond[k]);
   set_outliers(s, counts, n);
   if (wanted.has_quantiles) set_quantiles(found, n, wanted);
   if (wanted.has_fourth) {
@@ -451,9 +452,7 @@ Tally<Sum> Tally<Sum>::fresh() const {
 }
 
 template <class Sum>
-void Tally<Sum>::merge(const Tally& other)
-  requires kIsExact<Sum>
-{
+void Tally<Sum>::merge(const Tally& other) requires kIsExact<Sum> {
   search_.merge(other.search_);
   sum_.merge(other.sum_);
   squares_.merge(other.squares_);
@@ -461,9 +460,7 @@ void Tally<Sum>::merge(const Tally& other)
 }
 
 template <class Sum>
-void Tally<Sum>::write(ByteWriter& out) const
-  requires kIsExact<Sum>
-{
+void Tally<Sum>::write(ByteWriter& out) const requires kIsExact<Sum> {
   for (const Sum* sum : {&sum_, &squares_, &deviations_}) sum->write(out);
   for (const double number : {bias_, rms_, sigma_}) out.number(number);
   out.integer(has_nan_);
@@ -471,9 +468,7 @@ void Tally<Sum>::write(ByteWriter& out) const
 }
 
 template <class Sum>
-Tally<Sum> Tally<Sum>::read(ByteReader& in)
-  requires kIsExact<Sum>
-{
+Tally<Sum> Tally<Sum>::read(ByteReader& in) requires kIsExact<Sum> {
   Tally tally;
   for (Sum* sum : {&tally.sum_, &tally.squares_, &tally.deviations_}) *sum = Sum::read(in);
   for (double* number : {&tally.bias_, &tally.rms_, &tally.sigma_}) *number = in.number();

@@ -32,9 +32,9 @@ struct Wanted {
   explicit Wanted(const Extras& asked_for);
 
   Extras extras = {};
-  bool has_quantiles = false;                  // median, percentiles, LSST's metrics
-  bool has_fourth = false;                     // means of fourth powers
-  std::vector<std::uint64_t> absolute = {};    // ranks of |residual|
+  bool has_quantiles = false;                // median, percentiles, LSST's metrics
+  bool has_fourth = false;                   // means of fourth powers
+  std::vector<std::uint64_t> absolute = {};  // ranks of |residual|
 
   /// The ranks whose values are wanted, ascending.
   std::vector<std::uint64_t> ranks(std::uint64_t n) const;
@@ -95,12 +95,9 @@ class Tally {
   Found found(std::uint64_t n, const Wanted& wanted) const;
 
   Tally fresh() const;
-  void merge(const Tally& other)
-    requires kIsExact<Sum>;
-  void write(ByteWriter& out) const
-    requires kIsExact<Sum>;
-  static Tally read(ByteReader& in)
-    requires kIsExact<Sum>;
+  void merge(const Tally& other) requires kIsExact<Sum>;
+  void write(ByteWriter& out) const requires kIsExact<Sum>;
+  static Tally read(ByteReader& in) requires kIsExact<Sum>;
   /// Whether a state that was read fits the pass.
   bool fits(bool first_pass, bool is_done, const Wanted& wanted) const;
 
@@ -115,7 +112,7 @@ class Tally {
     std::array<Question, 5> beyond;    // outlier_bounds()
     Question beyond_asked;             // the first of Extras::outliers
     Question beyond_lsst;
-    Question absolute_asked;           // the first of Wanted::absolute
+    Question absolute_asked;  // the first of Wanted::absolute
     std::size_t count;
 
     Question rank(std::uint64_t rank) const;

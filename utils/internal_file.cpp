@@ -87,10 +87,12 @@ class Reservation {
   }
 
  private:
-  // Whether there is memory for these rows. Short first rows inflate the estimate; if memory is
-  // limited, the vectors grow step by step instead.
+  // Whether there is memory for these rows and for the statistics, which take a few megabytes.
+  // Short first rows inflate the estimate; if memory is limited, the vectors grow step by step
+  // instead.
   static bool fits(double rows) {
-    const double bytes = rows * (sizeof(int) + 2 * sizeof(double));
+    constexpr double kStatistics = 8 << 20;
+    const double bytes = rows * (sizeof(int) + 2 * sizeof(double)) + kStatistics;
     if (bytes >= static_cast<double>(PTRDIFF_MAX)) return false;
     void* const memory = ::operator new(static_cast<std::size_t>(bytes), std::nothrow);
     ::operator delete(memory);

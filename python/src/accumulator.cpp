@@ -29,8 +29,7 @@ LeftOut add(Accumulator& passes, const Numbers& columns, const Arrays& masks, bo
   return {rows.masked(), rows.nan()};
 }
 
-LeftOut add_binned(ExactBins& passes, const Numbers& columns, const Arrays& masks,
-                   bool has_nan) {
+LeftOut add_binned(ExactBins& passes, const Numbers& columns, const Arrays& masks, bool has_nan) {
   Rows rows = rows_of(columns, masks, true);
   if (!has_nan) rows.expect_no_nan();
   const py::gil_scoped_release release;

@@ -112,7 +112,8 @@ py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, st
       for (const double value : block.by) search.count(value);
     });
     search.end_count();
-    if (search.size() != n) throw std::runtime_error("the arrays were changed while they were read");
+    if (search.size() != n)
+      throw std::runtime_error("the arrays were changed while they were read");
     for (const std::uint64_t rank : places) search.rank(rank);
     while (search.start_pass()) {
       for_each_block(rows, [&](const Block& block) { search.sift(block.by); });

@@ -113,8 +113,8 @@ class State(Generic[Core]):
         ------
         ValueError
             If there are no objects, if there is NaN with
-            ``nan_policy="raise"``, or if this pass had another number of
-            objects than the first, or NaN where the first had none.
+            ``nan_policy="raise"``, or if this pass had other objects than the
+            first, which a checksum of 64 bits tells.
         RuntimeError
             If no further pass is needed.
         """

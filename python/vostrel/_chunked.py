@@ -53,8 +53,8 @@ def chunked_statistics(
     Raises
     ------
     ValueError
-        As for `point_statistics`; also if a pass has another number of objects
-        than the first, or NaN where the first had none.
+        As for `point_statistics`; also if the data change between passes, which
+        a checksum of 64 bits tells.
     TypeError
         As for `point_statistics`; also if `chunks` can be read only once, or
         a chunk is not such a tuple.

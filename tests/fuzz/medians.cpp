@@ -4,7 +4,6 @@
 #include <span>
 
 #include "fuzz.h"
-#include "statistics/order_statistics.h"
 #include "statistics/statistics.h"
 #include "tests/plain/plain_utils.h"
 #include "tests/support/open_utils.h"

@@ -147,12 +147,41 @@ def test_no_objects(chunks):
 
 def test_a_function_must_return_new_chunks(rng):
     columns = redshifts(rng, 20_000)
-    spoiled = (columns[0], np.where(columns[0] > 1, np.nan, columns[1]))
-    passes = iter([[columns], [spoiled]])
-    with pytest.raises(ValueError, match="this pass had NaN, and the first had none"):
-        vostrel.chunked_statistics(lambda: next(passes))
     generator = (lambda: (chunk for chunk in cut(columns, 3)))
     assert vostrel.chunked_statistics(generator) == vostrel.chunked_statistics([columns])
+
+
+# Each keeps the number of objects.
+CHANGES = {
+    "a value": lambda z, p, by: [(z, np.where(by == by[7], p + 1e-14, p), by)],
+    "NaN": lambda z, p, by: [(z, np.where(by == by[7], np.nan, p), by)],
+    "two estimates swapped": lambda z, p, by: [(z, p[[1, 0, *range(2, len(p))]], by)],
+    "a chunk twice": lambda z, p, by: [
+        (z[:9], p[:9], by[:9]), (z[:9], p[:9], by[:9]), (z[18:], p[18:], by[18:])
+    ],
+    "the mask": lambda z, p, by: [(z[:1], p[:1], by[:1]), (z, p, by, by == by[1])],
+}
+
+
+@pytest.mark.parametrize("change", CHANGES)
+def test_data_that_change_between_passes_are_refused(rng, change):
+    columns = *redshifts(rng, 20_000), np.arange(20_000.0)
+    other = CHANGES[change](*columns)
+    assert sum(len(z) - sum(map(np.sum, mask)) for z, _, _, *mask in other) == 20_000
+    passes = iter([[columns], other])
+    with pytest.raises(ValueError, match="the data changed between passes"):
+        vostrel.chunked_binned_statistics(lambda: next(passes), bins=[0, 19_000, 19_900])
+    passes = iter([[columns[:2]], [(z, p, *mask) for z, p, _, *mask in other]])
+    with pytest.raises(ValueError, match="the data changed between passes"):
+        vostrel.chunked_statistics(lambda: next(passes))
+
+
+def test_bins_whose_quantity_changes_between_passes_are_refused(rng):
+    z, p = redshifts(rng, 20_000)
+    by = np.arange(20_000.0)
+    passes = iter([[(z, p, by)], [(z, p, by[::-1])]])
+    with pytest.raises(ValueError, match="the data changed between passes"):
+        vostrel.chunked_binned_statistics(lambda: next(passes), bins=[0, 20_000])
 
 
 def test_progress_is_reported(rng):

@@ -15,7 +15,6 @@
 #include <string_view>
 #include <vector>
 
-#include "statistics/order_statistics.h"
 #include "statistics/statistics.h"
 #include "tests/plain/plain_utils.h"
 #include "tests/support/bits.h"

@@ -97,17 +97,17 @@ void expect_same(const PointStatistics& found, const PointStatistics& expected) 
   }
 }
 
-TEST(BinnedAccumulator, EachBinHasTheBitsOfItsObjects) {
+TEST(InOrderBins, EachBinHasTheBitsOfItsObjects) {
   const std::size_t n = 20'000;
   const auto [reference, estimate, by] = drawn(n);
   const Bins bins({18, 20, 20.001, 23});
-  BinnedAccumulator passes(bins, Sums::kInOrder);
+  InOrderBins passes(bins);
   do {
     passes.add(reference, estimate, by);
   } while (passes.end_pass());
 
   std::uint64_t inside = 0;
-  const std::vector<PointStatistics> results = passes.results();
+  const std::vector<FoundOfBoth> results = passes.results();
   for (std::size_t bin = 0; bin < bins.size(); ++bin) {
     std::vector<double> references;
     std::vector<double> estimates;
@@ -117,36 +117,35 @@ TEST(BinnedAccumulator, EachBinHasTheBitsOfItsObjects) {
       estimates.push_back(estimate[i]);
     }
     const PointStatistics expected = point_statistics(references, estimates);
-    expect_same(results[bin], expected);
+    expect_same(results[bin].point(), expected);
     inside += expected.n;
   }
   EXPECT_EQ(passes.outside(), n - inside);
 }
 
 // One bin has too many objects for a single pass, another has not.
-TEST(BinnedAccumulator, AreTheSameByThreeWorkersThatSendBytes) {
+TEST(ExactBins, AreTheSameByThreeWorkersThatSendBytes) {
   const std::size_t n = 20'000;
   const Objects objects = drawn(n);
-  const auto add = [&](BinnedAccumulator& passes, std::size_t first, std::size_t count) {
+  const auto add = [&](ExactBins& passes, std::size_t first, std::size_t count) {
     passes.add(std::span(objects.reference).subspan(first, count),
                std::span(objects.estimate).subspan(first, count),
                std::span(objects.by).subspan(first, count));
   };
-  BinnedAccumulator alone(Bins({18, 22, 23}), Sums::kExact);
-  BinnedAccumulator shared = alone.fresh();
+  ExactBins alone(Bins({18, 22, 23}));
+  ExactBins shared = alone.fresh();
   int passes = 0;
   for (bool another = true; another; ++passes) {
     add(alone, 0, n);
-    BinnedAccumulator merged = shared.fresh();
+    ExactBins merged = shared.fresh();
     for (const std::size_t third : {2U, 0U, 1U}) {
-      BinnedAccumulator worker = shared.fresh();
+      ExactBins worker = shared.fresh();
       add(worker, third * n / 3, (third + 1) * n / 3 - third * n / 3);
-      merged.merge(third == 0 ? worker : BinnedAccumulator::from_bytes(worker.to_bytes()));
+      merged.merge(third == 0 ? worker : ExactBins::from_bytes(worker.to_bytes()));
     }
     EXPECT_EQ(merged.size(), n);
     EXPECT_EQ(merged.outside(), alone.outside());
-    EXPECT_THROW(merged.merge(BinnedAccumulator(Bins({18, 22, 24}), Sums::kExact)),
-                 std::invalid_argument);
+    EXPECT_THROW(merged.merge(ExactBins(Bins({18, 22, 24}))), std::invalid_argument);
     another = merged.end_pass();
     EXPECT_EQ(alone.end_pass(), another);
     shared = std::move(merged);
@@ -154,29 +153,28 @@ TEST(BinnedAccumulator, AreTheSameByThreeWorkersThatSendBytes) {
   EXPECT_GE(passes, 2);
   EXPECT_EQ(shared.size(), n);
   for (std::size_t bin = 0; bin < 2; ++bin) {
-    expect_same(shared.results()[bin], alone.results()[bin]);
+    expect_same(shared.results()[bin].point(), alone.results()[bin].point());
   }
-  EXPECT_THROW(shared.merge(BinnedAccumulator(Bins({18, 22, 23}), Sums::kExact)),
-               std::invalid_argument);
+  EXPECT_THROW(shared.merge(ExactBins(Bins({18, 22, 23}))), std::invalid_argument);
   const std::string bytes = shared.to_bytes();
-  EXPECT_THROW(BinnedAccumulator::from_bytes(bytes + "x"), std::invalid_argument);
+  EXPECT_THROW(ExactBins::from_bytes(bytes + "x"), std::invalid_argument);
 }
 
-TEST(BinnedAccumulator, ColumnsOfDifferentLengthsAreRefused) {
-  BinnedAccumulator passes(Bins({0, 1}), Sums::kInOrder);
+TEST(InOrderBins, ColumnsOfDifferentLengthsAreRefused) {
+  InOrderBins passes(Bins({0, 1}));
   const std::vector<double> one = {0.5};
   EXPECT_THROW(passes.add({}, one, one), std::invalid_argument);
   EXPECT_THROW(passes.add(one, {}, one), std::invalid_argument);
 }
 
-TEST(BinnedAccumulator, AnEmptyBinIsNaN) {
-  BinnedAccumulator passes(Bins({0, 1, 2}), Sums::kInOrder);
+TEST(InOrderBins, AnEmptyBinIsNaN) {
+  InOrderBins passes(Bins({0, 1, 2}));
   const std::vector<double> column = {0.5};
   do {
     passes.add(column, column, column);
   } while (passes.end_pass());
   EXPECT_EQ(passes.results()[1].n, 0U);
-  EXPECT_TRUE(std::isnan(passes.results()[1].norm.bias));
+  EXPECT_TRUE(std::isnan(passes.results()[1].point().norm.bias));
 }
 
 TEST(BinnedObjects, EachBinHasItsObjectsInTheirOrder) {

@@ -1,17 +1,17 @@
-// The medians, compared bit by bit with the bubble sort. Large arrays are compared with a sort of
-// each stretch between NaNs, which is itself compared with the bubble sort.
+// The pieces. Medians are compared bit by bit with the bubble sort. Large arrays are compared with
+// a sort of each stretch between NaNs, which is itself compared with the bubble sort.
 
-#include "statistics/order_statistics.h"
+#include "statistics/statistics.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <functional>
 #include <span>
 #include <vector>
 
-#include "statistics/statistics.h"
 #include "tests/plain/plain_utils.h"
 #include "tests/support/bits.h"
 #include "tests/support/random.h"
@@ -90,7 +90,7 @@ void expect_medians_of_the_bubble_sort(const Values& values, double center) {
       << shown(values) << "around " << center;
 }
 
-TEST(OrderStatistics, ReturnNaNForNoValues) {
+TEST(Medians, ReturnNaNForNoValues) {
   const Values none;
   EXPECT_TRUE(std::isnan(vostrel::median(none)));
   EXPECT_TRUE(std::isnan(vostrel::absolute_median(none)));
@@ -98,7 +98,7 @@ TEST(OrderStatistics, ReturnNaNForNoValues) {
   expect_medians_of_the_bubble_sort(none, 0.0);
 }
 
-TEST(OrderStatistics, MatchHandComputedValues) {
+TEST(Medians, MatchHandComputedValues) {
   const struct {
     const char* name;
     Values values;
@@ -122,7 +122,7 @@ TEST(OrderStatistics, MatchHandComputedValues) {
   EXPECT_EQ(vostrel::mad_about_median(values), 1);
 }
 
-TEST(OrderStatistics, MatchTheBubbleSortOnSmallArrays) {
+TEST(Medians, MatchTheBubbleSortOnSmallArrays) {
   Random random;
   for (int i = 0; i < rounds(300000); ++i) {
     const Values values = small_array(random, random.below(random.one_in(4) ? 65 : 14));
@@ -131,7 +131,7 @@ TEST(OrderStatistics, MatchTheBubbleSortOnSmallArrays) {
   }
 }
 
-TEST(OrderStatistics, MatchTheBubbleSortOnUpTo2000Values) {
+TEST(Medians, MatchTheBubbleSortOnUpTo2000Values) {
   Random random;
   for (int i = 0; i < rounds(60); ++i) {
     const Values values = small_array(random, 65 + random.below(1936));
@@ -140,7 +140,7 @@ TEST(OrderStatistics, MatchTheBubbleSortOnUpTo2000Values) {
   }
 }
 
-TEST(OrderStatistics, MatchTheBubbleSortOnEveryOrderOfFiveValues) {
+TEST(Medians, MatchTheBubbleSortOnEveryOrderOfFiveValues) {
   // Five places, each one of five values: two zeros, a number, an infinity, a NaN.
   const double kFew[] = {0.0, -0.0, 1.0, -kInfinity, kNaN};
   for (std::size_t code = 0; code < 3125; ++code) {
@@ -238,13 +238,42 @@ void expect_medians_of_sorting(const Shape& shape, Random& random, std::size_t n
             bits_without_payload(median_by_stretches(distances(values, median))));
 }
 
-TEST(OrderStatistics, MatchSortingOnLargeArraysOfEveryShape) {
+TEST(Medians, MatchSortingOnLargeArraysOfEveryShape) {
   Random random;
   for (const Shape& shape : kShapes) {
     for (const std::size_t n : {3000u, 4097u, 100000u, 100001u}) {
       expect_medians_of_sorting(shape, random, n);
     }
   }
+}
+
+// ---- outliers ----
+
+using Counts = std::array<std::uint64_t, 5>;
+
+TEST(CountOutliers, IsStrictAndMeasuresFromZero) {
+  // Beyond 0.15, 0.1, 0.2, 0.3 (in doubles 3 * 0.1 exceeds 0.3) and 0.4.
+  EXPECT_EQ(vostrel::count_outliers(std::vector{0.1, -0.2, 0.3, -0.4}, 0.1),
+            (Counts{3, 3, 2, 1, 0}));
+  EXPECT_EQ(vostrel::count_outliers({}, 0.1), Counts{});
+}
+
+TEST(CountOutliers, UsesTheDoubleNearestTo015) {
+  const std::vector<double> about = {0.15, std::nextafter(0.15, 1.0), -0.15,
+                                     -std::nextafter(0.15, 1.0)};
+  EXPECT_EQ(vostrel::count_outliers(about, 1.0), (Counts{2, 0, 0, 0, 0}));
+}
+
+TEST(CountOutliers, CountsInfinitiesAndNeverNaN) {
+  EXPECT_EQ(vostrel::count_outliers(std::vector{kInfinity, -kInfinity, kNaN}, 1.0),
+            (Counts{2, 2, 2, 2, 2}));
+  EXPECT_EQ(vostrel::count_outliers(std::vector{1.0, kInfinity}, kNaN), (Counts{2, 0, 0, 0, 0}));
+}
+
+TEST(Percentage, DividesFirst) {
+  // 87 / 640 is 0.1359375, which rounds down in doubles.
+  EXPECT_EQ(vostrel::percentage(87, 640), 87.0 / 640.0 * 100.0);
+  EXPECT_LT(vostrel::percentage(87, 640), 13.59375);
 }
 
 }  // namespace

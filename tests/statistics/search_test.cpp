@@ -1,0 +1,187 @@
+// The answers of a search, compared with sorting, and how many passes they take.
+
+#include "statistics/search.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "statistics/bytes.h"
+#include "tests/support/bits.h"
+#include "tests/support/random.h"
+#include "tests/support/sorted_stretches.h"
+
+namespace vostrel {
+namespace {
+
+using Values = std::vector<double>;
+
+// ---- how a pass is made ----
+
+Search sent(const Search& search) {
+  ByteWriter out;
+  search.write(out);
+  const std::string bytes = out.take();
+  ByteReader in(bytes);
+  Search read = Search::read(in);
+  if (!in.at_end()) throw std::logic_error("bytes are left");
+  return read;
+}
+
+// All values in one block, those that aren't needed too.
+void sift_whole(Search& search, std::span<const double> values) { search.sift(values); }
+
+// Two workers that send bytes have a part each. The values that aren't needed are left out.
+void sift_by_workers(Search& search, std::span<const double> values) {
+  const std::size_t cut = values.size() / 3;
+  for (const auto part : {values.first(cut), values.subspan(cut)}) {
+    Search worker = sent(search.fresh());
+    for (const double value : part) {
+      if (worker.needs(value) != 0) worker.sift({&value, 1});
+    }
+    search.merge(sent(worker));
+  }
+  search = sent(search);
+}
+
+// ---- all kinds of questions ----
+
+struct Passes {
+  Search search;
+  int count = 1;
+};
+
+Values sorted(Values values) {
+  std::sort(values.begin(), values.end());
+  return values;
+}
+
+void expect_value(const Search& search, Search::Question question, double expected) {
+  ASSERT_TRUE(search.is_known(question));
+  const double found = search.value(question);
+  ASSERT_TRUE(found == expected || (std::isnan(found) && std::isnan(expected)))
+      << found << " is not " << expected;
+}
+
+// Asks everything. The bounds are known only after the second pass, and guessed up to `error`.
+// Returns the number of passes.
+template <class Sift>
+int expect_sorted(const Values& values, double error, Sift sift) {
+  const std::size_t n = values.size();
+  const Values by_value = sorted(values);
+  const Values by_size = sorted(absolutes(values));
+  const double center = middle_of(by_value);
+  const Values by_distance = sorted(distances(values, center));
+  const std::vector<std::size_t> ranks = {n / 2, (n - 1) / 2, n / 4, n - 1 - n / 6, 0, n - 1};
+
+  Search search;
+  for (const double value : values) search.count(value);
+  search.end_count();
+  std::vector<Search::Question> questions;
+  for (const std::size_t rank : ranks) questions.push_back(search.rank(rank));
+  const auto size = search.distance(n / 2, 0.0);
+  const auto lower = search.distance((n - 1) / 2, questions[1], questions[0]);
+  const auto upper = search.distance(n / 2, questions[1], questions[0]);
+  std::vector<double> bounds = {0.15, by_size[n - 1 - n / 10], by_size[n / 2], kNaN};
+  std::vector<Search::Question> beyond;
+  for (const double bound : bounds) {
+    beyond.push_back(search.beyond({bound * (1 - error), bound * (1 + error / 2)}));
+  }
+
+  int passes = 1;
+  while (search.start_pass()) {
+    sift(search, std::span(values));
+    search.end_pass();
+    for (std::size_t k = 0; k < bounds.size(); ++k) search.count_beyond(beyond[k], bounds[k]);
+    ++passes;
+  }
+  for (std::size_t k = 0; k < ranks.size(); ++k) {
+    expect_value(search, questions[k], by_value[ranks[k]]);
+  }
+  expect_value(search, size, by_size[n / 2]);
+  const bool has_center = std::isfinite(center);
+  expect_value(search, lower, has_center ? by_distance[(n - 1) / 2] : kNaN);
+  expect_value(search, upper, has_center ? by_distance[n / 2] : kNaN);
+  for (std::size_t k = 0; k < bounds.size(); ++k) {
+    const auto count =
+        std::count_if(by_size.begin(), by_size.end(), [&](double v) { return v > bounds[k]; });
+    EXPECT_EQ(search.counted(beyond[k]), static_cast<std::uint64_t>(count)) << bounds[k];
+  }
+  return passes;
+}
+
+// ---- kinds of values ----
+
+struct Kind {
+  const char* name;
+  std::function<double(Random&, std::size_t)> value;
+};
+
+const std::vector<Kind> kKinds = {
+    {"normal", [](Random& r, std::size_t) { return 0.01 + 0.03 * r.normal(); }},
+    {"heavy tails", [](Random& r, std::size_t) { return r.normal() / r.fraction(); }},
+    {"a grid", [](Random& r, std::size_t) { return 0.01 * std::floor(30 * r.normal()); }},
+    {"constant", [](Random&, std::size_t) { return 0.1; }},
+    {"two values", [](Random& r, std::size_t) { return r.one_in(2) ? 0.1 : -0.3; }},
+    {"three neighbours",
+     [](Random& r, std::size_t) {
+       return std::nextafter(0.15, static_cast<double>(r.below(3)) * 0.15);
+     }},
+    {"neighbouring doubles",
+     [](Random& r, std::size_t) { return 1 + static_cast<double>(r.below(1 << 20)) * 0x1p-52; }},
+    {"a narrow cluster", [](Random& r, std::size_t) { return 1 + 1e-9 * r.normal(); }},
+    {"all exponents",
+     [](Random& r, std::size_t) {
+       return std::ldexp(r.normal(), static_cast<int>(r.below(1900)) - 950);
+     }},
+    {"zeros of both signs", [](Random& r, std::size_t) { return r.one_in(2) ? 0.0 : -0.0; }},
+    {"zeros among others",
+     [](Random& r, std::size_t) {
+       return r.one_in(3) ? 1e-3 * r.normal() : r.one_in(2) ? 0.0 : -0.0;
+     }},
+    {"infinities", [](Random& r, std::size_t) { return r.one_in(3) ? kInfinity : r.normal(); }},
+    {"an infinite median",
+     [](Random& r, std::size_t i) { return i % 5 < 3 ? -kInfinity : r.normal(); }},
+    {"the ends of the doubles",
+     [](Random& r, std::size_t i) { return i % 3 == 0 ? r.normal() : 1.7e308 * r.normal(); }},
+    {"two narrow clusters",
+     [](Random& r, std::size_t i) {
+       return i % 2 == 0 ? -1 - 1e-12 * r.normal() : 1 + 1e-12 * r.normal();
+     }},
+    {"rounded distances",
+     [](Random& r, std::size_t i) {
+       return i % 5 == 0 ? 1 : r.one_in(2) ? 3 : (r.fraction() - 0.5) * 0x1p-48;
+     }},
+};
+
+TEST(Search, MatchesSorting) {
+  Random random;
+  for (int round = 0; round < rounds(400); ++round) {
+    const Kind& kind = kKinds[static_cast<std::size_t>(round) % kKinds.size()];
+    const std::size_t n = 1 + random.below(random.one_in(2)   ? 200
+                                           : random.one_in(4) ? 200'000
+                                                              : 20'000);
+    SCOPED_TRACE(kind.name + (" of " + std::to_string(n)));
+    Values values(n);
+    for (std::size_t i = 0; i < n; ++i) values[i] = kind.value(random, i);
+    const double error = random.one_in(2) ? 0 : random.fraction() / 10;
+    if (random.one_in(2)) {
+      expect_sorted(values, error, sift_whole);
+    } else {
+      expect_sorted(values, error, sift_by_workers);
+    }
+    if (HasFatalFailure() || HasNonfatalFailure()) return;
+  }
+}
+
+}  // namespace
+}  // namespace vostrel
