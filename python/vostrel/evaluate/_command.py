@@ -54,14 +54,12 @@ class Progress:
     def __init__(self) -> None:
         self._due = time.monotonic() + 1
         self._shown = False
-        self.total: int | None = None  # rows of the table
 
     def __call__(self, what: str, done: int, total: int | None) -> None:
         """Replace the line."""
         now = time.monotonic()
         if now < self._due or not sys.stderr.isatty():
             return
-        total = self.total if total is None else total
         text = f"{what}: {done:,}"
         if total:
             filled = min(20, 20 * done // total)
@@ -125,7 +123,6 @@ def judged(
     selection = Selection(table, roles, condition, options.missing)
     if options.report is not None:
         _page.check()
-    progress.total = table.rows
     with ExitStack() as stack:
         watch = None
         if options.table is not None:

@@ -60,19 +60,19 @@ def evaluate(
     """Return all numbers. `watch` sees the objects of the first pass."""
     counts = Counts()
     results = Results(counts)
-    held: list[Objects] = []
-    size = 0
-    chunks = _watched(selection.objects(counts), progress, counts, watch)
+    store = Store(selection, options.memory)
+    chunks = _watched(selection, progress, counts, watch)
     for objects in chunks:
-        held.append(objects)
-        size += objects.nbytes
-        if size > options.memory:
+        store.add(objects)
+        if store.nbytes > options.memory:
             refuse_large(options)
-            _in_passes(results, selection, options, chain(_released(held), chunks), progress)
+            first = chain([store.objects()], chunks)
+            del store
+            _in_passes(results, selection, options, first, progress)
             return results
     if not counts.used:
         raise EvaluateError(f"no objects are left: {counts_text(counts)}")
-    results.objects = _joined(held)
+    results.objects = store.objects()
     _in_memory(results, selection, options, progress)
     return results
 
@@ -98,35 +98,53 @@ def refuse_large(options: Options) -> None:
 
 
 def _watched(
-    chunks: Iterator[Objects],
+    selection: Selection,
     progress: Progress,
     counts: Counts,
     watch: Callable[[Objects], None] | None,
 ) -> Iterator[Objects]:
-    for objects in chunks:
+    for objects in selection.objects(counts):
         if watch is not None:
             watch(objects)
-        progress("reading", counts.read, None)
+        progress("reading", counts.read, selection.rows)
         yield objects
 
 
-def _released(held: list[Objects]) -> Iterator[Objects]:
-    """Go over the objects, and keep none of those that are done."""
-    while held:
-        yield held.pop(0)
+class Store:
+    """Objects that are kept in memory, in arrays that grow: joining chunks would copy them."""
 
+    def __init__(self, selection: Selection, memory: int) -> None:
+        self._selection = selection
+        self._memory = memory
+        self._size = 0
+        self._numbers: dict[str, NDArray[np.float64]] = {}
+        self._groups: list[NDArray[Any]] = []
+        self.nbytes = 0
 
-def _joined(held: list[Objects]) -> Objects:
-    """Return all objects as one. Column by column, to save memory."""
-    if len(held) == 1:
-        return held[0]
-    numbers = {}
-    for name in list(held[0].numbers):
-        numbers[name] = np.concatenate([objects.numbers.pop(name) for objects in held])
-    groups = None
-    if held[0].groups is not None:
-        groups = np.concatenate([objects.groups for objects in held if objects.groups is not None])
-    return Objects(numbers, groups, 0, None)
+    def add(self, objects: Objects) -> None:
+        """Add a chunk."""
+        end = self._size + len(objects)
+        for name, values in objects.numbers.items():
+            room = self._numbers.get(name)
+            if room is None:
+                room = self._numbers[name] = np.empty(max(end, self._expected(objects)))
+            if end > len(room):
+                room.resize(max(end, 3 * len(room) // 2), refcheck=False)
+            room[self._size : end] = values
+        if objects.groups is not None:
+            self._groups.append(objects.groups)
+        self._size = end
+        self.nbytes += objects.nbytes
+
+    def _expected(self, objects: Objects) -> int:
+        """Return how many rows there are, if that is known and they fit. Empty memory is free."""
+        rows = self._selection.rows or 0
+        return rows if 8 * rows * len(objects.numbers) <= self._memory else 0
+
+    def objects(self) -> Objects:
+        """Return all objects as one."""
+        numbers = {name: room[: self._size] for name, room in self._numbers.items()}
+        return Objects(numbers, np.concatenate(self._groups) if self._groups else None, 0, None)
 
 
 # ---- in memory -----------------------------------------------------------------------------------

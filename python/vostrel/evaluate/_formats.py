@@ -19,7 +19,7 @@ from vostrel.evaluate._tables import Task, column_counts, grids, heading, record
 COLUMNS = {
     "estimate": "string", "from": "float64", "to": "float64", "residual": "string",
     "statistic": "string", "unit": "string", "value": "float64", "error": "float64",
-    "low": "float64", "high": "float64",
+    "low": "float64", "high": "float64", "method": "string", "reliable": "bool",
 }
 
 
@@ -86,6 +86,8 @@ def as_json(results: Results, task: Task) -> str:
             "statistic": one.statistic,
             "unit": one.unit,
             **{name: _finite(getattr(one, name)) for name in names},
+            "method": one.method,
+            "reliable": one.reliable,
         }
         for one in records(results)
     ]
@@ -120,7 +122,8 @@ def as_csv(results: Results, task: Task) -> str:
         low, high = one.bin or (None, None)
         numbers = (one.value, one.error, one.low, one.high)
         writer.writerow([one.estimate, _digits(low), _digits(high), one.residual, one.statistic,
-                         one.unit, *map(_digits, numbers)])
+                         one.unit, *map(_digits, numbers), one.method,
+                         "" if one.reliable is None else one.reliable])
     return stream.getvalue()
 
 

@@ -54,7 +54,8 @@ class Hdf5(Reader):
                 if lengths[name] != lengths[names[0]]:
                     raise EvaluateError(f"{names[0]!r} and {name!r} differ in length: "
                                         f"{lengths[names[0]]} and {lengths[name]}")
-            for part in slices(lengths[names[0]], 8):
+            self.rows = int(lengths[names[0]])
+            for part in slices(self.rows, 8):
                 yield {name: self._read(file, name, part) for name in names}
 
     def _read(self, file: Any, name: str, part: slice) -> NDArray[Any]:

@@ -110,6 +110,7 @@ class Npz(Reader):
             if self._members[name].shape[0] != rows:
                 raise EvaluateError(f"{names[0]!r} and {name!r} differ in length: "
                                     f"{rows} and {self._members[name].shape[0]}")
+        self.rows = int(rows)
         with ExitStack() as stack:
             archive = stack.enter_context(zipfile.ZipFile(self.path))
             arrays = {

@@ -91,6 +91,11 @@ class Selection:
         self._names = list(dict.fromkeys(names))
         table.check(self._names)
 
+    @property
+    def rows(self) -> int | None:
+        """How many rows the table has, if that is known."""
+        return self._table.rows
+
     def objects(self, counts: Counts | None = None) -> Iterator[Objects]:
         """Go over the table, and add up the counts."""
         counts = Counts() if counts is None else counts

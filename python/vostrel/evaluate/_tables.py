@@ -45,6 +45,8 @@ class Record:
     error: float | None = None
     low: float | None = None
     high: float | None = None
+    method: str = ""  # of the interval
+    reliable: bool | None = None
 
 
 def heading(task: Task) -> list[str]:
@@ -106,9 +108,12 @@ def _of(
     for part in ("delta", "norm"):
         for row in getattr(point if errors is None else errors, part)._rows():
             one = row.value
-            errors_of = (one.error, one.low, one.high) if isinstance(one, Uncertain) else ()
-            value = one.value if errors_of else one
-            yield Record(name, limits, part, row.name, row.unit, value, *errors_of)
+            numbers = (
+                (one.value, one.error, one.low, one.high, one.method, one.reliable)
+                if isinstance(one, Uncertain)
+                else (one,)
+            )
+            yield Record(name, limits, part, row.name, row.unit, *numbers)
 
 
 # ---- tables for people ---------------------------------------------------------------------------
@@ -121,6 +126,12 @@ def grids(results: Results, task: Task) -> Iterator[tuple[str, Grid]]:
     yield from bin_grids(results, task)
 
 
+def hint(results: Results) -> str:
+    """Return what to do about errors that are not known."""
+    formula = any(one.method == "formula" for one in results.errors.values())
+    return "; use --errors bootstrap" if formula else ""
+
+
 def statistic_grids(results: Results) -> Iterator[tuple[str, Grid]]:
     """Go over the statistics of all objects: one table, or one for each residual."""
     shown: dict[str, Any] = {**results.points, **results.errors}
@@ -128,12 +139,12 @@ def statistic_grids(results: Results) -> Iterator[tuple[str, Grid]]:
     if len(shown) == 1:
         (name, one), = shown.items()
         yield f"{name}: {n} objects", _by_statistic(
-            {label: getattr(one, part)._rows() for part, label in PARTS}
+            {label: getattr(one, part)._rows() for part, label in PARTS}, hint(results)
         )
         return
     for part, label in PARTS:
         yield f"{label}, {n} objects", _by_statistic(
-            {name: getattr(one, part)._rows() for name, one in shown.items()}
+            {name: getattr(one, part)._rows() for name, one in shown.items()}, hint(results)
         )
 
 
@@ -168,4 +179,4 @@ def _bins(results: Results, name: str, by: str) -> Grid:
     shown = [_bin_errors(results, name, i) or point for i, point in enumerate(bins)]
     rows = [[row for row in one.norm._rows() if row.name in IN_BINS] for one in shown]
     columns += [[cells[0].label, *(cell.text() for cell in cells)] for cells in zip(*rows)]
-    return Grid(columns, _notes(columns))
+    return Grid(columns, _notes(columns, hint(results)))

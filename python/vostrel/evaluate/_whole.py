@@ -21,6 +21,7 @@ class Whole(Reader):
 
     #: What astropy calls the format.
     format: str
+    options: dict[str, Any] = {}
 
     def __init__(self, path: str, part: Optional[str]) -> None:
         super().__init__(path, part)
@@ -29,7 +30,7 @@ class Whole(Reader):
             raise EvaluateError("the file is larger than 1 GiB, and this format is read as a "
                                 "whole; convert it to FITS, HDF5 or Parquet")
         table = library(f"reading {self.format}", "astropy.table")
-        self._table: Any = table.Table.read(path, format=self.format)
+        self._table: Any = table.Table.read(path, format=self.format, **self.options)
         self._columns = {
             column.name: column
             for column in self._table.itercols()
@@ -65,3 +66,4 @@ class Votable(Whole):
     """The first table of a VOTable. It has no NaN: that means NULL."""
 
     format = "votable"
+    options = {"table_id": 0}
