@@ -11,6 +11,16 @@
 
 namespace vostrel {
 
+/// As folded_product(), for compilers without integers of 128 bits.
+constexpr std::uint64_t folded_product_by_halves(std::uint64_t a, std::uint64_t b) {
+  constexpr std::uint64_t kLow = 0xffffffff;
+  const std::uint64_t low = (a & kLow) * (b & kLow);
+  const std::uint64_t left = (a >> 32) * (b & kLow) + (low >> 32);
+  const std::uint64_t right = (a & kLow) * (b >> 32) + (left & kLow);
+  const std::uint64_t high = (a >> 32) * (b >> 32) + (left >> 32) + (right >> 32);
+  return high ^ (right << 32 | (low & kLow));
+}
+
 /// The product of two integers, its high half xor its low half.
 constexpr std::uint64_t folded_product(std::uint64_t a, std::uint64_t b) {
 #ifdef __SIZEOF_INT128__
@@ -18,12 +28,7 @@ constexpr std::uint64_t folded_product(std::uint64_t a, std::uint64_t b) {
   const Wide product = static_cast<Wide>(a) * b;
   return static_cast<std::uint64_t>(product >> 64) ^ static_cast<std::uint64_t>(product);
 #else
-  constexpr std::uint64_t kLow = 0xffffffff;
-  const std::uint64_t low = (a & kLow) * (b & kLow);
-  const std::uint64_t left = (a >> 32) * (b & kLow) + (low >> 32);
-  const std::uint64_t right = (a & kLow) * (b >> 32) + (left & kLow);
-  const std::uint64_t high = (a >> 32) * (b >> 32) + (left >> 32) + (right >> 32);
-  return high ^ (right << 32 | (low & kLow));
+  return folded_product_by_halves(a, b);
 #endif
 }
 

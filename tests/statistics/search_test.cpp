@@ -183,5 +183,136 @@ TEST(Search, MatchesSorting) {
   }
 }
 
+// ---- passes ----
+
+Values drawn(const Kind& kind, Random& random, std::size_t n) {
+  Values values(n);
+  for (std::size_t i = 0; i < n; ++i) values[i] = kind.value(random, i);
+  return values;
+}
+
+TEST(Search, TakesTwoPassesOverOrdinaryValues) {
+  Random random;
+  for (const std::size_t n : {10'000U, 100'000U, 1'000'000U}) {
+    for (int round = 0; round < (n > 100'000 ? 1 : 10); ++round) {
+      EXPECT_EQ(expect_sorted(drawn(kKinds[0], random, n), 1e-9, sift_whole), 2) << n;
+    }
+  }
+}
+
+TEST(Search, TakesThreePassesOverAGridAtMost) {
+  Random random;
+  for (const std::size_t n : {10'000U, 100'000U, 1'000'000U}) {
+    EXPECT_LE(expect_sorted(drawn(kKinds[2], random, n), 1e-9, sift_whole), 3) << n;
+  }
+}
+
+// Sets made to mislead the guesses: their density in a bucket is anything but linear.
+const std::vector<Kind> kMisleading = {
+    {"all at the low end of a bucket",
+     [](Random& r, std::size_t) {
+       return 1 + std::ldexp(r.fraction(), -7 - static_cast<int>(r.below(40)));
+     }},
+    {"all at the high end of a bucket",
+     [](Random& r, std::size_t) {
+       return 1 - std::ldexp(r.fraction(), -8 - static_cast<int>(r.below(40)));
+     }},
+    {"around the end of a bucket, to both sides",
+     [](Random& r, std::size_t) {
+       return 1 + std::ldexp(r.fraction() - 0.5, -7 - static_cast<int>(r.below(44)));
+     }},
+    {"a Cantor set",
+     [](Random& r, std::size_t) {
+       double value = 1;
+       for (int digit = 8; digit < 52; digit += 2) value += r.one_in(2) ? std::ldexp(1, -digit) : 0;
+       return value;
+     }},
+    {"clusters of neighbouring doubles",
+     [](Random& r, std::size_t) {
+       return 1 + static_cast<double>(r.below(8)) * 0x1p-11 +
+              static_cast<double>(r.below(30'000)) * 0x1p-52;
+     }},
+    {"a dense run and a few far away",
+     [](Random& r, std::size_t) {
+       return r.one_in(50) ? 1 + r.fraction() / 128
+                           : 1 + 0x1p-9 + static_cast<double>(r.below(1 << 18)) * 0x1p-52;
+     }},
+    {"a median in a gap",
+     [](Random& r, std::size_t i) {
+       return 1 + (i % 2 == 0 ? 0 : 0x1.fffp-8) + std::ldexp(r.fraction(), -30);
+     }},
+    {"groups at one distance to both sides",
+     [](Random& r, std::size_t i) {
+       return 1 + (static_cast<double>(i % 3) - 1) * 0.03 +
+              (r.fraction() - 0.5) * std::pow(10, -2 - static_cast<int>(i % 7));
+     }},
+    {"distances that collapse by rounding",
+     [](Random& r, std::size_t i) {
+       return i % 5 < 2 ? 1 + static_cast<double>(r.below(1 << 20)) * 0x1p-52
+                        : std::ldexp(1 + r.fraction(), -10 - static_cast<int>(r.below(900)));
+     }},
+    {"tiny ones, whose center is large",
+     [](Random& r, std::size_t i) {
+       return i % 100 < 51 ? 1e10 + static_cast<double>(r.below(100'000)) * 0x1p-19
+                           : r.normal() * 1e-6;
+     }},
+    {"squeezed to the smallest doubles",
+     [](Random& r, std::size_t) { return static_cast<double>(r.below(1 << 22)) * 5e-324; }},
+    {"geometric about the median",
+     [](Random& r, std::size_t) {
+       return 1 + std::ldexp(r.one_in(2) ? 1 : -1, -1 - static_cast<int>(r.below(52))) *
+                      (1 + r.fraction());
+     }},
+};
+
+TEST(Search, TakesSixPassesAtMostOverMisleadingSets) {
+  Random random;
+  for (int round = 0; round < rounds(48); ++round) {
+    const Kind& kind = kMisleading[static_cast<std::size_t>(round) % kMisleading.size()];
+    const std::size_t n =
+        random.one_in(2) ? 9'000 + random.below(100'000) : 300'000 + random.below(300'000);
+    SCOPED_TRACE(kind.name + (" of " + std::to_string(n)));
+    const double error = random.one_in(2) ? 0.1 : 1e-9;
+    EXPECT_LE(expect_sorted(drawn(kind, random, n), error, sift_whole), 6);
+    if (HasFatalFailure() || HasNonfatalFailure()) return;
+  }
+}
+
+// Without a checksum, as for columns in memory that another thread changes.
+TEST(Search, EndsWhenTheValuesChangeBetweenPasses) {
+  Random random;
+  std::vector<Kind> kinds = kKinds;
+  kinds.insert(kinds.end(), kMisleading.begin(), kMisleading.end());
+  int refused = 0;
+  for (int round = 0; round < rounds(400); ++round) {
+    Kind kind = random.pick(kinds);
+    const std::size_t n = 1 + random.below(40'000);
+    Search search;
+    for (const double value : drawn(kind, random, n)) search.count(value);
+    search.end_count();
+    const auto lower = search.rank((n - 1) / 2);
+    const auto upper = search.rank(n / 2);
+    search.distance(n / 3, lower, upper);
+    const auto beyond = search.beyond({0.1, 0.2});
+    const bool stays_near = random.one_in(2);
+    int passes = 0;
+    try {
+      while (search.start_pass()) {
+        ASSERT_LE(++passes, Search::kMostPasses);
+        if (!stays_near) kind = random.pick(kinds);
+        Values values = drawn(kind, random, n);
+        if (random.one_in(3)) values[random.below(n)] = kNaN;
+        search.sift(values);
+        search.end_pass();
+        search.count_beyond(beyond, random.fraction());
+      }
+    } catch (const std::invalid_argument& error) {
+      ++refused;
+      EXPECT_STREQ(error.what(), "the data changed between passes");
+    }
+  }
+  EXPECT_GT(refused, 0);
+}
+
 }  // namespace
 }  // namespace vostrel

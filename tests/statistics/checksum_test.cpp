@@ -1,0 +1,93 @@
+// The checksums of objects and of bytes tell changes.
+
+#include "statistics/checksum.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/support/bits.h"
+#include "tests/support/data.h"
+#include "tests/support/random.h"
+
+namespace vostrel {
+namespace {
+
+TEST(FoldedProduct, IsTheSameByHalves) {
+  // (2^64 - 1)^2 = (2^64 - 2) 2^64 + 1.
+  EXPECT_EQ(folded_product(~std::uint64_t{0}, ~std::uint64_t{0}), ~std::uint64_t{0});
+  Random random;
+  for (int round = 0; round < 100'000; ++round) {
+    const std::uint64_t a = random.one_in(9) ? ~(random.bits() >> random.below(64)) : random.bits();
+    const std::uint64_t b = random.one_in(9) ? ~std::uint64_t{0} : random.bits();
+    ASSERT_EQ(folded_product_by_halves(a, b), folded_product(a, b)) << a << ' ' << b;
+  }
+}
+
+std::uint64_t sum_of(const Data& data) { return checksum(data.reference, data.estimate); }
+
+TEST(ChecksumOfObjects, DoesNotDependOnTheirOrder) {
+  EXPECT_EQ(sum_of({{1, 2, 3}, {4, 5, 6}}), sum_of({{3, 1, 2}, {6, 4, 5}}));
+}
+
+// As catalogues have them: few bits of the columns differ.
+TEST(ChecksumOfObjects, TellsEveryChange) {
+  Random random;
+  const auto drawn = [&] { return static_cast<double>(random.below(1000)) / 100; };
+  for (int round = 0; round < rounds(1'000'000); ++round) {
+    Data data;
+    for (std::size_t i = 0; i < 3; ++i) {
+      data.reference.push_back(drawn());
+      data.estimate.push_back(drawn());
+    }
+    const std::uint64_t sum = sum_of(data);
+    Data changed = data;
+    switch (random.below(5)) {
+      case 0:
+        changed.reference[0] = random.one_in(2) ? drawn() : -changed.reference[0];
+        break;
+      case 1:
+        changed.estimate[1] = random.one_in(9) ? kNaN : drawn();
+        break;
+      case 2:
+        std::swap(changed.estimate[0], changed.estimate[1]);
+        break;
+      case 3:  // an object twice instead of another
+        changed.reference[2] = changed.reference[0];
+        changed.estimate[2] = changed.estimate[0];
+        break;
+      default:
+        std::swap(changed.reference, changed.estimate);
+        break;
+    }
+    std::size_t same = 0;  // objects, in their places
+    for (std::size_t i = 0; i < 3; ++i) {
+      same += bits_of(changed.reference[i]) == bits_of(data.reference[i]) &&
+              bits_of(changed.estimate[i]) == bits_of(data.estimate[i]);
+    }
+    if (same == 3) continue;
+    const bool swaps_equal = data.reference[0] == data.reference[1] &&
+                             data.estimate[0] == changed.estimate[1] && same == 1;
+    if (swaps_equal) continue;
+    ASSERT_NE(sum_of(changed), sum) << round;
+  }
+}
+
+TEST(ChecksumOfBytes, TellsEveryChangeOfAByte) {
+  const std::string bytes = "a state";
+  const std::uint64_t sum = checksum(bytes);
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    for (int byte = 0; byte < 256; ++byte) {
+      std::string changed = bytes;
+      changed[i] = static_cast<char>(byte);
+      EXPECT_EQ(checksum(changed) == sum, changed == bytes);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace vostrel
