@@ -112,11 +112,13 @@ def bootstrap(
 
     With ``interval="auto"`` the methods are:
 
-    bias, mad, nmad, mad_delta
+    bias; with groups also mad, nmad and mad_delta
+        "t": value +- q * error * sqrt(G / (G - 1)), where q is the quantile of
+        Student's t with G - 1 degrees, and G is the number of objects or
+        groups.
+    mad, nmad, mad_delta
         "percentile": from the quantile (1 - confidence) / 2 of the resamples
-        to their quantile (1 + confidence) / 2. With groups "t": value +- q *
-        error * sqrt(G / (G - 1)), where q is the quantile of Student's t with
-        G - 1 degrees and G is the number of groups.
+        to their quantile (1 + confidence) / 2.
     sigma, rms
         "studentized": the logarithm of each resample is divided by its own
         error by moments, and the quantiles of the ratios are multiplied by the

@@ -89,6 +89,8 @@ def _estimate(r: Resampled, name: str, interval: str, confidence: float) -> Unce
     if not finite:
         return Uncertain(value, error, math.nan, math.nan, "", False)
     method, (low, high) = _interval(r, name, _method(r, name, interval), confidence)
+    if method == "t" and name != "bias":
+        low = max(low, 0.0)
     reliable = _is_reliable(r, name)
     if interval == "auto" and low == high:  # most objects are equal: no resample differs
         low, high = r.neighbours.get(name, (low, high))
@@ -143,7 +145,7 @@ def _difference(
         return Uncertain(value, error, math.nan, math.nan, "", False)
     reliable = all(_is_reliable(one, name) for one in both)
     method = interval if interval in ("basic", "bca") else "percentile"
-    if interval == "auto" and r.groups:
+    if interval == "auto" and (name == "bias" or r.groups):
         method = "t"
     method, (low, high) = _interval(r, name, method, confidence)
     if interval == "auto" and low == high and not equal:
@@ -207,7 +209,7 @@ def _method(r: Resampled, name: str, interval: str) -> str:
         return "percentile"
     if name.startswith("outliers"):
         return "wilson"
-    return "t" if r.groups else "percentile"
+    return "t" if name == "bias" or r.groups else "percentile"
 
 
 def _is_reliable(r: Resampled, name: str) -> bool:
@@ -293,14 +295,15 @@ def studentized(r: Resampled, name: str, confidence: float) -> Ends | None:
 
 
 def student_t(r: Resampled, name: str, confidence: float) -> Ends:
-    """Return value +- error * quantile, by Student's t with one degree less than groups."""
-    assert r.groups is not None
-    i = NAMES.index(name)
-    value = r.values[i]
-    error = np.std(r.replicates[:, i], ddof=1) * math.sqrt(r.groups / (r.groups - 1))
-    half = t_quantile(confidence, r.groups - 1) * error
-    low = value - half
-    return (low if name == "bias" else max(low, 0.0)), value + half
+    """Return value +- error * quantile, by Student's t with one degree less than objects or groups.
+
+    Resamples show only (units - 1) / units of the variance.
+    """
+    units = r.groups or r.n
+    value = r.values[NAMES.index(name)]
+    error = np.std(r.replicates[:, NAMES.index(name)], ddof=1) * math.sqrt(units / (units - 1))
+    half = t_quantile(confidence, units - 1) * error
+    return value - half, value + half
 
 
 def wilson_interval(r: Resampled, name: str, confidence: float) -> Ends:

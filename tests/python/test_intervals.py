@@ -97,7 +97,7 @@ def test_fractions():
     assert beyond.high == pytest.approx(100 * (middle + half) / (1 + q * q / n))
 
 
-def test_groups_with_few_degrees():
+def test_student_t():
     # Quantiles of the textbooks.
     assert t_quantile(0.95, 1) == pytest.approx(12.706, abs=5e-4)
     assert t_quantile(0.95, 2) == pytest.approx(4.303, abs=5e-4)
@@ -111,6 +111,9 @@ def test_groups_with_few_degrees():
     assert u.delta.bias.error == pytest.approx(scatter)
     assert u.delta.bias.high == pytest.approx(19.5 + 2.353363 * math.sqrt(4 / 3) * scatter)
     assert not u.delta.bias.reliable
+    objects = vostrel.bootstrap(residuals[:10], np.zeros(10), confidence=0.9, seed=1).delta.bias
+    assert objects.method == "t"
+    assert objects.high == pytest.approx(4.5 + 1.833113 * math.sqrt(10 / 9) * objects.error)
 
 
 @pytest.mark.parametrize("grid", [1.0, 0.5, 0.1])
@@ -151,6 +154,10 @@ def test_differences_have_width_too(rng):
     d = vostrel.bootstrap_difference(reference, {"A": a, "B": b}, resamples=50, seed=1)
     for name in NAMES:
         assert getattr(d.norm, name).low < getattr(d.norm, name).high
+    grouped = vostrel.bootstrap_difference(
+        reference, {"A": a, "B": a + 1}, resamples=50, seed=1, groups=np.arange(300) % 9
+    )
+    assert grouped.norm.nmad.low < grouped.norm.nmad.value < grouped.norm.nmad.high < 0
     again = pickle.loads(pickle.dumps(d))
     assert again.norm == d.norm
     for interval in ("percentile", "basic", "bca", "studentized"):
