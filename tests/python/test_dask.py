@@ -138,10 +138,16 @@ def test_a_block_carries_its_own_tasks_alone():
     assert [len(column.__dask_graph__()) for block in blocks for column in block] == [1] * 8
 
 
-def test_persisted_blocks_are_added_where_they_are(client, monkeypatch):
-    client.cluster.scale(2)
-    client.wait_for_workers(2, timeout=60)
-    workers = list(client.nthreads())[:2]
+@pytest.fixture
+def two_workers():
+    # Workers of a cluster that shrinks may go while a test names them.
+    with new_cluster(2) as cluster, distributed.Client(cluster) as client:
+        yield client
+
+
+def test_persisted_blocks_are_added_where_they_are(two_workers, monkeypatch):
+    client = two_workers
+    workers = list(client.nthreads())
     column = da.concatenate(
         [
             da.from_delayed(client.submit(np.full, 10, i, workers=[workers[i % 2]]), (10,), float)
