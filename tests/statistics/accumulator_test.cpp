@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <span>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "tests/support/data.h"
 #include "tests/support/open_utils.h"
 #include "tests/support/random.h"
+#include "tests/support/sorted_stretches.h"
 #include "utils/statistics_of.h"
 
 namespace {
@@ -234,8 +236,8 @@ Data shuffled(Data data, Random& random) {
 }
 
 // By several workers, which exchange their states as bytes.
-vostrel::PointStatistics by_workers(const Data& data, std::size_t workers, Random& random) {
-  vostrel::Accumulator whole;
+vostrel::Accumulator merged(vostrel::Accumulator whole, const Data& data, std::size_t workers,
+                            Random& random) {
   for (int passes = 0; whole.needs_another_pass(); ++passes) {
     std::vector<vostrel::Accumulator> states(workers, whole.fresh());
     for (std::size_t first = 0; first < data.reference.size();) {
@@ -251,7 +253,11 @@ vostrel::PointStatistics by_workers(const Data& data, std::size_t workers, Rando
     whole = vostrel::Accumulator::from_bytes(whole.to_bytes());
     if (passes > 20) throw std::logic_error("the passes don't end");
   }
-  return whole.result();
+  return whole;
+}
+
+vostrel::PointStatistics by_workers(const Data& data, std::size_t workers, Random& random) {
+  return merged(vostrel::Accumulator(), data, workers, random).result();
 }
 
 TEST(Accumulator, IsTheSameInAnyOrderAndByAnyWorkers) {
@@ -366,6 +372,176 @@ TEST(Accumulator, ThrowsForStatesOfAnotherPassAndForOtherBytes) {
   EXPECT_THROW(vostrel::Accumulator::from_bytes(bytes + "x"), std::invalid_argument);
   for (std::size_t size = 0; size < bytes.size(); size += 1 + size / 8) {
     EXPECT_THROW(vostrel::Accumulator::from_bytes(bytes.substr(0, size)), std::invalid_argument);
+  }
+}
+
+// The states before and after each pass.
+std::vector<std::string> states_of(const Data& data) {
+  std::vector<std::string> states;
+  vostrel::Accumulator passes(vostrel::Extras{{5, 95}, {0.2}});
+  do {
+    states.push_back(passes.to_bytes());
+    passes.add(data.reference, data.estimate);
+    states.push_back(passes.to_bytes());
+  } while (passes.end_pass());
+  states.push_back(passes.to_bytes());
+  return states;
+}
+
+TEST(Accumulator, RefusesDamagedBytes) {
+  Random random;
+  const std::vector<std::string> states = states_of(drawn(random, 9000, 2));
+  ASSERT_GE(states.size(), 5U);
+  const char* const sample = std::getenv("VOSTREL_LONG_SAMPLES");
+  const bool is_long = sample != nullptr && std::string(sample) == "ON";
+  for (int round = 0; round < (is_long ? 1'000'000 : rounds(6000)); ++round) {
+    const std::string& bytes = random.pick(states);
+    std::string damaged = bytes;
+    // Half of the damages are at the start, where the version and the counts are.
+    const std::size_t place = random.below(random.one_in(2) ? 40 : bytes.size());
+    switch (random.below(5)) {
+      case 0:
+      case 1:
+        damaged[place] = static_cast<char>(damaged[place] ^ (1 << random.below(8)));
+        break;
+      case 2:
+        damaged.resize(place);
+        break;
+      case 3:
+        damaged.insert(place, 1 + random.below(9), static_cast<char>(random.bits()));
+        break;
+      default:
+        damaged += bytes.substr(place);
+        break;
+    }
+    ASSERT_NE(damaged, bytes);
+    ASSERT_THROW(vostrel::Accumulator::from_bytes(damaged), std::invalid_argument) << round;
+  }
+}
+
+// ---- data that change ----
+
+// Each keeps the number of objects.
+TEST(Accumulator, RefusesDataThatChangeInAnyPass) {
+  Random random;
+  Data data = drawn(random, 150000, 17);
+  data.reference[1] = 1;  // the others are 0
+  std::vector<Data> changes(6, data);
+  changes[0].estimate[77] += 1e-9;
+  std::swap(changes[1].reference[5], changes[1].estimate[5]);
+  std::swap(changes[2].estimate[0], changes[2].estimate[1]);
+  std::copy_n(data.reference.begin(), 70000, changes[3].reference.begin() + 70000);
+  std::copy_n(data.estimate.begin(), 70000, changes[3].estimate.begin() + 70000);
+  changes[4].estimate[3] = kNaN;
+  for (double& estimate : changes[5].estimate) estimate += 5;
+  int passes = 1;
+  vostrel::Accumulator same;
+  same.add(data.reference, data.estimate);
+  for (; same.end_pass(); ++passes) {
+    for (std::size_t k = 0; k < changes.size(); ++k) {
+      vostrel::Accumulator changed = same.fresh();
+      changed.add(changes[k].reference, changes[k].estimate);
+      try {
+        changed.end_pass();
+        ADD_FAILURE() << "change " << k << " in pass " << passes + 1;
+      } catch (const std::invalid_argument& error) {
+        EXPECT_STREQ(error.what(), "the data changed between passes");
+      }
+    }
+    same.add(data.reference, data.estimate);
+  }
+  EXPECT_GE(passes, 3);
+}
+
+// No checksum tells the changes of columns in memory.
+TEST(InOrderAccumulator, EndsWhenTheDataChange) {
+  Random random;
+  for (int round = 0; round < rounds(100); ++round) {
+    const std::size_t n = 9000 + random.below(30000);
+    vostrel::InOrderAccumulator passes;
+    int count = 0;
+    try {
+      do {
+        ASSERT_LE(++count, 10);
+        const Data data = drawn(random, n, random.below(kKinds));
+        passes.add(data.reference, data.estimate);
+      } while (passes.end_pass());
+      passes.result();
+    } catch (const std::invalid_argument&) {
+    }
+  }
+}
+
+// ---- the further numbers ----
+
+Values sorted(Values values) {
+  std::sort(values.begin(), values.end());
+  return values;
+}
+
+double percentile_of(const Values& ascending, double percent) {
+  const double place = percent / 100 * static_cast<double>(ascending.size() - 1);
+  const auto lower = static_cast<std::size_t>(place);
+  const double part = place - std::floor(place);
+  const double low = ascending[lower];
+  const double high = ascending[std::min(lower + 1, ascending.size() - 1)];
+  return part >= 0.5 ? high - (high - low) * (1 - part) : low + (high - low) * part;
+}
+
+double share_beyond(const Values& values, double bound) {
+  const auto beyond =
+      std::count_if(values.begin(), values.end(), [=](double v) { return std::fabs(v) > bound; });
+  return static_cast<double>(beyond) / static_cast<double>(values.size());
+}
+
+const vostrel::Extras kExtras = {{0, 2.5, 16, 50, 99.9, 100}, {0, 0.05, 0.15}};
+
+void expect_plain(const vostrel::Quantiles& found, const Values& residuals) {
+  const Values ascending = sorted(residuals);
+  EXPECT_EQ(found.median, middle_of(ascending));
+  EXPECT_EQ(found.sigma_68, (percentile_of(ascending, 84) - percentile_of(ascending, 16)) / 2);
+  EXPECT_EQ(found.sigma_iqr, (percentile_of(ascending, 75) - percentile_of(ascending, 25)) / 1.349);
+  for (std::size_t k = 0; k < kExtras.percentiles.size(); ++k) {
+    EXPECT_EQ(found.percentiles[k], percentile_of(ascending, kExtras.percentiles[k]));
+  }
+  for (std::size_t k = 0; k < kExtras.outliers.size(); ++k) {
+    EXPECT_EQ(found.outliers[k], share_beyond(residuals, kExtras.outliers[k]) * 100);
+  }
+}
+
+void expect_plain(const vostrel::LsstMetrics& found, const Values& errors) {
+  const Values ascending = sorted(errors);
+  const double iqr = (percentile_of(ascending, 75) - percentile_of(ascending, 25)) / 1.349;
+  EXPECT_EQ(found.bias, middle_of(ascending));
+  EXPECT_EQ(found.sigma_iqr, iqr);
+  EXPECT_EQ(found.sigma_mad, middle_of(sorted(distances(errors, found.bias))) * 1.4826);
+  EXPECT_EQ(found.outlier_rate, share_beyond(errors, std::max(0.06, 3 * iqr)));
+}
+
+TEST(ExtendedStatistics, MatchSortingInMemoryAndInBlocks) {
+  Random random;
+  for (int round = 0; round < rounds(100); ++round) {
+    const std::size_t kind =
+        random.pick(std::vector<std::size_t>{0, 1, 2, 3, 4, 5, 6, 7, 9, 14, 15, 17});
+    const std::size_t n = 1 + random.below(random.one_in(3) ? 100 : 30000);
+    SCOPED_TRACE("kind " + std::to_string(kind) + " of " + std::to_string(n));
+    const Data data = drawn(random, n, kind);
+    Values deltas;
+    Values norms;
+    Values errors;
+    for (std::size_t i = 0; i < n; ++i) {
+      deltas.push_back(data.reference[i] - data.estimate[i]);
+      norms.push_back(deltas[i] / (1 + data.reference[i]));
+      errors.push_back((data.estimate[i] - data.reference[i]) / (1 + data.reference[i]));
+    }
+    const auto in_memory = vostrel::extended_statistics(data.reference, data.estimate, kExtras);
+    const auto in_blocks = merged(vostrel::Accumulator(kExtras), data, 3, random).extended_result();
+    for (const auto& found : {in_memory, in_blocks}) {
+      expect_plain(found.delta, deltas);
+      expect_plain(found.norm, norms);
+      expect_plain(found.lsst, errors);
+    }
+    if (HasFailure()) return;
   }
 }
 
