@@ -11,38 +11,47 @@
 
 namespace vostrel {
 
-/// As folded_product(), for compilers without integers of 128 bits.
-constexpr std::uint64_t folded_product_by_halves(std::uint64_t a, std::uint64_t b) {
+/// The 128 bits of a product.
+struct Product {
+  std::uint64_t high;
+  std::uint64_t low;
+  bool operator==(const Product& other) const = default;
+};
+
+/// As product(), for compilers without integers of 128 bits.
+constexpr Product product_by_halves(std::uint64_t a, std::uint64_t b) {
   constexpr std::uint64_t kLow = 0xffffffff;
   const std::uint64_t low = (a & kLow) * (b & kLow);
   const std::uint64_t left = (a >> 32) * (b & kLow) + (low >> 32);
   const std::uint64_t right = (a & kLow) * (b >> 32) + (left & kLow);
   const std::uint64_t high = (a >> 32) * (b >> 32) + (left >> 32) + (right >> 32);
-  return high ^ (right << 32 | (low & kLow));
+  return {high, right << 32 | (low & kLow)};
 }
 
-/// The product of two integers, its high half xor its low half.
-constexpr std::uint64_t folded_product(std::uint64_t a, std::uint64_t b) {
+constexpr Product product(std::uint64_t a, std::uint64_t b) {
 #ifdef __SIZEOF_INT128__
   __extension__ using Wide = unsigned __int128;
-  const Wide product = static_cast<Wide>(a) * b;
-  return static_cast<std::uint64_t>(product >> 64) ^ static_cast<std::uint64_t>(product);
+  const Wide wide = static_cast<Wide>(a) * b;
+  return {static_cast<std::uint64_t>(wide >> 64), static_cast<std::uint64_t>(wide)};
 #else
-  return folded_product_by_halves(a, b);
+  return product_by_halves(a, b);
 #endif
 }
 
 /// A checksum of objects that doesn't depend on their order: the sum of a hash of each object.
-/// The hash mixes all bits of both columns, so it behaves like a random number, and another set of
-/// objects has the same sum with a probability of 2^-64.
+/// The hash behaves like a random number, so another set of objects has the same sum with a
+/// probability of about 2^-64. A single product would not do: of values with few digits, a swap of
+/// two estimates keeps the sum of the products once in 10^9.
 inline std::uint64_t checksum(std::span<const double> reference, std::span<const double> estimate) {
   // The leading digits of pi.
-  constexpr std::uint64_t kReferenceKey = 0x243f6a8885a308d3;
-  constexpr std::uint64_t kEstimateKey = 0x13198a2e03707345;
+  constexpr std::uint64_t kKeys[] = {0x243f6a8885a308d3, 0x13198a2e03707345, 0xa4093822299f31d1,
+                                     0x082efa98ec4e6c89};
   std::uint64_t sum = 0;
   for (std::size_t i = 0; i < reference.size(); ++i) {
-    sum += folded_product(std::bit_cast<std::uint64_t>(reference[i]) ^ kReferenceKey,
-                          std::bit_cast<std::uint64_t>(estimate[i]) ^ kEstimateKey);
+    const Product first = product(std::bit_cast<std::uint64_t>(reference[i]) ^ kKeys[0],
+                                  std::bit_cast<std::uint64_t>(estimate[i]) ^ kKeys[1]);
+    const Product second = product(first.high ^ kKeys[2], first.low ^ kKeys[3]);
+    sum += second.high ^ second.low;
   }
   return sum;
 }

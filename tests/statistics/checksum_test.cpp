@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -17,14 +18,14 @@
 namespace vostrel {
 namespace {
 
-TEST(FoldedProduct, IsTheSameByHalves) {
-  // (2^64 - 1)^2 = (2^64 - 2) 2^64 + 1.
-  EXPECT_EQ(folded_product(~std::uint64_t{0}, ~std::uint64_t{0}), ~std::uint64_t{0});
+TEST(Product, IsTheSameByHalves) {
+  constexpr std::uint64_t kAll = ~std::uint64_t{0};
+  EXPECT_EQ(product(kAll, kAll), (Product{kAll - 1, 1}));
   Random random;
   for (int round = 0; round < 100'000; ++round) {
     const std::uint64_t a = random.one_in(9) ? ~(random.bits() >> random.below(64)) : random.bits();
-    const std::uint64_t b = random.one_in(9) ? ~std::uint64_t{0} : random.bits();
-    ASSERT_EQ(folded_product_by_halves(a, b), folded_product(a, b)) << a << ' ' << b;
+    const std::uint64_t b = random.one_in(9) ? kAll : random.bits();
+    ASSERT_EQ(product_by_halves(a, b), product(a, b)) << a << ' ' << b;
   }
 }
 
@@ -74,6 +75,30 @@ TEST(ChecksumOfObjects, TellsEveryChange) {
                              data.estimate[0] == changed.estimate[1] && same == 1;
     if (swaps_equal) continue;
     ASSERT_NE(sum_of(changed), sum) << round;
+  }
+}
+
+// All swaps of two estimates among values of a grid, as template codes write them.
+TEST(ChecksumOfObjects, TellsSwapsOfValuesWithFewDigits) {
+  for (const double step : {0.01, 0.0625, 0x1p-52}) {
+    constexpr std::size_t kSize = 100;
+    std::vector<std::uint64_t> sums(kSize * kSize);
+    for (std::size_t i = 0; i < sums.size(); ++i) {
+      const double reference = 1 + static_cast<double>(i / kSize) * step;
+      const double estimate = 1 + static_cast<double>(i % kSize) * step;
+      sums[i] = checksum({&reference, 1}, {&estimate, 1});
+    }
+    // The difference that the swap of two references makes, for each estimate.
+    for (std::size_t a = 0; a < kSize; ++a) {
+      for (std::size_t b = 0; b < a; ++b) {
+        std::vector<std::uint64_t> differences;
+        for (std::size_t i = 0; i < kSize; ++i) {
+          differences.push_back(sums[a * kSize + i] - sums[b * kSize + i]);
+        }
+        std::sort(differences.begin(), differences.end());
+        ASSERT_EQ(std::adjacent_find(differences.begin(), differences.end()), differences.end());
+      }
+    }
   }
 }
 
