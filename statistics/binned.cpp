@@ -1,6 +1,7 @@
 #include "statistics/binned.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numeric>
 #include <stdexcept>
@@ -25,32 +26,68 @@ Bins::Bins(std::vector<double> edges) : edges_(std::move(edges)) {
   const std::size_t cells = kCellsPerBin * size();
   const double scale = static_cast<double>(cells) / (edges_.back() - edges_.front());
   if (std::isfinite(scale)) scale_ = scale;
-  edges_below_.assign(cells + 1, 0);
-  for (const double edge : edges_) ++edges_below_[cell_of(edge) + 1];
-  std::partial_sum(edges_below_.begin(), edges_below_.end(), edges_below_.begin());
+  cells_.resize(cells + 1);
+  for (const double edge : edges_) {
+    const std::size_t cell = cell_of(edge);
+    is_crowded_ |= cells_[cell].edge != kInfinity;
+    cells_[cell].edge = edge;
+    ++cells_[cell + 1].edges_below;
+  }
+  for (std::size_t cell = 1; cell < cells_.size(); ++cell) {
+    cells_[cell].edges_below += cells_[cell - 1].edges_below;
+  }
 }
 
 // Requires: the value lies within the edges.
 std::size_t Bins::cell_of(double value) const {
   if (scale_ == 0) return 0;  // infinitely wide, or too narrow
-  const std::size_t last = edges_below_.size() - 2;
+  const std::size_t last = cells_.size() - 2;
   return std::min(static_cast<std::size_t>((value - edges_.front()) * scale_), last);
 }
 
 std::size_t Bins::operator()(double value) const {
   if (!(value >= edges_.front() && value <= edges_.back())) return kOutside;
   const std::size_t cell = cell_of(value);
-  const auto first = edges_.begin();
-  const auto above =
-      std::upper_bound(first + static_cast<std::ptrdiff_t>(edges_below_[cell]),
-                       first + static_cast<std::ptrdiff_t>(edges_below_[cell + 1]), value);
-  return std::min(static_cast<std::size_t>(above - first) - 1, size() - 1);
+  std::size_t edges = cells_[cell].edges_below;  // that are at most the value
+  if (is_crowded_) {
+    const auto first = edges_.begin();
+    const auto above =
+        std::upper_bound(first + static_cast<std::ptrdiff_t>(edges),
+                         first + static_cast<std::ptrdiff_t>(cells_[cell + 1].edges_below), value);
+    edges = static_cast<std::size_t>(above - first);
+  } else {
+    edges += value >= cells_[cell].edge;  // without a branch, which would be mispredicted
+  }
+  return std::min(edges, size()) - 1;
+}
+
+void Bins::find(std::span<const double> values, std::size_t* bins) const {
+  if (is_crowded_ || scale_ == 0) {
+    std::transform(values.begin(), values.end(), bins, *this);
+    return;
+  }
+  const double low = edges_.front();
+  const double high = edges_.back();
+  const double scale = scale_;
+  const std::size_t last_cell = cells_.size() - 2;
+  const std::size_t last = size() - 1;
+  const Cell* const cells = cells_.data();
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    const double value = values[i];
+    const bool is_inside = value >= low && value <= high;
+    const double place = is_inside ? (value - low) * scale : 0;
+    const Cell& cell = cells[std::min(static_cast<std::size_t>(place), last_cell)];
+    const std::size_t bin = cell.edges_below + (value >= cell.edge) - 1;
+    bins[i] = is_inside ? std::min(bin, last) : kOutside;
+  }
 }
 
 template <class Sum>
 BinnedAccumulator<Sum>::BinnedAccumulator(Bins bins, const Wanted& wanted)
     : bins_(std::move(bins)),
       room_(std::clamp<std::size_t>(65536 / bins_.size(), 16, 256)),
+      reference_(bins_.size() * room_),
+      estimate_(bins_.size() * room_),
       waiting_(bins_.size()),
       accumulators_(bins_.size(), BasicAccumulator<Sum>(wanted)) {}
 
@@ -63,31 +100,41 @@ void BinnedAccumulator<Sum>::add(std::span<const double> reference,
   if constexpr (kIsExact<Sum>) {
     seen_checksum_ += checksum(reference, estimate) + checksum(by, reference);
   }
-  for (std::size_t i = 0; i < by.size(); ++i) {
-    const std::size_t bin = bins_(by[i]);
-    if (bin == Bins::kOutside) {
-      ++seen_outside_;
-      continue;
+  // Local copies: a write to `waiting` could change the members.
+  const std::size_t room = room_;
+  double* const references = reference_.data();
+  double* const estimates = estimate_.data();
+  std::size_t* const waiting = waiting_.data();
+  std::array<std::size_t, 1024> block;
+  for (std::size_t first = 0; first < by.size(); first += block.size()) {
+    const std::size_t count = std::min(block.size(), by.size() - first);
+    bins_.find(by.subspan(first, count), block.data());
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::size_t bin = block[i];
+      if (bin == Bins::kOutside) {
+        ++seen_outside_;
+        continue;
+      }
+      const std::size_t place = bin * room + waiting[bin];
+      references[place] = reference[first + i];
+      estimates[place] = estimate[first + i];
+      if (++waiting[bin] == room) hand_over(bin);
     }
-    Waiting& waiting = waiting_[bin];
-    if (waiting.reference.empty()) {
-      waiting.reference.resize(room_);
-      waiting.estimate.resize(room_);
-    }
-    waiting.reference[waiting.count] = reference[i];
-    waiting.estimate[waiting.count] = estimate[i];
-    if (++waiting.count == room_) hand_over(bin);
   }
 }
 
 template <class Sum>
 void BinnedAccumulator<Sum>::hand_over(std::size_t bin) {
-  Waiting& waiting = waiting_[bin];
-  if (accumulators_[bin].needs_another_pass()) {
-    accumulators_[bin].add({waiting.reference.data(), waiting.count},
-                           {waiting.estimate.data(), waiting.count});
-  }
-  waiting.count = 0;
+  if (accumulators_[bin].needs_another_pass()) add_waiting(*this, bin);
+  waiting_[bin] = 0;
+}
+
+// Adds the objects that wait in another accumulator, or in this one.
+template <class Sum>
+void BinnedAccumulator<Sum>::add_waiting(const BinnedAccumulator& other, std::size_t bin) {
+  const std::size_t first = bin * room_;
+  accumulators_[bin].add({other.reference_.data() + first, other.waiting_[bin]},
+                         {other.estimate_.data() + first, other.waiting_[bin]});
 }
 
 template <class Sum>
@@ -124,7 +171,7 @@ std::uint64_t BinnedAccumulator<Sum>::size() const {
   std::uint64_t size = first_pass_ ? seen_outside_ : outside_;
   for (const auto& accumulator : accumulators_) size += accumulator.size();
   if (first_pass_) {
-    for (const Waiting& waiting : waiting_) size += waiting.count;
+    for (const std::size_t waiting : waiting_) size += waiting;
   }
   return size;
 }
@@ -153,10 +200,8 @@ void BinnedAccumulator<Sum>::merge(const BinnedAccumulator& other) requires kIsE
   for (std::size_t bin = 0; bin < accumulators_.size(); ++bin) {
     auto& accumulator = accumulators_[bin];
     if (!accumulator.needs_another_pass()) continue;
-    const Waiting& waiting = other.waiting_[bin];
     accumulator.merge(other.accumulators_[bin]);
-    accumulator.add({waiting.reference.data(), waiting.count},
-                    {waiting.estimate.data(), waiting.count});
+    add_waiting(other, bin);
   }
   seen_outside_ += other.seen_outside_;
   seen_checksum_ += other.seen_checksum_;

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "floating_point.h"
 #include "statistics/accumulator.h"
 #include "statistics/basic_accumulator.h"
 #include "statistics/statistics.h"
@@ -31,6 +32,9 @@ class Bins {
   /// Returns the bin that holds the value, counted from 0, or kOutside. NaN is outside.
   std::size_t operator()(double value) const;
 
+  /// The bins of several values.
+  void find(std::span<const double> values, std::size_t* bins) const;
+
   std::size_t size() const { return edges_.size() - 1; }
 
   const std::vector<double>& edges() const { return edges_; }
@@ -42,8 +46,13 @@ class Bins {
   // The range is cut into cells of equal width, so that a value is compared with few edges. Rounded
   // subtraction and multiplication are monotonic, so a larger value never gets a lower cell. So a
   // value lies above all edges in lower cells, and below all edges in higher ones.
+  struct Cell {
+    double edge = kInfinity;      // the only edge in the cell, if there is one
+    std::size_t edges_below = 0;  // how many edges lie in lower cells
+  };
   double scale_ = 0;  // cells per unit of the value, or 0 for all in the first cell
-  std::vector<std::size_t> edges_below_;  // by cell: how many edges lie in lower cells
+  std::vector<Cell> cells_;
+  bool is_crowded_ = false;  // whether a cell has several edges
 };
 
 /// The numbers of the objects in each bin. The columns are added block by block, once in each pass:
@@ -92,19 +101,16 @@ class BinnedAccumulator {
   std::uint64_t outside() const { return outside_; }
 
  private:
-  // The objects of a bin that are not yet handed to its accumulator.
-  struct Waiting {
-    std::size_t count = 0;
-    std::vector<double> reference;
-    std::vector<double> estimate;
-  };
-
   void hand_over(std::size_t bin);
+  void add_waiting(const BinnedAccumulator& other, std::size_t bin);
   void hand_over_all();
 
   Bins bins_;
-  std::size_t room_;
-  std::vector<Waiting> waiting_;
+  // The objects of each bin that are not yet handed to its accumulator.
+  std::size_t room_;  // for the objects of a bin
+  std::vector<double> reference_;
+  std::vector<double> estimate_;
+  std::vector<std::size_t> waiting_;  // how many there are
   std::vector<BasicAccumulator<Sum>> accumulators_;
   bool first_pass_ = true;
   std::uint64_t outside_ = 0;        // of the first pass
