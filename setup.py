@@ -36,7 +36,10 @@ setup(
         Pybind11Extension(
             "vostrel._core",
             ["python/src/core.cpp", "python/src/engine.cpp"],
-            depends=glob.glob("*.h") + glob.glob("python/src/*") + glob.glob("statistics/*"),
+            depends=glob.glob("*.h")
+            + glob.glob("analysis/*")
+            + glob.glob("python/src/*")
+            + glob.glob("statistics/*"),
             include_dirs=["."],
             cxx_std=20,
             # As for the program: each operation rounds as written.

@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
+#include "analysis/binned.h"
 #include "python/src/calls.h"
 #include "statistics/accumulator.h"
-#include "statistics/binned.h"
 #include "statistics/residuals.h"
 #include "statistics/statistics.h"
 #include "statistics/uncertainties.h"

@@ -2,10 +2,10 @@
 // seconds for pybind11's headers. So a name in an anonymous namespace must be unique in all of
 // them.
 
-#include "python/src/accumulator.cpp"
+#include "python/src/accumulators.cpp"
 #include "python/src/arrow.cpp"
 #include "python/src/bins.cpp"
-#include "python/src/bootstrap.cpp"
+#include "python/src/bootstrap_samples.cpp"
 #include "python/src/calls.cpp"
 #include "python/src/columns.cpp"
 #include "python/src/dlpack.cpp"

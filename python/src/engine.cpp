@@ -1,15 +1,15 @@
-// All of statistics/ as one source, which compiles in half the time. So a name in an anonymous
-// namespace must be unique in all of them.
+// All of analysis/ and statistics/ as one source, which compiles in half the time. So a name in an
+// anonymous namespace must be unique in all of them.
 
+#include "analysis/binned.cpp"
+#include "analysis/bootstrap.cpp"
+#include "analysis/resample.cpp"
+#include "analysis/windows.cpp"
 #include "statistics/accumulator.cpp"
-#include "statistics/binned.cpp"
-#include "statistics/bootstrap.cpp"
 #include "statistics/bracket.cpp"
 #include "statistics/exact_sum.cpp"
 #include "statistics/histogram.cpp"
-#include "statistics/resample.cpp"
 #include "statistics/search.cpp"
 #include "statistics/statistics.cpp"
 #include "statistics/tally.cpp"
 #include "statistics/uncertainties.cpp"
-#include "statistics/windows.cpp"

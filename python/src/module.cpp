@@ -13,16 +13,16 @@
 #include <utility>
 #include <vector>
 
+#include "analysis/binned.h"
 #include "floating_point.h"
-#include "python/src/accumulator.h"
+#include "python/src/accumulators.h"
 #include "python/src/arrow.h"
 #include "python/src/bins.h"
-#include "python/src/bootstrap.h"
+#include "python/src/bootstrap_samples.h"
 #include "python/src/calls.h"
 #include "python/src/dlpack.h"
 #include "python/src/plot.h"
 #include "statistics/basic_accumulator.h"
-#include "statistics/binned.h"
 #include "statistics/search.h"
 #include "statistics/statistics.h"
 #include "version.h"

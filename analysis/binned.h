@@ -1,7 +1,7 @@
 // The statistics of objects in bins of some quantity.
 
-#ifndef VOSTREL_STATISTICS_BINNED_H
-#define VOSTREL_STATISTICS_BINNED_H
+#ifndef VOSTREL_ANALYSIS_BINNED_H
+#define VOSTREL_ANALYSIS_BINNED_H
 
 #include <cstddef>
 #include <cstdint>
@@ -162,4 +162,4 @@ class BinnedObjects {
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_STATISTICS_BINNED_H
+#endif  // VOSTREL_ANALYSIS_BINNED_H

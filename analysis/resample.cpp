@@ -1,4 +1,4 @@
-#include "statistics/resample.h"
+#include "analysis/resample.h"
 
 #include <cstring>
 

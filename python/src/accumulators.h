@@ -1,15 +1,15 @@
 // vostrel._core.Accumulator and BinnedAccumulator, which Python's classes of these names use.
 
-#ifndef VOSTREL_PYTHON_SRC_ACCUMULATOR_H
-#define VOSTREL_PYTHON_SRC_ACCUMULATOR_H
+#ifndef VOSTREL_PYTHON_SRC_ACCUMULATORS_H
+#define VOSTREL_PYTHON_SRC_ACCUMULATORS_H
 
 #include <pybind11/pybind11.h>
 
 #include <cstdint>
 #include <vector>
 
+#include "analysis/binned.h"
 #include "python/src/rows.h"
-#include "statistics/binned.h"
 
 namespace vostrel::python {
 
@@ -23,4 +23,4 @@ void define_accumulators(pybind11::module_& module);
 
 }  // namespace vostrel::python
 
-#endif  // VOSTREL_PYTHON_SRC_ACCUMULATOR_H
+#endif  // VOSTREL_PYTHON_SRC_ACCUMULATORS_H

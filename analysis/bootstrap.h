@@ -1,7 +1,7 @@
 // The statistics of bootstrap resamples.
 
-#ifndef VOSTREL_STATISTICS_BOOTSTRAP_H
-#define VOSTREL_STATISTICS_BOOTSTRAP_H
+#ifndef VOSTREL_ANALYSIS_BOOTSTRAP_H
+#define VOSTREL_ANALYSIS_BOOTSTRAP_H
 
 #include <array>
 #include <cstddef>
@@ -9,9 +9,9 @@
 #include <span>
 #include <vector>
 
+#include "analysis/windows.h"
 #include "statistics/accumulator.h"
 #include "statistics/statistics.h"
-#include "statistics/windows.h"
 
 namespace vostrel {
 
@@ -137,4 +137,4 @@ class Bootstrap {
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_STATISTICS_BOOTSTRAP_H
+#endif  // VOSTREL_ANALYSIS_BOOTSTRAP_H

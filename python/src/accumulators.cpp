@@ -1,4 +1,4 @@
-#include "python/src/accumulator.h"
+#include "python/src/accumulators.h"
 
 #include <pybind11/stl.h>
 
@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
+#include "analysis/binned.h"
 #include "python/src/calls.h"
 #include "statistics/accumulator.h"
-#include "statistics/binned.h"
 
 namespace py = pybind11;
 

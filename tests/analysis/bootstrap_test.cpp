@@ -1,6 +1,6 @@
 // Resamples, and their statistics compared with point_statistics() of the same objects.
 
-#include "statistics/bootstrap.h"
+#include "analysis/bootstrap.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "statistics/resample.h"
+#include "analysis/resample.h"
 #include "tests/support/bits.h"
 #include "tests/support/data.h"
 #include "tests/support/random.h"

@@ -1,4 +1,4 @@
-#include "statistics/binned.h"
+#include "analysis/binned.h"
 
 #include <algorithm>
 #include <array>

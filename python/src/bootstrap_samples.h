@@ -1,7 +1,7 @@
 // vostrel._core.Sample and Bootstrap, which uncertainties() and bootstrap() use.
 
-#ifndef VOSTREL_PYTHON_SRC_BOOTSTRAP_H
-#define VOSTREL_PYTHON_SRC_BOOTSTRAP_H
+#ifndef VOSTREL_PYTHON_SRC_BOOTSTRAP_SAMPLES_H
+#define VOSTREL_PYTHON_SRC_BOOTSTRAP_SAMPLES_H
 
 #include <pybind11/pybind11.h>
 
@@ -12,4 +12,4 @@ void add_bootstrap(pybind11::module_& module);
 
 }  // namespace vostrel::python
 
-#endif  // VOSTREL_PYTHON_SRC_BOOTSTRAP_H
+#endif  // VOSTREL_PYTHON_SRC_BOOTSTRAP_SAMPLES_H

@@ -1,12 +1,12 @@
-#include "statistics/bootstrap.h"
+#include "analysis/bootstrap.h"
 
 #include <algorithm>
 #include <cmath>
 #include <memory>
 
+#include "analysis/resample.h"
 #include "floating_point.h"
 #include "statistics/basic_accumulator.h"
-#include "statistics/resample.h"
 
 namespace vostrel {
 

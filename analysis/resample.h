@@ -1,7 +1,7 @@
 // Random draws with replacement, the same on every machine.
 
-#ifndef VOSTREL_STATISTICS_RESAMPLE_H
-#define VOSTREL_STATISTICS_RESAMPLE_H
+#ifndef VOSTREL_ANALYSIS_RESAMPLE_H
+#define VOSTREL_ANALYSIS_RESAMPLE_H
 
 #include <algorithm>
 #include <array>
@@ -96,4 +96,4 @@ std::vector<std::uint64_t> resample_indices(std::uint64_t seed, std::uint64_t nu
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_STATISTICS_RESAMPLE_H
+#endif  // VOSTREL_ANALYSIS_RESAMPLE_H

@@ -1,6 +1,6 @@
 // The bin that holds a value, and the statistics of bins against point_statistics of their objects.
 
-#include "statistics/binned.h"
+#include "analysis/binned.h"
 
 #include <gtest/gtest.h>
 

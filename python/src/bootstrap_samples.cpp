@@ -1,6 +1,6 @@
 // The classes behind uncertainties() and bootstrap(): a sample in memory, and its resamples.
 
-#include "python/src/bootstrap.h"
+#include "python/src/bootstrap_samples.h"
 
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
@@ -17,10 +17,10 @@
 #include <utility>
 #include <vector>
 
+#include "analysis/bootstrap.h"
+#include "analysis/resample.h"
 #include "python/src/calls.h"
 #include "python/src/rows.h"
-#include "statistics/bootstrap.h"
-#include "statistics/resample.h"
 #include "statistics/statistics.h"
 
 namespace py = pybind11;

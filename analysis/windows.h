@@ -1,7 +1,7 @@
 // The order statistics of resamples, found near those of all objects.
 
-#ifndef VOSTREL_STATISTICS_WINDOWS_H
-#define VOSTREL_STATISTICS_WINDOWS_H
+#ifndef VOSTREL_ANALYSIS_WINDOWS_H
+#define VOSTREL_ANALYSIS_WINDOWS_H
 
 #include <array>
 #include <bit>
@@ -185,4 +185,4 @@ class Windows {
 
 }  // namespace vostrel
 
-#endif  // VOSTREL_STATISTICS_WINDOWS_H
+#endif  // VOSTREL_ANALYSIS_WINDOWS_H

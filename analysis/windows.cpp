@@ -1,12 +1,12 @@
-#include "statistics/windows.h"
+#include "analysis/windows.h"
 
 #include <algorithm>
 #include <cmath>
 #include <functional>
 #include <queue>
 
+#include "analysis/resample.h"
 #include "floating_point.h"
-#include "statistics/resample.h"
 #include "statistics/residuals.h"
 
 namespace vostrel {
