@@ -89,7 +89,7 @@ if(PROJECT_IS_TOP_LEVEL)
 else()  # CMAKE_INSTALL_DOCDIR is that of the parent
   set(vostrel_doc_dir ${CMAKE_INSTALL_DATAROOTDIR}/doc/vostrel)
 endif()
-install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE CITATION.cff CODE_OF_CONDUCT.md
   DESTINATION ${vostrel_doc_dir} COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${vostrel_doc_dir} COMPONENT runtime
   FILES_MATCHING PATTERN "*.md" PATTERN "*.png")

@@ -179,10 +179,11 @@ void Search::plan_distance(Asked& asked) {
   asked.center = center;
   asked.likely = asked.is_bounded ? asked.keys : guess_distance(asked);
   asked.is_bounded = true;
-  // The values whose distances may be wanted once the center is known are taken, too.
-  const auto widened = [uncertainty](Interval keys) -> Interval {
+  // Once the center is known, the distance may have moved by the uncertainty, and so may the values
+  // outside the bracket, in the other direction.
+  const auto widened = [uncertainty, room = up(2 * uncertainty)](Interval keys) -> Interval {
     if (uncertainty == 0) return keys;
-    return {std::max(down(keys.low - uncertainty), 0.0), up(keys.high + uncertainty)};
+    return {std::max(down(keys.low - room), 0.0), up(keys.high + room)};
   };
   add_bracket(asked, Key{center}, widened(asked.keys), widened(asked.likely));
 }
