@@ -92,7 +92,7 @@ endif()
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE CITATION.cff CODE_OF_CONDUCT.md
   DESTINATION ${vostrel_doc_dir} COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${vostrel_doc_dir} COMPONENT runtime
-  FILES_MATCHING PATTERN "*.md" PATTERN "*.png")
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg")
 install(FILES examples/redshifts.csv DESTINATION ${vostrel_doc_dir}/examples COMPONENT runtime)
 install(DIRECTORY examples/consumer DESTINATION ${vostrel_doc_dir}/examples COMPONENT dev)
 
