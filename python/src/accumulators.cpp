@@ -2,7 +2,9 @@
 
 #include <pybind11/stl.h>
 
+#include <atomic>
 #include <cstddef>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -21,19 +23,36 @@ namespace {
 // What was left out of a chunk: n_masked, n_nan, and the number of objects with NaN in each bin.
 using LeftOut = std::vector<std::uint64_t>;
 
-LeftOut add(Accumulator& passes, const Numbers& columns, const Arrays& masks, bool has_nan) {
+// Ends calls of add() in other threads.
+class Stop {
+ public:
+  void set() { is_set_ = true; }
+  void look() const {
+    if (is_set_) throw std::runtime_error("the pass was stopped");
+  }
+
+ private:
+  std::atomic<bool> is_set_ = false;
+};
+
+LeftOut add(Accumulator& passes, const Numbers& columns, const Arrays& masks, bool has_nan,
+            const Stop& stop) {
   Rows rows = rows_of(columns, masks, true);
   if (!has_nan) rows.expect_no_nan();
   const py::gil_scoped_release release;
-  for_each_block(rows, [&](const Block& block) { passes.add(block.reference, block.estimate); });
+  for_each_block(rows, [&](const Block& block) {
+    stop.look();
+    passes.add(block.reference, block.estimate);
+  });
   return {rows.masked(), rows.nan()};
 }
 
-LeftOut add_binned(ExactBins& passes, const Numbers& columns, const Arrays& masks, bool has_nan) {
+LeftOut add_binned(ExactBins& passes, const Numbers& columns, const Arrays& masks, bool has_nan,
+                   const Stop& stop) {
   Rows rows = rows_of(columns, masks, true);
   if (!has_nan) rows.expect_no_nan();
   const py::gil_scoped_release release;
-  LeftOut left_out = add_to_bins(passes, rows);
+  LeftOut left_out = add_to_bins(passes, rows, [&] { stop.look(); });
   left_out.insert(left_out.begin(), {rows.masked(), rows.nan()});
   return left_out;
 }
@@ -92,9 +111,10 @@ py::class_<SomePasses> define(py::module_& module, const char* name) {
 }  // namespace
 
 template <class Binned>
-std::vector<std::uint64_t> add_to_bins(Binned& passes, Rows& rows) {
+std::vector<std::uint64_t> add_to_bins(Binned& passes, Rows& rows, const Checkpoint& checkpoint) {
   std::vector<std::uint64_t> nan_counts(passes.bins().size());
   for_each_block(rows, [&](const Block& block) {
+    checkpoint();
     for (const double by : block.nan_by) {
       const std::size_t bin = passes.bins()(by);
       if (bin != Bins::kOutside) ++nan_counts[bin];
@@ -104,18 +124,20 @@ std::vector<std::uint64_t> add_to_bins(Binned& passes, Rows& rows) {
   return nan_counts;
 }
 
-template std::vector<std::uint64_t> add_to_bins(InOrderBins&, Rows&);
-template std::vector<std::uint64_t> add_to_bins(ExactBins&, Rows&);
+template std::vector<std::uint64_t> add_to_bins(InOrderBins&, Rows&, const Checkpoint&);
+template std::vector<std::uint64_t> add_to_bins(ExactBins&, Rows&, const Checkpoint&);
 
 void define_accumulators(py::module_& module) {
+  py::class_<Stop>(module, "Stop").def(py::init()).def("set", &Stop::set);
   define<Accumulator>(module, "Accumulator")
       .def(py::init([] { return Accumulator(); }))
-      .def("add", add, py::arg("columns"), py::arg("masks"), py::arg("has_nan"))
+      .def("add", add, py::arg("columns"), py::arg("masks"), py::arg("has_nan"), py::arg("stop"))
       .def("result", result);
   define<ExactBins>(module, "BinnedAccumulator")
       .def(py::init([](std::vector<double> edges) { return ExactBins(Bins(std::move(edges))); }),
            py::arg("edges"))
-      .def("add", add_binned, py::arg("columns"), py::arg("masks"), py::arg("has_nan"))
+      .def("add", add_binned, py::arg("columns"), py::arg("masks"), py::arg("has_nan"),
+           py::arg("stop"))
       .def("edges", [](const ExactBins& passes) { return passes.bins().edges(); })
       .def("outside", &ExactBins::outside)
       .def("results", results);

@@ -13,10 +13,11 @@
 
 namespace vostrel::python {
 
-/// Adds all rows. Returns for each bin how many of its objects have NaN in reference or estimate.
-/// Requires: the rows omit NaN, and the GIL is released.
+/// Adds all rows, and calls `checkpoint` before each block. Returns for each bin how many of its
+/// objects have NaN in reference or estimate. Requires: the rows omit NaN, and the GIL is released.
 template <class Binned>
-std::vector<std::uint64_t> add_to_bins(Binned& passes, Rows& rows);
+std::vector<std::uint64_t> add_to_bins(
+    Binned& passes, Rows& rows, const Checkpoint& checkpoint = [] {});
 
 /// Adds both classes to the module.
 void define_accumulators(pybind11::module_& module);

@@ -51,13 +51,14 @@ class State(Generic[Core]):
         self._left_out = left_out
         self._where_nan = ""  # in the first chunk with NaN; not pickled
         self._lock = threading.Lock()
+        self._stop = _core.Stop()  # of `add`
 
     def _add(self, mask: Any | None, **columns: Any) -> None:
         ready = prepare("omit", mask, **columns)
         with self._lock:
             self._refuse_more()
             has_nan = self._first or bool(self._left_out[1])
-            left_out = self._core.add(ready.values, ready.masks, has_nan)
+            left_out = self._core.add(ready.values, ready.masks, has_nan, self._stop)
             if self._first:
                 self._left_out += np.array(left_out, np.uint64)
                 if left_out[1] and self._nan_policy == "raise" and not self._where_nan:

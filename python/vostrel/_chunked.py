@@ -5,8 +5,9 @@ from __future__ import annotations
 from collections.abc import Iterable, Iterator, Sized
 from typing import Any, Callable
 
+from vostrel import _core
 from vostrel._accumulator import Accumulator, BinnedAccumulator, ChunkNanPolicy
-from vostrel._options import shown
+from vostrel._options import read_workers, shown
 from vostrel._progress import Progress, Report, check_progress
 from vostrel._results import BinnedStatistics, PointStatistics
 
@@ -18,6 +19,7 @@ def chunked_statistics(
     chunks: Chunks,
     *,
     nan_policy: ChunkNanPolicy = "raise",
+    workers: int = 1,
     progress: Progress = False,
 ) -> PointStatistics:
     """Judge estimates that come in chunks, such as parts of a file.
@@ -35,6 +37,10 @@ def chunked_statistics(
         What to do with objects that have NaN and are not masked: raise a
         ValueError at the end of the first pass, or leave them out.
         Infinities are numbers.
+    workers : int
+        The number of threads that share the chunks, -1 for all processors. The
+        calling thread reads the chunks, one after another, and the workers
+        add those before. So a chunk must not be overwritten by the next one.
     progress : bool or function
         True shows a bar of tqdm for each pass. A function is called after
         each chunk as ``progress(done, total)``: how many chunks of this pass
@@ -44,8 +50,8 @@ def chunked_statistics(
     Returns
     -------
     PointStatistics
-        The same to the last bit, whatever the chunks and the order of the
-        objects. MAD, NMAD, MAD(Delta) and the outliers beyond 0.15 have the
+        The same to the last bit, whatever the chunks, the order of the objects
+        and the workers. MAD, NMAD, MAD(Delta) and the outliers beyond 0.15 have the
         bits of `point_statistics`. Bias, sigma and RMS come from exact sums
         and differ by about 1e-13 from those of `point_statistics`, whose sums
         round at each addition.
@@ -63,7 +69,10 @@ def chunked_statistics(
 
     Notes
     -----
-    Takes memory for one chunk and a few megabytes.
+    Takes memory for one chunk and a few megabytes; with more workers, for a
+    chunk and a few megabytes for each, and for the chunk that is read meanwhile.
+    Objects in lists and small chunks gain little from workers, since Python runs
+    one thread at a time. Have 100,000 objects or more in a chunk.
 
     Examples
     --------
@@ -72,7 +81,9 @@ def chunked_statistics(
     >>> s.n, round(s.norm.nmad, 6)
     (4, 0.086485)
     """
-    result: PointStatistics = go_over(Accumulator(nan_policy=nan_policy), chunks, progress)
+    result: PointStatistics = go_over(
+        Accumulator(nan_policy=nan_policy), chunks, workers, progress
+    )
     return result
 
 
@@ -82,6 +93,7 @@ def chunked_binned_statistics(
     bins: int | Any,
     range: tuple[float, float] | None = None,
     nan_policy: ChunkNanPolicy = "raise",
+    workers: int = 1,
     progress: Progress = False,
 ) -> BinnedStatistics:
     """Judge estimates that come in chunks, in bins of some quantity.
@@ -100,7 +112,7 @@ def chunked_binned_statistics(
         The lower and upper end of a number of bins.
     nan_policy : {"raise", "omit"}
         As for `chunked_statistics`. An object whose `by` is NaN is in no bin.
-    progress : bool or function
+    workers, progress
         As for `chunked_statistics`.
 
     Returns
@@ -119,7 +131,7 @@ def chunked_binned_statistics(
 
     Notes
     -----
-    Takes memory for one chunk, and up to a few megabytes for each bin.
+    Takes memory as `chunked_statistics`, but up to a few megabytes for each bin.
 
     Examples
     --------
@@ -130,19 +142,20 @@ def chunked_binned_statistics(
     array([1, 3])
     """
     state = BinnedAccumulator(bins, range, nan_policy)
-    result: BinnedStatistics = go_over(state, chunks, progress)
+    result: BinnedStatistics = go_over(state, chunks, workers, progress)
     return result
 
 
-def go_over(state: Any, chunks: Chunks, progress: Progress) -> Any:
+def go_over(state: Any, chunks: Chunks, workers: int, progress: Progress) -> Any:
     """Add all chunks in each pass, and return the result."""
+    workers = read_workers(workers)
     check_progress(progress)
     total = count(chunks)
     number = 0
     while state.needs_another_pass:
         number += 1
         with Report(progress, total, f"pass {number}", "chunk") as report:
-            total = add_chunks(state, chunks, report, total)
+            total = add_chunks(state, chunks, report, total, workers)
         state.end_pass()
     return state.result()
 
@@ -156,16 +169,69 @@ REMEDY = (
 
 
 def add_chunks(
-    state: Any, chunks: Chunks, report: Callable[[int], object], total: int | None
+    state: Any,
+    chunks: Chunks,
+    report: Callable[[int], object],
+    total: int | None,
+    workers: int = 1,
 ) -> int:
     """Add all chunks to the state, and return how many there are: `total`, if it is known."""
-    done = 0
-    for chunk in start(chunks):
-        state.add(*read_chunk(chunk, state.CHUNK))
-        done += 1
-        report(done)
+    read = (read_chunk(chunk, state.CHUNK) for chunk in start(chunks))
+    if workers == 1:
+        done = 0
+        for done, chunk in enumerate(read, 1):
+            state.add(*chunk)
+            report(done)
+    else:
+        done = add_by_threads(state, read, report, workers)
     if total and not done:
         raise ValueError(f"chunks is used up after the first pass, but there are more; {REMEDY}")
+    return done
+
+
+def add_by_threads(
+    state: Any, chunks: Iterator[Any], report: Callable[[int], object], workers: int
+) -> int:
+    """Add chunks to states of threads, and merge these. Return how many chunks there are.
+
+    This thread reads the chunks and waits. So Ctrl-C ends either, and a
+    generator needn't know about threads.
+    """
+    # Imported here, because that takes longer than importing vostrel.
+    from concurrent.futures import FIRST_COMPLETED, Future, ThreadPoolExecutor, wait
+
+    stop = _core.Stop()
+    idle: list[Any] = []
+    busy: dict[Future[None], Any] = {}
+    done = 0
+
+    def wait_for(most: int) -> None:
+        """Wait until at most this many threads are busy."""
+        nonlocal done
+        while busy:
+            must_wait = len(busy) > most
+            ended, _ = wait(busy, None if must_wait else 0, FIRST_COMPLETED)
+            for future in ended:
+                idle.append(busy.pop(future))
+                future.result()
+                done += 1
+                report(done)
+            if not must_wait:
+                return
+
+    with ThreadPoolExecutor(workers) as pool:
+        try:
+            for chunk in chunks:
+                wait_for(workers - 1)
+                part = idle.pop() if idle else state.fresh()
+                part._stop = stop
+                busy[pool.submit(part.add, *chunk)] = part
+            wait_for(0)
+        except BaseException:
+            stop.set()  # the pool waits for its threads
+            raise
+    for part in idle:
+        state.merge(part)
     return done
 
 

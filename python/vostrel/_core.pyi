@@ -173,11 +173,17 @@ def program_statistics(
     reference: NDArray[np.float64], estimate: NDArray[np.float64]
 ) -> tuple[_Statistics, _Statistics]:
     """Return both residuals' statistics, whatever NaN there are, as the program has them."""
+class Stop:
+    """Ends calls of `add` in other threads, with a RuntimeError."""
+
+    def __init__(self) -> None: ...
+    def set(self) -> None: ...
+
 class Accumulator:
     """vostrel::Accumulator with exact sums."""
 
     def __init__(self) -> None: ...
-    def add(self, columns: _Columns, masks: _Masks, has_nan: bool) -> list[int]:
+    def add(self, columns: _Columns, masks: _Masks, has_nan: bool, stop: Stop) -> list[int]:
         """Add a chunk without masked objects and NaN. Return n_masked and n_nan.
 
         Nothing looks for NaN unless `has_nan`.
@@ -196,7 +202,7 @@ class BinnedAccumulator:
     """vostrel::BinnedAccumulator with exact sums."""
 
     def __init__(self, edges: Sequence[float]) -> None: ...
-    def add(self, columns: _Columns, masks: _Masks, has_nan: bool) -> list[int]:
+    def add(self, columns: _Columns, masks: _Masks, has_nan: bool, stop: Stop) -> list[int]:
         """Add a chunk, binned as by `binned_statistics`, without masked objects and NaN.
 
         Return n_masked, n_nan, and for each bin how many have NaN in the first two columns.

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import operator
+import os
 from collections.abc import Sequence
 from typing import Any
 
@@ -41,6 +42,14 @@ def read_integer(name: str, value: Any, least: int, most: int | None = None) -> 
     if most is not None and number > most:
         raise ValueError(f"{name} must be at most {most}, not {shown(number)}")
     return number
+
+
+def read_workers(value: Any) -> int:
+    """Return a number of threads. -1 means all processors."""
+    number = read_integer("workers", value, -1)
+    if number == 0:
+        raise ValueError("workers must be a number of threads, or -1 for all processors, not 0")
+    return number if number > 0 else os.cpu_count() or 1
 
 
 def read_confidence(value: Any) -> float:

@@ -12,7 +12,7 @@ import numpy as np
 
 from vostrel import _core
 from vostrel._inputs import SLICE
-from vostrel._options import read_integer
+from vostrel._options import read_workers
 from vostrel._results import NAMES
 
 if TYPE_CHECKING:  # importing the package must be quick
@@ -151,7 +151,7 @@ def _map_of(workers: Workers, draws: Draws) -> Iterator[tuple[int, Callable[...,
     # Imported here, because that takes longer than importing vostrel.
     from concurrent.futures import ThreadPoolExecutor
 
-    count = _read_workers(workers)
+    count = read_workers(workers)
     # Other threads do the work, and this one waits, so that it notices Ctrl-C.
     pool = ThreadPoolExecutor(count)
     try:
@@ -162,10 +162,3 @@ def _map_of(workers: Workers, draws: Draws) -> Iterator[tuple[int, Callable[...,
         pool.shutdown(wait=False, cancel_futures=True)
         raise
     pool.shutdown()
-
-
-def _read_workers(workers: Any) -> int:
-    number = read_integer("workers", workers, -1)
-    if number == 0:
-        raise ValueError("workers must be a number of threads, or -1 for all processors, not 0")
-    return number if number > 0 else os.cpu_count() or 1

@@ -7,11 +7,13 @@ import re
 import subprocess
 import sys
 import threading
+import time
 from fractions import Fraction
 
 import numpy as np
 import pytest
 import vostrel
+from ctrl_c import wait_after_ctrl_c
 from data_sets import LONG, numbers, same_bits
 from scale_sets import SETS, cut, redshifts, scale_sets, shares, ways_to_cut
 
@@ -46,6 +48,9 @@ def test_the_same_bits_however_cut(rng):
             assert same_bits(found, expected), (way, columns)
         for workers in (1, 4):
             assert same_bits(numbers(by_workers(cut(columns, 7), workers)), expected), columns
+        for workers in (2, 3, -1):
+            found = vostrel.chunked_statistics(lambda: iter(cut(columns, 7)), workers=workers)
+            assert same_bits(numbers(found), expected), (workers, columns)
 
 
 def test_order_statistics_have_the_bits_of_the_function_in_memory(rng):
@@ -119,6 +124,7 @@ def test_masks_and_nan_are_counted(rng):
     n_nan = (np.isnan(estimate) & ~mask).sum()
     assert (s.n, s.n_masked, s.n_nan) == (kept.sum(), mask.sum(), n_nan)
     assert s.norm == vostrel.chunked_statistics([(reference[kept], estimate[kept])]).norm
+    assert vostrel.chunked_statistics(chunks, nan_policy="omit", workers=3) == s
 
     passes = vostrel.Accumulator(nan_policy="omit")
     while passes.needs_another_pass:
@@ -184,15 +190,63 @@ def test_bins_whose_quantity_changes_between_passes_are_refused(rng):
         vostrel.chunked_binned_statistics(lambda: next(passes), bins=[0, 20_000])
 
 
-def test_progress_is_reported(rng):
+@pytest.mark.parametrize("workers", [1, 2, 5])
+def test_progress_is_reported(rng, workers):
     calls = []
     chunks = cut(redshifts(rng, 20_000), 3)
-    vostrel.chunked_statistics(chunks, progress=lambda *now: calls.append(now))
+    vostrel.chunked_statistics(chunks, workers=workers, progress=lambda *now: calls.append(now))
     assert len(calls) >= 6
     assert calls == [(1, 3), (2, 3), (3, 3)] * (len(calls) // 3)
     calls.clear()
     vostrel.chunked_statistics(lambda: iter(chunks), progress=lambda *now: calls.append(now))
     assert calls[:6] == [(1, None), (2, None), (3, None), (1, 3), (2, 3), (3, 3)]
+
+
+# Takes a minute or more.
+LARGE = (np.broadcast_to(np.zeros(1), 40_000_000_000),) * 2
+BROKEN = {
+    "generator": (lambda: (LARGE if i == 0 else 1 // 0 for i in range(3)), ZeroDivisionError),
+    "chunk": ([LARGE, ([1.0], [1.0, 2.0])], ValueError),
+    "progress": ([LARGE, ([1.0], [1.0])], ZeroDivisionError),
+}
+
+
+@pytest.mark.parametrize("broken", BROKEN)
+def test_an_exception_ends_all_workers(broken):
+    chunks, error = BROKEN[broken]
+    threads = threading.enumerate()
+    start = time.monotonic()
+    with pytest.raises(error):
+        vostrel.chunked_statistics(chunks, workers=2, progress=lambda done, total: 1 // 0)
+    with pytest.raises(error):
+        vostrel.chunked_binned_statistics(
+            chunks, bins=[-1, 1], workers=2, progress=lambda done, total: 1 // 0
+        )
+    assert time.monotonic() - start < 5
+    assert threading.enumerate() == threads
+
+
+@pytest.mark.parametrize(
+    "chunks",
+    ["[(large, large)] * 3", "lambda: ((large, large) if i else time.sleep(60) for i in (1, 0))"],
+    ids=["they add", "a chunk is read"],
+)
+def test_ctrl_c_ends_all_workers(chunks):
+    data = f"import time\nlarge = np.broadcast_to(np.zeros(1), {len(LARGE[0])})\nchunks = {chunks}"
+    call = "vostrel.chunked_statistics(chunks, workers=2)"
+    assert wait_after_ctrl_c(data, call, after=0.3) < 0.5  # a thread would keep the process
+
+
+@pytest.mark.parametrize(
+    "workers, error", [(0, ValueError), (-2, ValueError), (1.5, TypeError), (map, TypeError)]
+)
+def test_workers_are_a_number_of_threads(workers, error):
+    for call in (
+        lambda: vostrel.chunked_statistics([([1.0], [1.0])], workers=workers),
+        lambda: vostrel.chunked_binned_statistics([([1.0], [1.0])], bins=[0, 2], workers=workers),
+    ):
+        with pytest.raises(error, match="workers must be"):
+            call()
 
 
 def test_a_bar_is_shown(rng, capsys):
@@ -279,7 +333,10 @@ def test_bins_have_the_same_bits_however_cut(rng):
         )
         expected = None
         for way, chunks in ways_to_cut(rng, columns):
-            b = vostrel.chunked_binned_statistics(chunks, bins=edges, nan_policy="omit")
+            workers = 1 + len(chunks) % 3
+            b = vostrel.chunked_binned_statistics(
+                chunks, bins=edges, nan_policy="omit", workers=workers
+            )
             found = [numbers(part) for part in b]
             expected = found if expected is None else expected
             assert same_bits(found, expected), way
