@@ -177,7 +177,7 @@ std::uint64_t BinnedAccumulator<Sum>::size() const {
 }
 
 template <class Sum>
-BinnedAccumulator<Sum> BinnedAccumulator<Sum>::fresh() const requires kIsExact<Sum> {
+BinnedAccumulator<Sum> BinnedAccumulator<Sum>::fresh() const {
   BinnedAccumulator fresh(bins_);
   for (std::size_t bin = 0; bin < accumulators_.size(); ++bin) {
     const auto& accumulator = accumulators_[bin];
@@ -190,7 +190,7 @@ BinnedAccumulator<Sum> BinnedAccumulator<Sum>::fresh() const requires kIsExact<S
 }
 
 template <class Sum>
-void BinnedAccumulator<Sum>::merge(const BinnedAccumulator& other) requires kIsExact<Sum> {
+void BinnedAccumulator<Sum>::merge(const BinnedAccumulator& other) {
   if (other.bins_.edges() != bins_.edges()) {
     throw std::invalid_argument("states have different bins");
   }
@@ -208,7 +208,7 @@ void BinnedAccumulator<Sum>::merge(const BinnedAccumulator& other) requires kIsE
 }
 
 template <class Sum>
-std::string BinnedAccumulator<Sum>::to_bytes() const requires kIsExact<Sum> {
+std::string BinnedAccumulator<Sum>::to_bytes() const {
   BinnedAccumulator whole(*this);
   whole.hand_over_all();
   ByteWriter out;
@@ -222,8 +222,7 @@ std::string BinnedAccumulator<Sum>::to_bytes() const requires kIsExact<Sum> {
 }
 
 template <class Sum>
-BinnedAccumulator<Sum> BinnedAccumulator<Sum>::from_bytes(
-    std::string_view bytes) requires kIsExact<Sum> {
+BinnedAccumulator<Sum> BinnedAccumulator<Sum>::from_bytes(std::string_view bytes) {
   ByteReader in(bytes);
   BinnedAccumulator state(Bins(in.numbers()));
   state.first_pass_ = in.index(2) != 0;

@@ -86,11 +86,11 @@ class BinnedAccumulator {
   /// The number of objects, in bins or not: during the first pass those so far, then all.
   std::uint64_t size() const;
 
-  /// These are like those of Accumulator.
-  BinnedAccumulator fresh() const requires kIsExact<Sum>;
-  void merge(const BinnedAccumulator& other) requires kIsExact<Sum>;
-  std::string to_bytes() const requires kIsExact<Sum>;
-  static BinnedAccumulator from_bytes(std::string_view bytes) requires kIsExact<Sum>;
+  /// These are like those of Accumulator. Requires: exact sums.
+  BinnedAccumulator fresh() const;
+  void merge(const BinnedAccumulator& other);
+  std::string to_bytes() const;
+  static BinnedAccumulator from_bytes(std::string_view bytes);
 
   /// The numbers of each bin: with sums in order, bit for bit those of point_statistics() of the
   /// bin's objects in their order.

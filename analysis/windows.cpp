@@ -248,9 +248,12 @@ class Windows::Guess {
   template <class Key>
   void place(Window& window, Key key_of) const {
     const Range range = median(key_of);
-    window.low = range.has_least && step_ > 1 ? -kInfinity : range.low;
+    window.low = range.low;
     window.middle = range.middle;
-    window.high = range.has_greatest && step_ > 1 ? kInfinity : range.high;
+    window.high = range.high;
+    if (step_ == 1) return;
+    if (range.has_least) window.low = -kInfinity;
+    if (range.has_greatest) window.high = kInfinity;
   }
 
   // The sample predicts the number of entries closely. Growing would take twice the memory.

@@ -149,7 +149,7 @@ FoundOfBoth BasicAccumulator<Sum>::result(const Checkpoint& checkpoint) const {
 // ---- states ----
 
 template <class Sum>
-BasicAccumulator<Sum> BasicAccumulator<Sum>::fresh() const requires kIsExact<Sum> {
+BasicAccumulator<Sum> BasicAccumulator<Sum>::fresh() const {
   BasicAccumulator fresh(wanted_);
   fresh.step_ = step_;
   fresh.size_ = size_;
@@ -161,7 +161,7 @@ BasicAccumulator<Sum> BasicAccumulator<Sum>::fresh() const requires kIsExact<Sum
 }
 
 template <class Sum>
-void BasicAccumulator<Sum>::merge(const BasicAccumulator& state) requires kIsExact<Sum> {
+void BasicAccumulator<Sum>::merge(const BasicAccumulator& state) {
   if (state.step_ != step_ || state.size_ != size_ || state.checksum_ != checksum_) {
     throw std::invalid_argument("states belong to different passes");
   }
@@ -180,7 +180,7 @@ void BasicAccumulator<Sum>::merge(const BasicAccumulator& state) requires kIsExa
 }
 
 template <class Sum>
-std::string BasicAccumulator<Sum>::to_bytes() const requires kIsExact<Sum> {
+std::string BasicAccumulator<Sum>::to_bytes() const {
   ByteWriter out;
   out.integer(kFormat);
   wanted_.write(out);
@@ -195,8 +195,7 @@ std::string BasicAccumulator<Sum>::to_bytes() const requires kIsExact<Sum> {
 }
 
 template <class Sum>
-BasicAccumulator<Sum> BasicAccumulator<Sum>::from_bytes(
-    std::string_view bytes) requires kIsExact<Sum> {
+BasicAccumulator<Sum> BasicAccumulator<Sum>::from_bytes(std::string_view bytes) {
   ByteReader in(bytes);
   in.require(in.integer() == kFormat);
   BasicAccumulator state(Wanted::read(in));

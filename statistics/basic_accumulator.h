@@ -55,10 +55,11 @@ class BasicAccumulator {
   FoundOfBoth result(const Checkpoint& checkpoint = [] {}) const;
   const Wanted& wanted() const { return wanted_; }
 
-  BasicAccumulator fresh() const requires kIsExact<Sum>;
-  void merge(const BasicAccumulator& other) requires kIsExact<Sum>;
-  std::string to_bytes() const requires kIsExact<Sum>;
-  static BasicAccumulator from_bytes(std::string_view bytes) requires kIsExact<Sum>;
+  // Requires: exact sums.
+  BasicAccumulator fresh() const;
+  void merge(const BasicAccumulator& other);
+  std::string to_bytes() const;
+  static BasicAccumulator from_bytes(std::string_view bytes);
 
  private:
   enum class Step { kFirst, kSecond, kLater, kKeepAll, kDone };

@@ -62,8 +62,8 @@ double passed_at(const std::vector<Histogram::Bucket>& buckets, double center, s
     (bucket.low <= center ? around : cells).push_back(distances_of(bucket, center));
   }
   const auto right = static_cast<std::ptrdiff_t>(cells.size());
-  for (auto bucket = buckets.rbegin(); bucket != buckets.rend(); ++bucket) {
-    if (bucket->high < center) cells.push_back(distances_of(*bucket, center));
+  for (std::size_t i = buckets.size(); i-- > 0;) {
+    if (buckets[i].high < center) cells.push_back(distances_of(buckets[i], center));
   }
   const auto nearer = [bound](const Cell& a, const Cell& b) { return a.*bound < b.*bound; };
   std::inplace_merge(cells.begin(), cells.begin() + right, cells.end(), nearer);

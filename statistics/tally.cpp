@@ -44,7 +44,7 @@ void set_quantiles_nan(Found& found, const Wanted& wanted) {
 
 }  // namespace
 
-Wanted::Wanted(const Extras& asked_for) : extras(asked_for), has_quantiles(true) {
+Wanted::Wanted(Extras asked_for) : extras(std::move(asked_for)), has_quantiles(true) {
   for (const double percent : extras.percentiles) {
     if (!(percent >= 0 && percent <= 100)) {
       throw std::invalid_argument("percentiles must lie between 0 and 100");
@@ -257,10 +257,9 @@ void Tally<Sum>::add_later(std::span<const double> residuals) {
 }
 
 template <class Sum>
-void Tally<Sum>::end_first_pass(std::uint64_t size, const Wanted& wanted) {
-  const auto n = static_cast<double>(size);
-  bias_ = sum_.total() / n;
-  rms_ = std::sqrt(squares_.total() / n);
+void Tally<Sum>::end_first_pass(std::uint64_t n, const Wanted& wanted) {
+  bias_ = sum_.total() / static_cast<double>(n);
+  rms_ = std::sqrt(squares_.total() / static_cast<double>(n));
   has_nan_ = has_nan();
   search_.end_count();
   if (search_.size() != 0) ask(search_.size(), wanted);
@@ -452,25 +451,31 @@ Tally<Sum> Tally<Sum>::fresh() const {
 }
 
 template <class Sum>
-void Tally<Sum>::merge(const Tally& other) requires kIsExact<Sum> {
+void Tally<Sum>::merge(const Tally& other) {
   search_.merge(other.search_);
-  sum_.merge(other.sum_);
-  squares_.merge(other.squares_);
-  deviations_.merge(other.deviations_);
+  if constexpr (kIsExact<Sum>) {
+    sum_.merge(other.sum_);
+    squares_.merge(other.squares_);
+    deviations_.merge(other.deviations_);
+  }
 }
 
 template <class Sum>
-void Tally<Sum>::write(ByteWriter& out) const requires kIsExact<Sum> {
-  for (const Sum* sum : {&sum_, &squares_, &deviations_}) sum->write(out);
+void Tally<Sum>::write(ByteWriter& out) const {
+  if constexpr (kIsExact<Sum>) {
+    for (const Sum* sum : {&sum_, &squares_, &deviations_}) sum->write(out);
+  }
   for (const double number : {bias_, rms_, sigma_}) out.number(number);
   out.integer(has_nan_);
   search_.write(out);
 }
 
 template <class Sum>
-Tally<Sum> Tally<Sum>::read(ByteReader& in) requires kIsExact<Sum> {
+Tally<Sum> Tally<Sum>::read(ByteReader& in) {
   Tally tally;
-  for (Sum* sum : {&tally.sum_, &tally.squares_, &tally.deviations_}) *sum = Sum::read(in);
+  if constexpr (kIsExact<Sum>) {
+    for (Sum* sum : {&tally.sum_, &tally.squares_, &tally.deviations_}) *sum = Sum::read(in);
+  }
   for (double* number : {&tally.bias_, &tally.rms_, &tally.sigma_}) *number = in.number();
   tally.has_nan_ = in.index(2) == 1;
   tally.search_ = Search::read(in);

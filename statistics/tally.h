@@ -29,7 +29,7 @@ struct Wanted {
   Wanted() = default;
   /// Asks for the quantiles.
   /// @throws std::invalid_argument as extended_statistics().
-  explicit Wanted(const Extras& asked_for);
+  explicit Wanted(Extras asked_for);
 
   Extras extras = {};
   bool has_quantiles = false;                // median, percentiles, LSST's metrics
@@ -95,9 +95,10 @@ class Tally {
   Found found(std::uint64_t n, const Wanted& wanted) const;
 
   Tally fresh() const;
-  void merge(const Tally& other) requires kIsExact<Sum>;
-  void write(ByteWriter& out) const requires kIsExact<Sum>;
-  static Tally read(ByteReader& in) requires kIsExact<Sum>;
+  // Requires: exact sums.
+  void merge(const Tally& other);
+  void write(ByteWriter& out) const;
+  static Tally read(ByteReader& in);
   /// Whether a state that was read fits the pass.
   bool fits(bool first_pass, bool is_done, const Wanted& wanted) const;
 
