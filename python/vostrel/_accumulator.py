@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import pickle
 import threading
 from contextlib import ExitStack
 from typing import TYPE_CHECKING, Any, Generic, Literal, TypeVar, get_args
@@ -25,7 +26,10 @@ if TYPE_CHECKING:
 ChunkNanPolicy = Literal["raise", "omit"]
 
 #: Increased whenever the pickle of a state changes.
-PICKLE_VERSION = 1
+PICKLE_VERSION = 2
+
+#: The bytes of a pickle's checksum, with which it begins.
+DIGEST = 32
 
 Core = TypeVar("Core", _core.Accumulator, _core.BinnedAccumulator)
 Self = TypeVar("Self", bound="State[Any]")
@@ -145,24 +149,27 @@ class State(Generic[Core]):
         if self._core.needs_another_pass():
             raise RuntimeError("there is no result yet: another pass is needed")
 
-    def __getstate__(self) -> dict[str, Any]:
+    def __getstate__(self) -> bytes:
         with self._lock:
-            return {
-                "version": PICKLE_VERSION,
-                "nan_policy": self._nan_policy,
-                "core": self._core.to_bytes(),
-                "first": self._first,
-                "left_out": self._left_out,
-            }
+            options = (self._nan_policy,)
+            counts = (self._first, self._left_out.tolist())
+            fields = (PICKLE_VERSION, options, counts, self._core.to_bytes())
+        written = pickle.dumps(fields, protocol=4)
+        return _digest(written) + written
 
-    def __setstate__(self, state: dict[str, Any]) -> None:
-        if state.get("version") != PICKLE_VERSION:
+    def __setstate__(self, state: bytes) -> None:
+        written = state[DIGEST:] if isinstance(state, bytes) else b""
+        if not written or _digest(written) != state[:DIGEST]:
+            raise ValueError("this is not the state of an accumulator: its bytes were changed")
+        version, *fields = pickle.loads(written)
+        if version != PICKLE_VERSION:
             raise ValueError(
-                f"this state has version {state.get('version')!r}, and this release of vostrel "
+                f"this state has version {version}, and this release of vostrel "
                 f"reads version {PICKLE_VERSION}: use the same release for all workers"
             )
-        core = self._core_type().from_bytes(state["core"])
-        self._set(state["nan_policy"], core, state["first"], state["left_out"])
+        options, (first, left_out), core = fields
+        core = self._core_type().from_bytes(core)
+        self._set(*options, core, first, np.array(left_out, np.uint64))
 
     @staticmethod
     def _core_type() -> type[Core]:
@@ -194,7 +201,8 @@ class Accumulator(State[_core.Accumulator]):
     Nearly all data take two passes. Up to 8192 objects take one.
 
     A state can be pickled; that takes a few megabytes at most. The pickle has
-    a version, and a release that can't read it says so. Threads may share a
+    a version and a checksum: another version and changed bytes are refused
+    with a ValueError. Threads may share a
     state; their calls run one after another.
 
     If `add` raises an exception, a part of the chunk may have been added.
@@ -329,6 +337,13 @@ class BinnedAccumulator(State[_core.BinnedAccumulator]):
     @staticmethod
     def _core_type() -> type[_core.BinnedAccumulator]:
         return _core.BinnedAccumulator
+
+
+def _digest(written: bytes) -> bytes:
+    """Return a checksum of bytes."""
+    from hashlib import sha256  # takes longer than importing vostrel
+
+    return sha256(written).digest()
 
 
 def _frozen(values: Any, kind: Any) -> NDArray[Any]:

@@ -264,15 +264,26 @@ def test_a_state_is_small(rng):
         passes.end_pass()
 
 
-def test_a_pickle_of_another_version_is_refused():
-    state = vostrel.Accumulator().__getstate__()
-    state["version"] = 99
-    with pytest.raises(ValueError, match="version 99, and this release of vostrel reads version 1"):
-        vostrel.Accumulator().__setstate__(state)
-    state["version"] = 1
-    state["core"] = state["core"][:-1]
-    with pytest.raises(ValueError):
-        vostrel.Accumulator().__setstate__(state)
+def test_a_pickle_of_another_version_is_refused(monkeypatch):
+    monkeypatch.setattr(vostrel._accumulator, "PICKLE_VERSION", 99)
+    pickled = pickle.dumps(vostrel.Accumulator())
+    monkeypatch.undo()
+    with pytest.raises(ValueError, match="version 99, and this release of vostrel reads version 2"):
+        pickle.loads(pickled)
+
+
+def test_a_damaged_state_is_refused(rng):
+    passes = vostrel.Accumulator()
+    passes.add([0.5, 1.0, np.nan], [0.4, 1.1, 1.0], [False, True, False])
+    state = passes.__getstate__()
+    vostrel.Accumulator().__setstate__(state)
+    flips = [(i, 1 << bit) for i in range(len(state)) for bit in range(8)]
+    if LONG:
+        flips += zip(*rng.integers([[0], [1]], [[len(state)], [256]], (2, 1_000_000)).tolist())
+    damaged = (state[:i] + bytes([state[i] ^ flip]) + state[i + 1 :] for i, flip in flips)
+    for one in (state[:-1], state[1:], state + b"\0", state[:32], b"", {"version": 1}, *damaged):
+        with pytest.raises(ValueError, match="its bytes were changed"):
+            vostrel.Accumulator().__setstate__(one)
 
 
 def test_misuse_of_a_state_is_refused(rng):
