@@ -132,7 +132,7 @@ class Store:
                 room.resize(max(end, 3 * len(room) // 2), refcheck=False)
             room[self._size : end] = values
         if objects.groups is not None:
-            self._groups.append(objects.groups)
+            self._groups.append(objects.groups.copy())  # it may be a part of a larger chunk
         self._size = end
         self.nbytes += objects.nbytes
 

@@ -12,7 +12,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from vostrel.evaluate._errors import EvaluateError, library
-from vostrel.evaluate._readers import Chunk, Reader, masked, open_binary, slices
+from vostrel.evaluate._readers import Chunk, Reader, cached_slices, masked, open_binary
 
 
 def fits(path: str, part: str | None) -> Reader:
@@ -74,7 +74,7 @@ class ByAstropy(Reader):
         assert self.rows is not None
         with open_binary(self.path) as stream:
             stream.seek(self._start)
-            for part in slices(self.rows, self._row_bytes):
+            for part in cached_slices(self.rows, self._row_bytes):
                 size = (part.stop - part.start) * self._row_bytes
                 data = stream.read(size)
                 if len(data) < size:

@@ -9,7 +9,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from vostrel.evaluate._errors import EvaluateError, library
-from vostrel.evaluate._readers import Chunk, Reader, masked, slices
+from vostrel.evaluate._readers import Chunk, Reader, cached_slices, masked, slices
 
 
 class Hdf5(Reader):
@@ -55,7 +55,9 @@ class Hdf5(Reader):
                     raise EvaluateError(f"{names[0]!r} and {name!r} differ in length: "
                                         f"{lengths[names[0]]} and {lengths[name]}")
             self.rows = int(lengths[names[0]])
-            for part in slices(self.rows, 8):
+            # A stored chunk is decompressed as a whole, each time that a part of it is read.
+            stored = any(file[self._found[name][0]].chunks for name in names)
+            for part in (slices if stored else cached_slices)(self.rows, 8):
                 yield {name: self._read(file, name, part) for name in names}
 
     def _read(self, file: Any, name: str, part: slice) -> NDArray[Any]:

@@ -11,7 +11,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from vostrel.evaluate._errors import EvaluateError
-from vostrel.evaluate._readers import Chunk, Reader, no_part, open_binary, slices
+from vostrel.evaluate._readers import Chunk, Reader, cached_slices, no_part, open_binary
 
 
 class Stored:
@@ -78,7 +78,7 @@ class Npy(Reader):
     def chunks(self, names: Sequence[str], text: Collection[str]) -> Iterator[Chunk]:
         with open_binary(self.path) as stream:
             array = Stored(stream)
-            for part in slices(array.shape[0], array.row_bytes):
+            for part in cached_slices(array.shape[0], array.row_bytes):
                 table = array.read(part)
                 if self._fields is None:
                     yield {name: table[:, int(name)] for name in names}
@@ -116,5 +116,5 @@ class Npz(Reader):
             arrays = {
                 name: Stored(stack.enter_context(archive.open(f"{name}.npy"))) for name in names
             }
-            for part in slices(rows, max(array.row_bytes for array in arrays.values())):
+            for part in cached_slices(rows, max(array.row_bytes for array in arrays.values())):
                 yield {name: array.read(part) for name, array in arrays.items()}

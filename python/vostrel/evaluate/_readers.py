@@ -17,9 +17,13 @@ Chunk = dict[str, NDArray[Any]]
 
 _MA: Any = np.ma  # NumPy has no types for it
 
-#: How many rows and bytes are read at a time.
+#: How many rows and bytes are read at a time where each read costs much.
 ROWS = 1 << 20
 BYTES = 1 << 25
+
+#: And where it costs little: so much stays in the cache while it is converted and copied.
+CACHED_ROWS = 1 << 16
+CACHED_BYTES = 1 << 20
 
 
 class Reader(ABC):
@@ -49,7 +53,16 @@ def open_binary(path: str) -> IO[bytes]:
 
 def slices(rows: int, row_bytes: int) -> Iterator[slice]:
     """Return slices of so many rows."""
-    step = max(1, min(ROWS, BYTES // max(row_bytes, 1)))
+    return steps(rows, max(1, min(ROWS, BYTES // max(row_bytes, 1))))
+
+
+def cached_slices(rows: int, row_bytes: int) -> Iterator[slice]:
+    """Return slices that stay in the cache."""
+    return steps(rows, max(1, min(CACHED_ROWS, CACHED_BYTES // max(row_bytes, 1))))
+
+
+def steps(rows: int, step: int) -> Iterator[slice]:
+    """Return slices of a number of rows each, but the last."""
     return (slice(first, min(first + step, rows)) for first in range(0, rows, step))
 
 
