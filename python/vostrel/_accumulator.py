@@ -151,10 +151,9 @@ class State(Generic[Core]):
 
     def __getstate__(self) -> bytes:
         with self._lock:
-            options = (self._nan_policy,)
-            counts = (self._first, self._left_out.tolist())
-            fields = (PICKLE_VERSION, options, counts, self._core.to_bytes())
-        written = pickle.dumps(fields, protocol=4)
+            left_out = self._left_out.tolist()
+            fields = (self._nan_policy, self._core.to_bytes(), self._first, left_out)
+        written = pickle.dumps((PICKLE_VERSION, *fields), protocol=4)
         return _digest(written) + written
 
     def __setstate__(self, state: bytes) -> None:
@@ -167,9 +166,9 @@ class State(Generic[Core]):
                 f"this state has version {version}, and this release of vostrel "
                 f"reads version {PICKLE_VERSION}: use the same release for all workers"
             )
-        options, (first, left_out), core = fields
+        nan_policy, core, first, left_out = fields
         core = self._core_type().from_bytes(core)
-        self._set(*options, core, first, np.array(left_out, np.uint64))
+        self._set(nan_policy, core, first, np.array(left_out, np.uint64))
 
     @staticmethod
     def _core_type() -> type[Core]:
