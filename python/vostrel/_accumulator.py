@@ -152,7 +152,9 @@ class State(Generic[Core]):
     def __getstate__(self) -> bytes:
         with self._lock:
             left_out = self._left_out.tolist()
-            fields = (self._nan_policy, self._core.to_bytes(), self._first, left_out)
+            fields: tuple[Any, ...] = (
+                self._nan_policy, self._core.to_bytes(), self._first, left_out
+            )
         written = pickle.dumps((PICKLE_VERSION, *fields), protocol=4)
         return _digest(written) + written
 
