@@ -1,7 +1,6 @@
 #include "statistics/accumulator.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <stdexcept>
 #include <utility>
@@ -9,7 +8,6 @@
 #include "floating_point.h"
 #include "statistics/basic_accumulator.h"
 #include "statistics/checksum.h"
-#include "statistics/residuals.h"
 
 namespace vostrel {
 
@@ -32,7 +30,7 @@ void BasicAccumulator<Sum>::add(std::span<const double> reference,
   }
   seen_ += reference.size();
   in_blocks(
-      Tally<Sum>::kBlock,
+      kMostInBlock,
       [this](std::span<const double> references, std::span<const double> estimates) {
         take(references, estimates);
       },
@@ -42,36 +40,23 @@ void BasicAccumulator<Sum>::add(std::span<const double> reference,
 template <class Sum>
 void BasicAccumulator<Sum>::take(std::span<const double> reference,
                                  std::span<const double> estimate) {
-  if constexpr (kIsExact<Sum>) seen_checksum_ += checksum(reference, estimate);
-  const std::size_t count = reference.size();
+  const ResidualsOfObjects residuals{reference, estimate};
   if (step_ == Step::kFirst) {
-    if (keeps_ && kept_delta_.size() + count > kFew) keep_no_more();
+    if (keeps_ && kept_delta_.size() + residuals.size() > kFew) keep_no_more();
     if (must_keep_all()) return;
   }
-  std::array<double, Tally<Sum>::kBlock> delta;
-  std::array<double, Tally<Sum>::kBlock> norm;
-  for (std::size_t i = 0; i < count; ++i) {
-    delta[i] = residual(reference[i], estimate[i]);
-    norm[i] = normalized_residual(reference[i], estimate[i]);
-  }
-  add_residuals({delta.data(), count}, {norm.data(), count});
-}
-
-template <class Sum>
-void BasicAccumulator<Sum>::add_residuals(std::span<const double> delta,
-                                          std::span<const double> norm) {
   if (keeps_) {
-    kept_delta_.insert(kept_delta_.end(), delta.begin(), delta.end());
-    kept_norm_.insert(kept_norm_.end(), norm.begin(), norm.end());
+    if constexpr (kIsExact<Sum>) seen_checksum_ += checksum(reference, estimate);
+    for (std::size_t i = 0; i < residuals.size(); ++i) {
+      kept_delta_.push_back(residuals.delta(i));
+      kept_norm_.push_back(residuals.norm(i));
+    }
   } else if (step_ == Step::kFirst) {
-    delta_.add_first(delta, wanted_);
-    norm_.add_first(norm, wanted_);
+    seen_checksum_ += Tally<Sum>::add_first(delta_, norm_, residuals, wanted_);
   } else if (step_ == Step::kSecond) {
-    delta_.add_second(delta, wanted_);
-    norm_.add_second(norm, wanted_);
+    seen_checksum_ += Tally<Sum>::add_second(delta_, norm_, residuals, wanted_);
   } else {
-    delta_.add_later(delta);
-    norm_.add_later(norm);
+    seen_checksum_ += Tally<Sum>::add_later(delta_, norm_, residuals);
   }
 }
 
@@ -79,13 +64,14 @@ void BasicAccumulator<Sum>::add_residuals(std::span<const double> delta,
 template <class Sum>
 void BasicAccumulator<Sum>::keep_no_more() {
   keeps_ = false;
+  const std::vector<double> deltas = std::exchange(kept_delta_, std::vector<double>());
+  const std::vector<double> norms = std::exchange(kept_norm_, std::vector<double>());
   in_blocks(
-      Tally<Sum>::kBlock,
+      kMostInBlock,
       [this](std::span<const double> delta, std::span<const double> norm) {
-        add_residuals(delta, norm);
+        Tally<Sum>::add_first(delta_, norm_, KeptResiduals{delta, norm}, wanted_);
       },
-      std::exchange(kept_delta_, std::vector<double>()),
-      std::span<const double>(std::exchange(kept_norm_, std::vector<double>())));
+      deltas, std::span(norms));
 }
 
 template <class Sum>
@@ -168,7 +154,8 @@ void BasicAccumulator<Sum>::merge(const BasicAccumulator& state) {
   if (state.wanted_ != wanted_) throw std::invalid_argument("states have different extras");
   BasicAccumulator other = state;
   if (keeps_ && other.keeps_ && kept_delta_.size() + other.kept_delta_.size() <= kFew) {
-    add_residuals(other.kept_delta_, other.kept_norm_);
+    kept_delta_.insert(kept_delta_.end(), other.kept_delta_.begin(), other.kept_delta_.end());
+    kept_norm_.insert(kept_norm_.end(), other.kept_norm_.begin(), other.kept_norm_.end());
   } else {
     if (keeps_) keep_no_more();
     if (other.keeps_) other.keep_no_more();

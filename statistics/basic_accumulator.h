@@ -65,7 +65,6 @@ class BasicAccumulator {
   enum class Step { kFirst, kSecond, kLater, kKeepAll, kDone };
 
   void take(std::span<const double> reference, std::span<const double> estimate);
-  void add_residuals(std::span<const double> delta, std::span<const double> norm);
   void keep_no_more();
   Step next_step();
   bool must_keep_all() const { return !kIsExact<Sum> && (delta_.has_nan() || norm_.has_nan()); }

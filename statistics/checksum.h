@@ -38,21 +38,23 @@ constexpr Product product(std::uint64_t a, std::uint64_t b) {
 #endif
 }
 
-/// A checksum of objects that doesn't depend on their order: the sum of a hash of each object.
-/// The hash behaves like a random number, so another set of objects has the same sum with a
-/// probability of about 2^-64. A single product would not do: of values with few digits, a swap of
-/// two estimates keeps the sum of the products once in 10^9.
-inline std::uint64_t checksum(std::span<const double> reference, std::span<const double> estimate) {
+/// A hash of an object, which behaves like a random number. A single product would not do: of
+/// values with few digits, a swap of two estimates keeps the sum of the products once in 10^9.
+inline std::uint64_t hash_of(double reference, double estimate) {
   // The leading digits of pi.
   constexpr std::uint64_t kKeys[] = {0x243f6a8885a308d3, 0x13198a2e03707345, 0xa4093822299f31d1,
                                      0x082efa98ec4e6c89};
+  const Product first = product(std::bit_cast<std::uint64_t>(reference) ^ kKeys[0],
+                                std::bit_cast<std::uint64_t>(estimate) ^ kKeys[1]);
+  const Product second = product(first.high ^ kKeys[2], first.low ^ kKeys[3]);
+  return second.high ^ second.low;
+}
+
+/// A checksum of objects that doesn't depend on their order: the sum of their hashes. Another set
+/// of objects has the same sum with a probability of about 2^-64.
+inline std::uint64_t checksum(std::span<const double> reference, std::span<const double> estimate) {
   std::uint64_t sum = 0;
-  for (std::size_t i = 0; i < reference.size(); ++i) {
-    const Product first = product(std::bit_cast<std::uint64_t>(reference[i]) ^ kKeys[0],
-                                  std::bit_cast<std::uint64_t>(estimate[i]) ^ kKeys[1]);
-    const Product second = product(first.high ^ kKeys[2], first.low ^ kKeys[3]);
-    sum += second.high ^ second.low;
-  }
+  for (std::size_t i = 0; i < reference.size(); ++i) sum += hash_of(reference[i], estimate[i]);
   return sum;
 }
 

@@ -69,6 +69,7 @@ std::vector<std::uint64_t> Wanted::ranks(std::uint64_t n) const {
       ranks.insert(ranks.end(), {n - 1 - place.lower, n - 1 - place.upper});
     }
   }
+  for (const std::uint64_t rank : values) ranks.push_back(std::min(rank, n - 1));
   std::sort(ranks.begin(), ranks.end());
   ranks.erase(std::unique(ranks.begin(), ranks.end()), ranks.end());
   return ranks;
@@ -76,8 +77,8 @@ std::vector<std::uint64_t> Wanted::ranks(std::uint64_t n) const {
 
 bool Wanted::operator==(const Wanted& other) const {
   return has_quantiles == other.has_quantiles && has_fourth == other.has_fourth &&
-         absolute == other.absolute && extras.percentiles == other.extras.percentiles &&
-         extras.outliers == other.extras.outliers;
+         absolute == other.absolute && values == other.values &&
+         extras.percentiles == other.extras.percentiles && extras.outliers == other.extras.outliers;
 }
 
 void Wanted::write(ByteWriter& out) const {
@@ -132,6 +133,17 @@ void set_wanted_by_definition(Found& found, std::span<const double> residuals,
   found.lsst.outlier_rate = outliers / static_cast<double>(n);
 }
 
+// The values of ranks. NaN comes last.
+std::vector<double> at_ranks(std::vector<double> values, std::span<const std::uint64_t> ranks) {
+  std::erase_if(values, [](double value) { return std::isnan(value); });
+  std::sort(values.begin(), values.end());
+  std::vector<double> found;
+  for (const std::uint64_t rank : ranks) {
+    found.push_back(rank < values.size() ? values[static_cast<std::size_t>(rank)] : kNaN);
+  }
+  return found;
+}
+
 Spread spread_by_definition(std::span<const double> residuals, double bias, const Wanted& wanted) {
   Spread spread{};
   std::vector<double> sizes;
@@ -142,17 +154,15 @@ Spread spread_by_definition(std::span<const double> residuals, double bias, cons
     spread.fourth += square * square;
     spread.second_about += square_about;
     spread.fourth_about += square_about * square_about;
-    if (!std::isnan(residual)) sizes.push_back(std::fabs(residual));
+    sizes.push_back(std::fabs(residual));
   }
   const auto n = static_cast<double>(residuals.size());
   for (double* moment :
        {&spread.second, &spread.fourth, &spread.second_about, &spread.fourth_about}) {
     *moment /= n;
   }
-  std::sort(sizes.begin(), sizes.end());
-  for (const std::uint64_t rank : wanted.absolute) {  // NaN comes last
-    spread.absolute.push_back(rank < sizes.size() ? sizes[static_cast<std::size_t>(rank)] : kNaN);
-  }
+  spread.absolute = at_ranks(std::move(sizes), wanted.absolute);
+  spread.values = at_ranks({residuals.begin(), residuals.end()}, wanted.values);
   return spread;
 }
 
@@ -190,70 +200,131 @@ Found by_definition(std::span<const double> residuals, const Wanted& wanted,
 
 // ---- passes ----
 
-// Sums in order are kept in local variables: each addition waits for the one before, and should not
-// wait for memory, too.
+namespace {
+
+using Room = std::array<double, kMostInBlock>;
+
+// The residuals of a block that a pass needs. Every residual is written and stays if it is needed.
+// A branch would be mispredicted.
+class Needed {
+ public:
+  void add(const Search& search, double residual) {
+    residuals_[count_] = residual;
+    count_ += search.needs(residual);
+  }
+  void sift(Search& search) const { search.sift({residuals_.data(), count_}); }
+
+ private:
+  Room residuals_;
+  std::size_t count_ = 0;
+};
+
+// Adds the fourth powers of the distances from a center.
+template <class Residuals>
+void add_fourth(const Residuals& r, std::array<double, 2> center, InOrderSum& delta,
+                InOrderSum& norm) {
+  std::array<InOrderSum, 2> sums = {delta, norm};
+  const auto fourth = [](double distance) { return (distance * distance) * (distance * distance); };
+  for (std::size_t i = 0; i < r.size(); ++i) {
+    sums[0].add(fourth(r.delta(i) - center[0]));
+    sums[1].add(fourth(r.norm(i) - center[1]));
+  }
+  delta = sums[0];
+  norm = sums[1];
+}
+
+}  // namespace
+
+// Both residuals are added in one loop, and sums in order are kept in local variables: an addition
+// waits for the one before, and the other residual's work fills the time.
 template <class Sum>
-void Tally<Sum>::add_first(std::span<const double> residuals, const Wanted& wanted) {
+template <class Residuals>
+std::uint64_t Tally<Sum>::add_first(Tally& delta, Tally& norm, const Residuals& r,
+                                    const Wanted& wanted) {
+  std::uint64_t hashes = 0;
   if constexpr (kIsExact<Sum>) {
-    ExactSum::add_with_squares(residuals, sum_, squares_);
-    for (const double residual : residuals) search_.count(residual);
-  } else {
-    Sum sum = sum_;
-    Sum squares = squares_;
-    for (const double residual : residuals) {
-      sum.add(residual);
-      squares.add(residual * residual);
-      search_.count(residual);
+    Room deltas;
+    Room norms;
+    for (std::size_t i = 0; i < r.size(); ++i) {
+      hashes += r.hash(i);
+      delta.search_.count(deltas[i] = r.delta(i));
+      norm.search_.count(norms[i] = r.norm(i));
     }
-    sum_ = sum;
-    squares_ = squares;
+    ExactSum::add_with_squares({deltas.data(), r.size()}, delta.sum_, delta.squares_);
+    ExactSum::add_with_squares({norms.data(), r.size()}, norm.sum_, norm.squares_);
+  } else {
+    std::array<Sum, 2> sums = {delta.sum_, norm.sum_};
+    std::array<Sum, 2> squares = {delta.squares_, norm.squares_};
+    for (std::size_t i = 0; i < r.size(); ++i) {
+      const double of_delta = r.delta(i);
+      const double of_norm = r.norm(i);
+      sums[0].add(of_delta);
+      squares[0].add(of_delta * of_delta);
+      delta.search_.count(of_delta);
+      sums[1].add(of_norm);
+      squares[1].add(of_norm * of_norm);
+      norm.search_.count(of_norm);
+    }
+    delta.sum_ = sums[0];
+    norm.sum_ = sums[1];
+    delta.squares_ = squares[0];
+    norm.squares_ = squares[1];
   }
-  if (!wanted.has_fourth) return;
-  InOrderSum fourth = fourth_;
-  for (const double residual : residuals) {
-    const double square = residual * residual;
-    fourth.add(square * square);
-  }
-  fourth_ = fourth;
+  if (wanted.has_fourth) add_fourth(r, {0, 0}, delta.fourth_, norm.fourth_);
+  return hashes;
 }
 
 template <class Sum>
-void Tally<Sum>::add_second(std::span<const double> residuals, const Wanted& wanted) {
+std::uint64_t Tally<Sum>::add_second(Tally& delta, Tally& norm, const ResidualsOfObjects& r,
+                                     const Wanted& wanted) {
+  std::uint64_t hashes = 0;
+  Needed needed_deltas;
+  Needed needed_norms;
   if constexpr (kIsExact<Sum>) {
-    deviations_.add_squares_about(bias_, residuals);
-    add_later(residuals);
-  } else {
-    std::array<double, kBlock> needed;
-    std::size_t count = 0;
-    const double bias = bias_;
-    Sum deviations = deviations_;
-    for (const double residual : residuals) {
-      deviations.add((residual - bias) * (residual - bias));
-      needed[count] = residual;
-      count += search_.needs(residual);
+    Room deltas;
+    Room norms;
+    for (std::size_t i = 0; i < r.size(); ++i) {
+      hashes += r.hash(i);
+      needed_deltas.add(delta.search_, deltas[i] = r.delta(i));
+      needed_norms.add(norm.search_, norms[i] = r.norm(i));
     }
-    deviations_ = deviations;
-    search_.sift({needed.data(), count});
+    delta.deviations_.add_squares_about(delta.bias_, {deltas.data(), r.size()});
+    norm.deviations_.add_squares_about(norm.bias_, {norms.data(), r.size()});
+  } else {
+    const std::array<double, 2> bias = {delta.bias_, norm.bias_};
+    std::array<Sum, 2> deviations = {delta.deviations_, norm.deviations_};
+    for (std::size_t i = 0; i < r.size(); ++i) {
+      const double of_delta = r.delta(i);
+      const double of_norm = r.norm(i);
+      deviations[0].add((of_delta - bias[0]) * (of_delta - bias[0]));
+      needed_deltas.add(delta.search_, of_delta);
+      deviations[1].add((of_norm - bias[1]) * (of_norm - bias[1]));
+      needed_norms.add(norm.search_, of_norm);
+    }
+    delta.deviations_ = deviations[0];
+    norm.deviations_ = deviations[1];
   }
-  if (!wanted.has_fourth) return;
-  InOrderSum fourth = fourth_about_;
-  for (const double residual : residuals) {
-    const double square = (residual - bias_) * (residual - bias_);
-    fourth.add(square * square);
+  needed_deltas.sift(delta.search_);
+  needed_norms.sift(norm.search_);
+  if (wanted.has_fourth) {
+    add_fourth(r, {delta.bias_, norm.bias_}, delta.fourth_about_, norm.fourth_about_);
   }
-  fourth_about_ = fourth;
+  return hashes;
 }
 
 template <class Sum>
-void Tally<Sum>::add_later(std::span<const double> residuals) {
-  // Every residual is written and stays if it is needed. A branch would be mispredicted.
-  std::array<double, kBlock> needed;
-  std::size_t count = 0;
-  for (const double residual : residuals) {
-    needed[count] = residual;
-    count += search_.needs(residual);
+std::uint64_t Tally<Sum>::add_later(Tally& delta, Tally& norm, const ResidualsOfObjects& r) {
+  std::uint64_t hashes = 0;
+  Needed needed_deltas;
+  Needed needed_norms;
+  for (std::size_t i = 0; i < r.size(); ++i) {
+    if constexpr (kIsExact<Sum>) hashes += r.hash(i);
+    needed_deltas.add(delta.search_, r.delta(i));
+    needed_norms.add(norm.search_, r.norm(i));
   }
-  search_.sift({needed.data(), count});
+  needed_deltas.sift(delta.search_);
+  needed_norms.sift(norm.search_);
+  return hashes;
 }
 
 template <class Sum>
@@ -405,10 +476,13 @@ Found Tally<Sum>::found(std::uint64_t n, const Wanted& wanted) const {
   if (wanted.has_quantiles) set_quantiles(found, n, wanted);
   if (wanted.has_fourth) {
     const auto mean = [n](const auto& sum) { return sum.total() / static_cast<double>(n); };
-    found.spread = {mean(squares_), mean(fourth_), mean(deviations_), mean(fourth_about_), {}};
+    found.spread = {mean(squares_), mean(fourth_), mean(deviations_), mean(fourth_about_), {}, {}};
     for (std::size_t k = 0; k < wanted.absolute.size(); ++k) {
       const bool is_number = wanted.absolute[k] < size;
       found.spread.absolute.push_back(is_number ? search_.value(q.absolute_asked + k) : kNaN);
+    }
+    for (const std::uint64_t rank : wanted.values) {
+      found.spread.values.push_back(rank < size ? search_.value(q.rank(rank)) : kNaN);
     }
   }
   return found;
@@ -493,6 +567,14 @@ bool Tally<Sum>::fits(bool first_pass, bool is_done, const Wanted& wanted) const
 
 template class Tally<InOrderSum>;
 template class Tally<ExactSum>;
+template std::uint64_t Tally<InOrderSum>::add_first(Tally&, Tally&, const ResidualsOfObjects&,
+                                                    const Wanted&);
+template std::uint64_t Tally<InOrderSum>::add_first(Tally&, Tally&, const KeptResiduals&,
+                                                    const Wanted&);
+template std::uint64_t Tally<ExactSum>::add_first(Tally&, Tally&, const ResidualsOfObjects&,
+                                                  const Wanted&);
+template std::uint64_t Tally<ExactSum>::add_first(Tally&, Tally&, const KeptResiduals&,
+                                                  const Wanted&);
 template Found by_definition<InOrderSum>(std::span<const double>, const Wanted&, const Checkpoint&);
 template Found by_definition<ExactSum>(std::span<const double>, const Wanted&, const Checkpoint&);
 

@@ -14,8 +14,10 @@
 #include "floating_point.h"
 #include "statistics/accumulator.h"
 #include "statistics/bytes.h"
+#include "statistics/checksum.h"
 #include "statistics/exact_sum.h"
 #include "statistics/moments.h"
+#include "statistics/residuals.h"
 #include "statistics/search.h"
 #include "statistics/statistics.h"
 
@@ -23,6 +25,32 @@ namespace vostrel {
 
 template <class Sum>
 inline constexpr bool kIsExact = std::is_same_v<Sum, ExactSum>;
+
+/// The most objects in a block.
+inline constexpr std::size_t kMostInBlock = 1024;
+
+/// The residuals of a block of objects. They are computed where they are used: a division takes
+/// long, and other work fills the time.
+struct ResidualsOfObjects {
+  std::span<const double> reference;
+  std::span<const double> estimate;
+
+  std::size_t size() const { return reference.size(); }
+  double delta(std::size_t i) const { return residual(reference[i], estimate[i]); }
+  double norm(std::size_t i) const { return normalized_residual(reference[i], estimate[i]); }
+  std::uint64_t hash(std::size_t i) const { return hash_of(reference[i], estimate[i]); }
+};
+
+/// The residuals of a block that were kept.
+struct KeptResiduals {
+  std::span<const double> deltas;
+  std::span<const double> norms;
+
+  std::size_t size() const { return deltas.size(); }
+  double delta(std::size_t i) const { return deltas[i]; }
+  double norm(std::size_t i) const { return norms[i]; }
+  std::uint64_t hash(std::size_t /*i*/) const { return 0; }  // taken when they were kept
+};
 
 /// What is asked about a residual beyond its 11 statistics.
 struct Wanted {
@@ -34,7 +62,8 @@ struct Wanted {
   Extras extras = {};
   bool has_quantiles = false;                // median, percentiles, LSST's metrics
   bool has_fourth = false;                   // means of fourth powers
-  std::vector<std::uint64_t> absolute = {};  // ranks of |residual|
+  std::vector<std::uint64_t> absolute = {};  // ranks of |residual|, below n
+  std::vector<std::uint64_t> values = {};    // ranks of the residual, below n
 
   /// The ranks whose values are wanted, ascending.
   std::vector<std::uint64_t> ranks(std::uint64_t n) const;
@@ -53,6 +82,7 @@ struct Spread {
   double second_about;           ///< Mean of (r - bias)^2.
   double fourth_about;           ///< Mean of (r - bias)^4.
   std::vector<double> absolute;  ///< The |r| of the ranks that are wanted.
+  std::vector<double> values;    ///< The r of the ranks that are wanted.
 };
 
 /// The numbers of one residual. Those that are not wanted are 0 or empty.
@@ -73,16 +103,19 @@ Found by_definition(std::span<const double> residuals, const Wanted& wanted,
 template <class Sum>
 class Tally {
  public:
-  /// The largest number of residuals in a block.
-  static constexpr std::size_t kBlock = 1024;
+  /// Takes a block of the first pass. Returns the checksum of the objects, with exact sums.
+  /// @param r  ResidualsOfObjects or KeptResiduals.
+  template <class Residuals>
+  static std::uint64_t add_first(Tally& delta, Tally& norm, const Residuals& r,
+                                 const Wanted& wanted);
+  /// Takes a block of the second pass. Returns as above.
+  static std::uint64_t add_second(Tally& delta, Tally& norm, const ResidualsOfObjects& r,
+                                  const Wanted& wanted);
+  /// Takes a block of a later pass. Returns as above.
+  static std::uint64_t add_later(Tally& delta, Tally& norm, const ResidualsOfObjects& r);
 
-  /// Takes a block of the first pass.
-  void add_first(std::span<const double> residuals, const Wanted& wanted);
   void end_first_pass(std::uint64_t n, const Wanted& wanted);
 
-  /// Takes a block of the second pass, or of a later one.
-  void add_second(std::span<const double> residuals, const Wanted& wanted);
-  void add_later(std::span<const double> residuals);
   void end_second_pass(std::uint64_t n);
 
   /// Ends the second or a later pass. Returns whether another one is needed.

@@ -35,7 +35,7 @@ class Stop {
   std::atomic<bool> is_set_ = false;
 };
 
-LeftOut add(Accumulator& passes, const Numbers& columns, const Arrays& masks, bool has_nan,
+LeftOut add(ExactAccumulator& passes, const Numbers& columns, const Arrays& masks, bool has_nan,
             const Stop& stop) {
   Rows rows = rows_of(columns, masks, true);
   if (!has_nan) rows.expect_no_nan();
@@ -57,17 +57,18 @@ LeftOut add_binned(ExactBins& passes, const Numbers& columns, const Arrays& mask
   return left_out;
 }
 
-py::tuple count_and_numbers(const PointStatistics& statistics) {
-  return py::make_tuple(statistics.n, tuple_of(statistics.delta), tuple_of(statistics.norm));
+// (n, delta, norm, lsst)
+py::tuple with_count(const FoundOfBoth& found) {
+  return py::make_tuple(found.n) + numbers_of(found);
 }
 
-py::tuple result(const Accumulator& passes) {
-  PointStatistics statistics;
+py::tuple result(const ExactAccumulator& passes) {
+  FoundOfBoth found;
   {
     const py::gil_scoped_release release;
-    statistics = passes.result(look_for_signals);
+    found = passes.result(look_for_signals);
   }
-  return count_and_numbers(statistics);
+  return with_count(found);
 }
 
 py::list results(const ExactBins& passes) {
@@ -77,7 +78,7 @@ py::list results(const ExactBins& passes) {
     found = passes.results(look_for_signals);
   }
   py::list list;
-  for (const FoundOfBoth& bin : found) list.append(count_and_numbers(bin.point()));
+  for (const FoundOfBoth& bin : found) list.append(with_count(bin));
   return list;
 }
 
@@ -91,7 +92,7 @@ SomePasses from_bytes(const py::bytes& bytes) {
   return SomePasses::from_bytes(static_cast<std::string_view>(bytes));
 }
 
-bool end_pass(Accumulator& passes) { return passes.end_pass(); }
+bool end_pass(ExactAccumulator& passes) { return passes.end_pass(); }
 bool end_pass(ExactBins& passes) { return passes.end_pass(look_for_signals); }
 
 // Defines what both classes have in common.
@@ -128,14 +129,22 @@ template std::vector<std::uint64_t> add_to_bins(InOrderBins&, Rows&, const Check
 template std::vector<std::uint64_t> add_to_bins(ExactBins&, Rows&, const Checkpoint&);
 
 void define_accumulators(py::module_& module) {
+  using Numbers = std::vector<double>;
+  const auto percentiles = py::arg("percentiles");
+  const auto outliers = py::arg("outliers");
   py::class_<Stop>(module, "Stop").def(py::init()).def("set", &Stop::set);
-  define<Accumulator>(module, "Accumulator")
-      .def(py::init([] { return Accumulator(); }))
+  define<ExactAccumulator>(module, "Accumulator")
+      .def(py::init([](const Numbers& percents, const Numbers& bounds) {
+             return ExactAccumulator(Wanted({percents, bounds}));
+           }),
+           percentiles, outliers)
       .def("add", add, py::arg("columns"), py::arg("masks"), py::arg("has_nan"), py::arg("stop"))
       .def("result", result);
   define<ExactBins>(module, "BinnedAccumulator")
-      .def(py::init([](std::vector<double> edges) { return ExactBins(Bins(std::move(edges))); }),
-           py::arg("edges"))
+      .def(py::init([](Numbers edges, const Numbers& percents, const Numbers& bounds) {
+             return ExactBins(Bins(std::move(edges)), Wanted({percents, bounds}));
+           }),
+           py::arg("edges"), percentiles, outliers)
       .def("add", add_binned, py::arg("columns"), py::arg("masks"), py::arg("has_nan"),
            py::arg("stop"))
       .def("edges", [](const ExactBins& passes) { return passes.bins().edges(); })

@@ -15,7 +15,6 @@
 #include "statistics/accumulator.h"
 #include "statistics/residuals.h"
 #include "statistics/statistics.h"
-#include "statistics/uncertainties.h"
 
 namespace py = pybind11;
 
@@ -37,20 +36,12 @@ class ObjectsInBins {
 
   std::size_t count(std::size_t bin) const { return reference(bin).size(); }
 
-  // Returns (delta, norm).
-  py::tuple statistics(std::size_t bin) const {
-    const std::span<const double> references = reference(bin);
-    const std::span<const double> estimates = estimate(bin);
-    PointStatistics found{};
-    {
-      const py::gil_scoped_release release;
-      found = point_statistics(references, estimates, look_for_signals);
-    }
-    return py::make_tuple(tuple_of(found.delta), tuple_of(found.norm));
-  }
-
-  py::tuple spreads(std::size_t bin, const std::vector<std::uint64_t>& ranks) const {
-    return spreads_of(reference(bin), estimate(bin), ranks);
+  py::tuple statistics(std::size_t bin, const std::vector<double>& percentiles,
+                       const std::vector<double>& outliers,
+                       const std::vector<std::uint64_t>& absolute,
+                       const std::vector<std::uint64_t>& values) const {
+    return numbers_with_spreads(reference(bin), estimate(bin), {percentiles, outliers}, absolute,
+                                values);
   }
 
   // Returns the median of the reference, the median of the normalized residual, and its values of
@@ -142,8 +133,8 @@ void add_bins(py::module_& module) {
       .def(py::init<const Numbers&, const Arrays&, std::vector<double>>(), py::arg("columns"),
            py::arg("masks"), py::arg("edges"))
       .def("count", &ObjectsInBins::count, py::arg("bin"))
-      .def("point_statistics", &ObjectsInBins::statistics, py::arg("bin"))
-      .def("spreads", &ObjectsInBins::spreads, py::arg("bin"), py::arg("ranks"))
+      .def("statistics", &ObjectsInBins::statistics, py::arg("bin"), py::arg("percentiles"),
+           py::arg("outliers"), py::arg("absolute"), py::arg("values"))
       .def("medians", &ObjectsInBins::medians, py::arg("bin"), py::arg("ranks"));
   module.def("count_in_bins", count_in_bins, py::arg("values"), py::arg("edges"));
   module.def("count_in_cells", count_in_cells, py::arg("x"), py::arg("y"), py::arg("x_edges"),

@@ -96,8 +96,12 @@ class Sample {
   std::vector<std::span<const double>> columns_;
 };
 
-py::tuple compute_spreads(const Sample& sample, const std::vector<std::uint64_t>& ranks) {
-  return spreads_of(sample.column(0), sample.column(1), ranks);
+py::tuple compute_statistics(const Sample& sample, const std::vector<double>& percentiles,
+                             const std::vector<double>& outliers,
+                             const std::vector<std::uint64_t>& absolute,
+                             const std::vector<std::uint64_t>& values) {
+  return numbers_with_spreads(sample.column(0), sample.column(1), {percentiles, outliers}, absolute,
+                              values);
 }
 
 using Groups = py::array_t<std::uint32_t, py::array::c_style>;
@@ -227,7 +231,8 @@ void add_bootstrap(py::module_& module) {
           },
           py::arg("i"))
       .def("kept", &Sample::kept)
-      .def("spreads", compute_spreads, py::arg("ranks"));
+      .def("statistics", compute_statistics, py::arg("percentiles"), py::arg("outliers"),
+           py::arg("absolute"), py::arg("values"));
   py::class_<BootstrapOfSample>(module, "Bootstrap")
       .def(py::init<std::shared_ptr<Sample>, std::size_t, std::uint64_t, std::optional<Groups>,
                     std::size_t>(),

@@ -5,8 +5,6 @@
 #include <chrono>
 #include <stdexcept>
 
-#include "statistics/uncertainties.h"
-
 namespace py = pybind11;
 
 namespace vostrel::python {
@@ -110,19 +108,47 @@ void check_ranks(const std::vector<std::uint64_t>& ranks, std::size_t n) {
   }
 }
 
-py::tuple spreads_of(std::span<const double> reference, std::span<const double> estimate,
-                     const std::vector<std::uint64_t>& ranks) {
-  check_ranks(ranks, reference.size());
-  std::array<Spread, 2> found;
+std::vector<double> numbers_of(const Found& found) {
+  std::vector<double> numbers;
+  for (const Statistic& statistic : kStatistics) {
+    numbers.push_back(found.statistics.*statistic.member);
+  }
+  const Quantiles& q = found.quantiles;
+  numbers.insert(numbers.end(), {q.median, q.sigma_68, q.sigma_iqr});
+  numbers.insert(numbers.end(), q.percentiles.begin(), q.percentiles.end());
+  numbers.insert(numbers.end(), q.outliers.begin(), q.outliers.end());
+  return numbers;
+}
+
+std::vector<double> numbers_of(const LsstMetrics& metrics) {
+  return {metrics.bias, metrics.sigma_iqr, metrics.sigma_mad, metrics.outlier_rate};
+}
+
+py::tuple numbers_of(const FoundOfBoth& found) {
+  return py::make_tuple(numbers_of(found.delta), numbers_of(found.norm),
+                        numbers_of(found.norm.lsst));
+}
+
+py::tuple numbers_with_spreads(std::span<const double> reference, std::span<const double> estimate,
+                               const Extras& extras, const std::vector<std::uint64_t>& absolute,
+                               const std::vector<std::uint64_t>& values) {
+  check_ranks(absolute, reference.size());
+  check_ranks(values, reference.size());
+  Wanted wanted(extras);
+  wanted.has_fourth = true;
+  wanted.absolute = absolute;
+  wanted.values = values;
+  FoundOfBoth found;
   {
     const py::gil_scoped_release release;
-    found = spreads(reference, estimate, ranks, look_for_signals);
+    found = find_in_order(reference, estimate, wanted, look_for_signals);
   }
-  const auto tuple_of = [](const Spread& spread) {
+  const auto tuple_of_spread = [](const Spread& spread) {
     return py::make_tuple(spread.second, spread.fourth, spread.second_about, spread.fourth_about,
-                          spread.absolute);
+                          spread.absolute, spread.values);
   };
-  return py::make_tuple(tuple_of(found[0]), tuple_of(found[1]));
+  return numbers_of(found) +
+         py::make_tuple(tuple_of_spread(found.delta.spread), tuple_of_spread(found.norm.spread));
 }
 
 void look_for_signals() {

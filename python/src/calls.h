@@ -15,6 +15,7 @@
 
 #include "python/src/columns.h"
 #include "python/src/rows.h"
+#include "statistics/basic_accumulator.h"
 #include "statistics/statistics.h"
 
 namespace vostrel::python {
@@ -40,9 +41,22 @@ pybind11::tuple tuple_of(const ResidualStatistics& statistics);
 /// Throws ValueError unless the ranks are below n.
 void check_ranks(const std::vector<std::uint64_t>& ranks, std::size_t n);
 
-/// The spreads of both residuals: for each the four moments and a list of the |r| of the ranks.
-pybind11::tuple spreads_of(std::span<const double> reference, std::span<const double> estimate,
-                           const std::vector<std::uint64_t>& ranks);
+/// The numbers in the order of kStatistics, then the median, sigma_68, sigma_iqr, the percentiles
+/// and the outlier percentages.
+std::vector<double> numbers_of(const Found& found);
+
+/// LSST's metrics in the order of their declaration.
+std::vector<double> numbers_of(const LsstMetrics& metrics);
+
+/// (delta, norm, lsst): the numbers of both residuals, and LSST's.
+pybind11::tuple numbers_of(const FoundOfBoth& found);
+
+/// As numbers_of() of two columns, then for each residual what errors follow from: (second, fourth,
+/// second_about, fourth_about, absolute, values), the last two of the ranks.
+pybind11::tuple numbers_with_spreads(std::span<const double> reference,
+                                     std::span<const double> estimate, const Extras& extras,
+                                     const std::vector<std::uint64_t>& absolute,
+                                     const std::vector<std::uint64_t>& values);
 
 /// Throws Python's KeyboardInterrupt if the user has pressed Ctrl-C. Looks every 50 ms
 /// at most. Requires: the GIL is released.

@@ -12,4 +12,3 @@
 #include "statistics/search.cpp"
 #include "statistics/statistics.cpp"
 #include "statistics/tally.cpp"
-#include "statistics/uncertainties.cpp"

@@ -47,21 +47,21 @@ bool complete(SomePasses& passes, Rows& rows, bool omit_nan, Add add) {
   return true;
 }
 
-// Returns (n, n_masked, n_nan, delta, norm). The last two are None if there is NaN that isn't left
-// out.
-py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, bool omit_nan) {
+// Returns (n, n_masked, n_nan, numbers): (delta, norm, lsst), or None if there is NaN that isn't
+// left out.
+py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, bool omit_nan,
+                                   const std::vector<double>& percentiles,
+                                   const std::vector<double>& outliers) {
   Rows rows = rows_of(columns, masks, omit_nan);
-  std::optional<PointStatistics> statistics;
+  InOrderAccumulator passes(Wanted({percentiles, outliers}));
+  std::optional<FoundOfBoth> found;
   {
     const py::gil_scoped_release release;
-    InOrderAccumulator passes;
     const auto add = [&](const Block& block) { passes.add(block.reference, block.estimate); };
-    if (complete(passes, rows, omit_nan, add)) statistics = passes.result(look_for_signals).point();
+    if (complete(passes, rows, omit_nan, add)) found = passes.result(look_for_signals);
   }
-  const py::object none = py::none();
   return py::make_tuple(rows.kept(), rows.masked(), rows.nan(),
-                        statistics ? py::object(tuple_of(statistics->delta)) : none,
-                        statistics ? py::object(tuple_of(statistics->norm)) : none);
+                        found ? py::object(numbers_of(*found)) : py::object(py::none()));
 }
 
 // Counts and range of the objects, found in a first pass.
@@ -124,61 +124,50 @@ py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, st
   return py::array_t<double>(static_cast<py::ssize_t>(values.size()), values.data());
 }
 
-// Returns (counts, nan_counts, n_outside, numbers): for each bin the number of objects, and how
-// many of them have NaN; the number of objects in no bin; and the numbers of both residuals as an
-// array of shape (2, statistics, bins). Objects with NaN are left out, or make the numbers of their
-// bin NaN.
+// Returns (counts, nan_counts, n_outside, numbers, lsst): for each bin the number of objects, and
+// how many of them have NaN; the number of objects in no bin; the numbers of both residuals as an
+// array of shape (2, numbers, bins), and LSST's in shape (4, bins). Objects with NaN are left out,
+// or make the numbers of their bin NaN.
 py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks, bool omit_nan,
-                                    std::vector<double> edges) {
+                                    std::vector<double> edges,
+                                    const std::vector<double>& percentiles,
+                                    const std::vector<double>& outliers) {
   Rows rows = rows_of(columns, masks, true);
-  const Bins bins(std::move(edges));
+  InOrderBins passes(Bins(std::move(edges)), Wanted({percentiles, outliers}));
   std::vector<std::uint64_t> nan_counts;
   std::vector<FoundOfBoth> found;
-  std::uint64_t outside = 0;
   {
     const py::gil_scoped_release release;
-    InOrderBins passes(bins);
     do {
       nan_counts = add_to_bins(passes, rows);
     } while (passes.end_pass(look_for_signals));
     found = passes.results(look_for_signals);
-    outside = passes.outside();
   }
 
-  const auto size = static_cast<py::ssize_t>(bins.size());
+  const auto size = static_cast<py::ssize_t>(found.size());
+  const auto length = static_cast<py::ssize_t>(numbers_of(found.front().delta).size());
   py::array_t<std::uint64_t> counts(size);
-  py::array_t<double> numbers({py::ssize_t{2}, py::ssize_t{kStatistics.size()}, size});
+  py::array_t<double> numbers({py::ssize_t{2}, length, size});
+  py::array_t<double> lsst({py::ssize_t{4}, size});
   auto count = counts.mutable_unchecked<1>();
-  auto number = numbers.mutable_unchecked<3>();
   for (py::ssize_t bin = 0; bin < size; ++bin) {
-    const std::size_t b = static_cast<std::size_t>(bin);
+    const auto b = static_cast<std::size_t>(bin);
     const bool is_nan = !omit_nan && nan_counts[b] != 0;
     count(bin) = found[b].n + (omit_nan ? 0 : nan_counts[b]);
-    for (py::ssize_t i = 0; i < number.shape(1); ++i) {
-      const auto member = kStatistics[static_cast<std::size_t>(i)].member;
-      number(0, i, bin) = is_nan ? kNaN : found[b].delta.statistics.*member;
-      number(1, i, bin) = is_nan ? kNaN : found[b].norm.statistics.*member;
+    const auto set = [&](double& place, double value) { place = is_nan ? kNaN : value; };
+    for (py::ssize_t part = 0; part < 2; ++part) {
+      const std::vector<double> row = numbers_of(part == 0 ? found[b].delta : found[b].norm);
+      for (py::ssize_t i = 0; i < length; ++i) {
+        set(numbers.mutable_at(part, i, bin), row[static_cast<std::size_t>(i)]);
+      }
+    }
+    const std::vector<double> metrics = numbers_of(found[b].norm.lsst);
+    for (py::ssize_t i = 0; i < 4; ++i) {
+      set(lsst.mutable_at(i, bin), metrics[static_cast<std::size_t>(i)]);
     }
   }
-  return py::make_tuple(counts, py::array_t<std::uint64_t>(size, nan_counts.data()), outside,
-                        numbers);
-}
-
-// Returns (n, n_masked, n_nan, metrics). The last is None if there is NaN that isn't left out.
-py::tuple compute_lsst_metrics(const Numbers& columns, const Arrays& masks, bool omit_nan) {
-  Rows rows = rows_of(columns, masks, omit_nan);
-  std::optional<LsstMetrics> metrics;
-  {
-    const py::gil_scoped_release release;
-    InOrderAccumulator passes{Wanted(Extras())};
-    const auto add = [&](const Block& block) { passes.add(block.reference, block.estimate); };
-    if (complete(passes, rows, omit_nan, add)) metrics = passes.result(look_for_signals).norm.lsst;
-  }
-  return py::make_tuple(rows.kept(), rows.masked(), rows.nan(),
-                        metrics
-                            ? py::object(py::make_tuple(metrics->bias, metrics->sigma_iqr,
-                                                        metrics->sigma_mad, metrics->outlier_rate))
-                            : py::object(py::none()));
+  return py::make_tuple(counts, py::array_t<std::uint64_t>(size, nan_counts.data()),
+                        passes.outside(), numbers, lsst);
 }
 
 py::tuple list_statistics() {
@@ -216,10 +205,12 @@ PYBIND11_MODULE(_core, module) {
   const auto columns = py::arg("columns");
   const auto masks = py::arg("masks");
   const auto omit_nan = py::arg("omit_nan");
-  module.def("point_statistics", compute_point_statistics, columns, masks, omit_nan);
-  module.def("lsst_metrics", compute_lsst_metrics, columns, masks, omit_nan);
+  const auto percentiles = py::arg("percentiles");
+  const auto outliers = py::arg("outliers");
+  module.def("point_statistics", compute_point_statistics, columns, masks, omit_nan, percentiles,
+             outliers);
   module.def("binned_statistics", compute_binned_statistics, columns, masks, omit_nan,
-             py::arg("edges"));
+             py::arg("edges"), percentiles, outliers);
   module.def("survey", survey, columns, masks, omit_nan);
   module.def("order_values", order_values, columns, masks, py::arg("n"), py::arg("ranks"));
   add_bootstrap(module);

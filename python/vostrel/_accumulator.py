@@ -12,12 +12,13 @@ import numpy as np
 from vostrel import _core
 from vostrel._binned import fixed_edges
 from vostrel._inputs import check_counts, prepare
-from vostrel._options import check_choice
+from vostrel._options import Asked, Numbers, check_choice, read_asked
+from vostrel._point import made_of
 from vostrel._results import (
+    BinnedLsstMetrics,
     BinnedResidualStatistics,
     BinnedStatistics,
     PointStatistics,
-    ResidualStatistics,
 )
 
 if TYPE_CHECKING:
@@ -41,14 +42,20 @@ class State(Generic[Core]):
     #: The arrays of a chunk. The first two are required.
     CHUNK: tuple[str, ...]
 
-    def __init__(self, nan_policy: str, core: Core, left_out: int) -> None:
+    def __init__(self, nan_policy: str, asked: Asked, core: Core, left_out: int) -> None:
         check_choice("nan_policy of chunks", nan_policy, get_args(ChunkNanPolicy))
-        self._set(nan_policy, core, True, np.zeros(left_out, np.uint64))
+        self._set(nan_policy, asked, core, True, np.zeros(left_out, np.uint64))
 
     def _set(
-        self, nan_policy: str, core: Core, first: bool, left_out: NDArray[np.uint64]
+        self,
+        nan_policy: str,
+        asked: Asked,
+        core: Core,
+        first: bool,
+        left_out: NDArray[np.uint64],
     ) -> None:
         self._nan_policy = nan_policy
+        self._asked = asked
         self._core: Core = core
         self._first = first  # whether this is the first pass
         # Counted in the first pass: n_masked, n_nan, and the objects with NaN in each bin.
@@ -96,6 +103,8 @@ class State(Generic[Core]):
                 "states to be merged must have one nan_policy, "
                 f"not {self._nan_policy!r} and {other._nan_policy!r}"
             )
+        if other._asked != self._asked:
+            raise ValueError("states to be merged must have the same percentiles and outliers")
         with ExitStack() as locks:
             for state in sorted((self, other), key=id):  # always in one order: no deadlock
                 locks.enter_context(state._lock)
@@ -138,7 +147,7 @@ class State(Generic[Core]):
         with self._lock:
             new = object.__new__(type(self))
             left_out = self._left_out * (not self._first)
-            new._set(self._nan_policy, self._core.fresh(), self._first, left_out)
+            new._set(self._nan_policy, self._asked, self._core.fresh(), self._first, left_out)
             return new
 
     def _refuse_more(self) -> None:
@@ -153,7 +162,7 @@ class State(Generic[Core]):
         with self._lock:
             left_out = self._left_out.tolist()
             fields: tuple[Any, ...] = (
-                self._nan_policy, self._core.to_bytes(), self._first, left_out
+                self._nan_policy, tuple(self._asked), self._core.to_bytes(), self._first, left_out
             )
         written = pickle.dumps((PICKLE_VERSION, *fields), protocol=4)
         return _digest(written) + written
@@ -168,9 +177,9 @@ class State(Generic[Core]):
                 f"this state has version {version}, and this release of vostrel "
                 f"reads version {PICKLE_VERSION}: use the same release for all workers"
             )
-        nan_policy, core, first, left_out = fields
+        nan_policy, asked, core, first, left_out = fields
         core = self._core_type().from_bytes(core)
-        self._set(nan_policy, core, first, np.array(left_out, np.uint64))
+        self._set(nan_policy, Asked(*asked), core, first, np.array(left_out, np.uint64))
 
     @staticmethod
     def _core_type() -> type[Core]:
@@ -187,6 +196,8 @@ class Accumulator(State[_core.Accumulator]):
 
     Parameters
     ----------
+    percentiles, outliers : float or array_like of float, optional
+        As in `point_statistics`.
     nan_policy : {"raise", "omit"}
         What to do with objects that have NaN and are not masked: raise a
         ValueError at the end of the first pass, or leave them out.
@@ -195,7 +206,8 @@ class Accumulator(State[_core.Accumulator]):
     Raises
     ------
     ValueError
-        If `nan_policy` is something else.
+        If `nan_policy` is something else, or a percentile or a bound is out of
+        its range.
 
     Notes
     -----
@@ -240,8 +252,15 @@ class Accumulator(State[_core.Accumulator]):
 
     CHUNK = ("reference", "estimate", "mask")
 
-    def __init__(self, *, nan_policy: ChunkNanPolicy = "raise") -> None:
-        super().__init__(nan_policy, _core.Accumulator(), 2)
+    def __init__(
+        self,
+        *,
+        percentiles: Numbers = (),
+        outliers: Numbers = (),
+        nan_policy: ChunkNanPolicy = "raise",
+    ) -> None:
+        asked = read_asked(percentiles, outliers)
+        super().__init__(nan_policy, asked, _core.Accumulator(*asked), 2)
 
     def add(self, reference: Any, estimate: Any, mask: Any | None = None) -> None:
         """Add a chunk to the pass.
@@ -279,10 +298,9 @@ class Accumulator(State[_core.Accumulator]):
         """
         with self._lock:
             self._refuse_result()
-            n, delta, norm = self._core.result()
+            n, *numbers = self._core.result()
             n_masked, n_nan = self._left_out.tolist()
-            parts = ResidualStatistics(*delta), ResidualStatistics(*norm)
-            return PointStatistics(n, n_masked, n_nan, *parts)
+            return made_of((n, n_masked, n_nan), numbers, self._asked)
 
     @staticmethod
     def _core_type() -> type[_core.Accumulator]:
@@ -301,10 +319,14 @@ class BinnedAccumulator(State[_core.BinnedAccumulator]):
         self,
         bins: int | Any,
         range: tuple[float, float] | None = None,
+        percentiles: Numbers = (),
+        outliers: Numbers = (),
         nan_policy: ChunkNanPolicy = "raise",
     ) -> None:
         edges = fixed_edges(bins, range).tolist()
-        super().__init__(nan_policy, _core.BinnedAccumulator(edges), 2 + len(edges) - 1)
+        asked = read_asked(percentiles, outliers)
+        core = _core.BinnedAccumulator(edges, *asked)
+        super().__init__(nan_policy, asked, core, 2 + len(edges) - 1)
 
     def add(
         self,
@@ -323,7 +345,8 @@ class BinnedAccumulator(State[_core.BinnedAccumulator]):
         """Return the statistics, once no further pass is needed."""
         with self._lock:
             self._refuse_result()
-            counts, delta, norm = zip(*self._core.results())
+            counts, *parts = zip(*self._core.results())
+            delta, norm, metrics = ([_frozen(row, np.float64) for row in zip(*p)] for p in parts)
             return BinnedStatistics(
                 edges=_frozen(self._core.edges(), np.float64),
                 counts=_frozen(counts, np.int64),
@@ -331,8 +354,9 @@ class BinnedAccumulator(State[_core.BinnedAccumulator]):
                 n_masked=int(self._left_out[0]),
                 n_nan=int(self._left_out[1]),
                 n_outside=self._core.outside(),
-                delta=BinnedResidualStatistics(*(_frozen(row, np.float64) for row in zip(*delta))),
-                norm=BinnedResidualStatistics(*(_frozen(row, np.float64) for row in zip(*norm))),
+                delta=BinnedResidualStatistics._of(delta, self._asked),
+                norm=BinnedResidualStatistics._of(norm, self._asked),
+                lsst=BinnedLsstMetrics(*metrics),
             )
 
     @staticmethod

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import math
-from dataclasses import astuple, replace
+from dataclasses import replace
 from functools import partial
 from typing import TYPE_CHECKING, Any
 
@@ -11,8 +11,13 @@ import numpy as np
 
 from vostrel import _core
 from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
-from vostrel._options import check_flag, read_integer, shown
-from vostrel._results import BinnedResidualStatistics, BinnedStatistics, Uncertainties
+from vostrel._options import Numbers, check_flag, read_asked, read_integer, shown
+from vostrel._results import (
+    BinnedLsstMetrics,
+    BinnedResidualStatistics,
+    BinnedStatistics,
+    Uncertainties,
+)
 from vostrel._uncertainties import CONFIDENCE, by_formula
 
 if TYPE_CHECKING:
@@ -26,6 +31,8 @@ def binned_statistics(
     *,
     bins: int | tuple[str, int] | Any = 10,
     range: tuple[float, float] | None = None,
+    percentiles: Numbers = (),
+    outliers: Numbers = (),
     mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
     uncertainties: bool = False,
@@ -48,6 +55,8 @@ def binned_statistics(
         The lower and upper end of a number of bins. By default the smallest
         and the largest value. Objects outside are counted and left out. A
         unit is converted into that of `by`.
+    percentiles, outliers : float or array_like of float, optional
+        As in `point_statistics`.
     mask : array_like of bool, shape (n,), optional
         True leaves an object out, as a masked entry does.
     nan_policy : {"raise", "omit", "propagate"}
@@ -96,6 +105,7 @@ def binned_statistics(
     >>> round(b[1].delta.mad, 6)
     0.1
     """
+    asked = read_asked(percentiles, outliers)
     given = {"reference": reference, "estimate": estimate}
     if by is not None:
         given["by"] = by
@@ -113,11 +123,11 @@ def binned_statistics(
         edges = equal_counts(columns, n if omit else n - n_nan, value)
     else:
         edges = _equal_widths(low, high, value, _without_unit("range", range, by))
-    *unsigned, n_outside, numbers = _core.binned_statistics(
-        columns.values, columns.masks, omit, edges.tolist()
+    *unsigned, n_outside, numbers, metrics = _core.binned_statistics(
+        columns.values, columns.masks, omit, edges.tolist(), *asked
     )
     counts, nan_counts = (array.astype(np.int64) for array in unsigned)
-    for array in (edges, counts, nan_counts, numbers):
+    for array in (edges, counts, nan_counts, numbers, metrics):
         array.flags.writeable = False
     result = BinnedStatistics(
         edges=edges,
@@ -126,8 +136,9 @@ def binned_statistics(
         n_masked=n_masked,
         n_nan=n_nan,
         n_outside=n_outside,
-        delta=BinnedResidualStatistics(*numbers[0]),
-        norm=BinnedResidualStatistics(*numbers[1]),
+        delta=BinnedResidualStatistics._of(numbers[0], asked),
+        norm=BinnedResidualStatistics._of(numbers[1], asked),
+        lsst=BinnedLsstMetrics(*metrics),
     )
     if uncertainties:
         result = replace(result, uncertainties=_by_formula(columns, result, omit))
@@ -140,8 +151,7 @@ def _by_formula(columns: Columns, bins: BinnedStatistics, omit: bool) -> tuple[U
     result = []
     for i, known in enumerate(bins):
         n = 0 if known.n_nan and not omit else known.n
-        values = [astuple(known.delta), astuple(known.norm)]
-        parts = by_formula(n, values, partial(objects.spreads, i), CONFIDENCE)
+        parts = by_formula(n, bins.delta._asked(), partial(objects.statistics, i), CONFIDENCE)
         result.append(Uncertainties(known.n, 0, known.n_nan, CONFIDENCE, "formula", *parts))
     return tuple(result)
 

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import os
-from dataclasses import astuple, dataclass
+from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, Callable, Never
 
 import numpy as np
@@ -23,7 +23,13 @@ from vostrel._options import read_confidence, read_integer
 from vostrel._point import point_statistics, statistics_of
 from vostrel._progress import Progress, Report, check_progress
 from vostrel._resampling import Draws, Workers, draw
-from vostrel._results import PointStatistics, UncertainResidualStatistics, Uncertainties, compared
+from vostrel._results import (
+    NAMES,
+    PointStatistics,
+    UncertainResidualStatistics,
+    Uncertainties,
+    compared,
+)
 from vostrel._tables import Grid, Result, clipped
 
 if TYPE_CHECKING:
@@ -377,7 +383,9 @@ class _Options:
         tell: Callable[[int], None],
     ) -> Both:
         """Return both residuals of one estimate, with its resamples."""
-        numbers = np.array([astuple(values.delta), astuple(values.norm)])
+        numbers = np.array(
+            [[getattr(part, name) for name in NAMES] for part in (values.delta, values.norm)]
+        )
         with_errors = self.interval in ("auto", "studentized")
         draws = Draws(sample, estimate, self.seed, groups, with_errors)
         if _has_nan(sample, estimate):

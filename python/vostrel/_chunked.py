@@ -7,7 +7,7 @@ from typing import Any, Callable
 
 from vostrel import _core
 from vostrel._accumulator import Accumulator, BinnedAccumulator, ChunkNanPolicy
-from vostrel._options import read_workers, shown
+from vostrel._options import Numbers, read_workers, shown
 from vostrel._progress import Progress, Report, check_progress
 from vostrel._results import BinnedStatistics, PointStatistics
 
@@ -18,6 +18,8 @@ Chunks = Iterable[Any] | Callable[[], Iterable[Any]]
 def chunked_statistics(
     chunks: Chunks,
     *,
+    percentiles: Numbers = (),
+    outliers: Numbers = (),
     nan_policy: ChunkNanPolicy = "raise",
     workers: int = 1,
     progress: Progress = False,
@@ -33,6 +35,8 @@ def chunked_statistics(
         iterable must start again each time, as a list does; a function is
         called for each pass. All passes must see the same objects, in any
         order.
+    percentiles, outliers : float or array_like of float, optional
+        As in `point_statistics`.
     nan_policy : {"raise", "omit"}
         What to do with objects that have NaN and are not masked: raise a
         ValueError at the end of the first pass, or leave them out.
@@ -51,10 +55,10 @@ def chunked_statistics(
     -------
     PointStatistics
         The same to the last bit, whatever the chunks, the order of the objects
-        and the workers. MAD, NMAD, MAD(Delta) and the outliers beyond 0.15 have the
-        bits of `point_statistics`. Bias, sigma and RMS come from exact sums
-        and differ by about 1e-13 from those of `point_statistics`, whose sums
-        round at each addition.
+        and the workers. Bias, sigma and RMS come from exact sums and differ by
+        about 1e-13 from those of `point_statistics`, whose sums round at each
+        addition. The other numbers have the bits of `point_statistics`, except
+        outliers whose bound is a multiple of sigma.
 
     Raises
     ------
@@ -81,9 +85,8 @@ def chunked_statistics(
     >>> s.n, round(s.norm.nmad, 6)
     (4, 0.086485)
     """
-    result: PointStatistics = go_over(
-        Accumulator(nan_policy=nan_policy), chunks, workers, progress
-    )
+    state = Accumulator(percentiles=percentiles, outliers=outliers, nan_policy=nan_policy)
+    result: PointStatistics = go_over(state, chunks, workers, progress)
     return result
 
 
@@ -92,6 +95,8 @@ def chunked_binned_statistics(
     *,
     bins: int | Any,
     range: tuple[float, float] | None = None,
+    percentiles: Numbers = (),
+    outliers: Numbers = (),
     nan_policy: ChunkNanPolicy = "raise",
     workers: int = 1,
     progress: Progress = False,
@@ -110,6 +115,8 @@ def chunked_binned_statistics(
         equal width, which needs `range`.
     range : (float, float), optional
         The lower and upper end of a number of bins.
+    percentiles, outliers : float or array_like of float, optional
+        As in `point_statistics`.
     nan_policy : {"raise", "omit"}
         As for `chunked_statistics`. An object whose `by` is NaN is in no bin.
     workers, progress
@@ -141,7 +148,7 @@ def chunked_binned_statistics(
     >>> b.counts
     array([1, 3])
     """
-    state = BinnedAccumulator(bins, range, nan_policy)
+    state = BinnedAccumulator(bins, range, percentiles, outliers, nan_policy)
     result: BinnedStatistics = go_over(state, chunks, workers, progress)
     return result
 

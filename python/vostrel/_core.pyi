@@ -14,10 +14,12 @@ STATISTICS: tuple[tuple[str, str, str, str], ...]
 NMAD_FACTOR: float
 OUTLIER_BOUND: float
 
-#: The statistics of a residual, in the order of STATISTICS.
-_Statistics = tuple[
-    float, float, float, float, float, float, float, float, float, float, float
-]
+#: The statistics of a residual in the order of STATISTICS; its median, sigma_68 and sigma_iqr; the
+#: percentiles and the outliers that are asked for.
+_Statistics = list[float]
+
+#: Those of both residuals, and the metrics of LSST.
+_Found = tuple[_Statistics, _Statistics, list[float]]
 
 class _Slices(Protocol):
     def __len__(self) -> int: ...
@@ -46,19 +48,26 @@ def read_dlpack(capsule: object) -> NDArray[Any]:
     """Return the tensor as a read-only array in its memory."""
 
 def point_statistics(
-    columns: _Columns, masks: _Masks, omit_nan: bool
-) -> tuple[int, int, int, _Statistics | None, _Statistics | None]:
-    """Return n, n_masked, n_nan and both residuals, or None if there is NaN that isn't omitted."""
-
-def lsst_metrics(
-    columns: _Columns, masks: _Masks, omit_nan: bool
-) -> tuple[int, int, int, tuple[float, float, float, float] | None]:
-    """Return n, n_masked, n_nan and the metrics, or None if there is NaN that isn't omitted."""
+    columns: _Columns,
+    masks: _Masks,
+    omit_nan: bool,
+    percentiles: Sequence[float],
+    outliers: Sequence[float],
+) -> tuple[int, int, int, _Found | None]:
+    """Return n, n_masked, n_nan and the numbers, or None if there is NaN that isn't omitted."""
 
 def binned_statistics(
-    columns: _Columns, masks: _Masks, omit_nan: bool, edges: Sequence[float]
-) -> tuple[NDArray[np.uint64], NDArray[np.uint64], int, NDArray[np.float64]]:
-    """Return counts, nan_counts, n_outside and the numbers in shape (2, statistics, bins).
+    columns: _Columns,
+    masks: _Masks,
+    omit_nan: bool,
+    edges: Sequence[float],
+    percentiles: Sequence[float],
+    outliers: Sequence[float],
+) -> tuple[
+    NDArray[np.uint64], NDArray[np.uint64], int, NDArray[np.float64], NDArray[np.float64]
+]:
+    """Return counts, nan_counts, n_outside and the numbers in shape (2, statistics, bins), and
+    the metrics of LSST in shape (4, bins).
 
     The objects are binned by the third column, or by the first of two.
     """
@@ -86,16 +95,23 @@ def count_in_cells(
 ) -> NDArray[np.uint64]:
     """Return how many points are in each cell, in shape (y bins, x bins)."""
 
-_Spread = tuple[float, float, float, float, list[float]]
+#: The means of r^2 and r^4 about 0 and about the bias, abs(r) of some ranks, and r of some ranks.
+_Spread = tuple[float, float, float, float, list[float], list[float]]
 
 class ObjectsInBins:
     """The objects without NaN in each bin, binned by the third column, or by the first of two."""
 
     def __init__(self, columns: _Columns, masks: _Masks, edges: Sequence[float]) -> None: ...
     def count(self, bin: int) -> int: ...
-    def point_statistics(self, bin: int) -> tuple[_Statistics, _Statistics]: ...
-    def spreads(self, bin: int, ranks: Sequence[int]) -> tuple[_Spread, _Spread]:
-        """Return the spreads, as Sample.spreads does. The bin must not be empty."""
+    def statistics(
+        self,
+        bin: int,
+        percentiles: Sequence[float],
+        outliers: Sequence[float],
+        absolute: Sequence[int],
+        values: Sequence[int],
+    ) -> tuple[_Statistics, _Statistics, list[float], _Spread, _Spread]:
+        """Return what Sample.statistics does. The bin must not be empty."""
     def medians(self, bin: int, ranks: Sequence[int]) -> tuple[float, float, list[float]]:
         """Return the median reference, and of the normalized residual the median and the values
         of these ranks.
@@ -115,8 +131,14 @@ class Sample:
         """Return a copy of a column of the kept objects."""
     def kept(self) -> NDArray[np.bool_] | None:
         """Return which objects are kept, or None if all are."""
-    def spreads(self, ranks: Sequence[int]) -> tuple[_Spread, _Spread]:
-        """Return the means of r^2 and r^4 about 0 and about the bias, and abs(r) of the ranks."""
+    def statistics(
+        self,
+        percentiles: Sequence[float],
+        outliers: Sequence[float],
+        absolute: Sequence[int],
+        values: Sequence[int],
+    ) -> tuple[_Statistics, _Statistics, list[float], _Spread, _Spread]:
+        """Return the numbers, and the spreads with abs(r) and r of these ranks."""
 
 class Bootstrap:
     """The resamples of a sample, for the estimate in one of its columns."""
@@ -182,7 +204,7 @@ class Stop:
 class Accumulator:
     """vostrel::Accumulator with exact sums."""
 
-    def __init__(self) -> None: ...
+    def __init__(self, percentiles: Sequence[float], outliers: Sequence[float]) -> None: ...
     def add(self, columns: _Columns, masks: _Masks, has_nan: bool, stop: Stop) -> list[int]:
         """Add a chunk without masked objects and NaN. Return n_masked and n_nan.
 
@@ -193,7 +215,7 @@ class Accumulator:
     def needs_another_pass(self) -> bool: ...
     def fresh(self) -> Accumulator: ...
     def size(self) -> int: ...
-    def result(self) -> tuple[int, _Statistics, _Statistics]: ...
+    def result(self) -> tuple[int, _Statistics, _Statistics, list[float]]: ...
     def to_bytes(self) -> bytes: ...
     @staticmethod
     def from_bytes(bytes: bytes) -> Accumulator: ...
@@ -201,7 +223,9 @@ class Accumulator:
 class BinnedAccumulator:
     """vostrel::BinnedAccumulator with exact sums."""
 
-    def __init__(self, edges: Sequence[float]) -> None: ...
+    def __init__(
+        self, edges: Sequence[float], percentiles: Sequence[float], outliers: Sequence[float]
+    ) -> None: ...
     def add(self, columns: _Columns, masks: _Masks, has_nan: bool, stop: Stop) -> list[int]:
         """Add a chunk, binned as by `binned_statistics`, without masked objects and NaN.
 
@@ -214,7 +238,7 @@ class BinnedAccumulator:
     def size(self) -> int: ...
     def edges(self) -> list[float]: ...
     def outside(self) -> int: ...
-    def results(self) -> list[tuple[int, _Statistics, _Statistics]]: ...
+    def results(self) -> list[tuple[int, _Statistics, _Statistics, list[float]]]: ...
     def to_bytes(self) -> bytes: ...
     @staticmethod
     def from_bytes(bytes: bytes) -> BinnedAccumulator: ...

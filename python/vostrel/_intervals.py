@@ -10,6 +10,7 @@ from typing import TYPE_CHECKING, Literal, get_args
 import numpy as np
 
 from vostrel import _core
+from vostrel._options import Asked
 from vostrel._results import NAMES, Uncertain, UncertainResidualStatistics
 from vostrel._uncertainties import has_many, normal_quantile, wilson
 
@@ -78,8 +79,8 @@ def check_interval(interval: str) -> None:
 
 def estimates(r: Resampled, interval: str, confidence: float) -> UncertainResidualStatistics:
     """Return the estimates of one residual, with intervals by the chosen method."""
-    return UncertainResidualStatistics(
-        *(_estimate(r, name, interval, confidence) for name in NAMES)
+    return UncertainResidualStatistics._of(
+        [_estimate(r, name, interval, confidence) for name in NAMES], Asked()
     )
 
 
@@ -126,8 +127,9 @@ def differences(
         else first.left_out - second.left_out,
     )
     equal = not np.any(r.replicates[:, NAMES.index("bias")])
-    return UncertainResidualStatistics(
-        *(_difference(r, (first, second), name, interval, confidence, equal) for name in NAMES)
+    return UncertainResidualStatistics._of(
+        [_difference(r, (first, second), name, interval, confidence, equal) for name in NAMES],
+        Asked(),
     )
 
 

@@ -2,11 +2,10 @@
 
 from __future__ import annotations
 
-import math
 from typing import Any
 
-from vostrel import _core
-from vostrel._inputs import NanPolicy, check_counts, prepare
+from vostrel._inputs import NanPolicy, prepare
+from vostrel._point import statistics_of
 from vostrel._results import LsstMetrics
 
 
@@ -70,8 +69,4 @@ def lsst_metrics(
     (0.1875, 0.25)
     """
     columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
-    n, n_masked, n_nan, metrics = _core.lsst_metrics(
-        columns.values, columns.masks, nan_policy == "omit"
-    )
-    check_counts(nan_policy, n, n_masked, n_nan, columns)
-    return LsstMetrics(n, n_masked, n_nan, *(metrics or (math.nan,) * 4))
+    return statistics_of(columns, nan_policy).lsst

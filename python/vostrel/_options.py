@@ -4,8 +4,9 @@ from __future__ import annotations
 
 import operator
 import os
-from collections.abc import Sequence
-from typing import Any
+import sys
+from collections.abc import Iterable, Sequence
+from typing import Any, NamedTuple
 
 import numpy as np
 
@@ -75,6 +76,46 @@ def _did_you_mean(value: float | None) -> str:
     if value is None or not 0 < value < 100 or value == 1:
         return ""
     return f": did you mean {value / 100 if value > 1 else value:.6g}?"
+
+
+class Asked(NamedTuple):
+    """The percentiles and the bounds of outliers that a user asks for."""
+
+    percentiles: tuple[float, ...] = ()
+    outliers: tuple[float, ...] = ()
+
+
+#: What `percentiles` and `outliers` may be: a number or several.
+Numbers = float | Iterable[float]
+
+
+def read_asked(percentiles: Any, outliers: Any) -> Asked:
+    """Return the percentiles, from 0 to 100, and the bounds of outliers, which are 0 or more."""
+    percents = _read_numbers("percentiles", percentiles, "numbers from 0 to 100", 100)
+    most = sys.float_info.max
+    bounds = _read_numbers("outliers", outliers, "finite bounds of 0 or more", most)
+    return Asked(percents, bounds)
+
+
+def _read_numbers(name: str, values: Any, wanted: str, most: float) -> tuple[float, ...]:
+    """Return a number or several, each once, in the order in which they first come."""
+    message = f"{name} must be {wanted}, not "
+    if isinstance(values, (str, bytes, dict)) or values is None:
+        raise TypeError(message + shown(values))
+    try:
+        several = list(values)
+    except TypeError:
+        several = [values]
+    numbers: dict[float, None] = {}
+    for value in several:
+        is_number = isinstance(value, (float, int, np.integer, np.floating))
+        if isinstance(value, bool) or not is_number:
+            raise TypeError(message + shown(value))
+        if not 0 <= value <= most:
+            raise ValueError(message + shown(value))
+        plain = value if isinstance(value, int) else float(value)
+        numbers.setdefault(plain + 0)  # no negative zero
+    return tuple(numbers)
 
 
 def check_choice(name: str, value: Any, choices: Sequence[str]) -> None:

@@ -3,19 +3,28 @@
 from __future__ import annotations
 
 import math
+from collections.abc import Sequence
 from typing import Any
 
 from vostrel import _core
 from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
-from vostrel._results import NAMES, PointStatistics, ResidualStatistics
-
-NAN = ResidualStatistics(*[math.nan] * len(NAMES))
+from vostrel._options import Asked, Numbers, read_asked
+from vostrel._results import (
+    METRICS,
+    QUANTILES,
+    ROWS,
+    LsstMetrics,
+    PointStatistics,
+    ResidualStatistics,
+)
 
 
 def point_statistics(
     reference: Any,
     estimate: Any,
     *,
+    percentiles: Numbers = (),
+    outliers: Numbers = (),
     mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
 ) -> PointStatistics:
@@ -29,6 +38,12 @@ def point_statistics(
         converted a few thousand at a time.
     estimate : array_like, shape (n,)
         Estimated values, in the order of `reference`.
+    percentiles : float or array_like of float, optional
+        The percentiles of each residual that are wanted, from 0 to 100, such
+        as ``(16, 84)``. A repeated one counts once.
+    outliers : float or array_like of float, optional
+        The bounds beyond which outliers are counted, 0 or more, such as
+        ``(0.05, 0.2)``. A repeated one counts once.
     mask : array_like of bool, shape (n,), optional
         True leaves an object out. So does an entry that is masked in
         `reference` or `estimate` (numpy.ma, astropy's MaskedColumn, pandas NA).
@@ -41,13 +56,15 @@ def point_statistics(
     -------
     PointStatistics
         The statistics of the residual, ``reference - estimate``, and of
-        the normalized residual, which is divided by ``1 + reference``.
+        the normalized residual, which is divided by ``1 + reference``; and
+        LSST's metrics.
 
     Raises
     ------
     ValueError
         If the lengths differ, an array is not one-dimensional, no objects
-        are left, or there is NaN with ``nan_policy="raise"``.
+        are left, or there is NaN with ``nan_policy="raise"``; also if a
+        percentile or a bound is out of its range.
     TypeError
         If an array doesn't hold real numbers, has a unit, or is lazy.
 
@@ -63,30 +80,49 @@ def point_statistics(
     >>> s = vostrel.point_statistics([0.5, 1.0, 1.5, 2.0], [0.4, 1.1, 1.4, 2.3])
     >>> print(s)
     4 objects, 0 masked, 0 with NaN
-                          delta  delta norm
-    bias              -0.05      -0.0108333
-    sigma              0.165831   0.0672216
-    RMS                0.173205   0.068089
-    MAD                0.1        0.0583333
-    NMAD               0.14826    0.086485
-    MAD(Delta)         0.1        0.0583333
-    outliers >0.15    25%         0%
-    outliers >1sigma  25%        25%
-    outliers >2sigma   0%         0%
-    outliers >3sigma   0%         0%
-    outliers >4sigma   0%         0%
+                             delta  delta norm
+    bias              -0.05         -0.0108333
+    sigma              0.165831      0.0672216
+    RMS                0.173205      0.068089
+    MAD                0.1           0.0583333
+    NMAD               0.14826       0.086485
+    MAD(Delta)         0.1           0.0583333
+    outliers >0.15    25%            0%
+    outliers >1sigma  25%           25%
+    outliers >2sigma   0%            0%
+    outliers >3sigma   0%            0%
+    outliers >4sigma   0%            0%
+    median            -5.55112e-17  -0.005
+    sigma_68           0.152         0.0649333
+    sigma_IQR          0.185322      0.0809241
     """
+    asked = read_asked(percentiles, outliers)
     columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
-    return statistics_of(columns, nan_policy)
+    return statistics_of(columns, nan_policy, asked)
 
 
-def statistics_of(columns: Columns, nan_policy: NanPolicy) -> PointStatistics:
+def statistics_of(
+    columns: Columns, nan_policy: NanPolicy, asked: Asked = Asked()
+) -> PointStatistics:
     """Return the statistics of columns that are read once: some streams can't be read again."""
-    n, n_masked, n_nan, delta, norm = _core.point_statistics(
-        columns.values, columns.masks, nan_policy == "omit"
+    n, n_masked, n_nan, numbers = _core.point_statistics(
+        columns.values, columns.masks, nan_policy == "omit", *asked
     )
     check_counts(nan_policy, n, n_masked, n_nan, columns)
-    if delta is None or norm is None:
-        return PointStatistics(n, n_masked, n_nan, NAN, NAN)
-    parts = ResidualStatistics(*delta), ResidualStatistics(*norm)
-    return PointStatistics(n, n_masked, n_nan, *parts)
+    return made_of((n, n_masked, n_nan), numbers, asked)
+
+
+def made_of(
+    counts: tuple[int, int, int], numbers: Sequence[Sequence[float]] | None, asked: Asked
+) -> PointStatistics:
+    """Return the statistics from n, n_masked, n_nan and what the core found: None is NaN."""
+    if numbers is None:
+        nan = [math.nan] * (len(ROWS) + len(QUANTILES) + sum(map(len, asked)))
+        numbers = nan, nan, nan[: len(METRICS)]
+    delta, norm, metrics = numbers
+    return PointStatistics(
+        *counts,
+        ResidualStatistics._of(delta, asked),
+        ResidualStatistics._of(norm, asked),
+        LsstMetrics(*counts, *metrics),
+    )

@@ -6,7 +6,7 @@ import os
 import re
 
 from vostrel import _core
-from vostrel._options import shown
+from vostrel._options import Asked, shown
 from vostrel._results import PointStatistics, ResidualStatistics
 
 #: Characters that are read. A report has fewer than 2000, but console output may be longer.
@@ -25,7 +25,9 @@ def read_report(path: str | os.PathLike[str]) -> PointStatistics:
     -------
     PointStatistics
         The numbers with the six significant digits of the report. ``n`` is
-        its data size; ``n_masked`` and ``n_nan`` are 0.
+        its data size; ``n_masked`` and ``n_nan`` are 0. What a report doesn't
+        have is None: ``lsst``, and ``median``, ``sigma_68`` and ``sigma_iqr``
+        of each residual. Tables and `to_dict` leave it out.
 
     Raises
     ------
@@ -74,10 +76,11 @@ def read_report(path: str | os.PathLike[str]) -> PointStatistics:
         n=int(size),
         n_masked=0,
         n_nan=0,
-        delta=ResidualStatistics(
-            *(number(label, unit=unit) for label, _, _, unit in _core.STATISTICS)
+        delta=ResidualStatistics._of(
+            [number(label, unit=unit) for label, _, _, unit in _core.STATISTICS], Asked()
         ),
-        norm=ResidualStatistics(
-            *(number(label, console, unit=unit) for _, label, console, unit in _core.STATISTICS)
+        norm=ResidualStatistics._of(
+            [number(label, console, unit=unit) for _, label, console, unit in _core.STATISTICS],
+            Asked(),
         ),
     )

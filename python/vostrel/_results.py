@@ -4,14 +4,14 @@ from __future__ import annotations
 
 import math
 import operator
-from collections.abc import Iterable, Iterator
+from collections.abc import Iterable, Iterator, Mapping, Sequence
 from dataclasses import asdict, dataclass, fields, replace
 from typing import TYPE_CHECKING, Any, Generic, TypeVar, overload
 
 import numpy as np
 
 from vostrel import _core
-from vostrel._options import shown
+from vostrel._options import Asked, shown
 from vostrel._tables import Grid, Result, clipped, interval, number, optional
 
 if TYPE_CHECKING:  # importing the package must be quick
@@ -19,11 +19,37 @@ if TYPE_CHECKING:  # importing the package must be quick
     from numpy.typing import NDArray
 
 T = TypeVar("T")
+Part = TypeVar("Part", bound="PerStatistic[Any]")
+
+
+class ByNumber(Mapping[float, T]):
+    """Values by the number that was asked for, such as a percentile. Read-only."""
+
+    def __init__(self, option: str = "", values: Iterable[tuple[float, T]] = ()) -> None:
+        self._option = option
+        self._values = dict(values)
+
+    def __getitem__(self, number: float) -> T:
+        if number not in self._values:
+            raise KeyError(f"ask for it: {self._option}=({shown(number)},)")
+        return self._values[number]
+
+    def __iter__(self) -> Iterator[float]:
+        return iter(self._values)
+
+    def __len__(self) -> int:
+        return len(self._values)
+
+    def __hash__(self) -> int:
+        return hash(tuple(self._values.items()))
+
+    def __repr__(self) -> str:
+        return repr(self._values)
 
 
 @dataclass(frozen=True, eq=False, repr=False)
 class PerStatistic(Result, Generic[T]):
-    """The statistics of one residual, in the order of the program's report."""
+    """The statistics of one residual: those of the program's report in its order, and others."""
 
     bias: T
     sigma: T
@@ -36,10 +62,37 @@ class PerStatistic(Result, Generic[T]):
     outliers_2sigma: T
     outliers_3sigma: T
     outliers_4sigma: T
+    median: T = None  # type: ignore[assignment]
+    sigma_68: T = None  # type: ignore[assignment]
+    sigma_iqr: T = None  # type: ignore[assignment]
+    percentiles: Mapping[float, T] = ByNumber()
+    outliers: Mapping[float, T] = ByNumber()
+
+    @classmethod
+    def _of(cls: type[Part], values: Sequence[Any], asked: Asked) -> Part:
+        """Return the statistics from the values of the rows."""
+        fixed = len(ROWS) + len(QUANTILES)
+        last = fixed + len(asked.percentiles)
+        by_number = {
+            "percentiles": ByNumber("percentiles", zip(asked.percentiles, values[fixed:last])),
+            "outliers": ByNumber("outliers", zip(asked.outliers, values[last:])),
+        }
+        return cls(*values[:fixed], **by_number)
+
+    def _asked(self) -> Asked:
+        return Asked(tuple(self.percentiles), tuple(self.outliers))
 
     def _rows(self) -> list[Row[T]]:
-        """Return all statistics. What is printed and converted comes from here."""
-        return [Row(name, label, unit, getattr(self, name)) for name, label, unit in ROWS]
+        """Return all statistics that are known. What is printed and converted comes from here."""
+        rows = [
+            Row(name, label, unit, getattr(self, name)) for name, label, unit in ROWS + QUANTILES
+        ]
+        for percent, value in self.percentiles.items():
+            rows.append(Row(f"p{_plain(percent)}", f"P{_plain(percent)}", "", value))
+        for bound, value in self.outliers.items():
+            text = _plain(bound)
+            rows.append(Row(f"outliers_{text}", f"outliers >{text}", "%", value))
+        return [row for row in rows if row.value is not None]
 
     def _shown(self) -> list[Row[T]]:
         """Return the statistics that a short table shows."""
@@ -89,6 +142,19 @@ class ResidualStatistics(PerStatistic[float]):
     outliers_1sigma, outliers_2sigma, outliers_3sigma, outliers_4sigma : float
         Percentage of objects with abs(r) beyond 1, 2, 3 or 4 sigma. Measured
         from zero, not from the bias.
+    median : float
+        Median of r.
+    sigma_68 : float
+        Half of the distance from the 16th to the 84th percentile.
+    sigma_iqr : float
+        Interquartile range, divided by 1.349.
+    percentiles : mapping of float to float
+        The percentiles of r that were asked for: ``percentiles[16]``. In flat
+        names they are ``p16``, ``p97.5`` and so on.
+    outliers : mapping of float to float
+        Percentage of objects with abs(r) beyond each bound that was asked
+        for: ``outliers[0.2]``. In flat names they are ``outliers_0.2`` and so
+        on.
     """
 
     _INDEX = ("statistic",)
@@ -126,11 +192,18 @@ class BinnedResidualStatistics(PerStatistic["NDArray[np.float64]"]):
         return Grid([["bin", *bins]] + [_binned(row) for row in self._shown()])
 
 
-#: The attributes of ResidualStatistics, in the order of the report.
-NAMES = tuple(field.name for field in fields(PerStatistic))
+#: The attributes of ResidualStatistics that the report has, in its order.
+NAMES = tuple(field.name for field, _ in zip(fields(PerStatistic), _core.STATISTICS))
 
-#: Attribute, label and unit of each statistic.
+#: Attribute, label and unit of each of them.
 ROWS = tuple((name, label, unit) for name, (label, _, _, unit) in zip(NAMES, _core.STATISTICS))
+
+#: Attribute, label and unit of the others that are always there.
+QUANTILES = (
+    ("median", "median", ""),
+    ("sigma_68", "sigma_68", ""),
+    ("sigma_iqr", "sigma_IQR", ""),
+)
 
 #: The statistics that short tables show.
 SHOWN = ("bias", "nmad", "outliers_015")
@@ -157,6 +230,8 @@ class PointStatistics(Result):
     norm : ResidualStatistics
         Statistics of the normalized residual:
         (reference - estimate) / (1 + reference).
+    lsst : LsstMetrics
+        The same objects by LSST's metrics, whose residual has the other sign.
     """
 
     n: int
@@ -164,6 +239,7 @@ class PointStatistics(Result):
     n_nan: int
     delta: ResidualStatistics
     norm: ResidualStatistics
+    lsst: LsstMetrics = None  # type: ignore[assignment]
 
     _INDEX = ("statistic",)
 
@@ -173,8 +249,8 @@ class PointStatistics(Result):
         Returns
         -------
         dict
-            ``n``, ``n_masked``, ``n_nan``, the statistics of ``delta``
-            and those of ``norm``, in this order.
+            ``n``, ``n_masked``, ``n_nan``, the statistics of ``delta``,
+            those of ``norm``, and ``lsst_bias`` and so on, in this order.
 
         Examples
         --------
@@ -183,7 +259,8 @@ class PointStatistics(Result):
         >>> s.to_dict()["delta_bias"]
         -0.375
         """
-        return {**_counts(self), **_flat(self)}
+        metrics = {} if self.lsst is None else self.lsst._metrics("lsst_")
+        return {**_counts(self), **_flat(self), **metrics}
 
     def to_series(self) -> pandas.Series[Any]:
         """Return `to_dict` as a pandas Series. Needs pandas.
@@ -250,6 +327,8 @@ class BinnedStatistics(Result):
         Statistics of the residual, each an array. NaN for an empty bin.
     norm : BinnedResidualStatistics
         Statistics of the normalized residual.
+    lsst : BinnedLsstMetrics
+        LSST's metrics, each an array.
     uncertainties : tuple of Uncertainties or None
         If asked for: the errors of each bin by formula. NaN for an empty bin.
 
@@ -275,6 +354,7 @@ class BinnedStatistics(Result):
     n_outside: int
     delta: BinnedResidualStatistics
     norm: BinnedResidualStatistics
+    lsst: BinnedLsstMetrics
     uncertainties: tuple[Uncertainties, ...] | None = None
 
     def __len__(self) -> int:
@@ -311,10 +391,12 @@ class BinnedStatistics(Result):
         if not -len(self) <= i < len(self):
             raise IndexError(f"there is no bin {i}: there are {len(self)}")
         delta, norm = (
-            ResidualStatistics(*(float(getattr(part, name)[i]) for name in NAMES))
+            ResidualStatistics._of([float(row.value[i]) for row in part._rows()], part._asked())
             for part in (self.delta, self.norm)
         )
-        return PointStatistics(int(self.counts[i]), 0, int(self.nan_counts[i]), delta, norm)
+        counts = int(self.counts[i]), 0, int(self.nan_counts[i])
+        metrics = (float(values[i]) for values in self.lsst._metrics().values())
+        return PointStatistics(*counts, delta, norm, LsstMetrics(*counts, *metrics))
 
     def _sliced(self, index: slice) -> BinnedStatistics:
         first, last, step = index.indices(len(self))
@@ -325,7 +407,9 @@ class BinnedStatistics(Result):
         with_nan = np.isnan(self.delta.outliers_015) * self.nan_counts
         inside = self.counts - with_nan * (self.counts > 0)
         delta, norm = (
-            BinnedResidualStatistics(*(getattr(residual, name)[part] for name in NAMES))
+            BinnedResidualStatistics._of(
+                [row.value[part] for row in residual._rows()], residual._asked()
+            )
             for residual in (self.delta, self.norm)
         )
         return replace(
@@ -336,6 +420,7 @@ class BinnedStatistics(Result):
             n_outside=self.n_outside + int(inside.sum() - inside[part].sum()),
             delta=delta,
             norm=norm,
+            lsst=BinnedLsstMetrics(*(values[part] for values in self.lsst._metrics().values())),
             uncertainties=None if self.uncertainties is None else self.uncertainties[part],
         )
 
@@ -356,6 +441,7 @@ class BinnedStatistics(Result):
         for part in ("delta", "norm"):
             for row in getattr(self, part)._rows():
                 columns[f"{part}_{row.name}"] = row.value
+        columns.update(self.lsst._metrics("lsst_"))
         if self.uncertainties:
             rows = [one.to_dict() for one in self.uncertainties]
             for name in rows[0]:
@@ -382,6 +468,10 @@ class BinnedStatistics(Result):
         for i, row in enumerate(self.norm._shown()):
             columns.append([_norm_label(row), *(rows[i].text() for rows in shown)])
         return Grid(columns, _notes(columns, NO_FORMULA))
+
+
+#: The attributes of LsstMetrics that are metrics.
+METRICS = ("bias", "sigma_iqr", "sigma_mad", "outlier_rate")
 
 
 @dataclass(frozen=True, repr=False)
@@ -418,16 +508,46 @@ class LsstMetrics(Result):
         """Return all numbers under the names of the attributes."""
         return asdict(self)
 
+    def _metrics(self, prefix: str = "") -> dict[str, float]:
+        return {prefix + name: getattr(self, name) for name in METRICS}
+
     def _caption(self) -> str:
         return _counted(self)
 
     def _table(self) -> dict[str, Any]:
-        names = [field.name for field in fields(self) if not field.name.startswith("n")]
-        return {"metric": names, "value": [getattr(self, name) for name in names]}
+        metrics = self._metrics()
+        return {"metric": list(metrics), "value": list(metrics.values())}
 
     def _grid(self) -> Grid:
-        table = self._table()
-        return Grid([["", *table["metric"]], ["value", *map(number, table["value"])]])
+        return Grid([["", *METRICS], ["value", *map(number, self._metrics().values())]])
+
+
+@dataclass(frozen=True, eq=False, repr=False)
+class BinnedLsstMetrics(Result):
+    """The metrics of LSST in k bins: those of `LsstMetrics`, but arrays of shape (k,).
+
+    `to_frame` has a row for each bin.
+    """
+
+    bias: NDArray[np.float64]
+    sigma_iqr: NDArray[np.float64]
+    sigma_mad: NDArray[np.float64]
+    outlier_rate: NDArray[np.float64]
+
+    def to_dict(self) -> dict[str, list[float]]:
+        """Return the numbers of all bins as lists, under the names of the attributes."""
+        return {name: values.tolist() for name, values in self._metrics().items()}
+
+    def _metrics(self, prefix: str = "") -> dict[str, NDArray[np.float64]]:
+        return {prefix + name: getattr(self, name) for name in METRICS}
+
+    def _table(self) -> dict[str, Any]:
+        return self._metrics()
+
+    def _grid(self) -> Grid:
+        bins = [str(i) for i in range(len(self.bias))]
+        columns = [[name, *map(number, values)] for name, values in self._metrics().items()]
+        return Grid([["bin", *bins], *columns])
 
 
 @dataclass(frozen=True, repr=False)
@@ -623,6 +743,11 @@ def _flat(result: Any) -> dict[str, float]:
         for part in ("delta", "norm")
         for name, value in getattr(result, part).to_dict().items()
     }
+
+
+def _plain(value: float) -> str:
+    """Return a number that was asked for as it is written in names."""
+    return repr(value).removesuffix(".0")
 
 
 def _objects(n: int) -> str:

@@ -3,21 +3,25 @@
 from __future__ import annotations
 
 import math
-from collections.abc import Callable, Sequence
-from typing import Any
+from collections.abc import Callable, Iterator, Sequence
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
 from vostrel import _core
 from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
-from vostrel._options import read_confidence
+from vostrel._options import Asked, Numbers, read_asked, read_confidence
 from vostrel._results import (
-    NAMES,
+    QUANTILES,
+    ROWS,
     ResidualStatistics,
     Uncertain,
     UncertainResidualStatistics,
     Uncertainties,
 )
+
+if TYPE_CHECKING:  # importing the package must be quick
+    from numpy.typing import NDArray
 
 #: The default confidence of intervals.
 CONFIDENCE = 0.683
@@ -34,6 +38,8 @@ def uncertainties(
     estimate: Any,
     *,
     confidence: float = CONFIDENCE,
+    percentiles: Numbers = (),
+    outliers: Numbers = (),
     mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
 ) -> Uncertainties:
@@ -45,6 +51,8 @@ def uncertainties(
         Reference and estimated values. Dimensionless.
     confidence : float
         The confidence of the intervals, between 0 and 1.
+    percentiles, outliers : float or array_like of float, optional
+        As in `point_statistics`.
     mask : array_like of bool, shape (n,), optional
         True leaves an object out, as a masked entry does.
     nan_policy : {"raise", "omit", "propagate"}
@@ -54,8 +62,9 @@ def uncertainties(
     -------
     Uncertainties
         Errors and intervals are NaN if there is no honest formula: for
-        mad_delta, which depends on an estimated median, and for the outliers
-        beyond multiples of the estimated sigma. Use `bootstrap` for those.
+        mad_delta, which depends on an estimated median, for the outliers
+        beyond multiples of the estimated sigma, for sigma_68 and for
+        sigma_iqr. Use `bootstrap` for those.
 
     Raises
     ------
@@ -88,9 +97,12 @@ def uncertainties(
         ranks contain the median with at least the confidence, by the binomial
         distribution with p = 1/2, whatever the distribution of the residuals
         [3]_. The error is half of the 68.27% interval.
-    outliers_015
+    median, percentiles
+        The same for r, with the p of the percentile. The percentiles 0 and
+        100 have no interval, nor have others near them of few objects.
+    outliers_015, outliers
         Wilson's interval [4]_. The error is half of the 68.27% interval. Not
-        reliable with fewer than ten objects beyond 0.15, or within.
+        reliable with fewer than ten objects beyond the bound, or within.
 
     References
     ----------
@@ -116,46 +128,55 @@ def uncertainties(
     0.071 +0.005 -0.005
     """
     confidence = read_confidence(confidence)
+    asked = read_asked(percentiles, outliers)
     columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
-    result = of_columns(columns, confidence, nan_policy)
+    result = of_columns(columns, confidence, nan_policy, asked)
     check_counts(nan_policy, result.n, result.n_masked, result.n_nan, columns)
     return result
 
 
-def of_columns(columns: Columns, confidence: float, nan_policy: NanPolicy) -> Uncertainties:
+def of_columns(
+    columns: Columns, confidence: float, nan_policy: NanPolicy, asked: Asked = Asked()
+) -> Uncertainties:
     """Return the uncertainties of columns that are ready for the core: NaN for no objects."""
     omit = nan_policy == "omit"
     sample = _core.Sample(columns.values, columns.masks, omit)
     n, n_masked, n_nan = sample.n, sample.n_masked, sample.n_nan
-    _, _, _, *values = _core.point_statistics(columns.values, columns.masks, omit)
-    parts = by_formula(0 if n_nan and not omit else n, values, sample.spreads, confidence)
+    parts = by_formula(0 if n_nan and not omit else n, asked, sample.statistics, confidence)
     return Uncertainties(n, n_masked, n_nan, confidence, "formula", *parts)
 
 
 def by_formula(
-    n: int,
-    values: Sequence[Any],
-    spreads: Callable[[list[int]], Sequence[Any]],
-    confidence: float,
+    n: int, asked: Asked, statistics: Callable[..., Sequence[Any]], confidence: float
 ) -> tuple[UncertainResidualStatistics, UncertainResidualStatistics]:
     """Return the estimates of both residuals of n objects. They are NaN if n is 0.
 
-    `values` has the statistics of each residual. `spreads` returns what
-    `Sample.spreads` of the core does for the ranks it is given.
+    `statistics` is `Sample.statistics` of the core, or a function like it.
     """
     if n == 0:
-        nothing = UncertainResidualStatistics(*[NO_ESTIMATE] * len(NAMES))
+        count = len(ROWS) + len(QUANTILES) + sum(map(len, asked))
+        nothing = UncertainResidualStatistics._of([NO_ESTIMATE] * count, asked)
         return nothing, nothing
-    wide, narrow = median_ranks(n, confidence), median_ranks(n, ONE_SIGMA)
-    found = spreads([rank for ranks in (wide, narrow) if ranks for rank in ranks])
-    delta, norm = (
-        _of_residual(n, confidence, ResidualStatistics(*part), spread, bool(wide), bool(narrow))
-        for part, spread in zip(values, found)
+    ranks = [
+        quantile_ranks(n, percent / 100, of)
+        for percent in (50, *asked.percentiles)
+        for of in (confidence, ONE_SIGMA)
+    ]
+    absolute, values = (
+        [rank for pair in pairs if pair for rank in pair] for pairs in (ranks[:2], ranks)
     )
-    return delta, norm
+    delta, norm, _, *spreads = statistics(*asked, absolute, values)
+    first, second = (
+        _of_residual(n, confidence, ResidualStatistics._of(part, asked), spread, ranks)
+        for part, spread in zip((delta, norm), spreads)
+    )
+    return first, second
 
 
 NO_ESTIMATE = Uncertain(math.nan, math.nan, math.nan, math.nan)
+
+#: The ranks of the ends of an interval, or None if there are none.
+Ranks = tuple[int, int] | None
 
 
 def _of_residual(
@@ -163,32 +184,55 @@ def _of_residual(
     confidence: float,
     values: ResidualStatistics,
     spread: Any,
-    has_wide: bool,
-    has_narrow: bool,
+    ranks: Sequence[Ranks],
 ) -> UncertainResidualStatistics:
-    """Return the estimates of one residual."""
-    second, fourth, second_about, fourth_about, absolute = spread
+    """Return the estimates of one residual.
+
+    `ranks` are those of the median and of the percentiles, of the wanted
+    confidence and of one sigma.
+    """
+    second, fourth, second_about, fourth_about, absolute, ordered = spread
     q = normal_quantile(confidence)
     error = values.sigma / math.sqrt(n) if n > 1 else math.nan
-    low, high = absolute[:2] if has_wide else (math.nan, math.nan)
-    narrow = absolute[-2:] if has_narrow else (math.nan, math.nan)
-    half = (narrow[1] - narrow[0]) / 2
+    ((half, low, high),) = _of_ranks(ranks[:2], absolute)
     factor = _core.NMAD_FACTOR
-    return UncertainResidualStatistics(
-        bias=Uncertain(
+    median, *percentiles = (
+        Uncertain(value, *ends, "ranks")
+        for value, ends in zip(
+            (values.median, *values.percentiles.values()), _of_ranks(ranks, ordered)
+        )
+    )
+    known = {
+        "bias": Uncertain(
             values.bias, error, values.bias - q * error, values.bias + q * error, "normal"
         ),
-        sigma=_root(values.sigma, second_about, fourth_about, n, q),
-        rms=_root(values.rms, second, fourth, n, q),
-        mad=Uncertain(values.mad, half, low, high, "ranks"),
-        nmad=Uncertain(values.nmad, factor * half, factor * low, factor * high, "ranks"),
-        mad_delta=_without(values.mad_delta),
-        outliers_015=_wilson(values.outliers_015, n, q),
-        outliers_1sigma=_without(values.outliers_1sigma),
-        outliers_2sigma=_without(values.outliers_2sigma),
-        outliers_3sigma=_without(values.outliers_3sigma),
-        outliers_4sigma=_without(values.outliers_4sigma),
+        "sigma": _root(values.sigma, second_about, fourth_about, n, q),
+        "rms": _root(values.rms, second, fourth, n, q),
+        "mad": Uncertain(values.mad, half, low, high, "ranks"),
+        "nmad": Uncertain(values.nmad, factor * half, factor * low, factor * high, "ranks"),
+        "outliers_015": _wilson(values.outliers_015, n, q),
+        "median": median,
+    }
+    names = [name for name, _, _ in ROWS + QUANTILES]
+    return UncertainResidualStatistics._of(
+        [known.get(name) or _without(getattr(values, name)) for name in names]
+        + percentiles
+        + [_wilson(value, n, q) for value in values.outliers.values()],
+        values._asked(),
     )
+
+
+def _of_ranks(
+    ranks: Sequence[Ranks], found: Sequence[float]
+) -> Iterator[tuple[float, float, float]]:
+    """Yield the error and the ends of the interval for each two pairs of ranks.
+
+    `found` has the values of those that there are.
+    """
+    values = iter(found)
+    ends = [(next(values), next(values)) if pair else (math.nan, math.nan) for pair in ranks]
+    for (low, high), (narrow_low, narrow_high) in zip(ends[::2], ends[1::2]):
+        yield (narrow_high - narrow_low) / 2, low, high
 
 
 def _without(value: float) -> Uncertain:
@@ -235,24 +279,33 @@ def normal_quantile(confidence: float) -> float:
     return NormalDist().inv_cdf((1 + confidence) / 2)
 
 
-def median_ranks(n: int, confidence: float) -> tuple[int, int] | None:
-    """Return the ranks, from 0 to n - 1, of the ends of the median's interval.
+def quantile_ranks(n: int, p: float, confidence: float) -> Ranks:
+    """Return the ranks, from 0 to n - 1, of the ends of the interval of a quantile.
 
-    They are the narrowest symmetric pair that contains the median with at
-    least the confidence, or None if even the smallest and the largest value
-    don't.
+    They are the narrowest pair that leaves out the quantile p of the
+    population with at most (1 - confidence) / 2 on each side, or None if even
+    the smallest or the largest value doesn't.
     """
-    # Of n values, k are below the median with probability binomial(n, k) / 2^n. The terms are
-    # computed from their ratios, from the middle outwards, as far as they matter.
-    middle = n // 2
-    steps = min(middle, 10 * math.isqrt(n) + 40)
-    below = np.arange(middle, middle - steps, -1, dtype=np.float64)
-    terms = np.cumprod(np.concatenate([[1.0], below / (n - below + 1)]))  # of k = middle, ...
-    # Of an odd n, two terms are in the middle; of an even n, one.
-    total = 2 * terms.sum() - (0.0 if n % 2 else 1.0)
-    tails = np.cumsum(terms[::-1])[::-1] / total  # of at most k values below the median
-    allowed = np.nonzero(tails <= (1 - confidence) / 2 * (1 + 1e-12))[0]
-    if len(allowed) == 0:
+    if not 0 < p < 1:
         return None
-    low = middle - int(allowed[0])
-    return low, n - 1 - low
+    # Of n values, k are below the quantile with the binomial probability. The terms are computed
+    # from their ratios, from the likeliest k outwards, as far as they matter.
+    likeliest = min(int((n + 1) * p), n)
+    steps = 10 * math.isqrt(math.ceil(4 * n * p * (1 - p))) + 40
+    down = np.arange(likeliest, max(likeliest - steps, 0), -1, dtype=np.float64)
+    up = np.arange(likeliest, min(likeliest + steps, n), dtype=np.float64)
+    below = np.cumprod(down / (n - down + 1) * ((1 - p) / p))  # of k = likeliest - 1, ...
+    above = np.cumprod((n - up) / (up + 1) * (p / (1 - p)))  # of k = likeliest + 1, ...
+    most = (1 - confidence) / 2 * (1 + 1e-12) * (1 + below.sum() + above.sum())
+    lower = _steps_to_tail(np.concatenate([[1.0], below]), most)
+    upper = _steps_to_tail(np.concatenate([[1.0], above]), most)
+    if lower is None or upper is None:
+        return None
+    return likeliest - lower, likeliest + upper - 1
+
+
+def _steps_to_tail(terms: NDArray[np.float64], most: float) -> int | None:
+    """Return the first place from which on the terms add up to at most this."""
+    tails = np.cumsum(terms[::-1])[::-1]
+    allowed = np.nonzero(tails <= most)[0]
+    return int(allowed[0]) if len(allowed) else None

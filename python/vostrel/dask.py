@@ -11,7 +11,7 @@ import numpy as np
 
 from vostrel._accumulator import Accumulator, BinnedAccumulator, ChunkNanPolicy
 from vostrel._inputs import check_dimension
-from vostrel._options import check_flag
+from vostrel._options import Numbers, check_flag
 from vostrel._progress import Progress, Report, check_progress
 
 try:
@@ -41,6 +41,8 @@ def point_statistics(
     reference: Any,
     estimate: Any,
     *,
+    percentiles: Numbers = (),
+    outliers: Numbers = (),
     mask: Any | None = None,
     nan_policy: ChunkNanPolicy = "raise",
     compute: bool = True,
@@ -57,6 +59,8 @@ def point_statistics(
         Estimated values, in the order of `reference`. Rows are paired by
         their position, not by an index. If chunk sizes are unknown, they must
         be the same for both, as for columns of one DataFrame.
+    percentiles, outliers : float or array_like of float, optional
+        As in `vostrel.point_statistics`.
     mask : dask.array.Array of bool, shape (n,), or Series, optional
         True leaves an object out. So does an entry that is masked in
         `reference` or `estimate`.
@@ -108,7 +112,8 @@ def point_statistics(
     0.086485
     """
     blocks = pair_blocks(reference=reference, estimate=estimate, mask=mask)
-    return _run(Job(Accumulator(nan_policy=nan_policy), blocks), compute, progress)
+    state = Accumulator(percentiles=percentiles, outliers=outliers, nan_policy=nan_policy)
+    return _run(Job(state, blocks), compute, progress)
 
 
 def binned_statistics(
@@ -118,6 +123,8 @@ def binned_statistics(
     *,
     bins: int | Any,
     range: tuple[float, float] | None = None,
+    percentiles: Numbers = (),
+    outliers: Numbers = (),
     mask: Any | None = None,
     nan_policy: ChunkNanPolicy = "raise",
     compute: bool = True,
@@ -127,7 +134,7 @@ def binned_statistics(
 
     Parameters
     ----------
-    reference, estimate, mask, nan_policy, compute, progress
+    reference, estimate, percentiles, outliers, mask, nan_policy, compute, progress
         As for `point_statistics`.
     by : dask.array.Array, shape (n,), or dask.dataframe.Series, optional
         The quantity to bin by, by default the reference.
@@ -160,7 +167,8 @@ def binned_statistics(
     array([1, 3])
     """
     blocks = pair_blocks(reference=reference, estimate=estimate, by=by, mask=mask)
-    return _run(Job(BinnedAccumulator(bins, range, nan_policy), blocks), compute, progress)
+    state = BinnedAccumulator(bins, range, percentiles, outliers, nan_policy)
+    return _run(Job(state, blocks), compute, progress)
 
 
 class Job:

@@ -7,6 +7,7 @@ from typing import Any, Callable
 
 from vostrel._accumulator import Accumulator, BinnedAccumulator, ChunkNanPolicy
 from vostrel._chunked import Chunks, add_chunks, count
+from vostrel._options import Numbers
 from vostrel._progress import Progress, Report, check_progress
 from vostrel._results import BinnedStatistics, PointStatistics
 
@@ -21,6 +22,8 @@ __all__ = ["binned_statistics", "point_statistics"]
 def point_statistics(
     chunks: Chunks,
     *,
+    percentiles: Numbers = (),
+    outliers: Numbers = (),
     comm: Any | None = None,
     nan_policy: ChunkNanPolicy = "raise",
     progress: Progress = False,
@@ -35,6 +38,8 @@ def point_statistics(
     chunks : iterable, or function that returns one
         The chunks of this process, as for `vostrel.chunked_statistics`. A
         process may have none.
+    percentiles, outliers : float or array_like of float, optional
+        As in `vostrel.point_statistics`. The same for all processes.
     comm : mpi4py.MPI.Intracomm, optional
         The communicator, by default ``MPI.COMM_WORLD``.
     nan_policy : {"raise", "omit"}
@@ -82,7 +87,8 @@ def point_statistics(
             print(s)
     """
     result: PointStatistics = _run_passes(
-        lambda: Accumulator(nan_policy=nan_policy), chunks, comm, progress
+        lambda: Accumulator(percentiles=percentiles, outliers=outliers, nan_policy=nan_policy),
+        chunks, comm, progress,
     )
     return result
 
@@ -92,6 +98,8 @@ def binned_statistics(
     *,
     bins: int | Any,
     range: tuple[float, float] | None = None,
+    percentiles: Numbers = (),
+    outliers: Numbers = (),
     comm: Any | None = None,
     nan_policy: ChunkNanPolicy = "raise",
     progress: Progress = False,
@@ -103,7 +111,7 @@ def binned_statistics(
     chunks : iterable, or function that returns one
         The chunks of this process, as for
         `vostrel.chunked_binned_statistics`. A process may have none.
-    bins, range, nan_policy
+    bins, range, percentiles, outliers, nan_policy
         As for `vostrel.chunked_binned_statistics`. The same for all processes.
     comm, progress
         As for `point_statistics`.
@@ -128,7 +136,7 @@ def binned_statistics(
         b = vostrel.mpi.binned_statistics(chunks, bins=[0, 0.5, 1, 2], comm=comm)
     """
     result: BinnedStatistics = _run_passes(
-        lambda: BinnedAccumulator(bins=bins, range=range, nan_policy=nan_policy),
+        lambda: BinnedAccumulator(bins, range, percentiles, outliers, nan_policy),
         chunks, comm, progress,
     )
     return result

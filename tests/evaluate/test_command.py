@@ -70,6 +70,9 @@ outliers >1sigma  50%         50%
 outliers >2sigma   0%          0%
 outliers >3sigma   0%          0%
 outliers >4sigma   0%          0%
+median             0.15        0.075
+sigma_68           0.258       0.129
+sigma_IQR          0.222387    0.111193
 
 zphot: delta norm in bins of imag
 imag from  to  n    bias  sigma      NMAD  outliers >0.15

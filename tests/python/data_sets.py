@@ -4,16 +4,23 @@ VOSTREL_LONG_SAMPLES=ON makes more and larger data sets.
 """
 
 import os
-from dataclasses import astuple
 
 import numpy as np
+
+from vostrel._results import NAMES
 
 LONG = os.environ.get("VOSTREL_LONG_SAMPLES", "").upper() in ("1", "ON", "TRUE")
 
 
 def numbers(statistics):
     """All numbers of a PointStatistics."""
-    return np.array(astuple(statistics.delta) + astuple(statistics.norm))
+    return np.array(list(statistics.to_dict().values())[3:])
+
+
+def report_numbers(statistics):
+    """The numbers of a PointStatistics that the program's report has."""
+    parts = (statistics.delta, statistics.norm)
+    return np.array([getattr(part, name) for part in parts for name in NAMES])
 
 
 def same_bits(first, second):

@@ -191,7 +191,7 @@ def test_frame(rng):
     reference, estimate = redshifts(rng, 100)
     b = vostrel.binned_statistics(reference, estimate, bins=3)
     frame = b.to_frame()
-    assert frame.shape == (3, 26)
+    assert frame.shape == (3, 36)
     assert frame["norm_nmad"].tolist() == b.norm.nmad.tolist()
     assert frame["low"].tolist() + [frame["high"].iloc[-1]] == b.edges.tolist()
 

@@ -14,7 +14,7 @@ import pytest
 import vostrel
 from astropy.table import Table
 from ctrl_c import wait_after_ctrl_c
-from data_sets import numbers, redshifts, same_bits
+from data_sets import redshifts, report_numbers, same_bits
 from vostrel import _core
 from vostrel._groups import read_groups
 
@@ -25,7 +25,7 @@ def test_equals_the_plain_loop(n, rng):
     u = vostrel.bootstrap(reference, estimate, resamples=3, seed=7)
     for k, found in enumerate(u.replicates):
         drawn = _core.resample_indices(7, k, n)
-        expected = numbers(vostrel.point_statistics(reference[drawn], estimate[drawn]))
+        expected = report_numbers(vostrel.point_statistics(reference[drawn], estimate[drawn]))
         for got, want in zip(found, np.reshape(expected, found.shape)):
             assert got[:3] == pytest.approx(want[:3], rel=0, abs=1e-12 * want[2])
             assert same_bits(got[3:], want[3:])

@@ -7,7 +7,7 @@ import subprocess
 import numpy as np
 import pytest
 import vostrel
-from data_sets import LONG, numbers, redshifts, same_bits
+from data_sets import LONG, redshifts, report_numbers, same_bits
 from vostrel import _core
 
 PROGRAM = os.environ["VOSTREL"]
@@ -27,7 +27,7 @@ def run(folder, reference, estimate):
 def lines_of(statistics):
     """The lines of the report, made from our numbers."""
     lines = [f"Data size  = {statistics.n}"]
-    values = numbers(statistics)
+    values = report_numbers(statistics)
     labels = [(label, unit) for label, _, _, unit in _core.STATISTICS]
     labels += [(label, unit) for _, label, _, unit in _core.STATISTICS]
     for (label, unit), value in zip(labels, values):

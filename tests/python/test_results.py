@@ -147,8 +147,10 @@ def test_equal_hashable_and_picklable(s):
 def test_dict_and_series(s):
     flat = s.to_dict()
     assert list(flat) == ["n", "n_masked", "n_nan"] + [
-        f"{part}_{name}" for part in ("delta", "norm") for name in NAMES
-    ]
+        f"{part}_{name}"
+        for part in ("delta", "norm")
+        for name in (*NAMES, "median", "sigma_68", "sigma_iqr")
+    ] + ["lsst_bias", "lsst_sigma_iqr", "lsst_sigma_mad", "lsst_outlier_rate"]
     assert flat["norm_nmad"] == s.norm.nmad
     assert flat["delta_outliers_015"] == 25
     series = s.to_series()
@@ -176,7 +178,7 @@ def test_decimal_points_are_aligned():
 
 def test_notebook_table(s):
     html = s._repr_html_()
-    assert html.count("<tr>") == 12
+    assert html.count("<tr>") == 15
     assert "<th>NMAD</th><td>0.14826</td><td>0.086485</td>" in html
     assert "<th>outliers &gt;0.15</th><td>25%</td><td>0%</td>" in html
     assert "4 objects, 0 masked, 0 with NaN" in html

@@ -8,7 +8,7 @@ import numpy as np
 import pytest
 import vostrel
 from data_sets import LONG, redshifts, same_bits
-from vostrel._uncertainties import median_ranks
+from vostrel._uncertainties import quantile_ranks
 
 
 def test_by_hand():
@@ -57,7 +57,7 @@ def test_ranks_against_the_binomial_distribution(confidence):
             """Whether the median is outside the ranks low and n - 1 - low too often."""
             return 2 * sum(terms[: low + 1]) > (1 - confidence) * 2**n * (1 + 1e-12)
 
-        ranks = median_ranks(n, confidence)
+        ranks = quantile_ranks(n, 0.5, confidence)
         if ranks is None:
             assert misses(0)
         else:
@@ -69,7 +69,7 @@ def test_ranks_against_the_binomial_distribution(confidence):
 
 def test_ranks_of_many():
     n = 100_000_000
-    low, high = median_ranks(n, 0.95)
+    low, high = quantile_ranks(n, 0.5, 0.95)
     assert low == pytest.approx(n / 2 - 1.959964 * math.sqrt(n) / 2, abs=2)
     assert low + high == n - 1
 
@@ -119,7 +119,7 @@ def test_table_and_names(rng):
         "n", "n_masked", "n_nan",
         "delta_bias", "delta_bias_error", "delta_bias_low", "delta_bias_high",
     ]
-    assert len(u.to_dict()) == 3 + 22 * 4
+    assert len(u.to_dict()) == 3 + 28 * 4
     frame = u.to_frame()
     assert frame.loc["norm_nmad", "high"] == u.norm.nmad.high
     assert str(u).splitlines()[0].endswith("68.3% intervals by formula")

@@ -1,7 +1,5 @@
 // The spreads against plain loops over all residuals. The Python tests hold the errors that follow.
 
-#include "statistics/uncertainties.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,6 +10,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "statistics/basic_accumulator.h"
 #include "tests/support/bits.h"
 #include "tests/support/data.h"
 #include "tests/support/random.h"
@@ -41,7 +40,12 @@ Spread plain(const std::vector<double>& residuals) {
   std::vector<double> sizes = residuals;
   for (double& size : sizes) size = std::fabs(size);
   std::sort(sizes.begin(), sizes.end());
-  for (const std::uint64_t rank : kRanks) spread.absolute.push_back(sizes[rank]);
+  std::vector<double> ordered = residuals;
+  std::sort(ordered.begin(), ordered.end());
+  for (const std::uint64_t rank : kRanks) {
+    spread.absolute.push_back(sizes[rank]);
+    spread.values.push_back(ordered[rank]);
+  }
   return spread;
 }
 
@@ -51,6 +55,15 @@ void expect_same(const Spread& found, const Spread& expected) {
   EXPECT_EQ(bits_of(found.second_about), bits_of(expected.second_about));
   EXPECT_EQ(bits_of(found.fourth_about), bits_of(expected.fourth_about));
   EXPECT_EQ(found.absolute, expected.absolute);
+  EXPECT_EQ(found.values, expected.values);
+}
+
+Wanted spreads() {
+  Wanted wanted;
+  wanted.has_fourth = true;
+  wanted.absolute = kRanks;
+  wanted.values = kRanks;
+  return wanted;
 }
 
 TEST(Spreads, MatchPlainLoops) {
@@ -65,9 +78,9 @@ TEST(Spreads, MatchPlainLoops) {
     deltas.push_back(z - data.estimate.back());
     norms.push_back(deltas.back() / (1 + z));
   }
-  const auto [delta, norm] = spreads(data.reference, data.estimate, kRanks);
-  expect_same(delta, plain(deltas));
-  expect_same(norm, plain(norms));
+  const FoundOfBoth found = find_in_order(data.reference, data.estimate, spreads(), [] {});
+  expect_same(found.delta.spread, plain(deltas));
+  expect_same(found.norm.spread, plain(norms));
 }
 
 TEST(Spreads, CanBeCancelled) {
@@ -76,7 +89,7 @@ TEST(Spreads, CanBeCancelled) {
   const auto cancel = [&] {
     if (++calls == 4) throw std::runtime_error("cancelled");
   };
-  EXPECT_THROW(spreads(values, values, kRanks, cancel), std::runtime_error);
+  EXPECT_THROW(find_in_order(values, values, spreads(), cancel), std::runtime_error);
 }
 
 }  // namespace

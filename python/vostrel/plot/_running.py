@@ -12,7 +12,8 @@ from numpy.typing import NDArray
 from vostrel import _core
 from vostrel._binned import equal_counts
 from vostrel._inputs import Columns
-from vostrel._uncertainties import CONFIDENCE, by_formula, median_ranks
+from vostrel._options import Asked
+from vostrel._uncertainties import CONFIDENCE, by_formula
 from vostrel.plot._objects import Objects
 
 Floats = NDArray[np.float64]
@@ -63,12 +64,13 @@ def running(objects: Objects) -> Running:
         count = bins.count(i)
         if count == 0:  # equal values leave bins empty
             continue
-        _, norm = by_formula(count, bins.point_statistics(i), partial(bins.spreads, i), CONFIDENCE)
-        ranks = median_ranks(count, CONFIDENCE)
-        reference, median, band = bins.medians(i, ranks or [])
-        low, high = band or (math.nan, math.nan)
-        nmad = norm.nmad
-        rows.append((reference, count, median, low, high, nmad.value, nmad.low, nmad.high))
+        _, norm = by_formula(count, Asked(), partial(bins.statistics, i), CONFIDENCE)
+        reference, _, _ = bins.medians(i, [])
+        median, nmad = norm.median, norm.nmad
+        rows.append((
+            reference, count, median.value, median.low, median.high,
+            nmad.value, nmad.low, nmad.high,
+        ))
     found = np.array(rows).T
     return Running(
         reference=found[0],
