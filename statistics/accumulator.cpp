@@ -147,20 +147,20 @@ BasicAccumulator<Sum> BasicAccumulator<Sum>::fresh() const {
 }
 
 template <class Sum>
-void BasicAccumulator<Sum>::merge(const BasicAccumulator& state) {
-  if (state.step_ != step_ || state.size_ != size_ || state.checksum_ != checksum_) {
+void BasicAccumulator<Sum>::merge(const BasicAccumulator& other) {
+  if (other.step_ != step_ || other.size_ != size_ || other.checksum_ != checksum_) {
     throw std::invalid_argument("states belong to different passes");
   }
-  if (state.wanted_ != wanted_) throw std::invalid_argument("states have different extras");
-  BasicAccumulator other = state;
-  if (keeps_ && other.keeps_ && kept_delta_.size() + other.kept_delta_.size() <= kFew) {
-    kept_delta_.insert(kept_delta_.end(), other.kept_delta_.begin(), other.kept_delta_.end());
-    kept_norm_.insert(kept_norm_.end(), other.kept_norm_.begin(), other.kept_norm_.end());
+  if (other.wanted_ != wanted_) throw std::invalid_argument("states have different extras");
+  BasicAccumulator added = other;
+  if (keeps_ && added.keeps_ && kept_delta_.size() + added.kept_delta_.size() <= kFew) {
+    kept_delta_.insert(kept_delta_.end(), added.kept_delta_.begin(), added.kept_delta_.end());
+    kept_norm_.insert(kept_norm_.end(), added.kept_norm_.begin(), added.kept_norm_.end());
   } else {
     if (keeps_) keep_no_more();
-    if (other.keeps_) other.keep_no_more();
-    delta_.merge(other.delta_);
-    norm_.merge(other.norm_);
+    if (added.keeps_) added.keep_no_more();
+    delta_.merge(added.delta_);
+    norm_.merge(added.norm_);
   }
   seen_ += other.seen_;
   seen_checksum_ += other.seen_checksum_;
