@@ -26,8 +26,8 @@ def read_report(path: str | os.PathLike[str]) -> PointStatistics:
     PointStatistics
         The numbers with the six significant digits of the report. ``n`` is
         its data size; ``n_masked`` and ``n_nan`` are 0. What a report doesn't
-        have is None: ``lsst``, and ``median``, ``sigma_68`` and ``sigma_iqr``
-        of each residual. Tables and `to_dict` leave it out.
+        have is None: ``lsst``, and the statistics from ``median`` on of each
+        residual. Tables and `to_dict` leave it out.
 
     Raises
     ------
