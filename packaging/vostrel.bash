@@ -95,7 +95,7 @@ complete -F _vostrel_plot vostrel-plot
 
 _vostrel_evaluate() {
   local words
-  local options="--columns --where --missing --by --bins --errors --groups --resamples --confidence
+  local options="--columns --where --missing --by --bins --percentiles --outliers --errors --groups --resamples --confidence
     --seed --format --output --report --table --memory --version --help"
   COMPREPLY=()
   if ! _vostrel_words; then
@@ -103,7 +103,8 @@ _vostrel_evaluate() {
     return
   fi
   case ${words[-2]} in
-    --where | --missing | --by | --bins | --groups | --resamples | --confidence | --seed | --memory)
+    --where | --missing | --by | --bins | --percentiles | --outliers | --groups | --resamples | \
+      --confidence | --seed | --memory)
       return
       ;;
     --errors)

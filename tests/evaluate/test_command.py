@@ -126,6 +126,35 @@ def test_bins(evaluate, survey, bins, same):
         assert float(rows["norm_nmad"]["error"]) == u.norm.nmad.error
 
 
+@pytest.mark.parametrize("words", [
+    [], ["--memory", "0"], ["--errors", "formula"], ["--errors", "bootstrap", "--resamples", "20"],
+])
+def test_percentiles_and_outliers(evaluate, small, words):
+    # The normalized residuals are 0.05 and 0.1 in the first bin, 0.2 and -0.25.
+    out = evaluate(*small, "--by", "imag", "--bins", "20,22,30", "--format", "csv", *words,
+                   "--percentiles", "25,50", "--outliers", "0.07,0.22")
+    expected = {"": (-0.025, 0.075, 75, 25), "20.0": (0.0625, 0.075, 50, 0)}
+    for edge, numbers in expected.items():
+        rows = values(out, "zphot", edge)
+        names = ("norm_p25", "norm_p50", "norm_outliers_0.07", "norm_outliers_0.22")
+        found = [float(rows[name]["value"]) for name in names]
+        assert found == pytest.approx(numbers, abs=1e-12)
+
+
+def test_errors_of_percentiles_and_outliers(evaluate, survey):
+    words = ["survey.csv", "zspec", "zphot", "--percentiles", "16", "--outliers", "0.2"]
+    out = evaluate(*words, "--errors", "formula", "--format", "csv")
+    u = vostrel.uncertainties(survey["zspec"], survey["zphot"], percentiles=16, outliers=0.2)
+    rows = values(out, "zphot")
+    assert float(rows["norm_p16"]["error"]) == u.norm.percentiles[16].error
+    assert float(rows["norm_outliers_0.2"]["high"]) == u.norm.outliers[0.2].high
+    # The bootstrap has no errors of these numbers, and says so.
+    out = evaluate(*words, "--errors", "bootstrap", "--resamples", "20")
+    for label in ("P16", "outliers >0.2 ", "median", "sigma_68"):
+        assert re.search(rf"^{label} .* \?$", out, re.MULTILINE)
+    assert "?: the error is not known; --errors formula knows some" in out
+
+
 def test_bootstrap(evaluate, survey):
     words = ["survey.csv", "zspec", "zphot", "forest", "--errors", "bootstrap", "--groups", "field",
              "--resamples", "100", "--seed", "7", "--confidence", "0.9", "--format", "csv"]
@@ -232,7 +261,7 @@ def test_help():
     words = [sys.executable, "-m", "vostrel", "--help"]
     run = subprocess.run(words, capture_output=True, text=True)
     assert (run.returncode, run.stderr) == (0, "")
-    assert len(IN_HELP) == 7 and _command.EXAMPLES in run.stdout
+    assert len(IN_HELP) == 8 and _command.EXAMPLES in run.stdout
 
 
 def test_import_of_vostrel_loads_nothing_of_this():

@@ -164,8 +164,12 @@ def test_found_where_it_is_installed(folder):
 
 
 def test_options_of_vostrel_evaluate(terminal):
-    assert terminal.words("vostrel-evaluate ga\tzspec zphot --err\tb\t--out\trep\t") == (
+    assert terminal.words("vostrel-evaluate ga\tzspec zphot --err\tb\t--outp\trep\t") == (
         "<galaxies one.csv> <zspec> <zphot> <--errors> <bootstrap> <--output> <report.txt>"
+    )
+    assert terminal.words("vostrel-evaluate ga\tz p --perc\t16,84 --outl\t0.2") == (
+        "<galaxies one.csv> <z> <p> <--percentiles> <16,84> <--outliers> <0.2>"
     )
     assert terminal.words("vostrel-evaluate --format=l\t") == "<--format=latex>"
     assert "report.txt" not in " ".join(terminal.listed("vostrel-evaluate ga --by "))
+    assert "report.txt" not in " ".join(terminal.listed("vostrel-evaluate ga --percentiles "))

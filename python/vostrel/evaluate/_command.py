@@ -33,6 +33,7 @@ examples:
   vostrel-evaluate cat.csv zspec template forest --by imag --bins 18,20,22,24 \\
       --where 'quality >= 3 & imag < 24'
   vostrel-evaluate cat.hdf5 zspec zphot --missing -99 --errors bootstrap --groups field
+  vostrel-evaluate cat.hdf5 zspec zphot --percentiles 16,84 --outliers 0.05,0.2
   vostrel-evaluate 'tile_*.fits[1]' zspec zphot --format latex --output table.tex
   vostrel-evaluate cat.csv zspec template forest --report report.html
   vostrel-evaluate cat.csv zspec zphot --table table.csv
@@ -195,6 +196,10 @@ def arguments(words: Sequence[str]) -> argparse.Namespace:
     add("--by", metavar="COLUMN", help="the column for bins (default: the reference)")
     add("--bins", metavar="BINS", type=read_bins, help="edges, as in 18,20,22; a number of bins "
         "of equal width; or count:N for N bins of equal counts (default with --by: 10)")
+    add("--percentiles", metavar="P,...", type=read_percentiles, default=(), help="percentiles of "
+        "the residuals, as in 16,84")
+    add("--outliers", metavar="BOUND,...", type=read_bounds, default=(), help="percentages of "
+        "objects whose residual is farther from zero, as in 0.05,0.2")
     add("--errors", choices=("none", "formula", "bootstrap"), default="none", help="how errors "
         "are computed; bootstrap also compares the estimates (default: %(default)s)")
     add("--groups", metavar="COLUMN", help="resample whole groups, such as fields of the sky")
@@ -244,6 +249,8 @@ def settings(options: argparse.Namespace) -> Options:
     """Return what is computed."""
     return Options(
         bins=options.bins,
+        percentiles=options.percentiles,
+        outliers=options.outliers,
         errors=options.errors,
         resamples=options.resamples,
         confidence=options.confidence,
@@ -259,3 +266,24 @@ def read_bins(text: str) -> Any:
     if "," in text:
         return [float(edge) for edge in text.split(",")]
     return int(text)
+
+
+def read_percentiles(text: str) -> tuple[float, ...]:
+    """Return numbers from 0 to 100."""
+    return read_numbers(text, 100, "numbers from 0 to 100, as in 16,84")
+
+
+def read_bounds(text: str) -> tuple[float, ...]:
+    """Return the bounds of outliers."""
+    return read_numbers(text, sys.float_info.max, "finite bounds of 0 or more, as in 0.05,0.2")
+
+
+def read_numbers(text: str, most: float, wanted: str) -> tuple[float, ...]:
+    """Return numbers from 0 to `most`."""
+    try:
+        numbers = tuple(float(word) for word in text.split(","))
+    except ValueError:
+        numbers = (-1,)
+    if not all(0 <= number <= most for number in numbers):
+        raise argparse.ArgumentTypeError(f"must be {wanted}, not {text!r}")
+    return numbers

@@ -28,11 +28,18 @@ class Options:
     """What is computed."""
 
     bins: Any = None  # as in binned_statistics
+    percentiles: tuple[float, ...] = ()
+    outliers: tuple[float, ...] = ()
     errors: Literal["none", "formula", "bootstrap"] = "none"
     resamples: int = 1000
     confidence: float = 0.683
     seed: int | None = None
     memory: int = 1 << 29  # bytes that the columns may take
+
+    @property
+    def asked(self) -> dict[str, Any]:
+        """The numbers that are asked for, as the functions of vostrel take them."""
+        return {"percentiles": self.percentiles, "outliers": self.outliers}
 
 
 @dataclass
@@ -161,13 +168,15 @@ def _in_memory(
     estimates = {name: objects.numbers[name] for name in roles.estimates}
     groups = None if objects.groups is None else labels_of(objects.groups)
     for name, estimate in estimates.items():
-        results.points[name] = vostrel.point_statistics(reference, estimate)
+        results.points[name] = vostrel.point_statistics(reference, estimate, **options.asked)
     _add_errors(results, reference, estimates, groups, options, progress)
     if options.bins is None:
         return
     by = objects.numbers[roles.by or roles.reference]
     for name, estimate in estimates.items():
-        bins = vostrel.binned_statistics(reference, estimate, by, bins=options.bins)
+        bins = vostrel.binned_statistics(
+            reference, estimate, by, bins=options.bins, **options.asked
+        )
         results.bins[name] = bins
         if options.errors != "none":
             results.bin_errors[name] = [
@@ -205,7 +214,7 @@ def _add_errors(
     if options.errors == "formula":
         for name, estimate in estimates.items():
             results.errors[name] = vostrel.uncertainties(
-                reference, estimate, confidence=options.confidence
+                reference, estimate, confidence=options.confidence, **options.asked
             )
     if options.errors != "bootstrap":
         return
@@ -247,7 +256,9 @@ def _bin_errors(
     if len(reference) < 2 or (groups is not None and len(np.unique(groups)) < 2):
         return None
     if options.errors == "formula":
-        return vostrel.uncertainties(reference, estimate, confidence=options.confidence)
+        return vostrel.uncertainties(
+            reference, estimate, confidence=options.confidence, **options.asked
+        )
     return vostrel.bootstrap(
         reference, estimate, resamples=options.resamples, confidence=options.confidence,
         groups=groups, seed=options.seed, workers=-1,
@@ -267,11 +278,13 @@ def _in_passes(
     """Compute the statistics in passes, of which `first` is the first."""
     roles = selection.roles
     by = roles.by or roles.reference
-    points = {name: Accumulator() for name in roles.estimates}
+    points = {name: Accumulator(**options.asked) for name in roles.estimates}
     bins: dict[str, BinnedAccumulator] = {}
     find_range = isinstance(options.bins, int)
     if options.bins is not None and not find_range:
-        bins = {name: BinnedAccumulator(options.bins) for name in roles.estimates}
+        bins = {
+            name: BinnedAccumulator(options.bins, **options.asked) for name in roles.estimates
+        }
     low, high = np.inf, -np.inf
     chunks = first
     number = 0
@@ -298,7 +311,7 @@ def _in_passes(
             state.end_pass()
         if number == 1 and find_range:
             bins = {
-                name: BinnedAccumulator(options.bins, (float(low), float(high)))
+                name: BinnedAccumulator(options.bins, (float(low), float(high)), **options.asked)
                 for name in roles.estimates
             }
         chunks = selection.objects()

@@ -2,12 +2,22 @@
 
 from __future__ import annotations
 
+import math
 from collections.abc import Iterator
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from typing import Any
 
 from vostrel._core import VERSION
-from vostrel._results import Uncertain, Uncertainties, _by_statistic, _notes
+from vostrel._results import (
+    QUANTILES,
+    ROWS,
+    PointStatistics,
+    Row,
+    Uncertain,
+    Uncertainties,
+    _by_statistic,
+    _notes,
+)
 from vostrel._tables import Grid, number
 from vostrel.evaluate._compute import Results
 from vostrel.evaluate._rows import Roles
@@ -15,7 +25,7 @@ from vostrel.evaluate._rows import Roles
 #: The two residuals: how the results call them, and how tables do.
 PARTS = (("delta", "delta"), ("norm", "delta norm"))
 
-#: What the tables of bins show.
+#: What the tables of bins show, beside the percentiles and the outliers that were asked for.
 IN_BINS = ("bias", "sigma", "nmad", "outliers_015")
 
 
@@ -88,7 +98,7 @@ def records(results: Results) -> Iterator[Record]:
         yield Record(name, None, "", "n", "", point.n)
         yield from _of(name, None, point, results.errors.get(name))
     for names, difference in results.differences.items():
-        yield from _of(" - ".join(names), None, None, difference)
+        yield from _of(" - ".join(names), None, difference)
     for name, bins in results.bins.items():
         edges = [float(edge) for edge in bins.edges]
         for i, point in enumerate(bins):
@@ -102,11 +112,12 @@ def _bin_errors(results: Results, name: str, i: int) -> Uncertainties | None:
 
 
 def _of(
-    name: str, limits: tuple[float, float] | None, point: Any, errors: Uncertainties | None
+    name: str, limits: tuple[float, float] | None, numbers_of: PointStatistics | Uncertainties,
+    errors: Uncertainties | None = None,
 ) -> Iterator[Record]:
     """Go over the numbers of one estimate, or of one difference."""
     for part in ("delta", "norm"):
-        for row in getattr(point if errors is None else errors, part)._rows():
+        for row in _rows(part, numbers_of, errors):
             one = row.value
             numbers = (
                 (one.value, one.error, one.low, one.high, one.method, one.reliable)
@@ -114,6 +125,21 @@ def _of(
                 else (one,)
             )
             yield Record(name, limits, part, row.name, row.unit, *numbers)
+
+
+def _rows(
+    part: str, numbers_of: PointStatistics | Uncertainties, errors: Uncertainties | None
+) -> list[Row[Any]]:
+    """Return the statistics of one residual. Those that `errors` lacks get an unknown one."""
+    rows: list[Row[Any]] = getattr(numbers_of, part)._rows()
+    if errors is None:
+        return rows
+    known = {row.name: row for row in getattr(errors, part)._rows()}
+    nan = math.nan
+    return [
+        known.get(row.name) or replace(row, value=Uncertain(row.value, nan, nan, nan))
+        for row in rows
+    ]
 
 
 # ---- tables for people ---------------------------------------------------------------------------
@@ -128,24 +154,29 @@ def grids(results: Results, task: Task) -> Iterator[tuple[str, Grid]]:
 
 def hint(results: Results) -> str:
     """Return what to do about errors that are not known."""
-    formula = any(one.method == "formula" for one in results.errors.values())
-    return "; use --errors bootstrap" if formula else ""
+    others = {"formula": "bootstrap", "bootstrap": "formula"}
+    methods = {others[one.method] for one in results.errors.values()}
+    return "".join(f"; --errors {method} knows some" for method in methods)
 
 
 def statistic_grids(results: Results) -> Iterator[tuple[str, Grid]]:
     """Go over the statistics of all objects: one table, or one for each residual."""
-    shown: dict[str, Any] = {**results.points, **results.errors}
-    n = next(iter(shown.values())).n
-    if len(shown) == 1:
-        (name, one), = shown.items()
-        yield f"{name}: {n} objects", _by_statistic(
-            {label: getattr(one, part)._rows() for part, label in PARTS}, hint(results)
+    shown = {
+        label: {
+            name: _rows(part, point, results.errors.get(name))
+            for name, point in results.points.items()
+        }
+        for part, label in PARTS
+    }
+    names = list(results.points)
+    n = results.points[names[0]].n
+    if len(names) == 1:
+        yield f"{names[0]}: {n} objects", _by_statistic(
+            {label: rows[names[0]] for label, rows in shown.items()}, hint(results)
         )
         return
-    for part, label in PARTS:
-        yield f"{label}, {n} objects", _by_statistic(
-            {name: getattr(one, part)._rows() for name, one in shown.items()}, hint(results)
-        )
+    for label, rows in shown.items():
+        yield f"{label}, {n} objects", _by_statistic(rows, hint(results))
 
 
 def difference_grids(results: Results) -> Iterator[tuple[str, Grid]]:
@@ -171,12 +202,16 @@ def bin_grids(results: Results, task: Task) -> Iterator[tuple[str, Grid]]:
 def _bins(results: Results, name: str, by: str) -> Grid:
     """Return a table with a row for each bin."""
     bins = results.bins[name]
+    always = {name for name, _, _ in ROWS + QUANTILES}
     columns = [
         [f"{by} from", *map(number, bins.edges[:-1])],
         ["to", *map(number, bins.edges[1:])],
         ["n", *map(str, bins.counts)],
     ]
-    shown = [_bin_errors(results, name, i) or point for i, point in enumerate(bins)]
-    rows = [[row for row in one.norm._rows() if row.name in IN_BINS] for one in shown]
+    rows = [
+        [row for row in _rows("norm", point, _bin_errors(results, name, i))
+         if row.name in IN_BINS or row.name not in always]
+        for i, point in enumerate(bins)
+    ]
     columns += [[cells[0].label, *(cell.text() for cell in cells)] for cells in zip(*rows)]
     return Grid(columns, _notes(columns, hint(results)))
