@@ -30,7 +30,7 @@ using Checkpoint = std::function<void()>;
 ///
 /// Every pass must see the same objects, in any order and in any blocks. Sums are exact and rounded
 /// once at the end, so the results are the same bits for any order and any blocks. Ordinary data
-/// take two passes; up to 8192 objects take one; no data take more than ten. No array of residuals
+/// take two passes; up to 8192 objects take one; no data take more than nine. No array of residuals
 /// is kept: a state takes a few megabytes at most.
 class Accumulator {
  public:

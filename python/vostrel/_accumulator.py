@@ -211,7 +211,8 @@ class Accumulator(State[_core.Accumulator]):
 
     Notes
     -----
-    Nearly all data take two passes. Up to 8192 objects take one.
+    Ordinary data take two passes, hard data more, no data more than nine. Up
+    to 8192 objects take one.
 
     A state can be pickled; that takes a few megabytes at most. The pickle has
     a version and a checksum: another version and changed bytes are refused

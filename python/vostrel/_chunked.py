@@ -55,10 +55,12 @@ def chunked_statistics(
     -------
     PointStatistics
         The same to the last bit, whatever the chunks, the order of the objects
-        and the workers. Bias, sigma and RMS come from exact sums and differ by
-        about 1e-13 from those of `point_statistics`, whose sums round at each
-        addition. The other numbers have the bits of `point_statistics`, except
-        outliers whose bound is a multiple of sigma.
+        and the workers. Bias, sigma and RMS come from exact sums and
+        differ from those of `point_statistics`, whose sums round at each
+        addition: by about 1e-13 of the RMS at 10^7 objects. For hard data, such
+        as one value repeated or a few huge ones, 3e-10 was seen. The other
+        numbers have the bits of `point_statistics`, except outliers whose bound
+        is a multiple of sigma.
 
     Raises
     ------
