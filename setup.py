@@ -13,9 +13,10 @@ class BuildModules(build_py):
     """Copies the modules, and removes those of an earlier build that are no longer there."""
 
     def run(self) -> None:
-        built = os.path.join(self.build_lib, "vostrel", "**", "*.py*")
-        for path in glob.glob(built, recursive=True):
-            os.remove(path)
+        for package in ("rail", "vostrel"):
+            built = os.path.join(self.build_lib, package, "**", "*.py*")
+            for path in glob.glob(built, recursive=True):
+                os.remove(path)
         super().run()
 
 

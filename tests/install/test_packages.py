@@ -119,6 +119,8 @@ def test_python_package_from_the_package(unpacked, tmp_path):
     output = run(PYTHON, "-c", program, cwd=tmp_path, PYTHONPATH=str(packages_))
     assert output == f"{packages_}/vostrel/__init__.py {VERSION}\n0.125\n"
     assert (packages_ / "vostrel" / "py.typed").is_file()
+    # RAIL's own packages are beside it in the namespace.
+    assert [path.name for path in (packages_ / "rail").iterdir()] == ["vostrel"]
     assert list(packages_.rglob("__pycache__")) == []
     assert (root / "bin" / "vostrel-plot").read_text().startswith(f"#!{PYTHON}\n")
     for command in ("vostrel-plot", "vostrel-evaluate"):

@@ -35,6 +35,15 @@ def test_import_loads_no_optional_library():
     assert run(sys.executable, "-c", script) == "[]\n"
 
 
+def test_stages_without_rail_say_what_they_need():
+    script = (
+        "import sys; sys.modules['rail.core'] = None\n"
+        "try: import vostrel.rail\n"
+        "except ImportError as error: print(error)"
+    )
+    assert run(sys.executable, "-c", script).startswith("vostrel.rail needs pz-rail-base: ")
+
+
 @pytest.fixture
 def clone(tmp_path):
     """A copy of the sources without what was built of them."""
@@ -74,6 +83,8 @@ def test_source_distribution_and_wheel(clone, environment, tmp_path):
     assert printed == f"{installed / 'vostrel' / '__init__.py'} 1\n"
     assert (installed / "vostrel" / "py.typed").exists()
     assert not (installed / "vostrel" / "removed.py").exists()
+    # RAIL's own packages are beside it in the namespace.
+    assert [path.name for path in (installed / "rail").iterdir()] == ["vostrel"]
     # The source distribution has all that the compiler reads.
     with tarfile.open(next(tmp_path.glob("vostrel-*.tar.gz"))) as archive:
         archive.extractall(tmp_path)
