@@ -30,7 +30,8 @@ inline PercentilePlace percentile_place(std::uint64_t n, double percent) {
   const double place = percent / 100 * static_cast<double>(n - 1);
   const double floor = std::floor(place);
   const std::uint64_t lower = std::min(static_cast<std::uint64_t>(floor), n - 1);
-  return {lower, std::min(lower + 1, n - 1), place - floor};
+  if (lower == n - 1) return {lower, lower, 1};  // as NumPy: -0 stays -0
+  return {lower, lower + 1, place - floor};
 }
 
 /// A percentile of n values. Rounds as numpy.percentile does.
