@@ -1,4 +1,4 @@
-"""The examples of the docstrings and of docs/python.md."""
+"""The examples of the docstrings, of docs/python.md and of docs/conventions.md."""
 
 import doctest
 import importlib
@@ -13,6 +13,7 @@ from astropy.table import MaskedColumn, Table
 from data_sets import redshifts
 
 DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "python.md"
+CONVENTIONS = DOCUMENT.with_name("conventions.md")
 MODULES = [
     "vostrel._binned", "vostrel._bootstrap", "vostrel._lsst", "vostrel._point", "vostrel._results",
     "vostrel._chunked", "vostrel._accumulator", "vostrel._uncertainties", "vostrel.dask", "vostrel",
@@ -102,3 +103,39 @@ def test_metrics_recipe(columns, capsys):
     m = recipe("The survey's metrics", z_spec=columns[0], z_phot=columns[1])["m"]
     assert m.n == 500
     assert f"sigma_MAD {m.sigma_mad:.4f}" in capsys.readouterr().out
+
+
+def test_further_numbers_recipe(columns):
+    title = "Percentiles, other bounds, LSST's metrics"
+    names = recipe(title, z_spec=columns[0], z_phot=columns[1])
+    s, flat = names["s"], names["flat"]
+    assert flat["norm_p16"] == s.norm.percentiles[16]
+    assert flat["norm_outliers_0.2"] == s.norm.outliers[0.2]
+    assert flat["lsst_bias"] == s.lsst.bias == -s.norm.median
+
+
+@pytest.fixture
+def conventions(columns):
+    """The names that the code of docs/conventions.md leaves, and r."""
+    names = {"z_spec": columns[0], "z_phot": columns[1] + 0.03}
+    code = "\n".join(re.findall(r"```python\n(.*?)```", CONVENTIONS.read_text(), re.DOTALL))
+    exec(compile(code, CONVENTIONS.name, "exec"), names)
+    return {**names, "r": -names["e"]}
+
+
+def test_each_convention_is_the_number_of_numpy(conventions):
+    lines = re.findall(r"^\| .* \| `(.*)` \| `(.*)` \|$", CONVENTIONS.read_text(), re.M)
+    assert len(lines) >= 15
+    for ours, numpys in lines:
+        value = eval(numpys, conventions)
+        assert eval(ours, conventions) == pytest.approx(value, rel=1e-12, abs=0), ours
+        assert value != 0, numpys
+
+
+def test_recipes_of_conventions(conventions):
+    e, sigma_68, scale = (conventions[name] for name in ("e", "sigma_68", "scale"))
+    assert sigma_68 == pytest.approx(np.subtract(*np.percentile(e, [84.175, 15.925])) / 2)
+    assert conventions["beyond_2"] == pytest.approx(100 * np.mean(abs(e) > 2 * sigma_68))
+    assert conventions["beyond_3"] == pytest.approx(100 * np.mean(abs(e) > 3 * sigma_68))
+    assert conventions["outliers"][3 * scale] == pytest.approx(100 * np.mean(abs(e) > 3 * scale))
+    assert 0 < scale < conventions["sigma_95"]
