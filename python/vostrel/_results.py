@@ -599,8 +599,8 @@ class Uncertain(Result):
     def __float__(self) -> float:
         return float(self.value)
 
-    def __format__(self, spec: str) -> str:
-        return format(self.value, spec) if spec else self.text()
+    def __format__(self, form: str) -> str:
+        return format(self.value, form) if form else self.text()
 
     def __str__(self) -> str:
         return self.text()

@@ -54,7 +54,7 @@ def test_parquet(run, only, library):
     null = np.arange(5000) % 10 == 0
     nan = np.arange(5000) % 10 == 1
     table = pa.table({
-        'z "spec"': pa.array(zspec.astype(np.float32)),
+        'z "ref"': pa.array(zspec.astype(np.float32)),
         "zphot": pa.array(np.where(nan, np.nan, zphot), mask=null),
         "quality": pa.array(np.arange(5000) % 5, mask=np.arange(5000) % 7 == 0),
         "field": pa.array(["A", "B"] * 2500).dictionary_encode(),
@@ -63,7 +63,7 @@ def test_parquet(run, only, library):
     })
     pq.write_table(table, "it's.parquet", row_group_size=1000)
     only(library)
-    status, out, err = run("it's.parquet", 'z "spec"', "zphot", "--format", "json",
+    status, out, err = run("it's.parquet", 'z "ref"', "zphot", "--format", "json",
                            "--where", "quality >= 3 & field == 'B'")
     assert (status, err) == (0, "")
     i = np.arange(5000)
@@ -80,7 +80,7 @@ def test_parquet(run, only, library):
     assert (rows["masked"], rows["nan"]) == ((selected & null).sum(), (selected & nan).sum())
 
     for name, message in [("list", "not one number"), ("text", "holds text")]:
-        status, out, err = run("it's.parquet", 'z "spec"', name)
+        status, out, err = run("it's.parquet", 'z "ref"', name)
         assert (status, out) == (1, "") and message in err and err.count("\n") == 1
 
 

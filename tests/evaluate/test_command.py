@@ -193,7 +193,7 @@ def test_large_tables_are_read_in_passes(evaluate, survey, bins):
     assert pathlib.Path("table.csv").read_text() == table
 
 
-NAMES = ["z,spec", 'z"phot', "<script>", "50%_$x&y#{~^\\}", "naïve|z*`"]
+NAMES = ["z,ref", 'z"phot', "<script>", "50%_$x&y#{~^\\}", "naïve|z*`"]
 
 
 @pytest.mark.parametrize("form", sorted(FORMATS))

@@ -150,11 +150,11 @@ def test_masks(evaluate, columns):
 
 def test_numbers_of_text(evaluate):
     """Rows of difficult, legal CSV: byte order mark, quotes, CRLF, blank lines, a missing end."""
-    text = ('\ufeff"z, spec",zphot,name\r\n1,1.5,"a ""quoted"", name"\r\n\r\n'
+    text = ('\ufeff"z, ref",zphot,name\r\n1,1.5,"a ""quoted"", name"\r\n\r\n'
             ' 0.1 ,1e-1,"two\nlines"\r\nNULL,3,x\r\n2,nan,y\r\n3,inf,z\r\n9007199254740993,"4",')
     with open("t.csv", "w", newline="", encoding="utf-8") as stream:
         stream.write(text)
-    evaluate("t.csv", "z, spec", "zphot", "--table", "rows.csv")
+    evaluate("t.csv", "z, ref", "zphot", "--table", "rows.csv")
     with open("rows.csv", encoding="utf-8") as stream:
         assert stream.read() == (
             "0,1,1.5\n1,0.10000000000000001,0.10000000000000001\n4,3,inf\n5,9007199254740992,4\n"
