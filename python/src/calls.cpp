@@ -109,11 +109,12 @@ void check_ranks(const std::vector<std::uint64_t>& ranks, std::size_t n) {
 }
 
 std::vector<double> numbers_of(const Found& found) {
+  const Quantiles& q = found.quantiles;
   std::vector<double> numbers;
+  numbers.reserve(kStatistics.size() + 3 + q.percentiles.size() + q.outliers.size());
   for (const Statistic& statistic : kStatistics) {
     numbers.push_back(found.statistics.*statistic.member);
   }
-  const Quantiles& q = found.quantiles;
   numbers.insert(numbers.end(), {q.median, q.sigma_68, q.sigma_iqr});
   numbers.insert(numbers.end(), q.percentiles.begin(), q.percentiles.end());
   numbers.insert(numbers.end(), q.outliers.begin(), q.outliers.end());
