@@ -2,7 +2,7 @@
 //
 // The objects are simulated: a redshift distribution like a deep survey's, estimates that scatter
 // by 0.03 (1 + z) about a small bias, and one object in twenty-five whose estimate is far off.
-// `odds` says how sure the imagined estimator is. The random numbers are made by hand, because the
+// `odds` is the confidence of the estimator, also made up. The random numbers are made by hand: the
 // standard library's distributions give different numbers on different systems.
 
 #include <cmath>
