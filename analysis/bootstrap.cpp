@@ -289,7 +289,7 @@ void Bootstrap::leave_out(std::uint64_t first, std::span<Replicate> results,
     bool fast = is_fast();
     for (std::size_t k = 0; k < 2 && fast; ++k) {
       state.sums[k].add(sums_of(parts_[k], first), -1);
-      fast = state.sums[k].x2 > 1e-3 * all[k].x2;  // else too many digits cancel
+      fast = state.sums[k].x2 > 0.1 * all[k].x2;  // else too many digits cancel
     }
     judge(state, reference_.size() - size_of(first), fast, result, checkpoint);
     counts[first++] = 1;

@@ -416,7 +416,7 @@ bool Windows::moments(const DrawnSums& sums, std::uint64_t size, ResidualStatist
   result.bias = center_ + mean;
   result.sigma = std::sqrt(variance);
   result.rms = std::sqrt(result.bias * result.bias + variance);
-  return variance > 1e-3 * square && result.sigma > 1e-3 * result.rms;
+  return variance > 0.1 * square && result.sigma > 1e-3 * result.rms;
 }
 
 bool Windows::outliers(const DrawnSums& sums, std::span<const std::uint8_t> counts,
