@@ -1,4 +1,4 @@
-"""Runs the examples of README.md, docs/files.md and docs/statistics.md."""
+"""Runs the examples of docs/files.md and docs/statistics.md."""
 
 import gzip
 import itertools
@@ -13,7 +13,6 @@ import sys
 import pytest
 
 HOME = pathlib.Path(__file__).resolve().parents[2]
-README = (HOME / "README.md").read_text()
 FILES = (HOME / "docs" / "files.md").read_text()
 STATISTICS = (HOME / "docs" / "statistics.md").read_text()
 
@@ -77,12 +76,12 @@ def test_examples_were_found():
     assert len(number_examples()) >= 20
 
 
-def test_readme_and_report_show_the_run_on_the_example_table(vostrel):
+def test_run_and_report_show_the_example_table(vostrel):
     (vostrel.folder / "examples").mkdir()
     shutil.copy(HOME / "examples" / "redshifts.csv", vostrel.folder / "examples")
     run = vostrel("--stats", "examples/redshifts.csv", "report.txt", "0", "2", "3")
     lines = [line for line in run.stdout.decode().splitlines() if line]
-    explained = README.split("## A run")[1].split("## The figure")[0]
+    explained = FILES.split("## A run")[1].split("## Prepare")[0]
     assert re.findall(r"^\| `([^`]*)` \|", explained, re.M) == lines[2:]
 
     report = (vostrel.folder / "report.txt").read_text().splitlines()
@@ -103,8 +102,8 @@ def shell(command, folder, **environment):
     return subprocess.run(["bash", "-c", command], capture_output=True, text=True, **options)
 
 
-PREPARE = README.split("## Prepare your table")[1].split("## Run it safely")[0]
-#: How the README says to begin, and each of its filters, by the table that needs it.
+PREPARE = FILES.split("## Prepare your table")[1].split("## Run it safely")[0]
+#: The commands to start with and the filters of docs/files.md, by the table that needs them.
 STARTS = dict(re.findall(r"^\| (?:a|compressed)(.*?) \| `(.*)` \|$", PREPARE, re.M))
 FILTERS = dict(re.findall(r"^\| ((?:was|has|separates) .*?) \| `(.*)` \|$", PREPARE, re.M))
 PLAUSIBLE = re.search(r"^    (awk .*-v n=.*)$", PREPARE, re.M).group(1)
@@ -202,7 +201,7 @@ def test_filters_chain(vostrel):
         assert rows == "0 0.1 0.12\n1 0.2 0.19\n2 0.3 0.31\n", names
 
 
-def test_the_chain_of_the_readme(vostrel):
+def test_the_chain_of_the_document(vostrel):
     command = re.search(r"^    (gunzip .*)$", PREPARE, re.M).group(1)
     survey = "# made by hand\nid;zspec;zphot\n" + SURVEY.replace(",", ";")
     (vostrel.folder / "survey.csv.gz").write_bytes(gzip.compress(survey.encode()))
@@ -218,13 +217,13 @@ def test_objects_without_a_value_are_removed(vostrel):
     vostrel.write("survey.csv", "\n".join(lines) + "\n")
     assert shell(PLAUSIBLE + " < survey.csv > table.csv", vostrel.folder).stderr == ""
     assert vostrel.read("table.csv") == "2,0.1,0.12\n4, 1e-2 ,+.3\n6,0.5,0.4\n8,0,-0.01\n"
-    count = re.search(r"^    (wc -l .*)$", README, re.M).group(1)
+    count = re.search(r"^    (wc -l .*)$", FILES, re.M).group(1)
     run = vostrel("--stats", "table.csv", "report.txt", "0", "2", "3")
     assert b"Data size  = " + shell(count, vostrel.folder).stdout.strip().encode() in run.stdout
 
 
 def safe_run():
-    section = README.split("## Run it safely")[1].split("In a new folder")[0]
+    section = FILES.split("## Run it safely")[1].split("In a new folder")[0]
     return "\n".join(re.findall(r"^    (.*)$", section, re.M))
 
 

@@ -1,9 +1,12 @@
-"""The examples of the docstrings, of docs/python.md and of docs/conventions.md."""
+"""The examples of the docstrings, of README.md, docs/python.md and docs/conventions.md."""
 
 import doctest
 import importlib
+import os
 import pathlib
 import re
+import subprocess
+import sys
 
 import numpy as np
 import pandas as pd
@@ -14,6 +17,8 @@ from data_sets import redshifts
 
 DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "python.md"
 CONVENTIONS = DOCUMENT.with_name("conventions.md")
+README = (DOCUMENT.parents[1] / "README.md").read_text()
+FIRST_STEPS = README.split("## First steps")[1].split("\n## ")[0]
 MODULES = [
     "vostrel._binned", "vostrel._bootstrap", "vostrel._lsst", "vostrel._point", "vostrel._results",
     "vostrel._chunked", "vostrel._accumulator", "vostrel._uncertainties", "vostrel.dask", "vostrel",
@@ -24,6 +29,39 @@ MODULES = [
 def test_examples_of_docstrings(name):
     failures, tried = doctest.testmod(importlib.import_module(name))
     assert (failures, tried > 0) == (0, True)
+
+
+@pytest.fixture
+def installed(tmp_path, monkeypatch):
+    """A folder with the example table, and the three commands on the path."""
+    (tmp_path / "examples").symlink_to(DOCUMENT.parents[1] / "examples")
+    (tmp_path / "bin").mkdir()
+    (tmp_path / "bin" / "vostrel").symlink_to(os.environ["VOSTREL"])
+    for command, module in [("plot", "vostrel.plot"), ("evaluate", "vostrel")]:
+        script = tmp_path / "bin" / f"vostrel-{command}"
+        script.write_text(f'#!/bin/sh\nexec "{sys.executable}" -m {module} "$@"\n')
+        script.chmod(0o755)
+    monkeypatch.setenv("PATH", f"{tmp_path / 'bin'}:{os.environ['PATH']}")
+    monkeypatch.chdir(tmp_path)
+
+
+def test_shell_lines_of_the_readme(installed):
+    lines = re.findall(r"^    (.*)$", FIRST_STEPS, re.M)
+    commands, shown = lines[:4], "".join(line + "\n" for line in lines[4:])
+    script = "set -e\n" + "\n".join(commands)
+    run = subprocess.run(["bash", "-c", script], capture_output=True, text=True)
+    assert (run.returncode, run.stderr) == (0, "")
+    assert run.stdout.startswith(shown) and shown.count("\n") == 12
+    assert "of both residuals for the 1958 objects" in FIRST_STEPS.replace("\n", " ")
+    assert "zphot: 1958 objects\n" in run.stdout[len(shown) :]
+    assert pathlib.Path("figure.png").read_bytes().startswith(b"\x89PNG")
+
+
+def test_python_lines_of_the_readme(installed, capsys):
+    code, shown = re.findall(r"```(?:python|text)\n(.*?)```", FIRST_STEPS, re.DOTALL)
+    assert code.count("\n") == 4
+    exec(code, {})
+    assert capsys.readouterr().out == shown
 
 
 def recipe(title, **names):
