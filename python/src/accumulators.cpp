@@ -66,7 +66,7 @@ py::tuple result(const ExactAccumulator& passes) {
   FoundOfBoth found;
   {
     const py::gil_scoped_release release;
-    found = passes.result(look_for_signals);
+    found = passes.result(check_signals);
   }
   return with_count(found);
 }
@@ -75,7 +75,7 @@ py::list results(const ExactBins& passes) {
   std::vector<FoundOfBoth> found;
   {
     const py::gil_scoped_release release;
-    found = passes.results(look_for_signals);
+    found = passes.results(check_signals);
   }
   py::list list;
   for (const FoundOfBoth& bin : found) list.append(with_count(bin));
@@ -93,7 +93,7 @@ SomePasses from_bytes(const py::bytes& bytes) {
 }
 
 bool end_pass(ExactAccumulator& passes) { return passes.end_pass(); }
-bool end_pass(ExactBins& passes) { return passes.end_pass(look_for_signals); }
+bool end_pass(ExactBins& passes) { return passes.end_pass(check_signals); }
 
 // Defines what both classes have in common.
 template <class SomePasses>

@@ -267,7 +267,7 @@ py::list read_stream(const py::handle& capsule) {
   require(schema->release != nullptr, "the schema is missing");
   const Form form = form_of(*schema);
   while (true) {
-    look_for_signals();
+    check_signals();
     Owned<ArrowArray> array;
     check_call(stream->get_next(stream.get(), array.get()), stream.get());
     if (array->release == nullptr) return chunks;

@@ -56,14 +56,14 @@ class ObjectsInBins {
     {
       const py::gil_scoped_release release;
       of_reference = median(references);
-      look_for_signals();
+      check_signals();
       std::vector<double> residuals(references.size());
       std::transform(references.begin(), references.end(), estimates.begin(), residuals.begin(),
                      normalized_residual);
-      look_for_signals();
+      check_signals();
       of_residual = median(residuals);
       for (const std::uint64_t rank : ranks) {
-        look_for_signals();
+        check_signals();
         const auto place = residuals.begin() + static_cast<std::ptrdiff_t>(rank);
         std::nth_element(residuals.begin(), place, residuals.end());
         found.push_back(*place);

@@ -172,7 +172,7 @@ class BootstrapOfSample {
  private:
   Checkpoint checkpoint() const {
     return [this] {
-      look_for_signals();
+      check_signals();
       if (stop_) throw std::runtime_error("the bootstrap was stopped");
     };
   }

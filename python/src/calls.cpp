@@ -142,7 +142,7 @@ py::tuple numbers_with_spreads(std::span<const double> reference, std::span<cons
   FoundOfBoth found;
   {
     const py::gil_scoped_release release;
-    found = find_in_order(reference, estimate, wanted, look_for_signals);
+    found = find_in_order(reference, estimate, wanted, check_signals);
   }
   const auto tuple_of_spread = [](const Spread& spread) {
     return py::make_tuple(spread.second, spread.fourth, spread.second_about, spread.fourth_about,
@@ -152,7 +152,7 @@ py::tuple numbers_with_spreads(std::span<const double> reference, std::span<cons
          py::make_tuple(tuple_of_spread(found.delta.spread), tuple_of_spread(found.norm.spread));
 }
 
-void look_for_signals() {
+void check_signals() {
   using Clock = std::chrono::steady_clock;
   thread_local Clock::time_point last_look = Clock::now();
   const Clock::time_point now = Clock::now();

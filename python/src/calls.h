@@ -60,7 +60,7 @@ pybind11::tuple numbers_with_spreads(std::span<const double> reference,
 
 /// Throws Python's KeyboardInterrupt if the user has pressed Ctrl-C. Looks every 50 ms
 /// at most. Requires: the GIL is released.
-void look_for_signals();
+void check_signals();
 
 /// One pass: calls use(block) for each block. Requires: the GIL is released.
 template <class Use>
@@ -68,7 +68,7 @@ void for_each_block(Rows& rows, Use use) {
   rows.rewind();
   while (rows.next()) {
     use(rows.block());
-    look_for_signals();
+    check_signals();
   }
 }
 

@@ -58,7 +58,7 @@ py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, 
   {
     const py::gil_scoped_release release;
     const auto add = [&](const Block& block) { passes.add(block.reference, block.estimate); };
-    if (complete(passes, rows, omit_nan, add)) found = passes.result(look_for_signals);
+    if (complete(passes, rows, omit_nan, add)) found = passes.result(check_signals);
   }
   return py::make_tuple(rows.kept(), rows.masked(), rows.nan(),
                         found ? py::object(numbers_of(*found)) : py::object(py::none()));
@@ -140,8 +140,8 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
     const py::gil_scoped_release release;
     do {
       nan_counts = add_to_bins(passes, rows);
-    } while (passes.end_pass(look_for_signals));
-    found = passes.results(look_for_signals);
+    } while (passes.end_pass(check_signals));
+    found = passes.results(check_signals);
   }
 
   const auto size = static_cast<py::ssize_t>(found.size());

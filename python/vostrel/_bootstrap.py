@@ -350,10 +350,10 @@ def bootstrap_difference(
             s = point_statistics(columns.values[0], values, mask=left_out, nan_policy="propagate")
             s = PointStatistics(sample.n, sample.n_masked, sample.n_nan, s.delta, s.norm)
 
-            def tell(done: int, before: int = i * resamples) -> None:
+            def report_progress(done: int, before: int = i * resamples) -> None:
                 report((before + done) // len(estimates))
 
-            resampled[name] = options.resample(sample, i + 1, s, labels, tell)
+            resampled[name] = options.resample(sample, i + 1, s, labels, report_progress)
             results[name] = options.summary(s, resampled[name])
     return BootstrapDifference(results, confidence, interval, resampled)
 

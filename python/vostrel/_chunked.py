@@ -88,7 +88,7 @@ def chunked_statistics(
     (4, 0.086485)
     """
     state = Accumulator(percentiles=percentiles, outliers=outliers, nan_policy=nan_policy)
-    result: PointStatistics = go_over(state, chunks, workers, progress)
+    result: PointStatistics = run_passes(state, chunks, workers, progress)
     return result
 
 
@@ -151,11 +151,11 @@ def chunked_binned_statistics(
     array([1, 3])
     """
     state = BinnedAccumulator(bins, range, percentiles, outliers, nan_policy)
-    result: BinnedStatistics = go_over(state, chunks, workers, progress)
+    result: BinnedStatistics = run_passes(state, chunks, workers, progress)
     return result
 
 
-def go_over(state: Any, chunks: Chunks, workers: int, progress: Progress) -> Any:
+def run_passes(state: Any, chunks: Chunks, workers: int, progress: Progress) -> Any:
     """Add all chunks in each pass, and return the result."""
     workers = read_workers(workers)
     check_progress(progress)

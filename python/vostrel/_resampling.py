@@ -101,7 +101,7 @@ def _unpickled(
 
 
 def draw(
-    draws: Draws, resamples: int, workers: Workers, tell: Callable[[int], None]
+    draws: Draws, resamples: int, workers: Workers, report_progress: Callable[[int], None]
 ) -> tuple[NDArray[np.float64], NDArray[np.float64]]:
     """Return the numbers of all resamples, and their errors.
 
@@ -123,7 +123,7 @@ def draw(
             numbers[first : first + number] = some
             errors[first : first + number] = their_errors
             done += number
-            tell(done)
+            report_progress(done)
     if missing:
         lost = sum(number for _, number in missing)
         raise RuntimeError(f"workers lost {lost} of {resamples} resamples")

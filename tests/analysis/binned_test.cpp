@@ -48,7 +48,7 @@ TEST(Bins, EdgesMayBeInfiniteOrExtreme) {
   EXPECT_EQ(Bins({0, 5e-324, 1e-323})(5e-324), 1U);
 }
 
-TEST(Bins, EdgesThatCrowdSomewhereAreFound) {
+TEST(Bins, FindsBinsAmongCrowdedEdges) {
   Random random;
   for (int round = 0; round < 200; ++round) {
     std::vector<double> edges(2 + random.below(40));
@@ -66,7 +66,7 @@ TEST(Bins, EdgesThatCrowdSomewhereAreFound) {
   }
 }
 
-TEST(Bins, BadEdgesAreRefused) {
+TEST(Bins, BadEdgesAreRejected) {
   EXPECT_THROW(Bins({1}), std::invalid_argument);
   EXPECT_THROW(Bins({2, 1}), std::invalid_argument);
   EXPECT_THROW(Bins({1, kNaN, 2}), std::invalid_argument);
@@ -97,7 +97,7 @@ void expect_same(const PointStatistics& found, const PointStatistics& expected) 
   }
 }
 
-TEST(InOrderBins, EachBinHasTheBitsOfItsObjects) {
+TEST(InOrderBins, EachBinMatchesPointStatistics) {
   const std::size_t n = 20'000;
   const auto [reference, estimate, by] = drawn(n);
   const Bins bins({18, 20, 20.001, 23});
@@ -124,7 +124,7 @@ TEST(InOrderBins, EachBinHasTheBitsOfItsObjects) {
 }
 
 // One bin has too many objects for a single pass, another has not.
-TEST(ExactBins, AreTheSameByThreeWorkersThatSendBytes) {
+TEST(ExactBins, ThreeWorkersThatSendBytesGiveTheSameBits) {
   const std::size_t n = 20'000;
   const Objects objects = drawn(n);
   const auto add = [&](ExactBins& passes, std::size_t first, std::size_t count) {
@@ -160,7 +160,7 @@ TEST(ExactBins, AreTheSameByThreeWorkersThatSendBytes) {
   EXPECT_THROW(ExactBins::from_bytes(bytes + "x"), std::invalid_argument);
 }
 
-TEST(InOrderBins, ColumnsOfDifferentLengthsAreRefused) {
+TEST(InOrderBins, ColumnsOfDifferentLengthsAreRejected) {
   InOrderBins passes(Bins({0, 1}));
   const std::vector<double> one = {0.5};
   EXPECT_THROW(passes.add({}, one, one), std::invalid_argument);
@@ -177,7 +177,7 @@ TEST(InOrderBins, AnEmptyBinIsNaN) {
   EXPECT_TRUE(std::isnan(passes.results()[1].point().norm.bias));
 }
 
-TEST(BinnedObjects, EachBinHasItsObjectsInTheirOrder) {
+TEST(BinnedObjects, EachBinKeepsItsObjectsInOrder) {
   const std::vector<double> reference = {1, 2, 3, 4, 5, 6};
   const std::vector<double> estimate = {10, 20, 30, 40, 50, 60};
   const std::vector<double> by = {1.5, 0, 9, 2, 1, kNaN};
@@ -196,7 +196,7 @@ TEST(BinnedObjects, EachBinHasItsObjectsInTheirOrder) {
   EXPECT_EQ(of(objects.estimate(2)), (std::vector<double>{40}));
 }
 
-TEST(BinnedObjects, ValuesThatChangeAreRefused) {
+TEST(BinnedObjects, ChangedValuesAreRejected) {
   BinnedObjects objects(Bins({0, 1, 2}));
   const std::vector<double> before = {0.5, 1.5};
   const std::vector<double> after = {0.5, 0.5};

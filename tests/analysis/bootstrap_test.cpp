@@ -21,7 +21,7 @@ using vostrel::PointStatistics;
 using vostrel::Replicate;
 using vostrel::ResidualStatistics;
 
-TEST(Philox, GivesKnownAnswers) {
+TEST(Philox, MatchesReferenceValues) {
   // From the authors' list.
   const std::array<std::uint64_t, 4> zeros = {0x16554d9eca36314c, 0xdb20fe9d672d0fdc,
                                               0xd7e772cee186176b, 0x7e68b68aec7ba23b};
@@ -175,7 +175,7 @@ void expect_equal(const PointStatistics& found, const PointStatistics& expected)
 }
 
 // Objects, or groups of them that are shifted together.
-TEST(Bootstrap, EqualsThePlainLoop) {
+TEST(Bootstrap, MatchesThePlainLoop) {
   Random random;
   for (int round = 0; round < rounds(800); ++round) {
     const std::size_t size = 2 + random.below(random.one_in(10) ? 9000 : 300);
@@ -214,7 +214,7 @@ TEST(Bootstrap, EqualsThePlainLoop) {
 }
 
 // Without this, a window in the wrong place would cost only time.
-TEST(Bootstrap, WindowsHaveOrdinaryResamples) {
+TEST(Bootstrap, WindowsAnswerOrdinaryResamples) {
   Random random;
   for (const std::size_t size : {60u, 301u, 3000u}) {
     const Data data = data_set(random, size, 0);

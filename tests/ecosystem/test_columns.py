@@ -102,7 +102,7 @@ REFUSED = [
 
 
 @pytest.mark.parametrize("column, found", REFUSED, ids=[found for _, found in REFUSED])
-def test_what_is_refused(column, found):
+def test_unsupported_columns_are_refused(column, found):
     with pytest.raises(TypeError, match=f"reference must hold real numbers, not {found}"):
         vostrel.point_statistics(column, [1.0])
 

@@ -133,7 +133,7 @@ def test_rails_own_test_of_point_metrics():
     assert np.isclose(found["point_stats_sigma_mad"], 0.0046489)
 
 
-def test_all_numbers_of_vostrel_are_beside(rng):
+def test_tables_have_all_numbers_of_vostrel(rng):
     truth, estimate = redshifts(rng, 1000)
     expected = vostrel.chunked_statistics([(truth, estimate)]).to_dict()
     found = summary(VostrelPointToPointEvaluator, truth, estimate)

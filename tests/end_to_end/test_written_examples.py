@@ -281,7 +281,7 @@ def nan_places():
     return re.findall(r"^\| (first|in the middle|last) \| .*? \| (.*) \|$", STATISTICS, re.M)
 
 
-def test_median_depends_on_the_place_of_a_nan(vostrel):
+def test_median_depends_on_the_position_of_a_nan(vostrel):
     assert len(nan_places()) == 3
     for place, mad in nan_places():
         table = ["0.4,0", "0.3,0", "0.2,0", "0.1,0"]

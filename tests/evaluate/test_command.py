@@ -264,7 +264,7 @@ def test_help():
     assert len(IN_HELP) == 8 and _command.EXAMPLES in run.stdout
 
 
-def test_import_of_vostrel_loads_nothing_of_this():
+def test_import_of_vostrel_does_not_load_this():
     code = "import sys, vostrel; print([m for m in sys.modules if 'evaluate' in m])"
     run = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True)
     assert run.stdout == "[]\n"

@@ -42,7 +42,7 @@ def report(evaluate, columns):
     return Page("report.html")
 
 
-def test_everything_is_there(report, evaluate):
+def test_page_has_every_part(report, evaluate):
     text = " ".join(report.text.split())
     rows = json.loads(evaluate(
         "cat.csv", "zspec", "zphot", "forest", "--format", "json", "--missing", "-99",
@@ -56,7 +56,7 @@ def test_everything_is_there(report, evaluate):
     assert len(report.source) < 5 << 20
 
 
-def test_it_is_self_contained(report):
+def test_page_is_self_contained(report):
     addresses = [
         value
         for _, attributes in report.elements
@@ -69,7 +69,7 @@ def test_it_is_self_contained(report):
     assert "url(" not in report.source and "@import" not in report.source
 
 
-def test_it_can_be_read_by_ear_and_by_keyboard(report):
+def test_page_works_with_screen_readers_and_keyboards(report):
     assert report.all("html")[0][1]["lang"] == "en"
     levels = [int(tag[1]) for tag, _ in report.all("h1", "h2", "h3")]
     assert levels == [1] + [2] * 7
@@ -123,7 +123,7 @@ def test_figures_that_are_not_drawn(evaluate, columns):
     assert len(page.all("img")) == 1  # the bins
 
 
-def test_the_same_data_give_the_same_bytes(evaluate, columns):
+def test_same_data_give_the_same_bytes(evaluate, columns):
     pd.DataFrame(columns).to_csv("cat.csv", index=False)
     words = ("cat.csv", "zspec", "zphot", "--bins", "3", "--report", "r.html")
     pages = []

@@ -75,7 +75,7 @@ def test_formats(evaluate, columns, name):
     assert read(evaluate, name, "zspec", "zphot", *where) == expected(columns, rows)
 
 
-def test_labels_give_the_same_resamples_from_every_format(evaluate, columns):
+def test_labels_give_the_same_resamples_in_every_format(evaluate, columns):
     outputs = set()
     for name in ("t.csv", "t.fits", "t.hdf5"):
         write_table(name, columns)
@@ -84,7 +84,7 @@ def test_labels_give_the_same_resamples_from_every_format(evaluate, columns):
     assert len(outputs) == 1
 
 
-def test_columns_of_fits_that_are_stored_in_other_ways(evaluate, columns):
+def test_unusual_fits_columns(evaluate, columns):
     # Single precision, scaled integers, unsigned integers, TNULL, truth values, text.
     n = 200
     zspec = columns["zspec"][:n].astype(np.float32)
@@ -148,7 +148,7 @@ def test_masks(evaluate, columns):
         assert json.loads(out)["rows"]["masked"] == 429
 
 
-def test_numbers_of_text(evaluate):
+def test_numbers_in_text_files(evaluate):
     """Rows of difficult, legal CSV: byte order mark, quotes, CRLF, blank lines, a missing end."""
     text = ('\ufeff"z, ref",zphot,name\r\n1,1.5,"a ""quoted"", name"\r\n\r\n'
             ' 0.1 ,1e-1,"two\nlines"\r\nNULL,3,x\r\n2,nan,y\r\n3,inf,z\r\n9007199254740993,"4",')

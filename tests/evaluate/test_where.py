@@ -157,6 +157,6 @@ def test_refused(text, tmp_path):
     assert not (tmp_path / "hit").exists()
 
 
-def test_huge_powers_of_numbers_take_no_time():
+def test_huge_powers_are_infinite_at_once():
     condition = Condition("9 ** 9 ** 9 ** 9 > a")  # infinity
     assert condition.select({"a": A}).tolist() == [True] * 4

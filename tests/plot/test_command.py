@@ -14,8 +14,8 @@ import numpy as np
 import pytest
 import vostrel
 from conftest import FOUR, REPORT, by_gid, catalogue, run, write
-from vostrel.plot import _command, _reading, _words
-from vostrel.plot._words import fonts_for
+from vostrel.plot import _command, _reading, _format
+from vostrel.plot._format import fonts_for
 
 VOSTREL = os.environ.get("VOSTREL")
 
@@ -175,7 +175,7 @@ def test_characters_that_the_font_lacks(monkeypatch, capsys):
     assert len(fonts_for("\N{ARC}")) == 2, "DejaVu Sans Mono has it"
     assert _command.main(["--dpi", "50", "--title", "\N{ARC}"]) == 0
     assert capsys.readouterr().err == ""
-    monkeypatch.setattr(_words, "fonts_for", lambda _: ["sans-serif"])
+    monkeypatch.setattr(_format, "fonts_for", lambda _: ["sans-serif"])
     assert _command.main(["--dpi", "50", "--title", "a \N{ARC}"]) == 0
     assert capsys.readouterr().err == "vostrel-plot: no installed font has \N{ARC}\n"
 
@@ -317,12 +317,12 @@ class Terminal(io.StringIO):
 
 def test_progress_is_shown_on_a_terminal_after_a_while():
     quick, slow, file = Terminal(), Terminal(), io.StringIO()
-    _command.Progress(quick, patience=60).tell("reading")
+    _command.Progress(quick, patience=60).show("reading")
     assert quick.getvalue() == ""
-    _command.Progress(file, patience=0).tell("reading")
+    _command.Progress(file, patience=0).show("reading")
     assert file.getvalue() == ""
     progress = _command.Progress(slow, patience=0)
-    progress.tell("reading")
+    progress.show("reading")
     assert slow.getvalue().endswith("vostrel-plot: reading")
     progress.clear()
     assert slow.getvalue().endswith("\r\033[K")

@@ -22,7 +22,7 @@ from vostrel.plot._limits import histogram_bins, robust_range, spread_of
 from vostrel.plot._objects import objects_of
 from vostrel.plot._panels import MANY
 from vostrel.plot._running import running
-from vostrel.plot._words import MissingGlyphs, at_point, percent, three_digits, wrapped
+from vostrel.plot._format import MissingGlyphs, at_point, percent, three_digits, wrapped
 
 
 def note_of(figure):
@@ -126,7 +126,7 @@ def test_option_for_logarithmic_counts(figure_of):
     assert figure_of("--log").axes[1].get_yscale() == "log"
 
 
-def test_a_few_outliers_take_no_room_from_the_core():
+def test_a_few_outliers_do_not_squeeze_the_core():
     zspec, zphot = catalogue(500)
     widths = []
     for outliers in (9, 10):
@@ -205,7 +205,7 @@ def test_bands_are_the_intervals_of_the_formulas():
 
 
 @pytest.mark.parametrize("count, low", [(3, 0), (8, 2), (9, 2)])
-def test_bounds_of_a_median_of_few(count, low):
+def test_median_bounds_of_few_objects(count, low):
     """At most so many heads: 2 of 8 14.5 %, 3 of 8 36.3 %; 2 of 9 9.0 %, 3 of 9 25.4 %; 0 of 3
     12.5 %.
     """
@@ -214,7 +214,7 @@ def test_bounds_of_a_median_of_few(count, low):
     assert lines.median_band.ravel().tolist() == [low + 1, count - low]
 
 
-def test_two_objects_do_not_bound_a_median():
+def test_two_objects_have_no_median_bounds():
     lines = running(objects_of([0.0, 0.0], [-1.0, -2.0]))
     assert lines.median.tolist() == [1.5]
     assert np.isnan(lines.median_band).all() and np.isnan(lines.nmad_band).all()
@@ -254,7 +254,7 @@ def test_counts_of_more_than_one_block():
     assert _core.count_in_cells(values, values, [0, 1, 2], [0, 3]).tolist() == [[2000, 2000]]
 
 
-def test_density_of_one_value_can_be_seen(figure_of):
+def test_density_of_one_value_is_visible(figure_of):
     write_table([0.5] * 6000, [0.6] * 6000)
     image, = by_gid(figure_of().axes[0], "objects")
     assert image.get_array().shape == (27, 27)
@@ -353,7 +353,7 @@ def test_one_object_in_the_middle(figure_of):
 
 # --------------------------------------------------------- what is left out
 
-def test_what_is_not_finite_is_left_out_and_counted(figure_of):
+def test_values_that_are_not_finite_are_left_out_and_counted(figure_of):
     write("0 0.5 0.4\n1 nan 1\n2 1 -nan\n3 inf 1\n4 1 -inf\n5 -1 0.3\n6 nan inf\n"
           "7 1 1.2\n8 inf inf\n9 -1 -1\n")
     figure = figure_of()

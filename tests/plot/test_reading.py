@@ -34,13 +34,13 @@ def test_line_that_is_not_three_columns(monkeypatch, bad, block, before):
         read_internal("internal.txt")
 
 
-def test_lines_that_only_together_hold_six_numbers():
+def test_two_lines_with_six_numbers_between_them():
     write("0 1\n2 3 4 5\n")
     with pytest.raises(PlotError, match="line 1:"):
         read_internal("internal.txt")
 
 
-def test_overlong_line_is_not_two(monkeypatch):
+def test_overlong_line_is_not_split(monkeypatch):
     monkeypatch.setattr(_reading, "BLOCK", 16)
     write("0 1 2" + " " * (11 + _reading.LONGEST_LINE) + "3 4 5\n")
     with pytest.raises(PlotError, match="line 1:"):

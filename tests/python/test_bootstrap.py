@@ -20,7 +20,7 @@ from vostrel._groups import read_groups
 
 
 @pytest.mark.parametrize("n", [2, 50, 256, 5000, 200_000])
-def test_equals_the_plain_loop(n, rng):
+def test_matches_the_plain_loop(n, rng):
     reference, estimate = redshifts(rng, n)
     u = vostrel.bootstrap(reference, estimate, resamples=3, seed=7)
     for k, found in enumerate(u.replicates):
@@ -31,7 +31,7 @@ def test_equals_the_plain_loop(n, rng):
             assert same_bits(got[3:], want[3:])
 
 
-def test_the_same_bits_for_any_workers(rng):
+def test_same_bits_for_any_workers(rng):
     data = redshifts(rng, 3000)
     one = vostrel.bootstrap(*data, resamples=300, seed=3)
     for workers in (2, 3, -1):
@@ -64,7 +64,7 @@ def twice_and_backwards(function, pieces):
         lambda: contextlib.nullcontext(types.SimpleNamespace(map=twice_and_backwards)),
     ],
 )
-def test_the_same_bits_for_any_map(rng, pool):
+def test_same_bits_for_any_map(rng, pool):
     reference, estimate = redshifts(rng, 500)
     options = {"resamples": 40, "seed": 3, "mask": rng.random(500) < 0.1}
     fields = rng.integers(0, 60, 500)
@@ -88,7 +88,7 @@ def test_workers_that_lose_pieces(lossy):
         vostrel.bootstrap(values, values[::-1], resamples=100, workers=lossy)
 
 
-def test_the_same_bits_on_every_machine():
+def test_same_bits_on_every_machine():
     assert _core.resample_indices(1, 2, 12).tolist() == [0, 1, 1, 2, 3, 4, 5, 7, 7, 8, 10, 10]
     drawn = _core.resample_indices(2**64 - 1, 5, 1_000_000)
     some = drawn[0], drawn[500_000], drawn[-1], drawn.sum()

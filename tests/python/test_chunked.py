@@ -37,7 +37,7 @@ def by_workers(chunks, workers):
     return passes.result()
 
 
-def test_the_same_bits_however_cut(rng):
+def test_result_independent_of_chunking(rng):
     for number, columns in enumerate(scale_sets(rng, SETS)):
         expected = None
         for way, chunks in ways_to_cut(rng, columns):
@@ -332,7 +332,7 @@ def test_threads_share_a_state(rng):
     assert passes.result() == vostrel.chunked_statistics([columns])
 
 
-def test_bins_have_the_same_bits_however_cut(rng):
+def test_bins_independent_of_chunking(rng):
     edges = [0, 0.2, 0.5, 0.5 + 1e-9, 3]
     for i in range(100 if LONG else 10):
         reference, estimate = redshifts(rng, int(rng.integers(1, 60_000)))

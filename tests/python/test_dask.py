@@ -49,7 +49,7 @@ def client(cluster):
         yield client
 
 
-def test_the_same_bits_in_threads(rng):
+def test_same_bits_in_threads(rng):
     with config.set(scheduler="threads"):
         for number, columns in enumerate(scale_sets(rng, SETS if LONG else 9)):
             ways = list(ways_to_cut(rng, columns))
@@ -62,7 +62,7 @@ def test_the_same_bits_in_threads(rng):
 
 
 @pytest.mark.parametrize("workers", [1, 2, 3, 4])
-def test_the_same_bits_on_a_cluster(workers, client, rng):
+def test_same_bits_on_a_cluster(workers, client, rng):
     client.cluster.scale(workers)
     client.wait_for_workers(workers, timeout=60)
 
@@ -132,7 +132,7 @@ def test_a_killed_worker(wanted, rng, tmp_path):
     assert found == vostrel.chunked_statistics([columns])
 
 
-def test_a_block_carries_its_own_tasks_alone():
+def test_a_block_carries_only_its_own_tasks():
     ones = da.ones(8, chunks=2)
     blocks = vostrel.dask.pair_blocks(reference=ones, estimate=ones)
     assert [len(column.__dask_graph__()) for block in blocks for column in block] == [1] * 8
@@ -145,7 +145,7 @@ def two_workers():
         yield client
 
 
-def test_persisted_blocks_are_added_where_they_are(two_workers, monkeypatch):
+def test_persisted_blocks_stay_on_their_workers(two_workers, monkeypatch):
     client = two_workers
     workers = list(client.nthreads())
     column = da.concatenate(

@@ -109,7 +109,7 @@ def test_names_and_keys(rng):
     ("percentiles", None, TypeError), ("outliers", -0.1, ValueError),
     ("outliers", np.inf, ValueError), ("outliers", 10**400, ValueError),
 ])
-def test_what_cannot_be_asked_for(name, value, error):
+def test_invalid_requests_are_refused(name, value, error):
     with pytest.raises(error, match=f"^{name} must be .*, not "):
         vostrel.point_statistics([1.0], [1.0], **{name: value})
     with pytest.raises(error, match=f"^{name} must be .*, not "):

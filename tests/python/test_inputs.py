@@ -84,7 +84,7 @@ def test_a_list_of_several_kinds_of_numbers():
     assert same_bits(numbers(vostrel.point_statistics(values, plain[::-1])), expected)
 
 
-def test_a_list_that_changes_meanwhile():
+def test_a_list_changed_during_the_call():
     class Emptied(list):
         def __getitem__(self, key):
             return []

@@ -29,7 +29,7 @@ PLAIN = {
 
 @pytest.mark.filterwarnings("ignore:The BCa")
 @pytest.mark.parametrize("interval", ["percentile", "basic", "bca"])
-def test_the_same_as_scipy(rng, interval):
+def test_matches_scipy(rng, interval):
     pytest.importorskip("scipy", minversion="1.10")  # takes an earlier result from there on
     from scipy import stats
 
@@ -56,7 +56,7 @@ def test_the_same_as_scipy(rng, interval):
         assert ours.high == pytest.approx(theirs.high, rel=0, abs=1e-12 * scale), name
 
 
-def test_studentized_as_it_reads(rng):
+def test_studentized_matches_its_definition(rng):
     reference, estimate = redshifts(rng, 80)
     r = reference - estimate
     u = vostrel.bootstrap(reference, estimate, resamples=200, confidence=0.9, seed=2)
@@ -134,7 +134,7 @@ def test_no_interval_without_width(rng, grid):
     assert equal.delta.mad.low == equal.delta.mad.high == 0.125
 
 
-def test_what_cannot_be_trusted(rng):
+def test_unreliable_intervals_are_marked(rng):
     ordinary = rng.standard_normal(1000)
     one_far = ordinary.copy()
     one_far[0] = 50

@@ -57,7 +57,7 @@ def test_the_same_bits(rng):
             assert same_bits(found, expected[i]), (processes, data_sets[i])
 
 
-def test_the_same_bits_in_bins(rng):
+def test_same_bits_in_bins(rng):
     seed = int(rng.integers(2**32))
     columns = redshifts(np.random.default_rng(seed), 20_000)
     b = vostrel.chunked_binned_statistics([columns], bins=4, range=(0, 2))

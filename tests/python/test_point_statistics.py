@@ -37,7 +37,7 @@ def test_by_hand():
     assert s.norm.outliers_015 == 50
 
 
-def test_the_same_bits_as_utils(rng, utils_results):
+def test_matches_utils_bit_for_bit(rng, utils_results):
     for _ in range(CASES // 10_000):
         data_sets = []
         while len(data_sets) < 10_000:
@@ -53,7 +53,7 @@ def test_the_same_bits_as_utils(rng, utils_results):
 
 
 @pytest.mark.parametrize("n", [4095, 4096, 4097, 65_536, 100_000])
-def test_the_same_bits_as_utils_for_large_sets(n, rng, utils_results):
+def test_matches_utils_bit_for_bit_for_large_sets(n, rng, utils_results):
     data_sets = [data_set(rng, n) for _ in range(40 if LONG else 8)]
     for (reference, estimate), expected in zip(data_sets, utils_results(data_sets)):
         assert same_bits(core_numbers(reference, estimate), expected)
@@ -91,7 +91,7 @@ def test_matches_the_libraries_of_the_field(rng):
     )
 )
 @settings(max_examples=2000 if LONG else 200, deadline=None, database=None)
-def test_any_numbers_give_the_same_by_any_path(pairs):
+def test_all_paths_agree_on_any_numbers(pairs):
     reference, estimate = np.array(pairs).T.copy()
     plain = numbers(vostrel.point_statistics(reference, estimate))
     strided = np.column_stack([reference, estimate])

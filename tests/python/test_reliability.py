@@ -82,7 +82,7 @@ INTERRUPTED = {
 
 
 @pytest.mark.parametrize("kind", INTERRUPTED)
-def test_ctrl_c_comes_through(kind, rng):
+def test_ctrl_c_is_noticed_soon(kind, rng):
     # The promise is half a second. What takes longer the more objects there are shows in more.
     n = 30_000_000 if LONG else 3_000_000
     columns = redshifts(rng, n)
@@ -91,7 +91,7 @@ def test_ctrl_c_comes_through(kind, rng):
     assert longest_wait(lambda: INTERRUPTED[kind](*columns)) < (0.3 if LONG else 0.15)
 
 
-def test_other_threads_run_meanwhile(rng):
+def test_other_threads_keep_running(rng):
     reference, estimate = redshifts(rng, 100_000)
     expected = numbers(vostrel.point_statistics(reference, estimate))
     results = []
@@ -122,7 +122,7 @@ def test_the_gil_is_released():
     assert turns > 5
 
 
-def test_values_that_change_meanwhile_do_no_harm(rng):
+def test_concurrent_changes_are_harmless(rng):
     reference, estimate = redshifts(rng, 300_000)
     stop = threading.Event()
 

@@ -107,7 +107,7 @@ def test_bins_are_printed_with_their_errors():
         assert str(u.norm.nmad) in line
 
 
-def test_an_estimate_is_a_number_too():
+def test_an_estimate_behaves_as_a_number():
     u = vostrel.Uncertain(0.021234, 0.0003, 0.02094, 0.02163)
     assert (float(u), f"{u:.3f}", f"{u}") == (0.021234, "0.021", "0.0212 +0.0004 -0.0003")
     assert str(dataclasses.replace(u, reliable=False)) == "0.0212 +0.0004 -0.0003 !"
@@ -184,5 +184,5 @@ def test_notebook_table(s):
     assert "4 objects, 0 masked, 0 with NaN" in html
 
 
-def test_one_object_is_not_plural():
+def test_one_object_is_singular():
     assert str(vostrel.point_statistics([1.0], [1.0])).startswith("1 object, 0 masked")

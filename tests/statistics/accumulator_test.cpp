@@ -162,7 +162,7 @@ Data drawn(Random& random, std::size_t n, std::size_t kind) {
 
 constexpr std::size_t kKinds = 19;
 
-TEST(InOrderAccumulator, MatchesTheClassForFewObjects) {
+TEST(InOrderAccumulator, MatchesUtilsForFewObjects) {
   Random random;
   for (int round = 0; round < rounds(20000); ++round) {
     const std::size_t kind = random.below(kKinds);
@@ -172,7 +172,7 @@ TEST(InOrderAccumulator, MatchesTheClassForFewObjects) {
   }
 }
 
-TEST(InOrderAccumulator, MatchesTheClassForManyObjects) {
+TEST(InOrderAccumulator, MatchesUtilsForManyObjects) {
   Random random;
   for (int round = 0; round < rounds(400); ++round) {
     const std::size_t kind = static_cast<std::size_t>(round) % kKinds;
@@ -185,7 +185,7 @@ TEST(InOrderAccumulator, MatchesTheClassForManyObjects) {
 }
 
 // More values than a bracket keeps: they differ, but their distances from the median hardly do.
-TEST(InOrderAccumulator, EndsForManyDistancesThatAreNearlyEqual) {
+TEST(InOrderAccumulator, TerminatesForNearlyEqualDistances) {
   Random random(25);
   expect_the_class(drawn(random, 75000, 15), random, "two groups");
   expect_the_class(drawn(random, 100000, 17), random, "rounded distances");
@@ -217,7 +217,7 @@ TEST(InOrderAccumulator, FindsDistancesThatAreHardToGuess) {
   }
 }
 
-TEST(InOrderAccumulator, TakesTwoPassesForOrdinaryData) {
+TEST(InOrderAccumulator, OrdinaryDataTakesTwoPasses) {
   Random random(1);
   EXPECT_EQ(expect_the_class(drawn(random, 100000, 0), random, "normal"), 2);
   EXPECT_LE(expect_the_class(drawn(random, 100000, 1), random, "heavy tails"), 3);
@@ -260,7 +260,7 @@ vostrel::PointStatistics by_workers(const Data& data, std::size_t workers, Rando
   return merged(vostrel::Accumulator(), data, workers, random).result();
 }
 
-TEST(Accumulator, IsTheSameInAnyOrderAndByAnyWorkers) {
+TEST(Accumulator, IsIndependentOfOrderAndWorkers) {
   Random random;
   for (int round = 0; round < rounds(100); ++round) {
     const std::size_t kind = random.below(kKinds);
@@ -276,7 +276,7 @@ TEST(Accumulator, IsTheSameInAnyOrderAndByAnyWorkers) {
 }
 
 // Each worker has more values in a bracket than it keeps.
-TEST(Accumulator, MergesWhatIsCountedInCells) {
+TEST(Accumulator, MergesHistograms) {
   Random random;
   for (const std::size_t kind : {7U, 15U, 17U}) {
     const Data data = drawn(random, 150000, kind);
@@ -287,7 +287,7 @@ TEST(Accumulator, MergesWhatIsCountedInCells) {
   }
 }
 
-TEST(Accumulator, DiffersFromTheClassOnlyByTheRoundingOfSums) {
+TEST(Accumulator, MatchesUtilsUpToTheRoundingOfSums) {
   Random random;
   for (int round = 0; round < rounds(60); ++round) {
     const Data data = drawn(random, 20000, random.below(3));
@@ -306,7 +306,7 @@ TEST(Accumulator, DiffersFromTheClassOnlyByTheRoundingOfSums) {
   }
 }
 
-TEST(Accumulator, GivesNaNForMediansOfNaN) {
+TEST(Accumulator, ReturnsNaNForMediansOfNaN) {
   const Values reference = {kInfinity, 1, 2};
   const Values estimate = {kInfinity, 0.5, 1.9};
   vostrel::Accumulator passes;
@@ -318,7 +318,7 @@ TEST(Accumulator, GivesNaNForMediansOfNaN) {
   EXPECT_EQ(s.delta.outliers_015, 1.0 / 3 * 100);
 }
 
-TEST(Accumulator, GivesNaNForManyResidualsThatAreAllNaN) {
+TEST(Accumulator, ReturnsNaNForManyNaNResiduals) {
   const Values minus_one(9000, -1);  // the residual is 0, the normalized one 0 / 0
   vostrel::Accumulator passes;
   do {
@@ -330,7 +330,7 @@ TEST(Accumulator, GivesNaNForManyResidualsThatAreAllNaN) {
 }
 
 // A bracket of the median reaches to kInfinity.
-TEST(Accumulator, FindsAMedianAtTheEndOfTheDoubles) {
+TEST(Accumulator, FindsAMedianNearTheLargestDouble) {
   const double middle = 0x1.ffffffffffff4p+1023;
   Values negative(32767, -kInfinity);
   std::fill_n(negative.begin(), 16382, 0);
@@ -358,7 +358,7 @@ TEST(Accumulator, FindsInfiniteDistancesAmongFiniteOnes) {
   EXPECT_EQ(passes.result().delta.mad_delta, kInfinity);
 }
 
-TEST(Accumulator, ThrowsForStatesOfAnotherPassAndForOtherBytes) {
+TEST(Accumulator, RejectsStatesOfOtherPassesAndInvalidBytes) {
   Random random(1);
   const Data data = drawn(random, 20000, 0);
   vostrel::Accumulator second;
@@ -388,7 +388,7 @@ std::vector<std::string> states_of(const Data& data) {
   return states;
 }
 
-TEST(Accumulator, RefusesDamagedBytes) {
+TEST(Accumulator, RejectsCorruptBytes) {
   Random random;
   const std::vector<std::string> states = states_of(drawn(random, 9000, 2));
   ASSERT_GE(states.size(), 5U);
@@ -422,7 +422,7 @@ TEST(Accumulator, RefusesDamagedBytes) {
 // ---- data that change ----
 
 // Each keeps the number of objects.
-TEST(Accumulator, RefusesDataThatChangeInAnyPass) {
+TEST(Accumulator, RejectsDataThatChangeBetweenPasses) {
   Random random;
   Data data = drawn(random, 150000, 17);
   data.reference[1] = 1;  // the others are 0
@@ -454,7 +454,7 @@ TEST(Accumulator, RefusesDataThatChangeInAnyPass) {
 }
 
 // No checksum tells the changes of columns in memory.
-TEST(InOrderAccumulator, EndsWhenTheDataChange) {
+TEST(InOrderAccumulator, TerminatesWhenTheDataChange) {
   Random random;
   for (int round = 0; round < rounds(100); ++round) {
     const std::size_t n = 9000 + random.below(30000);
@@ -554,7 +554,7 @@ TEST(PointStatistics, AreNaNWithoutObjects) {
   }
 }
 
-TEST(InOrderAccumulator, ThrowsForDataThatDoNotMatch) {
+TEST(InOrderAccumulator, RejectsMismatchedData) {
   const Values one = {1};
   const Values two = {1, 2};
   EXPECT_THROW(vostrel::point_statistics(one, two), std::invalid_argument);

@@ -71,7 +71,7 @@ void expect_sorted(const Bracket& bracket, const std::vector<Repeated>& runs) {
   EXPECT_EQ(bracket.count_up_to(1.2345), std::nullopt);  // inside a cell
 }
 
-TEST(Bracket, CountsAllAndKeepsSomeInEveryPart) {
+TEST(Bracket, PartsCountAllValuesAndKeepSome) {
   Random random;
   for (const Key key : {Key{}, Key{0.875}}) {
     Bracket whole = started(key);
@@ -95,7 +95,7 @@ TEST(Bracket, CountsAllAndKeepsSomeInEveryPart) {
   }
 }
 
-TEST(Bracket, MergesOnlyItsLike) {
+TEST(Bracket, RejectsMergeOfDifferentBounds) {
   const auto bracket = [](Key key, Interval keys, std::uint64_t before, int bits) {
     Bracket started(key, keys);
     started.start(before, 1 << 20, bits);

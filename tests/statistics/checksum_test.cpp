@@ -18,7 +18,7 @@
 namespace vostrel {
 namespace {
 
-TEST(Product, IsTheSameByHalves) {
+TEST(Product, HalvesGiveTheSameProduct) {
   constexpr std::uint64_t kAll = ~std::uint64_t{0};
   EXPECT_EQ(product(kAll, kAll), (Product{kAll - 1, 1}));
   Random random;
@@ -31,12 +31,12 @@ TEST(Product, IsTheSameByHalves) {
 
 std::uint64_t sum_of(const Data& data) { return checksum(data.reference, data.estimate); }
 
-TEST(ChecksumOfObjects, DoesNotDependOnTheirOrder) {
+TEST(ChecksumOfObjects, IsIndependentOfOrder) {
   EXPECT_EQ(sum_of({{1, 2, 3}, {4, 5, 6}}), sum_of({{3, 1, 2}, {6, 4, 5}}));
 }
 
 // As catalogues have them: few bits of the columns differ.
-TEST(ChecksumOfObjects, TellsEveryChange) {
+TEST(ChecksumOfObjects, DetectsEveryChange) {
   Random random;
   const auto drawn = [&] { return static_cast<double>(random.below(1000)) / 100; };
   for (int round = 0; round < rounds(1'000'000); ++round) {
@@ -79,7 +79,7 @@ TEST(ChecksumOfObjects, TellsEveryChange) {
 }
 
 // All swaps of two estimates among values of a grid, as template codes write them.
-TEST(ChecksumOfObjects, TellsSwapsOfValuesWithFewDigits) {
+TEST(ChecksumOfObjects, DetectsSwapsOfValuesWithFewDigits) {
   for (const double step : {0.01, 0.0625, 0x1p-52}) {
     constexpr std::size_t kSize = 100;
     std::vector<std::uint64_t> sums(kSize * kSize);
@@ -102,7 +102,7 @@ TEST(ChecksumOfObjects, TellsSwapsOfValuesWithFewDigits) {
   }
 }
 
-TEST(ChecksumOfBytes, TellsEveryChangeOfAByte) {
+TEST(ChecksumOfBytes, DetectsEveryChangedByte) {
   const std::string bytes = "a state";
   const std::uint64_t sum = checksum(bytes);
   for (std::size_t i = 0; i < bytes.size(); ++i) {

@@ -96,7 +96,7 @@ TEST(ExactSum, MatchesIntegerArithmetic) {
   }
 }
 
-TEST(ExactSum, DependsNeitherOnOrderNorOnBlocks) {
+TEST(ExactSum, IsIndependentOfOrderAndBlocks) {
   Random random;
   for (int round = 0; round < rounds(1000); ++round) {
     Values values(random.below(2000));

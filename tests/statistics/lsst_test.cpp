@@ -23,7 +23,7 @@ TEST(LsstMetrics, MatchHandComputedValues) {
   EXPECT_EQ(metrics.outlier_rate, 0.2);  // beyond 3 sigma_iqr = 1.67
 }
 
-TEST(LsstMetrics, LieBetweenTheMiddleValuesOfAnEvenNumber) {
+TEST(LsstMetrics, InterpolateBetweenTwoRanks) {
   // Quartiles 0.75 and 4.25, distances from 2: 2, 1, 1, 6.
   const LsstMetrics metrics = metrics_of({0, 0, 0, 0}, {0, 1, 3, 8});
   EXPECT_EQ(metrics.bias, 2);

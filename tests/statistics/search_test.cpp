@@ -200,7 +200,7 @@ TEST(Search, TakesTwoPassesOverOrdinaryValues) {
   }
 }
 
-TEST(Search, TakesThreePassesOverAGridAtMost) {
+TEST(Search, TakesAtMostThreePassesOverAGrid) {
   Random random;
   for (const std::size_t n : {10'000U, 100'000U, 1'000'000U}) {
     EXPECT_LE(expect_sorted(drawn(kKinds[2], random, n), 1e-9, sift_whole), 3) << n;
@@ -265,7 +265,7 @@ const std::vector<Kind> kMisleading = {
      }},
 };
 
-TEST(Search, TakesSixPassesAtMostOverMisleadingSets) {
+TEST(Search, TakesAtMostSixPassesOverMisleadingSets) {
   Random random;
   for (int round = 0; round < rounds(48); ++round) {
     const Kind& kind = kMisleading[static_cast<std::size_t>(round) % kMisleading.size()];
@@ -279,7 +279,7 @@ TEST(Search, TakesSixPassesAtMostOverMisleadingSets) {
 }
 
 // Without a checksum, as for columns in memory that another thread changes.
-TEST(Search, EndsWhenTheValuesChangeBetweenPasses) {
+TEST(Search, TerminatesWhenValuesChangeBetweenPasses) {
   Random random;
   std::vector<Kind> kinds = kKinds;
   kinds.insert(kinds.end(), kMisleading.begin(), kMisleading.end());

@@ -61,7 +61,7 @@ TEST(Residuals, AppendOnASecondCall) {
   EXPECT_EQ(run.deltaNorm, (Values{0.25, -2 / 3.0, 0.25, -2 / 3.0}));
 }
 
-TEST(Residuals, FollowTheCountOfIdentifiers) {
+TEST(Residuals, HaveOneEntryPerIdentifier) {
   OpenUtils run = loaded({1, 2, 3}, {0, 0, 0});
   run.id = {8, 9};
   run.CalculateDelta();
@@ -271,7 +271,7 @@ TEST_P(EachResidual, SumsInIndexOrder) {
   EXPECT_EQ(sigma(), std::sqrt((3 + 1e16) / 4));
 }
 
-TEST_P(EachResidual, UsesAsManyResidualsAsIdentifiersForMoments) {
+TEST_P(EachResidual, MomentsUseOneResidualPerIdentifier) {
   set({1, 3, 100, 100});
   run_.id = {0, 1};
   calculate_moments();
@@ -331,7 +331,7 @@ TEST_P(EachResidual, HasMediansAboutZeroAndAboutTheMedian) {
   }
 }
 
-TEST_P(EachResidual, UsesTheWholeVectorForMedians) {
+TEST_P(EachResidual, MediansUseTheWholeVector) {
   set({1, 2, 30});
   run_.id = {0};
   calculate_medians();
@@ -417,7 +417,7 @@ TEST_P(EachResidual, AddsOutliersToThePercentagesOfAnEarlierCall) {
   EXPECT_EQ(outliers(), Values(5, sum / 7 * 100.0));
 }
 
-TEST_P(EachResidual, UsesTheWholeVectorForOutliers) {
+TEST_P(EachResidual, OutliersUseTheWholeVector) {
   set({1, 1, 0, 0});
   run_.id = {0};
   sigma() = 0.4;
@@ -434,7 +434,7 @@ struct Median {
   double median;
 };
 
-TEST(CalculateMedian, ReturnsTheMiddleOfTheFirstValues) {
+TEST(CalculateMedian, ReturnsTheMedianOfTheFirstValues) {
   const Median kMedians[] = {
       {"odd", {3, 1, 2}, 3, 2},
       {"even", {4, 1, 3, 2}, 4, 2.5},
@@ -465,7 +465,7 @@ TEST(CalculateMedian, KeepsTheOrderOfTheTwoZeros) {
   EXPECT_EQ(bits_of(run.CalculateMedian({-0.0, 0.0}, 2)), bits_of(0.0));
 }
 
-TEST(CalculateAbsMedian, ReturnsTheMiddleOfTheMagnitudes) {
+TEST(CalculateAbsMedian, ReturnsTheMedianOfAbsoluteValues) {
   const OpenUtils run = empty_set();
   EXPECT_EQ(run.CalculateAbsMedian({-3, 1, 2}, 3), 2);
   EXPECT_EQ(run.CalculateAbsMedian({-4, 1, 3, -2}, 4), 2.5);
@@ -492,7 +492,7 @@ TEST(CalculateMedian, ThrowsForANegativeCount) {
 
 // ---- all at once --------------------------------------------------------------------------------
 
-TEST(CalculateStatistics, GivesTheNumbersOfTheMethodsOneByOne) {
+TEST(CalculateStatistics, MatchesTheSeparateMethods) {
   std::vector<double> zspec;
   std::vector<double> zphot;
   double residual = 0.1;

@@ -19,14 +19,14 @@ TEST(AssignOutput, CopiesTheEstimates) {
   EXPECT_EQ(run.output, (std::vector<double>{4, 5, 6}));
 }
 
-TEST(AssignOutput, AppendsASecondCopyOnASecondCall) {
+TEST(AssignOutput, SecondCallAppends) {
   OpenUtils run = loaded({1, 2}, {4, 5});
   run.AssignOutput();
   run.AssignOutput();
   EXPECT_EQ(run.output, (std::vector<double>{4, 5, 4, 5}));
 }
 
-TEST(AssignOutput, CopiesAsManyAsThereAreIdentifiers) {
+TEST(AssignOutput, CopiesOneEstimatePerIdentifier) {
   OpenUtils run = loaded({1, 2, 3}, {4, 5, 6});
   run.id = {0, 1};
   run.AssignOutput();

@@ -82,7 +82,7 @@ TEST(Utils, GettersReturnTheirMembers) {
   for (const Getter& getter : kOtherGetters) EXPECT_EQ((run.*getter.get)(), value++) << getter.name;
 }
 
-TEST(Utils, ItsDataSizeIsTheCountOfIdentifiers) {
+TEST(Utils, DataSizeIsTheCountOfIdentifiers) {
   OpenUtils run = empty_set();
   run.id = {4, 4, 4};
   run.zspec = {1};

@@ -43,7 +43,7 @@ class Progress:
         self.due = time.monotonic() + patience
         self.shown = False
 
-    def tell(self, text: str) -> None:
+    def show(self, text: str) -> None:
         """Replace the progress line by the text."""
         if time.monotonic() >= self.due and self.stream.isatty():
             self.stream.write(f"\r\033[K{PROGRAM}: {text}")
@@ -65,7 +65,7 @@ class Parser(argparse.ArgumentParser):
         raise PlotError(f"{message} (see {PROGRAM} --help)")
 
 
-def main(words: Sequence[str] | None = None) -> int:
+def main(argv: Sequence[str] | None = None) -> int:
     """Run the program and return its exit status."""
     # The figure goes to a file, so ignore a window system that was chosen for matplotlib.
     os.environ["MPLBACKEND"] = "Agg"
@@ -76,7 +76,7 @@ def main(words: Sequence[str] | None = None) -> int:
     try:
         with warnings.catch_warnings():
             warnings.simplefilter("ignore")
-            plot(arguments(words), progress)
+            plot(arguments(argv), progress)
         problem = None
     except PlotError as error:
         problem = str(error)
@@ -91,7 +91,7 @@ def main(words: Sequence[str] | None = None) -> int:
     return 2 if problem else 0
 
 
-def arguments(words: Sequence[str] | None) -> argparse.Namespace:
+def arguments(argv: Sequence[str] | None) -> argparse.Namespace:
     """Return the parsed command line."""
     parser = Parser(
         prog=PROGRAM,
@@ -122,7 +122,7 @@ def arguments(words: Sequence[str] | None) -> argparse.Namespace:
     add("--compare", metavar="NAME=INTERNAL", nargs="+", type=named_file, default=[],
         help="compare several estimators of the same references")
     add("--version", action="version", version=f"{PROGRAM} {VERSION}")
-    options = parser.parse_args(words)
+    options = parser.parse_args(argv)
     if options.compare:
         if options.internal is not None or options.report is not None:
             parser.error("--compare goes with neither INTERNAL nor --report")
@@ -154,7 +154,7 @@ def plot(options: argparse.Namespace, progress: Progress) -> None:
     check_target(options.output)
     try:  # report a missing module before anything is read
         from vostrel.plot import compare_figure, diagnostic_figure
-        from vostrel.plot._words import fonts_for, missing_from
+        from vostrel.plot._format import fonts_for, missing_from
     except ImportError as error:
         raise PlotError(str(error)) from error
     import matplotlib
@@ -171,9 +171,9 @@ def plot(options: argparse.Namespace, progress: Progress) -> None:
     else:
         reference, estimate = read(options.internal, progress)
         if report is not None:
-            progress.tell("comparing with the report")
+            progress.show("comparing with the report")
             check_report(options, report, reference, estimate)
-    progress.tell("drawing")
+    progress.show("drawing")
     with matplotlib.rc_context():
         matplotlib.rcdefaults()  # a user's style would break the layout
         matplotlib.rcParams.update(SETTINGS)
@@ -200,7 +200,7 @@ def plot(options: argparse.Namespace, progress: Progress) -> None:
             ) from None
         except ValueError as error:  # for example too many estimators
             raise PlotError(str(error)) from error
-        progress.tell("writing")
+        progress.show("writing")
         save(figure, options.output, options.dpi)
         progress.clear()
         for character in missing_from(fonts, texts):
@@ -213,7 +213,7 @@ def plot(options: argparse.Namespace, progress: Progress) -> None:
 def read(path: str, progress: Progress) -> tuple[Floats, Floats]:
     """Return the references and estimates of the file. Shows the progress."""
     name = printable(path)
-    return read_internal(path, lambda share: progress.tell(f"reading {name}, {int(100 * share)}%"))
+    return read_internal(path, lambda share: progress.show(f"reading {name}, {int(100 * share)}%"))
 
 
 def read_several(

@@ -30,7 +30,7 @@ from vostrel.plot._limits import BOUND, residual_limit, spread_of, tail_limit, w
 from vostrel.plot._objects import Objects, objects_of
 from vostrel.plot._panels import BANDS, histogram, label_axis, label_counts, write_outside
 from vostrel.plot._running import running
-from vostrel.plot._words import (
+from vostrel.plot._format import (
     Labels,
     labels_of,
     percent,

@@ -31,7 +31,7 @@ from vostrel.plot._limits import reference_limits, spread_of
 from vostrel.plot._objects import Objects, objects_of
 from vostrel.plot._panels import MANY, draw_estimates, draw_histogram, draw_residuals
 from vostrel.plot._running import running
-from vostrel.plot._words import Labels, labels_of, percent, three_digits, title_lines, wrapped
+from vostrel.plot._format import Labels, labels_of, percent, three_digits, title_lines, wrapped
 
 Panel = Literal["estimates", "histogram", "residuals"]
 PANELS: tuple[Panel, ...] = get_args(Panel)

@@ -8,7 +8,7 @@ from typing import Any, Literal
 
 from matplotlib.axes import Axes
 
-from vostrel.plot._words import at_point
+from vostrel.plot._format import at_point
 
 Layout = Literal["page", "column"]
 

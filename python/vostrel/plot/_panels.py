@@ -35,7 +35,7 @@ from vostrel.plot._limits import (
 )
 from vostrel.plot._objects import Objects, objects_of
 from vostrel.plot._running import Running, running
-from vostrel.plot._words import (
+from vostrel.plot._format import (
     LONGEST,
     MINUS,
     Labels,

@@ -21,7 +21,7 @@ Floats = NDArray[np.float64]
 
 
 def read_internal(
-    path: str, tell: Callable[[float], None] = lambda share: None
+    path: str, report_progress: Callable[[float], None] = lambda share: None
 ) -> tuple[Floats, Floats]:
     """Read the references and estimates of a file ``ID zspec zphot``.
 
@@ -29,7 +29,7 @@ def read_internal(
     ----------
     path : str
         The file. It ends at its first empty line, as it does for the program.
-    tell : callable
+    report_progress : callable
         Called after each block with the share of the file that is read, 0 to 1.
 
     Returns
@@ -73,7 +73,7 @@ def read_internal(
                         estimates.append(numbers[2:])
                         line += 1
                         start = end + 1
-                tell(min(1.0, stream.tell() / size) if size else 1.0)
+                report_progress(min(1.0, stream.tell() / size) if size else 1.0)
     except OSError as error:
         raise PlotError(f"cannot read {path!r}: {error.strerror}") from error
     if line == 1:
