@@ -30,7 +30,7 @@ def table_examples():
 
 
 def line_of(cell):
-    return {"(empty)": "", "(blanks)": "   "}.get(cell, cell.strip("`"))
+    return {"(empty)": "", "(spaces)": "   "}.get(cell, cell.strip("`"))
 
 
 @pytest.mark.parametrize("table, arguments, rows", table_examples())
@@ -149,7 +149,7 @@ SPOIL = {
         str.maketrans(",.", ";,")
     ),
     "separates by tabs": lambda text: text.replace(",", "\t"),
-    "separates by blanks": lambda text: " " + text.replace(",", "  "),
+    "separates by spaces": lambda text: " " + text.replace(",", "  "),
     "has quotes": lambda text: re.sub(
         r"^(\d),([^,]*)", r'"M \1, \"\"core\"\"","\2"', text, flags=re.M
     ),
@@ -164,7 +164,7 @@ def chains():
     separators = [name for name in FILTERS if name.startswith("separates")]
     others = [name for name in FILTERS if name not in separators]
     for pair in itertools.combinations(FILTERS, 2):
-        if not set(pair) <= set(separators) and set(pair) != {"separates by blanks", "has quotes"}:
+        if not set(pair) <= set(separators) and set(pair) != {"separates by spaces", "has quotes"}:
             yield pair
     for separator in separators[:3]:
         yield [name for name in FILTERS if name == separator or name in others]

@@ -428,4 +428,4 @@ def test_recipes(rng, tmp_path, monkeypatch):
     assert recipe("A `.npy` file for each column") == expected
     assert recipe("HDF5") == expected
     assert recipe("A Dask DataFrame of many CSV or Parquet files").n == expected.n
-    assert recipe("Your own engine").n == 100_000
+    assert recipe("Custom schedulers").n == 100_000
