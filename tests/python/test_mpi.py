@@ -45,7 +45,7 @@ def mpirun(processes, *arguments):
 pytestmark = pytest.mark.skipif(shutil.which("mpirun") is None, reason="needs mpirun")
 
 
-def test_the_same_bits(rng):
+def test_same_bits(rng):
     seed = int(rng.integers(2**32))
     data_sets = list(scale_sets(np.random.default_rng(seed), SETS))
     expected = [numbers(vostrel.chunked_statistics([columns])) for columns in data_sets]
