@@ -1,7 +1,6 @@
 #include "analysis/binned.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <numeric>
 #include <stdexcept>
@@ -23,63 +22,35 @@ Bins::Bins(std::vector<double> edges) : edges_(std::move(edges)) {
     throw std::invalid_argument("edges must be two or more numbers, none below the one before");
   }
   constexpr std::size_t kCellsPerBin = 16;  // so that most cells have no edge
-  const std::size_t cells = kCellsPerBin * size();
-  const double scale = static_cast<double>(cells) / (edges_.back() - edges_.front());
+  cells_.resize(kCellsPerBin * size());
+  const double scale = static_cast<double>(cells_.size()) / (edges_.back() - edges_.front());
   if (std::isfinite(scale)) scale_ = scale;
-  cells_.resize(cells + 1);
-  for (const double edge : edges_) {
-    const std::size_t cell = cell_of(edge);
-    is_crowded_ |= cells_[cell].edge != kInfinity;
-    cells_[cell].edge = edge;
-    ++cells_[cell + 1].edges_below;
-  }
-  for (std::size_t cell = 1; cell < cells_.size(); ++cell) {
-    cells_[cell].edges_below += cells_[cell - 1].edges_below;
+  std::size_t below = 0;  // edges in lower cells
+  for (std::size_t i = 0; i < cells_.size(); ++i) {
+    std::size_t end = below;
+    while (end < edges_.size() && cell_of(edges_[end]) == i) ++end;
+    Cell& cell = cells_[i];
+    if (end - below > 1) {
+      cell = {kInfinity, {kSearch, kSearch}};
+    } else {
+      const bool has_edge = end > below;
+      cell = {has_edge ? edges_[below] : kInfinity, {bin_above(below), bin_above(end)}};
+      // The upper edge itself belongs to the last bin.
+      if (end == edges_.size() && has_edge) cell.edge = std::nextafter(cell.edge, kInfinity);
+    }
+    below = end;
   }
 }
 
-// Requires: the value lies within the edges.
-std::size_t Bins::cell_of(double value) const {
-  if (scale_ == 0) return 0;  // infinitely wide, or too narrow
-  const std::size_t last = cells_.size() - 2;
-  return std::min(static_cast<std::size_t>((value - edges_.front()) * scale_), last);
+// The bin above some of the edges, counted from the lowest.
+std::uint32_t Bins::bin_above(std::size_t edges) const {
+  return edges == 0 || edges > size() ? kOutside : static_cast<std::uint32_t>(edges - 1);
 }
 
-std::size_t Bins::operator()(double value) const {
-  if (!(value >= edges_.front() && value <= edges_.back())) return kOutside;
-  const std::size_t cell = cell_of(value);
-  std::size_t edges = cells_[cell].edges_below;  // that are at most the value
-  if (is_crowded_) {
-    const auto first = edges_.begin();
-    const auto above =
-        std::upper_bound(first + static_cast<std::ptrdiff_t>(edges),
-                         first + static_cast<std::ptrdiff_t>(cells_[cell + 1].edges_below), value);
-    edges = static_cast<std::size_t>(above - first);
-  } else {
-    edges += value >= cells_[cell].edge;  // without a branch, which would be mispredicted
-  }
-  return std::min(edges, size()) - 1;
-}
-
-void Bins::find(std::span<const double> values, std::size_t* bins) const {
-  if (is_crowded_ || scale_ == 0) {
-    std::transform(values.begin(), values.end(), bins, *this);
-    return;
-  }
-  const double low = edges_.front();
-  const double high = edges_.back();
-  const double scale = scale_;
-  const std::size_t last_cell = cells_.size() - 2;
-  const std::size_t last = size() - 1;
-  const Cell* const cells = cells_.data();
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    const double value = values[i];
-    const bool is_inside = value >= low && value <= high;
-    const double place = is_inside ? (value - low) * scale : 0;
-    const Cell& cell = cells[std::min(static_cast<std::size_t>(place), last_cell)];
-    const std::size_t bin = cell.edges_below + (value >= cell.edge) - 1;
-    bins[i] = is_inside ? std::min(bin, last) : kOutside;
-  }
+std::uint32_t Bins::search(double value) const {
+  if (value == edges_.back()) return static_cast<std::uint32_t>(size() - 1);
+  const auto above = std::upper_bound(edges_.begin(), edges_.end(), value);
+  return std::isnan(value) ? kOutside : bin_above(static_cast<std::size_t>(above - edges_.begin()));
 }
 
 template <class Sum>
@@ -105,21 +76,16 @@ void BinnedAccumulator<Sum>::add(std::span<const double> reference,
   double* const references = reference_.data();
   double* const estimates = estimate_.data();
   std::size_t* const waiting = waiting_.data();
-  std::array<std::size_t, 1024> block;
-  for (std::size_t first = 0; first < by.size(); first += block.size()) {
-    const std::size_t count = std::min(block.size(), by.size() - first);
-    bins_.find(by.subspan(first, count), block.data());
-    for (std::size_t i = 0; i < count; ++i) {
-      const std::size_t bin = block[i];
-      if (bin == Bins::kOutside) {
-        ++seen_outside_;
-        continue;
-      }
-      const std::size_t place = bin * room + waiting[bin];
-      references[place] = reference[first + i];
-      estimates[place] = estimate[first + i];
-      if (++waiting[bin] == room) hand_over(bin);
+  for (std::size_t i = 0; i < by.size(); ++i) {
+    const std::size_t bin = bins_(by[i]);
+    if (bin == Bins::kOutside) {
+      ++seen_outside_;
+      continue;
     }
+    const std::size_t place = bin * room + waiting[bin];
+    references[place] = reference[i];
+    estimates[place] = estimate[i];
+    if (++waiting[bin] == room) hand_over(bin);
   }
 }
 

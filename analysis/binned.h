@@ -3,6 +3,7 @@
 #ifndef VOSTREL_ANALYSIS_BINNED_H
 #define VOSTREL_ANALYSIS_BINNED_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -21,7 +22,7 @@ namespace vostrel {
 /// the last bin its upper edge too.
 class Bins {
  public:
-  static constexpr std::size_t kOutside = static_cast<std::size_t>(-1);
+  static constexpr std::uint32_t kOutside = 0xffffffff;
 
   /// Between equal edges a bin holds nothing, except the last bin, which holds its edge.
   ///
@@ -30,29 +31,41 @@ class Bins {
   explicit Bins(std::vector<double> edges);
 
   /// Returns the bin that holds the value, counted from 0, or kOutside. NaN is outside.
-  std::size_t operator()(double value) const;
-
-  /// The bins of several values.
-  void find(std::span<const double> values, std::size_t* bins) const;
+  std::uint32_t operator()(double value) const {
+    const Cell& cell = cells_[cell_of(value)];
+    const std::uint32_t bin = cell.bins[value >= cell.edge];  // without a branch to mispredict
+    return bin != kSearch ? bin : search(value);
+  }
 
   std::size_t size() const { return edges_.size() - 1; }
 
   const std::vector<double>& edges() const { return edges_; }
 
  private:
-  std::size_t cell_of(double value) const;
+  static constexpr std::uint32_t kSearch = kOutside - 1;
+
+  // The range is cut into cells of equal width. Most hold one edge or none, and tell the bin after
+  // one comparison. Rounded subtraction and multiplication are monotonic, so a larger value never
+  // gets a lower cell: a value lies above all edges in lower cells, and below all in higher ones.
+  struct Cell {
+    double edge;                        // the only edge in the cell, or infinity
+    std::array<std::uint32_t, 2> bins;  // below and from the edge, or kSearch for several edges
+  };
+
+  // A value outside the edges, or NaN, gets the first or the last cell.
+  std::size_t cell_of(double value) const {
+    const auto last = static_cast<double>(cells_.size() - 1);
+    double place = (value - edges_.front()) * scale_;
+    place = place > 0 ? place : 0;
+    place = place < last ? place : last;
+    return static_cast<std::size_t>(static_cast<std::int64_t>(place));  // faster than unsigned
+  }
+  std::uint32_t bin_above(std::size_t edges) const;
+  std::uint32_t search(double value) const;
 
   std::vector<double> edges_;
-  // The range is cut into cells of equal width, so that a value is compared with few edges. Rounded
-  // subtraction and multiplication are monotonic, so a larger value never gets a lower cell. So a
-  // value lies above all edges in lower cells, and below all edges in higher ones.
-  struct Cell {
-    double edge = kInfinity;      // the only edge in the cell, if there is one
-    std::size_t edges_below = 0;  // how many edges lie in lower cells
-  };
-  double scale_ = 0;  // cells per unit of the value, or 0 for all in the first cell
   std::vector<Cell> cells_;
-  bool is_crowded_ = false;  // whether a cell has several edges
+  double scale_ = 0;  // cells per unit of the value, or 0 for all in the first cell
 };
 
 /// The numbers of the objects in each bin. The columns are added block by block, once in each pass:

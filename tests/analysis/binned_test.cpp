@@ -31,7 +31,7 @@ TEST(Bins, AnEdgeBelongsToTheBinAboveExceptTheLastEdge) {
     EXPECT_EQ(bins(edges[2]), 1U);
     EXPECT_EQ(bins(std::nextafter(1.0, 0)), Bins::kOutside);
     EXPECT_EQ(bins(std::nextafter(edges[2], 99)), Bins::kOutside);
-    EXPECT_EQ(bins(kNaN), Bins::kOutside);
+    for (const double value : {kNaN, kInfinity, -kInfinity}) EXPECT_EQ(bins(value), Bins::kOutside);
   }
 }
 
