@@ -64,6 +64,15 @@ def test_python_lines_of_the_readme(installed, capsys):
     assert capsys.readouterr().out == shown
 
 
+def test_python_of_the_demo(installed):
+    demo = (DOCUMENT.parents[1] / "scripts" / "demo").read_text()
+    code = re.search(r"<<'END'\n(.*?)\nEND\n", demo, re.DOTALL)[1]
+    table = "examples/redshifts.csv"
+    subprocess.run(["vostrel", "--stats", table, "report.txt", "0", "2", "3"], check=True)
+    run = subprocess.run([sys.executable, "-c", code, table], capture_output=True, text=True)
+    assert run.stderr == "" and run.stdout.endswith(" to its six digits.\n")
+
+
 def recipe(title, **names):
     """Runs the code below a title, and returns the names that it leaves."""
     section = DOCUMENT.read_text().split(f"\n## {title}\n")[1].split("\n## ")[0]
