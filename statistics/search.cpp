@@ -13,7 +13,6 @@ namespace vostrel {
 namespace {
 
 constexpr double kLargest = std::numeric_limits<double>::max();
-constexpr std::uint32_t kEnd = static_cast<std::uint32_t>(-1);
 
 // Of a bracket in the first pass that has brackets. Few questions are open in later ones.
 constexpr int kCellBits = 12;
@@ -36,46 +35,86 @@ double half_count(double count) {
 // The middle of two values, as `middle()` rounds it.
 double middle_of(double lower, double upper) { return (upper + lower) / 2.0; }
 
-// ---- distances of buckets from a center ----
+// ---- keys of buckets ----
 
-struct Cell {
-  double low;
-  double high;
-  std::uint64_t count;
+using Bucket = Histogram::Bucket;
+using Buckets = std::span<const Bucket>;
+
+Interval keys_of(const Bucket& bucket, const Key& key) {
+  const double low = key(bucket.low);
+  const double high = key(bucket.high);
+  const bool around = key.center && bucket.low <= *key.center && *key.center <= bucket.high;
+  return {around ? 0 : std::min(low, high), std::max(low, high)};
+}
+
+std::uint64_t count_of(Buckets buckets) {
+  if (buckets.empty()) return 0;
+  return buckets.back().before + buckets.back().count - buckets.front().before;
+}
+
+// The buckets by their keys, which fall on the left of a center and rise on the right. Around it is
+// one bucket, or one for each zero, or none. Without a center, all are on the right.
+struct Sides {
+  Sides(Buckets buckets, const Key& key) : right(buckets) {
+    if (!key.center) return;
+    const auto first =
+        std::partition_point(buckets.begin(), buckets.end(),
+                             [&](const Bucket& bucket) { return bucket.high < *key.center; });
+    const auto last = std::partition_point(
+        first, buckets.end(), [&](const Bucket& bucket) { return bucket.low <= *key.center; });
+    left = {buckets.begin(), first};
+    around = {first, last};
+    right = {last, buckets.end()};
+  }
+
+  Buckets left = {};
+  Buckets around = {};
+  Buckets right;
 };
 
-Cell distances_of(const Histogram::Bucket& bucket, double center) {
-  const double low = std::fabs(bucket.low - center);
-  const double high = std::fabs(bucket.high - center);
-  const bool around = bucket.low <= center && center <= bucket.high;
-  return {around ? 0 : std::min(low, high), std::max(low, high), bucket.count};
+// The buckets of a side up to some key, and those beyond.
+struct Parts {
+  Buckets near;
+  Buckets far;
+};
+
+template <class IsNear>
+Parts part_left(Buckets left, IsNear is_near) {
+  const auto end = std::partition_point(left.begin(), left.end(),
+                                        [&](const Bucket& bucket) { return !is_near(bucket); });
+  return {{end, left.end()}, {left.begin(), end}};
+}
+
+template <class IsNear>
+Parts part_right(Buckets right, IsNear is_near) {
+  const auto end = std::partition_point(right.begin(), right.end(), is_near);
+  return {{right.begin(), end}, {end, right.end()}};
 }
 
 // The distance by which more than `rank` values have passed, if each bucket passes at one bound of
 // its distances.
-double passed_at(const std::vector<Histogram::Bucket>& buckets, double center, std::uint64_t rank,
-                 double Cell::*bound) {
-  std::vector<Cell> around;
-  std::vector<Cell> cells;
-  for (const auto& bucket : buckets) {  // in the order of their distances: first to the right
-    if (bucket.high < center) continue;
-    (bucket.low <= center ? around : cells).push_back(distances_of(bucket, center));
+double passed_at(Buckets buckets, double center, std::uint64_t rank, double Interval::*bound) {
+  const Key key{center};
+  const Sides sides(buckets, key);
+  const auto has_more = [&](const Bucket& last) {
+    const double distance = keys_of(last, key).*bound;
+    const auto passes = [&](const Bucket& b) { return keys_of(b, key).*bound <= distance; };
+    std::uint64_t passed = count_of(part_left(sides.left, passes).near) +
+                           count_of(part_right(sides.right, passes).near);
+    for (const Bucket& bucket : sides.around) passed += passes(bucket) ? bucket.count : 0;
+    return passed > rank;
+  };
+  const auto has_too_few = [&](const Bucket& last) { return !has_more(last); };
+  double found = kInfinity;
+  const auto consider = [&](const Bucket& b) { found = std::min(found, keys_of(b, key).*bound); };
+  const Buckets left = part_left(sides.left, has_too_few).far;
+  const Buckets right = part_right(sides.right, has_too_few).far;
+  if (!left.empty()) consider(left.back());
+  if (!right.empty()) consider(right.front());
+  for (const Bucket& bucket : sides.around) {
+    if (has_more(bucket)) consider(bucket);
   }
-  const auto right = static_cast<std::ptrdiff_t>(cells.size());
-  for (std::size_t i = buckets.size(); i-- > 0;) {
-    if (buckets[i].high < center) cells.push_back(distances_of(buckets[i], center));
-  }
-  const auto nearer = [bound](const Cell& a, const Cell& b) { return a.*bound < b.*bound; };
-  std::inplace_merge(cells.begin(), cells.begin() + right, cells.end(), nearer);
-  for (const Cell& cell : around) {  // of both zeros there may be two
-    cells.insert(std::upper_bound(cells.begin(), cells.end(), cell, nearer), cell);
-  }
-  std::uint64_t passed = 0;
-  for (const Cell& cell : cells) {
-    passed += cell.count;
-    if (passed > rank) return cell.*bound;
-  }
-  return kInfinity;
+  return found;
 }
 
 }  // namespace
@@ -134,7 +173,7 @@ void Search::expect(Question question, Interval bound) {
 void Search::guess_rank(Asked& asked) const {
   const auto bucket = std::upper_bound(
       buckets_.begin(), buckets_.end(), asked.rank,
-      [](std::uint64_t rank, const Histogram::Bucket& b) { return rank < b.before + b.count; });
+      [](std::uint64_t rank, const Bucket& b) { return rank < b.before + b.count; });
   asked.keys = asked.likely = {bucket->low, bucket->high};
   asked.is_bounded = true;
   const auto count = static_cast<double>(bucket->count);
@@ -173,8 +212,8 @@ void Search::plan_distance(Asked& asked) {
       asked.keys = {std::max(down(asked.keys.low - moved), 0.0), up(asked.keys.high + moved)};
     }
   } else {
-    asked.keys = {passed_at(buckets_, center, asked.rank, &Cell::low),
-                  passed_at(buckets_, center, asked.rank, &Cell::high)};
+    asked.keys = {passed_at(buckets_, center, asked.rank, &Interval::low),
+                  passed_at(buckets_, center, asked.rank, &Interval::high)};
   }
   asked.center = center;
   asked.likely = asked.is_bounded ? asked.keys : guess_distance(asked);
@@ -238,20 +277,22 @@ bool Search::start_pass() {
   settle_without_center();
   brackets_.clear();
   const bool is_open = !is_done();
-  if (is_open && ++passes_ > kMostPasses) refuse();
-  find_buckets();
-  for (Asked& asked : asked_) {
-    if (asked.is_known) continue;
-    if (asked.kind == Kind::kRank) plan_rank(asked);
-    if (asked.kind == Kind::kDistance) plan_distance(asked);
-    if (asked.kind == Kind::kBeyond) add_bracket(asked, Key{0.0}, asked.keys, asked.keys);
+  if (is_open) {
+    if (++passes_ > kMostPasses) refuse();
+    find_buckets();
+    for (Asked& asked : asked_) {
+      if (asked.is_known) continue;
+      if (asked.kind == Kind::kRank) plan_rank(asked);
+      if (asked.kind == Kind::kDistance) plan_distance(asked);
+      if (asked.kind == Kind::kBeyond) add_bracket(asked, Key{0.0}, asked.keys, asked.keys);
+    }
   }
   const auto counts = find_touched();
   const int bits = passes_ == 1 ? kCellBits : Bracket::kMostBits;
   for (std::size_t b = 0; b < brackets_.size(); ++b) {
     brackets_[b].start(counts[b].first, counts[b].second, bits);
   }
-  buckets_ = std::vector<Histogram::Bucket>();
+  buckets_ = std::vector<Bucket>();
   return is_open;
 }
 
@@ -265,26 +306,36 @@ bool Search::is_done() const {
 std::vector<std::pair<std::uint64_t, std::uint64_t>> Search::find_touched() {
   std::vector<std::pair<std::uint64_t, std::uint64_t>> counts(brackets_.size());
   flags_.assign(histogram_.places(), 0);
-  list_of_.assign(histogram_.places(), 0);
-  lists_.clear();
-  for (const auto& bucket : buckets_) {
-    const std::size_t first = lists_.size();
-    for (std::size_t b = 0; b < brackets_.size(); ++b) {
-      const Interval& keys = brackets_[b].keys();
-      const Key& key = brackets_[b].key();
-      const Cell cell = key.center ? distances_of(bucket, *key.center)
-                                   : Cell{bucket.low, bucket.high, bucket.count};
-      if (cell.high < keys.low) {
-        counts[b].first += bucket.count;
-      } else if (cell.low <= keys.high) {
-        counts[b].second += bucket.count;
-        lists_.push_back(static_cast<std::uint32_t>(b));
+  last_of_.assign(histogram_.places(), 0);
+  touched_.assign(1, {});
+  for (std::size_t b = 0; b < brackets_.size(); ++b) {
+    const Key& key = brackets_[b].key();
+    const Interval keys = brackets_[b].keys();
+    auto& [below, inside] = counts[b];
+    const auto is_below = [&](const Bucket& bucket) {
+      return keys_of(bucket, key).high < keys.low;
+    };
+    const auto touches = [&](const Bucket& bucket) {
+      if (keys_of(bucket, key).low > keys.high) return false;
+      inside += bucket.count;
+      touched_.push_back({b, last_of_[bucket.place]});
+      last_of_[bucket.place] = touched_.size() - 1;
+      flags_[bucket.place] = 1;
+      return true;
+    };
+    const Sides sides(buckets_, key);
+    const Parts left = part_left(sides.left, is_below);
+    const Parts right = part_right(sides.right, is_below);
+    below = count_of(left.near) + count_of(right.near);
+    for (const Bucket& bucket : sides.around) {
+      if (is_below(bucket)) {
+        below += bucket.count;
+      } else {
+        touches(bucket);
       }
     }
-    if (lists_.size() == first) continue;
-    lists_.push_back(kEnd);
-    flags_[bucket.place] = 1;
-    list_of_[bucket.place] = static_cast<std::uint32_t>(first);
+    for (std::size_t i = left.far.size(); i > 0 && touches(left.far[i - 1]);) --i;
+    for (std::size_t i = 0; i < right.far.size() && touches(right.far[i]);) ++i;
   }
   return counts;
 }
@@ -295,11 +346,8 @@ void Search::sift(std::span<const double> values) {
     const auto bits = std::bit_cast<std::uint64_t>(value);
     std::size_t end = i + 1;
     while (end < values.size() && std::bit_cast<std::uint64_t>(values[end]) == bits) ++end;
-    const std::size_t place = histogram_.place(value);
-    if (flags_[place] != 0) {
-      for (std::size_t k = list_of_[place]; lists_[k] != kEnd; ++k) {
-        brackets_[lists_[k]].take(value, end - i);
-      }
+    for (std::size_t k = last_of_[histogram_.place(value)]; k != 0; k = touched_[k].before) {
+      brackets_[touched_[k].bracket].take(value, end - i);
     }
     i = end;
   }
@@ -439,7 +487,7 @@ Search Search::read(ByteReader& in) {
     in.require(asked.is_known || search.passes_ == 0 || asked.bracket < brackets);
   }
   search.find_touched();
-  search.buckets_ = std::vector<Histogram::Bucket>();
+  search.buckets_ = std::vector<Bucket>();
   return search;
 }
 

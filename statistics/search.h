@@ -147,6 +147,12 @@ class Search {
     std::size_t bracket = 0;
   };
 
+  // A bucket touches a bracket.
+  struct Touched {
+    std::size_t bracket;
+    std::size_t before;  // the same bucket's one before, or 0
+  };
+
   Question ask(Asked asked);
   void find_buckets();
   void guess_rank(Asked& asked) const;
@@ -168,8 +174,8 @@ class Search {
   std::vector<Histogram::Bucket> buckets_;  // only between passes: they take much memory
   std::vector<Bracket> brackets_;           // of this pass
   std::vector<std::uint8_t> flags_;         // by place: whether the bucket touches a bracket
-  std::vector<std::uint32_t> list_of_;      // by place: where its list of brackets begins
-  std::vector<std::uint32_t> lists_;        // of brackets; each ends with kEnd
+  std::vector<Touched> touched_;            // the first is unused
+  std::vector<std::size_t> last_of_;        // by place: the last of `touched_`, or 0
 };
 
 }  // namespace vostrel

@@ -221,8 +221,7 @@ class Needed {
 
 // Adds the fourth powers of the distances from a center.
 template <class Residuals>
-void add_fourth(const Residuals& r, std::array<double, 2> center, InOrderSum& delta,
-                InOrderSum& norm) {
+void add_fourth(Residuals r, std::array<double, 2> center, InOrderSum& delta, InOrderSum& norm) {
   std::array<InOrderSum, 2> sums = {delta, norm};
   const auto fourth = [](double distance) { return (distance * distance) * (distance * distance); };
   for (std::size_t i = 0; i < r.size(); ++i) {
@@ -239,8 +238,7 @@ void add_fourth(const Residuals& r, std::array<double, 2> center, InOrderSum& de
 // waits for the one before, and the other residual's work fills the time.
 template <class Sum>
 template <class Residuals>
-std::uint64_t Tally<Sum>::add_first(Tally& delta, Tally& norm, const Residuals& r,
-                                    const Wanted& wanted) {
+std::uint64_t Tally<Sum>::add_first(Tally& delta, Tally& norm, Residuals r, const Wanted& wanted) {
   std::uint64_t hashes = 0;
   if constexpr (kIsExact<Sum>) {
     Room deltas;
@@ -275,7 +273,7 @@ std::uint64_t Tally<Sum>::add_first(Tally& delta, Tally& norm, const Residuals& 
 }
 
 template <class Sum>
-std::uint64_t Tally<Sum>::add_second(Tally& delta, Tally& norm, const ResidualsOfObjects& r,
+std::uint64_t Tally<Sum>::add_second(Tally& delta, Tally& norm, ResidualsOfObjects r,
                                      const Wanted& wanted) {
   std::uint64_t hashes = 0;
   Needed needed_deltas;
@@ -313,7 +311,7 @@ std::uint64_t Tally<Sum>::add_second(Tally& delta, Tally& norm, const ResidualsO
 }
 
 template <class Sum>
-std::uint64_t Tally<Sum>::add_later(Tally& delta, Tally& norm, const ResidualsOfObjects& r) {
+std::uint64_t Tally<Sum>::add_later(Tally& delta, Tally& norm, ResidualsOfObjects r) {
   std::uint64_t hashes = 0;
   Needed needed_deltas;
   Needed needed_norms;
@@ -567,14 +565,12 @@ bool Tally<Sum>::fits(bool first_pass, bool is_done, const Wanted& wanted) const
 
 template class Tally<InOrderSum>;
 template class Tally<ExactSum>;
-template std::uint64_t Tally<InOrderSum>::add_first(Tally&, Tally&, const ResidualsOfObjects&,
+template std::uint64_t Tally<InOrderSum>::add_first(Tally&, Tally&, ResidualsOfObjects,
                                                     const Wanted&);
-template std::uint64_t Tally<InOrderSum>::add_first(Tally&, Tally&, const KeptResiduals&,
-                                                    const Wanted&);
-template std::uint64_t Tally<ExactSum>::add_first(Tally&, Tally&, const ResidualsOfObjects&,
+template std::uint64_t Tally<InOrderSum>::add_first(Tally&, Tally&, KeptResiduals, const Wanted&);
+template std::uint64_t Tally<ExactSum>::add_first(Tally&, Tally&, ResidualsOfObjects,
                                                   const Wanted&);
-template std::uint64_t Tally<ExactSum>::add_first(Tally&, Tally&, const KeptResiduals&,
-                                                  const Wanted&);
+template std::uint64_t Tally<ExactSum>::add_first(Tally&, Tally&, KeptResiduals, const Wanted&);
 template Found by_definition<InOrderSum>(std::span<const double>, const Wanted&, const Checkpoint&);
 template Found by_definition<ExactSum>(std::span<const double>, const Wanted&, const Checkpoint&);
 

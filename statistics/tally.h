@@ -106,13 +106,12 @@ class Tally {
   /// Takes a block of the first pass. Returns the checksum of the objects, with exact sums.
   /// @param r  ResidualsOfObjects or KeptResiduals.
   template <class Residuals>
-  static std::uint64_t add_first(Tally& delta, Tally& norm, const Residuals& r,
-                                 const Wanted& wanted);
+  static std::uint64_t add_first(Tally& delta, Tally& norm, Residuals r, const Wanted& wanted);
   /// Takes a block of the second pass. Returns as above.
-  static std::uint64_t add_second(Tally& delta, Tally& norm, const ResidualsOfObjects& r,
+  static std::uint64_t add_second(Tally& delta, Tally& norm, ResidualsOfObjects r,
                                   const Wanted& wanted);
   /// Takes a block of a later pass. Returns as above.
-  static std::uint64_t add_later(Tally& delta, Tally& norm, const ResidualsOfObjects& r);
+  static std::uint64_t add_later(Tally& delta, Tally& norm, ResidualsOfObjects r);
 
   void end_first_pass(std::uint64_t n, const Wanted& wanted);
 
