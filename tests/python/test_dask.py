@@ -2,11 +2,14 @@
 
 import os
 import pathlib
+import re
 import signal
+import sys
 import threading
 import time
 from concurrent.futures import ThreadPoolExecutor
 from contextlib import suppress
+from types import SimpleNamespace
 
 import dask.array as da
 import dask.dataframe as dd
@@ -257,3 +260,16 @@ def test_progress(rng, cluster):
 def test_wrong_inputs_are_refused(reference, estimate, error, message):
     with pytest.raises(error, match=message):
         vostrel.dask.point_statistics(reference, estimate)
+
+
+def test_recipe_for_slurm(cluster, monkeypatch):
+    """A cluster of this machine stands in for SLURM's."""
+    scaled = []
+    monkeypatch.setattr(type(cluster), "scale", lambda _, **jobs: scaled.append(jobs))
+    jobqueue = SimpleNamespace(SLURMCluster=lambda **_: cluster)
+    monkeypatch.setitem(sys.modules, "dask_jobqueue", jobqueue)
+    document = pathlib.Path(__file__).resolve().parents[2] / "docs" / "scale.md"
+    (code,) = re.findall(r"```python\n(from dask_jobqueue.*?)```", document.read_text(), re.DOTALL)
+    names = {"vostrel": vostrel, "table": {"zspec": da.arange(9.0), "zphot": da.ones(9)}}
+    exec(code, names)
+    assert names["s"].n == 9 and scaled == [{"jobs": 20}]

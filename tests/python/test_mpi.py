@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -20,9 +21,10 @@ RANK = pathlib.Path(__file__).with_name("mpi_rank.py")
 TIME_LIMIT = 1200 if LONG else 120  # seconds; a process that waits for ever fails its test
 
 
-def start(processes, *arguments):
+def start(processes, *arguments, script=RANK):
     """The finished run of these processes."""
-    command = ["mpirun", "--oversubscribe", "-n", str(processes), sys.executable, RANK, *arguments]
+    command = ["mpirun", "--oversubscribe", "-n", str(processes), sys.executable, script]
+    command += arguments
     if os.geteuid() == 0:
         command.insert(1, "--allow-run-as-root")
     path = os.pathsep.join([str(RANK.parent), os.environ.get("PYTHONPATH", "")])
@@ -35,9 +37,9 @@ def start(processes, *arguments):
     )
 
 
-def mpirun(processes, *arguments):
+def mpirun(processes, *arguments, **options):
     """The lines that the processes print."""
-    result = start(processes, *arguments)
+    result = start(processes, *arguments, **options)
     assert result.returncode == 0, result.stderr
     return result.stdout.split("\n")[:-1]
 
@@ -75,6 +77,21 @@ def test_an_error_of_one_process_ends_all_with_its_text(processes):
         shared = f"RuntimeError: rank {processes - 1} failed: {text}"
         assert own == (shared if "Exit" in text else text)
         assert others == [shared] * (processes - 1)
+
+
+def test_recipe(rng, tmp_path, monkeypatch):
+    h5py = pytest.importorskip("h5py")
+    monkeypatch.chdir(tmp_path)
+    columns = redshifts(rng, 1000)
+    for i in range(3):
+        with h5py.File(f"part-{i}.hdf5", "w") as file:
+            file["zspec"], file["zphot"] = (column[i::3] for column in columns)
+    document = RANK.parents[2] / "docs" / "scale.md"
+    (code,) = re.findall(r"```python\n(import glob.*?)```", document.read_text(), re.DOTALL)
+    script = tmp_path / "evaluate.py"
+    script.write_text(code)
+    lines = mpirun(2, script=script)
+    assert lines == str(vostrel.chunked_statistics([columns])).split("\n")
 
 
 @pytest.mark.parametrize("processes", [1, 3])
