@@ -218,6 +218,7 @@ def test_programs_of_the_guide(static, tmp_path, number):
     text = (SOURCE / "docs" / "library.md").read_text()
     compile_ = re.search(r"^    g\+\+ (.*pkg-config.*)$", text, re.M)[1]
     compile_ = f"{os.environ['CXX']} -Wall -Wextra -Werror {compile_}"
-    run("sh", "-c", compile_, cwd=tmp_path, PKG_CONFIG_PATH=str(static.pkgconfig))
+    # eval lets the path of the library hold spaces.
+    run("sh", "-c", f'eval "{compile_}"', cwd=tmp_path, PKG_CONFIG_PATH=str(static.pkgconfig))
     console = run(tmp_path / "program", cwd=tmp_path)
     assert ((tmp_path / file).read_text() if file else console) == expected
