@@ -280,7 +280,10 @@ void Bootstrap::leave_out(std::uint64_t first, std::span<Replicate> results,
   std::vector<std::uint8_t> counts(units_.count, 1);
   std::array<DrawnSums, 2> all{};
   for (std::size_t k = 0; k < 2 && is_fast(); ++k) {
-    for (std::size_t i = 0; i < units_.count; ++i) all[k].add(sums_of(parts_[k], i), 1);
+    for (std::size_t i = 0; i < units_.count; ++i) {
+      if (i % 65536 == 0) checkpoint();
+      all[k].add(sums_of(parts_[k], i), 1);
+    }
   }
   for (Replicate& result : results) {
     checkpoint();
