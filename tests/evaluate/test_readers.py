@@ -13,6 +13,8 @@ import pytest
 import vostrel
 from astropy.io import fits
 from astropy.table import MaskedColumn, Table
+from vostrel.evaluate import _readers
+from vostrel.evaluate._compute import Kept
 
 
 def write_table(name, columns):
@@ -189,3 +191,32 @@ def test_list_of_columns(evaluate):
     Table({"zspec": [0.5], "name": ["a"]}).write("t.fits")
     out = evaluate("t.fits", "--columns")
     assert out == "t.fits[1]: 2 columns, 1 rows\n  zspec  D\n  name  1A\n"
+
+
+@pytest.mark.parametrize("options", [
+    {}, {"chunks": (700,), "compression": "gzip"}, {"dtype": ">f8"}, {"dtype": "f4"},
+    {"dtype": "i2"}, {"userblock": 512},
+], ids=str)
+def test_ways_to_store_columns_in_hdf5(evaluate, columns, monkeypatch, options):
+    # Plain doubles are used in the file, in several parts; others are read.
+    monkeypatch.setattr(_readers, "ROWS", 1000)
+    how = {name: value for name, value in options.items() if name != "userblock"}
+    with h5py.File("t.hdf5", "w", userblock_size=options.get("userblock", 0)) as file:
+        for name in ("zspec", "zphot", "imag"):
+            file.create_dataset(name, data=columns[name] * 100, **how)
+    stored = {name: (columns[name] * 100).astype(how.get("dtype", "f8")) for name in columns}
+    assert read(evaluate, "t.hdf5", "zspec", "zphot") == expected(stored)
+    rows = stored["imag"] < 2000
+    assert read(evaluate, "t.hdf5", "zspec", "zphot", "--where", "imag < 2000") == expected(
+        stored, rows
+    )
+
+
+def test_columns_that_grow():
+    whole = np.arange(10.0)
+    parts = [whole[:3], whole[3:5], whole[6:7], np.array([7.0]), whole[7:8], whole[8:]]
+    kept = Kept(parts[0])
+    for i, part in enumerate(parts[1:], 2):
+        kept.add(part, 0)
+        assert kept.values.tolist() == np.concatenate(parts[:i]).tolist()
+        assert np.shares_memory(kept.values, whole) == (i < 3)

@@ -14,7 +14,6 @@ from contextlib import ExitStack
 from typing import Any, NoReturn
 
 from vostrel._core import VERSION
-from vostrel.evaluate import _page
 from vostrel.evaluate._compute import Options, evaluate
 from vostrel.evaluate._errors import EvaluateError, one_line, printable
 from vostrel.evaluate._files import Table, names_file
@@ -123,6 +122,8 @@ def judged(
     condition = None if options.where is None else Condition(options.where)
     selection = Selection(table, roles, condition, options.missing)
     if options.report is not None:
+        from vostrel.evaluate import _page
+
         _page.check()
     with ExitStack() as stack:
         watch = None

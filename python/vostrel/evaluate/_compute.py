@@ -5,16 +5,18 @@ from __future__ import annotations
 from collections.abc import Callable, Iterator, Mapping
 from dataclasses import dataclass, field
 from itertools import chain
-from typing import Any, Literal, Union
+from typing import TYPE_CHECKING, Any, Literal, Union
 
 import numpy as np
-from numpy.typing import NDArray
 
 import vostrel
 from vostrel._accumulator import Accumulator, BinnedAccumulator
 from vostrel._results import BinnedStatistics, PointStatistics, Uncertainties
 from vostrel.evaluate._errors import EvaluateError
 from vostrel.evaluate._rows import Counts, Objects, Selection
+
+if TYPE_CHECKING:  # takes as long to import as this package
+    from numpy.typing import NDArray
 
 #: Called with what is being done, how much of it is done, and how much there is, if that is known.
 Progress = Callable[[str, int, Union[int, None]], None]
@@ -118,29 +120,24 @@ def _watched(
 
 
 class Store:
-    """Objects that are kept in memory, in arrays that grow: joining chunks would copy them."""
+    """Objects that are kept in memory."""
 
     def __init__(self, selection: Selection, memory: int) -> None:
         self._selection = selection
         self._memory = memory
-        self._size = 0
-        self._numbers: dict[str, NDArray[np.float64]] = {}
+        self._numbers: dict[str, Kept] = {}
         self._groups: list[NDArray[Any]] = []
         self.nbytes = 0
 
     def add(self, objects: Objects) -> None:
         """Add a chunk."""
-        end = self._size + len(objects)
         for name, values in objects.numbers.items():
-            room = self._numbers.get(name)
-            if room is None:
-                room = self._numbers[name] = np.empty(max(end, self._expected(objects)))
-            if end > len(room):
-                room.resize(max(end, 3 * len(room) // 2), refcheck=False)
-            room[self._size : end] = values
+            if name not in self._numbers:
+                self._numbers[name] = Kept(values)
+            else:
+                self._numbers[name].add(values, self._expected(objects))
         if objects.groups is not None:
             self._groups.append(objects.groups.copy())  # it may be a part of a larger chunk
-        self._size = end
         self.nbytes += objects.nbytes
 
     def _expected(self, objects: Objects) -> int:
@@ -150,8 +147,54 @@ class Store:
 
     def objects(self) -> Objects:
         """Return all objects as one."""
-        numbers = {name: room[: self._size] for name, room in self._numbers.items()}
+        numbers = {name: kept.values for name, kept in self._numbers.items()}
         return Objects(numbers, np.concatenate(self._groups) if self._groups else None, 0, None)
+
+
+class Kept:
+    """A column that grows: where the file holds it, or in an array. Joining would copy it."""
+
+    def __init__(self, values: NDArray[np.float64]) -> None:
+        self.values = values
+        self._room: NDArray[np.float64] | None = None
+
+    def add(self, values: NDArray[np.float64], expected: int) -> None:
+        """Add values. `expected` is how many there will be at least, or 0."""
+        size = len(self.values)
+        end = size + len(values)
+        if self._room is None and follows(self.values, values):
+            self.values = np.lib.stride_tricks.as_strided(self.values, (end,), writeable=False)
+            return
+        if self._room is None:
+            self._room = np.empty(max(end, expected))
+            self._room[:size] = self.values
+        if end > len(self._room):
+            self.values = values  # no view of the room, which moves
+            self._room.resize(max(end, 3 * len(self._room) // 2), refcheck=False)
+        self._room[size:end] = values
+        self.values = self._room[:end]
+
+
+def follows(before: NDArray[Any], values: NDArray[Any]) -> bool:
+    """Return whether values lie behind others in the same memory, as those of a mapped file."""
+    return (
+        owner(before) is owner(values)
+        and before.flags.c_contiguous
+        and values.flags.c_contiguous
+        and address(values) == address(before) + before.nbytes
+    )
+
+
+def owner(values: Any) -> Any:
+    """Return what holds the memory of an array."""
+    while isinstance(values, np.ndarray) and values.base is not None:
+        values = values.base
+    return values
+
+
+def address(values: NDArray[Any]) -> int:
+    """Return where an array begins in memory."""
+    return int(values.__array_interface__["data"][0])
 
 
 # ---- in memory -----------------------------------------------------------------------------------

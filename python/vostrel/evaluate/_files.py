@@ -19,8 +19,8 @@ from vostrel.evaluate._readers import Chunk, Reader
 
 #: The module and the class that read a file, by its ending.
 READERS = {
-    "fits": ("_fits", "fits"),
-    "fit": ("_fits", "fits"),
+    "fits": ("_fits", "Fits"),
+    "fit": ("_fits", "Fits"),
     "hdf5": ("_hdf5", "Hdf5"),
     "hdf": ("_hdf5", "Hdf5"),
     "h5": ("_hdf5", "Hdf5"),

@@ -1,171 +1,233 @@
-"""Reads FITS tables."""
+"""Reads FITS tables. astropy or fitsio reads the headers; the rows are read here."""
 
 from __future__ import annotations
 
-import re
-from collections.abc import Collection, Iterator, Sequence
+import math
+from collections.abc import Collection, Iterator, Mapping, Sequence
 from contextlib import closing
-from types import SimpleNamespace
-from typing import Any, Optional
+from dataclasses import dataclass
+from typing import TYPE_CHECKING, Any, Optional
 
 import numpy as np
-from numpy.typing import NDArray
 
 from vostrel.evaluate._errors import EvaluateError, library
-from vostrel.evaluate._readers import Chunk, Reader, cached_slices, masked, open_binary
+from vostrel.evaluate._readers import (
+    CACHED_ROWS,
+    Chunk,
+    Mapped,
+    Reader,
+    cached_slices,
+    masked,
+    open_binary,
+    steps,
+)
+
+if TYPE_CHECKING:  # takes as long to import as this package
+    from numpy.typing import NDArray
+
+Header = Mapping[str, Any]
+
+#: The bytes of one element of a column, by its code.
+SIZES = {"L": 1, "B": 1, "I": 2, "J": 4, "K": 8, "A": 1, "E": 4, "D": 8, "C": 8, "M": 16, "P": 8,
+         "Q": 16}
+
+#: The types of the columns of one number.
+KINDS = {"L": "i1", "B": "u1", "I": ">i2", "J": ">i4", "K": ">i8", "E": ">f4", "D": ">f8"}
+
+#: Tables, by what their headers call them.
+TABLES = ("BINTABLE", "A3DTABLE", "TABLE")
 
 
-def fits(path: str, part: str | None) -> Reader:
-    """Return a reader that uses astropy, or else fitsio."""
-    if library("reading FITS", "astropy.io.fits", "fitsio").__name__ == "fitsio":
-        return ByFitsio(path, part)
-    return ByAstropy(path, part)
+@dataclass(frozen=True)
+class Column:
+    """A column of a binary table, as the header describes it."""
+
+    format: str
+    start: int  # in a row, in bytes
+    scale: Any
+    zero: Any
+    null: Any
+
+    @property
+    def code(self) -> str:
+        """The letter of the type."""
+        return self.format.lstrip("0123456789")[:1]
+
+    @property
+    def count(self) -> int:
+        """How many elements an entry has."""
+        digits = self.format[: len(self.format) - len(self.format.lstrip("0123456789"))]
+        return int(digits or 1)
+
+    @property
+    def size(self) -> int:
+        """The bytes of an entry."""
+        if self.code == "X":
+            return (self.count + 7) // 8
+        if self.code not in SIZES:
+            raise EvaluateError(f"there is no format {self.format!r}")
+        return self.count * SIZES[self.code]
 
 
-class ByAstropy(Reader):
+class Fits(Reader):
     """A binary or ASCII table. By default the first one."""
 
     def __init__(self, path: str, part: Optional[str]) -> None:
         super().__init__(path, part)
-        self._fits = library("reading FITS", "astropy.io.fits")
-        with closing(self._fits.open(path, memmap=True)) as hdus:
-            number = self._choose(hdus)
-            hdu = hdus[number]
-            self.part = str(number)
-            self.rows = int(hdu.header["NAXIS2"])
-            self._row_bytes = int(hdu.header["NAXIS1"])
-            self._start = hdu.fileinfo()["datLoc"]
-            self._columns = {column.name: column for column in hdu.columns}
-            self._dtype = hdu.columns.dtype.newbyteorder(">")
-            self._ascii = not isinstance(hdu, self._fits.BinTableHDU)
+        number, header, self._start = self._choose(headers(path))
+        self.part = str(number)
+        self.rows = int(header["NAXIS2"])
+        self._row_bytes = int(header["NAXIS1"])
+        self._ascii = kind_of(header) == "TABLE"
+        self._names: list[str] = []
+        self._columns: dict[str, Column] = {}
+        start = 0
+        for i in range(1, int(header["TFIELDS"]) + 1):
+            name = str(header.get(f"TTYPE{i}", f"col{i}")).strip()
+            column = Column(
+                str(header[f"TFORM{i}"]).strip(), start, header.get(f"TSCAL{i}", 1),
+                header.get(f"TZERO{i}", 0), header.get(f"TNULL{i}"),
+            )
+            start += 0 if self._ascii else column.size
+            self._names.append(name)
+            self._columns[name] = column
+        if start > self._row_bytes:
+            raise EvaluateError(f"the columns take {start} bytes, but a row has {self._row_bytes}")
 
-    def _choose(self, hdus: Any) -> int:
-        """Return the number of the extension that was asked for."""
-        tables = [i for i, hdu in enumerate(hdus) if hasattr(hdu, "columns")]
-        if not tables:
-            raise EvaluateError("the file holds no table, only images")
-        if self.part is None:
-            number = tables[0]
-        else:
-            key: Any = int(self.part) if self.part.isdigit() else self.part
-            try:
-                number = hdus.index_of(key)
-            except KeyError:
-                number = -1
-            if not 0 <= number < len(hdus):
-                raise EvaluateError(f"there is no extension [{self.part}]")
-            if number not in tables:
+    def _choose(self, found: Iterator[tuple[Header, int]]) -> tuple[int, Header, int]:
+        """Return the number of the extension that was asked for, its header and its data."""
+        for number, (header, start) in enumerate(found):
+            is_table = kind_of(header) in TABLES and not header.get("ZIMAGE")
+            name = str(header.get("EXTNAME", "")).strip()
+            if self.part is None:
+                chosen = is_table
+            elif self.part.isdigit():
+                chosen = number == int(self.part)
+            else:
+                chosen = name.casefold() == self.part.strip().casefold()
+            if chosen and not is_table:
                 raise EvaluateError(f"extension [{self.part}] is not a table")
-        if hdus[number].header.get("ZTABLE"):
-            raise EvaluateError("the table is compressed inside the file; expand it by funpack")
-        return number
+            if chosen and header.get("ZTABLE"):
+                raise EvaluateError("the table is compressed inside the file; "
+                                    "expand it by funpack")
+            if chosen:
+                return number, header, start
+        if self.part is None:
+            raise EvaluateError("the file holds no table, only images")
+        raise EvaluateError(f"there is no extension [{self.part}]")
 
     def columns(self) -> dict[str, str]:
-        return {name: str(column.format) for name, column in self._columns.items()}
+        return {name: column.format for name, column in self._columns.items()}
 
     def chunks(self, names: Sequence[str], text: Collection[str]) -> Iterator[Chunk]:
+        for name in names:
+            if self._names.count(name) > 1:
+                raise EvaluateError(f"{self._names.count(name)} columns have the name {name!r}")
         if self._ascii:
             yield from self._ascii_chunks(names)
             return
-        for name in names:
-            if not re.fullmatch(r"1?[LBIJKED]|\d*A.*", self._columns[name].format):
+        columns = {name: self._columns[name] for name in names}
+        for name, column in columns.items():
+            if column.code != "A" and (column.code not in KINDS or column.count != 1):
                 raise EvaluateError(f"column {name!r} holds arrays, not one number an object "
-                                    f"(format {self._columns[name].format})")
+                                    f"(format {column.format})")
+        kind = np.dtype({
+            "names": list(columns),
+            "formats": [KINDS.get(one.code, f"S{one.size}") for one in columns.values()],
+            "offsets": [one.start for one in columns.values()],
+            "itemsize": self._row_bytes,
+        })
+        compressed = self.path.lower().endswith(".gz")
+        for table in self._streamed(kind) if compressed else self._mapped(kind):
+            yield {name: values_of(table[name], one) for name, one in columns.items()}
+
+    def _mapped(self, kind: Any) -> Iterator[NDArray[Any]]:
+        """Go over the rows where the file holds them."""
+        assert self.rows is not None
+        mapped = Mapped(self.path)
+        self._check(0, self.rows, mapped.size - self._start)
+        whole = mapped.array(kind, self.rows, self._start)
+        for part in steps(self.rows, CACHED_ROWS):
+            yield whole[part]
+            mapped.release(self._start + part.stop * self._row_bytes)
+
+    def _streamed(self, kind: Any) -> Iterator[NDArray[Any]]:
+        """Go over the rows of a compressed file."""
         assert self.rows is not None
         with open_binary(self.path) as stream:
             stream.seek(self._start)
             for part in cached_slices(self.rows, self._row_bytes):
-                size = (part.stop - part.start) * self._row_bytes
-                data = stream.read(size)
-                if len(data) < size:
-                    row = part.start + len(data) // self._row_bytes + 1
-                    raise EvaluateError(f"the file ends in row {row} of {self.rows}")
-                table = np.frombuffer(data, self._dtype)
-                yield {name: self._values(table[name], self._columns[name]) for name in names}
+                data = stream.read((part.stop - part.start) * self._row_bytes)
+                self._check(part.start, part.stop, len(data))
+                yield np.frombuffer(data, kind)
 
-    def _values(self, raw: NDArray[Any], column: Any) -> NDArray[Any]:
-        """Return the values that the stored ones stand for."""
-        code = column.format[-1] if raw.dtype.kind != "S" else "A"
-        if code == "A":
-            return raw
-        if code == "L":
-            return masked(raw == ord("T"), (raw != ord("T")) & (raw != ord("F")))
-        scale = 1 if column.bscale in (None, "") else column.bscale
-        zero = 0 if column.bzero in (None, "") else column.bzero
-        values = raw
-        if scale == 1 and code in "BIJ" and zero == int(zero):
-            values = raw.astype(np.int64) + int(zero)
-        elif scale == 1 and code == "K" and zero == 1 << 63:
-            values = raw.astype(np.uint64) ^ np.uint64(1 << 63)
-        elif scale != 1 or zero != 0:
-            values = raw.astype(np.float64) * scale + zero
-        if column.null in (None, "") or code not in "BIJK":
-            return values
-        return masked(values, raw == int(column.null))
+    def _check(self, first: int, last: int, size: int) -> None:
+        """Raise an EvaluateError unless the rows have so many bytes."""
+        found = first + max(size, 0) // max(self._row_bytes, 1)
+        if found < last:
+            raise EvaluateError(f"the file ends in row {found + 1} of {self.rows}")
 
     def _ascii_chunks(self, names: Sequence[str]) -> Iterator[Chunk]:
         for name in names:
             if self._columns[name].null not in (None, ""):
                 raise EvaluateError(f"column {name!r} of an ASCII table has TNULL, "
                                     "which is not supported")
-        with closing(self._fits.open(self.path)) as hdus:
+        with closing(library("reading ASCII tables", "astropy.io.fits").open(self.path)) as hdus:
             table = hdus[int(self.part or 0)].data
             yield {name: np.array(table[name]) for name in names}
 
 
-#: The bytes of one element of a column, by its code.
-SIZES = {"L": 1, "B": 1, "I": 2, "J": 4, "K": 8, "A": 1, "E": 4, "D": 8, "C": 8, "M": 16, "P": 8,
-         "Q": 16}
+def headers(path: str) -> Iterator[tuple[Header, int]]:
+    """Go over the headers of a file, each with the place where its data begin."""
+    module = library("reading FITS", "astropy.io.fits", "fitsio")
+    if module.__name__ == "fitsio":
+        with module.FITS(path) as hdus:
+            for hdu in hdus:
+                yield dict(hdu.read_header()), hdu.get_offsets()["data_start"]
+        return
+    # fits.open would import the tables and units of astropy, which takes 0.2 s.
+    with open_binary(path) as stream:
+        while True:
+            try:
+                header = module.Header.fromfile(stream, endcard=True)
+            except EOFError:
+                return
+            start = stream.tell()
+            yield header, start
+            stream.seek(start + -(-data_size(header) // 2880) * 2880)
 
 
-#: The types of the columns of one number.
-KINDS = {"L": "i1", "B": "u1", "I": ">i2", "J": ">i4", "K": ">i8", "E": ">f4", "D": ">f8"}
+def kind_of(header: Header) -> str:
+    """Return what an extension is."""
+    return str(header.get("XTENSION", "")).strip()
 
 
-class ByFitsio(ByAstropy):
-    """Binary tables that fitsio finds. Rows are read here: it would scale in single precision."""
+def data_size(header: Header) -> int:
+    """Return how many bytes the data of a header have."""
+    axes = [int(header[f"NAXIS{i}"]) for i in range(1, int(header["NAXIS"]) + 1)]
+    if header.get("GROUPS") and axes and axes[0] == 0:
+        axes = axes[1:]
+    if not axes:
+        return 0
+    elements = int(header.get("PCOUNT", 0)) + math.prod(axes)
+    return abs(int(header["BITPIX"])) // 8 * int(header.get("GCOUNT", 1)) * elements
 
-    def __init__(self, path: str, part: Optional[str]) -> None:
-        Reader.__init__(self, path, part)
-        with library("reading FITS", "fitsio").FITS(path) as hdus:
-            number = self._number(hdus)
-            header = dict(hdus[number].read_header())
-            self._start = hdus[number].get_offsets()["data_start"]
-        if header.get("ZTABLE"):
-            raise EvaluateError("the table is compressed inside the file; expand it by funpack")
-        self.part = str(number)
-        self.rows = int(header["NAXIS2"])
-        self._row_bytes = int(header["NAXIS1"])
-        self._ascii = False
-        self._columns = {}
-        fields = []
-        for i in range(1, int(header["TFIELDS"]) + 1):
-            name = str(header.get(f"TTYPE{i}", f"col{i}")).strip()
-            form = str(header[f"TFORM{i}"]).strip()
-            code = form.lstrip("0123456789")[0]
-            count = int(form.partition(code)[0] or 1)
-            size = (count + 7) // 8 if code == "X" else count * SIZES[code]
-            kind = f"S{size}" if code == "A" else f"V{size}"
-            fields.append((name, KINDS.get(code, kind) if count == 1 else kind))
-            self._columns[name] = SimpleNamespace(
-                format=form, bscale=header.get(f"TSCAL{i}"), bzero=header.get(f"TZERO{i}"),
-                null=header.get(f"TNULL{i}"),
-            )
-        self._dtype = np.dtype(fields)
 
-    def _number(self, hdus: Any) -> int:
-        """Return the number of the extension that was asked for."""
-        kinds = [hdu.get_exttype() for hdu in hdus]
-        if "BINARY_TBL" not in kinds:
-            raise EvaluateError("the file holds no binary table; ASCII tables need astropy")
-        names = [hdu.get_extname() for hdu in hdus]
-        number = kinds.index("BINARY_TBL")
-        if self.part is not None:
-            number = int(self.part) if self.part.isdigit() else -1
-            if self.part in names:
-                number = names.index(self.part)
-            if not 0 <= number < len(kinds):
-                raise EvaluateError(f"there is no extension [{self.part}]")
-        if kinds[number] != "BINARY_TBL":
-            raise EvaluateError(f"extension [{self.part}] is not a binary table")
-        return number
+def values_of(raw: NDArray[Any], column: Column) -> NDArray[Any]:
+    """Return the values that the stored ones stand for."""
+    code = column.code
+    if code == "A":
+        return raw
+    if code == "L":
+        return masked(raw == ord("T"), (raw != ord("T")) & (raw != ord("F")))
+    scale, zero = column.scale, column.zero
+    values = raw
+    if scale == 1 and code in "BIJ" and zero == int(zero):
+        values = raw.astype(np.int64) + int(zero)
+    elif scale == 1 and code == "K" and zero == 1 << 63:
+        values = raw.astype(np.uint64) ^ np.uint64(1 << 63)
+    elif scale != 1 or zero != 0:
+        values = raw.astype(np.float64) * scale + zero
+    if column.null in (None, "") or code not in "BIJK":
+        return values
+    return masked(values, raw == int(column.null))

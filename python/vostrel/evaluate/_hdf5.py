@@ -3,13 +3,23 @@
 from __future__ import annotations
 
 from collections.abc import Collection, Iterator, Sequence
-from typing import Any, Optional
+from typing import TYPE_CHECKING, Any, Optional
 
 import numpy as np
-from numpy.typing import NDArray
 
 from vostrel.evaluate._errors import EvaluateError, library
-from vostrel.evaluate._readers import Chunk, Reader, cached_slices, masked, slices
+from vostrel.evaluate._readers import (
+    IN_PLACE,
+    Chunk,
+    Mapped,
+    Reader,
+    cached_slices,
+    masked,
+    slices,
+)
+
+if TYPE_CHECKING:  # takes as long to import as this package
+    from numpy.typing import NDArray
 
 
 class Hdf5(Reader):
@@ -55,10 +65,36 @@ class Hdf5(Reader):
                     raise EvaluateError(f"{names[0]!r} and {name!r} differ in length: "
                                         f"{lengths[names[0]]} and {lengths[name]}")
             self.rows = int(lengths[names[0]])
+            whole = self._in_place(file, names)
+            if whole:
+                for part in slices(self.rows, 8):
+                    yield {name: values[part] for name, values in whole.items()}
+                return
             # A stored chunk is decompressed as a whole, each time that a part of it is read.
             stored = any(file[self._found[name][0]].chunks for name in names)
             for part in (slices if stored else cached_slices)(self.rows, 8):
                 yield {name: self._read(file, name, part) for name in names}
+
+    def _in_place(self, file: Any, names: Sequence[str]) -> Optional[Chunk]:
+        """Return the columns where the file holds them, or None if they must be read."""
+        data = [file[self._found[name][0]] for name in names]
+        if sum(one.nbytes for one in data) > IN_PLACE:
+            return None
+        mapped = Mapped(self.path)
+        columns = {}
+        for name, one in zip(names, data):
+            start = one.id.get_offset()
+            if (
+                start is None  # in chunks, or elsewhere
+                or self._found[name][1] is not None
+                or f"{name}.mask" in self._found
+                or one.dtype.kind not in "fiu"
+                or not one.id.get_type().equal(self._h5py.h5t.py_create(one.dtype))
+                or start + one.nbytes > mapped.size
+            ):
+                return None
+            columns[name] = mapped.array(one.dtype, len(one), start)
+        return columns
 
     def _read(self, file: Any, name: str, part: slice) -> NDArray[Any]:
         path, field, _ = self._found[name]

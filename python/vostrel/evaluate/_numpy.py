@@ -5,13 +5,15 @@ from __future__ import annotations
 import zipfile
 from collections.abc import Collection, Iterator, Sequence
 from contextlib import ExitStack
-from typing import IO, Any, Optional
+from typing import IO, TYPE_CHECKING, Any, Optional
 
 import numpy as np
-from numpy.typing import NDArray
 
 from vostrel.evaluate._errors import EvaluateError
 from vostrel.evaluate._readers import Chunk, Reader, cached_slices, no_part, open_binary
+
+if TYPE_CHECKING:  # takes as long to import as this package
+    from numpy.typing import NDArray
 
 
 class Stored:

@@ -4,13 +4,15 @@ from __future__ import annotations
 
 import importlib
 from collections.abc import Collection, Iterator, Sequence
-from typing import Any, Optional
+from typing import TYPE_CHECKING, Any, Optional
 
 import numpy as np
-from numpy.typing import NDArray
 
 from vostrel.evaluate._errors import EvaluateError
 from vostrel.evaluate._readers import Chunk, Reader, masked, no_part, slices
+
+if TYPE_CHECKING:  # takes as long to import as this package
+    from numpy.typing import NDArray
 
 
 def parquet(path: str, part: Optional[str]) -> Reader:

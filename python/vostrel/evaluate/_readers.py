@@ -3,17 +3,20 @@
 from __future__ import annotations
 
 import gzip
+import mmap
 from abc import ABC, abstractmethod
 from collections.abc import Collection, Iterator, Sequence
-from typing import IO, Any, Optional
+from typing import IO, TYPE_CHECKING, Any, Optional, TypeAlias
 
 import numpy as np
-from numpy.typing import NDArray
 
 from vostrel.evaluate._errors import EvaluateError
 
+if TYPE_CHECKING:  # takes as long to import as this package
+    from numpy.typing import NDArray
+
 #: Columns by name. Masked and NULL entries are masked.
-Chunk = dict[str, NDArray[Any]]
+Chunk: TypeAlias = "dict[str, NDArray[Any]]"
 
 _MA: Any = np.ma  # NumPy has no types for it
 
@@ -24,6 +27,10 @@ BYTES = 1 << 25
 #: And where it costs little: so much stays in the cache while it is converted and copied.
 CACHED_ROWS = 1 << 16
 CACHED_BYTES = 1 << 20
+
+#: Columns of so many bytes are used where the file holds them. Larger ones are read: pages of a
+#: mapped file count as memory.
+IN_PLACE = 1 << 29
 
 
 class Reader(ABC):
@@ -49,6 +56,24 @@ def open_binary(path: str) -> IO[bytes]:
     """Return the file as a stream of bytes, decompressed if its name ends in .gz."""
     stream: Any = gzip.open(path) if path.lower().endswith(".gz") else open(path, "rb")
     return stream  # type: ignore[no-any-return]
+
+
+class Mapped:
+    """The bytes of a file, which come into memory when they are used."""
+
+    def __init__(self, path: str) -> None:
+        with open(path, "rb") as stream:
+            self._bytes = mmap.mmap(stream.fileno(), 0, access=mmap.ACCESS_READ)
+        self.size = len(self._bytes)
+
+    def array(self, dtype: Any, count: int, start: int) -> NDArray[Any]:
+        """Return an array that the file holds."""
+        return np.frombuffer(self._bytes, dtype, count, start)
+
+    def release(self, end: int) -> None:
+        """Take the bytes before `end` out of memory. They come again if they are used."""
+        if hasattr(mmap, "MADV_DONTNEED"):
+            self._bytes.madvise(mmap.MADV_DONTNEED, 0, end)
 
 
 def slices(rows: int, row_bytes: int) -> Iterator[slice]:

@@ -4,15 +4,17 @@ from __future__ import annotations
 
 from collections.abc import Iterator, Mapping, Sequence
 from dataclasses import dataclass, field
-from typing import Any
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
-from numpy.typing import NDArray
 
 from vostrel.evaluate._errors import EvaluateError
 from vostrel.evaluate._files import Table
 from vostrel.evaluate._readers import data_of, mask_of
 from vostrel.evaluate._where import Condition
+
+if TYPE_CHECKING:  # takes as long to import as this package
+    from numpy.typing import NDArray
 
 
 @dataclass(frozen=True)
@@ -147,12 +149,20 @@ class Selection:
             flags: dict[str, NDArray[np.bool_]] = {}
             for name, column in numbers.items():
                 for value in values:
+                    if np.isnan(value) and not has_nan(column):
+                        continue
                     flag = np.isnan(column) if np.isnan(value) else column == value
                     if name in masks:
                         flag &= ~masks[name]
                     if flag.any():
                         flags[name] = flag | flags[name] if name in flags else flag
             yield reason, flags
+
+
+def has_nan(values: NDArray[np.float64]) -> bool:
+    """Return whether there is NaN: the smallest value is NaN then. Quicker than asking each."""
+    with np.errstate(invalid="ignore"):
+        return bool(len(values)) and bool(np.isnan(values.min()))
 
 
 def as_doubles(name: str, values: NDArray[Any]) -> NDArray[np.float64]:

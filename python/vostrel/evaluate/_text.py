@@ -6,13 +6,15 @@ import csv
 import io
 import re
 from collections.abc import Collection, Iterator, Sequence
-from typing import IO, Any, Optional
+from typing import IO, TYPE_CHECKING, Any, Optional
 
 import numpy as np
-from numpy.typing import NDArray
 
 from vostrel.evaluate._errors import EvaluateError, library
 from vostrel.evaluate._readers import Chunk, Reader, masked, no_part, open_binary
+
+if TYPE_CHECKING:  # takes as long to import as this package
+    from numpy.typing import NDArray
 
 #: Fields that stand for a missing value.
 MISSING = frozenset({"", "NA", "N/A", "<NA>", "NULL", "null", "None", "--"})

@@ -10,13 +10,15 @@ from __future__ import annotations
 import re
 from collections.abc import Callable, Iterator, Mapping
 from dataclasses import dataclass
-from typing import Any, Union
+from typing import TYPE_CHECKING, Any, Union
 
 import numpy as np
-from numpy.typing import NDArray
 
 from vostrel.evaluate._errors import EvaluateError
 from vostrel.evaluate._readers import data_of, mask_of
+
+if TYPE_CHECKING:  # takes as long to import as this package
+    from numpy.typing import NDArray
 
 #: The functions, of one number each.
 FUNCTIONS: dict[str, Callable[[Any], Any]] = {

@@ -4,13 +4,15 @@ from __future__ import annotations
 
 import os
 from collections.abc import Collection, Iterator, Sequence
-from typing import Any, Optional
+from typing import TYPE_CHECKING, Any, Optional
 
 import numpy as np
-from numpy.typing import NDArray
 
 from vostrel.evaluate._errors import EvaluateError, library
 from vostrel.evaluate._readers import Chunk, Reader, mask_of, masked, no_part
+
+if TYPE_CHECKING:  # takes as long to import as this package
+    from numpy.typing import NDArray
 
 #: Larger files would need gigabytes of memory.
 LARGEST = 1 << 30
