@@ -1,5 +1,7 @@
 """Leaks, Ctrl-C, threads and memory."""
 
+import mmap
+import multiprocessing
 import os
 import resource
 import signal
@@ -7,6 +9,7 @@ import subprocess
 import sys
 import threading
 import time
+from contextlib import suppress
 from functools import partial
 
 import numpy as np
@@ -252,6 +255,54 @@ def test_concurrent_changes_are_harmless(rng):
     finally:
         stop.set()
         thread.join()
+
+
+def add_five_for_ever(values):
+    while True:
+        values += 5
+
+
+@pytest.fixture
+def shared_column():
+    """A column of zeros that another process can write to."""
+    return np.frombuffer(mmap.mmap(-1, 8 * 1_000_000))
+
+
+@pytest.mark.parametrize(
+    "judge",
+    [
+        vostrel.point_statistics,
+        vostrel.lsst_metrics,
+        partial(vostrel.binned_statistics, bins=("count", 10), uncertainties=True),
+        vostrel.uncertainties,
+        partial(vostrel.bootstrap, resamples=3, seed=1),
+    ],
+    ids=["point", "lsst", "binned", "uncertainties", "bootstrap"],
+)
+def test_a_column_that_keeps_changing_takes_no_longer(judge, shared_column, rng):
+    reference, shared_column[:] = redshifts(rng, len(shared_column))
+
+    def cost():
+        """The CPU time of this process, in which nobody else writes."""
+        start = time.process_time()
+        for _ in range(4):
+            with suppress(ValueError):  # the data changed between passes
+                judge(reference, shared_column)
+        return time.process_time() - start
+
+    quiet = cost()
+    # A process does the same to the memory as a thread, and has CPU time of its own.
+    other = multiprocessing.get_context("fork").Process(
+        target=add_five_for_ever, args=(shared_column,), daemon=True
+    )
+    other.start()
+    try:
+        while shared_column[0] < 20:
+            time.sleep(0.01)
+        assert cost() < 2 * quiet
+    finally:
+        other.kill()
+        other.join()
 
 
 MEMORY = """
