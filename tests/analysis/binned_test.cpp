@@ -66,22 +66,6 @@ TEST(Bins, FindsBinsAmongCrowdedEdges) {
   }
 }
 
-TEST(Bins, FindsTheSameBinsForABlockAsForEachValue) {
-  Random random;
-  for (const std::vector<double>& edges :
-       {std::vector<double>{-1, 0, 1, 2, 3}, {0, 0.1, 0.5, 7}, {0, 1e-9, 1}, {2, 2}}) {
-    const Bins bins(edges);
-    std::vector<double> values = {kNaN, -kInfinity, kInfinity, -0.0};
-    for (const double edge : edges) {
-      values.insert(values.end(), {edge, std::nextafter(edge, -99), std::nextafter(edge, 99)});
-    }
-    for (int k = 0; k < 1000; ++k) values.push_back(10 * random.fraction() - 2);
-    std::vector<std::size_t> found(values.size());
-    bins.find(values, found.data());
-    for (std::size_t i = 0; i < values.size(); ++i) ASSERT_EQ(found[i], bins(values[i]));
-  }
-}
-
 TEST(Bins, BadEdgesAreRejected) {
   EXPECT_THROW(Bins({1}), std::invalid_argument);
   EXPECT_THROW(Bins({2, 1}), std::invalid_argument);
