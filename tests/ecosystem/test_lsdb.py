@@ -1,7 +1,12 @@
 """vostrel.dask with catalogues of LSDB, and docs/lsdb.md."""
 
+import os
 import pathlib
 import re
+import signal
+import threading
+import time
+from contextlib import suppress
 
 import lsdb
 import numpy as np
@@ -10,6 +15,8 @@ import pytest
 import vostrel
 import vostrel.dask
 from dask import dataframe
+from dask.distributed import Client, LocalCluster
+from data_sets import LONG, redshifts
 
 DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "lsdb.md"
 
@@ -42,6 +49,50 @@ def test_the_document():
     assert names["catalog"].npartitions > 1
     with pytest.raises(Exception, match="differ in length"):
         vostrel.dask.point_statistics(names["nested"]["z_spec"], names["nested"]["runs.z_phot"])
+
+
+def new_cluster(workers):
+    return LocalCluster(n_workers=workers, threads_per_worker=1, dashboard_address=None)
+
+
+def die_once(rows, file):
+    """The rows. The first call waits to be killed."""
+    if len(rows):  # Dask tries functions with a table of no rows
+        with suppress(FileExistsError), open(file, "x") as stream:
+            print(os.getpid(), file=stream, flush=True)
+            time.sleep(60)
+    return rows
+
+
+def kill_whom(file):
+    while not (file.exists() and file.read_text().endswith("\n")):
+        time.sleep(0.01)
+    os.kill(int(file.read_text()), signal.SIGKILL)
+
+
+def test_workers_and_one_that_is_killed(rng, folder):
+    n = 10**7 if LONG else 10**6
+    z_spec, z_phot = redshifts(rng, n)
+    sky = {"ra": rng.uniform(0, 40, n), "dec": rng.uniform(-20, 20, n)}
+    catalogue(pd.DataFrame({"z_spec": z_spec, "z_phot": z_phot, **sky}), "large")
+    catalog = lsdb.open_catalog("large", columns=["z_spec", "z_phot"])
+    expected = vostrel.chunked_statistics([(z_spec, z_phot)])
+    for workers in (1, 2):
+        with new_cluster(workers) as cluster, Client(cluster):
+            start = time.perf_counter()
+            s = vostrel.dask.point_statistics(catalog["z_spec"], catalog["z_phot"])
+            print(f"{n} objects, {workers} workers: {time.perf_counter() - start:.1f} s")
+        assert s == expected
+    file = folder / "whom"
+    mortal = catalog.map_partitions(die_once, file)
+    killer = threading.Thread(target=kill_whom, args=[file], daemon=True)
+    # distributed may lose count of its workers, and then fails to close.
+    with suppress(KeyError), new_cluster(2) as cluster, Client(cluster):
+        killer.start()
+        s = vostrel.dask.point_statistics(mortal["z_spec"], mortal["z_phot"])
+        killer.join(10)
+    assert not killer.is_alive() and int(file.read_text()) != os.getpid()
+    assert s == expected
 
 
 def test_arrow_columns_with_missing_values():

@@ -1,11 +1,15 @@
 """vostrel.rail: the bits of RAIL's exact metrics, for any chunk size and number of processes."""
 
+import json
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
+import time
 
+import h5py
 import numpy as np
 import pandas as pd
 import pytest
@@ -15,7 +19,7 @@ import rail.vostrel
 import tables_io
 import vostrel
 import yaml
-from data_sets import redshifts, same_bits
+from data_sets import LONG, redshifts, same_bits
 from qp.metrics import point_estimate_metric_classes as metric_classes
 from rail.core import RailEnv
 from rail.core.data import QPHandle, TableHandle
@@ -23,6 +27,7 @@ from rail.evaluation.point_to_point_evaluator import (
     PointToPointBinnedEvaluator,
     PointToPointEvaluator,
 )
+from rail.utils.path_utils import find_rail_file
 from vostrel.rail import VostrelPointToPointBinnedEvaluator, VostrelPointToPointEvaluator
 
 DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "rail.md"
@@ -289,6 +294,118 @@ def test_a_pipeline_of_ceci(rng):
     # With a million rows in a chunk there is one chunk, and two processes of three have no rows.
     for processes, chunk_size in ((2, 1000), (3, 777), (3, 10**6)):
         assert run_ceci(processes, chunk_size) == expected, (processes, chunk_size)
+
+
+def mpirun(processes, *command):
+    """What these processes of Python print."""
+    options = ["--allow-run-as-root", "--oversubscribe", "-n", processes, sys.executable]
+    command = [str(part) for part in ["mpirun", *options, *command]]
+    done = subprocess.run(command, capture_output=True, text=True, timeout=120)
+    assert done.returncode == 0, done.stderr
+    return done.stdout
+
+
+#: Puts our stages in the place of RAIL's, as a plugin of pytest.
+IN_THEIR_PLACE = """
+from rail import vostrel
+from rail.evaluation import point_to_point_evaluator as theirs
+
+theirs.PointToPointEvaluator = vostrel.VostrelPointToPointEvaluator
+theirs.PointToPointBinnedEvaluator = vostrel.VostrelPointToPointBinnedEvaluator
+"""
+
+
+def test_rails_own_tests_of_its_stages(rng, folder):
+    # scripts/check puts them there: they come with RAIL's sources alone.
+    shutil.copytree(pathlib.Path(sys.prefix) / "rail-tests", "tests")
+    pathlib.Path("in_their_place.py").write_text(IN_THEIR_PLACE)
+    # They download this file, unless it is there.
+    file = find_rail_file("examples_data/testdata/test_dc2_validation_9816.hdf5")
+    truth = tables_io.read(file)["photometry"]["redshift"]
+    ensemble(truth + 0.03 * rng.standard_normal(len(truth))).write_to("output_fzboost.hdf5")
+    done = subprocess.run(
+        [sys.executable, "-m", "pytest", "-p", "in_their_place", "tests/evaluation", "-k",
+         "point_to_point"],
+        env={**os.environ, "PYTHONPATH": f"{folder}:{os.environ['PYTHONPATH']}"},
+        capture_output=True, text=True,
+    )
+    assert "2 passed" in done.stdout, done.stdout
+
+
+def test_faster_than_rails_parallel_mode(rng):
+    truth, estimate = redshifts(rng, 2_000_000)
+    handles = write_files(truth, estimate)
+    options = {"chunk_size": 100_000, "metrics": [*METRICS], "hdf5_groupname": "photometry"}
+    times = {PointToPointEvaluator: [], VostrelPointToPointEvaluator: []}
+    tables = {}
+    for stage_class in [*times] * 2:
+        stage = stage_class.make_stage(name=stage_class.__name__, **options)
+        start = time.process_time()
+        tables[stage_class] = stage.evaluate(*handles)["summary"]()
+        times[stage_class].append(time.process_time() - start)
+    theirs, ours = (min(seconds) for seconds in times.values())
+    print(f"RAIL: {theirs:.2f} s, here: {ours:.2f} s")
+    assert ours < theirs
+    for name, metric in METRICS.items():
+        expected = metric.evaluate(estimate, truth)
+        assert same_bits(tables[VostrelPointToPointEvaluator][name], [expected]), name
+
+
+MEMORY = """
+import resource
+from rail.core.data import QPHandle, TableHandle
+from vostrel.rail import VostrelPointToPointEvaluator
+
+stage = VostrelPointToPointEvaluator.make_stage(name="large", hdf5_groupname="photometry")
+tables = stage.evaluate(QPHandle("input", path="large_estimates.hdf5"),
+                        TableHandle("truth", path="large_truth.hdf5"))
+print(tables["summary"]()["n"][0], resource.getrusage(resource.RUSAGE_SELF).ru_maxrss)
+"""
+
+
+def repeat_rows(file, large, size):
+    """Write a file with the rows of another again and again, up to this number."""
+    with h5py.File(file) as source, h5py.File(large, "w") as target:
+
+        def copy(name, rows):
+            if not isinstance(rows, h5py.Dataset):
+                return
+            if name.startswith("meta"):
+                target[name] = rows[:]
+                return
+            repeated = target.create_dataset(name, (size, *rows.shape[1:]), rows.dtype)
+            # The distributions are never read.
+            for start in () if name.startswith("data") else range(0, size, len(rows)):
+                repeated[start:start + len(rows)] = rows[:]
+
+        source.visititems(copy)
+
+
+def test_memory_does_not_grow_with_the_file(rng):
+    """A column has 80 MB, or 800 MB, and is not kept between the passes."""
+    size = 10**8 if LONG else 10**7
+    write_files(*redshifts(rng, 10**6))
+    repeat_rows("estimates.hdf5", "large_estimates.hdf5", size)
+    repeat_rows("truth.hdf5", "large_truth.hdf5", size)
+    done = subprocess.run([sys.executable, "-c", MEMORY], capture_output=True, text=True)
+    assert done.returncode == 0, done.stderr
+    n, peak = map(int, done.stdout.split()[-2:])
+    print(f"{n} objects: {peak >> 10} MiB")
+    assert n == size and peak < 500 << 10  # KiB
+
+
+@pytest.mark.parametrize("failing", [0, 1])
+def test_a_process_that_fails_ends_all(failing, rng):
+    """Nobody waits for it for ever, even if another process has no rows."""
+    write_files(*redshifts(rng, 1500))
+    script = pathlib.Path(__file__).with_name("failing_stage.py")
+    lines = mpirun(3, script, failing).splitlines()
+    assert len(lines) == 5
+    expected = [f"RuntimeError: rank {failing} failed: OSError: the disk is gone"] * 3
+    expected[failing] = "OSError: the disk is gone"
+    for name, errors in map(json.loads, lines):
+        writes = name in ("initialize_write", "write_chunk")  # the first process does, for all
+        assert errors == ([None] * 3 if writes and failing else expected), name
 
 
 def test_the_document(rng):

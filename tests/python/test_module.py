@@ -1,7 +1,11 @@
 """The module as one meets it: its help, its names, its types."""
 
+import json
+import os
 import pathlib
 import pydoc
+import re
+import shutil
 import subprocess
 import sys
 
@@ -9,6 +13,7 @@ import pytest
 import vostrel
 
 SCRIPT = pathlib.Path(__file__).with_name("every_name.py")
+PACKAGE = str(pathlib.Path(vostrel.__file__).parents[1])
 
 
 def test_help_begins_with_the_functions():
@@ -34,26 +39,47 @@ def test_dir_without_the_libraries(monkeypatch):
     assert set(dir(vostrel)) == set(vostrel.__all__)
 
 
+def lines_of_errors(command, script, **variables):
+    """Where a type checker finds errors. It says so if it has checked the script."""
+    done = subprocess.run(
+        command, capture_output=True, text=True, env={**os.environ, **variables}, cwd=script.parent
+    )
+    assert re.search(r"Success|Found \d+ error|\d+ errors?, 0 warnings", done.stdout), done
+    return [int(line) for line in re.findall(rf"{script.name}:(\d+)\S* (?:- )?error", done.stdout)]
+
+
 def mypy(script):
     pytest.importorskip("mypy")
-    options = ["--strict", "--follow-imports=silent", "--ignore-missing-imports"]
-    return subprocess.run(
-        [sys.executable, "-m", "mypy", *options, script], capture_output=True, text=True,
-        env={"MYPYPATH": str(pathlib.Path(vostrel.__file__).parents[1])},
-        cwd=pathlib.Path(script).parent,
-    ).stdout
+    options = ["--strict", "--follow-imports=silent", "--ignore-missing-imports",
+               f"--cache-dir={script.parents[1]}"]  # of all tests of this run
+    command = [sys.executable, "-m", "mypy", *options, script.name]
+    return lines_of_errors(command, script, MYPYPATH=PACKAGE)
 
 
-def test_a_script_with_every_name_is_correctly_typed():
+def pyright(script):
+    """Of its basic mode. This edition comes from PyPI as a whole."""
+    pytest.importorskip("basedpyright")
+    options = {"typeCheckingMode": "basic", "extraPaths": [PACKAGE]}
+    script.with_name("pyrightconfig.json").write_text(json.dumps(options))
+    command = [sys.executable, "-m", "basedpyright", "--pythonpath", sys.executable, script.name]
+    return lines_of_errors(command, script)
+
+
+@pytest.mark.parametrize("check", [mypy, pyright])
+def test_a_script_with_every_name_is_correctly_typed(check, tmp_path):
+    assert check(pathlib.Path(shutil.copy(SCRIPT, tmp_path))) == []
+
+
+def test_a_script_with_every_name_runs():
     assert all(name in SCRIPT.read_text() for name in dir(vostrel))
-    assert mypy(SCRIPT).startswith("Success")
     subprocess.run([sys.executable, SCRIPT], check=True)
 
 
-def test_a_misspelt_name_is_an_error_of_types(tmp_path):
+@pytest.mark.parametrize("check", [mypy, pyright])
+def test_a_misspelt_name_is_an_error_of_types(check, tmp_path):
     misspelt = ["point_statistic", "plots", "plot.figure", "dask.statistics",
                 "point_statistics([1], [1]).norm.nmadd", "bootstrap([1], [1], 1000)"]
     lines = ["import vostrel", *(f"vostrel.{name}" for name in misspelt)]
-    (tmp_path / "script.py").write_text("\n".join(lines) + "\n")
-    found = [line.split(":") for line in mypy(tmp_path / "script.py").splitlines()]
-    assert [line[1] for line in found if line[2:3] == [" error"]] == ["2", "3", "4", "5", "6", "7"]
+    script = tmp_path / "script.py"
+    script.write_text("\n".join(lines) + "\n")
+    assert check(script) == [2, 3, 4, 5, 6, 7]

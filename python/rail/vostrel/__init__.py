@@ -311,16 +311,15 @@ def _write_by_object(handle: DataHandle, table: Table, comm: Any, in_memory: boo
     length = table.length if comm is None else comm.allreduce(table.length)
     if in_memory:
         handle.set_data({EZ: np.empty(length)})
-    elif comm is None or comm.rank == 0:
-        handle.set_data({EZ: np.empty(0)}, partial=True)
-        handle.initialize_write(length)
 
     def write(start: int, ez: Any) -> None:
         if in_memory:
             handle.data[EZ][start:start + len(ez)] = ez
-        else:
-            handle.set_data({EZ: ez}, partial=True)
-            handle.write_chunk(start, start + len(ez))
+            return
+        handle.set_data({EZ: ez}, partial=True)
+        if handle.fileObj is None:  # here, because the other processes hear of errors of `write`
+            handle.initialize_write(length)
+        handle.write_chunk(start, start + len(ez))
 
     _bring_together(((start, _ez(columns)) for start, columns in table.parts()), write, comm)
     if handle.fileObj is not None:
