@@ -31,6 +31,7 @@ from vostrel._results import (
     compared,
 )
 from vostrel._tables import Grid, Result, clipped
+from vostrel._tails import ENOUGH, are_endless
 
 if TYPE_CHECKING:
     from numpy.typing import NDArray
@@ -118,11 +119,11 @@ def bootstrap(
 
     With ``interval="auto"`` the methods are:
 
-    bias; with groups also mad, nmad and mad_delta
+    bias, mad_delta; with groups also mad and nmad
         "t": value +- q * error * sqrt(G / (G - 1)), where q is the quantile of
         Student's t with G - 1 degrees, and G is the number of objects or
         groups.
-    mad, nmad, mad_delta
+    mad, nmad
         "percentile": from the quantile (1 - confidence) / 2 of the resamples
         to their quantile (1 + confidence) / 2.
     sigma, rms
@@ -133,18 +134,23 @@ def bootstrap(
         189, 1996). The error of log(sigma) is sqrt((m4 / sigma**4 - 1) / (4 *
         n)), where m4 is the fourth moment about the bias; that of log(rms) has
         moments about zero. With groups, their sums give the moments.
-    outliers_015; the others with fewer than ten objects beyond or within
+    outliers_1sigma
+        "studentized": how far a resample's difference follows that of
+        log(sigma) is found by regression. That part is studentized, and the
+        rest is added.
+    outliers_015, outliers_2sigma, ...; outliers_1sigma of fewer than ten
         "wilson": Wilson's interval of p = value / 100 for p * (1 - p) /
-        error**2 objects, at most n (L. D. Brown, T. T. Cai and A. DasGupta,
-        "Interval estimation for a binomial proportion", Statistical Science
-        16, 101, 2001). Otherwise "percentile".
+        error**2 objects (L. D. Brown, T. T. Cai and A. DasGupta, "Interval
+        estimation for a binomial proportion", Statistical Science 16, 101,
+        2001). At most n objects beyond 0.15, and if fewer than ten are beyond
+        or within.
 
     If no resample differs because most objects are equal, the interval goes
     half way to the nearest different object. ``reliable`` is False then; for
     sigma, rms and the fractions beyond multiples of sigma if a few objects
-    make up the fourth moment; for a fraction with fewer than ten objects
-    beyond or within; with fewer than 20 groups, or 30 for what depends on
-    sigma.
+    make up the fourth moment, or the residuals look like those of an infinite
+    one; for a fraction with fewer than ten objects beyond or within; with fewer
+    than 20 groups, or 30 for what depends on sigma.
 
     Every resample equals `point_statistics` of its objects: medians and
     outlier percentages bit for bit; bias, sigma and RMS to about 1e-14 of the
@@ -405,9 +411,10 @@ class _Options:
 
             with np.errstate(invalid="ignore"):
                 near = neighbours(numbers[i], replicates[:, i], self.confidence, residuals)
+                endless = bool(np.min(effective[i]) < ENOUGH) and are_endless(residuals())
             return Resampled(
                 sample.n, groups[1] if groups else None, numbers[i], replicates[:, i], errors[i],
-                replicate_errors[:, i], effective[i], near,
+                replicate_errors[:, i], effective[i], near, endless,
                 None if left_out is None else left_out[:, i],
             )
 

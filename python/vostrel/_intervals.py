@@ -5,6 +5,7 @@ from __future__ import annotations
 import math
 from collections.abc import Callable
 from dataclasses import dataclass
+from functools import lru_cache
 from typing import TYPE_CHECKING, Literal, get_args
 
 import numpy as np
@@ -53,8 +54,10 @@ class Resampled:
     effective : ndarray, shape (2,)
         How many objects or groups make up the fourth moment of sigma and rms.
     neighbours : dict of str to tuple of float
-        For numbers that hardly scatter: the ends half way to the nearest
+        For medians that hardly scatter: the ends half way to the nearest
         different objects.
+    endless : bool
+        Whether the residuals look like those of an infinite fourth moment.
     left_out : ndarray, shape (objects or groups, statistics), or None
         The statistics without one object or group.
     """
@@ -67,6 +70,7 @@ class Resampled:
     replicate_errors: NDArray[np.float64]
     effective: NDArray[np.float64]
     neighbours: dict[str, tuple[float, float]]
+    endless: bool = False
     left_out: NDArray[np.float64] | None = None
 
 
@@ -93,8 +97,8 @@ def _estimate(r: Resampled, name: str, interval: str, confidence: float) -> Unce
     if method == "t" and name != "bias":
         low = max(low, 0.0)
     reliable = _is_reliable(r, name)
-    if interval == "auto" and low == high:  # most objects are equal: no resample differs
-        low, high = r.neighbours.get(name, (low, high))
+    if interval == "auto" and (low == high or name in r.neighbours):
+        low, high = r.neighbours.get(name, (low, high))  # most objects are equal
         reliable = False
     return Uncertain(value, error, float(low), float(high), method, reliable)
 
@@ -122,7 +126,7 @@ def differences(
     r = Resampled(
         first.n, first.groups, first.values - second.values,
         first.replicates - second.replicates, first.errors, first.replicate_errors,
-        first.effective, {},
+        first.effective, {}, False,
         None if first.left_out is None or second.left_out is None
         else first.left_out - second.left_out,
     )
@@ -178,17 +182,18 @@ def neighbours(
     confidence: float,
     residuals: Callable[[], NDArray[np.float64]],
 ) -> dict[str, tuple[float, float]]:
-    """Return for numbers that hardly scatter the ends half way to the nearest different object.
+    """Return for medians that hardly scatter the ends half way to the nearest different object.
 
     That much the rounding of the objects may hide.
     """
     ends = np.quantile(replicates, [(1 - confidence) / 2, (1 + confidence) / 2], axis=0)
-    still = [name for name, (low, high) in zip(NAMES, ends.T) if low == high]
+    names = ("mad", "nmad", "mad_delta")
+    still = [name for name in names if np.ptp(ends[:, NAMES.index(name)]) == 0]
     r = residuals() if still else np.empty(0)
     result = {}
     for name in still:
         value = float(values[NAMES.index(name)])
-        keys = r if name == "bias" else abs(r - np.median(r) if name == "mad_delta" else r)
+        keys = abs(r - np.median(r) if name == "mad_delta" else r)
         keys = keys * (_core.NMAD_FACTOR if name == "nmad" else 1)
         low = float(np.max(keys, where=keys < value, initial=-math.inf))
         high = float(np.min(keys, where=keys > value, initial=math.inf))
@@ -203,15 +208,14 @@ def _method(r: Resampled, name: str, interval: str) -> str:
     """Return the method for a number."""
     if interval in ("percentile", "basic", "bca"):
         return interval
-    if name in ("sigma", "rms") or (name == "bias" and interval == "studentized"):
+    many = has_many(r.values[NAMES.index(name)], r.n)
+    if name in ("sigma", "rms") or (name == "outliers_1sigma" and many):
         return "studentized"
     if interval == "studentized":
-        return "percentile"
-    if name in OF_SIGMA and has_many(r.values[NAMES.index(name)], r.n):
-        return "percentile"
+        return "studentized" if name == "bias" else "percentile"
     if name.startswith("outliers"):
         return "wilson"
-    return "t" if name == "bias" or r.groups else "percentile"
+    return "t" if name in ("bias", "mad_delta") or r.groups else "percentile"
 
 
 def _is_reliable(r: Resampled, name: str) -> bool:
@@ -219,7 +223,8 @@ def _is_reliable(r: Resampled, name: str) -> bool:
     of_sigma = name in ("sigma", "rms") or name in OF_SIGMA
     if r.groups and r.groups < (FEWEST_GROUPS_OF_SIGMA if of_sigma else FEWEST_GROUPS):
         return False
-    if of_sigma and not r.effective[1 if name == "rms" else 0] >= _fewest_effective(r):
+    few = not r.effective[1 if name == "rms" else 0] >= _fewest_effective(r)
+    if of_sigma and (few or r.endless):
         return False
     return not name.startswith("outliers") or has_many(r.values[NAMES.index(name)], r.n)
 
@@ -280,6 +285,8 @@ def studentized(r: Resampled, name: str, confidence: float) -> Ends | None:
 
     For sigma and RMS of the logarithms, so that no end is negative.
     """
+    if name not in ERRORS:
+        return beyond_sigma(r, name, confidence)
     i, e = NAMES.index(name), ERRORS[name]
     value, replicates, error = r.values[i], r.replicates[:, i], r.errors[e]
     with np.errstate(divide="ignore", invalid="ignore"):
@@ -296,6 +303,27 @@ def studentized(r: Resampled, name: str, confidence: float) -> Ends | None:
     return value * np.exp(-lower * error), value * np.exp(-upper * error)
 
 
+def beyond_sigma(r: Resampled, name: str, confidence: float) -> Ends | None:
+    """Return the interval of a fraction beyond a multiple of sigma.
+
+    How far it follows the logarithm of sigma is found by regression. That part
+    of each difference is studentized. The rest is that of a fixed bound.
+    """
+    value, sigma, error = r.values[NAMES.index(name)], r.values[NAMES.index("sigma")], r.errors[1]
+    with np.errstate(divide="ignore", invalid="ignore"):
+        logs = np.log(r.replicates[:, NAMES.index("sigma")] / sigma)
+        ratios = logs / r.replicate_errors[:, 1]
+    found = np.isfinite(ratios)
+    logs, ratios = logs[found], ratios[found]
+    differences = r.replicates[found, NAMES.index(name)] - value
+    if len(ratios) < 2 or not error > 0 or not np.ptp(logs) > 0:
+        return None
+    slope = np.mean((logs - np.mean(logs)) * differences) / np.var(logs)
+    differences -= slope * (logs + error * ratios)
+    low, high = value + np.quantile(differences, [(1 - confidence) / 2, (1 + confidence) / 2])
+    return max(float(low), 0.0), min(float(high), 100.0)
+
+
 def student_t(r: Resampled, name: str, confidence: float) -> Ends:
     """Return value +- error * quantile, by Student's t with one degree less than objects or groups.
 
@@ -309,11 +337,17 @@ def student_t(r: Resampled, name: str, confidence: float) -> Ends:
 
 
 def wilson_interval(r: Resampled, name: str, confidence: float) -> Ends:
-    """Return Wilson's interval with the number of objects that the scatter implies."""
+    """Return Wilson's interval with the number of objects that the scatter implies.
+
+    A fraction beyond a multiple of sigma scatters less than one beyond a fixed
+    bound, since sigma moves with it. Other fractions are worth at most n objects.
+    """
     i = NAMES.index(name)
     p = r.values[i] / 100
     variance = np.var(r.replicates[:, i] / 100, ddof=1)
     q = normal_quantile(confidence)
+    if name in OF_SIGMA and has_many(r.values[i], r.n) and 0 < variance < p * (1 - p) / r.n:
+        return wilson(p, p * (1 - p) / variance, q)
     most = float(r.n)
     if r.groups:
         q = t_quantile(confidence, r.groups - 1)
@@ -333,32 +367,36 @@ METHODS: dict[str, Callable[[Resampled, str, float], Ends | None]] = {
 }
 
 
+@lru_cache
 def t_quantile(confidence: float, degrees: int) -> float:
     """Return the half width of a central interval of Student's t distribution.
 
-    Found by bisection of its distribution function, a finite sum (M. Abramowitz
-    and I. A. Stegun, "Handbook of Mathematical Functions", 1964, 26.7.3 and
-    26.7.4).
+    By Cornish and Fisher's expansion (M. Abramowitz and I. A. Stegun, "Handbook
+    of Mathematical Functions", 1964, 26.7.5), or by bisection for few degrees.
     """
-    if degrees > 1000:  # Cornish and Fisher's expansion: same, 26.7.5
+    if degrees > 1000:
         z = normal_quantile(confidence)
         return z + (z**3 + z) / (4 * degrees) + (5 * z**5 + 16 * z**3 + 3 * z) / (96 * degrees**2)
-
-    def central(t: float) -> float:
-        angle = math.atan2(t, math.sqrt(degrees))
-        cosine, sine = math.cos(angle), math.sin(angle)
-        odd = degrees % 2
-        term = (cosine if degrees > 1 else 0.0) if odd else 1.0
-        total = term
-        for k in range(2 + odd, degrees - 1, 2):
-            term *= cosine * cosine * (k - 1) / k
-            total += term
-        return 2 / math.pi * (angle + sine * total) if odd else sine * total
-
     low, high = 0.0, 1.0
-    while central(high) < confidence:
+    while t_central(high, degrees) < confidence:
         low, high = high, 2 * high
     for _ in range(100):
         middle = (low + high) / 2
-        low, high = (middle, high) if central(middle) < confidence else (low, middle)
+        low, high = (middle, high) if t_central(middle, degrees) < confidence else (low, middle)
     return (low + high) / 2
+
+
+def t_central(t: float, degrees: int) -> float:
+    """Return the probability of -t to t by Student's t distribution.
+
+    A finite sum: Abramowitz and Stegun, 26.7.3 and 26.7.4.
+    """
+    angle = math.atan2(t, math.sqrt(degrees))
+    cosine, sine = math.cos(angle), math.sin(angle)
+    odd = degrees % 2
+    term = (cosine if degrees > 1 else 0.0) if odd else 1.0
+    total = term
+    for k in range(2 + odd, degrees - 1, 2):
+        term *= cosine * cosine * (k - 1) / k
+        total += term
+    return 2 / math.pi * (angle + sine * total) if odd else sine * total

@@ -2,6 +2,7 @@
 
 import math
 import pickle
+from statistics import NormalDist
 
 import numpy as np
 import pytest
@@ -10,6 +11,7 @@ from data_sets import redshifts
 from vostrel import _core
 from vostrel._intervals import t_quantile
 from vostrel._results import NAMES
+from vostrel._tails import are_endless
 
 #: The statistics of residuals in the last axis, as they read.
 PLAIN = {
@@ -57,7 +59,7 @@ def test_matches_scipy(rng, interval):
 
 
 def test_studentized_matches_its_definition(rng):
-    reference, estimate = redshifts(rng, 80)
+    reference, estimate = np.zeros(80), rng.standard_normal(80)
     r = reference - estimate
     u = vostrel.bootstrap(reference, estimate, resamples=200, confidence=0.9, seed=2)
 
@@ -71,6 +73,15 @@ def test_studentized_matches_its_definition(rng):
     assert u.delta.sigma.method == "studentized"
     assert u.delta.sigma.low == pytest.approx(r.std() * math.exp(-upper * log_error(r)))
     assert u.delta.sigma.high == pytest.approx(r.std() * math.exp(-lower * log_error(r)))
+    # What follows sigma is studentized; the rest is not.
+    logs = np.array([math.log(some.std() / r.std()) for some in drawn])
+    beyond = u.delta.outliers_1sigma
+    moved = u.replicates[:, 0, NAMES.index("outliers_1sigma")] - beyond.value
+    slope = np.polyfit(logs, moved, 1)[0]
+    moved = -slope * np.array(ratios) * log_error(r) + (moved - slope * logs)
+    assert beyond.method == "studentized"
+    assert beyond.low == pytest.approx(beyond.value + np.quantile(moved, 0.05))
+    assert beyond.high == pytest.approx(beyond.value + np.quantile(moved, 0.95))
     everything = vostrel.bootstrap(
         reference, estimate, resamples=200, confidence=0.9, seed=2, interval="studentized"
     )
@@ -89,14 +100,20 @@ def test_fractions():
     beyond = u.delta.outliers_4sigma
     assert (beyond.method, beyond.low, beyond.reliable) == ("wilson", 0, False)
     assert beyond.high == pytest.approx(100 * q * q / (100 + q * q))
-    # The scatter of the fraction beyond 0.15 implies a number of objects.
-    p, scatter = 0.86, u.replicates[:, 0, NAMES.index("outliers_015")].std(ddof=1) / 100
-    n = min(p * (1 - p) / scatter**2, 100)
-    middle, half = p + q * q / (2 * n), q * math.sqrt(p * (1 - p) / n + q * q / (4 * n * n))
-    beyond = u.delta.outliers_015
-    assert beyond.reliable
-    assert beyond.low == pytest.approx(100 * (middle - half) / (1 + q * q / n))
-    assert beyond.high == pytest.approx(100 * (middle + half) / (1 + q * q / n))
+    # The scatter of a fraction implies a number of objects: at most n beyond a fixed bound, more
+    # beyond 2 sigma, which moves with the fraction. 12 of 100 are beyond both.
+    r[:12] = np.linspace(4, 5, 12)
+    u = vostrel.bootstrap(r * 0.05, np.zeros(100), confidence=0.95, seed=3)
+    for name, most in ("outliers_015", 100), ("outliers_2sigma", math.inf):
+        beyond = getattr(u.delta, name)
+        scatter = u.replicates[:, 0, NAMES.index(name)].std(ddof=1) / 100
+        implied = 0.12 * 0.88 / scatter**2
+        assert (beyond.value, beyond.method) == (12, "wilson") and implied > 100
+        n = min(implied, most)
+        middle, half = 0.12 + q * q / (2 * n), q * math.sqrt(0.1056 / n + q * q / (4 * n * n))
+        assert beyond.low == pytest.approx(100 * (middle - half) / (1 + q * q / n))
+        assert beyond.high == pytest.approx(100 * (middle + half) / (1 + q * q / n))
+    assert u.delta.outliers_015.reliable
 
 
 def test_student_t():
@@ -113,9 +130,10 @@ def test_student_t():
     assert u.delta.bias.error == pytest.approx(scatter)
     assert u.delta.bias.high == pytest.approx(19.5 + 2.353363 * math.sqrt(4 / 3) * scatter)
     assert not u.delta.bias.reliable
-    objects = vostrel.bootstrap(residuals[:10], np.zeros(10), confidence=0.9, seed=1).delta.bias
-    assert objects.method == "t"
-    assert objects.high == pytest.approx(4.5 + 1.833113 * math.sqrt(10 / 9) * objects.error)
+    objects = vostrel.bootstrap(residuals[:10] - 3, np.zeros(10), confidence=0.9, seed=1).delta
+    for number, value in (objects.bias, 1.5), (objects.mad_delta, 2.5):
+        assert (number.value, number.method) == (value, "t")
+        assert number.high == pytest.approx(value + 1.833113 * math.sqrt(10 / 9) * number.error)
 
 
 @pytest.mark.parametrize("grid", [1.0, 0.5, 0.1])
@@ -148,6 +166,29 @@ def test_unreliable_intervals_are_marked(rng):
     assert far.bias.reliable and far.nmad.reliable
     assert grouped.bias.reliable and not grouped.sigma.reliable
     assert plain.outliers_015.reliable and not plain.outliers_4sigma.reliable
+
+
+def evenly(quantile):
+    """1,000 residuals at the quantiles of a distribution, whose abs(r) has this quantile."""
+    half = np.array([quantile((k + 0.5) / 500) for k in range(500)])
+    return np.concatenate([-half, half])
+
+
+def test_tails_without_end():
+    # Student's t has a fourth moment from 5 degrees on. Outliers that are normal have one.
+    endless = evenly(lambda p: t_quantile(p, 3))
+    outliers = evenly(lambda p: NormalDist().inv_cdf((1 + p) / 2))
+    outliers[::20] *= 5
+    assert are_endless(endless) and are_endless(5 + 0.001 * endless)
+    assert not are_endless(outliers)
+    assert not are_endless(evenly(lambda p: t_quantile(p, 5)))
+    assert not are_endless(evenly(lambda p: -math.log(1 - p)))  # Laplace
+    # Enough objects make up the fourth moment, whatever the rest looks like.
+    assert not are_endless(np.tile(np.clip(endless, -9, 9), 4))
+    assert not are_endless(np.zeros(9)) and not are_endless(np.array([0.0, np.inf]))
+    u = vostrel.bootstrap(np.zeros(1000), -endless, resamples=50, seed=1).delta
+    assert not u.sigma.reliable and not u.outliers_1sigma.reliable
+    assert u.nmad.reliable and u.outliers_015.reliable
 
 
 def test_differences_have_width_too(rng):
