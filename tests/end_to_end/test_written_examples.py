@@ -16,6 +16,34 @@ HOME = pathlib.Path(__file__).resolve().parents[2]
 FILES = (HOME / "docs" / "files.md").read_text()
 STATISTICS = (HOME / "docs" / "statistics.md").read_text()
 
+#: Which test runs the code of each document.
+RUN_BY = {
+    "README.md": "python/test_documents.py",
+    "conventions.md": "python/test_documents.py",
+    "evaluate.md": "evaluate/test_command.py",
+    "files.md": "end_to_end/test_written_examples.py",
+    "library.md": "install/test_install.py",
+    "lsdb.md": "ecosystem/test_lsdb.py",
+    "plot.md": "plot/test_pictures.py",
+    "python.md": "python/test_documents.py",
+    "rail.md": "ecosystem/test_rail.py",
+    "scale.md": "python/test_chunked.py",
+    "statistics.md": "end_to_end/test_written_examples.py",
+    "uncertainties.md": "python/test_uncertainties.py",
+}
+#: The commands of these are tests themselves, or measure for an hour. Commands that install from
+#: PyPI or Debian are run by scripts/newcomer, which follows the whole README.
+BY_HAND = {"CONTRIBUTING.md", "performance.md", "reliability.md"}
+
+
+def test_a_test_runs_the_code_of_each_document():
+    documents = [*HOME.glob("*.md"), *(HOME / "docs").glob("*.md")]
+    code = re.compile(r"^(```|    \w)", re.MULTILINE)
+    with_code = {path.name for path in documents if code.search(path.read_text())}
+    assert with_code - BY_HAND == set(RUN_BY)
+    for name, test in RUN_BY.items():
+        assert name in (HOME / "tests" / test).read_text(), name
+
 
 def table_examples():
     """The rows of "table | flag, columns | rows of internal.txt | remark" in docs/files.md."""

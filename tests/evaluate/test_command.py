@@ -247,8 +247,11 @@ def commands(text):
 IN_HELP = commands(_command.EXAMPLES)
 IN_DOCUMENT = commands("\n".join(re.findall(r"```sh\n(.*?)```", DOCUMENT.read_text(), re.DOTALL)))
 
+MANUAL = DOCUMENT.with_name("vostrel-evaluate.1.in").read_text().replace("\\-", "-")
+IN_MANUAL = commands(MANUAL.split("\n.SH EXAMPLES")[1])
 
-@pytest.mark.parametrize("line", [*IN_HELP, *IN_DOCUMENT])
+
+@pytest.mark.parametrize("line", [*IN_HELP, *IN_DOCUMENT, *IN_MANUAL])
 def test_examples(evaluate, tables, line):
     words = shlex.split(line)[1:]
     if "bootstrap" in words:

@@ -52,14 +52,33 @@ def test_manual_has_each_message_of_the_sources():
         assert re.sub(r"\s+", " ", message).strip() in manual, message
 
 
-def test_example_of_the_manual(tmp_path):
+def examples_of_the_manual():
     examples = re.findall(r"^\.EX\n(.*?)^\.EE", MANUAL.read_text(), re.DOTALL | re.MULTILINE)
-    table, command, report = (text.replace("\\-", "-") for text in examples[:3])
+    return [text.replace("\\-", "-") for text in examples]
+
+
+def test_example_of_the_manual(tmp_path):
+    table, command, report = examples_of_the_manual()[:3]
     (tmp_path / "galaxies.csv").write_text(table)
     program, *arguments = command.split()
     assert program == "vostrel"
     run(os.environ["VOSTREL"], *arguments, cwd=tmp_path)
     assert (tmp_path / "report.txt").read_text() == report
+
+
+def test_further_examples_of_the_manual(tmp_path):
+    without_header, exchange, safely = examples_of_the_manual()[3:]
+    (tmp_path / "survey.csv").write_text("id,zphot,zspec\n1,0.3,0.2\n2,,0.4\n3,0.5,0.6\n")
+    (tmp_path / "vostrel").symlink_to(os.environ["VOSTREL"])
+    path = {"PATH": f"{tmp_path}:{os.environ['PATH']}"}
+    run("sh", "-ec", without_header, cwd=tmp_path, **path)
+    assert "Data size  = 3\n" in (tmp_path / "report.txt").read_text()
+    (tmp_path / "table.csv").rename(tmp_path / "survey.csv")
+    printed = run("sh", "-ec", exchange + safely, cwd=tmp_path, TMPDIR=str(tmp_path), **path)
+    assert re.findall(r"(\d+) (\S+)\n", printed)[-4:-1] == [
+        ("2", "table.csv"), ("2", "internal.txt"), ("27", "report.txt")
+    ]
+    assert (tmp_path / "table.csv").read_text() == "0.2,0.3\n0.6,0.5\n"
 
 
 def test_api_reference_has_no_warnings():

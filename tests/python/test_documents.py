@@ -5,6 +5,7 @@ import importlib
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 
@@ -55,6 +56,19 @@ def test_shell_lines_of_the_readme(installed):
     assert "of both residuals for the 1958 objects" in FIRST_STEPS.replace("\n", " ")
     assert "zphot: 1958 objects\n" in run.stdout[len(shown) :]
     assert pathlib.Path("figure.png").read_bytes().startswith(b"\x89PNG")
+
+
+def test_shell_lines_of_the_figure(installed):
+    shutil.copy("examples/redshifts.csv", "catalogue.csv")
+    manual = DOCUMENT.with_name("vostrel-plot.1.in").read_text().replace("\\-", "-")
+    lines = re.findall(r"^(vostrel.*)$", manual.split("\n.SH EXAMPLES")[1], re.M)
+    text = DOCUMENT.with_name("plot.md").read_text()
+    assert lines[:2] == re.findall(r"^    (vostrel .*|vostrel-plot --.*)$", text, re.M)
+    lines.insert(2, "mkdir a b && cp internal.txt a && cp internal.txt b")
+    run = subprocess.run(["sh", "-ec", "\n".join(lines)], capture_output=True, text=True)
+    assert (run.returncode, run.stderr) == (0, "")
+    assert pathlib.Path("figure.pdf").read_bytes().startswith(b"%PDF")
+    assert pathlib.Path("vostrel.png").read_bytes().startswith(b"\x89PNG")
 
 
 def test_python_lines_of_the_readme(installed, capsys):
