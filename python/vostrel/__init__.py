@@ -1,23 +1,23 @@
-"""The statistics by which redshift estimates, and any regression, are judged.
+"""Error statistics of redshift estimates, or of any regression.
 
 ==========================  ====================================================
 point_statistics            all statistics of two arrays
 binned_statistics           the same in bins of some quantity
 uncertainties               all statistics with their errors, by formula
 bootstrap                   all statistics with their errors, by resampling
-bootstrap_difference        estimators compared, with errors
+bootstrap_difference        compares estimators, with errors
 lsst_metrics                the four point metrics of LSST's pipelines
 chunked_statistics          for data that don't fit into memory
 chunked_binned_statistics   the same in bins
-Accumulator                 for your own engine
+Accumulator                 for custom schedulers
 read_report                 the numbers of a report of the program ``vostrel``
 vostrel.dask                for Dask's collections
 vostrel.mpi                 for the processes of an MPI job
 vostrel.plot                figures
 ==========================  ====================================================
 
-The numbers are those of the program ``vostrel``, to the last bit, but from
-arrays instead of files.
+The numbers have the same bits as those of the program ``vostrel``, from arrays
+instead of files.
 
 >>> import vostrel
 >>> s = vostrel.point_statistics([0.5, 1.0, 1.5, 2.0], [0.4, 1.1, 1.4, 2.3])

@@ -76,7 +76,7 @@ class State(Generic[Core]):
                     self._where_nan = f" (in a chunk: {ready.where_nan()})"
 
     def merge(self: Self, other: Self) -> None:
-        """Add the chunks that were added to another state in the same pass.
+        """Add the chunks of another state of the same pass.
 
         Parameters
         ----------
@@ -116,7 +116,7 @@ class State(Generic[Core]):
 
     @property
     def needs_another_pass(self) -> bool:
-        """Whether all chunks must be added, for the first time or once more."""
+        """Whether another pass over all chunks is needed."""
         with self._lock:
             return bool(self._core.needs_another_pass())
 
@@ -127,8 +127,8 @@ class State(Generic[Core]):
         ------
         ValueError
             If there are no objects, if there is NaN with
-            ``nan_policy="raise"``, or if this pass had other objects than the
-            first, which a checksum of 64 bits tells.
+            ``nan_policy="raise"``, or if this pass saw different objects from
+            the first: a 64-bit checksum detects that.
         RuntimeError
             If no further pass is needed.
         """
@@ -143,7 +143,7 @@ class State(Generic[Core]):
             self._first = False
 
     def fresh(self: Self) -> Self:
-        """Return a state in the same pass without any chunks, for a worker to start from."""
+        """Return an empty state of the same pass, for a worker to start from."""
         with self._lock:
             new = object.__new__(type(self))
             left_out = self._left_out * (not self._first)
@@ -187,12 +187,12 @@ class State(Generic[Core]):
 
 
 class Accumulator(State[_core.Accumulator]):
-    """The state of statistics over chunks, for your own engine.
+    """The state of statistics over chunks, for custom schedulers.
 
-    The engine adds all objects in each pass, in chunks of any size and in any
-    order. Workers may share the chunks: each starts from `fresh` and adds its
-    own chunks, and then all states are merged. The numbers are the same to
-    the last bit, whatever the chunks, their order and the workers.
+    The scheduler adds all objects in each pass, in chunks of any size and in
+    any order. Workers may share the chunks: each starts from `fresh` and adds
+    its own chunks, and then all states are merged. The numbers have the same
+    bits for any chunks, in any order, on any number of workers.
 
     Parameters
     ----------
@@ -215,9 +215,8 @@ class Accumulator(State[_core.Accumulator]):
     to 8192 objects take one.
 
     A state can be pickled; that takes a few megabytes at most. The pickle has
-    a version and a checksum: another version and changed bytes are refused
-    with a ValueError. Threads may share a
-    state; their calls run one after another.
+    a version and a checksum: other versions and corrupt bytes raise a
+    ValueError. Threads may share a state; their calls run one after another.
 
     If `add` raises an exception, a part of the chunk may have been added.
     Don't use the state any more.
@@ -309,9 +308,9 @@ class Accumulator(State[_core.Accumulator]):
 
 
 class BinnedAccumulator(State[_core.BinnedAccumulator]):
-    """As `Accumulator`, for bins with fixed edges.
+    """Like `Accumulator`, for bins with fixed edges.
 
-    All bins take as many passes as the hardest one.
+    The hardest bin decides the number of passes.
     """
 
     CHUNK = ("reference", "estimate", "by", "mask")

@@ -37,7 +37,7 @@ def binned_statistics(
     nan_policy: NanPolicy = "raise",
     uncertainties: bool = False,
 ) -> BinnedStatistics:
-    """Judge estimates in bins of some quantity.
+    """Compute error statistics of estimates in bins of a quantity.
 
     Parameters
     ----------

@@ -55,7 +55,7 @@ def bootstrap(
     interval: Interval = "auto",
     progress: Progress = False,
 ) -> Uncertainties:
-    """Judge estimates, with the errors of all statistics by resampling.
+    """Compute error statistics of estimates, and their uncertainties by resampling.
 
     Parameters
     ----------
@@ -386,7 +386,7 @@ class _Options:
         estimate: int,
         values: PointStatistics,
         groups: Groups | None,
-        tell: Callable[[int], None],
+        report_progress: Callable[[int], None],
     ) -> Both:
         """Return both residuals of one estimate, with its resamples."""
         numbers = np.array(
@@ -399,7 +399,9 @@ class _Options:
             replicate_errors = np.full((self.resamples, 2, 3), np.nan)
             errors, effective = replicate_errors[0], np.full((2, 2), np.nan)
         else:
-            replicates, replicate_errors = draw(draws, self.resamples, self.workers, tell)
+            replicates, replicate_errors = draw(
+                draws, self.resamples, self.workers, report_progress
+            )
             errors, effective = draws.engine.whole()
         replicates.flags.writeable = False
         left_out = draws.left_out() if self.interval == "bca" else None

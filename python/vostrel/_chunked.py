@@ -24,17 +24,16 @@ def chunked_statistics(
     workers: int = 1,
     progress: Progress = False,
 ) -> PointStatistics:
-    """Judge estimates that come in chunks, such as parts of a file.
+    """Compute error statistics of estimates in chunks, such as parts of a file.
 
     Parameters
     ----------
     chunks : iterable, or function that returns one
         Gives tuples ``(reference, estimate)`` or ``(reference, estimate,
-        mask)`` of arrays as `point_statistics` takes them. Chunks may be
-        empty. The chunks are read in two passes, or more for hard data. So an
-        iterable must start again each time, as a list does; a function is
-        called for each pass. All passes must see the same objects, in any
-        order.
+        mask)`` of arrays as for `point_statistics`. Chunks may be empty. They
+        are read in two passes, or more for hard data. An iterable must
+        therefore start anew each time, like a list; a function is called for
+        each pass. All passes must see the same objects, in any order.
     percentiles, outliers : float or array_like of float, optional
         As in `point_statistics`.
     nan_policy : {"raise", "omit"}
@@ -43,19 +42,19 @@ def chunked_statistics(
         Infinities are numbers.
     workers : int
         The number of threads that share the chunks, -1 for all processors. The
-        calling thread reads the chunks, one after another, and the workers
-        add those before. So a chunk must not be overwritten by the next one.
+        calling thread reads the chunks, one after another, while the workers
+        add earlier ones. A chunk must not be overwritten by the next one.
     progress : bool or function
         True shows a bar of tqdm for each pass. A function is called after
-        each chunk as ``progress(done, total)``: how many chunks of this pass
-        are done, and how many there are, or None if that is not known. Each
-        pass counts from 1 again.
+        each chunk as ``progress(done, total)``: the chunks done in this pass,
+        and the number of chunks, or None if it is unknown. Each pass counts
+        from 1 again.
 
     Returns
     -------
     PointStatistics
-        The same to the last bit, whatever the chunks, the order of the objects
-        and the workers. Bias, sigma and RMS come from exact sums and
+        The bits are independent of the chunks, the order of the objects and
+        the workers. Bias, sigma and RMS come from exact sums and
         differ from those of `point_statistics`, whose sums round at each
         addition: by about 1e-13 of the RMS at 10^7 objects. For hard data, such
         as one value repeated or a few huge ones, 3e-10 was seen. The other
@@ -65,8 +64,8 @@ def chunked_statistics(
     Raises
     ------
     ValueError
-        As for `point_statistics`; also if the data change between passes, which
-        a checksum of 64 bits tells.
+        As for `point_statistics`; also if the data change between passes: a
+        64-bit checksum detects that.
     TypeError
         As for `point_statistics`; also if `chunks` can be read only once, or
         a chunk is not such a tuple.
@@ -75,10 +74,10 @@ def chunked_statistics(
 
     Notes
     -----
-    Takes memory for one chunk and a few megabytes; with more workers, for a
-    chunk and a few megabytes for each, and for the chunk that is read meanwhile.
+    Needs memory for one chunk and a few megabytes; with more workers, for a
+    chunk and a few megabytes each, and for the chunk that is being read.
     Objects in lists and small chunks gain little from workers, since Python runs
-    one thread at a time. Have 100,000 objects or more in a chunk.
+    one thread at a time. Make chunks of 100,000 objects or more.
 
     Examples
     --------
@@ -103,7 +102,7 @@ def chunked_binned_statistics(
     workers: int = 1,
     progress: Progress = False,
 ) -> BinnedStatistics:
-    """Judge estimates that come in chunks, in bins of some quantity.
+    """Compute error statistics of estimates in chunks, in bins of a quantity.
 
     Parameters
     ----------
@@ -245,7 +244,7 @@ def add_by_threads(
 
 
 def count(chunks: Chunks) -> int | None:
-    """Return how many chunks there are, or None if that is not known."""
+    """Return the number of chunks, or None if it is unknown."""
     return None if callable(chunks) or not isinstance(chunks, Sized) else len(chunks)
 
 

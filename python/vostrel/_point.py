@@ -28,19 +28,19 @@ def point_statistics(
     mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
 ) -> PointStatistics:
-    """Judge estimates against reference values.
+    """Compute error statistics of estimates.
 
     Parameters
     ----------
     reference : array_like, shape (n,)
         Reference values such as spectroscopic redshifts. Dimensionless.
-        Native float64 without gaps is read in place; other numbers are
+        Contiguous native float64 is read in place; other numbers are
         converted a few thousand at a time.
     estimate : array_like, shape (n,)
         Estimated values, in the order of `reference`.
     percentiles : float or array_like of float, optional
-        The percentiles of each residual that are wanted, from 0 to 100, such
-        as ``(16, 84)``. A repeated one counts once.
+        Additional percentiles of each residual, from 0 to 100, such as
+        ``(16, 84)``. A repeated one counts once.
     outliers : float or array_like of float, optional
         The bounds beyond which outliers are counted, 0 or more, such as
         ``(0.05, 0.2)``. A repeated one counts once.
@@ -70,9 +70,9 @@ def point_statistics(
 
     Notes
     -----
-    Sums run in the order of the objects, in double precision. So all numbers
-    are those of the program ``vostrel`` on the same values, to the last bit.
-    The arrays are read two or three times and must not change meanwhile.
+    Sums run in the order of the objects, in double precision, and all numbers
+    have the same bits as those of the program ``vostrel`` on the same values.
+    The arrays are read two or three times and must not change during the call.
 
     Examples
     --------

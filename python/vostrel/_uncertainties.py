@@ -43,7 +43,7 @@ def uncertainties(
     mask: Any | None = None,
     nan_policy: NanPolicy = "raise",
 ) -> Uncertainties:
-    """Judge estimates, with the errors of the statistics by formula.
+    """Compute error statistics of estimates, and their uncertainties by formula.
 
     Parameters
     ----------
@@ -61,7 +61,7 @@ def uncertainties(
     Returns
     -------
     Uncertainties
-        Errors and intervals are NaN if there is no honest formula: for
+        Errors and intervals are NaN if no reliable closed form exists: for
         mad_delta, which depends on an estimated median, for the outliers
         beyond multiples of the estimated sigma, for sigma_68 and for
         sigma_iqr. Use `bootstrap` for those.

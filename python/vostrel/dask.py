@@ -48,7 +48,7 @@ def point_statistics(
     compute: bool = True,
     progress: Progress = False,
 ) -> Any:
-    """Judge estimates in Dask collections.
+    """Compute error statistics of estimates in Dask collections.
 
     Parameters
     ----------
@@ -130,7 +130,7 @@ def binned_statistics(
     compute: bool = True,
     progress: Progress = False,
 ) -> Any:
-    """Judge estimates in Dask collections, in bins of some quantity.
+    """Compute error statistics of Dask collections in bins of a quantity.
 
     Parameters
     ----------

@@ -28,7 +28,7 @@ def point_statistics(
     nan_policy: ChunkNanPolicy = "raise",
     progress: Progress = False,
 ) -> PointStatistics:
-    """Judge estimates that the processes of a communicator share.
+    """Compute error statistics of estimates that MPI processes share.
 
     Every process calls this with its own chunks, and every process gets the
     result for all chunks.
@@ -104,7 +104,7 @@ def binned_statistics(
     nan_policy: ChunkNanPolicy = "raise",
     progress: Progress = False,
 ) -> BinnedStatistics:
-    """Judge estimates that the processes of a communicator share, in bins of some quantity.
+    """Compute error statistics of estimates that MPI processes share, in bins of a quantity.
 
     Parameters
     ----------
