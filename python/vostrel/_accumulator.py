@@ -27,7 +27,7 @@ if TYPE_CHECKING:
 ChunkNanPolicy = Literal["raise", "omit"]
 
 #: Increased whenever the pickle of a state changes.
-PICKLE_VERSION = 2
+PICKLE_VERSION = 3
 
 #: The bytes of a pickle's checksum, with which it begins.
 DIGEST = 32
@@ -60,7 +60,7 @@ class State(Generic[Core]):
         self._first = first  # whether this is the first pass
         # Counted in the first pass: n_masked, n_nan, and the objects with NaN in each bin.
         self._left_out = left_out
-        self._where_nan = ""  # in the first chunk with NaN; not pickled
+        self._where_nan = ""  # in the first chunk with NaN
         self._lock = threading.Lock()
         self._stop = _core.Stop()  # of `add`
 
@@ -162,7 +162,8 @@ class State(Generic[Core]):
         with self._lock:
             left_out = self._left_out.tolist()
             fields: tuple[Any, ...] = (
-                self._nan_policy, tuple(self._asked), self._core.to_bytes(), self._first, left_out
+                self._nan_policy, tuple(self._asked), self._core.to_bytes(), self._first, left_out,
+                self._where_nan,
             )
         written = pickle.dumps((PICKLE_VERSION, *fields), protocol=4)
         return _digest(written) + written
@@ -177,9 +178,10 @@ class State(Generic[Core]):
                 f"this state has version {version}, and this release of vostrel "
                 f"reads version {PICKLE_VERSION}: use the same release for all workers"
             )
-        nan_policy, asked, core, first, left_out = fields
+        nan_policy, asked, core, first, left_out, where_nan = fields
         core = self._core_type().from_bytes(core)
         self._set(nan_policy, Asked(*asked), core, first, np.array(left_out, np.uint64))
+        self._where_nan = where_nan
 
     @staticmethod
     def _core_type() -> type[Core]:

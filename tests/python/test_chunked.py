@@ -268,7 +268,7 @@ def test_a_pickle_of_another_version_is_refused(monkeypatch):
     monkeypatch.setattr(vostrel._accumulator, "PICKLE_VERSION", 99)
     pickled = pickle.dumps(vostrel.Accumulator())
     monkeypatch.undo()
-    with pytest.raises(ValueError, match="version 99, and this release of vostrel reads version 2"):
+    with pytest.raises(ValueError, match="version 99, and this release of vostrel reads version 3"):
         pickle.loads(pickled)
 
 

@@ -207,7 +207,8 @@ def test_nan(rng):
     r, e = redshifts(rng, 1000)
     e[:10] = np.nan
     a, b = da.from_array(r, chunks=300), da.from_array(e, chunks=300)
-    with pytest.raises(ValueError, match="10 of 1000 objects have NaN"):
+    where = r"\(in a chunk: 10 in estimate, the first at index 0\)"
+    with pytest.raises(ValueError, match=f"10 of 1000 objects have NaN {where}"):
         vostrel.dask.point_statistics(a, b)
     assert vostrel.dask.point_statistics(a, b, nan_policy="omit").n_nan == 10
 
