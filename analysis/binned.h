@@ -93,7 +93,7 @@ class BinnedAccumulator {
   /// @throws std::invalid_argument if the objects are not those of the first pass.
   bool end_pass(const Checkpoint& checkpoint = [] {});
 
-  /// Whether the data are needed once more. True for a fresh object.
+  /// Whether another pass over the data is needed. True for a new object.
   bool needs_another_pass() const;
 
   /// The number of objects, in bins or not: during the first pass those so far, then all.

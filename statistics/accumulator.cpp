@@ -246,7 +246,7 @@ PointStatistics Accumulator::result(const Checkpoint& checkpoint) const {
 }
 ExtendedStatistics Accumulator::extended_result(const Checkpoint& checkpoint) const {
   if (!state_->wanted().has_quantiles) {
-    throw std::logic_error("the further numbers were not asked for");
+    throw std::logic_error("the accumulator was made without extras");
   }
   return state_->result(checkpoint).extended();
 }

@@ -1,5 +1,4 @@
-// The statistics of data that are added block by block, in several passes, from files or on a
-// cluster.
+// Statistics of data that are added block by block, in several passes, from files or on a cluster.
 
 #ifndef VOSTREL_STATISTICS_ACCUMULATOR_H
 #define VOSTREL_STATISTICS_ACCUMULATOR_H
@@ -34,7 +33,7 @@ using Checkpoint = std::function<void()>;
 /// is kept: a state takes a few megabytes at most.
 class Accumulator {
  public:
-  /// A good number of objects for a block: its columns fit the fastest cache.
+  /// A good block size: its columns fit the fastest cache.
   static constexpr std::size_t kBlockSize = 4096;
 
   /// Begins the first pass, for result() alone.
@@ -53,21 +52,21 @@ class Accumulator {
 
   /// Ends the pass.
   /// @return needs_another_pass().
-  /// @throws std::invalid_argument if the objects are not those of the first pass. A checksum of 64
-  ///         bits tells.
+  /// @throws std::invalid_argument if the objects differ from those of the first pass, which a
+  ///         64-bit checksum detects.
   bool end_pass();
 
-  /// Whether the data are needed once more. True for a fresh object.
+  /// Whether another pass over the data is needed. True for a new object.
   bool needs_another_pass() const;
 
-  /// The number of objects: during the first pass those so far, then all.
+  /// The number of objects: during the first pass those added so far, later all.
   std::uint64_t size() const;
 
-  /// Returns a state in the same pass with nothing added. If several workers share a pass, each
-  /// starts from such a state, and one state merges them all and ends the pass.
+  /// Returns an empty state of the same pass. If several workers share a pass, each starts from
+  /// such a state, and one state merges them all and ends the pass.
   Accumulator fresh() const;
 
-  /// Adds what was added to another state in the same pass.
+  /// Adds the data of another state of the same pass.
   /// @throws std::invalid_argument if the other is not in the same pass over the same data, or has
   ///         other extras.
   void merge(const Accumulator& other);
@@ -75,8 +74,8 @@ class Accumulator {
   /// Returns the state as bytes, the same on every machine. A few megabytes at most.
   std::string to_bytes() const;
 
-  /// Returns the state that to_bytes() was called on.
-  /// @throws std::invalid_argument if the bytes are anything else.
+  /// Returns the state that to_bytes() wrote.
+  /// @throws std::invalid_argument on any other bytes.
   static Accumulator from_bytes(std::string_view bytes);
 
   /// The statistics. Medians are NaN if a residual is NaN, and mad_delta if the median is infinite.
@@ -84,7 +83,7 @@ class Accumulator {
   PointStatistics result(const Checkpoint& checkpoint = [] {}) const;
 
   /// The statistics with the further numbers.
-  /// @throws std::logic_error if another pass is needed, or if they were not asked for.
+  /// @throws std::logic_error if another pass is needed, or if the state has no Extras.
   ExtendedStatistics extended_result(const Checkpoint& checkpoint = [] {}) const;
 
   class State;  ///< Opaque.
@@ -94,11 +93,11 @@ class Accumulator {
   std::unique_ptr<State> state_;
 };
 
-/// As point_statistics(reference, estimate), but calls `checkpoint` regularly.
+/// Like point_statistics(reference, estimate), but calls `checkpoint` regularly.
 PointStatistics point_statistics(std::span<const double> reference,
                                  std::span<const double> estimate, const Checkpoint& checkpoint);
 
-/// As extended_statistics(reference, estimate, extras), but calls `checkpoint` regularly.
+/// Like extended_statistics(reference, estimate, extras), but calls `checkpoint` regularly.
 ExtendedStatistics extended_statistics(std::span<const double> reference,
                                        std::span<const double> estimate, const Extras& extras,
                                        const Checkpoint& checkpoint);

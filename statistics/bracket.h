@@ -1,4 +1,4 @@
-// Values between two bounds, counted in cells, and kept where the answer is expected.
+// Counts the values between two bounds in cells, and keeps those near the expected answers.
 
 #ifndef VOSTREL_STATISTICS_BRACKET_H
 #define VOSTREL_STATISTICS_BRACKET_H
@@ -16,8 +16,8 @@
 
 namespace vostrel {
 
-/// What values are ordered by: themselves, or their distance from a center. A rounded subtraction
-/// keeps the order, so a key never decreases away from the center.
+/// The sort key of values: themselves, or their distance from a center. A rounded subtraction
+/// preserves the order: a key never decreases away from the center.
 struct Key {
   std::optional<double> center;
 
@@ -34,8 +34,8 @@ struct Interval {
 /// Counts the values whose keys lie between two bounds.
 ///
 /// The keys are divided into cells, each a range of neighbouring doubles. All cells are counted.
-/// In the cells where an answer is expected the values are kept, too. If there are too many
-/// different ones, they are dropped, and the counts remain.
+/// Cells with an expected answer also keep their values. If there are too many different ones, they
+/// are dropped, and the counts remain.
 class Bracket {
  public:
   Bracket(Key key, Interval keys) : key_(key), keys_(keys) {}
@@ -50,9 +50,9 @@ class Bracket {
   /// Keeps the values with these keys.
   void keep(Interval keys) { wanted_.push_back(keys); }
   /// Lays out the cells.
-  /// @param before  how many values that are not taken have lower keys.
-  /// @param most    how many values can be taken at most.
-  /// @param bits    2^bits cells are made, about. At most kMostBits.
+  /// @param before  the number of values with keys below the bracket.
+  /// @param most    the largest number of values that can be added.
+  /// @param bits    makes about 2^bits cells. At most kMostBits.
   void start(std::uint64_t before, std::uint64_t most, int bits);
   static constexpr int kMostBits = 16;
 
@@ -68,8 +68,8 @@ class Bracket {
     }
   }
 
-  /// Adds what another bracket has taken.
-  /// @throws std::invalid_argument unless both were started alike.
+  /// Adds the values of another bracket.
+  /// @throws std::invalid_argument unless both have the same cells.
   void merge(const Bracket& other);
 
   /// An empty bracket with the same cells.
@@ -84,11 +84,11 @@ class Bracket {
   std::uint64_t below() const { return before_ + below_; }
   std::uint64_t inside() const { return inside_; }
 
-  /// Where the key of a rank among the keys inside lies. The bounds are equal if it is known. A
-  /// value of 0 is -0 if all zeros are. Requires: rank < inside().
+  /// Bounds of the key of a rank among the keys inside, which are equal if it is known. A value of
+  /// 0 is -0 if all zeros are. Requires: rank < inside().
   Interval find(std::uint64_t rank) const;
 
-  /// As find(), but of the distances from another center: nothing unless they decide.
+  /// Like find(), for the distances from another center. Nothing if the kept values don't decide.
   std::optional<double> find_about(double center, std::uint64_t rank, std::uint64_t n) const;
 
   /// How many keys inside are at most `bound`, or nothing if that is not known. Requires: the bound

@@ -19,7 +19,7 @@ namespace vostrel {
 /// Collects the bytes of numbers and texts.
 class ByteWriter {
  public:
-  /// Seven bits in each byte, the lowest first, so that small integers are short.
+  /// Seven bits in each byte, the lowest first: small integers are short.
   void integer(std::uint64_t value) {
     for (; value >= 0x80; value >>= 7) bytes_.push_back(static_cast<char>(value | 0x80));
     bytes_.push_back(static_cast<char>(value));

@@ -18,7 +18,7 @@ struct Product {
   bool operator==(const Product& other) const = default;
 };
 
-/// As product(), for compilers without integers of 128 bits.
+/// Like product(), for compilers without integers of 128 bits.
 constexpr Product product_by_halves(std::uint64_t a, std::uint64_t b) {
   constexpr std::uint64_t kLow = 0xffffffff;
   const std::uint64_t low = (a & kLow) * (b & kLow);

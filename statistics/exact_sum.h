@@ -1,4 +1,4 @@
-// Sums that don't depend on the order of what is added.
+// Sums that are independent of order.
 
 #ifndef VOSTREL_STATISTICS_EXACT_SUM_H
 #define VOSTREL_STATISTICS_EXACT_SUM_H

@@ -34,13 +34,13 @@ class Histogram {
   void write(ByteWriter& out) const;
   static Histogram read(ByteReader& in);
 
-  /// The place of the bucket of `value`, below places(). For an exponent that has not occurred, a
-  /// place below 128, which no bucket uses.
+  /// The index of the bucket of `value`, below places(). For an exponent that has not occurred, an
+  /// index below 128, which no bucket uses.
   std::size_t place(double value) const {
     const std::uint64_t bits = std::bit_cast<std::uint64_t>(value) >> kShift;
     return (std::size_t{row_of_[bits >> kFractionBits]} << kFractionBits) + (bits & (kRow - 1));
   }
-  /// One more than the highest place.
+  /// One more than the highest index.
   std::size_t places() const { return counts_.size(); }
 
   /// A bucket that holds values.
@@ -73,8 +73,8 @@ class Histogram {
   std::vector<std::uint64_t> counts_ = std::vector<std::uint64_t>(kRow);
 };
 
-/// Estimates from the buckets of a histogram. Inside a bucket the density of values is taken as
-/// linear, with a slope that its neighbours suggest.
+/// Estimates from the buckets of a histogram. Assumes a linear density of values inside a bucket,
+/// with a slope from its neighbours.
 class Guess {
  public:
   explicit Guess(const std::vector<Histogram::Bucket>& buckets) : buckets_(buckets) {}

@@ -1,4 +1,4 @@
-// The four metrics by which LSST's photometric-redshift pipelines judge point estimates.
+// The four metrics of point estimates in LSST's photometric-redshift pipelines.
 
 #ifndef VOSTREL_STATISTICS_LSST_H
 #define VOSTREL_STATISTICS_LSST_H

@@ -16,16 +16,16 @@ namespace vostrel {
 /// book rounds it.
 inline constexpr double kIqrFactor = 1.349;
 
-/// The two neighbouring ranks that a percentile lies between, and how far it is from the lower one.
+/// The two neighbouring ranks around a percentile, and its position between them, from 0 to 1.
 struct PercentilePlace {
   std::uint64_t lower;
   std::uint64_t upper;
   double part;
 };
 
-/// The place of a percentile among n values: numpy.percentile's method "linear", which is number 7
-/// of R. J. Hyndman and Y. Fan, "Sample quantiles in statistical packages", 1996.
-/// Requires: n > 0 and 0 <= percent <= 100.
+/// The position of a percentile among n values: numpy.percentile's method "linear", which is number
+/// 7 of R. J. Hyndman and Y. Fan, "Sample quantiles in statistical packages", 1996. Requires: n > 0
+/// and 0 <= percent <= 100.
 inline PercentilePlace percentile_place(std::uint64_t n, double percent) {
   const double place = percent / 100 * static_cast<double>(n - 1);
   const double floor = std::floor(place);

@@ -16,8 +16,8 @@
 
 namespace vostrel {
 
-/// Answers questions about values that are not kept: the value of a rank, the distance of a rank
-/// from a center, and how many values lie beyond a bound. All answers are exact.
+/// Answers questions about values that are not stored: the value at a rank, the distance at a rank
+/// from a center, and the number of values beyond a bound. All answers are exact.
 ///
 ///     vostrel::Search search;
 ///     for (each value) search.count(value);
@@ -29,11 +29,11 @@ namespace vostrel {
 ///     }
 ///     search.value(median)
 ///
-/// The first pass makes a histogram of the values' leading bits. It tells for each rank the bucket
-/// that is certain to hold its value, and where in the bucket the value probably is. The next pass
-/// counts the values of the bucket in cells and keeps those in the probable ones. If the rank is
-/// not among them, a further pass takes the cell that holds it in place of the bucket. So guesses
-/// decide how many passes are needed, never the answers.
+/// The first pass makes a histogram of the values' leading bits. For each rank it gives the bucket
+/// that contains the value, and the probable position in the bucket. The next pass counts the
+/// values of the bucket in cells and keeps those in the probable cells. If the rank is not among
+/// them, a further pass searches the cell that contains it instead of the bucket. Guesses affect
+/// the number of passes, never the answers.
 ///
 /// The values may come in any order and in any blocks. Each pass must see the same values. NaN is
 /// left out. Infinities count like other values.
@@ -69,10 +69,10 @@ class Search {
   /// @param bound  where the bound is expected to lie.
   Question beyond(Interval bound);
 
-  /// Changes where the bound of beyond() is expected, for the next pass.
+  /// Changes the expected bound of beyond(), for the next pass.
   void expect(Question question, Interval bound);
 
-  /// Where the answer to rank() is expected.
+  /// The expected answer to rank().
   Interval expected(Question question) const { return asked_[question].likely; }
 
   // ---- further passes ----
@@ -87,7 +87,7 @@ class Search {
   void sift(std::span<const double> values);
 
   /// Ends the pass.
-  /// @throws std::invalid_argument if a rank is not where it must be: the values have changed.
+  /// @throws std::invalid_argument if the values have changed between passes.
   void end_pass();
 
   // ---- answers ----
@@ -115,11 +115,11 @@ class Search {
 
   // ---- states ----
 
-  /// Adds what another search has counted or sifted in the same pass.
+  /// Adds the values of another search in the same pass.
   /// @throws std::invalid_argument if the other is not in the same pass.
   void merge(const Search& other);
 
-  /// The same pass with nothing added.
+  /// An empty search in the same pass.
   Search fresh() const;
 
   void write(ByteWriter& out) const;

@@ -1,4 +1,4 @@
-// The statistics by which an estimate is judged against a reference.
+// Error statistics of estimates against reference values.
 //
 //     std::vector<double> zspec = ..., zphot = ...;
 //     const vostrel::PointStatistics s = vostrel::point_statistics(zspec, zphot);
@@ -67,8 +67,8 @@ inline constexpr std::array<Statistic, 11> kStatistics = {{
 /// All statistics of both residuals. Entry i of both arrays belongs to the same object.
 ///
 /// Sums run in index order. NaN and infinities propagate into the results. If a residual is NaN,
-/// the medians are those of median() below. Takes time in proportion to n, and little memory beyond
-/// the arrays unless a residual is NaN.
+/// the medians are those of median() below. The time is proportional to n. Needs little memory
+/// beyond the arrays unless a residual is NaN.
 ///
 /// @throws std::invalid_argument if the arrays differ in length.
 PointStatistics point_statistics(std::span<const double> reference,
@@ -76,7 +76,7 @@ PointStatistics point_statistics(std::span<const double> reference,
 
 // ---- further numbers ----------------------------------------------------------------------------
 
-/// What is asked for beyond the numbers that are always there.
+/// Additional numbers to compute.
 struct Extras {
   std::vector<double> percentiles;  ///< From 0 to 100.
   std::vector<double> outliers;     ///< Bounds of |r|, 0 or more.
@@ -109,14 +109,14 @@ struct ExtendedStatistics {
   LsstMetrics lsst;       ///< Of the error e.
 };
 
-/// As point_statistics(), with the further numbers, from the same passes over the arrays.
+/// Like point_statistics(), with the further numbers, from the same passes over the arrays.
 ///
 /// @throws std::invalid_argument if the arrays differ in length, a percentile is not between 0 and
 ///         100, or a bound is negative or NaN.
 ExtendedStatistics extended_statistics(std::span<const double> reference,
                                        std::span<const double> estimate, const Extras& extras = {});
 
-// ---- the pieces ---------------------------------------------------------------------------------
+// ---- single statistics --------------------------------------------------------------------------
 //
 // The medians order the values as this sort does:
 //
@@ -125,9 +125,9 @@ ExtendedStatistics extended_statistics(std::span<const double> reference,
 //         if (a[j] > a[j + 1]) swap(a[j], a[j + 1]);
 //
 // The median is the middle value, or half the sum of the two middle values if n is even. Without
-// NaN that is the usual median. A NaN stays in its place and no value moves past it, so the values
+// NaN that is the usual median. A NaN stays where it is and no value moves past it: the values
 // before and after it are sorted separately.
-// All four take linear time, leave the values as they are, and return NaN if there are none.
+// All four take linear time, don't change the values, and return NaN if there are none.
 
 /// The median of the values.
 double median(std::span<const double> values);

@@ -1,4 +1,4 @@
-// Everything that is found out about one residual, in several passes over blocks of its values.
+// All numbers of one residual, from several passes over blocks of its values.
 
 #ifndef VOSTREL_STATISTICS_TALLY_H
 #define VOSTREL_STATISTICS_TALLY_H
@@ -29,7 +29,7 @@ inline constexpr bool kIsExact = std::is_same_v<Sum, ExactSum>;
 /// The most objects in a block.
 inline constexpr std::size_t kMostInBlock = 1024;
 
-/// The residuals of a block of objects. They are computed where they are used: a division takes
+/// The residuals of a block of objects. They are computed at the moment of use: a division takes
 /// long, and other work fills the time.
 struct ResidualsOfObjects {
   std::span<const double> reference;
@@ -52,7 +52,7 @@ struct KeptResiduals {
   std::uint64_t hash(std::size_t /*i*/) const { return 0; }  // taken when they were kept
 };
 
-/// What is asked about a residual beyond its 11 statistics.
+/// The numbers to compute for a residual beyond its 11 statistics.
 struct Wanted {
   Wanted() = default;
   /// Asks for the quantiles.

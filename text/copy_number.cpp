@@ -29,7 +29,7 @@ CopiedNumber copy_scientific(const char* text, char* out) {
   return {e + 4, internal::write_six_digits(six, static_cast<std::size_t>(decade), out)};
 }
 
-// Copies the number at the start of a field, after blanks: digits, a point, perhaps an exponent.
+// Copies the number at the start of a field, after spaces: digits, a point, perhaps an exponent.
 // Returns kNotCopied for any other number.
 CopiedNumber copy_leading_number(const char* text, char* out) {
   const char* number = text;
@@ -38,7 +38,7 @@ CopiedNumber copy_leading_number(const char* text, char* out) {
   const char* const magnitude = number + negative;
   *out = '-';
   CopiedNumber copied = kNotCopied;
-  // If there are no blanks and no minus, copy_number has tried this.
+  // If there are no spaces and no minus, copy_number has tried this.
   if (magnitude != text) copied = copy_small_decimal(magnitude, out + negative);
   if (copied.read_end == nullptr) copied = copy_scientific(magnitude, out + negative);
   if (copied.read_end != nullptr) return copied;

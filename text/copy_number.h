@@ -89,7 +89,7 @@ CopiedNumber copy_any_number(const char* text, char separator, char* out);
 ///
 /// Returns the end of the field and of the text written. Returns kNotCopied if the field is empty,
 /// holds a NUL after its number, or is longer than kShortText and not such a simple number.
-/// Requires the same as read_field and write_double, and a separator other than a blank.
+/// Requires the same as read_field and write_double, and a separator other than a space.
 inline CopiedNumber copy_number(const char* text, char separator, char* out) {
   const CopiedNumber copied = copy_small_decimal(text, out);
   if (copied.read_end != nullptr && (*copied.read_end == separator || *copied.read_end == '\n')) {

@@ -55,7 +55,7 @@ inline const char* read_positive_decimal(const char* text, double& value) {
 }  // namespace internal
 
 /// Reads a decimal number: an optional minus, up to eight digits, and optionally a point with up to
-/// eight more digits. There must be a digit, and a character below '0' (comma, blank, line end,
+/// eight more digits. There must be a digit, and a character below '0' (comma, space, line end,
 /// ...) after the number.
 ///
 /// Returns the end of the number and sets `value` to what std::atof returns. Returns nullptr and
@@ -76,7 +76,7 @@ inline const char* read_decimal(const char* text, double& value) {
 /// prefix that is a number, and returns 0 if there is none.
 ///
 /// Requires kTextPadding readable bytes after the text, the first of which can't continue a number
-/// (comma, blank, line end and NUL can't).
+/// (comma, space, line end and NUL can't).
 /// Throws std::bad_alloc if the text is longer than kShortText and there is no memory for a copy.
 inline double read_double(std::string_view text) {
   double value;

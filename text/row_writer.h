@@ -44,21 +44,21 @@ class RowNumber {
   char last_ = '0';  // the last digit
 };
 
-/// Writes numbered rows to a file: the row number, a blank, the first value, a blank, the second
+/// Writes numbered rows to a file: the row number, a space, the first value, a space, the second
 /// value, a newline. Values are written as by write_double.
 ///
-/// Rows are collected and written in blocks, so that the file never ends within a row. Call flush()
-/// before you wait or end. As with any stream, nothing more is written after a write that failed.
+/// Rows are collected and written in blocks of whole rows: the file never ends within a row. Call
+/// flush() before you wait or end. As with any stream, nothing is written after a failed write.
 class RowWriter {
  public:
   /// Creates or truncates the file. A failure is not reported.
   explicit RowWriter(const char* name);
 
-  /// The room for the two values of a row and the blank between them.
+  /// The bytes for the two values of a row and the space between them.
   static constexpr std::size_t kValuesRoom = 2 * kNumberRoom + 1;
 
-  /// Begins a row. Returns where to write its two values with a blank between them; kValuesRoom
-  /// bytes are writable there. If the row before was not ended, this one takes its place.
+  /// Begins a row. Returns where to write its two values with a space between them; kValuesRoom
+  /// bytes are writable there. Replaces an unfinished row.
   char* begin_row() {
     if (row_ > last_row_) flush();
     char* const out = number_.write(row_);
@@ -77,7 +77,7 @@ class RowWriter {
   void flush();
 
  private:
-  // A row number, a blank, two values and a newline.
+  // A row number, a space, two values and a newline.
   static constexpr std::size_t kRowRoom = 16 + 1 + kValuesRoom + 1;
 
   std::ofstream file_;

@@ -9,8 +9,8 @@
 namespace vostrel {
 
 /// The field at a position of a line, counted from 1. Several commas separate like one, so an empty
-/// field doesn't count. After the last field, counting goes on at the start of the line, as often
-/// as needed. If the line ends with a comma, each round has one more position, which has no text.
+/// field doesn't count. After the last field, counting goes on at the start of the line, repeatedly
+/// if needed. If the line ends with a comma, each round has one more position, which has no text.
 ///
 /// Returns nothing for a position without text, and for every position in a line of commas.
 /// Takes time proportional to the line's length, for any position.

@@ -26,7 +26,7 @@ struct Columns {
 };
 
 // Reads the first of `lines`, fast, if it has the form that RowWriter writes: an ID of at most
-// eight digits, a blank, a value, a blank, a value, a newline. Does nothing and returns false for
+// eight digits, a space, a value, a space, a value, a newline. Does nothing and returns false for
 // any other.
 bool read_simple_line(std::string_view& lines, vostrel::SteadyIntegers& ids,
                       const Columns& columns) {

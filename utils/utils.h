@@ -1,5 +1,5 @@
 // The class UTILS: one data set of reference and estimated values (usually spectroscopic and
-// photometric redshifts), its residuals, and the statistics by which the estimate is judged.
+// photometric redshifts), its residuals, and their error statistics.
 //
 // A program uses it in this order:
 //
@@ -28,7 +28,7 @@
 /// and the median statistics. The outlier members are percentages, 0 to 100. Arithmetic is in
 /// double precision. loadInputFile rounds the values to six significant digits.
 ///
-/// Each method lists the members it reads and writes; it touches no others. The computing methods
+/// Each method lists the members it reads and writes; it uses no others. The computing methods
 /// check nothing and report nothing. NaN and infinities propagate into the results.
 ///
 /// Messages go to standard output. A file that can't be written is not reported.
@@ -47,7 +47,7 @@ class UTILS {
   /// Writes: headerFlag, nameInputFile, nameInternalFile ("internal.txt" in the working directory,
   /// until setNameInputFile changes it), nameOutputFile, col1, col2.
   ///
-  /// The two names are borrowed, not copied and not freed: they must outlive their use.
+  /// The two names are borrowed, not copied and not freed: they must outlive the object.
   ///
   /// @param header           1 if the table begins with a header line; any other value if not.
   /// @param inputFile        the user's comma-separated table.
@@ -78,8 +78,8 @@ class UTILS {
   /// @return 0 if the table was copied; -1 if it can't be opened; -10 if col1 or col2 exceeds the
   ///         number of columns; -20 if col1 is below 1 or not below col2. Unless 0 is returned, an
   ///         existing intermediate file stays as it was.
-  /// @throws std::out_of_range if only commas are left of a line where a needed field should begin.
-  ///         The rows before that line are in the intermediate file.
+  /// @throws std::out_of_range if a chosen field would begin after the last comma of a line. The
+  ///         rows before that line are in the intermediate file.
   int loadInputFile();
 
   /// Appends the rows of the intermediate file ("ID zspec zphot", single spaces) to id, zspec and
@@ -158,10 +158,10 @@ class UTILS {
   /// @}
 
   /// @name Medians
-  /// Of all residuals, whatever the count of id. The median is the middle value in ascending order,
-  /// or half the sum of the two middle values. The order is that of a bubble sort: a NaN stays in
-  /// its place and nothing moves past it, so the values before and after it are sorted separately;
-  /// equal values (the two zeros) keep their order. Without values the median is NaN.
+  /// Of all residuals, regardless of the count of id. The median is the middle value in ascending
+  /// order, or half the sum of the two middle values. The order is that of a bubble sort: a NaN
+  /// stays where it is and nothing moves past it, and the values before and after it are sorted
+  /// separately; equal values (the two zeros) keep their order. Without values the median is NaN.
   /// Requires: the residuals have been calculated.
   /// Throws: std::bad_array_new_length for more than 2147483647 residuals or a negative n.
   /// @{
@@ -169,7 +169,7 @@ class UTILS {
   /// The median of the first n values. Doesn't touch the object.
   ///
   /// @param values  the values; entries beyond n are ignored.
-  /// @param n       how many of them count; must not exceed the size of values.
+  /// @param n       the number of values to use; must not exceed the size of values.
   /// @return the median; NaN if n is 0.
   /// @throws std::bad_array_new_length if n is negative.
   double CalculateMedian(std::vector<double> values, int n) const;
@@ -177,7 +177,7 @@ class UTILS {
   /// The median of the absolute values of the first n values. Doesn't touch the object.
   ///
   /// @param values  the values; entries beyond n are ignored.
-  /// @param n       how many of them count; must not exceed the size of values.
+  /// @param n       the number of values to use; must not exceed the size of values.
   /// @return the median; NaN if n is 0.
   /// @throws std::bad_array_new_length if n is negative.
   double CalculateAbsMedian(std::vector<double> values, int n) const;
@@ -212,10 +212,10 @@ class UTILS {
   /// @}
 
   /// @name Outliers
-  /// Percentages of all residuals, whatever the count of id: (count / n) * 100. Measured from zero,
-  /// strictly greater; a residual beyond 4 sigma counts in all four. NaN without residuals.
+  /// Percentages of all residuals, regardless of the count of id: (count / n) * 100. Measured from
+  /// zero, strictly greater; a residual beyond 4 sigma counts in all four. NaN without residuals.
   /// Requires: the residuals and their sigma have been calculated, and this method has not run. The
-  /// count starts from what the five members hold: a second call adds to the percentages of the
+  /// count starts from the values of the five members: a second call adds to the percentages of the
   /// first and divides the sums by n again.
   /// @{
 

@@ -1,4 +1,4 @@
-// Judges estimates that are in memory: those of catalogue.txt.
+// Prints error statistics of estimates in memory: those of catalogue.txt.
 
 #include <vostrel/statistics.h>
 

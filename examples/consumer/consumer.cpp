@@ -1,4 +1,4 @@
-// Judges the estimates of a three-column file (ID, reference, estimate; separated by spaces).
+// Prints error statistics of a three-column file (ID, reference, estimate; separated by spaces).
 
 #include <vostrel/utils.h>
 

@@ -86,7 +86,7 @@ std::size_t Rows::choose(std::size_t count) {
   return kept;
 }
 
-// Copies the kept objects to the front of the room.
+// Copies the kept objects to the front of the buffer.
 void Rows::compact(std::size_t count) {
   for (std::size_t c = 0; c < columns_.size(); ++c) {
     std::size_t kept = 0;

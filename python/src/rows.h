@@ -21,7 +21,7 @@ struct Block {
   std::span<const double> nan_by;    ///< `by` of the objects that are left out as NaN.
 };
 
-/// Reads columns of one length block by block, as often as needed.
+/// Reads columns of one length block by block, repeatedly if needed.
 ///
 ///     do { rows.rewind(); while (rows.next()) use(rows.block()); } while (...);
 class Rows {
