@@ -92,7 +92,8 @@ endif()
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE CITATION.cff CODE_OF_CONDUCT.md
   DESTINATION ${vostrel_doc_dir} COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${vostrel_doc_dir} COMPONENT runtime
-  FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg")
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg"
+  PATTERN reference EXCLUDE PATTERN site EXCLUDE)  # these are for Sphinx
 install(FILES examples/redshifts.csv DESTINATION ${vostrel_doc_dir}/examples COMPONENT runtime)
 install(DIRECTORY examples/consumer DESTINATION ${vostrel_doc_dir}/examples COMPONENT dev)
 
@@ -110,7 +111,7 @@ endforeach()
 configure_file(docs/Doxyfile.in docs/Doxyfile @ONLY)
 add_custom_target(vostrel_doc_api
   COMMAND doxygen ${CMAKE_CURRENT_BINARY_DIR}/docs/Doxyfile
-  COMMENT "API reference in ${CMAKE_CURRENT_BINARY_DIR}/doc-api/html/index.html" VERBATIM)
+  COMMENT "API reference in ${CMAKE_CURRENT_BINARY_DIR}/doc-api/html/annotated.html" VERBATIM)
 
 # ---- the Debian packages: cpack, from a build with -DCMAKE_INSTALL_PREFIX=/usr -------------------
 

@@ -14,6 +14,7 @@
 #include <span>
 #include <vector>
 
+/// The statistics of arrays in memory, and of data that come in chunks.
 namespace vostrel {
 
 /// The statistics of one residual r of n objects. Outliers are percentages, 0 to 100. The others
@@ -154,7 +155,8 @@ constexpr std::array<double, 5> outlier_bounds(double sigma) {
 
 /// For each of the outlier_bounds, the number of values with |value| > bound. A comparison with NaN
 /// is false.
-/// @param sigma  the standard deviation of the values.
+/// @param values  residuals.
+/// @param sigma  their standard deviation.
 std::array<std::uint64_t, 5> count_outliers(std::span<const double> values, double sigma);
 
 /// `count` of `n` in percent, computed as (count / n) * 100. NaN if both are 0.
