@@ -19,7 +19,7 @@ Bins::Bins(std::vector<double> edges) : edges_(std::move(edges)) {
   const bool nan =
       std::any_of(edges_.begin(), edges_.end(), [](double e) { return std::isnan(e); });
   if (edges_.size() < 2 || !ascending || nan) {
-    throw std::invalid_argument("edges must be two or more numbers, none below the one before");
+    throw std::invalid_argument("edges must be two or more numbers in ascending order");
   }
   constexpr std::size_t kCellsPerBin = 16;  // so that most cells have no edge
   cells_.resize(kCellsPerBin * size());

@@ -1,4 +1,4 @@
-// The statistics of objects in bins of some quantity.
+// Statistics of objects in bins of a quantity.
 
 #ifndef VOSTREL_ANALYSIS_BINNED_H
 #define VOSTREL_ANALYSIS_BINNED_H
@@ -24,10 +24,10 @@ class Bins {
  public:
   static constexpr std::uint32_t kOutside = 0xffffffff;
 
-  /// Between equal edges a bin holds nothing, except the last bin, which holds its edge.
+  /// A bin between equal edges is empty, except the last bin, which holds its edge.
   ///
   /// @param edges  two or more, none NaN, none smaller than the one before.
-  /// @throws std::invalid_argument if they are not like that.
+  /// @throws std::invalid_argument on other edges.
   explicit Bins(std::vector<double> edges);
 
   /// Returns the bin that holds the value, counted from 0, or kOutside. NaN is outside.
@@ -90,13 +90,13 @@ class BinnedAccumulator {
 
   /// Ends the pass. If `checkpoint` throws, don't use the object any more.
   /// @return needs_another_pass().
-  /// @throws std::invalid_argument if the objects are not those of the first pass.
+  /// @throws std::invalid_argument if the objects differ from those of the first pass.
   bool end_pass(const Checkpoint& checkpoint = [] {});
 
   /// Whether another pass over the data is needed. True for a new object.
   bool needs_another_pass() const;
 
-  /// The number of objects, in bins or not: during the first pass those so far, then all.
+  /// The number of objects, in bins or not: during the first pass those added so far, later all.
   std::uint64_t size() const;
 
   /// These are like those of Accumulator. Requires: exact sums.
@@ -157,7 +157,7 @@ class BinnedObjects {
 
   const Bins& bins() const { return bins_; }
 
-  /// The columns of a bin's objects, as many as have been added.
+  /// The columns of the objects added to a bin.
   std::span<const double> reference(std::size_t bin) const { return parts_[bin].reference; }
   std::span<const double> estimate(std::size_t bin) const { return parts_[bin].estimate; }
 

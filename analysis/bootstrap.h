@@ -36,13 +36,13 @@ struct Replicate {
 /// outlier counts bit for bit, bias, sigma and RMS within rounding errors, which are at most
 /// 2e-11 + 1e-15 n of the RMS.
 ///
-/// A resample is represented by counts: how often each object is drawn. A median of a resample lies
-/// near that of all objects. So only the objects in a window about each median, and about each
-/// multiple of sigma, are sorted, and only once. For each window, the objects drawn from below its
-/// middle are counted. The answer is a few entries from there. If an answer isn't in its
+/// A resample is represented by counts: the number of draws of each object. A median of a resample
+/// lies near that of all objects. Therefore only the objects in a window about each median, and
+/// about each multiple of sigma, are sorted, and only once. For each window, the objects drawn from
+/// below its middle are counted. The answer is a few entries from there. If an answer isn't in its
 /// window, or if rounding could decide it, Accumulator computes the resample.
 ///
-/// If groups are drawn, the sums and the counts of each group are taken once, and those of a
+/// If groups are drawn, the sums and the counts of each group are computed once, and those of a
 /// resample are the sums over its groups.
 class Bootstrap {
  public:
@@ -50,7 +50,7 @@ class Bootstrap {
   Bootstrap(std::span<const double> reference, std::span<const double> estimate,
             std::uint64_t seed);
 
-  /// Draws whole groups, as many as there are. An object is in a resample as often as its group.
+  /// Draws group_count whole groups. Each draw of a group draws all its objects.
   /// @param groups  the group of each object, from 0 to group_count - 1.
   /// Requires: as above. Each group has an object. `groups` stays valid, too.
   Bootstrap(std::span<const double> reference, std::span<const double> estimate, std::uint64_t seed,

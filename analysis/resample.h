@@ -70,7 +70,7 @@ class BlockDraws {
 /// probability.
 class Resample {
  public:
-  /// The number of items in a block, so that a position is one byte. The last block may have fewer.
+  /// The number of items in a block: a position is one byte. The last block may have fewer.
   static constexpr std::size_t kBlock = 256;
 
   /// Takes about log2(size / kBlock) / 4 random bits for each draw.
@@ -90,7 +90,7 @@ class Resample {
   std::vector<std::uint64_t> draws_;
 };
 
-/// The items of a resample in ascending order, each as often as it is drawn.
+/// The items of a resample in ascending order, repeated for repeated draws.
 std::vector<std::uint64_t> resample_indices(std::uint64_t seed, std::uint64_t number,
                                             std::size_t size);
 

@@ -1,4 +1,4 @@
-// The order statistics of resamples, found near those of all objects.
+// Finds the order statistics of resamples near those of all objects.
 
 #ifndef VOSTREL_ANALYSIS_WINDOWS_H
 #define VOSTREL_ANALYSIS_WINDOWS_H

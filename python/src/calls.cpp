@@ -26,13 +26,13 @@ Column column_of(const py::array& array) {
 }
 
 Column::Source source_of(py::handle slices) {
-  return [slices](std::size_t first, std::size_t count, double* room) {
+  return [slices](std::size_t first, std::size_t count, double* buffer) {
     const py::gil_scoped_acquire hold;
     const py::array_t<double, py::array::c_style> numbers = slices.attr("read")(first, count);
     if (numbers.size() != static_cast<py::ssize_t>(count)) {
       throw std::runtime_error("the values were changed while they were read");
     }
-    std::copy_n(numbers.data(), count, room);
+    std::copy_n(numbers.data(), count, buffer);
   };
 }
 
@@ -44,17 +44,17 @@ Column::Source source_of_chunks(const Arrays& arrays) {
     columns.push_back(column_of(array));
     ends.push_back((ends.empty() ? 0 : ends.back()) + static_cast<std::size_t>(array.size()));
   }
-  return [columns, ends](std::size_t first, std::size_t count, double* room) {
+  return [columns, ends](std::size_t first, std::size_t count, double* buffer) {
     auto chunk =
         static_cast<std::size_t>(std::upper_bound(ends.begin(), ends.end(), first) - ends.begin());
     for (; count != 0; ++chunk) {
       const std::size_t part = std::min(count, ends[chunk] - first);
       const std::size_t start = chunk == 0 ? 0 : ends[chunk - 1];
-      const double* const numbers = columns[chunk].read(first - start, part, room);
-      if (numbers != room) std::copy_n(numbers, part, room);
+      const double* const numbers = columns[chunk].read(first - start, part, buffer);
+      if (numbers != buffer) std::copy_n(numbers, part, buffer);
       first += part;
       count -= part;
-      room += part;
+      buffer += part;
     }
   };
 }

@@ -93,15 +93,15 @@ Column::Column(const char* data, std::ptrdiff_t stride, char kind, std::size_t s
                  stride == static_cast<std::ptrdiff_t>(sizeof(double));
 }
 
-const double* Column::read(std::size_t first, std::size_t count, double* room) const {
+const double* Column::read(std::size_t first, std::size_t count, double* buffer) const {
   if (source_) {
-    source_(first, count, room);
-    return room;
+    source_(first, count, buffer);
+    return buffer;
   }
   const char* const start = data_ + static_cast<std::ptrdiff_t>(first) * stride_;
   if (is_in_place_) return reinterpret_cast<const double*>(start);
-  convert_(start, stride_, count, room);
-  return room;
+  convert_(start, stride_, count, buffer);
+  return buffer;
 }
 
 const double* Column::in_place() const {

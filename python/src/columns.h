@@ -11,8 +11,8 @@ namespace vostrel::python {
 /// A one-dimensional array of numbers of some type, or another source of numbers. It owns neither.
 class Column {
  public:
-  /// Puts the numbers first ... first + count - 1 into `room`.
-  using Source = std::function<void(std::size_t first, std::size_t count, double* room)>;
+  /// Writes the numbers first ... first + count - 1 to `buffer`.
+  using Source = std::function<void(std::size_t first, std::size_t count, double* buffer)>;
 
   explicit Column(Source source);
 
@@ -25,8 +25,8 @@ class Column {
   Column(const char* data, std::ptrdiff_t stride, char kind, std::size_t size, bool swapped);
 
   /// Returns the numbers first ... first + count - 1: in place if the array is made of contiguous
-  /// doubles, else converted into `room`, which must hold `count`.
-  const double* read(std::size_t first, std::size_t count, double* room) const;
+  /// doubles, else converted into `buffer`, which must hold `count`.
+  const double* read(std::size_t first, std::size_t count, double* buffer) const;
 
   /// Returns all numbers if they are contiguous doubles, else a null pointer.
   const double* in_place() const;

@@ -1,5 +1,5 @@
-// What only vostrel.plot needs: rows of the intermediate file, normalized residuals, and the
-// program's numbers for values with NaN.
+// Helpers of vostrel.plot: rows of the intermediate file, normalized residuals, and the program's
+// numbers for values with NaN.
 
 #ifndef VOSTREL_PYTHON_SRC_PLOT_H
 #define VOSTREL_PYTHON_SRC_PLOT_H

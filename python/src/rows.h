@@ -37,9 +37,10 @@ class Rows {
   /// Starts another pass.
   void rewind();
 
-  /// Goes on to the next block, which may be empty. Returns false at the end.
-  /// @throws std::runtime_error at the end of a pass that had another number of objects than the
-  ///         one before: then the arrays have changed.
+  /// Moves to the next block, which may be empty. Returns false at the end.
+  /// @throws std::runtime_error at the end of a pass that saw a different number of objects from
+  /// the
+  ///         previous one: the arrays have changed.
   bool next();
 
   // The current block. Valid until next() or rewind().
