@@ -43,22 +43,29 @@ class Hdf5(Reader):
         shape = getattr(item, "shape", None)
         if not shape or len(shape) > 2 or (len(shape) == 2 and shape[1] != 1):
             return
-        if item.dtype.names is None:
-            self._found[path or item.name] = (item.name, None, item.dtype)
+        try:
+            kind = item.dtype
+        except TypeError:  # NumPy has no such type; whoever reads the column is told
+            self._found[path or item.name] = (item.name, None, None)
             return
-        for field in item.dtype.names:
-            if not item.dtype[field].shape:
+        if kind.names is None and not kind.shape:
+            self._found[path or item.name] = (item.name, None, kind)
+        for field in kind.names or ():
+            if not kind[field].shape:
                 name = f"{path}/{field}" if path else field
-                self._found[name] = (item.name, field, item.dtype[field])
+                self._found[name] = (item.name, field, kind[field])
 
     def columns(self) -> dict[str, str]:
+        kinds = {name: kind for name, (_, _, kind) in self._found.items()}
         return {
-            name: "text" if kind.kind == "O" else str(kind)
-            for name, (_, _, kind) in self._found.items()
+            name: "unknown" if kind is None else "text" if kind.kind == "O" else str(kind)
+            for name, kind in kinds.items()
         }
 
     def chunks(self, names: Sequence[str], text: Collection[str]) -> Iterator[Chunk]:
         with self._h5py.File(self.path, "r") as file:
+            for name in names:
+                self._check(file[self._found[name][0]], name)
             lengths = {name: file[self._found[name][0]].shape[0] for name in names}
             for name in names:
                 if lengths[name] != lengths[names[0]]:
@@ -74,6 +81,15 @@ class Hdf5(Reader):
             stored = any(file[self._found[name][0]].chunks for name in names)
             for part in (slices if stored else cached_slices)(self.rows, 8):
                 yield {name: self._read(file, name, part) for name in names}
+
+    def _check(self, data: Any, name: str) -> None:
+        """Raise an EvaluateError if a column is compressed in a way that h5py lacks."""
+        how = data.id.get_create_plist()
+        for i in range(how.get_nfilters()):
+            code, _, _, label = how.get_filter(i)
+            if not self._h5py.h5z.filter_avail(code):
+                raise EvaluateError(f"column {name!r} is compressed by {label.decode()}, which "
+                                    "h5py doesn't have; hdf5plugin may")
 
     def _in_place(self, file: Any, names: Sequence[str]) -> Optional[Chunk]:
         """Return the columns where the file holds them, or None if they must be read."""

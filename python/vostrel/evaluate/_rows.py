@@ -172,6 +172,8 @@ def as_doubles(name: str, values: NDArray[Any]) -> NDArray[np.float64]:
     if data.ndim != 1:
         raise EvaluateError(f"column {name!r} holds arrays, not one number an object")
     if data.dtype.kind not in "fiu":
-        found = kinds.get(data.dtype.kind, "text" if data.dtype.kind in "OSU" else "other values")
+        found = kinds.get(data.dtype.kind, "other values")
+        if data.dtype.kind in "SU" or (len(data) and isinstance(data[0], (str, bytes))):
+            found = "text"
         raise EvaluateError(f"column {name!r} holds {found}, not numbers")
     return np.asarray(data, np.float64)
