@@ -10,6 +10,7 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 
 from vostrel import _core
+from vostrel._exchange import has
 from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
 from vostrel._options import Numbers, check_flag, read_asked, read_integer, shown
 from vostrel._results import (
@@ -191,7 +192,7 @@ def _read_bins(bins: Any) -> tuple[str, Any]:
         return "count", read_integer("k of bins=('count', k)", bins[1], 1)
     if isinstance(bins, (str, bytes, dict, set)) or bins is None:
         raise TypeError(f"{wanted}, not {shown(bins)}")
-    if np.ndim(bins) == 0:
+    if not has(bins, "__arrow_c_stream__") and np.ndim(bins) == 0:
         return "width", read_integer("bins", bins, 1)
     columns = prepare("raise", None, bins=bins)
     edges: NDArray[np.float64] = np.array(columns.values[0], np.float64)

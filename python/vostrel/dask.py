@@ -10,7 +10,7 @@ from typing import Any, Union
 import numpy as np
 
 from vostrel._accumulator import Accumulator, BinnedAccumulator, ChunkNanPolicy
-from vostrel._inputs import check_dimension
+from vostrel._inputs import as_column
 from vostrel._options import Numbers, check_flag
 from vostrel._progress import Progress, Report, check_progress
 
@@ -331,9 +331,11 @@ def pair_blocks(**columns: Any) -> list[Block]:
     ValueError, TypeError
         If the columns are not collections, or their chunks can't be paired.
     """
+    columns = {
+        name: None if column is None else _checked(name, column)
+        for name, column in columns.items()
+    }
     given = {name: column for name, column in columns.items() if column is not None}
-    for name, column in given.items():
-        _check(name, column)
     if not any(map(dask.is_dask_collection, given.values())):
         raise TypeError(
             f"{', '.join(given)} are in memory already: use the function without .dask"
@@ -356,15 +358,16 @@ def pair_blocks(**columns: Any) -> list[Block]:
     ]
 
 
-def _check(name: str, column: Any) -> None:
-    """Raise an error unless this is a column."""
+def _checked(name: str, column: Any) -> Any:
+    """Return the column in one dimension. Raise an error if it is none."""
     if isinstance(column, (dask.array.Array, np.ndarray)):
-        check_dimension(name, column)
-    elif not _is_series(column):
+        return as_column(name, column)
+    if not _is_series(column):
         raise TypeError(
             f"{name} must be a one-dimensional dask array or a column of a dask DataFrame, "
             f"not {type(column).__name__}"
         )
+    return column
 
 
 def _is_series(column: Any) -> bool:

@@ -55,6 +55,17 @@ def test_columns(kind):
     assert vostrel.point_statistics(make(Z), make(P)) == vostrel.point_statistics(Z, P)
 
 
+EDGES = np.array([0.25, 0.6, 0.9, 1.5, 2, 3])
+
+
+@pytest.mark.parametrize("kind", [kind for kind in COLUMNS if "float" not in kind])
+def test_edges_and_what_the_bins_are_by(kind):
+    make = COLUMNS[kind]
+    expected = vostrel.binned_statistics(Z, P, Z + 0.25, bins=EDGES)
+    found = vostrel.binned_statistics(Z, P, make(Z + 0.25), bins=make(EDGES))
+    assert found.to_frame().equals(expected.to_frame())
+
+
 NULLS = {
     "pyarrow": pa.array,
     "pyarrow, part of an array": lambda v: pa.array([9.0] * 7 + v + [None])[7:-1],

@@ -175,6 +175,7 @@ def test_every_kind_of_collection(rng):
     assert statistics(a, e) == expected
     assert statistics(frame.r, frame.e) == expected
     assert statistics(frame.r.values, frame.e) == expected
+    assert statistics(a[:, None], e[:, None], mask=da.zeros((20_000, 1), dtype=bool)) == expected
 
     masked = vostrel.chunked_statistics([(r, e, r > 1)])
     assert statistics(a, b, mask=a > 1) == masked
@@ -250,7 +251,7 @@ def test_progress(rng, cluster):
         (np.ones(3), np.ones(3), TypeError, "in memory already"),
         (da.ones(3), [1, 1, 1], TypeError, "estimate must be a one-dimensional dask array"),
         (da.ones(3), delayed(5), TypeError, "estimate must be a one-dimensional dask array"),
-        (da.ones((3, 1)), da.ones(3), ValueError, "reference must have one dimension, but has 2"),
+        (da.ones((3, 2)), da.ones(3), ValueError, "reference must have one dimension, but has 2"),
         (da.ones(3), da.ones(4), ValueError, "reference and estimate differ in length: 3 and 4"),
         (da.ones(0), da.ones(0), ValueError, "there are no objects"),
         (da.ones(3)[da.ones(3) > 0], np.ones(3), ValueError, "call compute_chunk_sizes"),

@@ -13,6 +13,7 @@ import pybind11
 import pytest
 import vostrel
 from data_sets import LONG
+from vostrel import _core
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 
@@ -33,6 +34,33 @@ def test_import_loads_no_optional_library():
         "print(sorted({'pandas', 'astropy', 'matplotlib', 'scipy', 'dask'} & set(sys.modules)))"
     )
     assert run(sys.executable, "-c", script) == "[]\n"
+
+
+def test_import_takes_20_ms_over_numpy(tmp_path):
+    """Of processor time, where byte code is kept. A busy machine may need several attempts."""
+    script = (
+        "import time, numpy; start = time.process_time(); import vostrel; "
+        "print(time.process_time() - start)"
+    )
+    variables = {**os.environ, "PYTHONPYCACHEPREFIX": str(tmp_path), "PYTHONDONTWRITEBYTECODE": ""}
+    times = (float(run(sys.executable, "-c", script, env=variables)) for _ in range(30))
+    assert any(seconds <= 0.020 for seconds in times)
+
+
+def test_a_build_for_numpy_1_says_so_under_numpy_2():
+    """pybind11 before 2.12, such as Debian's, doesn't know NumPy 2."""
+    script = (
+        "import importlib.util, sys, types\n"
+        "sys.modules['numpy'] = types.SimpleNamespace(__version__='2.4.0')\n"
+        f"spec = importlib.util.spec_from_file_location('vostrel._core', {_core.__file__!r})\n"
+        "try: importlib.util.module_from_spec(spec)\n"
+        "except ImportError as error: print(error)"
+    )
+    if pybind11.version_info[:2] >= (2, 12):
+        pytest.skip("this build knows NumPy 2")
+    message = run(sys.executable, "-c", script)
+    assert "built with pybind11 before 2.12, which doesn't know NumPy 2.4.0" in message
+    assert message.endswith(": build it again with a newer one\n")
 
 
 def test_stages_without_rail_say_what_they_need():
