@@ -39,7 +39,10 @@ residual() {
   asttable "${inputs[@]}" --txtf64format=exp --txtf64precision=9 \
     --column="arith $1 set-d $program" > "$2"
 }
+# The columns $1 and $2 are those of asttable.
+# shellcheck disable=SC2016
 residual '$1 $2 -' "$work/delta" & job=$!
+# shellcheck disable=SC2016
 residual '$1 $2 - $1 1 + /' "$work/norm"
 wait "$job"
 

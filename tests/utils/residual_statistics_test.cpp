@@ -205,7 +205,7 @@ class EachResidual : public testing::TestWithParam<Residual> {
   static constexpr double kOtherStatistic = -98765;
 };
 
-INSTANTIATE_TEST_SUITE_P(, EachResidual, testing::Values(kDelta, kDeltaNorm),
+INSTANTIATE_TEST_SUITE_P(Of, EachResidual, testing::Values(kDelta, kDeltaNorm),
                          [](const auto& test) { return std::string(test.param.name); });
 
 struct Moments {
