@@ -202,8 +202,10 @@ TEST(BinnedObjects, ChangedValuesAreRejected) {
   const std::vector<double> after = {0.5, 0.5};
   objects.count(before);
   EXPECT_THROW(objects.add(after, after, after), std::invalid_argument);
-  EXPECT_THROW(objects.add(before, after, {}), std::invalid_argument);
-  EXPECT_THROW(objects.add(before, {}, before), std::invalid_argument);
+  BinnedObjects others(Bins({0, 1, 2}));
+  others.count(before);
+  EXPECT_THROW(others.add(before, after, {}), std::invalid_argument);
+  EXPECT_THROW(others.add(before, {}, before), std::invalid_argument);
 }
 
 }  // namespace

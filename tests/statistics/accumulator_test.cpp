@@ -191,6 +191,16 @@ TEST(InOrderAccumulator, TerminatesForNearlyEqualDistances) {
   expect_the_class(drawn(random, 100000, 17), random, "rounded distances");
 }
 
+// Distances from it are NaN for one half, so the order of the objects decides.
+TEST(InOrderAccumulator, MatchesUtilsForAMedianOfAnInfinityAndANumber) {
+  Random random;
+  Data data{Values(20000, 1), Values(20000)};
+  for (std::size_t i = 0; i < 20000; ++i) {
+    data.estimate[i] = i / 5000 % 3 == 0 ? kInfinity : random.fraction();
+  }
+  expect_the_class(data, random, "half of them infinite");
+}
+
 // A few groups of values near 1, and at about the same distance to both sides. Each is in one or
 // two buckets, which tell little of where its values are.
 Data groups(Random& random) {
@@ -516,6 +526,25 @@ void expect_plain(const vostrel::LsstMetrics& found, const Values& errors) {
   EXPECT_EQ(found.sigma_iqr, iqr);
   EXPECT_EQ(found.sigma_mad, middle_of(sorted(distances(errors, found.bias))) * 1.4826);
   EXPECT_EQ(found.outlier_rate, share_beyond(errors, std::max(0.06, 3 * iqr)));
+}
+
+TEST(ExtendedStatistics, AreNegativeZeroOnlyIfAllZerosAre) {
+  for (const std::size_t n : {3U, 20000U}) {
+    for (const double zero : {0.0, -0.0}) {
+      Values residuals(n, -0.0);
+      residuals.front() = zero;
+      residuals.back() = 1;
+      const Values zeros(n);
+      vostrel::Accumulator passes(vostrel::Extras{});
+      do {
+        passes.add(residuals, zeros);
+        passes = vostrel::Accumulator::from_bytes(passes.to_bytes());
+      } while (passes.end_pass());
+      const auto in_memory = vostrel::extended_statistics(residuals, zeros, {});
+      EXPECT_EQ(bits_of(in_memory.delta.median), bits_of(zero));
+      EXPECT_EQ(bits_of(passes.extended_result().delta.median), bits_of(zero));
+    }
+  }
 }
 
 TEST(ExtendedStatistics, MatchSortingInMemoryAndInBlocks) {
