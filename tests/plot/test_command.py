@@ -317,11 +317,11 @@ class Terminal(io.StringIO):
 
 def test_progress_is_shown_on_a_terminal_after_a_while():
     quick, slow, file = Terminal(), Terminal(), io.StringIO()
-    _command.Progress(quick, patience=60).show("reading")
+    _command.ProgressLine("vostrel-plot", quick, patience=60).show("reading")
     assert quick.getvalue() == ""
-    _command.Progress(file, patience=0).show("reading")
+    _command.ProgressLine("vostrel-plot", file, patience=0).show("reading")
     assert file.getvalue() == ""
-    progress = _command.Progress(slow, patience=0)
+    progress = _command.ProgressLine("vostrel-plot", slow, patience=0)
     progress.show("reading")
     assert slow.getvalue().endswith("vostrel-plot: reading")
     progress.clear()
@@ -332,9 +332,9 @@ def test_progress_is_shown_on_a_terminal_after_a_while():
     (FOUR, 0, ""), (FOUR + "4 1", 2, "vostrel-plot: 'internal.txt', line 5: ")])
 def test_terminal_is_left_clean(monkeypatch, text, status, last):
     write(text)
-    terminal, patient = Terminal(), _command.Progress
+    terminal, patient = Terminal(), _command.ProgressLine
     monkeypatch.setattr(sys, "stderr", terminal)
-    monkeypatch.setattr(_command, "Progress", lambda: patient(patience=0))
+    monkeypatch.setattr(_command, "ProgressLine", lambda name: patient(name, patience=0))
     monkeypatch.setattr(_reading, "BLOCK", 8)
     assert _command.main([]) == status
     *shown, end = terminal.getvalue().split("\r\033[K")

@@ -13,6 +13,7 @@ from collections.abc import Callable, Sequence
 from contextlib import ExitStack
 from typing import Any, NoReturn
 
+from vostrel._commands import ProgressLine
 from vostrel._core import VERSION
 from vostrel.evaluate._compute import Options, evaluate
 from vostrel.evaluate._errors import EvaluateError, one_line, printable
@@ -48,38 +49,24 @@ class Parser(argparse.ArgumentParser):
         raise EvaluateError(f"{message} (see {PROGRAM} --help)")
 
 
-class Progress:
-    """Shows on a terminal what is being done, once the work takes more than a second."""
-
-    def __init__(self) -> None:
-        self._due = time.monotonic() + 1
-        self._shown = False
+class Progress(ProgressLine):
+    """Shows how much is done, ten times a second at most."""
 
     def __call__(self, what: str, done: int, total: int | None) -> None:
         """Replace the line."""
-        now = time.monotonic()
-        if now < self._due or not sys.stderr.isatty():
+        if time.monotonic() < self.due:
             return
         text = f"{what}: {done:,}"
         if total:
             filled = min(20, 20 * done // total)
             text = f"{what} [{'#' * filled}{'.' * (20 - filled)}] {done:,} of {total:,}"
-        sys.stderr.write(f"\r\033[K{PROGRAM}: {text}")
-        sys.stderr.flush()
-        self._due = now + 0.1
-        self._shown = True
-
-    def clear(self) -> None:
-        """Remove the line."""
-        if self._shown:
-            sys.stderr.write("\r\033[K")
-            sys.stderr.flush()
-            self._shown = False
+        self.show(text)
+        self.due = time.monotonic() + 0.1
 
 
 def main(words: Sequence[str] | None = None) -> int:
     """Run the program and return its exit status."""
-    progress = Progress()
+    progress = Progress(PROGRAM)
     # SIGTERM ends the program like an error, so that no temporary file is left.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     warnings.simplefilter("ignore")

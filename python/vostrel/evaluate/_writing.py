@@ -4,20 +4,19 @@ from __future__ import annotations
 
 import os
 import sys
-import tempfile
 from collections.abc import Iterator
 from contextlib import contextmanager
-from typing import TextIO
+from typing import IO, Any
 
+from vostrel._commands import replaced
 from vostrel.evaluate._errors import EvaluateError, one_line, printable
 
 
 @contextmanager
-def written(target: str) -> Iterator[TextIO]:
+def written(target: str) -> Iterator[IO[Any]]:
     """Open a file for text. It has its name only once everything is written."""
     shown = printable(target)
     real = os.path.realpath(target)
-    temporary = None
     try:
         if os.path.isdir(real):
             raise EvaluateError(f"cannot write {shown}: it is a folder")
@@ -25,21 +24,10 @@ def written(target: str) -> Iterator[TextIO]:
             with open(real, "w", encoding="utf-8", newline="") as stream:
                 yield stream
             return
-        handle, temporary = tempfile.mkstemp(prefix=".vostrel-", dir=os.path.dirname(real))
-        with open(handle, "w", encoding="utf-8", newline="") as stream:
+        with replaced(real, "utf-8") as stream:
             yield stream
-            stream.flush()
-            os.fsync(stream.fileno())
-        mask = os.umask(0)
-        os.umask(mask)
-        os.chmod(temporary, 0o666 & ~mask)
-        os.replace(temporary, real)
-        temporary = None
     except OSError as error:
         raise EvaluateError(f"cannot write {shown}: {one_line(error)}") from error
-    finally:
-        if temporary:
-            os.unlink(temporary)
 
 
 def write(target: str | None, text: str) -> None:

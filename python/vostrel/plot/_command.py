@@ -7,16 +7,15 @@ import logging
 import os
 import signal
 import sys
-import tempfile
-import time
 import warnings
 from collections.abc import Sequence
-from typing import Any, NoReturn, TextIO
+from typing import Any, NoReturn
 
 import numpy as np
 from numpy.typing import NDArray
 
 from vostrel import _core
+from vostrel._commands import ProgressLine, replaced
 from vostrel._core import VERSION
 from vostrel._report import read_report
 from vostrel._results import NAMES, PointStatistics
@@ -35,29 +34,6 @@ SETTINGS = {
 Floats = NDArray[np.float64]
 
 
-class Progress:
-    """Shows on a terminal what is being done, once the work takes more than a second."""
-
-    def __init__(self, stream: TextIO | None = None, patience: float = 1.0) -> None:
-        self.stream = sys.stderr if stream is None else stream
-        self.due = time.monotonic() + patience
-        self.shown = False
-
-    def show(self, text: str) -> None:
-        """Replace the progress line by the text."""
-        if time.monotonic() >= self.due and self.stream.isatty():
-            self.stream.write(f"\r\033[K{PROGRAM}: {text}")
-            self.stream.flush()
-            self.shown = True
-
-    def clear(self) -> None:
-        """Remove the progress line, so that nothing of it stays behind."""
-        if self.shown:
-            self.stream.write("\r\033[K")
-            self.stream.flush()
-            self.shown = False
-
-
 class Parser(argparse.ArgumentParser):
     """A parser that reports a mistake in one line, like every other error."""
 
@@ -69,7 +45,7 @@ def main(argv: Sequence[str] | None = None) -> int:
     """Run the program and return its exit status."""
     # The figure goes to a file, so ignore a window system that was chosen for matplotlib.
     os.environ["MPLBACKEND"] = "Agg"
-    progress = Progress()
+    progress = ProgressLine(PROGRAM)
     # SIGTERM ends the program like an error, so that no temporary file is left.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     logging.getLogger("matplotlib").setLevel(logging.ERROR)
@@ -149,7 +125,7 @@ def named_file(text: str) -> tuple[str, str]:
     return name, path
 
 
-def plot(options: argparse.Namespace, progress: Progress) -> None:
+def plot(options: argparse.Namespace, progress: ProgressLine) -> None:
     """Read, compute, draw and write what the options ask for."""
     check_target(options.output)
     try:  # report a missing module before anything is read
@@ -210,14 +186,14 @@ def plot(options: argparse.Namespace, progress: Progress) -> None:
 # ---- what is read --------------------------------------------------------------------------------
 
 
-def read(path: str, progress: Progress) -> tuple[Floats, Floats]:
+def read(path: str, progress: ProgressLine) -> tuple[Floats, Floats]:
     """Return the references and estimates of the file. Shows the progress."""
     name = printable(path)
     return read_internal(path, lambda share: progress.show(f"reading {name}, {int(100 * share)}%"))
 
 
 def read_several(
-    files: Sequence[tuple[str, str]], progress: Progress
+    files: Sequence[tuple[str, str]], progress: ProgressLine
 ) -> tuple[Floats, dict[str, Floats]]:
     """Return the references, which all files share, and the estimates of each file by its name."""
     (name, first), *others = files
@@ -313,18 +289,8 @@ def save(figure: Any, target: str, dpi: int) -> None:
     metadata: dict[str, Any] = {creator: f"{PROGRAM} {VERSION}"}
     if ending != "png":  # the same data give the same bytes
         metadata["CreationDate" if ending == "pdf" else "Date"] = None
-    temporary = None
     try:
-        handle, temporary = tempfile.mkstemp(prefix=".vostrel-plot-", dir=os.path.dirname(target))
-        with open(handle, "wb") as stream:
+        with replaced(target) as stream:
             figure.savefig(stream, format=ending, dpi=dpi, metadata=metadata)
-        mask = os.umask(0)
-        os.umask(mask)
-        os.chmod(temporary, 0o666 & ~mask)
-        os.replace(temporary, target)
-        temporary = None
     except OSError as error:
         raise PlotError(f"cannot write {target!r}: {error.strerror}") from error
-    finally:
-        if temporary:
-            os.unlink(temporary)
