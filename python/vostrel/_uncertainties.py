@@ -29,6 +29,10 @@ CONFIDENCE = 0.683
 #: An interval of a fraction can't be trusted with fewer objects beyond the bound, or within it.
 FEWEST_BEYOND = 10
 
+#: The error of sigma or RMS can't be trusted if it is a larger part of the value: then few objects
+#: make up the fourth moment. Measured by bench/coverage.
+LARGEST_ERROR = 0.1
+
 #: The confidence of one standard deviation of a normal distribution to both sides.
 ONE_SIGMA = math.erf(math.sqrt(0.5))
 
@@ -90,6 +94,7 @@ def uncertainties(
         The error is sqrt((m4 - sigma**4) / n) / (2 * sigma), where m4 is the
         fourth moment about the bias. This is the delta method, which doesn't
         assume normal residuals [2]_. The interval is symmetric in log(sigma).
+        Not reliable if the error is a tenth of sigma or more.
     rms
         The same, with moments about zero.
     mad, nmad
@@ -245,7 +250,8 @@ def _root(value: float, second: float, fourth: float, n: int, q: float) -> Uncer
         return _without(value)
     error = math.sqrt(max(fourth - second * second, 0.0) / n) / (2 * value)
     stretch = math.exp(q * error / value)
-    return Uncertain(value, error, value / stretch, value * stretch, "log")
+    reliable = error < LARGEST_ERROR * value
+    return Uncertain(value, error, value / stretch, value * stretch, "log", reliable)
 
 
 def _wilson(percentage: float, n: int, q: float) -> Uncertain:

@@ -39,6 +39,14 @@ def test_by_hand():
     assert "use vostrel.bootstrap" in str(u)
 
 
+def test_sigma_of_a_few_objects_is_marked():
+    # Half are 0, a quarter each 1 and -1: the error of sigma is 0.5 / sqrt(n) of it.
+    for n, reliable in (24, False), (28, True):
+        u = vostrel.uncertainties(np.zeros(n), np.tile([0.0, 1.0, 0.0, -1.0], n // 4)).delta
+        assert u.sigma.error == pytest.approx(0.5 / math.sqrt(n) * u.sigma.value)
+        assert (u.sigma.reliable, u.rms.reliable, u.bias.reliable) == (reliable, reliable, True)
+
+
 def test_wilson_as_in_textbooks():
     # 10 of 100: 5.52 % to 17.44 %.
     reference = np.zeros(100)
