@@ -18,6 +18,9 @@ from matplotlib.testing.compare import compare_images
 from matplotlib.text import Text
 from PIL import Image
 from vostrel.plot import compare_figure, diagnostic_figure
+from vostrel.plot._format import MissingGlyphs
+
+pytestmark = pytest.mark.filterwarnings("ignore:Glyph")  # MissingGlyphs names them
 
 BASELINE = pathlib.Path(__file__).parent / "baseline"
 
@@ -67,6 +70,11 @@ def draw_rounded():
     return diagnostic_figure(np.round(zspec, 1), np.round(zphot, 1), panels=["residuals"])
 
 
+def draw_missing_glyphs():
+    with pytest.warns(MissingGlyphs, match="the font has no 測 光"):
+        return diagnostic_figure(*survey(50), labels=("z 測光", "z"), panels=["estimates"])
+
+
 LONG = ("spectroscopic redshift of the Legacy Survey, ninth data release, quality 4",
         "photometric redshift of a template fit, version 2.3, with priors")
 
@@ -77,6 +85,7 @@ PICTURES = {
     "column-density-table": lambda: diagnostic_figure(*survey(9000), layout="column", table=True),
     "linear-labels": lambda: diagnostic_figure(*survey(1000), log=False, labels=("x", "y")),
     "long-labels": lambda: diagnostic_figure(*survey(1000), labels=LONG),
+    "missing-glyphs": draw_missing_glyphs,
     "dark": draw_dark,
     "biased": draw_biased,
     "rounded": draw_rounded,
