@@ -8,7 +8,7 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 
 from vostrel import _core
-from vostrel._inputs import SLICE, check_dimension, refuse_lazy, separate_mask, to_array
+from vostrel._inputs import SLICE, as_column, refuse_lazy, separate_mask, to_array
 
 if TYPE_CHECKING:  # importing the package must be quick
     from numpy.typing import NDArray
@@ -25,8 +25,7 @@ def read_groups(
         return None
     refuse_lazy("groups", groups)
     data, masks = separate_mask(groups)
-    labels = to_array(data)
-    check_dimension("groups", labels)
+    labels, *masks = (as_column("groups", part) for part in [to_array(data), *masks])
     if len(labels) != size:
         raise ValueError(f"groups has {len(labels)} entries, but reference has {size}")
     kept = sample.kept()

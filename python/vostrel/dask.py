@@ -5,7 +5,7 @@ from __future__ import annotations
 import sys
 from collections.abc import Iterator, Sequence
 from contextlib import contextmanager
-from typing import Any, Union
+from typing import Any, TypeAlias
 
 import numpy as np
 
@@ -28,7 +28,7 @@ __all__ = ["binned_statistics", "point_statistics"]
 
 #: A chunk: the parts of its columns, with None for a column that is not given, or a task that
 #: returns these.
-Block = Union[tuple[Any, ...], Delayed]
+Block: TypeAlias = tuple[Any, ...] | Delayed
 
 #: How many states are merged at once, by a task or in the end by the caller.
 FAN_IN = 8

@@ -121,7 +121,8 @@ def test_groups_are_drawn_whole():
 def test_groups_of_one_are_objects(rng):
     reference, estimate = redshifts(rng, 300)
     one = vostrel.bootstrap(reference, estimate, resamples=20, seed=1)
-    other = vostrel.bootstrap(reference, estimate, resamples=20, seed=1, groups=np.arange(300))
+    other = vostrel.bootstrap(reference, estimate, resamples=20, seed=1,
+                              groups=np.arange(300)[:, None])
     assert one.replicates == pytest.approx(other.replicates, abs=1e-11)
 
 

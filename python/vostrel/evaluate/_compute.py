@@ -5,7 +5,7 @@ from __future__ import annotations
 from collections.abc import Callable, Iterator, Mapping
 from dataclasses import dataclass, field
 from itertools import chain
-from typing import TYPE_CHECKING, Any, Literal, Union
+from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
 
@@ -19,7 +19,7 @@ if TYPE_CHECKING:  # takes as long to import as this package
     from numpy.typing import NDArray
 
 #: Called with what is being done, how much of it is done, and how much there is, if that is known.
-Progress = Callable[[str, int, Union[int, None]], None]
+Progress = Callable[[str, int, int | None], None]
 
 #: How many objects are added to the passes at a time.
 BLOCK = 1 << 20

@@ -12,7 +12,7 @@ import sys
 import tempfile
 from collections.abc import Collection, Iterator, Sequence
 from contextlib import contextmanager
-from typing import Any, Optional
+from typing import Any
 
 from vostrel.evaluate._errors import EvaluateError, one_line, printable
 from vostrel.evaluate._readers import Chunk, Reader
@@ -71,7 +71,7 @@ def reading(path: str) -> Iterator[None]:
         raise EvaluateError(f"cannot read {printable(path)}: {one_line(error)}") from error
 
 
-def expand(word: str) -> list[tuple[str, Optional[str]]]:
+def expand(word: str) -> list[tuple[str, str | None]]:
     """Return the files, with their parts, that a word of the command line stands for."""
     if word == "-":
         return [(word, None)]
@@ -89,7 +89,7 @@ def expand(word: str) -> list[tuple[str, Optional[str]]]:
     return [(path, part) for path in paths]
 
 
-def open_file(path: str, part: Optional[str]) -> Reader:
+def open_file(path: str, part: str | None) -> Reader:
     """Return the reader of a file."""
     with reading(path):
         if os.path.isdir(path):
@@ -126,7 +126,7 @@ class Table:
         self.readers = [self._open(path, part) for path, part in files]
         self.names = [printable(path) for path, _ in files]
 
-    def _open(self, path: str, part: Optional[str]) -> Reader:
+    def _open(self, path: str, part: str | None) -> Reader:
         if path != "-":
             return open_file(path, part)
         if self._copy is None:
@@ -145,7 +145,7 @@ class Table:
             self._copy.close()
 
     @property
-    def rows(self) -> Optional[int]:
+    def rows(self) -> int | None:
         """How many rows there are, if that is known."""
         counts = [reader.rows for reader in self.readers]
         return None if None in counts else sum(filter(None, counts))

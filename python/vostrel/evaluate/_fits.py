@@ -6,7 +6,7 @@ import math
 from collections.abc import Collection, Iterator, Mapping, Sequence
 from contextlib import closing
 from dataclasses import dataclass
-from typing import TYPE_CHECKING, Any, Optional
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
@@ -72,7 +72,7 @@ class Column:
 class Fits(Reader):
     """A binary or ASCII table. By default the first one."""
 
-    def __init__(self, path: str, part: Optional[str]) -> None:
+    def __init__(self, path: str, part: str | None) -> None:
         super().__init__(path, part)
         number, header, self._start = self._choose(headers(path))
         self.part = str(number)

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Collection, Iterator, Sequence
-from typing import TYPE_CHECKING, Any, Optional
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
@@ -25,10 +25,10 @@ if TYPE_CHECKING:  # takes as long to import as this package
 class Hdf5(Reader):
     """Data sets by their paths below a group, and the fields of compound data sets."""
 
-    def __init__(self, path: str, part: Optional[str]) -> None:
+    def __init__(self, path: str, part: str | None) -> None:
         super().__init__(path, part)
         self._h5py = library("reading HDF5", "h5py")
-        self._found: dict[str, tuple[str, Optional[str], Any]] = {}  # data set, field, type
+        self._found: dict[str, tuple[str, str | None, Any]] = {}  # data set, field, type
         with self._h5py.File(path, "r") as file:
             root = file if part is None else file.get(part)
             if root is None:
@@ -91,7 +91,7 @@ class Hdf5(Reader):
                 raise EvaluateError(f"column {name!r} is compressed by {label.decode()}, which "
                                     "h5py doesn't have; hdf5plugin may")
 
-    def _in_place(self, file: Any, names: Sequence[str]) -> Optional[Chunk]:
+    def _in_place(self, file: Any, names: Sequence[str]) -> Chunk | None:
         """Return the columns where the file holds them, or None if they must be read."""
         data = [file[self._found[name][0]] for name in names]
         if sum(one.nbytes for one in data) > IN_PLACE:

@@ -5,7 +5,7 @@ from __future__ import annotations
 import zipfile
 from collections.abc import Collection, Iterator, Sequence
 from contextlib import ExitStack
-from typing import IO, TYPE_CHECKING, Any, Optional
+from typing import IO, TYPE_CHECKING, Any
 
 import numpy as np
 
@@ -30,7 +30,7 @@ class Stored:
         if self.dtype.hasobject:
             raise EvaluateError("the file holds Python objects, which could run code; "
                                 "it is not read")
-        self._whole: Optional[NDArray[Any]] = None
+        self._whole: NDArray[Any] | None = None
         if fortran and len(self.shape) == 2:  # column after column
             count = self.shape[0] * self.shape[1]
             data = self._bytes(count * self.dtype.itemsize)
@@ -59,7 +59,7 @@ class Stored:
 class Npy(Reader):
     """A structured array by its fields, or a table of numbers by the numbers 0, 1, 2..."""
 
-    def __init__(self, path: str, part: Optional[str]) -> None:
+    def __init__(self, path: str, part: str | None) -> None:
         super().__init__(path, part)
         no_part(self, "NumPy")
         with open_binary(path) as stream:
@@ -91,7 +91,7 @@ class Npy(Reader):
 class Npz(Reader):
     """One-dimensional arrays by their names."""
 
-    def __init__(self, path: str, part: Optional[str]) -> None:
+    def __init__(self, path: str, part: str | None) -> None:
         super().__init__(path, part)
         no_part(self, "NumPy")
         self._members: dict[str, Any] = {}

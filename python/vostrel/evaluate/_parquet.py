@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import importlib
 from collections.abc import Collection, Iterator, Sequence
-from typing import TYPE_CHECKING, Any, Optional
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
@@ -15,7 +15,7 @@ if TYPE_CHECKING:  # takes as long to import as this package
     from numpy.typing import NDArray
 
 
-def parquet(path: str, part: Optional[str]) -> Reader:
+def parquet(path: str, part: str | None) -> Reader:
     """Return a reader that uses the first of the three libraries that is installed."""
     kinds: tuple[type[Any], ...] = (ByPyarrow, ByPolars, ByDuckdb)
     for kind in kinds:
@@ -30,7 +30,7 @@ def parquet(path: str, part: Optional[str]) -> Reader:
 class ByPyarrow(Reader):
     """A Parquet file, read by pyarrow."""
 
-    def __init__(self, path: str, part: Optional[str]) -> None:
+    def __init__(self, path: str, part: str | None) -> None:
         super().__init__(path, part)
         no_part(self, "Parquet")
         self._parquet = importlib.import_module("pyarrow.parquet")
@@ -73,7 +73,7 @@ def _is_text(kinds: Any, kind: Any) -> bool:
 class ByPolars(Reader):
     """A Parquet file, read by polars."""
 
-    def __init__(self, path: str, part: Optional[str]) -> None:
+    def __init__(self, path: str, part: str | None) -> None:
         super().__init__(path, part)
         no_part(self, "Parquet")
         self._polars = importlib.import_module("polars")
@@ -106,7 +106,7 @@ class ByPolars(Reader):
 class ByDuckdb(Reader):
     """A Parquet file, read by DuckDB."""
 
-    def __init__(self, path: str, part: Optional[str]) -> None:
+    def __init__(self, path: str, part: str | None) -> None:
         super().__init__(path, part)
         no_part(self, "Parquet")
         self._duckdb = importlib.import_module("duckdb")

@@ -6,7 +6,7 @@ import gzip
 import mmap
 from abc import ABC, abstractmethod
 from collections.abc import Collection, Iterator, Sequence
-from typing import IO, TYPE_CHECKING, Any, Optional, TypeAlias
+from typing import IO, TYPE_CHECKING, Any, TypeAlias
 
 import numpy as np
 
@@ -37,9 +37,9 @@ class Reader(ABC):
     """A table in a file. `part` is what stands in brackets behind its name."""
 
     #: How many rows there are, if that is known before they are read.
-    rows: Optional[int] = None
+    rows: int | None = None
 
-    def __init__(self, path: str, part: Optional[str]) -> None:
+    def __init__(self, path: str, part: str | None) -> None:
         self.path = path
         self.part = part
 

@@ -6,7 +6,7 @@ import csv
 import io
 import re
 from collections.abc import Collection, Iterator, Sequence
-from typing import IO, TYPE_CHECKING, Any, Optional
+from typing import IO, TYPE_CHECKING, Any
 
 import numpy as np
 
@@ -28,7 +28,7 @@ class Text(Reader):
 
     separator = ","
 
-    def __init__(self, path: str, part: Optional[str]) -> None:
+    def __init__(self, path: str, part: str | None) -> None:
         super().__init__(path, part)
         no_part(self, "text")
         self._pandas = library("reading CSV", "pandas")

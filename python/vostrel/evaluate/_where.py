@@ -10,7 +10,7 @@ from __future__ import annotations
 import re
 from collections.abc import Callable, Iterator, Mapping
 from dataclasses import dataclass
-from typing import TYPE_CHECKING, Any, Union
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
@@ -59,7 +59,7 @@ TOKEN = re.compile(
 class Number:
     """A number."""
 
-    value: Union[int, float]
+    value: int | float
 
 
 @dataclass(frozen=True)
@@ -84,7 +84,7 @@ class Operation:
     operands: tuple[Node, ...]
 
 
-Node = Union[Number, String, Column, Operation]
+Node = Number | String | Column | Operation
 
 
 class Condition:

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import os
 from collections.abc import Collection, Iterator, Sequence
-from typing import TYPE_CHECKING, Any, Optional
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
@@ -25,7 +25,7 @@ class Whole(Reader):
     format: str
     options: dict[str, Any] = {}
 
-    def __init__(self, path: str, part: Optional[str]) -> None:
+    def __init__(self, path: str, part: str | None) -> None:
         super().__init__(path, part)
         no_part(self, "text")
         if os.path.getsize(path) > LARGEST:
