@@ -6,7 +6,6 @@
 
 #include "analysis/resample.h"
 #include "floating_point.h"
-#include "statistics/basic_accumulator.h"
 
 namespace vostrel {
 
@@ -27,13 +26,18 @@ struct Bootstrap::Pair {
 #endif
 };
 
-// The objects of a block: residuals less their centers, squares and marks.
+// The objects of a block: residuals less their centers, squares and marks. The first word of marks
+// for the quantiles has its own place, where adding it takes one instruction.
 struct Bootstrap::Items {
+  using Words = std::array<Pair<std::uint64_t>, Resample::kBlock>;
+
   std::array<Pair<double>, Resample::kBlock> x;
   std::array<Pair<double>, Resample::kBlock> x2;
   std::array<Pair<double>, Resample::kBlock> x3;
   std::array<Pair<double>, Resample::kBlock> x4;
-  std::array<Pair<std::uint64_t>, Resample::kBlock> marks;
+  Words marks;
+  Words quantiles;
+  std::vector<Words> further;  // words for the quantiles after the first
 };
 
 // The sums of some draws. An addition waits for the one before, so two of these are faster.
@@ -43,8 +47,9 @@ struct Bootstrap::Drawn {
   Pair<double> x3;
   Pair<double> x4;
   Pair<std::uint64_t> marks;
+  Pair<std::uint64_t> quantiles;
 
-  template <bool kPowers>
+  template <bool kPowers, bool kQuantiles>
   void add(const Items& items, std::size_t i) {
     x.add(items.x[i]);
     x2.add(items.x2[i]);
@@ -53,6 +58,7 @@ struct Bootstrap::Drawn {
       x4.add(items.x4[i]);
     }
     marks.add(items.marks[i]);
+    if constexpr (kQuantiles) quantiles.add(items.quantiles[i]);
   }
 
   void add(const Drawn& other) {
@@ -61,6 +67,7 @@ struct Bootstrap::Drawn {
     x3.add(other.x3);
     x4.add(other.x4);
     marks.add(other.marks);
+    quantiles.add(other.quantiles);
   }
 
   void add_to(DrawnSums& sums, std::size_t k) const {
@@ -74,8 +81,21 @@ struct Bootstrap::Drawn {
 
 // A resample, while it is drawn.
 struct Bootstrap::State {
+  State(std::span<std::uint8_t> counts_of_units, std::size_t words) : counts(counts_of_units) {
+    marked.fill(std::vector<std::uint64_t>(words * QuantileWindows::kMarksInWord));
+  }
+
   std::span<std::uint8_t> counts;  // of each unit
   std::array<DrawnSums, 2> sums{};
+  std::array<std::vector<std::uint64_t>, 2> marked;  // for the quantiles
+
+  void add_word(const Pair<std::uint64_t>& word, std::size_t w) {
+    constexpr std::size_t kMarks = QuantileWindows::kMarksInWord;
+    for (std::size_t k = 0; k < 2; ++k) {
+      std::uint64_t* const counted = marked[k].data() + w * kMarks;
+      for (std::size_t j = 0; j < kMarks; ++j) counted[j] += word.values[k] >> (8 * j) & 0xff;
+    }
+  }
 };
 
 Bootstrap::Bootstrap(std::span<const double> reference, std::span<const double> estimate,
@@ -89,17 +109,27 @@ Bootstrap::Bootstrap(std::span<const double> reference, std::span<const double> 
       estimate_(estimate),
       seed_(seed),
       units_{group_count, groups},
-      parts_{Part{ResidualColumn(reference, estimate, false), false, {}, {}},
-             Part{ResidualColumn(reference, estimate, true), false, {}, {}}} {
+      parts_{Part(reference, estimate, false), Part(reference, estimate, true)} {
   if (!units_.are_groups()) return;
   group_sizes_.resize(group_count);
   for (const std::uint32_t group : groups) ++group_sizes_[group];
 }
 
+void Bootstrap::ask(const Extras& extras) {
+  wanted_ = Wanted(extras);
+  wanted_words_ = QuantileWindows::words(wanted_);
+}
+
+std::size_t Bootstrap::words() const {
+  return parts_[0].has_quantiles && parts_[1].has_quantiles ? wanted_words_ : 0;
+}
+
 void Bootstrap::order(bool normalized, const Checkpoint& checkpoint) {
   Part& part = parts_[normalized ? 1 : 0];
   part.usable = part.windows.find(part.residuals, units_, checkpoint);
-  if (!part.usable || !units_.are_groups()) return;
+  if (!part.usable) return;
+  if (wanted_.has_quantiles) order_quantiles(part, checkpoint);
+  if (!units_.are_groups()) return;
   part.groups.assign(units_.count, {});
   std::array<std::uint64_t, Resample::kBlock> marks;
   part.residuals.for_each_block(checkpoint,
@@ -115,12 +145,34 @@ void Bootstrap::order(bool normalized, const Checkpoint& checkpoint) {
                                 });
 }
 
+void Bootstrap::order_quantiles(Part& part, const Checkpoint& checkpoint) {
+  part.has_quantiles = part.quantiles.find(part.residuals, units_, wanted_, checkpoint);
+  if (!part.has_quantiles || !units_.are_groups()) return;
+  constexpr std::size_t kMarks = QuantileWindows::kMarksInWord;
+  const std::size_t words = wanted_words_;
+  part.group_marks.assign(units_.count * words * kMarks, 0);
+  std::array<std::uint64_t, Resample::kBlock> marks;
+  part.residuals.for_each_block(
+      checkpoint, [&](std::size_t first, std::span<const double> residuals) {
+        for (std::size_t w = 0; w < words; ++w) {
+          part.quantiles.mark(residuals, w, marks.data());
+          for (std::size_t i = 0; i < residuals.size(); ++i) {
+            std::uint32_t* const sums =
+                part.group_marks.data() + (units_.of(first + i) * words + w) * kMarks;
+            for (std::size_t k = 0; k < kMarks; ++k)
+              sums[k] += static_cast<std::uint8_t>(marks[i] >> (8 * k));
+          }
+        }
+      });
+}
+
 std::size_t Bootstrap::batch() const {
   if (!is_fast()) return 1;
   return std::clamp<std::size_t>((std::size_t{1} << 20) / units_.count, 4, 64);
 }
 
 void Bootstrap::load(std::size_t first, std::size_t count, bool with_powers, Items& items) const {
+  items.further.resize(std::max<std::size_t>(words(), 1) - 1);
   std::array<std::array<double, Resample::kBlock>, 2> residuals;
   std::array<std::array<std::uint64_t, Resample::kBlock>, 2> marks;
   for (std::size_t k = 0; k < 2; ++k) {
@@ -137,6 +189,13 @@ void Bootstrap::load(std::size_t first, std::size_t count, bool with_powers, Ite
       items.marks[i].values[k] = marks[k][i];
     }
   }
+  for (std::size_t w = 0; w < words(); ++w) {
+    Items::Words& words_of_items = w == 0 ? items.quantiles : items.further[w - 1];
+    for (std::size_t k = 0; k < 2; ++k) {
+      parts_[k].quantiles.mark({residuals[k].data(), count}, w, marks[k].data());
+      for (std::size_t i = 0; i < count; ++i) words_of_items[i].values[k] = marks[k][i];
+    }
+  }
   for (std::size_t i = 0; i < count && with_powers; ++i) {
     for (std::size_t k = 0; k < 2; ++k) {
       const double x2 = items.x2[i].values[k];
@@ -147,8 +206,9 @@ void Bootstrap::load(std::size_t first, std::size_t count, bool with_powers, Ite
 }
 
 // Adds the drawn items of a block to their counts, and returns their sums.
-// @tparam kPowers  whether third and fourth powers are needed.
-template <bool kPowers>
+// @tparam kPowers     whether third and fourth powers are needed.
+// @tparam kQuantiles  whether marks for the quantiles are needed.
+template <bool kPowers, bool kQuantiles>
 Bootstrap::Drawn Bootstrap::add(std::span<const std::uint8_t> positions, const Items& items,
                                 std::uint8_t* counts) {
   static_assert(BlockDraws::kMost <= 255);
@@ -160,15 +220,33 @@ Bootstrap::Drawn Bootstrap::add(std::span<const std::uint8_t> positions, const I
     const std::size_t other = positions[i + 1];
     ++counts[one];
     ++counts[other];
-    even.add<kPowers>(items, one);
-    odd.add<kPowers>(items, other);
+    even.add<kPowers, kQuantiles>(items, one);
+    odd.add<kPowers, kQuantiles>(items, other);
   }
   if (i < positions.size()) {
     ++counts[positions[i]];
-    even.add<kPowers>(items, positions[i]);
+    even.add<kPowers, kQuantiles>(items, positions[i]);
   }
   even.add(odd);
   return even;
+}
+
+// Adds the drawn items of a block to a resample.
+void Bootstrap::draw_items(std::span<const std::uint8_t> positions, const Items& items,
+                           bool with_errors, std::size_t start, State& state) const {
+  std::uint8_t* const counts = state.counts.data() + start;
+  const bool has_quantiles = words() != 0;
+  const auto add_them = with_errors     ? has_quantiles ? add<true, true> : add<true, false>
+                            : has_quantiles ? add<false, true>
+                                        : add<false, false>;
+  const Drawn drawn = add_them(positions, items, counts);
+  for (std::size_t k = 0; k < 2; ++k) drawn.add_to(state.sums[k], k);
+  if (has_quantiles) state.add_word(drawn.quantiles, 0);
+  for (std::size_t w = 0; w < items.further.size(); ++w) {
+    Pair<std::uint64_t> word;
+    for (const std::uint8_t position : positions) word.add(items.further[w][position]);
+    state.add_word(word, w + 1);
+  }
 }
 
 std::size_t Bootstrap::run(std::uint64_t first, std::span<Replicate> results, bool with_errors,
@@ -188,10 +266,10 @@ std::size_t Bootstrap::draw(std::uint64_t first, std::span<Replicate> results, b
   // 8 bits are enough: more than 255 draws of one object have a probability below 10^-500.
   std::vector<std::uint8_t> all_counts(results.size() * units_.count);
   std::vector<Resample> resamples;
-  std::vector<State> states(results.size());
+  std::vector<State> states;
   for (std::size_t k = 0; k < results.size(); ++k) {
     resamples.emplace_back(seed_, first + k, units_.count);
-    states[k].counts = std::span(all_counts).subspan(k * units_.count, units_.count);
+    states.emplace_back(std::span(all_counts).subspan(k * units_.count, units_.count), words());
   }
 
   const bool by_object = is_fast() && !units_.are_groups();
@@ -201,17 +279,13 @@ std::size_t Bootstrap::draw(std::uint64_t first, std::span<Replicate> results, b
     if (by_object)
       load(start, std::min(Resample::kBlock, units_.count - start), with_errors, items);
     for (std::size_t k = 0; k < states.size(); ++k) {
-      std::uint8_t* const counts = states[k].counts.data() + start;
       BlockDraws draws = resamples[k].draw(start / Resample::kBlock);
       for (auto some = draws.next(); !some.empty(); some = draws.next()) {
         if (!by_object) {
-          for (const std::uint8_t position : some) ++counts[position];
+          for (const std::uint8_t position : some) ++states[k].counts[start + position];
           continue;
         }
-        const Drawn drawn =
-            with_errors ? add<true>(some, items, counts) : add<false>(some, items, counts);
-        drawn.add_to(states[k].sums[0], 0);
-        drawn.add_to(states[k].sums[1], 1);
+        draw_items(some, items, with_errors, start, states[k]);
       }
     }
   }
@@ -230,6 +304,27 @@ void Bootstrap::draw_groups(State& state) const {
   for (std::size_t k = 0; k < 2; ++k) {
     for (std::size_t g = 0; g < units_.count; ++g) {
       state.sums[k].add(parts_[k].groups[g], state.counts[g]);
+    }
+  }
+  for (std::size_t g = 0; g < units_.count; ++g) add_marks_of(g, state.counts[g], state);
+}
+
+// Adds the marks of an object or of a group some times, which may be negative.
+void Bootstrap::add_marks_of(std::size_t unit, int times, State& state) const {
+  constexpr std::size_t kMarks = QuantileWindows::kMarksInWord;
+  for (std::size_t k = 0; k < 2; ++k) {
+    std::vector<std::uint64_t>& marked = state.marked[k];
+    const auto factor = static_cast<std::uint64_t>(times);
+    if (units_.are_groups()) {
+      const std::uint32_t* const marks = parts_[k].group_marks.data() + unit * marked.size();
+      for (std::size_t i = 0; i < marked.size(); ++i) marked[i] += factor * marks[i];
+      continue;
+    }
+    const double residual = parts_[k].residuals[unit];
+    for (std::size_t i = 0; i < marked.size(); i += kMarks) {
+      std::uint64_t marks = 0;
+      parts_[k].quantiles.mark({&residual, 1}, i / kMarks, &marks);
+      for (std::size_t j = 0; j < kMarks; ++j) marked[i + j] += factor * (marks >> (8 * j) & 0xff);
     }
   }
 }
@@ -260,6 +355,25 @@ bool Bootstrap::judge(const State& state, std::uint64_t size, bool fast, Replica
   for (std::size_t k = 0; k < 2; ++k) {
     result.errors[k] = errors_from_sums(parts_[k], state.sums[k], state.counts, *values[k], size);
   }
+  if (!wanted_.has_quantiles || judge_quantiles(state, size, result)) return true;
+  const FoundOfBoth found = find_by_passes(state.counts, checkpoint);
+  result.quantiles = {found.delta.quantiles, found.norm.quantiles};
+  result.lsst = found.norm.lsst;
+  return false;
+}
+
+// Returns false if the windows don't have them.
+bool Bootstrap::judge_quantiles(const State& state, std::uint64_t size, Replicate& result) const {
+  if (words() == 0) return false;
+  const std::array<const ResidualStatistics*, 2> values = {&result.statistics.delta,
+                                                           &result.statistics.norm};
+  for (std::size_t k = 0; k < 2; ++k) {
+    Found found;
+    found.statistics = *values[k];
+    if (!parts_[k].quantiles.evaluate(state.marked[k], state.counts, size, found)) return false;
+    result.quantiles[k] = std::move(found.quantiles);
+    result.lsst = found.lsst;  // in the end of the normalized residual
+  }
   return true;
 }
 
@@ -278,22 +392,22 @@ DrawnSums Bootstrap::sums_of(const Part& part, std::size_t unit) const {
 void Bootstrap::leave_out(std::uint64_t first, std::span<Replicate> results,
                           const Checkpoint& checkpoint) const {
   std::vector<std::uint8_t> counts(units_.count, 1);
-  std::array<DrawnSums, 2> all{};
-  for (std::size_t k = 0; k < 2 && is_fast(); ++k) {
-    for (std::size_t i = 0; i < units_.count; ++i) {
-      if (i % 65536 == 0) checkpoint();
-      all[k].add(sums_of(parts_[k], i), 1);
-    }
+  State whole(counts, words());
+  for (std::size_t i = 0; i < units_.count && is_fast(); ++i) {
+    if (i % 65536 == 0) checkpoint();
+    for (std::size_t k = 0; k < 2; ++k) whole.sums[k].add(sums_of(parts_[k], i), 1);
+    add_marks_of(i, 1, whole);
   }
   for (Replicate& result : results) {
     checkpoint();
     counts[first] = 0;
-    State state{counts, all};
+    State state = whole;
     bool fast = is_fast();
     for (std::size_t k = 0; k < 2 && fast; ++k) {
       state.sums[k].add(sums_of(parts_[k], first), -1);
-      fast = state.sums[k].x2 > 0.1 * all[k].x2;  // else too many digits cancel
+      fast = state.sums[k].x2 > 0.1 * whole.sums[k].x2;  // else too many digits cancel
     }
+    if (fast) add_marks_of(first, -1, state);
     judge(state, reference_.size() - size_of(first), fast, result, checkpoint);
     counts[first++] = 1;
   }
@@ -305,12 +419,12 @@ Replicate Bootstrap::whole(const Checkpoint& checkpoint) const {
   return result;
 }
 
-void Bootstrap::compute_by_passes(std::span<const std::uint8_t> counts, Replicate& result,
-                                  const Checkpoint& checkpoint) const {
+FoundOfBoth Bootstrap::find_by_passes(std::span<const std::uint8_t> counts,
+                                      const Checkpoint& checkpoint) const {
   constexpr std::size_t kMost = 255;  // times that an object can be drawn
   std::vector<double> reference(Accumulator::kBlockSize + kMost);
   std::vector<double> estimate(Accumulator::kBlockSize + kMost);
-  InOrderAccumulator passes;
+  InOrderAccumulator passes(wanted_);
   do {
     std::size_t filled = 0;
     const auto add_filled = [&] {
@@ -332,7 +446,15 @@ void Bootstrap::compute_by_passes(std::span<const std::uint8_t> counts, Replicat
     }
     add_filled();
   } while (passes.end_pass());
-  result.statistics = passes.result(checkpoint).point();
+  return passes.result(checkpoint);
+}
+
+void Bootstrap::compute_by_passes(std::span<const std::uint8_t> counts, Replicate& result,
+                                  const Checkpoint& checkpoint) const {
+  const FoundOfBoth found = find_by_passes(counts, checkpoint);
+  result.statistics = found.point();
+  result.quantiles = {found.delta.quantiles, found.norm.quantiles};
+  result.lsst = found.norm.lsst;
   result.errors = {errors_by_definition(parts_[0], counts, result.statistics.delta, checkpoint),
                    errors_by_definition(parts_[1], counts, result.statistics.norm, checkpoint)};
 }

@@ -9,8 +9,10 @@
 #include <span>
 #include <vector>
 
+#include "analysis/quantile_windows.h"
 #include "analysis/windows.h"
 #include "statistics/accumulator.h"
+#include "statistics/basic_accumulator.h"
 #include "statistics/statistics.h"
 
 namespace vostrel {
@@ -26,6 +28,8 @@ struct MomentErrors {
 /// The statistics of a resample.
 struct Replicate {
   PointStatistics statistics;
+  std::array<Quantiles, 2> quantiles;  ///< Of both residuals, if they are asked for.
+  LsstMetrics lsst;                    ///< If the quantiles are asked for.
   std::array<MomentErrors, 2> errors;  ///< Of the residual and of the normalized residual.
 };
 
@@ -55,6 +59,10 @@ class Bootstrap {
   /// Requires: as above. Each group has an object. `groups` stays valid, too.
   Bootstrap(std::span<const double> reference, std::span<const double> estimate, std::uint64_t seed,
             std::span<const std::uint32_t> groups, std::size_t group_count);
+
+  /// Asks for the quantiles and LSST's metrics of the resamples, before they are ordered.
+  /// @throws std::invalid_argument as extended_statistics().
+  void ask(const Extras& extras);
 
   /// Orders the residuals, or the normalized residuals. If both are ordered, run() is much faster.
   /// Two threads may do that at the same time.
@@ -96,25 +104,40 @@ class Bootstrap {
 
   // One residual.
   struct Part {
+    Part(std::span<const double> reference, std::span<const double> estimate, bool normalized)
+        : residuals(reference, estimate, normalized) {}
+
     ResidualColumn residuals;
     bool usable = false;
     Windows windows;
     std::vector<DrawnSums> groups;  // the sums of each group
+    bool has_quantiles = false;     // the quantiles come from windows, too
+    QuantileWindows quantiles;
+    std::vector<std::uint32_t> group_marks;  // how many objects of each group have each mark
   };
 
   bool is_fast() const { return parts_[0].usable && parts_[1].usable; }
+  // How many words of marks each object has for the quantiles.
+  std::size_t words() const;
+  void order_quantiles(Part& part, const Checkpoint& checkpoint);
   std::uint64_t size_of(std::size_t unit) const;
   std::uint64_t size_of(std::span<const std::uint8_t> counts) const;
-  template <bool kPowers>
+  template <bool kPowers, bool kQuantiles>
   static Drawn add(std::span<const std::uint8_t> positions, const Items& items,
                    std::uint8_t* counts);
   void load(std::size_t first, std::size_t count, bool with_powers, Items& items) const;
   std::size_t draw(std::uint64_t first, std::span<Replicate> results, bool with_errors,
                    const Checkpoint& checkpoint) const;
+  void draw_items(std::span<const std::uint8_t> positions, const Items& items, bool with_errors,
+                  std::size_t start, State& state) const;
   void draw_groups(State& state) const;
+  void add_marks_of(std::size_t unit, int times, State& state) const;
   DrawnSums sums_of(const Part& part, std::size_t unit) const;
   bool judge(const State& state, std::uint64_t size, bool fast, Replicate& result,
              const Checkpoint& checkpoint) const;
+  bool judge_quantiles(const State& state, std::uint64_t size, Replicate& result) const;
+  FoundOfBoth find_by_passes(std::span<const std::uint8_t> counts,
+                             const Checkpoint& checkpoint) const;
   void compute_by_passes(std::span<const std::uint8_t> counts, Replicate& result,
                          const Checkpoint& checkpoint) const;
   MomentErrors errors_from_sums(const Part& part, const DrawnSums& sums,
@@ -132,6 +155,8 @@ class Bootstrap {
   std::uint64_t seed_;
   Units units_;
   std::vector<std::uint64_t> group_sizes_;
+  Wanted wanted_;
+  std::size_t wanted_words_ = 0;
   std::array<Part, 2> parts_;
 };
 

@@ -13,24 +13,11 @@ namespace vostrel {
 
 namespace {
 
-// Windows reach this many standard errors to either side.
-constexpr double kReach = 4.5;
-
 // How many of the largest residuals may be missing from a resample.
 constexpr std::size_t kMissing = 16;
 
 // With at least this many objects, windows with too many entries are not used, to save memory.
 constexpr std::size_t kMany = 100'000;
-
-constexpr auto kItself = [](double value) { return value; };
-constexpr auto kMagnitude = [](double value) { return std::fabs(value); };
-
-// The value of a rank, from 0 on. Reorders the values.
-double value_at(std::span<double> values, std::size_t rank) {
-  const auto place = values.begin() + static_cast<std::ptrdiff_t>(rank);
-  std::nth_element(values.begin(), place, values.end());
-  return *place;
-}
 
 // The mean, and the size beyond which the kMissing largest lie.
 struct Center {
@@ -166,19 +153,20 @@ void Window::sort() {
   set_middle(middle);
 }
 
-// Walks along the entries from the middle.
+std::optional<double> Window::Walk::value(std::uint64_t rank) {
+  const std::vector<Entry>& entries = window_->entries;
+  const auto count_of = [&](std::size_t i) -> std::uint64_t { return counts_[entries[i].unit()]; };
+  while (below_ > rank && place_ > 0) below_ -= count_of(--place_);
+  while (place_ < entries.size() && below_ + count_of(place_) <= rank) below_ += count_of(place_++);
+  if (below_ > rank || place_ == entries.size()) return std::nullopt;
+  return entries[place_].key();
+}
+
 std::optional<double> Window::median(std::span<const std::uint8_t> counts, std::uint64_t below,
                                      std::uint64_t size) const {
-  std::size_t place = start;
-  const auto count_of = [&](std::size_t i) -> std::uint64_t { return counts[entries[i].unit()]; };
-  const auto key_of = [&](std::uint64_t rank) -> std::optional<double> {
-    while (below > rank && place > 0) below -= count_of(--place);
-    while (place < entries.size() && below + count_of(place) <= rank) below += count_of(place++);
-    if (below > rank || place == entries.size()) return std::nullopt;
-    return entries[place].key();
-  };
-  const std::optional<double> lower = key_of((size - 1) / 2);
-  const std::optional<double> upper = lower ? key_of(size / 2) : std::nullopt;
+  Walk walk(*this, counts, below);
+  const std::optional<double> lower = walk.value((size - 1) / 2);
+  const std::optional<double> upper = lower ? walk.value(size / 2) : std::nullopt;
   if (!upper) return std::nullopt;
   return size % 2 == 0 ? (*upper + *lower) / 2.0 : *upper;
 }
@@ -201,95 +189,19 @@ std::optional<std::uint64_t> Window::beyond(double bound, double rounding,
   return beyond;
 }
 
-// A sample of the residuals, one drawn at random from each `step`. Tells where medians of
-// resamples may lie, and how many entries windows will have.
-class Windows::Guess {
- public:
-  Guess(const ResidualColumn& residuals, const Units& units) : units_(units) {
-    const std::size_t size = residuals.size();
-    step_ = static_cast<std::size_t>(std::max(1.0, std::cbrt(static_cast<double>(size)) / 8));
-    values_.reserve(size / step_);
-    RandomWords random(0, 0, 0);
-    std::array<std::uint64_t, 4> words{};
-    for (std::size_t first = 0; first + step_ <= size; first += step_) {
-      random.next(words);
-      const std::size_t object = first + words[0] % step_;
-      values_.push_back(residuals[object]);
-      if (units.are_groups()) groups_.push_back(units.of(object));
-    }
+WindowGuess::WindowGuess(const ResidualColumn& residuals, const Units& units) : units_(units) {
+  const std::size_t size = residuals.size();
+  step_ = static_cast<std::size_t>(std::max(1.0, std::cbrt(static_cast<double>(size)) / 8));
+  values_.reserve(size / step_);
+  RandomWords random(0, 0, 0);
+  std::array<std::uint64_t, 4> words{};
+  for (std::size_t first = 0; first + step_ <= size; first += step_) {
+    random.next(words);
+    const std::size_t object = first + words[0] % step_;
+    values_.push_back(residuals[object]);
+    if (units.are_groups()) groups_.push_back(units.of(object));
   }
-
-  struct Range {
-    double low;
-    double middle;
-    double high;
-    bool has_least;
-    bool has_greatest;
-  };
-
-  // The median of some key, and where that of a resample may lie.
-  template <class Key>
-  Range median(Key key_of) const {
-    std::vector<double> keys(values_.size());
-    std::transform(values_.begin(), values_.end(), keys.begin(), key_of);
-    const std::size_t rank = keys.size() / 2;
-    const double middle = value_at(keys, rank);
-    const std::size_t half = half_width(key_of, middle);
-    const std::size_t low = rank - std::min(rank, half);
-    const std::size_t high = std::min(rank + half, keys.size() - 1);
-    const std::span<double> lower = std::span(keys).first(rank);
-    const std::span<double> upper = std::span(keys).subspan(rank + 1);
-    return {low == rank ? middle : value_at(lower, low), middle,
-            high == rank ? middle : value_at(upper, high - rank - 1), low == 0,
-            high == keys.size() - 1};
-  }
-
-  // A window about a median.
-  template <class Key>
-  void place(Window& window, Key key_of) const {
-    const Range range = median(key_of);
-    window.low = range.low;
-    window.middle = range.middle;
-    window.high = range.high;
-    if (step_ == 1) return;
-    if (range.has_least) window.low = -kInfinity;
-    if (range.has_greatest) window.high = kInfinity;
-  }
-
-  // The sample predicts the number of entries closely. Growing would take twice the memory.
-  template <class Key>
-  void reserve(Window& window, Key key_of, const Gap& gap) const {
-    const auto found = std::count_if(values_.begin(), values_.end(), [&](double value) {
-      const double key = key_of(value);
-      return key >= window.low && key <= window.high && !gap.has(key);
-    });
-    const auto expected = static_cast<std::size_t>(found) * step_;
-    window.entries.reserve(expected + expected / 16 + 16);
-  }
-
- private:
-  // How many ranks a median scatters. With groups, it scatters by how many more objects of each
-  // are below it than above.
-  template <class Key>
-  std::size_t half_width(Key key_of, double middle) const {
-    double scatter = std::sqrt(static_cast<double>(values_.size())) / 2;
-    if (units_.are_groups()) {
-      std::vector<double> excess(units_.count);
-      for (std::size_t i = 0; i < values_.size(); ++i) {
-        excess[groups_[i]] += key_of(values_[i]) < middle ? 0.5 : -0.5;
-      }
-      double variance = 0;
-      for (const double value : excess) variance += value * value;
-      scatter = std::sqrt(variance);
-    }
-    return static_cast<std::size_t>(kReach * scatter) + 2;
-  }
-
-  const Units& units_;
-  std::size_t step_;
-  std::vector<double> values_;
-  std::vector<std::size_t> groups_;
-};
+}
 
 template <class Use>
 void Windows::for_each_window(Use use) {
@@ -313,12 +225,13 @@ bool Windows::find(const ResidualColumn& residuals, const Units& units,
     beyond_[k].high = sigma->high * multiple;
   }
 
-  const Guess guess(residuals, units);
+  const WindowGuess guess(residuals, units);
   guess.place(median_, kItself);
   guess.place(absolute_, kMagnitude);
   // For the distances from a resample's median: the median moves, and so does the middle distance.
   const double median = median_.middle;
-  const auto distance = guess.median([median](double value) { return std::fabs(value - median); });
+  const auto distance =
+      guess.quantile([median](double value) { return std::fabs(value - median); });
   const double moves = std::max(median - median_.low, median_.high - median);
   has_gap_ = !distance.has_least && distance.low > moves;
   if (has_gap_) {
@@ -340,7 +253,6 @@ bool Windows::fill(const ResidualColumn& residuals, const Units& units,
                    const Checkpoint& checkpoint) {
   const std::size_t size = residuals.size();
   const std::size_t most = size < kMany ? 7 * size : units.are_groups() ? 3 * size : size * 2 / 3;
-  std::array<std::size_t, Resample::kBlock> places;
   std::size_t entries = 0;
   std::array<std::uint64_t, 3> below{};
   residuals.for_each_block(checkpoint, [&](std::size_t first, std::span<const double> block) {
@@ -351,17 +263,7 @@ bool Windows::fill(const ResidualColumn& residuals, const Units& units,
     }
     if (entries > most) return;
     for_each_window([&](Window& window, auto key_of, const Gap& gap) {
-      std::size_t found = 0;
-      for (std::size_t i = 0; i < block.size(); ++i) {  // branches would be hard to predict
-        const double key = key_of(block[i]);
-        places[found] = i;
-        found +=
-            static_cast<std::size_t>((key >= window.low) & (key <= window.high) & !gap.has(key));
-      }
-      for (std::size_t k = 0; k < found; ++k) {
-        window.entries.emplace_back(key_of(block[places[k]]), units.of(first + places[k]));
-      }
-      entries += found;
+      entries += window.add(block, first, units, key_of, gap);
     });
   });
   if (entries > most) return false;

@@ -3,14 +3,17 @@
 #ifndef VOSTREL_ANALYSIS_WINDOWS_H
 #define VOSTREL_ANALYSIS_WINDOWS_H
 
+#include <algorithm>
 #include <array>
 #include <bit>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <vector>
 
+#include "floating_point.h"
 #include "statistics/accumulator.h"
 #include "statistics/statistics.h"
 
@@ -81,6 +84,17 @@ struct DrawnSums {
   }
 };
 
+/// The keys of windows.
+inline constexpr auto kItself = [](double value) { return value; };
+inline constexpr auto kMagnitude = [](double value) { return std::fabs(value); };
+
+/// A part of a window that has no entries.
+struct Gap {
+  double low = 0;
+  double high = 0;
+  bool has(double key) const { return (key > low) & (key < high); }
+};
+
 /// Objects ordered by a key: all whose keys are from `low` to `high`.
 class Window {
  public:
@@ -104,6 +118,43 @@ class Window {
   std::vector<Entry> entries;
   std::size_t start = 0;  ///< The first entry that isn't below the middle.
 
+  /// Goes along the entries of a resample from the middle.
+  class Walk {
+   public:
+    /// @param counts  how often each unit is drawn.
+    /// @param below   how many drawn objects are below the middle.
+    Walk(const Window& window, std::span<const std::uint8_t> counts, std::uint64_t below)
+        : window_(&window), counts_(counts), below_(below), place_(window.start) {}
+
+    /// The key of a rank of the resample, or nothing if it isn't in the window.
+    std::optional<double> value(std::uint64_t rank);
+
+   private:
+    const Window* window_;
+    std::span<const std::uint8_t> counts_;
+    std::uint64_t below_;  // how many are drawn from before place_
+    std::size_t place_;
+  };
+
+  /// Adds the objects of a block whose keys are in the window, the first of which is `first`.
+  /// Returns how many.
+  /// Requires: 256 residuals at most.
+  template <class Key>
+  std::size_t add(std::span<const double> residuals, std::size_t first, const Units& units,
+                  Key key_of, const Gap& gap = {}) {
+    std::array<std::size_t, 256> places;
+    std::size_t found = 0;
+    for (std::size_t i = 0; i < residuals.size(); ++i) {  // branches would be hard to predict
+      const double key = key_of(residuals[i]);
+      places[found] = i;
+      found += static_cast<std::size_t>((key >= low) & (key <= high) & !gap.has(key));
+    }
+    for (std::size_t k = 0; k < found; ++k) {
+      entries.emplace_back(key_of(residuals[places[k]]), units.of(first + places[k]));
+    }
+    return found;
+  }
+
   void sort();
   void set_middle(double key);
   std::size_t first_from(double key) const;
@@ -121,6 +172,97 @@ class Window {
   std::optional<std::uint64_t> beyond(double bound, double rounding,
                                       std::span<const std::uint8_t> counts,
                                       std::uint64_t beyond) const;
+};
+
+/// Windows reach this many standard errors to either side.
+inline constexpr double kReach = 4.5;
+
+/// A sample of the residuals, one drawn at random from each `step`. Tells where quantiles of
+/// resamples may lie, and how many entries windows will have.
+class WindowGuess {
+ public:
+  WindowGuess(const ResidualColumn& residuals, const Units& units);
+
+  struct Range {
+    double low;
+    double middle;
+    double high;
+    bool has_least;
+    bool has_greatest;
+  };
+
+  /// The quantile of some key, and where that of a resample may lie.
+  /// @param part  of the objects that are below the quantile: 0.5 for the median.
+  template <class Key>
+  Range quantile(Key key_of, double part = 0.5) const {
+    std::vector<double> keys(values_.size());
+    std::transform(values_.begin(), values_.end(), keys.begin(), key_of);
+    const auto rank = std::min(static_cast<std::size_t>(part * static_cast<double>(keys.size())),
+                               keys.size() - 1);
+    const double middle = value_at(keys, rank);
+    const std::size_t half = half_width(key_of, middle, part);
+    const std::size_t low = rank - std::min(rank, half);
+    const std::size_t high = std::min(rank + half, keys.size() - 1);
+    const std::span<double> lower = std::span(keys).first(rank);
+    const std::span<double> upper = std::span(keys).subspan(rank + 1);
+    return {low == rank ? middle : value_at(lower, low), middle,
+            high == rank ? middle : value_at(upper, high - rank - 1), low == 0,
+            high == keys.size() - 1};
+  }
+
+  /// Places a window about a quantile.
+  template <class Key>
+  void place(Window& window, Key key_of, double part = 0.5) const {
+    const Range range = quantile(key_of, part);
+    window.low = range.low;
+    window.middle = range.middle;
+    window.high = range.high;
+    if (step_ == 1) return;
+    if (range.has_least) window.low = -kInfinity;
+    if (range.has_greatest) window.high = kInfinity;
+  }
+
+  /// The sample predicts the number of entries closely. Growing would take twice the memory.
+  template <class Key>
+  void reserve(Window& window, Key key_of, const Gap& gap = {}) const {
+    const auto found = std::count_if(values_.begin(), values_.end(), [&](double value) {
+      const double key = key_of(value);
+      return key >= window.low && key <= window.high && !gap.has(key);
+    });
+    const auto expected = static_cast<std::size_t>(found) * step_;
+    window.entries.reserve(expected + expected / 16 + 16);
+  }
+
+ private:
+  // Reorders the values.
+  static double value_at(std::span<double> values, std::size_t rank) {
+    const auto place = values.begin() + static_cast<std::ptrdiff_t>(rank);
+    std::nth_element(values.begin(), place, values.end());
+    return *place;
+  }
+
+  // How many ranks a quantile scatters. With groups, it scatters by how many more objects of each
+  // are below it than that part of them. Near the ends the scatter is Poisson's, which is skewed.
+  template <class Key>
+  std::size_t half_width(Key key_of, double middle, double part) const {
+    double scatter = std::sqrt(part * (1 - part) * static_cast<double>(values_.size()));
+    if (units_.are_groups()) {
+      std::vector<double> excess(units_.count);
+      for (std::size_t i = 0; i < values_.size(); ++i) {
+        excess[groups_[i]] += key_of(values_[i]) < middle ? 1 - part : -part;
+      }
+      double variance = 0;
+      for (const double value : excess) variance += value * value;
+      scatter = std::sqrt(variance);
+    }
+    const double skewed = kReach * kReach * std::fabs(0.5 - part);
+    return static_cast<std::size_t>(kReach * scatter + skewed) + 2;
+  }
+
+  const Units& units_;
+  std::size_t step_;
+  std::vector<double> values_;
+  std::vector<std::size_t> groups_;
 };
 
 /// The windows of one residual: where its medians lie in resamples, and the multiples of sigma.
@@ -146,12 +288,6 @@ class Windows {
   // The bytes of the marks.
   enum Mark : std::size_t { kBelowMedian, kBelowAbsolute, kNear, kBeyondFixed, kBeyondSigma };
 
-  class Guess;
-  struct Gap {
-    double low = 0;
-    double high = 0;
-    bool has(double key) const { return (key > low) & (key < high); }
-  };
   template <class Use>
   void for_each_window(Use use);
   void place_near();

@@ -4,9 +4,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "statistics/lsst.h"
-#include "statistics/quantiles.h"
-
 namespace vostrel {
 
 namespace {
@@ -19,21 +16,6 @@ void set_outliers(ResidualStatistics& s, const std::array<std::uint64_t, 5>& cou
   s.outliers_2sigma = percent(2);
   s.outliers_3sigma = percent(3);
   s.outliers_4sigma = percent(4);
-}
-
-// The numbers that follow from the values of ranks.
-template <class Value>
-void set_order_statistics(Found& found, std::uint64_t n, const Wanted& wanted, Value value) {
-  Quantiles& q = found.quantiles;
-  q.median = middle_value(n, value);
-  q.sigma_68 = sigma_68(n, value);
-  q.sigma_iqr = sigma_iqr(n, value);
-  for (const double percent : wanted.extras.percentiles) {
-    q.percentiles.push_back(percentile(n, percent, value));
-  }
-  const auto error = lsst_errors(n, value);
-  found.lsst.bias = middle_value(n, error);
-  found.lsst.sigma_iqr = sigma_iqr(n, error);
 }
 
 void set_quantiles_nan(Found& found, const Wanted& wanted) {

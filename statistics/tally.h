@@ -16,7 +16,9 @@
 #include "statistics/bytes.h"
 #include "statistics/checksum.h"
 #include "statistics/exact_sum.h"
+#include "statistics/lsst.h"
 #include "statistics/moments.h"
+#include "statistics/quantiles.h"
 #include "statistics/residuals.h"
 #include "statistics/search.h"
 #include "statistics/statistics.h"
@@ -92,6 +94,22 @@ struct Found {
   LsstMetrics lsst{};
   Spread spread{};
 };
+
+/// Sets the quantiles and LSST's metrics that follow from ranks.
+/// @param value  returns the residual of a rank, from 0 to n - 1.
+template <class Value>
+void set_order_statistics(Found& found, std::uint64_t n, const Wanted& wanted, Value value) {
+  Quantiles& q = found.quantiles;
+  q.median = middle_value(n, value);
+  q.sigma_68 = sigma_68(n, value);
+  q.sigma_iqr = sigma_iqr(n, value);
+  for (const double percent : wanted.extras.percentiles) {
+    q.percentiles.push_back(percentile(n, percent, value));
+  }
+  const auto error = lsst_errors(n, value);
+  found.lsst.bias = middle_value(n, error);
+  found.lsst.sigma_iqr = sigma_iqr(n, error);
+}
 
 /// The numbers by their definitions. If residuals, or distances from an infinite median, are NaN,
 /// the medians depend on the order of the residuals. With exact sums, those medians are NaN.

@@ -109,7 +109,8 @@ using Groups = py::array_t<std::uint32_t, py::array::c_style>;
 class BootstrapOfSample {
  public:
   BootstrapOfSample(std::shared_ptr<Sample> sample, std::size_t estimate, std::uint64_t seed,
-                    std::optional<Groups> groups, std::size_t group_count)
+                    std::optional<Groups> groups, std::size_t group_count,
+                    const std::vector<double>& percentiles, const std::vector<double>& outliers)
       : sample_(std::move(sample)), groups_(std::move(groups)) {
     if (sample_->size() == 0 || sample_->size() >= std::uint64_t{1} << 32) {
       throw py::value_error("a bootstrap needs from 1 to 2^32 - 1 objects");
@@ -130,6 +131,7 @@ class BootstrapOfSample {
     } else {
       bootstrap_.emplace(reference, values, seed);
     }
+    bootstrap_->ask({percentiles, outliers});
   }
 
   void order(bool normalized) {
@@ -142,14 +144,14 @@ class BootstrapOfSample {
 
   // The numbers of some resamples, and their errors from moments.
   py::tuple run(std::uint64_t first, std::size_t count, bool with_errors) const {
-    return numbers_of(count, [&](std::span<Replicate> results) {
+    return arrays_of(count, [&](std::span<Replicate> results) {
       bootstrap_->run(first, results, with_errors, checkpoint());
     });
   }
 
   // The same of all units but one.
   py::tuple leave_out(std::uint64_t first, std::size_t count) const {
-    return numbers_of(count, [&](std::span<Replicate> results) {
+    return arrays_of(count, [&](std::span<Replicate> results) {
       bootstrap_->leave_out(first, results, checkpoint());
     });
   }
@@ -158,7 +160,7 @@ class BootstrapOfSample {
   py::tuple whole() const {
     py::array_t<double> effective({2, 2});
     double* place = effective.mutable_data();
-    const py::tuple numbers = numbers_of(1, [&](std::span<Replicate> results) {
+    const py::tuple numbers = arrays_of(1, [&](std::span<Replicate> results) {
       results[0] = bootstrap_->whole(checkpoint());
       for (const bool normalized : {false, true}) {
         for (const double number : bootstrap_->effective_units(normalized, checkpoint())) {
@@ -177,30 +179,36 @@ class BootstrapOfSample {
     };
   }
 
-  // Calls compute(results) without the GIL. Returns the statistics in shape (count, 2, statistics)
-  // and the errors in shape (count, 2, 3).
+  // Calls compute(results) without the GIL. Returns the statistics in shape (count, 2, statistics),
+  // the errors in shape (count, 2, 3) and LSST's metrics in shape (count, 4).
   template <class Compute>
-  static py::tuple numbers_of(std::size_t count, Compute compute) {
+  static py::tuple arrays_of(std::size_t count, Compute compute) {
     std::vector<Replicate> results(count);
     {
       const py::gil_scoped_release release;
       compute(std::span<Replicate>(results));
     }
-    const auto rows = static_cast<py::ssize_t>(count);
-    const auto length = static_cast<py::ssize_t>(kStatistics.size());
-    py::array_t<double> numbers({rows, py::ssize_t{2}, length});
-    py::array_t<double> errors({rows, py::ssize_t{2}, py::ssize_t{3}});
-    double* number = numbers.mutable_data();
-    double* error = errors.mutable_data();
+    std::vector<double> numbers;
+    std::vector<double> errors;
+    std::vector<double> metrics;
+    const auto append = [](std::vector<double>& all, const std::vector<double>& some) {
+      all.insert(all.end(), some.begin(), some.end());
+    };
     for (const Replicate& result : results) {
-      for (const ResidualStatistics* part : {&result.statistics.delta, &result.statistics.norm}) {
-        for (const Statistic& statistic : kStatistics) *number++ = part->*statistic.member;
-      }
+      append(numbers, numbers_of(result.statistics.delta, result.quantiles[0]));
+      append(numbers, numbers_of(result.statistics.norm, result.quantiles[1]));
+      append(metrics, numbers_of(result.lsst));
       for (const MomentErrors& one : result.errors) {
-        for (const double value : {one.bias, one.log_sigma, one.log_rms}) *error++ = value;
+        append(errors, {one.bias, one.log_sigma, one.log_rms});
       }
     }
-    return py::make_tuple(numbers, errors);
+    const auto rows = static_cast<py::ssize_t>(count);
+    const auto array = [](const std::vector<double>& all, std::vector<py::ssize_t> shape) {
+      return py::array_t<double>(std::move(shape), all.data());
+    };
+    const auto length = static_cast<py::ssize_t>(count == 0 ? 0 : numbers.size() / 2 / count);
+    return py::make_tuple(array(numbers, {rows, 2, length}), array(errors, {rows, 2, 3}),
+                          array(metrics, {rows, 4}));
   }
 
   std::shared_ptr<Sample> sample_;
@@ -235,9 +243,9 @@ void add_bootstrap(py::module_& module) {
            py::arg("absolute"), py::arg("values"));
   py::class_<BootstrapOfSample>(module, "Bootstrap")
       .def(py::init<std::shared_ptr<Sample>, std::size_t, std::uint64_t, std::optional<Groups>,
-                    std::size_t>(),
+                    std::size_t, const std::vector<double>&, const std::vector<double>&>(),
            py::arg("sample"), py::arg("estimate"), py::arg("seed"), py::arg("groups"),
-           py::arg("group_count"))
+           py::arg("group_count"), py::arg("percentiles"), py::arg("outliers"))
       .def("order", &BootstrapOfSample::order, py::arg("normalized"))
       .def_property_readonly("batch", &BootstrapOfSample::batch)
       .def("stop", &BootstrapOfSample::stop)

@@ -108,12 +108,11 @@ void check_ranks(const std::vector<std::uint64_t>& ranks, std::size_t n) {
   }
 }
 
-std::vector<double> numbers_of(const Found& found) {
-  const Quantiles& q = found.quantiles;
+std::vector<double> numbers_of(const ResidualStatistics& statistics, const Quantiles& q) {
   std::vector<double> numbers;
   numbers.reserve(kStatistics.size() + 3 + q.percentiles.size() + q.outliers.size());
   for (const Statistic& statistic : kStatistics) {
-    numbers.push_back(found.statistics.*statistic.member);
+    numbers.push_back(statistics.*statistic.member);
   }
   numbers.insert(numbers.end(), {q.median, q.sigma_68, q.sigma_iqr});
   numbers.insert(numbers.end(), q.percentiles.begin(), q.percentiles.end());

@@ -43,7 +43,10 @@ void check_ranks(const std::vector<std::uint64_t>& ranks, std::size_t n);
 
 /// The numbers in the order of kStatistics, then the median, sigma_68, sigma_iqr, the percentiles
 /// and the outlier percentages.
-std::vector<double> numbers_of(const Found& found);
+std::vector<double> numbers_of(const ResidualStatistics& statistics, const Quantiles& quantiles);
+inline std::vector<double> numbers_of(const Found& found) {
+  return numbers_of(found.statistics, found.quantiles);
+}
 
 /// LSST's metrics in the order of their declaration.
 std::vector<double> numbers_of(const LsstMetrics& metrics);

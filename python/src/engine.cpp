@@ -3,6 +3,7 @@
 
 #include "analysis/binned.cpp"
 #include "analysis/bootstrap.cpp"
+#include "analysis/quantile_windows.cpp"
 #include "analysis/resample.cpp"
 #include "analysis/windows.cpp"
 #include "statistics/accumulator.cpp"

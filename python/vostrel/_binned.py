@@ -152,8 +152,12 @@ def _by_formula(columns: Columns, bins: BinnedStatistics, omit: bool) -> tuple[U
     result = []
     for i, known in enumerate(bins):
         n = 0 if known.n_nan and not omit else known.n
-        parts = by_formula(n, bins.delta._asked(), partial(objects.statistics, i), CONFIDENCE)
-        result.append(Uncertainties(known.n, 0, known.n_nan, CONFIDENCE, "formula", *parts))
+        delta, norm, lsst = by_formula(
+            n, bins.delta._asked(), partial(objects.statistics, i), CONFIDENCE
+        )
+        result.append(
+            Uncertainties(known.n, 0, known.n_nan, CONFIDENCE, "formula", delta, norm, lsst=lsst)
+        )
     return tuple(result)
 
 

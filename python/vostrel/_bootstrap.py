@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import os
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from typing import TYPE_CHECKING, Any, Callable, Never
 
 import numpy as np
@@ -12,20 +12,24 @@ from vostrel import _core
 from vostrel._groups import read_groups
 from vostrel._inputs import NanPolicy, check_counts, prepare, read_estimates
 from vostrel._intervals import (
+    LSST_NAMES,
     Interval,
+    Parts,
     Resampled,
     check_interval,
     differences,
     estimates,
+    lsst_neighbours,
     neighbours,
 )
-from vostrel._options import read_confidence, read_integer
+from vostrel._options import Asked, Numbers, read_asked, read_confidence, read_integer
 from vostrel._point import point_statistics, statistics_of
 from vostrel._progress import Progress, Report, check_progress
 from vostrel._resampling import Draws, Workers, draw
 from vostrel._results import (
-    NAMES,
+    METRICS,
     PointStatistics,
+    UncertainLsstMetrics,
     UncertainResidualStatistics,
     Uncertainties,
     compared,
@@ -38,8 +42,6 @@ if TYPE_CHECKING:
 
     from vostrel._resampling import Groups
 
-Both = tuple[Resampled, Resampled]
-
 
 def bootstrap(
     reference: Any,
@@ -47,6 +49,8 @@ def bootstrap(
     *,
     resamples: int = 1000,
     confidence: float = 0.683,
+    percentiles: Numbers = (),
+    outliers: Numbers = (),
     groups: Any | None = None,
     seed: int | None = None,
     mask: Any | None = None,
@@ -66,6 +70,8 @@ def bootstrap(
         replacement.
     confidence : float
         The confidence of the intervals, between 0 and 1.
+    percentiles, outliers : float or array_like of float, optional
+        As in `point_statistics`.
     groups : array_like, shape (n,), optional
         A label for each object, such as its field of the sky. Whole groups
         are then drawn, as many as there are. Use this if the objects of a
@@ -166,19 +172,20 @@ def bootstrap(
     >>> estimate = reference + 0.1 * np.sin(100 * reference)
     >>> u = vostrel.bootstrap(reference, estimate, confidence=0.95, seed=1)
     >>> u.replicates.shape
-    (1000, 2, 11)
+    (1000, 2, 14)
     """
     confidence = read_confidence(confidence)
     check_interval(interval)
     check_progress(progress)
     resamples = read_integer("resamples", resamples, 2)
     seed = _read_seed(seed)
+    asked = read_asked(percentiles, outliers)
     columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)
     sample = _core.Sample(columns.values, columns.masks, nan_policy == "omit")
     check_counts(nan_policy, sample.n, sample.n_masked, sample.n_nan, columns)
     labels = read_groups(groups, sample, len(columns.values[0]))
-    values = statistics_of(columns, nan_policy)
-    options = _Options(resamples, confidence, interval, seed, workers)
+    values = statistics_of(columns, nan_policy, asked)
+    options = _Options(resamples, confidence, interval, seed, workers, asked)
     with Report(progress, resamples, "bootstrap", "resample") as report:
         return options.summary(values, options.resample(sample, 1, values, labels, report))
 
@@ -189,7 +196,8 @@ class BootstrapDifference(Result):
 
     ``d["A"]`` has the statistics of estimator A, and ``d["A", "B"]`` those of
     A minus those of B, both as `Uncertainties`. If there are two estimators,
-    ``d.delta`` and ``d.norm`` are those of the first minus the second.
+    ``d.delta``, ``d.norm`` and ``d.lsst`` are those of the first minus the
+    second.
     `to_frame` has the rows of `Uncertainties` for each estimator and each
     difference.
 
@@ -206,7 +214,7 @@ class BootstrapDifference(Result):
     estimates: dict[str, Uncertainties]
     confidence: float
     interval: str
-    _resampled: dict[str, Both]
+    _resampled: dict[str, Parts]
 
     _INDEX = ("estimates", "statistic")
 
@@ -217,17 +225,19 @@ class BootstrapDifference(Result):
             raise KeyError(f"choose one estimate, as in d['A'], or two, among {known}")
         if len(chosen) == 1:
             return self.estimates[chosen[0]]
-        first, second = (self._resampled[name] for name in chosen)
+        a, b = (self.estimates[name] for name in chosen)
+        assert a.replicates is not None and b.replicates is not None
+        assert a.lsst_replicates is not None and b.lsst_replicates is not None
         with np.errstate(invalid="ignore"):
-            delta, norm = (
-                differences(one, other, self.interval, self.confidence)
-                for one, other in zip(first, second)
-            )
-            a, b = (self.estimates[name] for name in chosen)
-            assert a.replicates is not None and b.replicates is not None
             replicates = a.replicates - b.replicates
+            metrics = a.lsst_replicates - b.lsst_replicates
+            delta, norm, lsst = (
+                differences(one, other, self.interval, self.confidence)
+                for one, other in zip(*(self._resampled[name] for name in chosen))
+            )
         return Uncertainties(
-            a.n, a.n_masked, a.n_nan, self.confidence, "bootstrap", delta, norm, a.seed, replicates
+            a.n, a.n_masked, a.n_nan, self.confidence, "bootstrap", delta, norm, a.seed,
+            replicates, lsst, metrics,
         )
 
     def _only(self) -> Uncertainties:
@@ -246,6 +256,11 @@ class BootstrapDifference(Result):
     def norm(self) -> UncertainResidualStatistics:
         """The differences for the normalized residual, of two estimators."""
         return self._only().norm
+
+    @property
+    def lsst(self) -> UncertainLsstMetrics:
+        """The differences for LSST's metrics, of two estimators."""
+        return self._only().lsst
 
     def to_dict(self) -> dict[str, dict[str, int | float]]:
         """Return `Uncertainties.to_dict` of each estimator and of each difference, by name."""
@@ -283,6 +298,8 @@ def bootstrap_difference(
     *more: Never,
     resamples: int = 1000,
     confidence: float = 0.683,
+    percentiles: Numbers = (),
+    outliers: Numbers = (),
     groups: Any | None = None,
     seed: int | None = None,
     mask: Any | None = None,
@@ -302,7 +319,8 @@ def bootstrap_difference(
         or of an astropy Table. An object that is masked in one of them
         is left out of all. With ``nan_policy="omit"``, so is an object with
         NaN in one of them.
-    resamples, confidence, groups, seed, mask, nan_policy, workers, progress
+    resamples, confidence, percentiles, outliers, groups, seed, mask, nan_policy, workers, \
+interval, progress
         As in `bootstrap`.
 
     Returns
@@ -331,6 +349,7 @@ def bootstrap_difference(
     check_progress(progress)
     resamples = read_integer("resamples", resamples, 2)
     seed = _read_seed(seed)
+    asked = read_asked(percentiles, outliers)
     if more:
         raise TypeError(
             "bootstrap_difference takes all estimates in one mapping, as in "
@@ -347,14 +366,17 @@ def bootstrap_difference(
     sample = _core.Sample(columns.values, columns.masks, nan_policy == "omit")
     check_counts(nan_policy, sample.n, sample.n_masked, sample.n_nan, columns)
     labels = read_groups(groups, sample, len(columns.values[0]))
-    options = _Options(resamples, confidence, interval, seed, workers)
+    options = _Options(resamples, confidence, interval, seed, workers, asked)
     kept = sample.kept()
     left_out = None if kept is None else ~kept
     results, resampled = {}, {}
     with Report(progress, resamples, "bootstrap", "resample") as report:
         for i, (name, values) in enumerate(zip(estimates, columns.values[1:])):
-            s = point_statistics(columns.values[0], values, mask=left_out, nan_policy="propagate")
-            s = PointStatistics(sample.n, sample.n_masked, sample.n_nan, s.delta, s.norm)
+            s = point_statistics(
+                columns.values[0], values, mask=left_out, nan_policy="propagate",
+                percentiles=asked.percentiles, outliers=asked.outliers,
+            )
+            s = replace(s, n=sample.n, n_masked=sample.n_masked, n_nan=sample.n_nan)
 
             def report_progress(done: int, before: int = i * resamples) -> None:
                 report((before + done) // len(estimates))
@@ -379,6 +401,7 @@ class _Options:
     interval: str
     seed: int
     workers: Workers
+    asked: Asked = Asked()
 
     def resample(
         self,
@@ -387,23 +410,25 @@ class _Options:
         values: PointStatistics,
         groups: Groups | None,
         report_progress: Callable[[int], None],
-    ) -> Both:
-        """Return both residuals of one estimate, with its resamples."""
-        numbers = np.array(
-            [[getattr(part, name) for name in NAMES] for part in (values.delta, values.norm)]
-        )
+    ) -> Parts:
+        """Return both residuals and LSST's error of one estimate, with its resamples."""
+        parts = values.delta._rows(), values.norm._rows()
+        names = tuple(row.name for row in parts[0])
+        numbers = np.array([[row.value for row in rows] for rows in parts])
+        metrics = np.array(list(values.lsst._metrics().values()))
         with_errors = self.interval in ("auto", "studentized")
-        draws = Draws(sample, estimate, self.seed, groups, with_errors)
+        draws = Draws(sample, estimate, self.seed, groups, self.asked, with_errors)
         if _has_nan(sample, estimate):
             replicates = np.full((self.resamples, *numbers.shape), np.nan)
             replicate_errors = np.full((self.resamples, 2, 3), np.nan)
+            lsst_replicates = np.full((self.resamples, len(METRICS)), np.nan)
             errors, effective = replicate_errors[0], np.full((2, 2), np.nan)
         else:
-            replicates, replicate_errors = draw(
+            replicates, replicate_errors, lsst_replicates = draw(
                 draws, self.resamples, self.workers, report_progress
             )
             errors, effective = draws.engine.whole()
-        replicates.flags.writeable = False
+        replicates.flags.writeable = lsst_replicates.flags.writeable = False
         left_out = draws.left_out() if self.interval == "bca" else None
 
         def part(i: int) -> Resampled:
@@ -412,30 +437,32 @@ class _Options:
                 return (reference - estimated) / (1 + reference if i else 1)
 
             with np.errstate(invalid="ignore"):
-                near = neighbours(numbers[i], replicates[:, i], self.confidence, residuals)
+                near = neighbours(names, numbers[i], replicates[:, i], self.confidence, residuals)
                 endless = bool(np.min(effective[i]) < ENOUGH) and are_endless(residuals())
             return Resampled(
-                sample.n, groups[1] if groups else None, numbers[i], replicates[:, i], errors[i],
-                replicate_errors[:, i], effective[i], near, endless,
-                None if left_out is None else left_out[:, i],
+                names, self.asked, sample.n, groups[1] if groups else None, numbers[i],
+                replicates[:, i], errors[i], replicate_errors[:, i], effective[i], near, endless,
+                None if left_out is None else left_out[0][:, i],
             )
 
-        return part(0), part(1)
+        delta, norm = part(0), part(1)
+        lsst: dict[str, Any] = {
+            "names": LSST_NAMES, "asked": None, "values": metrics, "replicates": lsst_replicates,
+            "neighbours": lsst_neighbours(norm.neighbours),
+            "left_out": None if left_out is None else left_out[1],
+        }
+        return delta, norm, replace(norm, **lsst)
 
-    def summary(self, values: PointStatistics, resampled: Both) -> Uncertainties:
+    def summary(self, values: PointStatistics, resampled: Parts) -> Uncertainties:
         """Return the estimates that follow from the resamples."""
-        delta, norm = (estimates(one, self.interval, self.confidence) for one in resampled)
+        delta, norm, lsst = (
+            estimates(one, self.interval, self.confidence) for one in resampled
+        )
+        replicates = resampled[0].replicates.base  # of both residuals, of which each has a view
         return Uncertainties(
             values.n, values.n_masked, values.n_nan, self.confidence, "bootstrap", delta, norm,
-            self.seed, _both(resampled),
+            self.seed, replicates, lsst, resampled[2].replicates,
         )
-
-
-def _both(resampled: Both) -> NDArray[np.float64]:
-    """Return the replicates of both residuals, of which each has a view."""
-    replicates = resampled[0].replicates.base
-    assert replicates is not None
-    return replicates
 
 
 def _has_nan(sample: _core.Sample, estimate: int) -> bool:

@@ -150,6 +150,8 @@ class Bootstrap:
         seed: int,
         groups: NDArray[np.uint32] | None,
         group_count: int,
+        percentiles: Sequence[float],
+        outliers: Sequence[float],
     ) -> None: ...
     def order(self, normalized: bool) -> None:
         """Order one residual. If both are ordered, `run` is much faster."""
@@ -157,15 +159,16 @@ class Bootstrap:
     def batch(self) -> int: ...
     def run(
         self, first: int, count: int, with_errors: bool
-    ) -> tuple[NDArray[np.float64], NDArray[np.float64]]:
+    ) -> tuple[NDArray[np.float64], NDArray[np.float64], NDArray[np.float64]]:
         """Return the numbers of some resamples in shape (count, 2, statistics).
 
         Also returns their errors by moments in shape (count, 2, 3): of bias,
         log(sigma) and log(rms). Without `with_errors`, these mean nothing.
+        The last are LSST's metrics in shape (count, 4).
         """
     def leave_out(
         self, first: int, count: int
-    ) -> tuple[NDArray[np.float64], NDArray[np.float64]]:
+    ) -> tuple[NDArray[np.float64], NDArray[np.float64], NDArray[np.float64]]:
         """Return the same of all objects but one, or of all groups but one."""
     def whole(self) -> tuple[NDArray[np.float64], NDArray[np.float64]]:
         """Return the errors by moments of all objects in shape (2, 3).

@@ -3,16 +3,21 @@
 from __future__ import annotations
 
 import math
-from collections.abc import Callable
-from dataclasses import dataclass
+from collections.abc import Callable, Sequence
+from dataclasses import dataclass, replace
 from functools import lru_cache
-from typing import TYPE_CHECKING, Literal, get_args
+from typing import TYPE_CHECKING, Any, Literal, get_args
 
 import numpy as np
 
 from vostrel import _core
 from vostrel._options import Asked
-from vostrel._results import NAMES, Uncertain, UncertainResidualStatistics
+from vostrel._results import (
+    METRICS,
+    Uncertain,
+    UncertainLsstMetrics,
+    UncertainResidualStatistics,
+)
 from vostrel._uncertainties import has_many, normal_quantile, wilson
 
 if TYPE_CHECKING:  # importing the package must be quick
@@ -34,13 +39,23 @@ ERRORS = {"bias": 0, "sigma": 1, "rms": 2}
 #: Numbers that depend on sigma.
 OF_SIGMA = ("outliers_1sigma", "outliers_2sigma", "outliers_3sigma", "outliers_4sigma")
 
+#: The fraction beyond LSST's bound. It goes from 0 to 1; the others are percentages.
+LSST_OUTLIERS = "lsst_outlier_rate"
+
+#: The names of LSST's metrics here, where no other number has them.
+LSST_NAMES = tuple(f"lsst_{name}" for name in METRICS)
+
 
 @dataclass(frozen=True)
 class Resampled:
-    """One residual: its statistics, and those of its resamples.
+    """One residual, or LSST's error: its statistics, and those of its resamples.
 
     Attributes
     ----------
+    names : tuple of str
+        The names of the statistics, as in flat names.
+    asked : Asked or None
+        The percentiles and outliers that were asked for, or None for LSST's error.
     n : int
         Number of objects.
     groups : int or None
@@ -62,6 +77,8 @@ class Resampled:
         The statistics without one object or group.
     """
 
+    names: tuple[str, ...]
+    asked: Asked | None
     n: int
     groups: int | None
     values: NDArray[np.float64]
@@ -73,6 +90,26 @@ class Resampled:
     endless: bool = False
     left_out: NDArray[np.float64] | None = None
 
+    def results(
+        self, values: Sequence[Uncertain]
+    ) -> UncertainResidualStatistics | UncertainLsstMetrics:
+        """Return the estimates of all statistics under their names."""
+        if self.asked is None:
+            return UncertainLsstMetrics(*values)
+        return UncertainResidualStatistics._of(values, self.asked)
+
+    def value(self, name: str) -> float:
+        """Return a statistic of the objects."""
+        return float(self.values[self.names.index(name)])
+
+    def drawn(self, name: str) -> NDArray[np.float64]:
+        """Return a statistic of the resamples."""
+        return self.replicates[:, self.names.index(name)]
+
+
+#: Both residuals and LSST's error.
+Parts = tuple[Resampled, Resampled, Resampled]
+
 
 def check_interval(interval: str) -> None:
     """Raise a ValueError unless the method of intervals is known."""
@@ -81,11 +118,9 @@ def check_interval(interval: str) -> None:
         raise ValueError(f"interval must be one of {names}, not {interval!r}")
 
 
-def estimates(r: Resampled, interval: str, confidence: float) -> UncertainResidualStatistics:
-    """Return the estimates of one residual, with intervals by the chosen method."""
-    return UncertainResidualStatistics._of(
-        [_estimate(r, name, interval, confidence) for name in NAMES], Asked()
-    )
+def estimates(r: Resampled, interval: str, confidence: float) -> Any:
+    """Return the estimates of all statistics, with intervals by the chosen method."""
+    return r.results([_estimate(r, name, interval, confidence) for name in r.names])
 
 
 def _estimate(r: Resampled, name: str, interval: str, confidence: float) -> Uncertain:
@@ -94,7 +129,7 @@ def _estimate(r: Resampled, name: str, interval: str, confidence: float) -> Unce
     if not finite:
         return Uncertain(value, error, math.nan, math.nan, "", False)
     method, (low, high) = _interval(r, name, _method(r, name, interval), confidence)
-    if method == "t" and name != "bias":
+    if method == "t" and not is_signed(name):
         low = max(low, 0.0)
     reliable = _is_reliable(r, name)
     if interval == "auto" and (low == high or name in r.neighbours):
@@ -111,7 +146,7 @@ def _interval(r: Resampled, name: str, method: str, confidence: float) -> tuple[
 
 def _error(r: Resampled, name: str) -> tuple[float, float, bool]:
     """Return a number, its error, and whether it and those of all resamples are finite."""
-    value, replicates = float(r.values[NAMES.index(name)]), r.replicates[:, NAMES.index(name)]
+    value, replicates = r.value(name), r.drawn(name)
     if r.n == 1:  # nothing scatters
         return value, math.nan, False
     with np.errstate(invalid="ignore", over="ignore"):
@@ -119,21 +154,17 @@ def _error(r: Resampled, name: str) -> tuple[float, float, bool]:
     return value, error, math.isfinite(value) and bool(np.isfinite(replicates).all())
 
 
-def differences(
-    first: Resampled, second: Resampled, interval: str, confidence: float
-) -> UncertainResidualStatistics:
+def differences(first: Resampled, second: Resampled, interval: str, confidence: float) -> Any:
     """Return the estimates of the first minus the second, from the same resamples."""
-    r = Resampled(
-        first.n, first.groups, first.values - second.values,
-        first.replicates - second.replicates, first.errors, first.replicate_errors,
-        first.effective, {}, False,
-        None if first.left_out is None or second.left_out is None
+    r = replace(
+        first, values=first.values - second.values,
+        replicates=first.replicates - second.replicates, neighbours={},
+        left_out=None if first.left_out is None or second.left_out is None
         else first.left_out - second.left_out,
     )
-    equal = not np.any(r.replicates[:, NAMES.index("bias")])
-    return UncertainResidualStatistics._of(
-        [_difference(r, (first, second), name, interval, confidence, equal) for name in NAMES],
-        Asked(),
+    equal = not np.any(r.replicates)
+    return r.results(
+        [_difference(r, (first, second), name, interval, confidence, equal) for name in r.names]
     )
 
 
@@ -169,7 +200,7 @@ def newcombe(
     proportions", Statistics in Medicine 17, 873 (1998), method 10.
     """
     one, other = (_estimate(each, name, "auto", confidence) for each in both)
-    value = r.values[NAMES.index(name)]
+    value = r.value(name)
     return (
         value - math.hypot(one.value - one.low, other.high - other.value),
         value + math.hypot(one.high - one.value, other.value - other.low),
@@ -177,45 +208,90 @@ def newcombe(
 
 
 def neighbours(
+    names: Sequence[str],
     values: NDArray[np.float64],
     replicates: NDArray[np.float64],
     confidence: float,
     residuals: Callable[[], NDArray[np.float64]],
-) -> dict[str, tuple[float, float]]:
-    """Return for medians that hardly scatter the ends half way to the nearest different object.
+) -> dict[str, Ends]:
+    """Return for order statistics that hardly scatter the ends half way to the nearest different object.
 
     That much the rounding of the objects may hide.
     """
-    ends = np.quantile(replicates, [(1 - confidence) / 2, (1 + confidence) / 2], axis=0)
-    names = ("mad", "nmad", "mad_delta")
-    still = [name for name in names if np.ptp(ends[:, NAMES.index(name)]) == 0]
+    both = np.quantile(replicates, [(1 - confidence) / 2, (1 + confidence) / 2], axis=0)
+    still = [
+        name for name, (low, high) in zip(names, both.T)
+        if low == high and name not in ERRORS and not is_fraction(name)
+    ]
     r = residuals() if still else np.empty(0)
     result = {}
     for name in still:
-        value = float(values[NAMES.index(name)])
-        keys = abs(r - np.median(r) if name == "mad_delta" else r)
+        if name in WIDTHS:
+            *percents, factor = WIDTHS[name]
+            lower, upper = (_half_way(r, float(np.percentile(r, p))) for p in percents)
+            result[name] = max((upper[0] - lower[1]) / factor, 0.0), (upper[1] - lower[0]) / factor
+            continue
+        keys = r if is_signed(name) else abs(r - np.median(r) if name == "mad_delta" else r)
         keys = keys * (_core.NMAD_FACTOR if name == "nmad" else 1)
-        low = float(np.max(keys, where=keys < value, initial=-math.inf))
-        high = float(np.min(keys, where=keys > value, initial=math.inf))
-        result[name] = (
-            (low + value) / 2 if math.isfinite(low) else value,
-            (high + value) / 2 if math.isfinite(high) else value,
-        )
+        result[name] = _half_way(keys, float(values[names.index(name)]))
     return result
+
+
+#: The percentiles between which a width goes, and by what their distance is divided.
+WIDTHS = {"sigma_68": (16, 84, 2), "sigma_iqr": (25, 75, 1.349)}
+
+
+def _half_way(keys: NDArray[np.float64], value: float) -> Ends:
+    """Return the ends half way from a value to the next keys below and above."""
+    low = float(np.max(keys, where=keys < value, initial=-math.inf))
+    high = float(np.min(keys, where=keys > value, initial=math.inf))
+    return (
+        (low + value) / 2 if math.isfinite(low) else value,
+        (high + value) / 2 if math.isfinite(high) else value,
+    )
+
+
+def lsst_neighbours(norm: dict[str, Ends]) -> dict[str, Ends]:
+    """Return the ends for LSST's metrics, which are numbers of the normalized residual."""
+    result = {}
+    if "median" in norm:
+        low, high = norm["median"]
+        result["lsst_bias"] = -high, -low
+    if "sigma_iqr" in norm:
+        result["lsst_sigma_iqr"] = norm["sigma_iqr"]
+    if "mad_delta" in norm:
+        low, high = norm["mad_delta"]
+        result["lsst_sigma_mad"] = low * _core.NMAD_FACTOR, high * _core.NMAD_FACTOR
+    return result
+
+
+def is_fraction(name: str) -> bool:
+    """Return whether a number is a fraction of the objects."""
+    return name.startswith("outliers") or name == LSST_OUTLIERS
+
+
+def is_signed(name: str) -> bool:
+    """Return whether a number may be negative."""
+    return name in ("bias", "median", "lsst_bias") or is_percentile(name)
+
+
+def is_percentile(name: str) -> bool:
+    """Return whether a number is a percentile that was asked for."""
+    return name[0] == "p" and name[1:2].isdigit()
 
 
 def _method(r: Resampled, name: str, interval: str) -> str:
     """Return the method for a number."""
     if interval in ("percentile", "basic", "bca"):
         return interval
-    many = has_many(r.values[NAMES.index(name)], r.n)
+    many = has_many(_percentage(r, name), r.n)
     if name in ("sigma", "rms") or (name == "outliers_1sigma" and many):
         return "studentized"
     if interval == "studentized":
         return "studentized" if name == "bias" else "percentile"
-    if name.startswith("outliers"):
+    if is_fraction(name):
         return "wilson"
-    return "t" if name in ("bias", "mad_delta") or r.groups else "percentile"
+    return "t" if name in ("bias", "mad_delta", "lsst_sigma_mad") or r.groups else "percentile"
 
 
 def _is_reliable(r: Resampled, name: str) -> bool:
@@ -226,7 +302,19 @@ def _is_reliable(r: Resampled, name: str) -> bool:
     few = not r.effective[1 if name == "rms" else 0] >= _fewest_effective(r)
     if of_sigma and (few or r.endless):
         return False
-    return not name.startswith("outliers") or has_many(r.values[NAMES.index(name)], r.n)
+    if is_percentile(name):
+        return has_many(float(name[1:]), r.n)
+    return not is_fraction(name) or has_many(_percentage(r, name), r.n)
+
+
+def _percentage(r: Resampled, name: str) -> float:
+    """Return a fraction in percent."""
+    return r.value(name) * (100 / _scale(name))
+
+
+def _scale(name: str) -> float:
+    """Return what a fraction is if all objects are beyond the bound."""
+    return 1 if name == LSST_OUTLIERS else 100
 
 
 def _fewest_effective(r: Resampled) -> float:
@@ -240,7 +328,7 @@ def _fewest_effective(r: Resampled) -> float:
 
 def percentile(r: Resampled, name: str, confidence: float) -> Ends:
     """Return two quantiles of the resamples."""
-    replicates = r.replicates[:, NAMES.index(name)]
+    replicates = r.drawn(name)
     low, high = np.quantile(replicates, [(1 - confidence) / 2, (1 + confidence) / 2])
     return float(low), float(high)
 
@@ -248,7 +336,7 @@ def percentile(r: Resampled, name: str, confidence: float) -> Ends:
 def basic(r: Resampled, name: str, confidence: float) -> Ends:
     """Return the percentile interval reflected about the value."""
     low, high = percentile(r, name, confidence)
-    value = r.values[NAMES.index(name)]
+    value = r.value(name)
     return 2 * value - high, 2 * value - low
 
 
@@ -260,8 +348,8 @@ def bca(r: Resampled, name: str, confidence: float) -> Ends | None:
     """
     from statistics import NormalDist
 
-    i = NAMES.index(name)
-    value, replicates = r.values[i], r.replicates[:, i]
+    i = r.names.index(name)
+    value, replicates = r.value(name), r.drawn(name)
     assert r.left_out is not None
     below = (np.mean(replicates < value) + np.mean(replicates <= value)) / 2
     differences = np.mean(r.left_out[:, i]) - r.left_out[:, i]
@@ -287,8 +375,8 @@ def studentized(r: Resampled, name: str, confidence: float) -> Ends | None:
     """
     if name not in ERRORS:
         return beyond_sigma(r, name, confidence)
-    i, e = NAMES.index(name), ERRORS[name]
-    value, replicates, error = r.values[i], r.replicates[:, i], r.errors[e]
+    e = ERRORS[name]
+    value, replicates, error = r.value(name), r.drawn(name), r.errors[e]
     with np.errstate(divide="ignore", invalid="ignore"):
         if name == "bias":
             ratios = (replicates - value) / r.replicate_errors[:, e]
@@ -300,7 +388,7 @@ def studentized(r: Resampled, name: str, confidence: float) -> Ends | None:
     upper, lower = np.quantile(ratios, [(1 - confidence) / 2, (1 + confidence) / 2])
     if name == "bias":
         return value - lower * error, value - upper * error
-    return value * np.exp(-lower * error), value * np.exp(-upper * error)
+    return float(value * np.exp(-lower * error)), float(value * np.exp(-upper * error))
 
 
 def beyond_sigma(r: Resampled, name: str, confidence: float) -> Ends | None:
@@ -309,13 +397,13 @@ def beyond_sigma(r: Resampled, name: str, confidence: float) -> Ends | None:
     How far it follows the logarithm of sigma is found by regression. That part
     of each difference is studentized. The rest is that of a fixed bound.
     """
-    value, sigma, error = r.values[NAMES.index(name)], r.values[NAMES.index("sigma")], r.errors[1]
+    value, error = r.value(name), r.errors[1]
     with np.errstate(divide="ignore", invalid="ignore"):
-        logs = np.log(r.replicates[:, NAMES.index("sigma")] / sigma)
+        logs = np.log(r.drawn("sigma") / r.value("sigma"))
         ratios = logs / r.replicate_errors[:, 1]
     found = np.isfinite(ratios)
     logs, ratios = logs[found], ratios[found]
-    differences = r.replicates[found, NAMES.index(name)] - value
+    differences = r.drawn(name)[found] - value
     if len(ratios) < 2 or not error > 0 or not np.ptp(logs) > 0:
         return None
     slope = np.mean((logs - np.mean(logs)) * differences) / np.var(logs)
@@ -330,9 +418,9 @@ def student_t(r: Resampled, name: str, confidence: float) -> Ends:
     Resamples show only (units - 1) / units of the variance.
     """
     units = r.groups or r.n
-    value = r.values[NAMES.index(name)]
-    error = np.std(r.replicates[:, NAMES.index(name)], ddof=1) * math.sqrt(units / (units - 1))
-    half = t_quantile(confidence, units - 1) * error
+    value = r.value(name)
+    error = np.std(r.drawn(name), ddof=1) * math.sqrt(units / (units - 1))
+    half = t_quantile(confidence, units - 1) * float(error)
     return value - half, value + half
 
 
@@ -342,19 +430,21 @@ def wilson_interval(r: Resampled, name: str, confidence: float) -> Ends:
     A fraction beyond a multiple of sigma scatters less than one beyond a fixed
     bound, since sigma moves with it. Other fractions are worth at most n objects.
     """
-    i = NAMES.index(name)
-    p = r.values[i] / 100
-    variance = np.var(r.replicates[:, i] / 100, ddof=1)
+    scale = _scale(name)
+    p = r.value(name) / scale
+    variance = np.var(r.drawn(name) / scale, ddof=1)
     q = normal_quantile(confidence)
-    if name in OF_SIGMA and has_many(r.values[i], r.n) and 0 < variance < p * (1 - p) / r.n:
-        return wilson(p, p * (1 - p) / variance, q)
+    follows = name in (*OF_SIGMA, LSST_OUTLIERS) and has_many(_percentage(r, name), r.n)
     most = float(r.n)
-    if r.groups:
+    if follows and 0 < variance < p * (1 - p) / r.n:
+        most = math.inf
+    elif r.groups:
         q = t_quantile(confidence, r.groups - 1)
         variance *= r.groups / (r.groups - 1)
         most = float(r.groups) if variance == 0 else most
     effective = min(p * (1 - p) / variance, most) if variance > 0 else most
-    return wilson(p, max(effective, 1.0), q)
+    low, high = wilson(p, max(effective, 1.0), q)
+    return low * (scale / 100), high * (scale / 100)
 
 
 METHODS: dict[str, Callable[[Resampled, str, float], Ends | None]] = {

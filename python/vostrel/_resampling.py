@@ -12,8 +12,8 @@ import numpy as np
 
 from vostrel import _core
 from vostrel._inputs import SLICE
-from vostrel._options import read_workers
-from vostrel._results import NAMES
+from vostrel._options import Asked, read_workers
+from vostrel._results import METRICS, QUANTILES, ROWS
 
 if TYPE_CHECKING:  # importing the package must be quick
     from numpy.typing import NDArray
@@ -40,15 +40,18 @@ class Draws:
         estimate: int,
         seed: int,
         groups: Groups | None,
+        asked: Asked,
         with_errors: bool,
         name: bytes | None = None,
     ) -> None:
         labels, count = groups if groups is not None else (None, 0)
-        self.engine = _core.Bootstrap(sample, estimate, seed, labels, count)
+        self.engine = _core.Bootstrap(sample, estimate, seed, labels, count, *asked)
+        self.length = len(ROWS) + len(QUANTILES) + sum(map(len, asked))
         self._sample = sample
         self._estimate = estimate
         self._seed = seed
         self._groups = groups
+        self._asked = asked
         self._with_errors = with_errors
         self._name = name or os.urandom(16)
         self._ordered = False
@@ -56,7 +59,8 @@ class Draws:
 
     def __reduce__(self) -> tuple[Any, ...]:
         columns = [self._sample.column(0), self._sample.column(self._estimate)]
-        return _unpickled, (self._name, columns, self._seed, self._groups, self._with_errors)
+        options = self._seed, self._groups, self._asked, self._with_errors
+        return _unpickled, (self._name, columns, *options)
 
     def order(self, run: Callable[..., Iterable[Any]] = map) -> None:
         """Make the engine ready, once, by a function like map."""
@@ -65,19 +69,19 @@ class Draws:
                 list(run(self.engine.order, (False, True)))
             self._ordered = True
 
-    def __call__(self, piece: Piece) -> tuple[Piece, Any, Any]:
+    def __call__(self, piece: Piece) -> tuple[Piece, Any, Any, Any]:
         self.order()
         return piece, *self.engine.run(*piece, self._with_errors)
 
-    def left_out(self) -> NDArray[np.float64]:
-        """Return the statistics without one object or group."""
+    def left_out(self) -> tuple[NDArray[np.float64], NDArray[np.float64]]:
+        """Return the statistics and LSST's metrics without one object or group."""
         self.order()
         count = self._groups[1] if self._groups else self._sample.n
-        result = np.empty((count, 2, len(NAMES)))
+        numbers, metrics = np.empty((count, 2, self.length)), np.empty((count, len(METRICS)))
         for first in range(0, count, SLICE):
-            some = result[first : first + SLICE]
-            some[:] = self.engine.leave_out(first, len(some))[0]
-        return result
+            some = slice(first, min(first + SLICE, count))
+            numbers[some], _, metrics[some] = self.engine.leave_out(first, some.stop - first)
+        return numbers, metrics
 
 
 #: The last one that this process was sent.
@@ -89,12 +93,13 @@ def _unpickled(
     columns: list[NDArray[np.float64]],
     seed: int,
     groups: Groups | None,
+    asked: Asked,
     with_errors: bool,
 ) -> Draws:
     found = _last.get(name)
     if found is None:
         sample = _core.Sample(columns, [], False)
-        found = Draws(sample, 1, seed, groups, with_errors, name)
+        found = Draws(sample, 1, seed, groups, asked, with_errors, name)
         _last.clear()
         _last[name] = found
     return found
@@ -102,32 +107,34 @@ def _unpickled(
 
 def draw(
     draws: Draws, resamples: int, workers: Workers, report_progress: Callable[[int], None]
-) -> tuple[NDArray[np.float64], NDArray[np.float64]]:
-    """Return the numbers of all resamples, and their errors.
+) -> tuple[NDArray[np.float64], NDArray[np.float64], NDArray[np.float64]]:
+    """Return the numbers of all resamples, their errors and LSST's metrics.
 
     Raises
     ------
     RuntimeError
         If the workers lose a piece.
     """
-    numbers = np.empty((resamples, 2, len(NAMES)))
+    numbers = np.empty((resamples, 2, draws.length))
     errors = np.empty((resamples, 2, 3))
+    metrics = np.empty((resamples, len(METRICS)))
     done = 0
     with _map_of(workers, draws) as (count, run):
         missing = set(_pieces(resamples, draws.engine.batch, count))
-        for piece, some, their_errors in run(draws, sorted(missing)):
+        for piece, some, their_errors, their_metrics in run(draws, sorted(missing)):
             if piece not in missing:  # it came before
                 continue
             missing.remove(piece)
             first, number = piece
             numbers[first : first + number] = some
             errors[first : first + number] = their_errors
+            metrics[first : first + number] = their_metrics
             done += number
             report_progress(done)
     if missing:
         lost = sum(number for _, number in missing)
         raise RuntimeError(f"workers lost {lost} of {resamples} resamples")
-    return numbers, errors
+    return numbers, errors, metrics
 
 
 def _pieces(resamples: int, batch: int, count: int) -> list[Piece]:

@@ -637,11 +637,7 @@ class UncertainResidualStatistics(PerStatistic[Uncertain]):
         """Return four numbers for each statistic, such as ``nmad``, ``nmad_error``, ``nmad_low``
         and ``nmad_high``.
         """
-        return {
-            row.name + ("" if name == "value" else f"_{name}"): getattr(row.value, name)
-            for row in self._rows()
-            for name in NUMBERS
-        }
+        return _four_numbers(self._rows())
 
     def _table(self) -> dict[str, Any]:
         return _uncertain_columns([("", self)])
@@ -651,6 +647,37 @@ class UncertainResidualStatistics(PerStatistic[Uncertain]):
 
     def _summary(self) -> Grid:
         return _by_part({"": self._shown()})
+
+
+@dataclass(frozen=True, repr=False)
+class UncertainLsstMetrics(Result):
+    """The metrics of LSST: those of `LsstMetrics`, each as an `Uncertain`.
+
+    `to_frame` has a row for each metric, and the columns ``value``,
+    ``error``, ``low``, ``high``, ``method`` and ``reliable``.
+    """
+
+    bias: Uncertain
+    sigma_iqr: Uncertain
+    sigma_mad: Uncertain
+    outlier_rate: Uncertain
+
+    _INDEX = ("statistic",)
+
+    def to_dict(self) -> dict[str, float]:
+        """Return four numbers for each metric, such as ``bias``, ``bias_error``, ``bias_low`` and
+        ``bias_high``.
+        """
+        return _four_numbers(self._rows())
+
+    def _rows(self) -> list[Row[Uncertain]]:
+        return [Row(name, name, "", getattr(self, name)) for name in METRICS]
+
+    def _table(self) -> dict[str, Any]:
+        return _uncertain_columns([("", self)])
+
+    def _grid(self) -> Grid:
+        return _by_statistic({"value": self._rows()})
 
 
 @dataclass(frozen=True, eq=False, repr=False)
@@ -682,7 +709,11 @@ class Uncertainties(Result):
         The seed of a bootstrap, which gives the same resamples again.
     replicates : ndarray of float64, shape (resamples, 2, statistics), or None
         The numbers of every resample of a bootstrap, first those of `delta`,
-        then those of `norm`, in the order of `ResidualStatistics`.
+        then those of `norm`, in the order of the rows of `ResidualStatistics`.
+    lsst : UncertainLsstMetrics
+        LSST's metrics.
+    lsst_replicates : ndarray of float64, shape (resamples, 4), or None
+        LSST's metrics of every resample.
     """
 
     n: int
@@ -694,6 +725,8 @@ class Uncertainties(Result):
     norm: UncertainResidualStatistics
     seed: int | None = None
     replicates: NDArray[np.float64] | None = None
+    lsst: UncertainLsstMetrics = None  # type: ignore[assignment]
+    lsst_replicates: NDArray[np.float64] | None = None
 
     _INDEX = ("statistic",)
 
@@ -705,15 +738,19 @@ class Uncertainties(Result):
         dict
             ``n``, ``n_masked``, ``n_nan``, and four numbers for each
             statistic, such as ``norm_nmad``, ``norm_nmad_error``,
-            ``norm_nmad_low`` and ``norm_nmad_high``.
+            ``norm_nmad_low`` and ``norm_nmad_high``; those of LSST's metrics
+            begin with ``lsst_``.
         """
-        return {**_counts(self), **_flat(self)}
+        metrics = {f"lsst_{name}": value for name, value in self.lsst.to_dict().items()}
+        return {**_counts(self), **_flat(self), **metrics}
 
     def _caption(self) -> str:
         return f"{_counted(self)}; {100 * self.confidence:.6g}% intervals by {self.method}"
 
     def _table(self) -> dict[str, Any]:
-        return _uncertain_columns([("delta_", self.delta), ("norm_", self.norm)])
+        return _uncertain_columns(
+            [("delta_", self.delta), ("norm_", self.norm), ("lsst_", self.lsst)]
+        )
 
     def _grid(self) -> Grid:
         parts = {"delta": self.delta._rows(), "delta norm": self.norm._rows()}
@@ -792,7 +829,18 @@ def _norm_label(row: Row[Any]) -> str:
     return dict(zip(NAMES, (norm for _, norm, _, _ in _core.STATISTICS)))[row.name]
 
 
-def _uncertain_columns(parts: list[tuple[str, UncertainResidualStatistics]]) -> dict[str, Any]:
+def _four_numbers(rows: Iterable[Row[Uncertain]]) -> dict[str, float]:
+    """Return the numbers of each estimate under flat names."""
+    return {
+        row.name + ("" if name == "value" else f"_{name}"): getattr(row.value, name)
+        for row in rows
+        for name in NUMBERS
+    }
+
+
+def _uncertain_columns(
+    parts: Sequence[tuple[str, UncertainResidualStatistics | UncertainLsstMetrics]]
+) -> dict[str, Any]:
     rows = [(prefix + row.name, row.value) for prefix, part in parts for row in part._rows()]
     columns: dict[str, Any] = {"statistic": [name for name, _ in rows]}
     for field in fields(Uncertain):

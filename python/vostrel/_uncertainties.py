@@ -12,10 +12,12 @@ from vostrel import _core
 from vostrel._inputs import Columns, NanPolicy, check_counts, prepare
 from vostrel._options import Asked, Numbers, read_asked, read_confidence
 from vostrel._results import (
+    METRICS,
     QUANTILES,
     ROWS,
     ResidualStatistics,
     Uncertain,
+    UncertainLsstMetrics,
     UncertainResidualStatistics,
     Uncertainties,
 )
@@ -67,8 +69,8 @@ def uncertainties(
     Uncertainties
         Errors and intervals are NaN if no reliable closed form exists: for
         mad_delta, which depends on an estimated median, for the outliers
-        beyond multiples of the estimated sigma, for sigma_68 and for
-        sigma_iqr. Use `bootstrap` for those.
+        beyond multiples of the estimated sigma, for sigma_68, for sigma_iqr,
+        and for LSST's metrics except the bias. Use `bootstrap` for those.
 
     Raises
     ------
@@ -104,7 +106,8 @@ def uncertainties(
         [3]_. The error is half of the 68.27% interval.
     median, percentiles
         The same for r, with the p of the percentile. The percentiles 0 and
-        100 have no interval, nor have others near them of few objects.
+        100 have no interval, nor have others near them of few objects. LSST's
+        bias is the median with the other sign, and has its interval.
     outliers_015, outliers
         Wilson's interval [4]_. The error is half of the 68.27% interval. Not
         reliable with fewer than ten objects beyond the bound, or within.
@@ -147,21 +150,23 @@ def of_columns(
     omit = nan_policy == "omit"
     sample = _core.Sample(columns.values, columns.masks, omit)
     n, n_masked, n_nan = sample.n, sample.n_masked, sample.n_nan
-    parts = by_formula(0 if n_nan and not omit else n, asked, sample.statistics, confidence)
-    return Uncertainties(n, n_masked, n_nan, confidence, "formula", *parts)
+    delta, norm, lsst = by_formula(
+        0 if n_nan and not omit else n, asked, sample.statistics, confidence
+    )
+    return Uncertainties(n, n_masked, n_nan, confidence, "formula", delta, norm, lsst=lsst)
 
 
 def by_formula(
     n: int, asked: Asked, statistics: Callable[..., Sequence[Any]], confidence: float
-) -> tuple[UncertainResidualStatistics, UncertainResidualStatistics]:
-    """Return the estimates of both residuals of n objects. They are NaN if n is 0.
+) -> tuple[UncertainResidualStatistics, UncertainResidualStatistics, UncertainLsstMetrics]:
+    """Return the estimates of both residuals of n objects, and LSST's. They are NaN if n is 0.
 
     `statistics` is `Sample.statistics` of the core, or a function like it.
     """
     if n == 0:
         count = len(ROWS) + len(QUANTILES) + sum(map(len, asked))
         nothing = UncertainResidualStatistics._of([NO_ESTIMATE] * count, asked)
-        return nothing, nothing
+        return nothing, nothing, UncertainLsstMetrics(*[NO_ESTIMATE] * len(METRICS))
     ranks = [
         quantile_ranks(n, percent / 100, of)
         for percent in (50, *asked.percentiles)
@@ -170,12 +175,21 @@ def by_formula(
     absolute, values = (
         [rank for pair in pairs if pair for rank in pair] for pairs in (ranks[:2], ranks)
     )
-    delta, norm, _, *spreads = statistics(*asked, absolute, values)
+    delta, norm, metrics, *spreads = statistics(*asked, absolute, values)
     first, second = (
         _of_residual(n, confidence, ResidualStatistics._of(part, asked), spread, ranks)
         for part, spread in zip((delta, norm), spreads)
     )
-    return first, second
+    return first, second, _lsst(metrics, second.median)
+
+
+def _lsst(metrics: Sequence[float], median: Uncertain) -> UncertainLsstMetrics:
+    """Return the estimates of LSST's metrics. Their bias is the median with the other sign."""
+    bias, *others = metrics
+    return UncertainLsstMetrics(
+        Uncertain(bias, median.error, -median.high, -median.low, median.method),
+        *map(_without, others),
+    )
 
 
 NO_ESTIMATE = Uncertain(math.nan, math.nan, math.nan, math.nan)

@@ -17,7 +17,10 @@
 namespace {
 
 using vostrel::Bootstrap;
+using vostrel::ExtendedStatistics;
+using vostrel::Extras;
 using vostrel::PointStatistics;
+using vostrel::Quantiles;
 using vostrel::Replicate;
 using vostrel::ResidualStatistics;
 
@@ -150,8 +153,8 @@ void expect_equal(const ResidualStatistics& found, const ResidualStatistics& exp
 }
 
 // The statistics of objects, each as many times as its unit is drawn.
-PointStatistics plain(const Data& data, const std::vector<std::uint32_t>& unit_of,
-                      const std::vector<std::size_t>& counts) {
+ExtendedStatistics plain(const Data& data, const std::vector<std::uint32_t>& unit_of,
+                         const std::vector<std::size_t>& counts, const Extras& extras) {
   Data drawn;
   for (std::size_t i = 0; i < data.reference.size(); ++i) {
     for (std::size_t k = 0; k < counts[unit_of[i]]; ++k) {
@@ -159,7 +162,7 @@ PointStatistics plain(const Data& data, const std::vector<std::uint32_t>& unit_o
       drawn.estimate.push_back(data.estimate[i]);
     }
   }
-  return vostrel::point_statistics(drawn.reference, drawn.estimate);
+  return vostrel::extended_statistics(drawn.reference, drawn.estimate, extras);
 }
 
 std::vector<std::size_t> drawn_counts(std::uint64_t seed, std::uint64_t number, std::size_t size) {
@@ -172,6 +175,42 @@ void expect_equal(const PointStatistics& found, const PointStatistics& expected)
   EXPECT_EQ(found.n, expected.n);
   expect_equal(found.delta, expected.delta);
   expect_equal(found.norm, expected.norm);
+}
+
+std::vector<double> numbers_of(const Quantiles& q) {
+  std::vector<double> numbers = {q.median, q.sigma_68, q.sigma_iqr};
+  numbers.insert(numbers.end(), q.percentiles.begin(), q.percentiles.end());
+  numbers.insert(numbers.end(), q.outliers.begin(), q.outliers.end());
+  return numbers;
+}
+
+void expect_same(const std::vector<double>& found, const std::vector<double>& expected) {
+  ASSERT_EQ(found.size(), expected.size());
+  for (std::size_t i = 0; i < found.size(); ++i) {
+    SCOPED_TRACE(i);
+    expect_same(found[i], expected[i]);
+  }
+}
+
+void expect_equal(const Replicate& found, const ExtendedStatistics& expected) {
+  expect_equal(found.statistics, expected.point);
+  expect_same(numbers_of(found.quantiles[0]), numbers_of(expected.delta));
+  expect_same(numbers_of(found.quantiles[1]), numbers_of(expected.norm));
+  const auto metrics = [](const vostrel::LsstMetrics& m) {
+    return std::vector{m.bias, m.sigma_iqr, m.sigma_mad, m.outlier_rate};
+  };
+  expect_same(metrics(found.lsst), metrics(expected.lsst));
+}
+
+// Percentiles and bounds: none, the usual ones, or more than a word of marks holds.
+Extras random_extras(Random& random) {
+  if (random.one_in(3)) return {};
+  Extras extras = {{2.5, 16, 84, 97.5}, {0.05, 0.25, 1}};
+  if (random.one_in(2)) return extras;
+  for (int k = 0; k < 12; ++k) extras.percentiles.push_back(100 * random.fraction());
+  extras.percentiles.insert(extras.percentiles.end(), {0, 100, 50});
+  extras.outliers.insert(extras.outliers.end(), {0, 0.15, 1e300});
+  return extras;
 }
 
 // Objects, or groups of them that are shifted together.
@@ -192,20 +231,24 @@ TEST(Bootstrap, MatchesThePlainLoop) {
     }
     Bootstrap bootstrap = grouped ? Bootstrap(data.reference, data.estimate, 3, unit_of, units)
                                   : Bootstrap(data.reference, data.estimate, 3);
-    bootstrap.order(false);
-    bootstrap.order(true);
+    const Extras extras = random_extras(random);
+    bootstrap.ask(extras);
+    if (!random.one_in(10)) {
+      bootstrap.order(false);
+      bootstrap.order(true);
+    }
     const std::uint64_t first = random.below(1000);
     std::vector<Replicate> found(random.below(10));
     bootstrap.run(first, found, random.one_in(2));
     for (std::size_t k = 0; k < found.size(); ++k) {
-      expect_equal(found[k].statistics, plain(data, unit_of, drawn_counts(3, first + k, units)));
+      expect_equal(found[k], plain(data, unit_of, drawn_counts(3, first + k, units), extras));
     }
     const std::size_t left_out = random.below(units);
     std::vector<std::size_t> others(units, 1);
     others[left_out] = 0;
     std::vector<Replicate> one(1);
     bootstrap.leave_out(left_out, one);
-    expect_equal(one[0].statistics, plain(data, unit_of, others));
+    expect_equal(one[0], plain(data, unit_of, others, extras));
     if (HasFailure()) {
       ADD_FAILURE() << size << " " << units;
       return;
@@ -223,6 +266,7 @@ TEST(Bootstrap, WindowsAnswerOrdinaryResamples) {
     for (const bool grouped : {false, true}) {
       Bootstrap bootstrap = grouped ? Bootstrap(data.reference, data.estimate, 3, groups, 30)
                                     : Bootstrap(data.reference, data.estimate, 3);
+      bootstrap.ask({{2.5, 97.5, 0}, {0.2}});
       bootstrap.order(false);
       bootstrap.order(true);
       std::vector<Replicate> found(100);

@@ -8,6 +8,8 @@ import pytest
 import vostrel
 from data_sets import LONG, data_set, redshifts, same_bits
 from scipy.stats import binom
+from vostrel import _core
+from vostrel._results import NAMES
 from vostrel._uncertainties import quantile_ranks
 
 ASKED = {"percentiles": (2.5, 16, 50, 84, 97.5, 0, 100, 33.3), "outliers": (0.05, 0.2, 1.0, 0)}
@@ -73,6 +75,34 @@ def test_bins_and_errors_have_the_same_numbers(rng):
     ordered = np.sort(residuals(reference, estimate)[1])
     assert (u.norm.percentiles[16].low, u.norm.percentiles[16].high) == tuple(ordered[[low, high]])
     assert np.isnan(u.norm.percentiles[100].low) and np.isnan(u.norm.sigma_68.error)
+
+
+@pytest.mark.parametrize("grouped", [False, True])
+@pytest.mark.parametrize("n", [2, 100, 4000, 120_000])
+def test_resamples_have_the_same_numbers(rng, n, grouped):
+    reference, estimate = redshifts(rng, n)
+    groups = np.arange(n) * (2 if n == 2 else 50) // n
+    u = vostrel.bootstrap(
+        reference, estimate, resamples=5, seed=2, groups=groups if grouped else None, **ASKED
+    )
+    for k in range(5):
+        drawn = _core.resample_indices(2, k, groups[-1] + 1 if grouped else n)
+        if grouped:
+            drawn = np.concatenate([np.flatnonzero(groups == group) for group in drawn])
+        for i, r in enumerate(residuals(reference[drawn], estimate[drawn])):
+            assert same_bits(u.replicates[k, i, len(NAMES) :], by_numpy(r))
+        metrics = vostrel.lsst_metrics(reference[drawn], estimate[drawn])
+        assert same_bits(u.lsst_replicates[k], list(metrics._metrics().values()))
+    s = vostrel.point_statistics(reference, estimate, **ASKED)
+    assert [float(one) for one in found(u.norm)] == found(s.norm)
+    assert u.lsst.outlier_rate.value == s.lsst.outlier_rate
+    d = vostrel.bootstrap_difference(
+        reference, {"A": estimate, "B": reference}, resamples=5, seed=2,
+        groups=groups if grouped else None, **ASKED
+    )
+    assert d["A"].norm.percentiles == u.norm.percentiles
+    assert d.norm.outliers[0.2].value == s.norm.outliers[0.2]
+    assert d.lsst.bias.value == s.lsst.bias
 
 
 @pytest.mark.parametrize("confidence", [0.683, 0.95])

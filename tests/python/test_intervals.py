@@ -26,7 +26,13 @@ PLAIN = {
         f"outliers_{k}sigma": lambda r, k=k: 100 * (abs(r) > k * r.std(-1, keepdims=True)).mean(-1)
         for k in (1, 2, 3, 4)
     },
+    "median": lambda r: np.median(r, -1),
+    "sigma_68": lambda r: np.subtract(*np.percentile(r, (84, 16), axis=-1)) / 2,
+    "sigma_iqr": lambda r: np.subtract(*np.percentile(r, (75, 25), axis=-1)) / 1.349,
+    "p2.5": lambda r: np.percentile(r, 2.5, axis=-1),
+    "outliers_0.1": lambda r: 100 * (abs(r) > 0.1).mean(-1),
 }
+ASKED = {"percentiles": 2.5, "outliers": 0.1}
 
 
 @pytest.mark.filterwarnings("ignore:The BCa")
@@ -38,8 +44,9 @@ def test_matches_scipy(rng, interval):
     n = 301
     reference, estimate = np.zeros(n), -0.05 * np.exp(rng.standard_normal(n))
     u = vostrel.bootstrap(
-        reference, estimate, interval=interval, resamples=500, confidence=0.9, seed=1
+        reference, estimate, interval=interval, resamples=500, confidence=0.9, seed=1, **ASKED
     )
+    rows = {row.name: row.value for row in u.delta._rows()}
     for i, (name, plain) in enumerate(PLAIN.items()):
         class Drawn:  # what SciPy takes as an earlier result
             bootstrap_distribution = u.replicates[:, 0, i]
@@ -48,7 +55,7 @@ def test_matches_scipy(rng, interval):
             (-estimate,), lambda r, axis: plain(r), n_resamples=0, bootstrap_result=Drawn,
             confidence_level=0.9, method=interval, vectorized=True,
         ).confidence_interval
-        ours = getattr(u.delta, name)
+        ours = rows[name]
         if math.isnan(theirs.low):  # no resample differs, or all are on one side
             assert ours.method == "percentile" != interval
             continue
@@ -56,6 +63,25 @@ def test_matches_scipy(rng, interval):
         assert ours.method == interval
         assert ours.low == pytest.approx(theirs.low, rel=0, abs=1e-12 * scale), name
         assert ours.high == pytest.approx(theirs.high, rel=0, abs=1e-12 * scale), name
+
+
+def lsst_outlier_rate(e, axis):
+    lower, upper = np.percentile(e, (25, 75), axis=axis, keepdims=True)
+    return (abs(e) > np.maximum(0.06, 3 * (upper - lower) / 1.349)).mean(axis)
+
+
+def test_errors_of_the_further_numbers_match_scipy(rng):
+    from scipy import stats
+
+    r = 0.05 * rng.standard_t(4, 301)
+    u = vostrel.bootstrap(np.zeros(301), -r, resamples=10_000, seed=1, **ASKED)
+    found = {row.name: row.value.error for row in u.delta._rows()}
+    found["outlier_rate"] = u.lsst.outlier_rate.error
+    plain = {name: lambda r, axis, f=f: f(r) for name, f in list(PLAIN.items())[len(NAMES):]}
+    for name, function in {**plain, "outlier_rate": lsst_outlier_rate}.items():
+        theirs = stats.bootstrap((r,), function, n_resamples=10_000, batch=1000, vectorized=True,
+                                 method="percentile").standard_error
+        assert found[name] == pytest.approx(theirs, rel=0.05), name
 
 
 def test_studentized_matches_its_definition(rng):

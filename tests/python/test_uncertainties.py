@@ -127,7 +127,12 @@ def test_table_and_names(rng):
         "n", "n_masked", "n_nan",
         "delta_bias", "delta_bias_error", "delta_bias_low", "delta_bias_high",
     ]
-    assert len(u.to_dict()) == 3 + 28 * 4
+    assert len(u.to_dict()) == 3 + (28 + 4) * 4
+    assert list(u.to_dict())[-4:] == [
+        "lsst_outlier_rate", "lsst_outlier_rate_error", "lsst_outlier_rate_low",
+        "lsst_outlier_rate_high",
+    ]
+    assert u.lsst.bias.low == -u.norm.median.high
     frame = u.to_frame()
     assert frame.loc["norm_nmad", "high"] == u.norm.nmad.high
     assert str(u).splitlines()[0].endswith("68.3% intervals by formula")
@@ -136,13 +141,18 @@ def test_table_and_names(rng):
 @pytest.mark.skipif(not LONG, reason="takes a minute")
 def test_coverage(rng):
     """How often the interval holds what the statistic is of very many objects."""
-    hits = np.zeros(6)
-    names = ("bias", "sigma", "rms", "mad", "nmad", "outliers_015")
-    truth = (0, 0.1, 0.1, 0.06744898, 0.06744898 * 1.4826, 13.361440)
+    hits = np.zeros(10)
+    names = ("bias", "sigma", "rms", "mad", "nmad", "outliers_015", "median", "p2.5", "p16",
+             "outliers_0.2")
+    truth = (0, 0.1, 0.1, 0.06744898, 0.06744898 * 1.4826, 13.361440, 0, -0.1959964, -0.09944579,
+             4.550026)
     for _ in range(2000):
         r = 0.1 * rng.standard_normal(1000)
-        u = vostrel.uncertainties(np.zeros(1000), r, confidence=0.95)
-        hits += [getattr(u.norm, name).low <= value <= getattr(u.norm, name).high
+        u = vostrel.uncertainties(
+            np.zeros(1000), r, confidence=0.95, percentiles=(2.5, 16), outliers=0.2
+        )
+        found = u.norm.to_dict()
+        hits += [found[f"{name}_low"] <= value <= found[f"{name}_high"]
                  for name, value in zip(names, truth)]
     assert (hits / 2000 > 0.93).all() and (hits / 2000 < 0.97).all()
 

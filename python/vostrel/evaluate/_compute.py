@@ -268,6 +268,7 @@ def _add_errors(
         "seed": options.seed,
         "workers": -1,
         "progress": lambda done, total: progress("resampling", done, total),
+        **options.asked,
     }
     if len(estimates) == 1:
         (name, estimate), = estimates.items()
@@ -304,7 +305,7 @@ def _bin_errors(
         )
     return vostrel.bootstrap(
         reference, estimate, resamples=options.resamples, confidence=options.confidence,
-        groups=groups, seed=options.seed, workers=-1,
+        groups=groups, seed=options.seed, workers=-1, **options.asked,
     )
 
 

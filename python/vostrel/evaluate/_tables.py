@@ -2,9 +2,8 @@
 
 from __future__ import annotations
 
-import math
 from collections.abc import Iterator
-from dataclasses import dataclass, replace
+from dataclasses import dataclass
 from typing import Any
 
 from vostrel._core import VERSION
@@ -130,16 +129,9 @@ def _of(
 def _rows(
     part: str, numbers_of: PointStatistics | Uncertainties, errors: Uncertainties | None
 ) -> list[Row[Any]]:
-    """Return the statistics of one residual. Those that `errors` lacks get an unknown one."""
-    rows: list[Row[Any]] = getattr(numbers_of, part)._rows()
-    if errors is None:
-        return rows
-    known = {row.name: row for row in getattr(errors, part)._rows()}
-    nan = math.nan
-    return [
-        known.get(row.name) or replace(row, value=Uncertain(row.value, nan, nan, nan))
-        for row in rows
-    ]
+    """Return the statistics of one residual, with their errors if there are any."""
+    rows: list[Row[Any]] = getattr(errors or numbers_of, part)._rows()
+    return rows
 
 
 # ---- tables for people ---------------------------------------------------------------------------
@@ -154,9 +146,8 @@ def grids(results: Results, task: Task) -> Iterator[tuple[str, Grid]]:
 
 def hint(results: Results) -> str:
     """Return what to do about errors that are not known."""
-    others = {"formula": "bootstrap", "bootstrap": "formula"}
-    methods = {others[one.method] for one in results.errors.values()}
-    return "".join(f"; --errors {method} knows some" for method in methods)
+    by_formula = any(one.method == "formula" for one in results.errors.values())
+    return "; --errors bootstrap knows them" if by_formula else ""
 
 
 def statistic_grids(results: Results) -> Iterator[tuple[str, Grid]]:

@@ -64,7 +64,7 @@ def running(objects: Objects) -> Running:
         count = bins.count(i)
         if count == 0:  # equal values leave bins empty
             continue
-        _, norm = by_formula(count, Asked(), partial(bins.statistics, i), CONFIDENCE)
+        _, norm, _ = by_formula(count, Asked(), partial(bins.statistics, i), CONFIDENCE)
         reference, _, _ = bins.medians(i, [])
         median, nmad = norm.median, norm.nmad
         rows.append((
