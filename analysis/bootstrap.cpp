@@ -168,7 +168,7 @@ void Bootstrap::order_quantiles(Part& part, const Checkpoint& checkpoint) {
 
 std::size_t Bootstrap::batch() const {
   if (!is_fast()) return 1;
-  return std::clamp<std::size_t>((std::size_t{1} << 20) / units_.count, 4, 64);
+  return std::clamp<std::size_t>((std::size_t{1} << 21) / units_.count, 8, 64);
 }
 
 void Bootstrap::load(std::size_t first, std::size_t count, bool with_powers, Items& items) const {

@@ -22,9 +22,10 @@ std::vector<double> percents_of(const Wanted& wanted) {
   return percents;
 }
 
-// 1 at a byte if a < b: the sign of the difference, since both are finite or b is.
-std::uint64_t is_below(double a, double b, std::size_t byte) {
-  return std::bit_cast<std::uint64_t>(a - b) >> 63 << (8 * byte);
+// Moves marks by a byte, and adds a bit to them if a < b: the sign of the difference, since both
+// are finite.
+std::uint64_t with_next(std::uint64_t marks, double a, double b) {
+  return marks >> 8 | (std::bit_cast<std::uint64_t>(a - b) & std::uint64_t{1} << 63);
 }
 
 }  // namespace
@@ -102,26 +103,26 @@ bool QuantileWindows::fill(const ResidualColumn& residuals, const Units& units,
 void QuantileWindows::mark(std::span<const double> residuals, std::size_t word,
                            std::uint64_t* marks) const {
   const std::size_t ranks = percents_.size();
-  const std::size_t all = ranks + 1 + wanted_.extras.outliers.size();
-  const std::size_t first = word * kMarksInWord;
+  const std::vector<double>& bounds = wanted_.extras.outliers;
   std::fill_n(marks, residuals.size(), 0);
-  for (std::size_t k = first; k < std::min(first + kMarksInWord, all); ++k) {
+  for (std::size_t k = word * kMarksInWord; k < (word + 1) * kMarksInWord; ++k) {
     if (k < ranks) {
       const double middle = ranks_[k].middle;
       for (std::size_t i = 0; i < residuals.size(); ++i) {
-        marks[i] |= is_below(residuals[i] + 0.0, middle, k - first);  // -0 becomes 0
+        marks[i] = with_next(marks[i], residuals[i] + 0.0, middle);  // -0 becomes 0
       }
     } else if (k == ranks) {
       for (std::size_t i = 0; i < residuals.size(); ++i) {
-        marks[i] |= is_below(std::fabs(residuals[i]), lsst_.middle, k - first);
+        marks[i] = with_next(marks[i], std::fabs(residuals[i]), lsst_.middle);
       }
     } else {
-      const double bound = wanted_.extras.outliers[k - ranks - 1];
+      const double bound = k <= ranks + bounds.size() ? bounds[k - ranks - 1] : kInfinity;
       for (std::size_t i = 0; i < residuals.size(); ++i) {
-        marks[i] |= is_below(bound, std::fabs(residuals[i]), k - first);
+        marks[i] = with_next(marks[i], bound, std::fabs(residuals[i]));
       }
     }
   }
+  for (std::size_t i = 0; i < residuals.size(); ++i) marks[i] >>= 7;  // to the ends of the bytes
 }
 
 // The window that a rank is nearest to.

@@ -150,13 +150,18 @@ def bootstrap(
         estimation for a binomial proportion", Statistical Science 16, 101,
         2001). At most n objects beyond 0.15, and if fewer than ten are beyond
         or within.
+    median, percentiles, sigma_68, sigma_iqr, LSST's bias and sigma_iqr
+        As mad. LSST's sigma_mad as mad_delta.
+    outliers; LSST's outlier rate
+        As outliers_015; as outliers_2sigma.
 
     If no resample differs because most objects are equal, the interval goes
     half way to the nearest different object. ``reliable`` is False then; for
     sigma, rms and the fractions beyond multiples of sigma if a few objects
     make up the fourth moment, or the residuals look like those of an infinite
-    one; for a fraction with fewer than ten objects beyond or within; with fewer
-    than 20 groups, or 30 for what depends on sigma.
+    one; for a fraction with fewer than ten objects beyond or within, and for a
+    percentile with fewer expected beyond it; with fewer than 20 groups, or 30
+    for what depends on sigma.
 
     Every resample equals `point_statistics` of its objects: medians and
     outlier percentages bit for bit; bias, sigma and RMS to about 1e-14 of the

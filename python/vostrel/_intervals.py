@@ -214,7 +214,7 @@ def neighbours(
     confidence: float,
     residuals: Callable[[], NDArray[np.float64]],
 ) -> dict[str, Ends]:
-    """Return for order statistics that hardly scatter the ends half way to the nearest different object.
+    """Return for order statistics that hardly scatter the ends half way to other objects.
 
     That much the rounding of the objects may hide.
     """
