@@ -214,6 +214,19 @@ def test_nan(rng):
     assert vostrel.dask.point_statistics(a, b, nan_policy="omit").n_nan == 10
 
 
+def noisy(block):
+    return block + np.random.default_rng().standard_normal(len(block))
+
+
+def test_blocks_that_differ_each_time_they_are_computed_are_rejected():
+    reference = da.zeros(20_000, chunks=5000)
+    estimate = reference.map_blocks(noisy)
+    with pytest.raises(ValueError, match="the data changed between passes"):
+        vostrel.dask.point_statistics(reference, estimate)
+    with pytest.raises(ValueError, match="the data changed between passes"):
+        vostrel.dask.binned_statistics(reference, reference, by=estimate, bins=[-9, 9])
+
+
 def test_bins(rng):
     r, e = redshifts(rng, 30_000)
     by = rng.uniform(18, 25, 30_000)
