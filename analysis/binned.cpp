@@ -68,9 +68,7 @@ void BinnedAccumulator<Sum>::add(std::span<const double> reference,
   if (reference.size() != by.size() || estimate.size() != by.size()) {
     throw std::invalid_argument("reference, estimate and by differ in length");
   }
-  if constexpr (kIsExact<Sum>) {
-    seen_checksum_ += checksum(reference, estimate) + checksum(by, reference);
-  }
+  if constexpr (kIsExact<Sum>) seen_checksum_ += checksum(reference, estimate, by);
   // Local copies: a write to `waiting` could change the members.
   const std::size_t room = room_;
   double* const references = reference_.data();

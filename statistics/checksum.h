@@ -38,16 +38,20 @@ constexpr Product product(std::uint64_t a, std::uint64_t b) {
 #endif
 }
 
-/// A hash of an object, which behaves like a random number. A single product would not do: of
+/// A hash of two words, which behaves like a random number. A single product would not do: of
 /// values with few digits, a swap of two estimates keeps the sum of the products once in 10^9.
-inline std::uint64_t hash_of(double reference, double estimate) {
+inline std::uint64_t hash_of(std::uint64_t first, std::uint64_t second) {
   // The leading digits of pi.
   constexpr std::uint64_t kKeys[] = {0x243f6a8885a308d3, 0x13198a2e03707345, 0xa4093822299f31d1,
                                      0x082efa98ec4e6c89};
-  const Product first = product(std::bit_cast<std::uint64_t>(reference) ^ kKeys[0],
-                                std::bit_cast<std::uint64_t>(estimate) ^ kKeys[1]);
-  const Product second = product(first.high ^ kKeys[2], first.low ^ kKeys[3]);
-  return second.high ^ second.low;
+  const Product once = product(first ^ kKeys[0], second ^ kKeys[1]);
+  const Product twice = product(once.high ^ kKeys[2], once.low ^ kKeys[3]);
+  return twice.high ^ twice.low;
+}
+
+/// A hash of an object.
+inline std::uint64_t hash_of(double reference, double estimate) {
+  return hash_of(std::bit_cast<std::uint64_t>(reference), std::bit_cast<std::uint64_t>(estimate));
 }
 
 /// A checksum of objects that doesn't depend on their order: the sum of their hashes. Another set
@@ -55,6 +59,16 @@ inline std::uint64_t hash_of(double reference, double estimate) {
 inline std::uint64_t checksum(std::span<const double> reference, std::span<const double> estimate) {
   std::uint64_t sum = 0;
   for (std::size_t i = 0; i < reference.size(); ++i) sum += hash_of(reference[i], estimate[i]);
+  return sum;
+}
+
+/// The same of objects with the quantity that they are binned by.
+inline std::uint64_t checksum(std::span<const double> reference, std::span<const double> estimate,
+                              std::span<const double> by) {
+  std::uint64_t sum = 0;
+  for (std::size_t i = 0; i < reference.size(); ++i) {
+    sum += hash_of(hash_of(reference[i], estimate[i]), std::bit_cast<std::uint64_t>(by[i]));
+  }
   return sum;
 }
 
