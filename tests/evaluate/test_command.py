@@ -81,6 +81,31 @@ imag from  to  n    bias  sigma      NMAD  outliers >0.15
 """
 
 
+def test_json(evaluate, small):
+    found = json.loads(evaluate(*small, "--format", "json"))
+    assert found["rows"] == {
+        "read": 8, "not_selected": 1, "masked": 1, "missing": 1, "nan": 1, "used": 4,
+        "columns": {
+            "zspec": {"masked": 0, "missing": 0, "nan": 0},
+            "zphot": {"masked": 1, "missing": 1, "nan": 1},
+        },
+    }
+    # (estimate - reference) / (1 + reference) is -0.05, -0.1, -0.2 and 0.25.
+    values = {one["statistic"]: one for one in found["statistics"] if one["residual"] == "lsst"}
+    assert [values[name]["value"] for name in values] == pytest.approx(
+        [-0.075, 0.15 / 1.349, 1.4826 * 0.075, 0], abs=1e-15
+    )
+    assert list(values) == ["bias", "sigma_iqr", "sigma_mad", "outlier_rate"]
+
+
+def test_formulas_do_not_compare_estimates(evaluate, survey):
+    words = ["survey.csv", "zspec", "zphot", "forest", "--errors"]
+    reason = "; differences of estimates have none: --errors bootstrap compares them\n"
+    assert reason in evaluate(*words, "formula")
+    out = evaluate(*words, "bootstrap", "--resamples", "20")
+    assert reason not in out and "differences of delta norm" in out
+
+
 def test_table_is_what_the_program_reads(evaluate, small):
     evaluate(*small, "--table", "table.csv")
     assert pathlib.Path("table.csv").read_text() == (

@@ -59,7 +59,7 @@ def read(evaluate, *words, estimate="zphot"):
 def expected(columns, rows=slice(None), estimate="zphot"):
     s = vostrel.point_statistics(columns["zspec"][rows], columns[estimate][rows])
     return {
-        name: value for name, value in s.to_dict().items() if name.startswith(("delta_", "norm_"))
+        name: value for name, value in s.to_dict().items() if name not in ("n", "n_masked", "n_nan")
     }
 
 

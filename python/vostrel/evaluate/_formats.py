@@ -98,6 +98,7 @@ def as_json(results: Results, task: Task) -> str:
         "columns": asdict(task.roles),
         "delta": "reference - estimate",
         "norm": "(reference - estimate) / (1 + reference)",
+        "lsst": "(estimate - reference) / (1 + reference)",
         "where": task.where,
         "missing": task.missing,
         "errors": task.method,

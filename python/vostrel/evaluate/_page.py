@@ -16,7 +16,13 @@ from vostrel._tables import Grid
 from vostrel.evaluate._compute import Results
 from vostrel.evaluate._errors import library
 from vostrel.evaluate._rows import Objects
-from vostrel.evaluate._tables import Task, bin_grids, difference_grids, statistic_grids
+from vostrel.evaluate._tables import (
+    Task,
+    bin_grids,
+    difference_grids,
+    statistic_grids,
+    unpaired,
+)
 
 #: How many estimates the figures can tell apart.
 MOST = 8
@@ -104,8 +110,8 @@ def _errors(task: Task) -> str:
         return "None were asked for."
     percent = f"{100 * task.confidence:g}%"
     if task.method == "formula":
-        return (f"{percent} intervals by formulas for independent objects. The numbers with signs "
-                "are the distances to the ends of the interval.")
+        return (f"{percent} intervals by formulas for independent objects{unpaired(task)}. The "
+                "numbers with signs are the distances to the ends of the interval.")
     groups = task.roles.groups
     drawn = "objects" if groups is None else f"whole groups of equal {groups}"
     return (f"{percent} intervals by the bootstrap, which draws {drawn}. The numbers with signs "

@@ -75,8 +75,16 @@ def heading(task: Task) -> list[str]:
     if task.missing:
         lines.append(f"missing: {', '.join(f'{value:g}' for value in task.missing)}")
     if task.method != "none":
-        lines.append(f"errors: {100 * task.confidence:g}% intervals by {task.method}")
+        intervals = f"{100 * task.confidence:g}% intervals by {task.method}"
+        lines.append(f"errors: {intervals}{unpaired(task)}")
     return lines
+
+
+def unpaired(task: Task) -> str:
+    """Return why estimates are not compared, if they are not."""
+    if task.method == "formula" and len(task.roles.estimates) > 1:
+        return "; differences of estimates have none: --errors bootstrap compares them"
+    return ""
 
 
 def column_counts(results: Results) -> list[str]:
@@ -124,6 +132,9 @@ def _of(
                 else (one,)
             )
             yield Record(name, limits, part, row.name, row.unit, *numbers)
+    if isinstance(numbers_of, PointStatistics):
+        for metric, value in numbers_of.lsst._metrics().items():
+            yield Record(name, limits, "lsst", metric, "", value)
 
 
 def _rows(
