@@ -101,6 +101,20 @@ def columns(rng, tmp_path, monkeypatch):
     return redshifts(rng, 500)
 
 
+def test_versions_are_those_that_are_installed_from_pypi():
+    table = DOCUMENT.read_text().partition("| | oldest |")[2].partition("\n\n")[0]
+    rows = [line.strip("| ").split(" | ") for line in table.splitlines()[2:]]
+    assert len(rows) >= 12
+    for packages, oldest, _, newest in rows:
+        # "RAIL (pz-rail-base)" is the package pz-rail-base.
+        names = [name.rpartition("(")[2].strip(")") for name in packages.lower().split(", ")]
+        for list_name, versions in (("oldest.txt", oldest), ("newest.txt", newest)):
+            text = (DOCUMENT.parents[1] / "packaging" / "environments" / list_name).read_text()
+            known = [re.findall(rf"^{name}==(\S+)", text, re.MULTILINE) for name in names]
+            found = {version for versions in known for version in versions}
+            assert found == set(versions.split(", ")) - {"-"}, (packages, list_name)
+
+
 def test_first_example():
     code = re.search(r"```python\n(.*?)```", DOCUMENT.read_text(), re.DOTALL)[1]
     names = {}
