@@ -38,12 +38,14 @@ from vostrel._lsst import lsst_metrics
 from vostrel._point import point_statistics
 from vostrel._report import read_report
 from vostrel._results import (
+    BinnedLsstMetrics,
     BinnedResidualStatistics,
     BinnedStatistics,
     LsstMetrics,
     PointStatistics,
     ResidualStatistics,
     Uncertain,
+    UncertainLsstMetrics,
     UncertainResidualStatistics,
     Uncertainties,
 )
@@ -51,6 +53,7 @@ from vostrel._uncertainties import uncertainties
 
 __all__ = [
     "Accumulator",
+    "BinnedLsstMetrics",
     "BinnedResidualStatistics",
     "BinnedStatistics",
     "BootstrapDifference",
@@ -58,6 +61,7 @@ __all__ = [
     "PointStatistics",
     "ResidualStatistics",
     "Uncertain",
+    "UncertainLsstMetrics",
     "UncertainResidualStatistics",
     "Uncertainties",
     "__version__",

@@ -77,24 +77,24 @@ def point_statistics(
     Examples
     --------
     >>> import vostrel
-    >>> s = vostrel.point_statistics([0.5, 1.0, 1.5, 2.0], [0.4, 1.1, 1.4, 2.3])
+    >>> s = vostrel.point_statistics([0.5, 1.0, 1.5, 2.0], [0.375, 1.125, 1.25, 2.5])
     >>> print(s)
     4 objects, 0 masked, 0 with NaN
-                             delta  delta norm
-    bias              -0.05         -0.0108333
-    sigma              0.165831      0.0672216
-    RMS                0.173205      0.068089
-    MAD                0.1           0.0583333
-    NMAD               0.14826       0.086485
-    MAD(Delta)         0.1           0.0583333
-    outliers >0.15    25%            0%
-    outliers >1sigma  25%           25%
-    outliers >2sigma   0%            0%
-    outliers >3sigma   0%            0%
-    outliers >4sigma   0%            0%
-    median            -5.55112e-17  -0.005
-    sigma_68           0.152         0.0649333
-    sigma_IQR          0.185322      0.0809241
+                          delta  delta norm
+    bias              -0.0625    -0.0114583
+    sigma              0.286411   0.109662
+    RMS                0.293151   0.110259
+    MAD                0.1875     0.0916667
+    NMAD               0.277987   0.135905
+    MAD(Delta)         0.1875     0.08125
+    outliers >0.15    50%        25%
+    outliers >1sigma  25%        25%
+    outliers >2sigma   0%         0%
+    outliers >3sigma   0%         0%
+    outliers >4sigma   0%         0%
+    median             0          0.0104167
+    sigma_68           0.255      0.104333
+    sigma_IQR          0.277984   0.130498
     """
     asked = read_asked(percentiles, outliers)
     columns = prepare(nan_policy, mask, reference=reference, estimate=estimate)

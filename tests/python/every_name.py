@@ -8,6 +8,7 @@ import vostrel
 from numpy.typing import NDArray
 from vostrel import (
     Accumulator,
+    BinnedLsstMetrics,
     BinnedResidualStatistics,
     BinnedStatistics,
     BootstrapDifference,
@@ -16,6 +17,7 @@ from vostrel import (
     ResidualStatistics,
     Uncertain,
     Uncertainties,
+    UncertainLsstMetrics,
     UncertainResidualStatistics,
 )
 
@@ -34,18 +36,22 @@ assert_type(b[:1], BinnedStatistics)
 assert_type(b["norm_nmad"], NDArray[Any])
 assert_type(b.norm, BinnedResidualStatistics)
 assert_type(b.norm.nmad, NDArray[np.float64])
+assert_type(b.lsst, BinnedLsstMetrics)
 assert_type(b.counts, NDArray[np.int64])
 
-u = vostrel.uncertainties(z, p, confidence=0.95)
+u = vostrel.uncertainties(z, p, confidence=0.95, percentiles=16)
 assert_type(u, Uncertainties)
 assert_type(u.norm, UncertainResidualStatistics)
 assert_type(u.norm.nmad, Uncertain)
 assert_type(float(u.norm.nmad) + u.norm.nmad.low, float)
+assert_type(u.norm.percentiles[16], Uncertain)
+assert_type(u.lsst, UncertainLsstMetrics)
 assert_type(vostrel.bootstrap(z, p, resamples=10, seed=1, progress=False), Uncertainties)
 
 d = vostrel.bootstrap_difference(z, {"A": p, "B": z}, resamples=10)
 assert_type(d, BootstrapDifference)
 assert_type(d["A", "B"], Uncertainties)
+assert_type(d.lsst.outlier_rate, Uncertain)
 
 assert_type(vostrel.lsst_metrics(z, p), LsstMetrics)
 

@@ -15,7 +15,7 @@ import numpy as np
 import vostrel
 from data_sets import numbers
 from mpi4py import MPI
-from scale_sets import cut, redshifts, scale_sets, shares
+from scale_sets import ASKED, columns_of, cut, redshifts, scale_sets, shares
 
 comm = MPI.COMM_WORLD
 FAILING = comm.size - 1
@@ -82,7 +82,8 @@ def print_numbers(seed, count):
     lines = []
     for columns in scale_sets(np.random.default_rng(seed), count):
         share = shares(cut(columns, 7), comm.size)[comm.rank]
-        lines.append(numbers(vostrel.mpi.point_statistics(share, comm=comm)).tobytes().hex())
+        found = vostrel.mpi.point_statistics(share, comm=comm, **ASKED)
+        lines.append(numbers(found).tobytes().hex())
     assert comm.allgather(lines) == [lines] * comm.size
     if comm.rank == 0:
         print("\n".join(lines))
@@ -91,8 +92,8 @@ def print_numbers(seed, count):
 def print_binned(seed):
     columns = redshifts(np.random.default_rng(seed), 20_000)
     share = shares(cut(columns, 7), comm.size)[comm.rank]
-    b = vostrel.mpi.binned_statistics(share, bins=4, range=(0, 2), comm=comm)
-    line = np.vstack([b.counts, b.delta.sigma, b.norm.nmad]).astype(np.float64).tobytes().hex()
+    b = vostrel.mpi.binned_statistics(share, bins=4, range=(0, 2), comm=comm, **ASKED)
+    line = columns_of(b).tobytes().hex()
     assert comm.allgather(line) == [line] * comm.size
     if comm.rank == 0:
         print(line)

@@ -5,6 +5,14 @@ from data_sets import LONG, data_set, redshifts
 
 SETS = 1000 if LONG else 20
 
+#: Further numbers to ask for.
+ASKED = {"percentiles": (2.5, 16, 97.5), "outliers": (0.05, 0.2)}
+
+
+def columns_of(binned):
+    """All columns of a BinnedStatistics, one after the other."""
+    return np.concatenate([np.float64(column) for column in binned._table().values()])
+
 
 def hard_residuals(rng, n):
     """Residuals about which the first pass learns little."""
