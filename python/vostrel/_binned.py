@@ -114,7 +114,7 @@ def binned_statistics(
     check_flag("uncertainties", uncertainties)
     kind, value = _read_bins(_without_unit("bins", bins, by))
     if range is not None and kind != "width":
-        raise ValueError("range goes with a number of bins; edges and equal counts have their own")
+        raise ValueError("range needs a number of bins; edges and equal counts define their own")
     omit = nan_policy == "omit"
     n, n_masked, n_nan, low, high = _core.survey(columns.values, columns.masks, omit)
     check_counts(nan_policy, n, n_masked, n_nan, columns)
@@ -165,7 +165,7 @@ def fixed_edges(bins: Any, range: tuple[float, float] | None) -> NDArray[np.floa
     """Return the edges of bins that don't depend on the data."""
     kind, value = _read_bins(bins)
     if kind == "edges" and range is not None:
-        raise ValueError("range goes with a number of bins; edges have their own")
+        raise ValueError("range needs a number of bins; edges define their own")
     if kind == "edges":
         edges: NDArray[np.float64] = value
         return edges

@@ -12,7 +12,7 @@ from typing import IO, Any, TextIO
 
 
 class ProgressLine:
-    """Shows on a terminal what is being done, once the work takes more than a second."""
+    """Shows the progress on a terminal, once the work takes more than a second."""
 
     def __init__(
         self, program: str, stream: TextIO | None = None, patience: float = 1.0

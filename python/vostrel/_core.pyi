@@ -34,7 +34,7 @@ _Columns = Sequence[NDArray[Any] | _Slices | _Chunks]
 _Masks = Sequence[NDArray[np.bool_]]
 
 class NotNumbers(TypeError):
-    """Values are no real numbers and no truth values. The message says what they are."""
+    """Values are neither real numbers nor booleans. The message describes them."""
 
 _ArrowChunks = list[tuple[NDArray[Any], NDArray[np.bool_] | None]]
 
@@ -197,7 +197,7 @@ def normalized_residuals(
 def program_statistics(
     reference: NDArray[np.float64], estimate: NDArray[np.float64]
 ) -> tuple[_Statistics, _Statistics]:
-    """Return both residuals' statistics, whatever NaN there are, as the program has them."""
+    """Return the program's statistics of both residuals, with NaN or without."""
 class Stop:
     """Ends calls of `add` in other threads, with a RuntimeError."""
 

@@ -222,7 +222,7 @@ def read_mask(mask: Any) -> NDArray[np.bool_]:
     refuse_table("mask", mask)
     data, masks = read_data("mask", mask, "hold True and False")
     if any(masked.any() for masked in masks):
-        raise ValueError("mask has masked entries of its own; fill them with True or False")
+        raise ValueError("mask has masked entries; fill them with True or False")
     if holds_only((bool, np.bool_), data):
         data = np.asarray(Slices("mask", data), np.bool_)
     try:

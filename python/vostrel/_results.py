@@ -23,7 +23,7 @@ Part = TypeVar("Part", bound="PerStatistic[Any]")
 
 
 class ByNumber(Mapping[float, T]):
-    """Values by the number that was asked for, such as a percentile. Read-only."""
+    """Values by requested number, such as a percentile. Read-only."""
 
     def __init__(self, option: str = "", values: Iterable[tuple[float, T]] = ()) -> None:
         self._option = option
@@ -31,7 +31,7 @@ class ByNumber(Mapping[float, T]):
 
     def __getitem__(self, number: float) -> T:
         if number not in self._values:
-            raise KeyError(f"ask for it: {self._option}=({shown(number)},)")
+            raise KeyError(f"request it with {self._option}=({shown(number)},)")
         return self._values[number]
 
     def __iter__(self) -> Iterator[float]:
@@ -149,12 +149,11 @@ class ResidualStatistics(PerStatistic[float]):
     sigma_iqr : float
         Interquartile range, divided by 1.349.
     percentiles : mapping of float to float
-        The percentiles of r that were asked for: ``percentiles[16]``. In flat
+        The requested percentiles of r: ``percentiles[16]``. In flat
         names they are ``p16``, ``p97.5`` and so on.
     outliers : mapping of float to float
-        Percentage of objects with abs(r) beyond each bound that was asked
-        for: ``outliers[0.2]``. In flat names they are ``outliers_0.2`` and so
-        on.
+        Percentage of objects with abs(r) beyond each requested bound:
+        ``outliers[0.2]``. In flat names they are ``outliers_0.2`` and so on.
     """
 
     _INDEX = ("statistic",)
@@ -330,7 +329,7 @@ class BinnedStatistics(Result):
     lsst : BinnedLsstMetrics
         LSST's metrics, each an array.
     uncertainties : tuple of Uncertainties or None
-        If asked for: the errors of each bin by formula. NaN for an empty bin.
+        On request: the errors of each bin by formula. NaN for an empty bin.
 
     Examples
     --------
@@ -568,7 +567,7 @@ class Uncertain(Result):
     method : str
         How the interval was found.
     reliable : bool
-        Whether the interval can be trusted. If not, ``print`` adds a "!".
+        Whether the interval is reliable. If not, ``print`` adds a "!".
 
     Examples
     --------
@@ -687,8 +686,8 @@ class Uncertainties(Result):
     ``print(u)`` rounds the smaller half of an interval to one significant
     digit, or to two if the first is 1, and gives the other half and the value
     the same number of decimals. If one half is tiny compared with the other,
-    the larger half decides. A "?" stands for an error that is not known, and a
-    "!" for an interval that can't be trusted.
+    the larger half decides. A "?" marks an unknown error, and a "!" an
+    unreliable interval.
 
     `to_frame` has rows such as ``norm_nmad``, and the columns ``value``,
     ``error``, ``low``, ``high``, ``method`` and ``reliable``.
@@ -783,7 +782,7 @@ def _flat(result: Any) -> dict[str, float]:
 
 
 def _plain(value: float) -> str:
-    """Return a number that was asked for as it is written in names."""
+    """Return a requested number in the form that names have."""
     return repr(value).removesuffix(".0")
 
 

@@ -1,4 +1,4 @@
-"""How results are printed, and how they become tables of other libraries."""
+"""Prints results, and converts them to tables of other libraries."""
 
 from __future__ import annotations
 
@@ -71,7 +71,7 @@ class Result:
     _INDEX: tuple[str, ...] = ()
 
     def _caption(self) -> str:
-        """Return what the table is about, if there is more to say than the name of the class."""
+        """Return the title of the table, if it is more than the name of the class."""
         return ""
 
     def _table(self) -> dict[str, Any]:

@@ -71,7 +71,7 @@ def point_statistics(
         False returns a Delayed, whose ``compute()`` returns the result.
     progress : bool or function
         As in `vostrel.chunked_statistics`. On a cluster, whose dashboard
-        shows more, it tells the end of each pass. Needs ``compute=True``.
+        shows more, it reports the end of each pass. Needs ``compute=True``.
 
     Returns
     -------
@@ -92,12 +92,12 @@ def point_statistics(
     The collections are computed once in each pass. There are two passes, or
     more for hard data. Chunks are released after each pass. If the
     collections fit into the memory of the cluster, call ``persist()`` on
-    them, so that they are not read again.
+    them to avoid reading them again.
 
     The computation runs on Dask's scheduler: in threads, in processes or on
     the cluster of a client. The states of the chunks are merged as a tree,
-    and only a few come back. If a worker is lost, Dask does its
-    tasks again, and the numbers stay the same.
+    and only a few come back. If a worker is lost, Dask repeats its tasks, and
+    the numbers stay the same.
 
     A Delayed starts its passes from inside a task: on the cluster if there is
     a distributed client, else in threads.
@@ -247,9 +247,9 @@ def _run_in_task(job: Job) -> Any:
 def batches(blocks: list[Block]) -> list[list[Block]]:
     """Return lists of blocks. One task adds the blocks of a list.
 
-    A block that must be read has a task of its own, and is released after it. Blocks that a
-    cluster keeps in memory are listed by worker and thread: Dask takes as long for a task as `add`
-    takes for a hundred thousand objects.
+    A block that must be read has its own task, and is released after it. Blocks in the memory of a
+    cluster are listed by worker and thread: a task costs Dask as much time as a hundred thousand
+    objects cost `add`.
     """
     futures = [_futures(block) for block in blocks]
     if not all(futures):
@@ -383,7 +383,7 @@ def _length(column: Any) -> int | None:
 
 
 def _with_equal_chunks(columns: dict[str, Any]) -> list[Any]:
-    """Return arrays of known and equal length, cut at the same places."""
+    """Return arrays of known and equal length, with the same chunks."""
     first, *others = columns
     length = _length(columns[first])
     for name in others:
@@ -415,7 +415,7 @@ def _check_partitions(columns: dict[str, Any]) -> None:
         if column.npartitions != columns[first].npartitions:
             raise ValueError(
                 f"{first} and {name} have {columns[first].npartitions} and {column.npartitions} "
-                "chunks of unknown sizes; they must be cut at the same places"
+                "chunks of unknown sizes; their chunks must be the same"
             )
 
 
@@ -440,8 +440,8 @@ def _parts_of(collection: Any) -> Iterator[Any]:
 def _packed_blocks(columns: dict[str, Any]) -> list[Block]:
     """Return a task for each partition. It returns the parts of all columns.
 
-    Dask optimizes the columns together in this way, so that a file is read once for all, and only
-    these columns of it.
+    Dask then optimizes the columns together: it reads a file once for all of them, and only these
+    columns.
     """
     given = {name: column for name, column in columns.items() if column is not None}
     packed = sys.modules["dask.dataframe"].map_partitions(

@@ -59,13 +59,13 @@ def point_statistics(
     ValueError, TypeError, ImportError
         As for `vostrel.chunked_statistics`.
     RuntimeError
-        If another process failed; the text says which and how. Also in a
+        If another process failed; the message says which and how. Also in a
         process that calls ``sys.exit`` while its chunks are read.
 
     Notes
     -----
     If one process raises an exception while its chunks are read, the others
-    raise a RuntimeError with its text at the end of the pass. No process is
+    raise a RuntimeError with its message at the end of the pass. No process is
     left waiting. If a process is killed, the launcher ends the job.
 
     Examples
@@ -181,8 +181,8 @@ def _run_passes(
 def _merged(one: bytes | str, other: bytes | str) -> bytes | str:
     """Return the pickle of the merged states, or the text of an error.
 
-    An error travels as text: its class may be unknown to another process. And
-    nothing may be raised here, or the other processes would wait for ever.
+    An error is sent as text: its class may be unknown to another process. Nothing
+    may be raised here, or the other processes would wait forever.
     """
     if isinstance(one, str):
         return one

@@ -159,7 +159,7 @@ def test_files(refusal, make, name, message):
     ("t.csv zspec zphot --outliers 0.1,,0.2", "--outliers: must be finite bounds of 0 or more"),
     ("t.csv zspec zphot --outliers nan", "--outliers: must be finite bounds of 0 or more"),
     ("t.csv zspec zphot --outliers 1e999", "--outliers: must be finite bounds of 0 or more"),
-    ("t.csv zspec zphot --groups name", "--groups goes with --errors bootstrap"),
+    ("t.csv zspec zphot --groups name", "--groups needs --errors bootstrap"),
     ("t.csv zspec zphot --errors guess", "invalid choice"),
     ("t.csv zspec zphot --errors formula --confidence 2", "confidence"),
     ("t.csv zspec zphot --errors formula --memory 0", "must have all objects in memory"),

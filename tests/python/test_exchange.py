@@ -55,7 +55,7 @@ def test_truth_values_of_arrow():
     assert same_bits(numbers(s), numbers(vostrel.point_statistics(values[3:] * 1.0, np.zeros(17))))
     s = vostrel.point_statistics(np.arange(17.0), np.zeros(17), mask=arrow_bool(values, offset=3))
     assert (s.n_masked, s.delta.bias) == (6, np.mean(np.arange(17.0)[~values[3:]]))
-    with pytest.raises(ValueError, match="mask has masked entries of its own"):
+    with pytest.raises(ValueError, match="mask has masked entries"):
         vostrel.point_statistics([1.0, 2.0], [1.0, 2.0], mask=arrow_bool([True] * 2, [True, False]))
 
 

@@ -127,7 +127,7 @@ def test_names_and_keys(rng):
     assert "outliers >0.2" in str(s) and "P97.5" in str(s)
     assert pickle.loads(pickle.dumps(s)) == copy.deepcopy(s) == s
     assert hash(s) == hash(copy.copy(s))
-    with pytest.raises(KeyError, match=r"ask for it: percentiles=\(50,\)"):
+    with pytest.raises(KeyError, match=r"request it with percentiles=\(50,\)"):
         s.norm.percentiles[50]
     with pytest.raises(TypeError):
         s.norm.percentiles[50] = 1.0

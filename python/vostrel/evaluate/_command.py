@@ -64,15 +64,15 @@ class Progress(ProgressLine):
         self.due = time.monotonic() + 0.1
 
 
-def main(words: Sequence[str] | None = None) -> int:
+def main(argv: Sequence[str] | None = None) -> int:
     """Run the program and return its exit status."""
     progress = Progress(PROGRAM)
-    # SIGTERM ends the program like an error, so that no temporary file is left.
+    # SIGTERM ends the program like an error, to remove the temporary file.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     warnings.simplefilter("ignore")
     problem = None
     try:
-        run(sys.argv[1:] if words is None else list(words), progress)
+        run(sys.argv[1:] if argv is None else list(argv), progress)
     except EvaluateError as error:
         problem = str(error)
     except (ValueError, TypeError, ImportError) as error:  # refused by a function of vostrel
@@ -90,21 +90,21 @@ def main(words: Sequence[str] | None = None) -> int:
     return 1 if problem else 0
 
 
-def run(words: list[str], progress: Progress) -> None:
-    """Do what the command line asks for."""
-    options = arguments(words)
+def run(argv: list[str], progress: Progress) -> None:
+    """Run the command."""
+    options = arguments(argv)
     table = Table(options.tables)
     try:
-        text = columns_text(table) if options.columns else judged(table, options, words, progress)
+        text = columns_text(table) if options.columns else evaluated(table, options, argv, progress)
     finally:
         table.close()
     write(options.output, text)
 
 
-def judged(
-    table: Table, options: argparse.Namespace, words: list[str], progress: Progress
+def evaluated(
+    table: Table, options: argparse.Namespace, argv: list[str], progress: Progress
 ) -> str:
-    """Return the numbers as text, and write the used rows if they are asked for."""
+    """Return the numbers as text, and write the used rows if requested."""
     roles = Roles(options.names[0], tuple(options.names[1:]), options.by, options.groups)
     condition = None if options.where is None else Condition(options.where)
     selection = Selection(table, roles, condition, options.missing)
@@ -119,7 +119,7 @@ def judged(
         results = evaluate(selection, settings(options), progress, watch)
     task = Task(
         table=printable(table.label),
-        command=f"{PROGRAM} {printable(' '.join(map(shlex.quote, words)))}",
+        command=f"{PROGRAM} {printable(' '.join(map(shlex.quote, argv)))}",
         roles=roles,
         where=options.where,
         missing=tuple(options.missing),
@@ -134,7 +134,7 @@ def judged(
 
 
 def rows_to(stream: Any, roles: Roles) -> Callable[[Objects], None]:
-    """Return a function that writes objects as the program vostrel reads them."""
+    """Return a function that writes objects in the format of the program vostrel."""
     line = "%d" + ",%.17g" * (1 + len(roles.estimates)) + "\n"
 
     def add(objects: Objects) -> None:
@@ -160,12 +160,12 @@ def columns_text(table: Table) -> str:
 # ---- the command line ----------------------------------------------------------------------------
 
 
-def arguments(words: Sequence[str]) -> argparse.Namespace:
+def arguments(argv: Sequence[str]) -> argparse.Namespace:
     """Return the parsed command line."""
     parser = Parser(
         prog=PROGRAM,
         usage=f"{PROGRAM} TABLE... REFERENCE ESTIMATE... [OPTIONS]",
-        description="Judge redshift estimates, or any others, in a catalogue.",
+        description="Compute error statistics of the estimates in a catalogue.",
         epilog=EXAMPLES,
         formatter_class=argparse.RawDescriptionHelpFormatter,
         allow_abbrev=False,
@@ -173,9 +173,9 @@ def arguments(words: Sequence[str]) -> argparse.Namespace:
     # Also numbers such as -9.9e1 are values of options.
     parser._negative_number_matcher = re.compile(r"^-(\d|\.\d|inf)")
     add = parser.add_argument
-    add("words", nargs="*", metavar="TABLE... REFERENCE ESTIMATE...", help="files, then the names "
-        "of the columns with the reference and the estimates. A file may have [extension] or "
-        "[group] behind its name, or be a glob in quotes")
+    add("operands", nargs="*", metavar="TABLE... REFERENCE ESTIMATE...", help="files, then the "
+        "names of the columns with the reference and the estimates. A file may have [extension] "
+        "or [group] after its name, or be a glob in quotes")
     add("--columns", action="store_true", help="list the columns of the table, and end")
     add("--where", metavar="CONDITION", help="use only the rows for which this holds; it may "
         "compute and compare columns, as in 'quality >= 3 & imag < 24'")
@@ -204,17 +204,17 @@ def arguments(words: Sequence[str]) -> argparse.Namespace:
     add("--memory", metavar="GIB", type=float, default=0.5, help="what the columns may take in "
         "memory; larger tables are read in several passes (default: %(default)s)")
     add("--version", action="version", version=f"{PROGRAM} {VERSION}")
-    options = parser.parse_intermixed_args(words)
+    options = parser.parse_intermixed_args(argv)
     check(parser, options)
     return options
 
 
 def check(parser: Parser, options: argparse.Namespace) -> None:
-    """Divide the words into files and columns, and refuse options that don't go together."""
+    """Divide the operands into files and columns, and refuse conflicting options."""
     count = 1
-    while count < len(options.words) and names_file(options.words[count]):
+    while count < len(options.operands) and names_file(options.operands[count]):
         count += 1
-    options.tables, options.names = options.words[:count], options.words[count:]
+    options.tables, options.names = options.operands[:count], options.operands[count:]
     if not options.tables:
         parser.error("name a table, the column of the reference and that of the estimate")
     if options.columns:
@@ -228,7 +228,7 @@ def check(parser: Parser, options: argparse.Namespace) -> None:
     if options.by is not None and options.bins is None:
         options.bins = 10
     if options.groups is not None and options.errors != "bootstrap":
-        parser.error("--groups goes with --errors bootstrap")
+        parser.error("--groups needs --errors bootstrap")
     if not options.memory >= 0:
         parser.error("--memory must be a number of GiB")
 

@@ -12,7 +12,7 @@ class EvaluateError(Exception):
 
 
 def library(purpose: str, *modules: str) -> Any:
-    """Return the first of these modules that is installed, or say which ones would do."""
+    """Return the first of these modules that is installed, or raise an error that names them."""
     for module in modules:
         try:
             return importlib.import_module(module)

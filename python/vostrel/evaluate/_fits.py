@@ -55,7 +55,7 @@ class Column:
 
     @property
     def count(self) -> int:
-        """How many elements an entry has."""
+        """The number of elements of an entry."""
         digits = self.format[: len(self.format) - len(self.format.lstrip("0123456789"))]
         return int(digits or 1)
 
@@ -95,7 +95,7 @@ class Fits(Reader):
             raise EvaluateError(f"the columns take {start} bytes, but a row has {self._row_bytes}")
 
     def _choose(self, found: Iterator[tuple[Header, int]]) -> tuple[int, Header, int]:
-        """Return the number of the extension that was asked for, its header and its data."""
+        """Return the number of the requested extension, its header and its data."""
         for number, (header, start) in enumerate(found):
             is_table = kind_of(header) in TABLES and not header.get("ZIMAGE")
             name = str(header.get("EXTNAME", "")).strip()
@@ -129,7 +129,7 @@ class Fits(Reader):
         columns = {name: self._columns[name] for name in names}
         for name, column in columns.items():
             if column.code != "A" and (column.code not in KINDS or column.count != 1):
-                raise EvaluateError(f"column {name!r} holds arrays, not one number an object "
+                raise EvaluateError(f"column {name!r} holds arrays, not one number per object "
                                     f"(format {column.format})")
         kind = np.dtype({
             "names": list(columns),
@@ -142,7 +142,7 @@ class Fits(Reader):
             yield {name: values_of(table[name], one) for name, one in columns.items()}
 
     def _mapped(self, kind: Any) -> Iterator[NDArray[Any]]:
-        """Go over the rows where the file holds them."""
+        """Yield the rows in the memory of the file."""
         assert self.rows is not None
         mapped = Mapped(self.path)
         self._check(0, self.rows, mapped.size - self._start)
@@ -152,7 +152,7 @@ class Fits(Reader):
             mapped.release(self._start + part.stop * self._row_bytes)
 
     def _streamed(self, kind: Any) -> Iterator[NDArray[Any]]:
-        """Go over the rows of a compressed file."""
+        """Yield the rows of a compressed file."""
         assert self.rows is not None
         with open_binary(self.path) as stream:
             stream.seek(self._start)
@@ -178,7 +178,7 @@ class Fits(Reader):
 
 
 def headers(path: str) -> Iterator[tuple[Header, int]]:
-    """Go over the headers of a file, each with the place where its data begin."""
+    """Yield the headers of a file, each with the offset of its data."""
     module = library("reading FITS", "astropy.io.fits", "fitsio")
     if module.__name__ == "fitsio":
         with module.FITS(path) as hdus:
@@ -203,7 +203,7 @@ def kind_of(header: Header) -> str:
 
 
 def data_size(header: Header) -> int:
-    """Return how many bytes the data of a header have."""
+    """Return the size of a header's data in bytes."""
     axes = [int(header[f"NAXIS{i}"]) for i in range(1, int(header["NAXIS"]) + 1)]
     if header.get("GROUPS") and axes and axes[0] == 0:
         axes = axes[1:]

@@ -56,7 +56,7 @@ def from_arrow(array: Any, name: str) -> NDArray[Any]:
     if kinds.is_dictionary(array.type):
         array = array.dictionary_decode()
     if kinds.is_nested(array.type):
-        raise EvaluateError(f"column {name!r} holds {array.type}, not one number an object")
+        raise EvaluateError(f"column {name!r} holds {array.type}, not one number per object")
     if kinds.is_null(array.type) or kinds.is_decimal(array.type):
         array = array.cast(arrow.float64())
     mask = np.asarray(array.is_null().to_numpy(zero_copy_only=False), np.bool_)
@@ -94,7 +94,7 @@ class ByPolars(Reader):
 
     def _values(self, series: Any, name: str) -> NDArray[Any]:
         if series.dtype.is_nested():
-            raise EvaluateError(f"column {name!r} holds {series.dtype}, not one number an object")
+            raise EvaluateError(f"column {name!r} holds {series.dtype}, not one number per object")
         if series.dtype.is_decimal() or series.dtype == self._polars.Null:
             series = series.cast(self._polars.Float64)
         mask = series.is_null().to_numpy()
@@ -132,7 +132,7 @@ class ByDuckdb(Reader):
             kind = self._types[name]
             quoted = '"' + name.replace('"', '""') + '"'
             if kind.endswith("]") or kind.startswith(("struct", "map", "list")):
-                raise EvaluateError(f"column {name!r} holds {kind}, not one number an object")
+                raise EvaluateError(f"column {name!r} holds {kind}, not one number per object")
             columns.append(f"{quoted}::double" if kind.startswith("decimal") else quoted)
         assert self.rows is not None
         with self._duckdb.connect() as connection:

@@ -1,4 +1,4 @@
-"""Which rows of a table are used, and how many are left out for which reason."""
+"""Selects the rows of a table, and counts the others by reason."""
 
 from __future__ import annotations
 
@@ -19,7 +19,7 @@ if TYPE_CHECKING:  # takes as long to import as this package
 
 @dataclass(frozen=True)
 class Roles:
-    """The columns, by what they are used for."""
+    """The columns, by their use."""
 
     reference: str
     estimates: tuple[str, ...]
@@ -68,7 +68,7 @@ class Objects:
 
     @property
     def nbytes(self) -> int:
-        """How much memory the numbers and labels take."""
+        """The memory of the numbers and labels in bytes."""
         size = sum(values.nbytes for values in self.numbers.values())
         if self.groups is None:
             return size
@@ -95,11 +95,11 @@ class Selection:
 
     @property
     def rows(self) -> int | None:
-        """How many rows the table has, if that is known."""
+        """The number of rows of the table, if it is known."""
         return self._table.rows
 
     def objects(self, counts: Counts | None = None) -> Iterator[Objects]:
-        """Go over the table, and add up the counts."""
+        """Yield the used rows, and add up the counts."""
         counts = Counts() if counts is None else counts
         text = {name for name in self._text if name}
         for name in self.roles.numbers:
@@ -140,7 +140,7 @@ class Selection:
     def _reasons(
         self, chunk: Mapping[str, NDArray[Any]], numbers: Mapping[str, NDArray[np.float64]]
     ) -> Iterator[tuple[str, dict[str, NDArray[np.bool_]]]]:
-        """Go over the reasons to leave rows out, each with the rows of each column."""
+        """Yield the reasons to leave rows out, each with the rows of each column."""
         named = [*numbers] + ([self.roles.groups] if self.roles.groups else [])
         found = {name: mask_of(chunk[name]) for name in named}
         masks = {name: mask for name, mask in found.items() if mask is not None}
@@ -160,7 +160,7 @@ class Selection:
 
 
 def has_nan(values: NDArray[np.float64]) -> bool:
-    """Return whether there is NaN: the smallest value is NaN then. Quicker than asking each."""
+    """Return whether there is NaN: the smallest value is NaN then, which is faster to find."""
     with np.errstate(invalid="ignore"):
         return bool(len(values)) and bool(np.isnan(values.min()))
 
@@ -170,7 +170,7 @@ def as_doubles(name: str, values: NDArray[Any]) -> NDArray[np.float64]:
     data = data_of(values)
     kinds = {"b": "truth values", "c": "complex numbers", "M": "times", "m": "time spans"}
     if data.ndim != 1:
-        raise EvaluateError(f"column {name!r} holds arrays, not one number an object")
+        raise EvaluateError(f"column {name!r} holds arrays, not one number per object")
     if data.dtype.kind not in "fiu":
         found = kinds.get(data.dtype.kind, "other values")
         if data.dtype.kind in "SU" or (len(data) and isinstance(data[0], (str, bytes))):

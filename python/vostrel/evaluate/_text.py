@@ -121,7 +121,7 @@ def as_numbers(values: NDArray[Any], name: str, first: int) -> NDArray[Any]:
 class Checked:
     """A stream that pandas reads. Refuses lines with too many or too few fields.
 
-    pandas would fill up short lines, and cut long ones, without a word.
+    pandas would pad short lines, and cut long ones, without a message.
     """
 
     def __init__(self, stream: IO[bytes], separator: str, width: int) -> None:

@@ -139,7 +139,7 @@ class Parser:
         return tree
 
     def _split(self) -> list[tuple[str, str, int]]:
-        """Return the kind, the text and the place of each token."""
+        """Return the kind, the text and the position of each token."""
         tokens = []
         at = 0
         while True:
@@ -264,7 +264,7 @@ def _walk(node: Node) -> Iterator[Node]:
 
 
 def _evaluate(node: Node, columns: Mapping[str, NDArray[Any]]) -> Any:
-    """Return the value of a node: truth values, numbers or text."""
+    """Return the value of a node: booleans, numbers or text."""
     if isinstance(node, (Number, String)):
         return node.value
     if isinstance(node, Column):
@@ -290,7 +290,7 @@ def _evaluate(node: Node, columns: Mapping[str, NDArray[Any]]) -> Any:
 
 
 def _values(name: str, values: NDArray[Any]) -> NDArray[Any]:
-    """Return the values of a column: truth values, integers, doubles or text."""
+    """Return the values of a column: booleans, integers, doubles or text."""
     data = data_of(values)
     if data.ndim != 1:
         raise EvaluateError(f"--where: column {name!r} holds arrays")
@@ -306,7 +306,7 @@ def _values(name: str, values: NDArray[Any]) -> NDArray[Any]:
 
 
 def as_text(values: NDArray[Any]) -> NDArray[np.str_]:
-    """Return text, from bytes or Python objects, without blanks at its ends."""
+    """Return text, from bytes or Python objects, without spaces at its ends."""
     texts = [
         value.decode("utf-8", "replace") if isinstance(value, bytes) else str(value)
         for value in values.tolist()

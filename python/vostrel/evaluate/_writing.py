@@ -14,7 +14,7 @@ from vostrel.evaluate._errors import EvaluateError, one_line, printable
 
 @contextmanager
 def written(target: str) -> Iterator[IO[Any]]:
-    """Open a file for text. It has its name only once everything is written."""
+    """Open a file for text, which gets its name after everything is written."""
     shown = printable(target)
     real = os.path.realpath(target)
     try:

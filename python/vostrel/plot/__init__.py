@@ -1,4 +1,4 @@
-"""Figures that show how good estimates are. Needs matplotlib.
+"""Diagnostic figures of estimates. Needs matplotlib.
 
 `diagnostic_figure` draws one estimator, `compare_figure` several. Each panel
 can also be drawn alone, on your own Axes. The program ``vostrel-plot`` draws

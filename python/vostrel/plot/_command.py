@@ -25,7 +25,7 @@ from vostrel.plot._reading import read_internal
 PROGRAM = "vostrel-plot"
 ENDINGS = ("png", "pdf", "svg")
 
-#: Settings of matplotlib that make the figure, whatever its user prefers elsewhere.
+#: Settings of matplotlib for the figure, regardless of the user's.
 SETTINGS = {
     "pdf.fonttype": 42,  # TrueType: journals refuse Type 3 fonts
     "svg.hashsalt": PROGRAM,  # the same data give the same bytes
@@ -46,7 +46,7 @@ def main(argv: Sequence[str] | None = None) -> int:
     # The figure goes to a file, so ignore a window system that was chosen for matplotlib.
     os.environ["MPLBACKEND"] = "Agg"
     progress = ProgressLine(PROGRAM)
-    # SIGTERM ends the program like an error, so that no temporary file is left.
+    # SIGTERM ends the program like an error, to remove the temporary file.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     logging.getLogger("matplotlib").setLevel(logging.ERROR)
     try:
@@ -101,7 +101,7 @@ def arguments(argv: Sequence[str] | None) -> argparse.Namespace:
     options = parser.parse_args(argv)
     if options.compare:
         if options.internal is not None or options.report is not None:
-            parser.error("--compare goes with neither INTERNAL nor --report")
+            parser.error("--compare can't be combined with INTERNAL or --report")
         names = [name for name, _ in options.compare]
         if len(set(names)) != len(names):
             parser.error("--compare: two files have the same name")
@@ -266,7 +266,7 @@ def printable(path: str) -> str:
 def check_target(target: str) -> str:
     """Return the format of the figure, or raise a PlotError if it can't be written.
 
-    Called before the data are read, so that no time is lost.
+    Called before the data are read, to save time.
     """
     ending = os.path.splitext(target)[1][1:].lower()
     if ending not in ENDINGS:

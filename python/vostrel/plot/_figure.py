@@ -56,7 +56,7 @@ def diagnostic_figure(
     log: bool | None = None,
     source: str | None = None,
 ) -> Any:
-    """Draw how estimates compare with their references.
+    """Draw estimates and their residuals against the references.
 
     The panels are those of `plot_estimates`, `plot_residual_histogram` and
     `plot_residuals`.
@@ -83,8 +83,8 @@ def diagnostic_figure(
         at most 5 inches high; "column" is as wide as one, 3.45 inches, and at
         most 7 inches high.
     figure : matplotlib.figure.Figure or SubFigure, optional
-        What to draw on. Its size stays. By default a new Figure, which pyplot
-        doesn't know; it shows itself at the end of a notebook's cell.
+        The figure to draw on. Its size stays. By default a new Figure, which
+        pyplot doesn't know; a notebook shows it at the end of a cell.
     labels : (str, str), optional
         Names of reference and estimate; by default redshifts.
     table : bool
@@ -177,7 +177,7 @@ def check_layout(layout: Any) -> None:
 
 
 class ShownFigure(Figure):  # type: ignore[misc]
-    """A figure that pyplot doesn't know, and that a notebook shows all the same."""
+    """A figure that pyplot doesn't know, but a notebook shows."""
 
     def _repr_png_(self) -> tuple[bytes, dict[str, float]]:
         """Return the picture in twice the resolution of its size in a notebook."""

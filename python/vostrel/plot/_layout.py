@@ -1,4 +1,4 @@
-"""The places of panels, table and title, in inches: text has the same size in every figure."""
+"""The positions of panels, table and title, in inches: text has one size in every figure."""
 
 from __future__ import annotations
 

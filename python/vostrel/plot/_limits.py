@@ -150,7 +150,7 @@ def residual_limit(spread: Spread, nmad: float, marks: Iterable[float]) -> float
 def tail_limit(spread: Spread, limit: float) -> float:
     """Return the half-width of a histogram that shows the tail, up to five times the core's.
 
-    A few outliers are no tail: their places would cost the core its shape.
+    A few outliers are no tail: a range that includes them would flatten the core.
     """
     if spread.outside * spread.n < FEW:
         return limit
