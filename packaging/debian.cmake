@@ -26,10 +26,10 @@ set(CPACK_DEBIAN_PACKAGE_SOURCE ${PROJECT_NAME})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 # All three descriptions begin with this text and end with their own paragraph.
 set(vostrel_purpose
-  "vostrel judges photometric redshifts, or any other estimates. From a table
-with a reference and an estimate for each object it computes bias, sigma,
-RMS, MAD, NMAD and outlier percentages of the residuals and of the residuals
-divided by one plus the reference.")
+  "vostrel evaluates photometric redshifts, or any other estimates. From a
+table with a reference and an estimate for each object it computes bias,
+sigma, RMS, MAD, NMAD and outlier percentages of the residuals and of the
+residuals divided by one plus the reference.")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME vostrel)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SOURCE "")  # the same name

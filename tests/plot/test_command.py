@@ -192,7 +192,7 @@ def test_files_that_cannot_be_compared(failure):
         (["x=a", "x=a"], "same name"),
         (["x=a", "x =a"], "same name"),
         ([f"{i}=a" for i in range(9)], "1 to 8 estimators, not 9"),
-        (["x=a", "--report", "r"], "neither INTERNAL nor --report"),
+        (["x=a", "--report", "r"], "can't be combined with INTERNAL or --report"),
     ):
         assert message in failure("--compare", *words)
 
