@@ -18,7 +18,7 @@ from vostrel.evaluate._rows import Counts, Objects, Selection
 if TYPE_CHECKING:  # takes as long to import as this package
     from numpy.typing import NDArray
 
-#: Called with what is being done, how much of it is done, and how much there is, if that is known.
+#: Called with the task, the amount done, and the total, if it is known.
 Progress = Callable[[str, int, int | None], None]
 
 #: How many objects are added to the passes at a time.
@@ -40,7 +40,7 @@ class Options:
 
     @property
     def asked(self) -> dict[str, Any]:
-        """The numbers that are asked for, as the functions of vostrel take them."""
+        """The requested numbers, as options of vostrel's functions."""
         return {"percentiles": self.percentiles, "outliers": self.outliers}
 
 
@@ -141,7 +141,7 @@ class Store:
         self.nbytes += objects.nbytes
 
     def _expected(self, objects: Objects) -> int:
-        """Return how many rows there are, if that is known and they fit. Empty memory is free."""
+        """Return the number of rows, if it is known and they fit. Untouched memory is free."""
         rows = self._selection.rows or 0
         return rows if 8 * rows * len(objects.numbers) <= self._memory else 0
 
@@ -159,7 +159,7 @@ class Kept:
         self._room: NDArray[np.float64] | None = None
 
     def add(self, values: NDArray[np.float64], expected: int) -> None:
-        """Add values. `expected` is how many there will be at least, or 0."""
+        """Add values. `expected` is a lower bound of their final number, or 0."""
         size = len(self.values)
         end = size + len(values)
         if self._room is None and follows(self.values, values):
@@ -176,7 +176,7 @@ class Kept:
 
 
 def follows(before: NDArray[Any], values: NDArray[Any]) -> bool:
-    """Return whether values lie behind others in the same memory, as those of a mapped file."""
+    """Return whether values follow others in the same memory, such as a mapped file."""
     return (
         owner(before) is owner(values)
         and before.flags.c_contiguous
@@ -285,7 +285,7 @@ def _add_errors(
 def members(
     by: NDArray[np.float64], edges: NDArray[np.float64]
 ) -> Iterator[NDArray[np.bool_]]:
-    """Go over the bins, and return which objects are in each."""
+    """Return for each bin which objects are in it."""
     for i, (low, high) in enumerate(zip(edges, edges[1:])):
         yield (by >= low) & ((by <= high) if i == len(edges) - 2 else (by < high))
 

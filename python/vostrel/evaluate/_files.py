@@ -54,13 +54,13 @@ _ENDING = r"\.(" + "|".join(READERS) + r")(\.gz)?"
 
 
 def names_file(word: str) -> bool:
-    """Return whether a word of the command line is a file rather than a column."""
+    """Return whether an argument is a file rather than a column."""
     return word == "-" or bool(re.search(_ENDING + r"(\[[^][]*\])?$", word, re.IGNORECASE))
 
 
 @contextmanager
 def reading(path: str) -> Iterator[None]:
-    """Turn what goes wrong while a file is read into one line that names it."""
+    """Turn the errors of reading a file into one line that names it."""
     try:
         yield
     except EvaluateError as error:
@@ -72,7 +72,7 @@ def reading(path: str) -> Iterator[None]:
 
 
 def expand(word: str) -> list[tuple[str, str | None]]:
-    """Return the files, with their parts, that a word of the command line stands for."""
+    """Return the files, with their parts, that an argument names."""
     if word == "-":
         return [(word, None)]
     part = None
@@ -146,7 +146,7 @@ class Table:
 
     @property
     def rows(self) -> int | None:
-        """How many rows there are, if that is known."""
+        """The number of rows, if it is known."""
         counts = [reader.rows for reader in self.readers]
         return None if None in counts else sum(filter(None, counts))
 
@@ -159,7 +159,7 @@ class Table:
                     raise EvaluateError(f"{file} has no column {name!r}{nearest(name, known)}")
 
     def chunks(self, names: Sequence[str], text: Collection[str]) -> Iterator[Chunk]:
-        """Go over the rows of all files."""
+        """Yield the rows of all files."""
         for reader, file in zip(self.readers, self.names):
             with reading(file):
                 yield from reader.chunks(names, text)

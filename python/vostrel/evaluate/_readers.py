@@ -1,4 +1,4 @@
-"""What the readers of all formats share: they give columns of one file, chunk by chunk."""
+"""The common part of all readers. They return columns of one file, chunk by chunk."""
 
 from __future__ import annotations
 
@@ -20,11 +20,11 @@ Chunk: TypeAlias = "dict[str, NDArray[Any]]"
 
 _MA: Any = np.ma  # NumPy has no types for it
 
-#: How many rows and bytes are read at a time where each read costs much.
+#: Rows and bytes of a chunk if each read is expensive.
 ROWS = 1 << 20
 BYTES = 1 << 25
 
-#: And where it costs little: so much stays in the cache while it is converted and copied.
+#: And if it is cheap: such a chunk stays in the cache while it is converted and copied.
 CACHED_ROWS = 1 << 16
 CACHED_BYTES = 1 << 20
 
@@ -34,9 +34,9 @@ IN_PLACE = 1 << 29
 
 
 class Reader(ABC):
-    """A table in a file. `part` is what stands in brackets behind its name."""
+    """A table in a file. `part` is the text in brackets after its name."""
 
-    #: How many rows there are, if that is known before they are read.
+    #: The number of rows, if it is known before reading.
     rows: int | None = None
 
     def __init__(self, path: str, part: str | None) -> None:
@@ -49,7 +49,7 @@ class Reader(ABC):
 
     @abstractmethod
     def chunks(self, names: Sequence[str], text: Collection[str]) -> Iterator[Chunk]:
-        """Go over the rows. Where everything is text, columns in `text` stay text."""
+        """Yield the rows. In formats of text, columns in `text` stay text."""
 
 
 def open_binary(path: str) -> IO[bytes]:
@@ -92,7 +92,7 @@ def steps(rows: int, step: int) -> Iterator[slice]:
 
 
 def no_part(reader: Reader, kind: str) -> None:
-    """Raise an EvaluateError if a part of the file was asked for."""
+    """Raise an EvaluateError if a part of the file was requested."""
     if reader.part is not None:
         raise EvaluateError(f"a {kind} file has no [{reader.part}]; only FITS and HDF5 have parts")
 

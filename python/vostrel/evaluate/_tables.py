@@ -24,13 +24,13 @@ from vostrel.evaluate._rows import Roles
 #: The two residuals: how the results call them, and how tables do.
 PARTS = (("delta", "delta"), ("norm", "delta norm"))
 
-#: What the tables of bins show, beside the percentiles and the outliers that were asked for.
+#: The statistics in tables of bins, beside the requested percentiles and outliers.
 IN_BINS = ("bias", "sigma", "nmad", "outliers_015")
 
 
 @dataclass(frozen=True)
 class Task:
-    """What was asked for, in words that tables and reports repeat."""
+    """The options of the run, as tables and reports print them."""
 
     table: str
     command: str
@@ -100,7 +100,7 @@ def column_counts(results: Results) -> list[str]:
 
 
 def records(results: Results) -> Iterator[Record]:
-    """Go over all numbers."""
+    """Yield all numbers."""
     for name, point in results.points.items():
         yield Record(name, None, "", "n", "", point.n)
         yield from _of(name, None, point, results.errors.get(name))
@@ -122,7 +122,7 @@ def _of(
     name: str, limits: tuple[float, float] | None, numbers_of: PointStatistics | Uncertainties,
     errors: Uncertainties | None = None,
 ) -> Iterator[Record]:
-    """Go over the numbers of one estimate, or of one difference."""
+    """Yield the numbers of one estimate, or of one difference."""
     for part in ("delta", "norm"):
         for row in _rows(part, numbers_of, errors):
             one = row.value
@@ -149,20 +149,20 @@ def _rows(
 
 
 def grids(results: Results, task: Task) -> Iterator[tuple[str, Grid]]:
-    """Go over all tables with their titles."""
+    """Yield all tables with their titles."""
     yield from statistic_grids(results)
     yield from difference_grids(results)
     yield from bin_grids(results, task)
 
 
 def hint(results: Results) -> str:
-    """Return what to do about errors that are not known."""
+    """Return the hint about unknown errors."""
     by_formula = any(one.method == "formula" for one in results.errors.values())
     return "; --errors bootstrap knows them" if by_formula else ""
 
 
 def statistic_grids(results: Results) -> Iterator[tuple[str, Grid]]:
-    """Go over the statistics of all objects: one table, or one for each residual."""
+    """Yield the statistics of all objects: one table, or one for each residual."""
     shown = {
         label: {
             name: _rows(part, point, results.errors.get(name))
@@ -182,7 +182,7 @@ def statistic_grids(results: Results) -> Iterator[tuple[str, Grid]]:
 
 
 def difference_grids(results: Results) -> Iterator[tuple[str, Grid]]:
-    """Go over the differences of estimates."""
+    """Yield the differences of estimates."""
     for part, label in PARTS:
         if results.differences:
             yield f"differences of {label}", _by_statistic({
@@ -192,7 +192,7 @@ def difference_grids(results: Results) -> Iterator[tuple[str, Grid]]:
 
 
 def bin_grids(results: Results, task: Task) -> Iterator[tuple[str, Grid]]:
-    """Go over the bins of each estimate."""
+    """Yield the bins of each estimate."""
     by = task.roles.by or task.roles.reference
     for name, bins in results.bins.items():
         title = f"{name}: delta norm in bins of {by}"
