@@ -324,6 +324,8 @@ def bootstrap_difference(
         or of an astropy Table. An object that is masked in one of them
         is left out of all. With ``nan_policy="omit"``, so is an object with
         NaN in one of them.
+    *more
+        Nothing: all estimates go into one mapping.
     resamples, confidence, percentiles, outliers, groups, seed, mask, nan_policy, workers, \
 interval, progress
         As in `bootstrap`.
