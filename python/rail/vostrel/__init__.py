@@ -192,6 +192,7 @@ class Table:
     def __init__(self, stage: VostrelPointToPointEvaluator) -> None:
         self._stage = stage
         self._kept: list[Part] | None = None
+        self._room = KEPT_BYTES
         self.length = 0
 
     def chunks(self) -> Iterator[tuple[Any, ...]]:
@@ -204,7 +205,7 @@ class Table:
 
     def _read(self) -> Iterator[Part]:
         kept: list[Part] = []
-        room = KEPT_BYTES
+        room = self._room
         self.length = 0
         for start, estimates, truth in self._aligned():
             columns = self._columns(estimates, truth)
@@ -214,6 +215,7 @@ class Table:
                 kept.append((start, columns))
             else:
                 kept.clear()
+                self._room = -1  # later passes need not try
             yield start, columns
         if room >= 0:
             self._kept = kept
