@@ -21,7 +21,7 @@ Bins::Bins(std::vector<double> edges) : edges_(std::move(edges)) {
   if (edges_.size() < 2 || !ascending || nan) {
     throw std::invalid_argument("edges must be two or more numbers in ascending order");
   }
-  constexpr std::size_t kCellsPerBin = 16;  // so that most cells have no edge
+  constexpr std::size_t kCellsPerBin = 16;  // then most cells have no edge
   cells_.resize(kCellsPerBin * size());
   const double scale = static_cast<double>(cells_.size()) / (edges_.back() - edges_.front());
   if (std::isfinite(scale)) scale_ = scale;

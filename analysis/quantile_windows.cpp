@@ -99,7 +99,7 @@ bool QuantileWindows::fill(const ResidualColumn& residuals, const Units& units,
 }
 
 // The marks are those of percents_, that of LSST's bound, and those of the bounds that were asked
-// for. Written without comparisons, so that the compiler vectorizes the loops.
+// for. Written without comparisons: the compiler then vectorizes the loops.
 void QuantileWindows::mark(std::span<const double> residuals, std::size_t word,
                            std::uint64_t* marks) const {
   const std::size_t ranks = percents_.size();

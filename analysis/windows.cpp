@@ -279,7 +279,7 @@ void Windows::place_near() {
   near_end_ = distant_.first_from(near_high_);
 }
 
-// Written without comparisons, so that the compiler vectorizes the loop.
+// Written without comparisons: the compiler then vectorizes the loop.
 void Windows::mark(std::span<const double> residuals, std::uint64_t* marks) const {
   // 1 at `place` if a < b: the sign of the difference, since both are finite.
   const auto is_below = [](double a, double b, std::size_t place) {

@@ -1,4 +1,4 @@
-"""Prints what vostrel computes, bit by bit, so that two builds can be compared.
+"""Prints the results of vostrel bit by bit, to compare two builds.
 
     wheel_bits.py make DATA.npz     writes data sets
     wheel_bits.py show DATA.npz     prints the path of vostrel, then a line for each result

@@ -33,7 +33,7 @@ def scratch():
 def program(variable, scratch, name):
     if variable not in os.environ:
         pytest.fail(f"{variable} must name the program to test")
-    # A copy, so that a user without rights can run it, wherever it was built.
+    # A copy that a user without rights can run, wherever it was built.
     path = scratch / f"{name}-program"
     shutil.copy(os.environ[variable], path)
     path.chmod(0o755)

@@ -28,7 +28,7 @@ inline constexpr CopiedNumber kNotCopied = {nullptr, nullptr};
 /// Requires kTextPadding readable bytes after the number and kNumberRoom writable bytes at `out`.
 ///
 /// Looks at the first eight decimals, one digit in each byte, the first in the highest byte. Drops
-/// the last three of them, two or one, so that six digits remain. Adding a five at the first
+/// the last three of them, two or one: six digits remain. Adding a five at the first
 /// dropped digit rounds the number x.
 ///
 /// Why it is exact: the dropped digits are neither exactly the five nor, with more decimals after
@@ -36,7 +36,7 @@ inline constexpr CopiedNumber kNotCopied = {nullptr, nullptr};
 /// digits. The double nearest to x is within 10^-15 of x, hence on the same side of every midpoint,
 /// and has the same six digits.
 ///
-/// One addition handles all eight digits: 246 is added to each byte too, so that a digit that
+/// One addition handles all eight digits: 246 is added to each byte too, and a digit that
 /// reaches ten carries. Where there was no carry, the 246 is subtracted again.
 inline CopiedNumber copy_small_decimal(const char* text, char* out) {
   auto whole = static_cast<std::uint64_t>(*text - '0');

@@ -23,7 +23,7 @@ using vostrel::CopiedNumber;
 using vostrel::LineReader;
 using vostrel::RowWriter;
 
-// Appends a line to the log, which is closed each time so that no line is lost.
+// Appends a line to the log, and closes it: no line is lost.
 void log_line(std::string_view text) {
   std::ofstream log("error.log", std::ios::app);
   log << text << std::endl;

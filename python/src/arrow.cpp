@@ -147,7 +147,7 @@ struct Bits {
 };
 
 void check_numbers(const ArrowArray& array, std::int64_t buffers, std::int64_t children) {
-  // Of doubles, so that no index of a byte overflows.
+  // Of doubles: no index of a byte overflows.
   constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max() / 16;
   require(array.length >= 0, "the length is negative");
   require(array.offset >= 0, "the offset is negative");

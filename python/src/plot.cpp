@@ -87,7 +87,7 @@ Values normalized_residuals(const Values& reference, const Values& estimate) {
 
 // ---- the program's numbers ----------------------------------------------------------------------
 
-// (delta, norm), whatever NaN there are.
+// (delta, norm), with NaN or without.
 py::tuple program_statistics(const Values& reference, const Values& estimate) {
   PointStatistics statistics{};
   {

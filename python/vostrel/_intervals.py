@@ -371,7 +371,7 @@ def bca(r: Resampled, name: str, confidence: float) -> Ends | None:
 def studentized(r: Resampled, name: str, confidence: float) -> Ends | None:
     """Return the interval of (resample - value) / error of the resample.
 
-    For sigma and RMS of the logarithms, so that no end is negative.
+    For sigma and RMS of the logarithms: no end is negative.
     """
     if name not in ERRORS:
         return beyond_sigma(r, name, confidence)

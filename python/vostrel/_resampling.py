@@ -138,7 +138,7 @@ def draw(
 
 
 def _pieces(resamples: int, batch: int, count: int) -> list[Piece]:
-    """Return pieces that are small, so that workers end together, but reuse memory."""
+    """Return pieces small enough that workers end together, and large enough to reuse memory."""
     size = max(batch, resamples // (16 * count))
     rounds = -(-resamples // (size * count))
     size = -(-resamples // (rounds * count))
@@ -159,7 +159,7 @@ def _map_of(workers: Workers, draws: Draws) -> Iterator[tuple[int, Callable[...,
     from concurrent.futures import ThreadPoolExecutor
 
     count = read_workers(workers)
-    # Other threads do the work, and this one waits, so that it notices Ctrl-C.
+    # Other threads do the work. This one waits and notices Ctrl-C.
     pool = ThreadPoolExecutor(count)
     try:
         draws.order(pool.map)

@@ -102,7 +102,7 @@ def uncertainties(
     mad, nmad
         The interval goes from one order statistic of abs(r) to another. Their
         ranks contain the median with at least the confidence, by the binomial
-        distribution with p = 1/2, whatever the distribution of the residuals
+        distribution with p = 1/2, for any distribution of the residuals
         [3]_. The error is half of the 68.27% interval.
     median, percentiles
         The same for r, with the p of the percentile. The percentiles 0 and

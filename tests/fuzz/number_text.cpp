@@ -18,7 +18,7 @@ void read(std::string_view text, std::uint8_t choice) {
   std::string line(text);
   line += kEnds[choice % 4];
   line.append(vostrel::kTextPadding, kBehind[choice / 4 % 8]);
-  // Without spare capacity, so that the sanitizer sees a read beyond the padding.
+  // Without spare capacity: the sanitizer sees a read beyond the padding.
   std::vector<char> exact(line.begin(), line.end());
   const std::string_view field(exact.data(), text.size());
   const std::string copy(text);

@@ -99,7 +99,7 @@ WHERE = "import vostrel; print(vostrel.__file__, vostrel.point_statistics([1.0],
 def test_source_distribution_and_wheel(clone, environment, tmp_path):
     pytest.importorskip("build")
     if LONG:
-        del environment["DIST_EXTRA_CONFIG"]  # so that it is compiled, which takes half a minute
+        del environment["DIST_EXTRA_CONFIG"]  # to compile it, which takes half a minute
     (tmp_path / "built" / "vostrel" / "removed.py").write_text("")  # as an earlier build left it
     # Debian's pybind11 is older than the one that pip gets.
     run(sys.executable, "-m", "build", "--no-isolation", "-x", "--outdir", tmp_path, clone,

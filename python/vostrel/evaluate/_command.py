@@ -10,7 +10,7 @@ import sys
 import time
 import warnings
 from collections.abc import Callable, Sequence
-from contextlib import ExitStack
+from contextlib import ExitStack, suppress
 from typing import Any, NoReturn
 
 from vostrel._commands import ProgressLine
@@ -230,7 +230,7 @@ def check(parser: Parser, options: argparse.Namespace) -> None:
     if options.groups is not None and options.errors != "bootstrap":
         parser.error("--groups needs --errors bootstrap")
     if not options.memory >= 0:
-        parser.error("--memory must be a number of GiB")
+        parser.error(f"--memory must be 0 GiB or more, not {options.memory:g}")
 
 
 def settings(options: argparse.Namespace) -> Options:
@@ -249,11 +249,15 @@ def settings(options: argparse.Namespace) -> Options:
 
 def read_bins(text: str) -> Any:
     """Return bins as binned_statistics takes them."""
-    if text.startswith("count:"):
-        return "count", int(text[6:])
-    if "," in text:
-        return [float(edge) for edge in text.split(",")]
-    return int(text)
+    with suppress(ValueError):
+        if "," in text:
+            return [float(edge) for edge in text.split(",")]
+        count = int(text.removeprefix("count:"))
+        if count >= 1:
+            return ("count", count) if text.startswith("count:") else count
+    raise argparse.ArgumentTypeError(
+        f"must be edges as in 18,20,22, a number of bins from 1, or count:N, not {text!r}"
+    )
 
 
 def read_percentiles(text: str) -> tuple[float, ...]:

@@ -67,7 +67,7 @@ def reading(path: str) -> Iterator[None]:
         raise EvaluateError(f"{printable(path)}: {error}") from error
     except MemoryError:
         raise
-    except Exception as error:  # whatever a library raises for a damaged file
+    except Exception as error:  # libraries raise anything for a damaged file
         raise EvaluateError(f"cannot read {printable(path)}: {one_line(error)}") from error
 
 

@@ -178,7 +178,7 @@ def _draw_objects(objects: Objects, task: Task, layout: Any) -> str:
 
 @contextmanager
 def _settings() -> Iterator[None]:
-    """Draw with matplotlib's own settings, whatever its user prefers elsewhere."""
+    """Draw with matplotlib's own settings, not the user's."""
     import matplotlib
 
     with matplotlib.rc_context():

@@ -158,7 +158,7 @@ def tail_limit(spread: Spread, limit: float) -> float:
 
 
 def histogram_bins(spread: Spread, n: int, limit: float, most: int = 199) -> int:
-    """Return the number of bins between -limit and limit, odd so that one lies about zero.
+    """Return the number of bins between -limit and limit, which is odd: one lies about zero.
 
     The rule of Freedman and Diaconis (1981): bins are 2 IQR / n^(1/3) wide.
     There are 9 bins at least, and `most`, an odd number, at most.
