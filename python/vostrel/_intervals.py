@@ -388,7 +388,8 @@ def studentized(r: Resampled, name: str, confidence: float) -> Ends | None:
     upper, lower = np.quantile(ratios, [(1 - confidence) / 2, (1 + confidence) / 2])
     if name == "bias":
         return value - lower * error, value - upper * error
-    return float(value * np.exp(-lower * error)), float(value * np.exp(-upper * error))
+    with np.errstate(over="ignore"):  # of a few objects
+        return float(value * np.exp(-lower * error)), float(value * np.exp(-upper * error))
 
 
 def beyond_sigma(r: Resampled, name: str, confidence: float) -> Ends | None:
