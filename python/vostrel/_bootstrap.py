@@ -19,6 +19,7 @@ from vostrel._intervals import (
     check_interval,
     differences,
     estimates,
+    exact_ranks,
     lsst_neighbours,
     neighbours,
 )
@@ -150,8 +151,11 @@ def bootstrap(
         estimation for a binomial proportion", Statistical Science 16, 101,
         2001). At most n objects beyond 0.15, and if fewer than ten are beyond
         or within.
-    median, percentiles, sigma_68, sigma_iqr, LSST's bias and sigma_iqr
+    median, sigma_68, sigma_iqr, LSST's bias and sigma_iqr
         As mad. LSST's sigma_mad as mad_delta.
+    percentiles
+        "ranks": the interval of `uncertainties`, if there is one; with groups
+        "t".
     outliers; LSST's outlier rate
         As outliers_015; as outliers_2sigma.
 
@@ -445,17 +449,20 @@ class _Options:
 
             with np.errstate(invalid="ignore"):
                 near = neighbours(names, numbers[i], replicates[:, i], self.confidence, residuals)
+                ranks = {}
+                if self.asked.percentiles and not groups:
+                    ranks = exact_ranks(self.asked.percentiles, self.confidence, residuals())
                 endless = bool(np.min(effective[i]) < ENOUGH) and are_endless(residuals())
             return Resampled(
                 names, self.asked, sample.n, groups[1] if groups else None, numbers[i],
-                replicates[:, i], errors[i], replicate_errors[:, i], effective[i], near, endless,
-                None if left_out is None else left_out[0][:, i],
+                replicates[:, i], errors[i], replicate_errors[:, i], effective[i], near, ranks,
+                endless, None if left_out is None else left_out[0][:, i],
             )
 
         delta, norm = part(0), part(1)
         lsst: dict[str, Any] = {
             "names": LSST_NAMES, "asked": None, "values": metrics, "replicates": lsst_replicates,
-            "neighbours": lsst_neighbours(norm.neighbours),
+            "neighbours": lsst_neighbours(norm.neighbours), "ranks": {},
             "left_out": None if left_out is None else left_out[1],
         }
         return delta, norm, replace(norm, **lsst)

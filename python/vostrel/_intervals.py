@@ -17,8 +17,9 @@ from vostrel._results import (
     Uncertain,
     UncertainLsstMetrics,
     UncertainResidualStatistics,
+    percentile_name,
 )
-from vostrel._uncertainties import has_many, normal_quantile, wilson
+from vostrel._uncertainties import has_many, normal_quantile, quantile_ranks, wilson
 
 if TYPE_CHECKING:  # importing the package must be quick
     from numpy.typing import NDArray
@@ -71,6 +72,8 @@ class Resampled:
     neighbours : dict of str to tuple of float
         For medians that hardly scatter: the ends half way to the nearest
         different objects.
+    ranks : dict of str to tuple of float
+        The exact intervals of percentiles, unless groups were drawn.
     endless : bool
         Whether the residuals look like those of an infinite fourth moment.
     left_out : ndarray, shape (objects or groups, statistics), or None
@@ -87,6 +90,7 @@ class Resampled:
     replicate_errors: NDArray[np.float64]
     effective: NDArray[np.float64]
     neighbours: dict[str, tuple[float, float]]
+    ranks: dict[str, Ends]
     endless: bool = False
     left_out: NDArray[np.float64] | None = None
 
@@ -265,6 +269,19 @@ def lsst_neighbours(norm: dict[str, Ends]) -> dict[str, Ends]:
     return result
 
 
+def exact_ranks(
+    percentiles: Sequence[float], confidence: float, r: NDArray[np.float64]
+) -> dict[str, Ends]:
+    """Return the intervals of percentiles that `uncertainties` gives, by name."""
+    result = {}
+    for percent in percentiles:
+        ranks = quantile_ranks(len(r), percent / 100, confidence)
+        if ranks is not None:
+            low, high = np.partition(r, ranks)[list(ranks)]
+            result[percentile_name(percent)] = float(low), float(high)
+    return result
+
+
 def is_fraction(name: str) -> bool:
     """Return whether a number is a fraction of the objects."""
     return name.startswith("outliers") or name == LSST_OUTLIERS
@@ -284,6 +301,8 @@ def _method(r: Resampled, name: str, interval: str) -> str:
     """Return the method for a number."""
     if interval in ("percentile", "basic", "bca"):
         return interval
+    if interval == "auto" and name in r.ranks:
+        return "ranks"
     many = has_many(_percentage(r, name), r.n)
     if name in ("sigma", "rms") or (name == "outliers_1sigma" and many):
         return "studentized"
@@ -455,6 +474,7 @@ METHODS: dict[str, Callable[[Resampled, str, float], Ends | None]] = {
     "studentized": studentized,
     "t": student_t,
     "wilson": wilson_interval,
+    "ranks": lambda r, name, confidence: r.ranks[name],
 }
 
 

@@ -88,7 +88,8 @@ class PerStatistic(Result, Generic[T]):
             Row(name, label, unit, getattr(self, name)) for name, label, unit in ROWS + QUANTILES
         ]
         for percent, value in self.percentiles.items():
-            rows.append(Row(f"p{_plain(percent)}", f"P{_plain(percent)}", "", value))
+            name = percentile_name(percent)
+            rows.append(Row(name, f"P{name[1:]}", "", value))
         for bound, value in self.outliers.items():
             text = _plain(bound)
             rows.append(Row(f"outliers_{text}", f"outliers >{text}", "%", value))
@@ -779,6 +780,11 @@ def _flat(result: Any) -> dict[str, float]:
         for part in ("delta", "norm")
         for name, value in getattr(result, part).to_dict().items()
     }
+
+
+def percentile_name(percent: float) -> str:
+    """Return the name of a percentile in flat names."""
+    return f"p{_plain(percent)}"
 
 
 def _plain(value: float) -> str:

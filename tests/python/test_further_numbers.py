@@ -96,6 +96,11 @@ def test_resamples_have_the_same_numbers(rng, n, grouped):
     s = vostrel.point_statistics(reference, estimate, **ASKED)
     assert [float(one) for one in found(u.norm)] == found(s.norm)
     assert u.lsst.outlier_rate.value == s.lsst.outlier_rate
+    if n > 1000:
+        p16 = u.norm.percentiles[16]
+        by_ranks = vostrel.uncertainties(reference, estimate, **ASKED).norm.percentiles[16]
+        assert p16.method == ("t" if grouped else "ranks")
+        assert grouped or (p16.low, p16.high) == (by_ranks.low, by_ranks.high)
     d = vostrel.bootstrap_difference(
         reference, {"A": estimate, "B": reference}, resamples=5, seed=2,
         groups=groups if grouped else None, **ASKED
