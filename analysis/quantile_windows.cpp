@@ -15,8 +15,8 @@ namespace {
 
 // The percentiles that have windows, ascending.
 std::vector<double> percents_of(const Wanted& wanted) {
-  std::vector<double> percents = wanted.extras.percentiles;
-  percents.insert(percents.end(), {16, 25, 50, 75, 84});
+  std::vector<double> percents = wanted.percents();
+  percents.push_back(50);
   std::sort(percents.begin(), percents.end());
   percents.erase(std::unique(percents.begin(), percents.end()), percents.end());
   return percents;

@@ -37,12 +37,16 @@ Wanted::Wanted(Extras asked_for) : extras(std::move(asked_for)), has_quantiles(t
   }
 }
 
+std::vector<double> Wanted::percents() const {
+  std::vector<double> percents = extras.percentiles;
+  percents.insert(percents.end(), {16, 25, 75, 84});
+  return percents;
+}
+
 std::vector<std::uint64_t> Wanted::ranks(std::uint64_t n) const {
   std::vector<std::uint64_t> ranks = {(n - 1) / 2, n / 2};
   if (has_quantiles) {
-    std::vector<double> percents = extras.percentiles;
-    percents.insert(percents.end(), {16, 25, 75, 84});
-    for (const double percent : percents) {
+    for (const double percent : percents()) {
       const PercentilePlace place = percentile_place(n, percent);
       ranks.insert(ranks.end(), {place.lower, place.upper});
     }

@@ -67,6 +67,9 @@ struct Wanted {
   std::vector<std::uint64_t> absolute = {};  // ranks of |residual|, below n
   std::vector<std::uint64_t> values = {};    // ranks of the residual, below n
 
+  /// The percentiles that the quantiles need, in any order. The median isn't among them.
+  std::vector<double> percents() const;
+
   /// The ranks whose values are wanted, ascending.
   std::vector<std::uint64_t> ranks(std::uint64_t n) const;
 
