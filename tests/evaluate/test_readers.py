@@ -13,7 +13,7 @@ import pytest
 import vostrel
 from astropy.io import fits
 from astropy.table import MaskedColumn, Table
-from vostrel.evaluate import _readers
+from vostrel.evaluate import _hdf5, _readers
 from vostrel.evaluate._compute import Kept
 
 
@@ -195,12 +195,13 @@ def test_list_of_columns(evaluate):
 
 @pytest.mark.parametrize("options", [
     {}, {"chunks": (700,), "compression": "gzip"}, {"dtype": ">f8"}, {"dtype": "f4"},
-    {"dtype": "i2"}, {"userblock": 512},
+    {"dtype": "i2"}, {"userblock": 512}, {"stay": 0},
 ], ids=str)
 def test_ways_to_store_columns_in_hdf5(evaluate, columns, monkeypatch, options):
     # Plain doubles are used in the file, in several parts; others are read.
     monkeypatch.setattr(_readers, "ROWS", 1000)
-    how = {name: value for name, value in options.items() if name != "userblock"}
+    monkeypatch.setattr(_hdf5, "STAY", options.get("stay", _hdf5.STAY))
+    how = {name: value for name, value in options.items() if name not in ("userblock", "stay")}
     with h5py.File("t.hdf5", "w", userblock_size=options.get("userblock", 0)) as file:
         for name in ("zspec", "zphot", "imag"):
             file.create_dataset(name, data=columns[name] * 100, **how)

@@ -149,7 +149,8 @@ class Fits(Reader):
         whole = mapped.array(kind, self.rows, self._start)
         for part in steps(self.rows, CACHED_ROWS):
             yield whole[part]
-            mapped.release(self._start + part.stop * self._row_bytes)
+            first, last = (self._start + row * self._row_bytes for row in (part.start, part.stop))
+            mapped.release(first, last)
 
     def _streamed(self, kind: Any) -> Iterator[NDArray[Any]]:
         """Yield the rows of a compressed file."""

@@ -2,21 +2,14 @@
 
 from __future__ import annotations
 
+import os
 from collections.abc import Collection, Iterator, Sequence
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
 from vostrel.evaluate._errors import EvaluateError, library
-from vostrel.evaluate._readers import (
-    IN_PLACE,
-    Chunk,
-    Mapped,
-    Reader,
-    cached_slices,
-    masked,
-    slices,
-)
+from vostrel.evaluate._readers import STAY, Chunk, Mapped, Reader, cached_slices, masked, slices
 
 if TYPE_CHECKING:  # takes as long to import as this package
     from numpy.typing import NDArray
@@ -72,10 +65,9 @@ class Hdf5(Reader):
                     raise EvaluateError(f"{names[0]!r} and {name!r} differ in length: "
                                         f"{lengths[names[0]]} and {lengths[name]}")
             self.rows = int(lengths[names[0]])
-            whole = self._in_place(file, names)
-            if whole:
-                for part in slices(self.rows, 8):
-                    yield {name: values[part] for name, values in whole.items()}
+            starts = self._in_place(file, names)
+            if starts:
+                yield from self._mapped(names, starts)
                 return
             # A stored chunk is decompressed as a whole, each time that a part of it is read.
             stored = any(file[self._found[name][0]].chunks for name in names)
@@ -91,26 +83,36 @@ class Hdf5(Reader):
                 raise EvaluateError(f"column {name!r} is compressed by {label.decode()}, which "
                                     "h5py doesn't have; hdf5plugin may")
 
-    def _in_place(self, file: Any, names: Sequence[str]) -> Chunk | None:
-        """Return the columns where the file holds them, or None if they must be read."""
-        data = [file[self._found[name][0]] for name in names]
-        if sum(one.nbytes for one in data) > IN_PLACE:
-            return None
-        mapped = Mapped(self.path)
-        columns = {}
-        for name, one in zip(names, data):
-            start = one.id.get_offset()
+    def _in_place(self, file: Any, names: Sequence[str]) -> list[int] | None:
+        """Return where the columns are in the file, or None if they must be read."""
+        starts = []
+        for name in names:
+            data = file[self._found[name][0]]
+            start = data.id.get_offset()
             if (
                 start is None  # in chunks, or elsewhere
                 or self._found[name][1] is not None
                 or f"{name}.mask" in self._found
-                or one.dtype.kind not in "fiu"
-                or not one.id.get_type().equal(self._h5py.h5t.py_create(one.dtype))
-                or start + one.nbytes > mapped.size
+                or data.dtype.kind not in "fiu"
+                or not data.id.get_type().equal(self._h5py.h5t.py_create(data.dtype))
+                or start + data.nbytes > os.path.getsize(self.path)
             ):
                 return None
-            columns[name] = mapped.array(one.dtype, len(one), start)
-        return columns
+            starts.append(start)
+        return starts
+
+    def _mapped(self, names: Sequence[str], starts: Sequence[int]) -> Iterator[Chunk]:
+        """Go over columns where the file holds them."""
+        assert self.rows is not None
+        mapped = Mapped(self.path)
+        kinds = [self._found[name][2] for name in names]
+        columns = [mapped.array(kind, self.rows, start) for kind, start in zip(kinds, starts)]
+        stay = sum(column.nbytes for column in columns) <= STAY
+        for part in slices(self.rows, 8):
+            yield {name: column[part] for name, column in zip(names, columns)}
+            for kind, start in [] if stay else zip(kinds, starts):
+                size = kind.itemsize
+                mapped.release(start + part.start * size, start + part.stop * size)
 
     def _read(self, file: Any, name: str, part: slice) -> NDArray[Any]:
         path, field, _ = self._found[name]

@@ -28,9 +28,8 @@ BYTES = 1 << 25
 CACHED_ROWS = 1 << 16
 CACHED_BYTES = 1 << 20
 
-#: Columns of so many bytes are used where the file holds them. Larger ones are read: pages of a
-#: mapped file count as memory.
-IN_PLACE = 1 << 29
+#: Columns of so many bytes of a mapped file stay in memory until the end.
+STAY = 1 << 29
 
 
 class Reader(ABC):
@@ -70,10 +69,11 @@ class Mapped:
         """Return an array that the file holds."""
         return np.frombuffer(self._bytes, dtype, count, start)
 
-    def release(self, end: int) -> None:
-        """Take the bytes before `end` out of memory. They come again if they are used."""
-        if hasattr(mmap, "MADV_DONTNEED"):
-            self._bytes.madvise(mmap.MADV_DONTNEED, 0, end)
+    def release(self, start: int, end: int) -> None:
+        """Take bytes out of memory. They come again if they are used."""
+        if hasattr(mmap, "MADV_DONTNEED") and end > start:
+            start -= start % mmap.PAGESIZE
+            self._bytes.madvise(mmap.MADV_DONTNEED, start, end - start)
 
 
 def slices(rows: int, row_bytes: int) -> Iterator[slice]:
