@@ -311,7 +311,8 @@ std::vector<std::pair<std::uint64_t, std::uint64_t>> Search::find_touched() {
   for (std::size_t b = 0; b < brackets_.size(); ++b) {
     const Key& key = brackets_[b].key();
     const Interval keys = brackets_[b].keys();
-    auto& [below, inside] = counts[b];
+    std::uint64_t& below = counts[b].first;
+    std::uint64_t& inside = counts[b].second;
     const auto is_below = [&](const Bucket& bucket) {
       return keys_of(bucket, key).high < keys.low;
     };
