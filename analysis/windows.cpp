@@ -154,12 +154,12 @@ void Window::sort() {
 }
 
 std::optional<double> Window::Walk::value(std::uint64_t rank) {
-  const std::vector<Entry>& entries = window_->entries;
-  const auto count_of = [&](std::size_t i) -> std::uint64_t { return counts_[entries[i].unit()]; };
+  const std::vector<Entry>& ordered = window_->entries;
+  const auto count_of = [&](std::size_t i) -> std::uint64_t { return counts_[ordered[i].unit()]; };
   while (below_ > rank && place_ > 0) below_ -= count_of(--place_);
-  while (place_ < entries.size() && below_ + count_of(place_) <= rank) below_ += count_of(place_++);
-  if (below_ > rank || place_ == entries.size()) return std::nullopt;
-  return entries[place_].key();
+  while (place_ < ordered.size() && below_ + count_of(place_) <= rank) below_ += count_of(place_++);
+  if (below_ > rank || place_ == ordered.size()) return std::nullopt;
+  return ordered[place_].key();
 }
 
 std::optional<double> Window::median(std::span<const std::uint8_t> counts, std::uint64_t below,
