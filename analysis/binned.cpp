@@ -33,10 +33,10 @@ Bins::Bins(std::vector<double> edges) : edges_(std::move(edges)) {
     if (end - below > 1) {
       cell = {kInfinity, {kSearch, kSearch}};
     } else {
-      const bool has_edge = end > below;
-      cell = {has_edge ? edges_[below] : kInfinity, {bin_above(below), bin_above(end)}};
+      cell = {kInfinity, {bin_above(below), bin_above(end)}};
+      if (end > below) cell.edge = edges_[below];
       // The upper edge itself belongs to the last bin.
-      if (end == edges_.size() && has_edge) cell.edge = std::nextafter(cell.edge, kInfinity);
+      if (end > below && end == edges_.size()) cell.edge = std::nextafter(cell.edge, kInfinity);
     }
     below = end;
   }

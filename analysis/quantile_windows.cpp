@@ -116,7 +116,8 @@ void QuantileWindows::mark(std::span<const double> residuals, std::size_t word,
         marks[i] = with_next(marks[i], std::fabs(residuals[i]), lsst_.middle);
       }
     } else {
-      const double bound = k <= ranks + bounds.size() ? bounds[k - ranks - 1] : kInfinity;
+      double bound = kInfinity;
+      if (k <= ranks + bounds.size()) bound = bounds[k - ranks - 1];
       for (std::size_t i = 0; i < residuals.size(); ++i) {
         marks[i] = with_next(marks[i], bound, std::fabs(residuals[i]));
       }
