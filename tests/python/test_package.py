@@ -37,14 +37,15 @@ def test_import_loads_no_optional_library():
 
 
 def test_import_takes_20_ms_over_numpy(tmp_path):
-    """Of processor time, where byte code is kept. A busy machine may need several attempts."""
+    """Of processor time, where byte code is kept. A busy machine slows NumPy as much."""
     script = (
-        "import time, numpy; start = time.process_time(); import vostrel; "
-        "print(time.process_time() - start)"
+        "from time import process_time as now; start = now(); import numpy; middle = now(); "
+        "import vostrel; print(middle - start, now() - middle)"
     )
     variables = {**os.environ, "PYTHONPYCACHEPREFIX": str(tmp_path), "PYTHONDONTWRITEBYTECODE": ""}
-    times = (float(run(sys.executable, "-c", script, env=variables)) for _ in range(30))
-    assert any(seconds <= 0.020 for seconds in times)
+    times = (map(float, run(sys.executable, "-c", script, env=variables).split())
+             for _ in range(20))
+    assert any(ours <= max(0.020, theirs / 4) for theirs, ours in times)
 
 
 def test_a_build_for_numpy_1_says_so_under_numpy_2():
