@@ -93,7 +93,8 @@ install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE CITATION.cff CODE_O
   DESTINATION ${vostrel_doc_dir} COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${vostrel_doc_dir} COMPONENT runtime
   FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg"
-  PATTERN reference EXCLUDE PATTERN site EXCLUDE)  # these are for Sphinx
+  PATTERN reference EXCLUDE PATTERN site EXCLUDE  # these are for Sphinx
+  PATTERN checklists.md EXCLUDE)  # for reviewers of the sources
 install(FILES examples/redshifts.csv DESTINATION ${vostrel_doc_dir}/examples COMPONENT runtime)
 install(DIRECTORY examples/consumer DESTINATION ${vostrel_doc_dir}/examples COMPONENT dev)
 

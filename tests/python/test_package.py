@@ -53,8 +53,8 @@ def test_a_build_for_numpy_1_says_so_under_numpy_2():
     script = (
         "import importlib.util, sys, types\n"
         "sys.modules['numpy'] = types.SimpleNamespace(__version__='2.4.0')\n"
-        f"spec = importlib.util.spec_from_file_location('vostrel._core', {_core.__file__!r})\n"
-        "try: importlib.util.module_from_spec(spec)\n"
+        f"found = importlib.util.spec_from_file_location('vostrel._core', {_core.__file__!r})\n"
+        "try: importlib.util.module_from_spec(found)\n"
         "except ImportError as error: print(error)"
     )
     if pybind11.version_info[:2] >= (2, 12):
