@@ -2,7 +2,6 @@
 
 import os
 import pathlib
-import re
 import signal
 import threading
 import time
@@ -17,6 +16,7 @@ import vostrel.dask
 from dask import dataframe
 from dask.distributed import Client, LocalCluster
 from data_sets import LONG, redshifts
+from support.pages import follow
 
 DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "lsdb.md"
 
@@ -27,28 +27,26 @@ def catalogue(table, name):
 
 
 def test_the_document():
-    code = re.findall(r"```python\n(.*?)```", DOCUMENT.read_text(), re.DOTALL)
-    whole, filtered, joined, nested, cluster, example = code
-    names = {"lsdb": lsdb}
-    exec(example, names)
-    table = names["table"]
-    catalogue(table[["id", "ra", "dec", "z_spec"]], "spectra")
-    runs = table.loc[np.repeat(table.index, 3)].reset_index(drop=True)
-    runs["z_phot"] += 0.01 * np.random.default_rng(2).standard_normal(len(runs))
-    catalogue(runs, "runs")
+    steps = [(names["table"], names["runs"], names.get("s")) for _, names in follow(DOCUMENT)]
+    table, runs, _ = steps[0]
 
     def expected(rows):
         return vostrel.chunked_statistics([(rows.z_spec, rows.z_phot)])
 
-    for text, rows in (
-        (whole, table), (filtered, table[table.z_spec < 1.5]), (joined, table), (nested, runs),
-        (cluster, table),
-    ):
-        exec(compile(text, "docs/lsdb.md", "exec"), names)
-        assert names["s"] == expected(rows), text
-    assert names["catalog"].npartitions > 1
+    found = [s for _, _, s in steps[1:]]
+    rows_of = [table, table[table.z_spec < 1.5], table, runs, table]
+    assert found == [expected(rows) for rows in rows_of]
+
+
+def test_columns_of_different_lengths_are_refused(rng):
+    table = pd.DataFrame({"id": np.arange(200), "dec": 0.0, "z_spec": rng.random(200)})
+    table["ra"] = table.id / 10
+    catalogue(table, "objects")
+    catalogue(table.loc[np.repeat(table.index, 3)].reset_index(drop=True), "runs")
+    objects, runs = (lsdb.open_catalog(name) for name in ("objects", "runs"))
+    nested = objects.join_nested(runs, left_on="id", right_on="id", nested_column_name="runs")
     with pytest.raises(Exception, match="differ in length"):
-        vostrel.dask.point_statistics(names["nested"]["z_spec"], names["nested"]["runs.z_phot"])
+        vostrel.dask.point_statistics(nested["z_spec"], nested["runs.z_spec"])
 
 
 def new_cluster(workers):

@@ -3,7 +3,6 @@
 import json
 import os
 import pathlib
-import re
 import shutil
 import subprocess
 import sys
@@ -28,6 +27,7 @@ from rail.evaluation.point_to_point_evaluator import (
     PointToPointEvaluator,
 )
 from rail.utils.path_utils import find_rail_file
+from support.pages import follow
 from vostrel.rail import VostrelPointToPointBinnedEvaluator, VostrelPointToPointEvaluator
 
 DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "rail.md"
@@ -408,17 +408,9 @@ def test_a_process_that_fails_ends_all(failing, rng):
         assert errors == ([None] * 3 if writes and failing else expected), name
 
 
-def test_the_document(rng):
-    truth, estimate = redshifts(rng, 2000)
-    write_files(truth, estimate)
-    text = DOCUMENT.read_text()
-    for file, content in re.findall(r"`(\w+\.yml)`:\n\n```yaml\n(.*?)```", text, re.DOTALL):
-        pathlib.Path(file).write_text(content)
-    names = {}
-    for code in re.findall(r"```python\n(.*?)```", text, re.DOTALL):
-        exec(compile(code, "docs/rail.md", "exec"), names)
-    for command in re.findall(r"```sh\n(.*?)```", text, re.DOTALL):
-        if "pip install" not in command:
-            run(command)
-    expected = vostrel.chunked_statistics([(truth, estimate)])
+def test_the_document(monkeypatch):
+    monkeypatch.setenv("PATH", f"{pathlib.Path(sys.executable).parent}:{os.environ['PATH']}")
+    *_, (_, names) = follow(DOCUMENT)
+    expected = vostrel.chunked_statistics([(names["z_spec"], names["z_mode"])])
+    assert names["summary"]["norm_nmad"] == expected.norm.nmad
     assert tables_io.read("tables/summary_point.hdf5")["norm_nmad"] == expected.norm.nmad

@@ -11,38 +11,67 @@ import subprocess
 import sys
 
 import pytest
+from support.pages import blocks
 
 HOME = pathlib.Path(__file__).resolve().parents[2]
 FILES = (HOME / "docs" / "files.md").read_text()
 STATISTICS = (HOME / "docs" / "statistics.md").read_text()
 
-#: Which test runs the code of each document.
+#: Which test runs the code of each document, and checks the output that it shows.
 RUN_BY = {
     "README.md": "python/test_documents.py",
     "conventions.md": "python/test_documents.py",
-    "evaluate.md": "evaluate/test_command.py",
+    "evaluate.md": "python/test_documents.py",
     "files.md": "end_to_end/test_written_examples.py",
     "library.md": "install/test_install.py",
     "lsdb.md": "ecosystem/test_lsdb.py",
-    "plot.md": "plot/test_pictures.py",
+    "plot.md": "python/test_documents.py",
     "python.md": "python/test_documents.py",
     "rail.md": "ecosystem/test_rail.py",
-    "scale.md": "python/test_chunked.py",
+    "scale.md": "python/test_documents.py",
     "statistics.md": "end_to_end/test_written_examples.py",
-    "uncertainties.md": "python/test_uncertainties.py",
+    "uncertainties.md": "python/test_documents.py",
 }
-#: The commands of these are tests themselves, or measure for an hour. Commands that install from
-#: PyPI or Debian are run by scripts/newcomer, which follows the whole README.
+#: The commands of these are tests themselves, or measure for an hour.
 BY_HAND = {"CONTRIBUTING.md", "performance.md", "reliability.md"}
+#: By the language of a block, the documents that may have it. Blocks of shell that install are run
+#: by scripts/newcomer.
+LANGUAGES = {
+    "sh": {*RUN_BY, *BY_HAND},
+    "python": set(RUN_BY) - {"library.md"},
+    "cpp": {"library.md"},
+    "cmake": {"library.md"},
+    "yaml": {"rail.md"},
+    "text": {*RUN_BY, *BY_HAND},
+}
+DOCUMENTS = [*HOME.glob("*.md"), *(HOME / "docs").glob("*.md")]
 
 
-def test_a_test_runs_the_code_of_each_document():
-    documents = [*HOME.glob("*.md"), *(HOME / "docs").glob("*.md")]
-    code = re.compile(r"^(```|    \w)", re.MULTILINE)
-    with_code = {path.name for path in documents if code.search(path.read_text())}
+def test_each_block_of_the_documents_has_a_test():
+    """The site runs the tutorials, and builds the pages of the reference."""
+    with_code = set()
+    for document in DOCUMENTS:
+        assert not re.search(r"^\n {4}\S", document.read_text(), re.MULTILINE), document
+        for line, language, code, _ in blocks(document):
+            assert document.name in LANGUAGES[language], f"{document}:{line}"
+            with_code.add(document.name)
+            if language == "sh":
+                subprocess.run(["bash", "-n", "-c", code], check=True)
+            elif language == "python":
+                compile(code, document, "exec")
     assert with_code - BY_HAND == set(RUN_BY)
     for name, test in RUN_BY.items():
         assert name in (HOME / "tests" / test).read_text(), name
+
+
+@pytest.mark.parametrize("name", sorted(BY_HAND))
+def test_programs_of_commands_that_are_run_by_hand_exist(name):
+    (document,) = [document for document in DOCUMENTS if document.name == name]
+    code = "".join(code for _, language, code, _ in blocks(document) if language == "sh")
+    programs = re.findall(r"(?:^|&& )(?:\./)?((?:bench|scripts|tests)/\S+)", code, re.MULTILINE)
+    assert programs
+    for program in programs:
+        assert os.access(HOME / program, os.X_OK), program
 
 
 def table_examples():
@@ -114,7 +143,7 @@ def test_run_and_report_show_the_example_table(vostrel):
 
     report = (vostrel.folder / "report.txt").read_text().splitlines()
     section = re.search(r"## The report.*?## error", FILES, re.S).group(0)
-    shown = [line.strip() for line in section.splitlines() if line.startswith("    ")]
+    shown = re.search(r"```text\n(.*?)```", section, re.S)[1].split("\n")
     assert set(shown) - {"..."} <= {line.strip() for line in report}
     assert len(shown) > 5
 
@@ -134,7 +163,7 @@ PREPARE = FILES.split("## Prepare your table")[1].split("## Run it safely")[0]
 #: The commands to start with and the filters of docs/files.md, by the table that needs them.
 STARTS = dict(re.findall(r"^\| (?:a|compressed)(.*?) \| `(.*)` \|$", PREPARE, re.M))
 FILTERS = dict(re.findall(r"^\| ((?:was|has|separates) .*?) \| `(.*)` \|$", PREPARE, re.M))
-PLAUSIBLE = re.search(r"^    (awk .*-v n=.*)$", PREPARE, re.M).group(1)
+PLAUSIBLE = re.search(r"^(awk .*-v n=.*) table.csv > ", PREPARE, re.M).group(1)
 
 SURVEY = "1,0.1,0.12\n2,0.2,0.19\n3,0.3,0.31\n"
 
@@ -147,7 +176,8 @@ def frame():
 
 
 def write_fits(path):
-    pytest.importorskip("astropy.table").Table.from_pandas(frame()).write(path)
+    upper = frame().rename(columns=str.upper).rename(columns=lambda name: name.replace("Z", "Z_"))
+    pytest.importorskip("astropy.table").Table.from_pandas(upper).write(path)
 
 
 def write_parquet(path):
@@ -230,7 +260,7 @@ def test_filters_chain(vostrel):
 
 
 def test_the_chain_of_the_document(vostrel):
-    command = re.search(r"^    (gunzip .*)$", PREPARE, re.M).group(1)
+    command = re.search(r"^(gunzip .*)$", PREPARE, re.M).group(1)
     survey = "# made by hand\nid;zspec;zphot\n" + SURVEY.replace(",", ";")
     (vostrel.folder / "survey.csv.gz").write_bytes(gzip.compress(survey.encode()))
     assert shell(command, vostrel.folder).stderr == ""
@@ -245,14 +275,14 @@ def test_objects_without_a_value_are_removed(vostrel):
     vostrel.write("survey.csv", "\n".join(lines) + "\n")
     assert shell(PLAUSIBLE + " < survey.csv > table.csv", vostrel.folder).stderr == ""
     assert vostrel.read("table.csv") == "2,0.1,0.12\n4, 1e-2 ,+.3\n6,0.5,0.4\n8,0,-0.01\n"
-    count = re.search(r"^    (wc -l .*)$", FILES, re.M).group(1)
+    count = re.search(r"^(wc -l .*)$", FILES, re.M).group(1)
     run = vostrel("--stats", "table.csv", "report.txt", "0", "2", "3")
     assert b"Data size  = " + shell(count, vostrel.folder).stdout.strip().encode() in run.stdout
 
 
 def safe_run():
     section = FILES.split("## Run it safely")[1].split("In a new folder")[0]
-    return "\n".join(re.findall(r"^    (.*)$", section, re.M))
+    return re.search(r"```sh\n(.*?)```", section, re.S)[1]
 
 
 def test_safe_run_sees_a_complete_run(vostrel):

@@ -205,7 +205,7 @@ def test_guide_is_read_whole():
     text = (SOURCE / "docs" / "library.md").read_text()
     assert len(GUIDE) == text.count("```cpp") == 5
     # These two lines are also those of the consumer, which is built with CMake.
-    (lines,) = re.findall(r"^    (find_package.*)\n    (target_link.*)$", text, re.M)
+    (lines,) = re.findall(r"^(find_package.*)\n(target_link.*)$", text, re.M)
     project = (CONSUMER / "CMakeLists.txt").read_text()
     assert lines[0] in project and lines[1].replace("program", "${program}") in project
 
@@ -216,7 +216,7 @@ def test_programs_of_the_guide(static, tmp_path, number):
     shutil.copy(CONSUMER / "catalogue.txt", tmp_path)
     (tmp_path / "program.cpp").write_text(program)
     text = (SOURCE / "docs" / "library.md").read_text()
-    compile_ = re.search(r"^    g\+\+ (.*pkg-config.*)$", text, re.M)[1]
+    compile_ = re.search(r"^g\+\+ (.*pkg-config.*)$", text, re.M)[1]
     compile_ = f"{os.environ['CXX']} -Wall -Wextra -Werror {compile_}"
     # eval lets the path of the library hold spaces.
     run("sh", "-c", f'eval "{compile_}"', cwd=tmp_path, PKG_CONFIG_PATH=str(static.pkgconfig))

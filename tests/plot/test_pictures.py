@@ -5,7 +5,6 @@ VOSTREL_DRAW_BASELINE=1 draws the stored pictures anew: look at them before they
 
 import os
 import pathlib
-import re
 import shutil
 
 import matplotlib
@@ -121,14 +120,3 @@ def test_lines_of_the_picture(name):
     for artist in figure.findobj(lambda artist: isinstance(artist, (Text, Legend, AxesImage))):
         artist.set_visible(False)
     compare(figure, name, BASELINE / "lines")
-
-
-def test_examples_of_the_document():
-    document = pathlib.Path(__file__).parents[2] / "docs" / "plot.md"
-    examples = re.findall(r"```python\n(.*?)```", document.read_text(encoding="utf-8"), re.S)
-    assert len(examples) == 2
-    z_spec, z_phot = survey(100)
-    names = {"z_spec": z_spec, "z_phot": z_phot, "template": z_phot, "network": z_spec}
-    for example in examples:
-        exec(example, names)
-    assert pathlib.Path("figure.pdf").read_bytes().startswith(b"%PDF")

@@ -1,9 +1,7 @@
 """Statistics of chunks: the same bits however the objects are cut, ordered and shared."""
 
 import math
-import pathlib
 import pickle
-import re
 import subprocess
 import sys
 import threading
@@ -403,31 +401,3 @@ def test_an_engine_is_imported_when_it_is_used(module, needed):
         [sys.executable, "-c", script], capture_output=True, text=True, check=True
     ).stdout
     assert printed == f"vostrel.{module} needs {needed}, which is not installed\n"
-
-
-def recipe(title):
-    """Runs the code below a title of docs/scale.md, and returns the statistics."""
-    document = pathlib.Path(__file__).resolve().parents[2] / "docs" / "scale.md"
-    section = document.read_text().split(f"\n## {title}\n")[1].split("\n## ")[0]
-    names = {}
-    exec("\n".join(re.findall(r"```python\n(.*?)```", section, re.DOTALL)), names)
-    return names["s"]
-
-
-def test_recipes(rng, tmp_path, monkeypatch):
-    h5py = pytest.importorskip("h5py")
-    pandas = pytest.importorskip("pandas")
-    monkeypatch.chdir(tmp_path)
-    reference, estimate = redshifts(rng, 20_000)
-    expected = vostrel.chunked_statistics([(reference, estimate)])
-    np.save("zspec.npy", reference)
-    np.save("zphot.npy", estimate)
-    with h5py.File("catalogue.hdf5", "w") as file:
-        file["zspec"], file["zphot"] = reference, estimate
-    frame = pandas.DataFrame({"zspec": reference, "zphot": estimate, "flag": 0})
-    for i in range(3):
-        frame[i::3].to_csv(f"part-{i}.csv")
-    assert recipe("A `.npy` file for each column") == expected
-    assert recipe("HDF5") == expected
-    assert recipe("A Dask DataFrame of many CSV or Parquet files").n == expected.n
-    assert recipe("Custom schedulers").n == 100_000

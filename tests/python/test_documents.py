@@ -1,4 +1,4 @@
-"""The examples of the docstrings, of README.md, docs/python.md and docs/conventions.md."""
+"""The examples of the docstrings, and of the documents that need only Debian's packages."""
 
 import doctest
 import importlib
@@ -13,13 +13,11 @@ import numpy as np
 import pandas as pd
 import pytest
 import vostrel
-from astropy.table import MaskedColumn, Table
-from data_sets import redshifts
+from support.pages import follow
 
 DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "python.md"
 CONVENTIONS = DOCUMENT.with_name("conventions.md")
-README = (DOCUMENT.parents[1] / "README.md").read_text()
-FIRST_STEPS = README.split("## First steps")[1].split("\n## ")[0]
+README = DOCUMENT.parents[1] / "README.md"
 MODULES = [
     "vostrel._binned", "vostrel._bootstrap", "vostrel._lsst", "vostrel._point", "vostrel._results",
     "vostrel._chunked", "vostrel._accumulator", "vostrel._uncertainties", "vostrel.dask", "vostrel",
@@ -34,48 +32,39 @@ def test_examples_of_docstrings(name):
 
 @pytest.fixture
 def installed(tmp_path, monkeypatch):
-    """A folder with the example table, and the three commands on the path."""
+    """A folder with the examples, and the commands on the path."""
     (tmp_path / "examples").symlink_to(DOCUMENT.parents[1] / "examples")
     (tmp_path / "bin").mkdir()
     (tmp_path / "bin" / "vostrel").symlink_to(os.environ["VOSTREL"])
-    for command, module in [("plot", "vostrel.plot"), ("evaluate", "vostrel")]:
-        script = tmp_path / "bin" / f"vostrel-{command}"
-        script.write_text(f'#!/bin/sh\nexec "{sys.executable}" -m {module} "$@"\n')
+    modules = {"vostrel-plot": "-m vostrel.plot", "vostrel-evaluate": "-m vostrel"}
+    for command in ("python", "python3", *modules):
+        script = tmp_path / "bin" / command
+        script.write_text(f'#!/bin/sh\nexec "{sys.executable}" {modules.get(command, "")} "$@"\n')
         script.chmod(0o755)
     monkeypatch.setenv("PATH", f"{tmp_path / 'bin'}:{os.environ['PATH']}")
     monkeypatch.chdir(tmp_path)
 
 
-def test_shell_lines_of_the_readme(installed):
-    lines = re.findall(r"^    (.*)$", FIRST_STEPS, re.M)
-    commands, shown = lines[:4], "".join(line + "\n" for line in lines[4:])
-    script = "set -e\n" + "\n".join(commands)
-    run = subprocess.run(["bash", "-c", script], capture_output=True, text=True)
-    assert (run.returncode, run.stderr) == (0, "")
-    assert run.stdout.startswith(shown) and shown.count("\n") == 12
-    assert "of both residuals for the 1958 objects" in FIRST_STEPS.replace("\n", " ")
-    assert "zphot: 1958 objects\n" in run.stdout[len(shown) :]
+def test_first_steps_of_the_readme(installed, capfd):
+    steps = [(code, capfd.readouterr()) for code, _ in follow(README)]
+    (shell, first), (shown, _), (python, second), (printed, _) = steps
+    assert shell.count("\n") == python.count("\n") == 4
+    assert first.err == second.err == ""
+    assert shown in first.out and shown.count("\n") == 12
+    assert "zphot: 1958 objects\n" in first.out
+    assert second.out.endswith("\n" + printed)
     assert pathlib.Path("figure.png").read_bytes().startswith(b"\x89PNG")
 
 
-def test_shell_lines_of_the_figure(installed):
+def test_example_of_the_manual_of_the_figure(installed):
     shutil.copy("examples/redshifts.csv", "catalogue.csv")
     manual = DOCUMENT.with_name("vostrel-plot.1.in").read_text().replace("\\-", "-")
     lines = re.findall(r"^(vostrel.*)$", manual.split("\n.SH EXAMPLES")[1], re.M)
-    text = DOCUMENT.with_name("plot.md").read_text()
-    assert lines[:2] == re.findall(r"^    (vostrel .*|vostrel-plot --.*)$", text, re.M)
     lines.insert(2, "mkdir a b && cp internal.txt a && cp internal.txt b")
     run = subprocess.run(["sh", "-ec", "\n".join(lines)], capture_output=True, text=True)
     assert (run.returncode, run.stderr) == (0, "")
     assert pathlib.Path("figure.pdf").read_bytes().startswith(b"%PDF")
     assert pathlib.Path("vostrel.png").read_bytes().startswith(b"\x89PNG")
-
-
-def test_python_lines_of_the_readme(installed, capsys):
-    code, shown = re.findall(r"```(?:python|text)\n(.*?)```", FIRST_STEPS, re.DOTALL)
-    assert code.count("\n") == 4
-    exec(code, {})
-    assert capsys.readouterr().out == shown
 
 
 def test_python_of_the_demo(installed):
@@ -85,20 +74,6 @@ def test_python_of_the_demo(installed):
     subprocess.run(["vostrel", "--stats", table, "report.txt", "0", "2", "3"], check=True)
     run = subprocess.run([sys.executable, "-c", code, table], capture_output=True, text=True)
     assert run.stderr == "" and run.stdout.endswith(" to its six digits.\n")
-
-
-def recipe(title, **names):
-    """Runs the code below a title, and returns the names that it leaves."""
-    section = DOCUMENT.read_text().split(f"\n## {title}\n")[1].split("\n## ")[0]
-    code = "\n".join(re.findall(r"```python\n(.*?)```", section, re.DOTALL))
-    exec(compile(code, title, "exec"), names)
-    return names
-
-
-@pytest.fixture
-def columns(rng, tmp_path, monkeypatch):
-    monkeypatch.chdir(tmp_path)
-    return redshifts(rng, 500)
 
 
 def test_versions_are_those_that_are_installed_from_pypi():
@@ -115,86 +90,84 @@ def test_versions_are_those_that_are_installed_from_pypi():
             assert found == set(versions.split(", ")) - {"-"}, (packages, list_name)
 
 
-def test_first_example():
-    code = re.search(r"```python\n(.*?)```", DOCUMENT.read_text(), re.DOTALL)[1]
-    names = {}
-    exec(code, names)
-    assert f"{names['s'].norm.nmad:.6g}" == "0.086485"
+@pytest.fixture
+def tables(installed):
+    """The tables of the examples, and those rows of cat.csv that have all numbers."""
+    subprocess.run([sys.executable, "examples/make_tables.py"], check=True)
+    return pd.read_csv("cat.csv", float_precision="round_trip").dropna()
 
 
-def test_pandas_recipe(columns):
-    z_spec, z_phot = columns
-    z_phot[::50] = np.nan
-    pd.DataFrame({"z_spec": z_spec, "z_phot": z_phot}).to_csv("catalogue.csv", index=False)
-    s = recipe("A table through pandas")["s"]
-    assert (s.n, s.n_nan) == (490, 10)
+def test_pages_of_the_shell(tables, capfd):
+    for page in ("evaluate.md", "files.md", "plot.md"):
+        for _ in follow(DOCUMENT.with_name(page)):
+            pass
+        assert capfd.readouterr().err == "", page
+    assert pathlib.Path("report.html").stat().st_size > 100_000
+    assert pathlib.Path("figure.pdf").read_bytes().startswith(b"%PDF")
+
+
+def test_page_of_python(tables, capfd):
+    steps = [(code, dict(names)) for code, names in follow(DOCUMENT)]
+    assert capfd.readouterr().err == ""
+
+    def after(code):
+        return next(names for block, names in steps if code in block)
+
+    z_spec, z_phot = tables["zspec"], tables["zphot"]
+    expected = vostrel.point_statistics(z_spec, z_phot)
+    assert f"{after('[0.5, 1.0, 1.5')['s'].norm.nmad:.6g}" == "0.086485"
+    out = after("b.to_frame()")
+    assert out["faint"].counts.tolist() == out["b"].counts[5:].tolist()
+    flat = after("flat = ")["flat"]
+    assert flat["norm_outliers_0.2"] == 100 * np.mean(abs(z_spec - z_phot) / (1 + z_spec) > 0.2)
+    assert flat["lsst_bias"] == -expected.norm.median
+    s = after("read_csv")["s"]
+    assert (s.n, s.n_nan, s.norm) == (3960, 40, expected.norm)
     saved = pd.read_csv("statistics.csv", index_col=0, float_precision="round_trip").iloc[:, 0]
     assert saved["norm_nmad"] == s.norm.nmad
+    good = tables["quality"] >= 3
+    assert after("Table.read")["s"].norm == vostrel.point_statistics(
+        z_spec[good], z_phot[good]
+    ).norm
+    faint = tables["imag"] >= 22
+    assert after("faintest")["faintest"] == vostrel.point_statistics(z_spec[faint], z_phot[faint])
+    assert pd.read_csv("bins.csv")["n"].sum() == 3960
+    assert after("estimates = ")["best"] == "network"
+    assert after("lsst_metrics")["m"].n == 3960
 
 
-def test_fits_recipe(columns, capsys):
-    z_spec, z_phot = columns
-    masked = MaskedColumn(z_phot, mask=z_spec > 2)
-    quality = np.arange(500) % 5
-    Table({"Z_SPEC": z_spec, "Z_PHOT": masked, "quality": quality}).write("catalogue.fits")
-    s = recipe("A FITS table with masks")["s"]
-    used = (quality >= 3) & ~(z_spec > 2)
-    assert s.norm == vostrel.point_statistics(z_spec[used], z_phot[used]).norm
-    assert (s.n, s.n_masked) == (used.sum(), 500 - used.sum())
-    assert f"of {s.n} objects" in capsys.readouterr().out
+@pytest.mark.skipif(shutil.which("mpirun") is None, reason="needs mpirun")
+def test_page_of_scale(tables, monkeypatch, capfd):
+    pytest.importorskip("mpi4py")
+    for name in ("ALLOW_RUN_AS_ROOT", "ALLOW_RUN_AS_ROOT_CONFIRM"):
+        monkeypatch.setenv(f"OMPI_{name}", "1")
+    monkeypatch.setenv("OMPI_MCA_rmaps_base_oversubscribe", "1")
+    expected = vostrel.chunked_statistics([(tables["zspec"], tables["zphot"])])
+    flagged = tables["flag"] > 0
+    seen = []
+    for code, names in follow(DOCUMENT.with_name("scale.md")):
+        seen += [names["s"]]
+        if "mpirun" in code:
+            assert capfd.readouterr().out.endswith(f"{expected}\n")
+    from_npy, from_hdf5, from_dask, *_, from_parts = seen
+    assert from_npy == expected
+    assert (from_hdf5.norm, from_hdf5.n_nan) == (expected.norm, 40)
+    assert (from_dask.n, from_dask.n_masked) == (3960 - flagged.sum(), flagged.sum())
+    assert from_parts.n == 100_000
 
 
-def test_magnitude_recipe(columns, rng):
-    magnitude = rng.uniform(18, 24, 500)
-    names = recipe("Bins of magnitude", z_spec=columns[0], z_phot=columns[1], magnitude=magnitude)
-    faint = magnitude >= 22
-    expected = vostrel.point_statistics(columns[0][faint], columns[1][faint])
-    assert names["faintest"] == expected
-    assert pd.read_csv("bins.csv")["n"].sum() == 500
-
-
-def test_results_recipe(columns, capsys):
-    names = recipe("What comes out", z_spec=columns[0], z_phot=columns[1])
-    u = names["u"].norm.nmad
-    assert len(names["table"]) == 10 and len(names["faint"]) == 5
-    assert capsys.readouterr().out.endswith(f"{u}\n{float(u):.3f}, at least {u.low:.3f}\n")
-
-
-def test_estimators_recipe(columns, capsys):
-    z_spec, z_phot = columns
-    names = recipe(
-        "Three estimators in one frame",
-        z_spec=z_spec,
-        template=z_phot,
-        forest=z_spec + (z_phot - z_spec) / 2,
-        network=z_spec,
-    )
-    assert names["best"] == "network"
-    assert names["frame"].loc["n"].tolist() == [500, 500, 500]
-    assert "norm_outliers_015" in capsys.readouterr().out
-
-
-def test_metrics_recipe(columns, capsys):
-    m = recipe("The survey's metrics", z_spec=columns[0], z_phot=columns[1])["m"]
-    assert m.n == 500
-    assert f"sigma_MAD {m.sigma_mad:.4f}" in capsys.readouterr().out
-
-
-def test_further_numbers_recipe(columns):
-    title = "Percentiles, other bounds, LSST's metrics"
-    names = recipe(title, z_spec=columns[0], z_phot=columns[1])
-    s, flat = names["s"], names["flat"]
-    assert flat["norm_p16"] == s.norm.percentiles[16]
-    assert flat["norm_outliers_0.2"] == s.norm.outliers[0.2]
-    assert flat["lsst_bias"] == s.lsst.bias == -s.norm.median
+def test_page_of_uncertainties(installed, capfd):
+    *_, (_, names) = follow(DOCUMENT.with_name("uncertainties.md"))
+    d = names["d"]
+    assert len(capfd.readouterr().out.splitlines()) == 4
+    assert d.norm.nmad.error < min(d["A"].norm.nmad.error, d["B"].norm.nmad.error)
+    assert d.norm.nmad.high < 0
 
 
 @pytest.fixture
-def conventions(columns):
+def conventions(tables):
     """The names that the code of docs/conventions.md leaves, and r."""
-    names = {"z_spec": columns[0], "z_phot": columns[1] + 0.03}
-    code = "\n".join(re.findall(r"```python\n(.*?)```", CONVENTIONS.read_text(), re.DOTALL))
-    exec(compile(code, CONVENTIONS.name, "exec"), names)
+    *_, (_, names) = follow(CONVENTIONS)
     return {**names, "r": -names["e"]}
 
 

@@ -1,8 +1,6 @@
 """Errors by formula: by hand, against the exact binomial distribution, and their coverage."""
 
 import math
-import pathlib
-import re
 
 import numpy as np
 import pytest
@@ -174,16 +172,6 @@ def test_bins_have_the_errors_of_their_objects(rng):
     frame = b.to_frame()
     assert frame["norm_nmad_high"][0] == b.uncertainties[0].norm.nmad.high
     assert vostrel.binned_statistics(reference[8:], estimate[8:]).uncertainties is None
-
-
-def test_worked_comparison(capsys):
-    document = pathlib.Path(__file__).resolve().parents[2] / "docs" / "uncertainties.md"
-    names = {}
-    exec(re.search(r"```python\n(.*?)```", document.read_text(), re.DOTALL)[1], names)
-    d = names["d"]
-    assert len(capsys.readouterr().out.splitlines()) == 3
-    assert d.norm.nmad.error < min(d["A"].norm.nmad.error, d["B"].norm.nmad.error)
-    assert d.norm.nmad.high < 0
 
 
 def test_bins_by_another_quantity_with_masks_and_nan(rng):
