@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import os
 import sys
-import tempfile
 import time
 from collections.abc import Iterator
 from contextlib import contextmanager
@@ -40,6 +39,8 @@ class ProgressLine:
 @contextmanager
 def replaced(target: str, encoding: str | None = None) -> Iterator[IO[Any]]:
     """Open a file for bytes, or for text. It has its name only once everything is written."""
+    import tempfile  # takes a while
+
     target = os.path.realpath(target)
     handle, temporary = tempfile.mkstemp(prefix=".vostrel-", dir=os.path.dirname(target))
     try:

@@ -21,7 +21,6 @@ from vostrel.evaluate._files import Table, names_file
 from vostrel.evaluate._formats import FORMATS
 from vostrel.evaluate._rows import Objects, Roles, Selection
 from vostrel.evaluate._tables import Task
-from vostrel.evaluate._where import Condition
 from vostrel.evaluate._writing import write, written
 
 PROGRAM = "vostrel-evaluate"
@@ -106,7 +105,11 @@ def evaluated(
 ) -> str:
     """Return the numbers as text, and write the used rows if requested."""
     roles = Roles(options.names[0], tuple(options.names[1:]), options.by, options.groups)
-    condition = None if options.where is None else Condition(options.where)
+    condition = None
+    if options.where is not None:
+        from vostrel.evaluate._where import Condition
+
+        condition = Condition(options.where)
     selection = Selection(table, roles, condition, options.missing)
     if options.report is not None:
         from vostrel.evaluate import _page

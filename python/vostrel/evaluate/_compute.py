@@ -2,10 +2,11 @@
 
 from __future__ import annotations
 
+import os
 from collections.abc import Callable, Iterator, Mapping
 from dataclasses import dataclass, field
 from itertools import chain
-from typing import TYPE_CHECKING, Any, Literal
+from typing import TYPE_CHECKING, Any, Literal, TypeVar
 
 import numpy as np
 
@@ -20,6 +21,8 @@ if TYPE_CHECKING:  # takes as long to import as this package
 
 #: Called with the task, the amount done, and the total, if it is known.
 Progress = Callable[[str, int, int | None], None]
+
+Result = TypeVar("Result")
 
 #: How many objects are added to the passes at a time.
 BLOCK = 1 << 20
@@ -156,17 +159,19 @@ class Kept:
 
     def __init__(self, values: NDArray[np.float64]) -> None:
         self.values = values
+        self._owner = owner(values)
         self._room: NDArray[np.float64] | None = None
 
     def add(self, values: NDArray[np.float64], expected: int) -> None:
         """Add values. `expected` is a lower bound of their final number, or 0."""
         size = len(self.values)
         end = size + len(values)
-        if self._room is None and follows(self.values, values):
+        if self._room is None and owner(values) is self._owner and follows(self.values, values):
             self.values = np.lib.stride_tricks.as_strided(self.values, (end,), writeable=False)
             return
         if self._room is None:
-            self._room = np.empty(max(end, expected))
+            # NumPy takes huge pages for empty(), which are slow to find beside cached files.
+            self._room = np.zeros(max(end, expected))
             self._room[:size] = self.values
         if end > len(self._room):
             self.values = values  # no view of the room, which moves
@@ -176,17 +181,16 @@ class Kept:
 
 
 def follows(before: NDArray[Any], values: NDArray[Any]) -> bool:
-    """Return whether values follow others in the same memory, such as a mapped file."""
+    """Return whether values begin in memory where others end."""
     return (
-        owner(before) is owner(values)
-        and before.flags.c_contiguous
+        before.flags.c_contiguous
         and values.flags.c_contiguous
         and address(values) == address(before) + before.nbytes
     )
 
 
 def owner(values: Any) -> Any:
-    """Return what holds the memory of an array."""
+    """Return what holds the memory of an array, such as a mapped file."""
     while isinstance(values, np.ndarray) and values.base is not None:
         values = values.base
     return values
@@ -210,17 +214,21 @@ def _in_memory(
     reference = objects.numbers[roles.reference]
     estimates = {name: objects.numbers[name] for name in roles.estimates}
     groups = None if objects.groups is None else labels_of(objects.groups)
-    for name, estimate in estimates.items():
-        results.points[name] = vostrel.point_statistics(reference, estimate, **options.asked)
+    results.points = for_each(
+        lambda estimate: vostrel.point_statistics(reference, estimate, **options.asked), estimates
+    )
     _add_errors(results, reference, estimates, groups, options, progress)
     if options.bins is None:
         return
     by = objects.numbers[roles.by or roles.reference]
-    for name, estimate in estimates.items():
-        bins = vostrel.binned_statistics(
+    results.bins = for_each(
+        lambda estimate: vostrel.binned_statistics(
             reference, estimate, by, bins=options.bins, **options.asked
-        )
-        results.bins[name] = bins
+        ),
+        estimates,
+    )
+    for name, estimate in estimates.items():
+        bins = results.bins[name]
         if options.errors != "none":
             results.bin_errors[name] = [
                 _bin_errors(reference[one], estimate[one], None if groups is None else groups[one],
@@ -228,6 +236,21 @@ def _in_memory(
                 for one in members(by, bins.edges)
             ]
             progress("errors of bins", len(results.bin_errors), len(estimates))
+
+
+def for_each(
+    function: Callable[[NDArray[np.float64]], Result], estimates: Mapping[str, NDArray[np.float64]]
+) -> dict[str, Result]:
+    """Return the result of the function for each estimate. All processors share them."""
+    if len(estimates) == 1:
+        return {name: function(estimate) for name, estimate in estimates.items()}
+    from concurrent.futures import ThreadPoolExecutor  # takes a while
+
+    threads = ThreadPoolExecutor(min(len(estimates), os.cpu_count() or 1))
+    try:
+        return dict(zip(estimates, threads.map(function, estimates.values())))
+    finally:
+        threads.shutdown(cancel_futures=True)
 
 
 def labels_of(groups: NDArray[Any]) -> NDArray[Any]:
@@ -255,10 +278,12 @@ def _add_errors(
 ) -> None:
     """Add the errors of all estimates and of their differences."""
     if options.errors == "formula":
-        for name, estimate in estimates.items():
-            results.errors[name] = vostrel.uncertainties(
+        results.errors = for_each(
+            lambda estimate: vostrel.uncertainties(
                 reference, estimate, confidence=options.confidence, **options.asked
-            )
+            ),
+            estimates,
+        )
     if options.errors != "bootstrap":
         return
     how: dict[str, Any] = {

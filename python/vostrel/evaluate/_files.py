@@ -2,14 +2,11 @@
 
 from __future__ import annotations
 
-import difflib
 import glob
 import importlib
 import os
 import re
-import shutil
 import sys
-import tempfile
 from collections.abc import Collection, Iterator, Sequence
 from contextlib import contextmanager
 from typing import Any
@@ -130,6 +127,9 @@ class Table:
         if path != "-":
             return open_file(path, part)
         if self._copy is None:
+            import shutil
+            import tempfile
+
             self._copy = tempfile.NamedTemporaryFile(prefix="vostrel-", suffix=".csv")
             try:
                 shutil.copyfileobj(sys.stdin.buffer, self._copy)
@@ -167,6 +167,8 @@ class Table:
 
 def nearest(name: str, known: Sequence[str]) -> str:
     """Return the end of a message about an unknown column: the nearest name, and all names."""
+    import difflib
+
     if not known:
         return ": it has no columns"
     folded = {other.casefold(): other for other in known}

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import csv
 import io
 import json
 import math
@@ -116,6 +115,8 @@ def _finite(value: float | None) -> float | None:
 
 def as_csv(results: Results, task: Task) -> str:
     """Return a line for each number."""
+    import csv
+
     stream = io.StringIO()
     writer = csv.writer(stream, lineterminator="\n")
     writer.writerow(COLUMNS)

@@ -3,13 +3,22 @@
 from __future__ import annotations
 
 import os
-from collections.abc import Collection, Iterator, Sequence
+from collections.abc import Collection, Iterator, Mapping, Sequence
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
 
 from vostrel.evaluate._errors import EvaluateError, library
-from vostrel.evaluate._readers import STAY, Chunk, Mapped, Reader, cached_slices, masked, slices
+from vostrel.evaluate._readers import (
+    CACHED_ROWS,
+    STAY,
+    Chunk,
+    Mapped,
+    Reader,
+    masked,
+    slices,
+    steps,
+)
 
 if TYPE_CHECKING:  # takes as long to import as this package
     from numpy.typing import NDArray
@@ -57,22 +66,22 @@ class Hdf5(Reader):
 
     def chunks(self, names: Sequence[str], text: Collection[str]) -> Iterator[Chunk]:
         with self._h5py.File(self.path, "r") as file:
+            masks = [f"{name}.mask" for name in names if f"{name}.mask" in self._found]
+            sets = {name: file[self._found[name][0]] for name in [*names, *masks]}
+            self.rows = int(sets[names[0]].shape[0])
             for name in names:
-                self._check(file[self._found[name][0]], name)
-            lengths = {name: file[self._found[name][0]].shape[0] for name in names}
-            for name in names:
-                if lengths[name] != lengths[names[0]]:
+                self._check(sets[name], name)
+                if len(sets[name]) != self.rows:
                     raise EvaluateError(f"{names[0]!r} and {name!r} differ in length: "
-                                        f"{lengths[names[0]]} and {lengths[name]}")
-            self.rows = int(lengths[names[0]])
-            starts = self._in_place(file, names)
+                                        f"{self.rows} and {len(sets[name])}")
+            starts = None if masks else self._in_place({name: sets[name] for name in names})
             if starts:
                 yield from self._mapped(names, starts)
                 return
             # A stored chunk is decompressed as a whole, each time that a part of it is read.
-            stored = any(file[self._found[name][0]].chunks for name in names)
-            for part in (slices if stored else cached_slices)(self.rows, 8):
-                yield {name: self._read(file, name, part) for name in names}
+            stored = max((data.chunks or (1,))[0] for data in sets.values())
+            for part in steps(self.rows, max(1, CACHED_ROWS // stored) * stored):
+                yield {name: self._read(sets, name, part) for name in names}
 
     def _check(self, data: Any, name: str) -> None:
         """Raise an EvaluateError if a column is compressed in a way that h5py lacks."""
@@ -83,16 +92,14 @@ class Hdf5(Reader):
                 raise EvaluateError(f"column {name!r} is compressed by {label.decode()}, which "
                                     "h5py doesn't have; hdf5plugin may")
 
-    def _in_place(self, file: Any, names: Sequence[str]) -> list[int] | None:
+    def _in_place(self, sets: Mapping[str, Any]) -> list[int] | None:
         """Return where the columns are in the file, or None if they must be read."""
         starts = []
-        for name in names:
-            data = file[self._found[name][0]]
+        for name, data in sets.items():
             start = data.id.get_offset()
             if (
                 start is None  # in chunks, or elsewhere
                 or self._found[name][1] is not None
-                or f"{name}.mask" in self._found
                 or data.dtype.kind not in "fiu"
                 or not data.id.get_type().equal(self._h5py.h5t.py_create(data.dtype))
                 or start + data.nbytes > os.path.getsize(self.path)
@@ -114,13 +121,12 @@ class Hdf5(Reader):
                 size = kind.itemsize
                 mapped.release(start + part.start * size, start + part.stop * size)
 
-    def _read(self, file: Any, name: str, part: slice) -> NDArray[Any]:
-        path, field, _ = self._found[name]
-        data = file[path]
-        values = np.asarray(data[part] if field is None else data[field, part])
+    def _read(self, sets: Mapping[str, Any], name: str, part: slice) -> NDArray[Any]:
+        field = self._found[name][1]
+        values = np.asarray(sets[name][part] if field is None else sets[name][field, part])
         if values.ndim == 2:
             values = values[:, 0]
         # astropy stores the mask of a column beside it.
-        if f"{name}.mask" in self._found:
-            return masked(values, self._read(file, f"{name}.mask", part).astype(np.bool_))
+        if f"{name}.mask" in sets:
+            return masked(values, self._read(sets, f"{name}.mask", part).astype(np.bool_))
         return values

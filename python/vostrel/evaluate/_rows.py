@@ -11,10 +11,11 @@ import numpy as np
 from vostrel.evaluate._errors import EvaluateError
 from vostrel.evaluate._files import Table
 from vostrel.evaluate._readers import data_of, mask_of
-from vostrel.evaluate._where import Condition
 
 if TYPE_CHECKING:  # takes as long to import as this package
     from numpy.typing import NDArray
+
+    from vostrel.evaluate._where import Condition
 
 
 @dataclass(frozen=True)

@@ -152,7 +152,9 @@ class Checked:
         if b"\0" in block:
             raise EvaluateError("the file is not text: it holds a byte 0")
         data = np.frombuffer(block, np.uint8)
-        marks = np.flatnonzero((data == ord("\n")) | (data == self._separator))
+        found = data == ord("\n")
+        found |= data == self._separator
+        marks = np.flatnonzero(found)
         if self._quoted or b'"' in block:
             inside = (np.cumsum(data == ord('"')) + self._quoted) % 2 == 1
             marks = marks[~inside[marks]]
