@@ -104,8 +104,8 @@ py::tuple survey(const Numbers& columns, const Arrays& masks, bool omit_nan) {
 // Returns the values of some ranks in the third column, or in the first if there are two.
 py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, std::uint64_t n,
                                  const std::vector<std::uint64_t>& places) {
-  // The ranks of one search: the time to plan a pass grows with their square.
-  constexpr std::size_t kMost = 1024;
+  // The ranks of one search: the time to plan a pass grows with their square, and Ctrl-C waits.
+  constexpr std::size_t kMost = 256;
   Rows rows = rows_of(columns, masks, true);
   std::vector<double> values;
   {

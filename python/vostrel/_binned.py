@@ -24,6 +24,9 @@ from vostrel._uncertainties import CONFIDENCE, by_formula
 if TYPE_CHECKING:
     from numpy.typing import NDArray
 
+#: More bins would need more memory than most machines have.
+MOST_BINS = 100_000
+
 
 def binned_statistics(
     reference: Any,
@@ -51,7 +54,8 @@ def binned_statistics(
     bins : int, array_like of float or ("count", int)
         The number of bins of equal width; or their edges, shape (k + 1,),
         none less than the one before; or ``("count", k)`` for k bins of
-        equal counts. Edges with a unit are converted into that of `by`.
+        equal counts. At most 100,000 bins. Edges with a unit are converted
+        into that of `by`.
     range : (float, float), optional
         The lower and upper end of a number of bins. By default the smallest
         and the largest value. Objects outside are counted and left out. A
@@ -193,17 +197,19 @@ def _read_bins(bins: Any) -> tuple[str, Any]:
     if isinstance(bins, tuple) and len(bins) == 2 and isinstance(bins[0], str):
         if bins[0] != "count":
             raise ValueError(f"{wanted}, not {shown(bins)}")
-        return "count", read_integer("k of bins=('count', k)", bins[1], 1)
+        return "count", read_integer("k of bins=('count', k)", bins[1], 1, MOST_BINS)
     if isinstance(bins, (str, bytes, dict, set)) or bins is None:
         raise TypeError(f"{wanted}, not {shown(bins)}")
     if not has(bins, "__arrow_c_stream__") and np.ndim(bins) == 0:
-        return "width", read_integer("bins", bins, 1)
+        return "width", read_integer("bins", bins, 1, MOST_BINS)
     columns = prepare("raise", None, bins=bins)
     edges: NDArray[np.float64] = np.array(columns.values[0], np.float64)
     if any(mask.any() for mask in columns.masks) or np.isnan(edges).any():
         raise ValueError("bins must have no masked edges and no NaN")
     if len(edges) < 2:
         raise ValueError(f"bins must have two edges or more, not {len(edges)}")
+    if len(edges) > MOST_BINS + 1:
+        raise ValueError(f"bins must be at most {MOST_BINS}, not {len(edges) - 1}")
     falls = np.flatnonzero(edges[1:] < edges[:-1])
     if len(falls):
         i = int(falls[0])

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import os
 from dataclasses import dataclass, replace
-from typing import TYPE_CHECKING, Any, Callable, Never
+from typing import TYPE_CHECKING, Any, Callable, Never, get_args
 
 import numpy as np
 
@@ -16,14 +16,20 @@ from vostrel._intervals import (
     Interval,
     Parts,
     Resampled,
-    check_interval,
     differences,
     estimates,
     exact_ranks,
     lsst_neighbours,
     neighbours,
 )
-from vostrel._options import Asked, Numbers, read_asked, read_confidence, read_integer
+from vostrel._options import (
+    Asked,
+    Numbers,
+    check_choice,
+    read_asked,
+    read_confidence,
+    read_integer,
+)
 from vostrel._point import point_statistics, statistics_of
 from vostrel._progress import Progress, Report, check_progress
 from vostrel._resampling import Draws, Workers, draw
@@ -184,7 +190,7 @@ def bootstrap(
     (1000, 2, 14)
     """
     confidence = read_confidence(confidence)
-    check_interval(interval)
+    check_choice("interval", interval, get_args(Interval))
     check_progress(progress)
     resamples = read_integer("resamples", resamples, 2)
     seed = _read_seed(seed)
@@ -356,7 +362,7 @@ interval, progress
     0.01 +0 -0
     """
     confidence = read_confidence(confidence)
-    check_interval(interval)
+    check_choice("interval", interval, get_args(Interval))
     check_progress(progress)
     resamples = read_integer("resamples", resamples, 2)
     seed = _read_seed(seed)

@@ -9,6 +9,7 @@ import numpy as np
 
 from vostrel import _core
 from vostrel._inputs import SLICE, as_column, refuse_lazy, separate_mask, to_array
+from vostrel._options import shown
 
 if TYPE_CHECKING:  # importing the package must be quick
     from numpy.typing import NDArray
@@ -39,7 +40,7 @@ def read_groups(
         raise TypeError("groups must hold labels of one kind, such as numbers or text") from None
     if len(names) < 2:
         raise ValueError(
-            f"all objects are in one group, {names.tolist()[0]!r}; the scatter between groups "
+            f"all objects are in one group, {shown(names.tolist()[0])}; the scatter between groups "
             "needs two groups at least, and better fifty"
         )
     numbers = [np.searchsorted(names, some).astype(np.uint32) for some in _slices(labels)]

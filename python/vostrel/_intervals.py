@@ -6,7 +6,7 @@ import math
 from collections.abc import Callable, Sequence
 from dataclasses import dataclass, replace
 from functools import lru_cache
-from typing import TYPE_CHECKING, Any, Literal, get_args
+from typing import TYPE_CHECKING, Any, Literal
 
 import numpy as np
 
@@ -113,13 +113,6 @@ class Resampled:
 
 #: Both residuals and LSST's error.
 Parts = tuple[Resampled, Resampled, Resampled]
-
-
-def check_interval(interval: str) -> None:
-    """Raise a ValueError unless the method of intervals is known."""
-    if interval not in get_args(Interval):
-        names = ", ".join(map(repr, get_args(Interval)))
-        raise ValueError(f"interval must be one of {names}, not {interval!r}")
 
 
 def estimates(r: Resampled, interval: str, confidence: float) -> Any:

@@ -605,6 +605,10 @@ def test_figure_shows_itself_in_a_notebook():
     ({"labels": 5}, "labels must be two texts"),
     ({"statistics": 0.05}, "statistics must be what vostrel.point_statistics returns, not float"),
     ({"title": 5}, "title must be a text, not int"),
+    ({"panels": None}, "panels must be some of estimates, histogram, residuals, not None"),
+    ({"layout": np.ones(9)}, r"layout must be 'page' or 'column', not ndarray of shape \(9,\)"),
+    ({"table": "no"}, "table must be True or False, not 'no'"),
+    ({"log": np.ones(9)}, "log must be True or False, not ndarray"),
     ({"figure": 3}, "figure must be a Figure or SubFigure of matplotlib, not int"),
 ])
 def test_wrong_option_is_named(options, message):
@@ -617,6 +621,8 @@ def test_wrong_order_is_explained():
         plot_residuals([1.0], [1.5], None)
     with pytest.raises(ValueError, match="reference and estimate 'one' differ in length: 2 and 1"):
         compare_figure([1.0, 2.0], {"one": [1.0]})
+    with pytest.raises(ValueError, match="and estimate 'long long long long long lo...' differ"):
+        compare_figure([1.0, 2.0], {"long " * 99: [1.0]})
     with pytest.raises(TypeError, match="a mapping of names .* after the reference"):
         compare_figure({"one": [1.0]}, [1.5])
 

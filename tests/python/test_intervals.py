@@ -249,8 +249,3 @@ def test_nan_in_one_of_two_estimates(rng):
     for part in (d["B"].norm.nmad, d.norm.nmad, d.delta.bias):
         assert math.isnan(part.value) and math.isnan(part.error) and math.isnan(part.low)
         assert not part.reliable
-
-
-def test_methods_that_are_refused():
-    with pytest.raises(ValueError, match="interval must be one of 'auto', .* not 'BCa'"):
-        vostrel.bootstrap([0.0, 1.0], [0.0, 1.0], interval="BCa")

@@ -10,8 +10,9 @@ import numpy as np
 from matplotlib.patches import Patch
 
 from vostrel._inputs import NanPolicy, read_estimates
+from vostrel._tables import clipped
 from vostrel.plot._colours import DASHES, MARKERS, colours_of
-from vostrel.plot._figure import check_layout, new_figure, size_of
+from vostrel.plot._figure import check_options, new_figure, size_of
 from vostrel.plot._layout import (
     BELOW,
     LEFT,
@@ -103,7 +104,7 @@ def compare_figure(
     >>> figure = vostrel.plot.compare_figure(
     ...     [0.5, 1.0, 1.5], {"one": [0.4, 1.1, 1.4], "two": [0.5, 1.2, 1.4]})
     """
-    check_layout(layout)
+    check_options(layout, table, log)
     sets = _sets_of(reference, estimates, mask, nan_policy)
     width = SIZES[layout][0] if figure is None else size_of(figure)[0]
     words = labels_of(labels)
@@ -142,12 +143,12 @@ def _sets_of(
     named = read_estimates(estimates)
     if not 1 <= len(named) <= len(MARKERS):
         raise ValueError(f"there must be 1 to {len(MARKERS)} estimators, not {len(named)}")
-    sets = {
-        shown(name): objects_of(
-            reference, values, mask=mask, nan_policy=nan_policy, name=f"estimate {name!r}"
+    sets = {}
+    for name, values in named.items():
+        clear = f"estimate {clipped(name, 30)!r}"
+        sets[shown(name)] = objects_of(
+            reference, values, mask=mask, nan_policy=nan_policy, name=clear
         )
-        for name, values in named.items()
-    }
     if len(sets) < len(named):
         raise ValueError("two estimators have the same name")
     return sets

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+from collections.abc import Iterable, Sequence
 from io import BytesIO
 from typing import Any, Literal, get_args
 
@@ -11,6 +11,7 @@ from matplotlib.colors import LogNorm
 from matplotlib.figure import Figure, FigureBase
 
 from vostrel._inputs import NanPolicy
+from vostrel._options import check_choice, check_flag, shown
 from vostrel._results import ROWS, PointStatistics, ResidualStatistics
 from vostrel.plot._layout import (
     BELOW,
@@ -114,12 +115,8 @@ def diagnostic_figure(
     >>> figure = vostrel.plot.diagnostic_figure([0.5, 1.0, 1.5], [0.4, 1.1, 1.4])
     >>> figure.savefig("figure.pdf")  # doctest: +SKIP
     """
-    check_layout(layout)
-    panels = (panels,) if isinstance(panels, str) else tuple(panels)
-    if not panels or not set(panels) <= set(PANELS) or len(set(panels)) != len(panels):
-        raise ValueError(f"panels must be some of {', '.join(PANELS)}, not {panels!r:.60}")
-    panels = tuple(panel for panel in PANELS if panel in panels)
-
+    check_options(layout, table, log)
+    panels = _read_panels(panels)
     objects = objects_of(reference, estimate, statistics, mask=mask, nan_policy=nan_policy)
     names = labels_of(labels)
     bar = objects.norm.size > MANY and panels != ("histogram",)
@@ -170,10 +167,25 @@ def _draw_panels(
     return images
 
 
-def check_layout(layout: Any) -> None:
-    """Raise a ValueError unless there is such a layout."""
-    if not (isinstance(layout, str) and layout in SIZES):
-        raise ValueError(f"layout must be 'page' or 'column', not {layout!r:.40}")
+def check_options(layout: Any, table: Any, log: Any) -> None:
+    """Raise a ValueError or TypeError for an option that no figure has."""
+    check_choice("layout", layout, list(SIZES))
+    check_flag("table", table)
+    if log is not None:
+        check_flag("log", log)
+
+
+def _read_panels(panels: Any) -> tuple[Panel, ...]:
+    """Return the panels in their order."""
+    names = [panels] if isinstance(panels, str) else panels
+    message = f"panels must be some of {', '.join(PANELS)}, not {shown(panels)}"
+    if not isinstance(names, Iterable):
+        raise TypeError(message)
+    names = list(names)
+    chosen = tuple(panel for panel in PANELS if panel in names)
+    if not names or len(chosen) != len(names):
+        raise ValueError(message)
+    return chosen
 
 
 class ShownFigure(Figure):  # type: ignore[misc]
