@@ -117,7 +117,7 @@ class Bootstrap {
   };
 
   bool is_fast() const { return parts_[0].usable && parts_[1].usable; }
-  // How many words of marks each object has for the quantiles.
+  // The number of words of marks of each object for the quantiles.
   std::size_t words() const;
   void order_quantiles(Part& part, const Checkpoint& checkpoint);
   std::uint64_t size_of(std::size_t unit) const;

@@ -18,7 +18,7 @@ namespace vostrel {
 /// each window and whether it is beyond each bound that was asked for.
 class QuantileWindows {
  public:
-  /// How many marks a word has: one in each byte, so that up to 255 words can be added.
+  /// The marks in a word: one in each byte, so up to 255 words can be added.
   static constexpr std::size_t kMarksInWord = 8;
 
   /// Finds the windows and their entries. Returns false if they can't be used.
@@ -26,7 +26,7 @@ class QuantileWindows {
   bool find(const ResidualColumn& residuals, const Units& units, const Wanted& wanted,
             const Checkpoint& checkpoint);
 
-  /// How many words of marks each object has. The same for all residuals with the same `wanted`.
+  /// The number of words of marks of each object: the same for all residuals with this `wanted`.
   static std::size_t words(const Wanted& wanted);
 
   /// Makes one word of marks for each residual.
@@ -34,7 +34,7 @@ class QuantileWindows {
 
   /// The quantiles and LSST's metrics of a resample, whose mad_delta is known. Returns false if the
   /// windows don't give them.
-  /// @param marked  how many drawn objects have each mark.
+  /// @param marked  the number of drawn objects with each mark.
   /// @param counts  how often each unit is drawn.
   /// @param size    how many objects are drawn.
   bool evaluate(std::span<const std::uint64_t> marked, std::span<const std::uint8_t> counts,

@@ -169,7 +169,7 @@ std::uint64_t draw_part(std::uint64_t draws, std::uint64_t part, std::uint64_t w
 }
 
 // Divides draws among blocks in proportion to their items. The left part has a power of two of the
-// blocks, the largest possible, so that most parts are halves, which take one bit for each draw.
+// blocks, the largest possible. Most parts are then halves, which need one bit for each draw.
 // The depth of recursion is the logarithm of the number of blocks.
 // NOLINTNEXTLINE(misc-no-recursion)
 void divide(std::uint64_t draws, std::size_t items, std::span<std::uint64_t> blocks, Bits& bits) {

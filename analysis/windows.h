@@ -177,7 +177,7 @@ class Window {
 /// Windows reach this many standard errors to either side.
 inline constexpr double kReach = 4.5;
 
-/// A sample of the residuals, one drawn at random from each `step`. Tells where quantiles of
+/// A sample of the residuals, one drawn at random from each `step`. Shows where quantiles of
 /// resamples may lie, and how many entries windows will have.
 class WindowGuess {
  public:
@@ -222,7 +222,7 @@ class WindowGuess {
     if (range.has_greatest) window.high = kInfinity;
   }
 
-  /// The sample predicts the number of entries closely. Growing would take twice the memory.
+  /// The sample predicts the number of entries closely. Growing would need twice the memory.
   template <class Key>
   void reserve(Window& window, Key key_of, const Gap& gap = {}) const {
     const auto found = std::count_if(values_.begin(), values_.end(), [&](double value) {
@@ -271,11 +271,11 @@ class Windows {
   /// Finds the windows and their entries. Returns false if they can't be used.
   bool find(const ResidualColumn& residuals, const Units& units, const Checkpoint& checkpoint);
 
-  /// The bias of all objects, which is subtracted before sums are taken.
+  /// The bias of all objects, which is subtracted before anything is summed.
   double center() const { return center_; }
 
-  /// Makes eight marks of 0 or 1 for each residual, one in each byte, so that up to 255 can be
-  /// added: whether it is below the middle of each window, and beyond 0.15.
+  /// Makes eight marks of 0 or 1 for each residual: whether it is below the middle of each window,
+  /// and beyond 0.15. Each has a byte, so up to 255 can be added.
   void mark(std::span<const double> residuals, std::uint64_t* marks) const;
 
   /// The statistics of a resample. Returns false if the windows don't give them.

@@ -57,7 +57,7 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/cmake/vostrel-config-version.cmake
   DESTINATION ${vostrel_cmake_dir} COMPONENT dev)
 
-# The prefix is relative to the file, so that an installed tree can be moved.
+# The prefix is relative to the file: an installed tree can be moved.
 set(vostrel_pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
   set(vostrel_pc_prefix ${CMAKE_INSTALL_PREFIX})
@@ -83,7 +83,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/docs/vostrel.1
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
 install(FILES packaging/vostrel.bash RENAME vostrel
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT runtime)
-# Laid out as in the source tree, so that their links work.
+# Laid out as in the source tree, to keep their links.
 if(PROJECT_IS_TOP_LEVEL)
   set(vostrel_doc_dir ${CMAKE_INSTALL_DOCDIR})
 else()  # CMAKE_INSTALL_DOCDIR is that of the parent

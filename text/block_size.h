@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-// Tests set small blocks, so that many lines cross a block boundary. Two blocks must hold a row: at
+// Tests set small blocks: many lines then cross a block boundary. Two blocks must hold a row: at
 // least 34 bytes each.
 #ifndef VOSTREL_BLOCK_SIZE
 #define VOSTREL_BLOCK_SIZE (std::size_t{1} << 17)

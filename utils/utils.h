@@ -319,7 +319,7 @@ class UTILS {
   /// @}
 
  protected:
-  // Protected, so that a derived class can fill or alter the vectors (above all `output`, before
+  // Protected: a derived class can fill or alter the vectors (above all `output`, before
   // storeORMEDAOutput). Entry i of every vector belongs to the same object.
 
   double presetA = 0.001;  ///< Fixed parameter; nothing reads it.

@@ -3,7 +3,7 @@
 #
 # fread reads with all cores.  Tried for the rest, slowest first: both residuals
 # in turn; the medians from data.table's parallel fsort (which refuses negative
-# values, so that median(d) stays a partial sort); the two residuals in two
+# values; median(d) then stays a partial sort); the two residuals in two
 # processes with median(); this one: two processes and partial sorts.  The
 # grouped median of data.table (by=) took twice as long as a partial sort.
 # crossprod beats sum(d * d).

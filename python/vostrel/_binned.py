@@ -85,7 +85,7 @@ def binned_statistics(
     ValueError
         As for `point_statistics`; also if edges decrease, if a range is
         not finite or its ends are in the wrong order, or if `by` is infinite
-        and no range is given.
+        and there is no range.
     TypeError
         As for `point_statistics`; also if `bins` is something else.
 

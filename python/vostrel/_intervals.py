@@ -1,4 +1,4 @@
-"""Confidence intervals from the numbers of resamples, and whether they can be trusted."""
+"""Confidence intervals from the statistics of resamples, and whether they can be trusted."""
 
 from __future__ import annotations
 
@@ -211,9 +211,9 @@ def neighbours(
     confidence: float,
     residuals: Callable[[], NDArray[np.float64]],
 ) -> dict[str, Ends]:
-    """Return for order statistics that hardly scatter the ends half way to other objects.
+    """Return the ends half way to other objects, for order statistics that hardly scatter.
 
-    That much the rounding of the objects may hide.
+    Rounding of the objects may hide that much.
     """
     both = np.quantile(replicates, [(1 - confidence) / 2, (1 + confidence) / 2], axis=0)
     still = [
@@ -234,7 +234,7 @@ def neighbours(
     return result
 
 
-#: The percentiles between which a width goes, and by what their distance is divided.
+#: The two percentiles of a width, and the divisor of their distance.
 WIDTHS = {"sigma_68": (16, 84, 2), "sigma_iqr": (25, 75, 1.349)}
 
 
@@ -325,12 +325,12 @@ def _percentage(r: Resampled, name: str) -> float:
 
 
 def _scale(name: str) -> float:
-    """Return what a fraction is if all objects are beyond the bound."""
+    """Return the value of a fraction if all objects are beyond the bound."""
     return 1 if name == LSST_OUTLIERS else 100
 
 
 def _fewest_effective(r: Resampled) -> float:
-    """Return how many objects or groups must make up the fourth moment at least.
+    """Return the least number of objects or groups that must make up the fourth moment.
 
     With fewer, the error of sigma and RMS can't be trusted. A small sample may
     lack the tail, so it needs more.

@@ -1,4 +1,4 @@
-"""Whether residuals have tails of which no sample shows enough."""
+"""Whether residuals have tails too heavy for any sample to show."""
 
 from __future__ import annotations
 
@@ -23,7 +23,7 @@ STEPS = 16
 OCTAVES = 14
 CELLS = np.arange(-3 * STEPS, 9 * STEPS + 1, STEPS // 4)
 
-#: Student's t of so many degrees has no finite fourth moment; with more it has one.
+#: Degrees of freedom of Student's t without a finite fourth moment, and with one.
 INFINITE = (1, 2, 3, 4)
 FINITE = (5, 6, 8, 12)
 
@@ -42,8 +42,8 @@ def effective_objects(residuals: NDArray[np.float64]) -> float:
 def are_endless(residuals: NDArray[np.float64]) -> bool:
     """Return whether residuals look like those of an infinite fourth moment.
 
-    That is if few objects make up the moment, and a Student's t with an infinite
-    one is likelier than all curves with a finite one: Student's t with more
+    They do if few objects make up the moment, and a Student's t with an infinite
+    one is likelier than every curve with a finite one: Student's t with more
     degrees, and normal or Laplace's residuals with normal outliers.
     """
     if not effective_objects(residuals) < ENOUGH:

@@ -209,7 +209,7 @@ def test_failing_runs_add_to_the_log(vostrel):
     assert vostrel.read("error.log") == "from before\n" + (message + FATAL) * 3
 
 
-def test_a_table_separated_by_blanks_has_one_column(vostrel):
+def test_a_table_separated_by_spaces_has_one_column(vostrel):
     vostrel.write("table.csv", "0.1 0.12\n")
     vostrel.write("internal.txt", "old rows\n")
     vostrel.write("report.txt", "old report\n")

@@ -123,7 +123,7 @@ def configure_parent(parent, source, way, *options):
 
 @pytest.fixture(scope="session")
 def copied_source(tmp_path_factory):
-    """A copy of the source tree, in a path with blanks."""
+    """A copy of the source tree, in a path with spaces."""
     copy = tmp_path_factory.mktemp("other place") / "source tree"
     left_out = shutil.ignore_patterns("build*", ".git", "node_modules", "__pycache__")
     shutil.copytree(SOURCE, copy, ignore=left_out)

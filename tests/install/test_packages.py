@@ -32,7 +32,7 @@ def packages(tmp_path_factory):
     return {path.name.partition("_")[0]: path for path in folder.glob("*.deb")}
 
 
-def test_packages_are_finished_in_a_path_with_blanks(copied_source, tmp_path):
+def test_packages_are_finished_in_a_path_with_spaces(copied_source, tmp_path):
     build, staged = tmp_path / "the build", tmp_path / "staged files"
     run(CMAKE, "-S", copied_source, "-B", build)
     given = ["-DCPACK_COMPONENTS_ALL=dev", f"-DCPACK_TEMPORARY_DIRECTORY={staged}"]

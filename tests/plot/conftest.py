@@ -8,7 +8,7 @@ import numpy as np
 import pytest
 from vostrel.plot import _command
 
-# Four objects of zspec 1, so that the second residual is half the first:
+# Four objects of zspec 1. The second residual is half the first:
 # 0.1, 0.2, 0.4 and -0.5. The report below was worked out by hand from these.
 ZPHOT = (0.9, 0.8, 0.6, 1.5)
 FOUR = "".join(f"{i} 1 {z:g}\n" for i, z in enumerate(ZPHOT))

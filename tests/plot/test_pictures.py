@@ -23,7 +23,7 @@ pytestmark = pytest.mark.filterwarnings("ignore:Glyph")  # MissingGlyphs names t
 
 BASELINE = pathlib.Path(__file__).parent / "baseline"
 
-#: Root mean square of the differences, of 255. That is room for other fonts and another smoothing
+#: Root mean square of the differences, of 255. It allows for other fonts and another smoothing
 #: of lines; running medians that are shifted by 0.05 make 6 to 17.
 TOLERANCE = 5
 

@@ -59,8 +59,8 @@ def test_ctrl_c_ends_a_long_call():
 def longest_wait(call, enough=1.5):
     """The longest time between two moments at which Ctrl-C would end the call.
 
-    In seconds of this process's CPU time, so that other work on the machine doesn't count. A call
-    that takes `enough` is ended by Ctrl-C, and the time until it has ended counts, too.
+    In seconds of this process's CPU time: other work on the machine doesn't count. A call
+    that lasts `enough` is ended by Ctrl-C, and the time until it has ended counts, too.
     """
     moments = [time.process_time()]
     is_over = threading.Event()

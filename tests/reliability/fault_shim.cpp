@@ -5,7 +5,7 @@
 //
 // CALL is open, read, write or close, and FILE the name that the program gives. PASS chooses one of
 // the times that the file is opened, counted from 1; 0 means every time. A read or write fails from
-// byte FROM of the file on. The bytes before it get through, so that the fault strikes at the same
+// byte FROM of the file on. The bytes before it get through: the fault strikes at the same
 // byte whatever the size of the blocks. The call fails TIMES times, or always if TIMES is 0, and
 // sets errno to ERROR.
 //

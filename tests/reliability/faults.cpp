@@ -56,7 +56,7 @@ class Runner {
  public:
   Runner(std::string program, const std::string& shim)
       : program_(std::move(program)), seen_(aside_.path_of("seen")) {
-    // LD_PRELOAD separates names by blanks, and the path of the build may have some.
+    // LD_PRELOAD separates names by spaces, and the path of the build may have some.
     std::filesystem::create_symlink(shim, shim_);
   }
 

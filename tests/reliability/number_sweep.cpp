@@ -25,7 +25,7 @@
 
 namespace {
 
-// A text with room after it for what may follow in a line.
+// A text, and space after it for what may follow in a line.
 struct Text {
   std::array<char, 160> at;
   std::size_t size = 0;

@@ -39,7 +39,7 @@ def table_with_a_long_line(program, before, filling, behind):
         (b"7,1", b"3", b"\n8,9", "0 7 inf\n1 8 9\n"),
         (b"7,8", b",", b"\n8,9", "0 7 8\n1 8 9\n"),
     ],
-    ids=["of NULs", "of blanks", "of decimals", "of digits", "of commas"],
+    ids=["of NULs", "of spaces", "of decimals", "of digits", "of commas"],
 )
 def test_a_very_long_line_is_a_line_like_any_other(both, before, filling, behind, rows):
     both.prepare(lambda program: table_with_a_long_line(program, before, filling, behind))

@@ -463,7 +463,7 @@ TEST(Accumulator, RejectsDataThatChangeBetweenPasses) {
   EXPECT_GE(passes, 3);
 }
 
-// No checksum tells the changes of columns in memory.
+// Columns in memory have no checksum to detect changes.
 TEST(InOrderAccumulator, TerminatesWhenTheDataChange) {
   Random random;
   for (int round = 0; round < rounds(100); ++round) {

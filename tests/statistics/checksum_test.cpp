@@ -1,4 +1,4 @@
-// The checksums of objects and of bytes tell changes.
+// The checksums of objects and of bytes detect changes.
 
 #include "statistics/checksum.h"
 

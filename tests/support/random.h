@@ -32,7 +32,7 @@ constexpr int rounds(int n) {
 #endif
 }
 
-/// VOSTREL_TEST_SEED, or else a new seed. Prints the seed, so that the run can be repeated.
+/// VOSTREL_TEST_SEED, or else a new seed. Prints the seed, to repeat the run.
 inline std::uint64_t chosen_seed() {
   const char* const chosen = std::getenv("VOSTREL_TEST_SEED");
   const std::uint64_t seed =

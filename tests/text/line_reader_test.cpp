@@ -116,7 +116,7 @@ TEST_F(LineReaderTest, MovesALongLineOnlyToGrow) {
   vostrel::LineReader file("text");
   const std::size_t moved_before = moved_bytes;
   EXPECT_EQ(file.next_lines().size(), line.size() + 1);
-  // Each time the reader runs out of room, it doubles the room and moves the text once.
+  // Each time the buffer is full, the reader doubles it and moves the text once.
   EXPECT_GT(moved_bytes - moved_before, 0u);
   EXPECT_LT(moved_bytes - moved_before, 2 * line.size());
 }

@@ -1,4 +1,4 @@
-// Pretends to have more than 2,147,483,647 rows. The medians throw, so that a run ends before it
+// Pretends to have more than 2,147,483,647 rows. The medians throw: a run ends before it
 // prints a statistic. Row numbers beyond that are tested in row_writer_test.cpp.
 
 #include <gtest/gtest.h>

@@ -85,7 +85,7 @@ def compare_figure(
     Returns
     -------
     matplotlib.figure.Figure
-        The figure, or what was given as `figure`.
+        The new figure, or the one passed as `figure`.
 
     Raises
     ------

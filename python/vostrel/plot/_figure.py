@@ -101,7 +101,7 @@ def diagnostic_figure(
     Returns
     -------
     matplotlib.figure.Figure
-        The figure, or what was given as `figure`.
+        The new figure, or the one passed as `figure`.
 
     Raises
     ------

@@ -141,7 +141,7 @@ def fonts_for(text: str) -> list[str]:
 def width_of(text: str, points: float) -> float:
     """Return the width of the text in inches in a font of this size."""
     with warnings.catch_warnings():
-        warnings.simplefilter("ignore")  # shown() has told of missing glyphs
+        warnings.simplefilter("ignore")  # shown() has warned of missing glyphs
         font = FontProperties(size=points)
         width, _, _ = text_to_path.get_text_width_height_descent(text, font, "$" in text)
     return float(width) / 72

@@ -40,7 +40,7 @@ class Box:
 
 
 class Sheet:
-    """A figure on which things are placed in inches from its upper left corner.
+    """A figure with positions in inches from its upper left corner.
 
     `left` and `below` are the margins of its panels.
     """
@@ -65,7 +65,7 @@ class Sheet:
         return axes
 
     def write(self, left: float, top: float, text: str, **style: Any) -> Any:
-        """Write the text at the place."""
+        """Write the text at this position."""
         return self.figure.text(left / self.width, 1 - top / self.height, text, **style)
 
     def write_title(self, lines: Sequence[str]) -> None:
@@ -116,7 +116,7 @@ def diagnostic_height(
 
 
 def widest_square(layout: Layout, width: float, others: bool, bar: bool) -> float:
-    """Return the side of the panel of estimates that leaves room for the panels beside it."""
+    """Return the side of the panel of estimates, beside which the other panels fit."""
     room = width - LEFT - RIGHT
     if layout == "page" and others:
         return (0.42 if bar else 0.46) * room

@@ -26,7 +26,7 @@ class Objects:
     reference, estimate, norm : ndarray of float64, shape (n,)
         The values and the normalized residual.
     total : int
-        The number of objects that were given.
+        The number of objects before any is left out.
     nans, infinite : int
         How many of them are left out because a value is NaN, or because a
         value or a residual is infinite.
@@ -52,7 +52,7 @@ def objects_of(
     nan_policy: NanPolicy = "omit",
     name: str = "estimate",
 ) -> Objects:
-    """Return the objects that can be drawn; compute their statistics unless they are given.
+    """Return the objects that can be drawn; compute their statistics unless the caller has.
 
     Errors call the estimates by their `name`.
 
