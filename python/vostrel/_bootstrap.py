@@ -132,10 +132,15 @@ def bootstrap(
 
     With ``interval="auto"`` the methods are:
 
-    bias, mad_delta; with groups also mad and nmad
+    bias, mad_delta; all differences of `bootstrap_difference`
         "t": value +- q * error * sqrt(G / (G - 1)), where q is the quantile of
         Student's t with G - 1 degrees, and G is the number of objects or
         groups.
+    with groups, all numbers except sigma and rms
+        "hall": the same, as skew as the resamples (P. Hall, "On the removal of
+        skewness by transformation", Journal of the Royal Statistical Society B
+        54, 221, 1992). Fractions beyond multiples of sigma have the normal
+        quantile, without the factor.
     mad, nmad
         "percentile": from the quantile (1 - confidence) / 2 of the resamples
         to their quantile (1 + confidence) / 2.
@@ -156,12 +161,11 @@ def bootstrap(
         error**2 objects (L. D. Brown, T. T. Cai and A. DasGupta, "Interval
         estimation for a binomial proportion", Statistical Science 16, 101,
         2001). At most n objects beyond 0.15, and if fewer than ten are beyond
-        or within.
+        or within; with groups only then.
     median, sigma_68, sigma_iqr, LSST's bias and sigma_iqr
         As mad. LSST's sigma_mad as mad_delta.
     percentiles
-        "ranks": the interval of `uncertainties`, if there is one; with groups
-        "t".
+        "ranks": the interval of `uncertainties`, if there is one.
     outliers; LSST's outlier rate
         As outliers_015; as outliers_2sigma.
 
@@ -454,16 +458,17 @@ class _Options:
                 return (reference - estimated) / (1 + reference if i else 1)
 
             with np.errstate(invalid="ignore"):
-                near = neighbours(names, numbers[i], replicates[:, i], self.confidence, residuals)
                 ranks = {}
                 if self.asked.percentiles and not groups:
                     ranks = exact_ranks(self.asked.percentiles, self.confidence, residuals())
                 endless = bool(np.min(effective[i]) < ENOUGH) and are_endless(residuals())
-            return Resampled(
-                names, self.asked, sample.n, groups[1] if groups else None, numbers[i],
-                replicates[:, i], errors[i], replicate_errors[:, i], effective[i], near, ranks,
-                endless, None if left_out is None else left_out[0][:, i],
-            )
+                found = Resampled(
+                    names, self.asked, sample.n, groups[1] if groups else None, numbers[i],
+                    replicates[:, i], errors[i], replicate_errors[:, i], effective[i], {}, ranks,
+                    endless, None if left_out is None else left_out[0][:, i],
+                )
+                found.neighbours.update(neighbours(found, self.confidence, residuals))
+            return found
 
         delta, norm = part(0), part(1)
         lsst: dict[str, Any] = {

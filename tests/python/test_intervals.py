@@ -126,6 +126,12 @@ def test_fractions():
     beyond = u.delta.outliers_4sigma
     assert (beyond.method, beyond.low, beyond.reliable) == ("wilson", 0, False)
     assert beyond.high == pytest.approx(100 * q * q / (100 + q * q))
+    # The same if some resamples have an object beyond, because their sigma is smaller.
+    r[0] = 2.5
+    assert 3.9 < r[0] / r.std() < 4
+    u = vostrel.bootstrap(r, np.zeros(100), confidence=0.95, seed=1)
+    assert u.delta.outliers_4sigma.high == beyond.high
+    assert u.replicates[:, 0, NAMES.index("outliers_4sigma")].any()
     # The scatter of a fraction implies a number of objects: at most n beyond a fixed bound, more
     # beyond 2 sigma, which moves with the fraction. 12 of 100 are beyond both.
     r[:12] = np.linspace(4, 5, 12)
@@ -149,17 +155,33 @@ def test_student_t():
     assert t_quantile(0.9, 9) == pytest.approx(1.833, abs=5e-4)
     assert t_quantile(0.99, 2000) == pytest.approx(2.578, abs=5e-4)
     residuals = np.arange(40.0)
-    u = vostrel.bootstrap(
-        residuals, np.zeros(40), groups=np.arange(40) % 4, confidence=0.9, seed=1
-    )
-    scatter = u.replicates[:, 0, 0].std(ddof=1)
-    assert u.delta.bias.error == pytest.approx(scatter)
-    assert u.delta.bias.high == pytest.approx(19.5 + 2.353363 * math.sqrt(4 / 3) * scatter)
-    assert not u.delta.bias.reliable
     objects = vostrel.bootstrap(residuals[:10] - 3, np.zeros(10), confidence=0.9, seed=1).delta
     for number, value in (objects.bias, 1.5), (objects.mad_delta, 2.5):
         assert (number.value, number.method) == (value, "t")
         assert number.high == pytest.approx(value + 1.833113 * math.sqrt(10 / 9) * number.error)
+
+
+def test_groups(rng):
+    # One group of four is far off, so the resamples are skew. Hall's cubic of the distance from
+    # each end to the value, over the error, is the quantile of Student's t of 3 degrees.
+    residuals = 0.1 * rng.standard_normal(400)
+    residuals[:100] += 0.3
+    u = vostrel.bootstrap(
+        residuals, np.zeros(400), groups=np.arange(400) // 100, confidence=0.9, seed=1
+    )
+    for name in ("bias", "nmad", "mad_delta", "outliers_015", "outliers_1sigma"):
+        number, drawn = getattr(u.delta, name), u.replicates[:, 0, NAMES.index(name)]
+        assert number.method == "hall" and not number.reliable
+        assert number.error == pytest.approx(drawn.std(ddof=1))
+        skewness = ((drawn - drawn.mean()) ** 3).mean() / drawn.var() ** 1.5
+        quantile, factor = (1.644854, 1) if name == "outliers_1sigma" else (2.353363, 4 / 3)
+        for end, sign in (number.low, 1), (number.high, -1):
+            t = (number.value - end) / (number.error * math.sqrt(factor))
+            cubic = t + skewness * t**2 / 3 + skewness**2 * t**3 / 27 + skewness / 6
+            assert end in (0, 100) or cubic == pytest.approx(sign * quantile), name
+    bias = u.delta.bias
+    assert bias.high - bias.value > 1.2 * (bias.value - bias.low)
+    assert u.delta.sigma.method == "studentized" and u.delta.outliers_3sigma.method == "wilson"
 
 
 @pytest.mark.parametrize("grid", [1.0, 0.5, 0.1])
@@ -223,6 +245,10 @@ def test_differences_have_width_too(rng):
     d = vostrel.bootstrap_difference(reference, {"A": a, "B": b}, resamples=50, seed=1)
     for name in NAMES:
         assert getattr(d.norm, name).low < getattr(d.norm, name).high
+    sigma = d.norm.sigma
+    assert sigma.method == "t"
+    half = t_quantile(0.683, 299) * math.sqrt(300 / 299) * sigma.error
+    assert (sigma.low, sigma.high) == pytest.approx((sigma.value - half, sigma.value + half))
     grouped = vostrel.bootstrap_difference(
         reference, {"A": a, "B": a + 1}, resamples=50, seed=1, groups=np.arange(300) % 9
     )
