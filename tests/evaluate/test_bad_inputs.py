@@ -169,6 +169,8 @@ def test_files(refusal, make, name, message):
     ("t.csv zspec zphot --frobnicate", "unrecognized arguments"),
     ("t.csv zspec zphot --output no/such/out.txt", "cannot write no/such/out.txt: No such file"),
     ("t.csv zspec zphot --output .", "it is a folder"),
+    ("t.csv zspec zphot --table ./t.csv", "./t.csv would replace another file of this command"),
+    ("t.csv zspec zphot --output a --report a", "a would replace another file of this command"),
     ("t.csv zspec zphot --output /dev/full", "cannot write /dev/full: No space left"),
     ("t.csv zspec zphot --table /dev/full", "cannot write /dev/full: No space left"),
 ])
@@ -194,6 +196,16 @@ def test_a_disk_that_fills_up_keeps_the_old_file(option):
     assert run.stderr == "vostrel-evaluate: cannot write out.txt: File too large\n"
     assert pathlib.Path("out.txt").read_text() == "old"
     assert sorted(os.listdir()) == ["out.txt", "t.csv"]
+
+
+def test_no_file_is_written_if_one_of_them_fails(refusal):
+    text(GOOD)
+    words = ["t.csv", "zspec", "zphot", "--table", "a.csv", "--report", "b.html"]
+    message = refusal(*words, "--output", "/dev/full")
+    assert message == "cannot write /dev/full: No space left on device"
+    full = subprocess.run(f"{sys.executable} -m vostrel {' '.join(words)} >/dev/full", shell=True)
+    assert full.returncode == 1
+    assert os.listdir() == ["t.csv"]
 
 
 def test_standard_output_that_is_full_or_closed():

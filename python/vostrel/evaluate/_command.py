@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import argparse
+import os
 import re
 import shlex
 import signal
@@ -21,7 +22,7 @@ from vostrel.evaluate._files import Table, names_file
 from vostrel.evaluate._formats import FORMATS
 from vostrel.evaluate._rows import Objects, Roles, Selection
 from vostrel.evaluate._tables import Task
-from vostrel.evaluate._writing import write, written
+from vostrel.evaluate._writing import Put, write, written
 
 PROGRAM = "vostrel-evaluate"
 
@@ -94,16 +95,18 @@ def run(argv: list[str], progress: Progress) -> None:
     options = arguments(argv)
     table = Table(options.tables)
     try:
-        text = columns_text(table) if options.columns else evaluated(table, options, argv, progress)
+        if options.columns:
+            write(options.output, columns_text(table))
+        else:
+            run_task(table, options, argv, progress)
     finally:
         table.close()
-    write(options.output, text)
 
 
-def evaluated(
+def run_task(
     table: Table, options: argparse.Namespace, argv: list[str], progress: Progress
-) -> str:
-    """Return the numbers as text, and write the used rows if requested."""
+) -> None:
+    """Compute and write everything. No file has its name before all are complete."""
     roles = Roles(options.names[0], tuple(options.names[1:]), options.by, options.groups)
     condition = None
     if options.where is not None:
@@ -115,11 +118,6 @@ def evaluated(
         from vostrel.evaluate import _page
 
         _page.check()
-    with ExitStack() as stack:
-        watch = None
-        if options.table is not None:
-            watch = rows_to(stack.enter_context(written(options.table)), roles)
-        results = evaluate(selection, settings(options), progress, watch)
     task = Task(
         table=printable(table.label),
         command=f"{PROGRAM} {printable(' '.join(map(shlex.quote, argv)))}",
@@ -129,21 +127,39 @@ def evaluated(
         method=options.errors,
         confidence=options.confidence,
     )
-    text = FORMATS[options.format](results, task)
-    if options.report is not None:
-        progress("drawing", results.counts.used, None)
-        write(options.report, _page.page(results, task))
-    return text
+    with ExitStack() as stack:
+        put = {name: stack.enter_context(written(name)) for name in outputs(table, options)}
+        watch = None if options.table is None else rows_to(put[options.table], roles)
+        results = evaluate(selection, settings(options), progress, watch)
+        if options.report is not None:
+            progress("drawing", results.counts.used, None)
+            put[options.report]([_page.page(results, task)])
+        text = FORMATS[options.format](results, task)
+        if options.output is not None:
+            put[options.output]([text])
+        else:
+            write(None, text)
 
 
-def rows_to(stream: Any, roles: Roles) -> Callable[[Objects], None]:
+def outputs(table: Table, options: argparse.Namespace) -> list[str]:
+    """Return the files to write. They must differ from each other and from what is read."""
+    taken = {os.path.realpath(reader.path) for reader in table.readers}
+    found = [name for name in (options.output, options.report, options.table) if name is not None]
+    for name in found:
+        if os.path.realpath(name) in taken:
+            raise EvaluateError(f"{printable(name)} would replace another file of this command")
+        taken.add(os.path.realpath(name))
+    return found
+
+
+def rows_to(put: Put, roles: Roles) -> Callable[[Objects], None]:
     """Return a function that writes objects in the format of the program vostrel."""
     line = "%d" + ",%.17g" * (1 + len(roles.estimates)) + "\n"
 
     def add(objects: Objects) -> None:
         names = (roles.reference, *roles.estimates)
         columns = [objects.numbers[name].tolist() for name in names]
-        stream.writelines(map(line.__mod__, zip(objects.rows.tolist(), *columns)))
+        put(map(line.__mod__, zip(objects.rows.tolist(), *columns)))
 
     return add
 
