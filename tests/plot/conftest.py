@@ -63,10 +63,10 @@ def catalogue(count, seed=1):
     return zspec, zspec + 0.03 * (1 + zspec) * rng.normal(size=count)
 
 
-def run(*words, **options):
+def run(*argv, **options):
     """Run the program as a user does."""
     return subprocess.run(
-        [sys.executable, "-m", "vostrel.plot", *words],
+        [sys.executable, "-m", "vostrel.plot", *argv],
         capture_output=True,
         text=True,
         timeout=120,
@@ -92,11 +92,11 @@ def folder(tmp_path, monkeypatch):
 def figure_of(monkeypatch):
     """Return a function that runs the program and returns the drawn figure."""
 
-    def draw(*words):
+    def draw(*argv):
         figures = []
         with monkeypatch.context() as patch:
             patch.setattr(_command, "save", lambda figure, *_: figures.append(figure))
-            assert _command.main(list(words)) == 0
+            assert _command.main(list(argv)) == 0
         return figures[0]
 
     return draw
@@ -107,9 +107,9 @@ def failure(monkeypatch, capsys, tmp_path):
     """Return a function that runs the program, which must fail as promised, and returns its one
     line."""
 
-    def fail(*words):
+    def fail(*argv):
         before = sorted(tmp_path.iterdir())
-        assert _command.main(list(words)) == 2
+        assert _command.main(list(argv)) == 2
         out, err = capsys.readouterr()
         assert out == ""
         assert err.startswith("vostrel-plot: ")

@@ -117,8 +117,8 @@ def test_report_and_console_output_of_a_run_are_accepted(figure_of, kind):
     with open("table.csv", "w", encoding="utf-8") as stream:
         stream.writelines(f"x,{s:.9f},{p:.9f}\n" for s, p in zip(zspec, zphot))
     with open("console.txt", "wb") as stream:
-        words = [VOSTREL, "--stats", "table.csv", "report.txt", "0", "2", "3"]
-        subprocess.run(words, check=True, stdout=stream, timeout=60)
+        argv = [VOSTREL, "--stats", "table.csv", "report.txt", "0", "2", "3"]
+        subprocess.run(argv, check=True, stdout=stream, timeout=60)
     columns = _reading.read_internal("internal.txt")
     for report in "report.txt", "console.txt":
         options = _command.arguments(["--report", report])
@@ -144,12 +144,12 @@ def test_missing_module_names_interpreter_and_both_ways(tmp_path):
     assert run("--help", env=environment).returncode == 0
 
 
-@pytest.mark.parametrize("words", [["--wrong"], ["a", "b"], ["--output"]])
-def test_wrong_command_line(words, failure):
-    assert "see vostrel-plot --help" in failure(*words)
+@pytest.mark.parametrize("argv", [["--wrong"], ["a", "b"], ["--output"]])
+def test_wrong_command_line(argv, failure):
+    assert "see vostrel-plot --help" in failure(*argv)
 
 
-@pytest.mark.parametrize("words, message", [
+@pytest.mark.parametrize("argv, message", [
     (["--dpi", "0"], "--dpi: must be a whole number from 50 to 1200, not '0'"),
     (["--dpi", "many"], "--dpi: must be a whole number from 50 to 1200, not 'many'"),
     (["--dpi", "5000"], "--dpi: must be a whole number from 50 to 1200, not '5000'"),
@@ -157,8 +157,8 @@ def test_wrong_command_line(words, failure):
     (["--compare", "a"], "--compare: must be NAME=INTERNAL, not 'a'"),
     (["--labels", "a"], "--labels: expected 2 arguments"),
 ])
-def test_error_of_an_option_names_what_it_takes(words, message, failure):
-    assert f"argument {message} (see vostrel-plot --help)" in failure(*words).replace(
+def test_error_of_an_option_names_what_it_takes(argv, message, failure):
+    assert f"argument {message} (see vostrel-plot --help)" in failure(*argv).replace(
         "from page, column", "from 'page', 'column'")  # as newer versions of Python write it
 
 
@@ -185,7 +185,7 @@ def test_files_that_cannot_be_compared(failure):
     write(FOUR.replace("2 1 ", "2 1.5 "), "b")
     write(FOUR[:-8], "c")
     write("0 nan 1\n" * 4, "d")
-    for words, message in (
+    for argv, message in (
         (["x=a", "y=b"], "'b', line 3: the reference is 1.5, but 1 in 'a'"),
         (["x=a", "y=c"], "'c' holds 3 objects, but 'a' holds 4"),
         (["x=d"], "'d' holds no objects with finite values"),
@@ -194,7 +194,7 @@ def test_files_that_cannot_be_compared(failure):
         ([f"{i}=a" for i in range(9)], "1 to 8 estimators, not 9"),
         (["x=a", "--report", "r"], "can't be combined with INTERNAL or --report"),
     ):
-        assert message in failure("--compare", *words)
+        assert message in failure("--compare", *argv)
 
 
 @pytest.mark.parametrize("ending", ["png", "pdf", "svg"])

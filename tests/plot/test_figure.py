@@ -419,8 +419,8 @@ def within_view(axis, label):
 def test_no_text_is_clipped_or_overlaps(figure_of, kind, layout, table):
     zspec, zphot = catalogue(
         8000 if kind in ("density", "wild", "constant density") else 1000)
-    words = ["--title", "A title that is long enough to be broken into two lines",
-             "--layout", layout, table]
+    argv = ["--title", "A title that is long enough to be broken into two lines",
+            "--layout", layout, table]
     if kind == "wild":
         zphot[:2000], zspec[2000] = -99, 1e9
     elif kind == "one":
@@ -440,9 +440,9 @@ def test_no_text_is_clipped_or_overlaps(figure_of, kind, layout, table):
     elif kind == "report":
         zspec, zphot = [1] * 4, ZPHOT
         write(REPORT, "a" * 80)
-        words += ["--report", "a" * 80]
+        argv += ["--report", "a" * 80]
     write_table(zspec, zphot)
-    check_texts(figure_of(*words))
+    check_texts(figure_of(*argv))
 
 
 def check_texts(figure):

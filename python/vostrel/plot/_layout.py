@@ -117,10 +117,10 @@ def diagnostic_height(
 
 def widest_square(layout: Layout, width: float, others: bool, bar: bool) -> float:
     """Return the side of the panel of estimates, beside which the other panels fit."""
-    room = width - LEFT - RIGHT
+    span = width - LEFT - RIGHT
     if layout == "page" and others:
-        return (0.42 if bar else 0.46) * room
-    return min(room - (sum(BAR) if bar else 0), 3.6 if layout == "page" else 2.75)
+        return (0.42 if bar else 0.46) * span
+    return min(span - (sum(BAR) if bar else 0), 3.6 if layout == "page" else 2.75)
 
 
 def place_panels(
@@ -129,7 +129,7 @@ def place_panels(
     """Return the boxes of the panels between `top` and `below`, and that of the colour bar."""
     space = sum(BAR) if bar else 0.0
     start, ends = sheet.left, ABOVE + sheet.below
-    room = sheet.width - start - RIGHT
+    span = sheet.width - start - RIGHT
     height = below - top
     boxes: dict[str, Box] = {}
     others = [panel for panel in panels if panel != "estimates"]
@@ -145,9 +145,9 @@ def place_panels(
             widest_square(layout, sheet.width, bool(others), bar) + LEFT - start,
         )
         boxes["estimates"] = Box(start, top + ABOVE, side, side)
-        stack(boxes, others, start, top + side + ends, room, height - side - ends, sheet.below)
+        stack(boxes, others, start, top + side + ends, span, height - side - ends, sheet.below)
     else:
-        stack(boxes, others, start, top, room - space, height, sheet.below)
+        stack(boxes, others, start, top, span - space, height, sheet.below)
     host = boxes.get("estimates") or boxes[panels[-1]]
     gap, thickness, _ = BAR
     return boxes, Box(host.left + host.width + gap, host.top, thickness, host.height)
