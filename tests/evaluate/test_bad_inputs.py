@@ -1,6 +1,7 @@
 """Bad input is refused in one line, with status 1, and leaves no output."""
 
 import gzip
+import io
 import os
 import pathlib
 import pickle
@@ -196,6 +197,15 @@ def test_a_disk_that_fills_up_keeps_the_old_file(option):
     assert run.stderr == "vostrel-evaluate: cannot write out.txt: File too large\n"
     assert pathlib.Path("out.txt").read_text() == "old"
     assert sorted(os.listdir()) == ["out.txt", "t.csv"]
+
+
+@pytest.mark.parametrize("content, message", [
+    ("", "standard input: the file is empty"),
+    (GOOD, "standard input has no column 'zphot2'; did you mean 'zphot'? "),
+])
+def test_standard_input(refusal, monkeypatch, content, message):
+    monkeypatch.setattr(sys, "stdin", io.TextIOWrapper(io.BytesIO(content.encode())))
+    assert refusal("-", "zspec", "zphot2").startswith(message)
 
 
 def test_no_file_is_written_if_one_of_them_fails(refusal):

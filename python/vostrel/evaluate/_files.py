@@ -47,6 +47,9 @@ BEGINNINGS = {
     "ecsv": b"# %ECSV",
 }
 
+#: What the messages call `-`.
+STDIN = "standard input"
+
 _ENDING = r"\.(" + "|".join(READERS) + r")(\.gz)?"
 
 
@@ -86,9 +89,9 @@ def expand(word: str) -> list[tuple[str, str | None]]:
     return [(path, part) for path in paths]
 
 
-def open_file(path: str, part: str | None) -> Reader:
-    """Return the reader of a file."""
-    with reading(path):
+def open_file(path: str, part: str | None, name: str | None = None) -> Reader:
+    """Return the reader of a file. Errors call it by its name."""
+    with reading(path if name is None else name):
         if os.path.isdir(path):
             from vostrel.evaluate._hats import Hats, is_hats
 
@@ -121,7 +124,7 @@ class Table:
         self.label = " ".join(words)
         files = [file for word in words for file in expand(word)]
         self.readers = [self._open(path, part) for path, part in files]
-        self.names = [printable(path) for path, _ in files]
+        self.names = [STDIN if path == "-" else printable(path) for path, _ in files]
 
     def _open(self, path: str, part: str | None) -> Reader:
         if path != "-":
@@ -137,7 +140,7 @@ class Table:
             except OSError as error:
                 raise EvaluateError(f"cannot copy standard input to "
                                     f"{tempfile.gettempdir()}: {one_line(error)}") from error
-        return open_file(self._copy.name, None)
+        return open_file(self._copy.name, None, STDIN)
 
     def close(self) -> None:
         """Remove the copy of standard input."""
