@@ -6,75 +6,62 @@
 
 #include "analysis/resample.h"
 #include "floating_point.h"
+#include "statistics/also_for_avx2.h"
 
 namespace vostrel {
 
-// A number for the residual and one for the normalized residual, added by one vector instruction.
-template <class T>
-struct Bootstrap::Pair {
-#ifdef __GNUC__                                       // clang, too
-  typedef T Values __attribute__((vector_size(16)));  // NOLINT(modernize-use-using)
+// N numbers, added by one vector instruction if the processor has it.
+template <class T, std::size_t N>
+struct Bootstrap::Vector {
+#ifdef __GNUC__                                                  // clang, too
+  typedef T Values __attribute__((vector_size(N * sizeof(T))));  // NOLINT(modernize-use-using)
   Values values{};
 
-  void add(const Pair& other) { values += other.values; }
+  void add(const Vector& other) { values += other.values; }
 #else
-  std::array<T, 2> values{};
+  std::array<T, N> values{};
 
-  void add(const Pair& other) {
-    for (std::size_t k = 0; k < 2; ++k) values[k] += other.values[k];
+  void add(const Vector& other) {
+    for (std::size_t k = 0; k < N; ++k) values[k] += other.values[k];
   }
 #endif
 };
 
-// The objects of a block: residuals less their centers, squares and marks. The first word of marks
-// for the quantiles has its own place, where adding it takes one instruction.
+// The objects of a block. Numbers of the residual and of the normalized residual lie side by side:
+// those of one object take three loads.
 struct Bootstrap::Items {
-  using Words = std::array<Pair<std::uint64_t>, Resample::kBlock>;
+  using Word = Vector<std::uint64_t, 2>;
 
-  std::array<Pair<double>, Resample::kBlock> x;
-  std::array<Pair<double>, Resample::kBlock> x2;
-  std::array<Pair<double>, Resample::kBlock> x3;
-  std::array<Pair<double>, Resample::kBlock> x4;
-  Words marks;
-  Words quantiles;
-  std::vector<Words> further;  // words for the quantiles after the first
+  std::array<Vector<double, 4>, Resample::kBlock> x_x2;   // residuals less their centers, squares
+  std::array<Vector<double, 4>, Resample::kBlock> x3_x4;  // their third and fourth powers
+  std::array<Vector<std::uint64_t, 4>, Resample::kBlock> marks;  // then the first for the quantiles
+  std::vector<std::array<Word, Resample::kBlock>> further;       // words for the quantiles
 };
 
 // The sums of some draws. An addition waits for the one before, so two of these are faster.
 struct Bootstrap::Drawn {
-  Pair<double> x;
-  Pair<double> x2;
-  Pair<double> x3;
-  Pair<double> x4;
-  Pair<std::uint64_t> marks;
-  Pair<std::uint64_t> quantiles;
+  Vector<double, 4> x_x2;
+  Vector<double, 4> x3_x4;
+  Vector<std::uint64_t, 4> marks;
 
-  template <bool kPowers, bool kQuantiles>
+  template <bool kPowers>
   void add(const Items& items, std::size_t i) {
-    x.add(items.x[i]);
-    x2.add(items.x2[i]);
-    if constexpr (kPowers) {
-      x3.add(items.x3[i]);
-      x4.add(items.x4[i]);
-    }
+    x_x2.add(items.x_x2[i]);
+    if constexpr (kPowers) x3_x4.add(items.x3_x4[i]);
     marks.add(items.marks[i]);
-    if constexpr (kQuantiles) quantiles.add(items.quantiles[i]);
   }
 
   void add(const Drawn& other) {
-    x.add(other.x);
-    x2.add(other.x2);
-    x3.add(other.x3);
-    x4.add(other.x4);
+    x_x2.add(other.x_x2);
+    x3_x4.add(other.x3_x4);
     marks.add(other.marks);
-    quantiles.add(other.quantiles);
   }
 
   void add_to(DrawnSums& sums, std::size_t k) const {
-    sums.x += x.values[k];
-    sums.x2 += x2.values[k];
-    sums.x3 += x3.values[k];
-    sums.x4 += x4.values[k];
+    sums.x += x_x2.values[k];
+    sums.x2 += x_x2.values[2 + k];
+    sums.x3 += x3_x4.values[k];
+    sums.x4 += x3_x4.values[2 + k];
     sums.add_marks(marks.values[k]);
   }
 };
@@ -89,12 +76,10 @@ struct Bootstrap::State {
   std::array<DrawnSums, 2> sums{};
   std::array<std::vector<std::uint64_t>, 2> marked;  // for the quantiles
 
-  void add_word(const Pair<std::uint64_t>& word, std::size_t w) {
+  void add_word(std::uint64_t word, std::size_t w, std::size_t k) {
     constexpr std::size_t kMarks = QuantileWindows::kMarksInWord;
-    for (std::size_t k = 0; k < 2; ++k) {
-      std::uint64_t* const counted = marked[k].data() + w * kMarks;
-      for (std::size_t j = 0; j < kMarks; ++j) counted[j] += word.values[k] >> (8 * j) & 0xff;
-    }
+    std::uint64_t* const counted = marked[k].data() + w * kMarks;
+    for (std::size_t j = 0; j < kMarks; ++j) counted[j] += word >> (8 * j) & 0xff;
   }
 };
 
@@ -184,33 +169,34 @@ void Bootstrap::load(std::size_t first, std::size_t count, bool with_powers, Ite
   for (std::size_t i = 0; i < count; ++i) {
     for (std::size_t k = 0; k < 2; ++k) {
       const double x = residuals[k][i] - center[k];
-      items.x[i].values[k] = x;
-      items.x2[i].values[k] = x * x;
+      items.x_x2[i].values[k] = x;
+      items.x_x2[i].values[2 + k] = x * x;
       items.marks[i].values[k] = marks[k][i];
+      items.marks[i].values[2 + k] = 0;
     }
   }
   for (std::size_t w = 0; w < words(); ++w) {
-    Items::Words& words_of_items = w == 0 ? items.quantiles : items.further[w - 1];
     for (std::size_t k = 0; k < 2; ++k) {
       parts_[k].quantiles.mark({residuals[k].data(), count}, w, marks[k].data());
-      for (std::size_t i = 0; i < count; ++i) words_of_items[i].values[k] = marks[k][i];
+      for (std::size_t i = 0; i < count; ++i) {
+        (w == 0 ? items.marks[i].values[2 + k] : items.further[w - 1][i].values[k]) = marks[k][i];
+      }
     }
   }
   for (std::size_t i = 0; i < count && with_powers; ++i) {
     for (std::size_t k = 0; k < 2; ++k) {
-      const double x2 = items.x2[i].values[k];
-      items.x3[i].values[k] = x2 * items.x[i].values[k];
-      items.x4[i].values[k] = x2 * x2;
+      const double x2 = items.x_x2[i].values[2 + k];
+      items.x3_x4[i].values[k] = x2 * items.x_x2[i].values[k];
+      items.x3_x4[i].values[2 + k] = x2 * x2;
     }
   }
 }
 
 // Adds the drawn items of a block to their counts, and returns their sums.
-// @tparam kPowers     whether third and fourth powers are needed.
-// @tparam kQuantiles  whether marks for the quantiles are needed.
-template <bool kPowers, bool kQuantiles>
-Bootstrap::Drawn Bootstrap::add(std::span<const std::uint8_t> positions, const Items& items,
-                                std::uint8_t* counts) {
+// @tparam kPowers  whether third and fourth powers are needed.
+template <bool kPowers>
+VOSTREL_ALSO_FOR_AVX2 Bootstrap::Drawn Bootstrap::add(std::span<const std::uint8_t> positions,
+                                                      const Items& items, std::uint8_t* counts) {
   static_assert(BlockDraws::kMost <= 255);
   Drawn even;
   Drawn odd;
@@ -220,12 +206,12 @@ Bootstrap::Drawn Bootstrap::add(std::span<const std::uint8_t> positions, const I
     const std::size_t other = positions[i + 1];
     ++counts[one];
     ++counts[other];
-    even.add<kPowers, kQuantiles>(items, one);
-    odd.add<kPowers, kQuantiles>(items, other);
+    even.add<kPowers>(items, one);
+    odd.add<kPowers>(items, other);
   }
   if (i < positions.size()) {
     ++counts[positions[i]];
-    even.add<kPowers, kQuantiles>(items, positions[i]);
+    even.add<kPowers>(items, positions[i]);
   }
   even.add(odd);
   return even;
@@ -235,17 +221,15 @@ Bootstrap::Drawn Bootstrap::add(std::span<const std::uint8_t> positions, const I
 void Bootstrap::draw_items(std::span<const std::uint8_t> positions, const Items& items,
                            bool with_errors, std::size_t start, State& state) const {
   std::uint8_t* const counts = state.counts.data() + start;
-  const bool has_quantiles = words() != 0;
-  const auto add_them = with_errors     ? has_quantiles ? add<true, true> : add<true, false>
-                            : has_quantiles ? add<false, true>
-                                        : add<false, false>;
-  const Drawn drawn = add_them(positions, items, counts);
-  for (std::size_t k = 0; k < 2; ++k) drawn.add_to(state.sums[k], k);
-  if (has_quantiles) state.add_word(drawn.quantiles, 0);
+  const Drawn drawn = (with_errors ? add<true> : add<false>)(positions, items, counts);
+  for (std::size_t k = 0; k < 2; ++k) {
+    drawn.add_to(state.sums[k], k);
+    if (words() != 0) state.add_word(drawn.marks.values[2 + k], 0, k);
+  }
   for (std::size_t w = 0; w < items.further.size(); ++w) {
-    Pair<std::uint64_t> word;
+    Items::Word word;
     for (const std::uint8_t position : positions) word.add(items.further[w][position]);
-    state.add_word(word, w + 1);
+    for (std::size_t k = 0; k < 2; ++k) state.add_word(word.values[k], w + 1, k);
   }
 }
 

@@ -96,8 +96,8 @@ class Bootstrap {
       bool normalized, const Checkpoint& checkpoint = [] {}) const;
 
  private:
-  template <class T>
-  struct Pair;
+  template <class T, std::size_t N>
+  struct Vector;
   struct Items;
   struct Drawn;
   struct State;
@@ -122,7 +122,7 @@ class Bootstrap {
   void order_quantiles(Part& part, const Checkpoint& checkpoint);
   std::uint64_t size_of(std::size_t unit) const;
   std::uint64_t size_of(std::span<const std::uint8_t> counts) const;
-  template <bool kPowers, bool kQuantiles>
+  template <bool kPowers>
   static Drawn add(std::span<const std::uint8_t> positions, const Items& items,
                    std::uint8_t* counts);
   void load(std::size_t first, std::size_t count, bool with_powers, Items& items) const;
