@@ -34,6 +34,9 @@ Ends = tuple[float, float]
 FEWEST_GROUPS = 20
 FEWEST_GROUPS_OF_SIGMA = 30
 
+#: In smaller groups, on average, few objects decide how skew medians and percentiles are.
+FEWEST_IN_GROUP = 10
+
 #: Which of the errors by moments belongs to a number.
 ERRORS = {"bias": 0, "sigma": 1, "rms": 2}
 
@@ -317,7 +320,8 @@ def _method(r: Resampled, name: str, interval: str) -> str:
     if is_fraction(name) and not (many and r.groups):
         return "studentized" if many and name == "outliers_1sigma" else "wilson"
     if r.groups:
-        return "hall"
+        is_order = not is_fraction(name) and name != "bias"
+        return "t" if is_order and r.n < FEWEST_IN_GROUP * r.groups else "hall"
     return "t" if name in ("bias", "mad_delta", "lsst_sigma_mad") else "percentile"
 
 
@@ -462,16 +466,22 @@ def hall(r: Resampled, name: str, confidence: float) -> Ends:
     P. Hall, "On the removal of skewness by transformation", Journal of the
     Royal Statistical Society B 54, 221 (1992). A fraction beyond a multiple of
     sigma takes the normal quantile: its resamples scatter too much, which makes
-    up for the few groups.
+    up for the few groups. An end is no farther than both Student's t and all
+    resamples: Hall's grows without bound.
     """
     quantile, error = _quantile_and_error(r, name, confidence)
     if name in OF_SIGMA:
         quantile, error = normal_quantile(confidence), float(r.scatter[r.names.index(name)])
-    moved = r.drawn(name) - np.mean(r.drawn(name))
+    value, drawn = r.value(name), r.drawn(name)
+    moved = drawn - np.mean(drawn)
     variance = np.mean(moved**2)
     skewness = float(np.mean(moved**3) / variance**1.5) if variance > 0 else 0.0
     upper, lower = with_skewness(quantile, skewness), with_skewness(-quantile, skewness)
-    return r.value(name) - upper * error, r.value(name) - lower * error
+    reach = quantile * error
+    return (
+        max(value - upper * error, min(value - reach, float(np.min(drawn)))),
+        min(value - lower * error, max(value + reach, float(np.max(drawn)))),
+    )
 
 
 def with_skewness(quantile: float, skewness: float) -> float:
