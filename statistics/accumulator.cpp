@@ -16,7 +16,7 @@ namespace {
 // Up to this many objects, the residuals are kept.
 constexpr std::size_t kFew = 8192;
 
-constexpr std::uint64_t kFormat = 4;  // of to_bytes()
+constexpr std::uint64_t kFormat = 5;  // of to_bytes()
 
 }  // namespace
 

@@ -12,9 +12,17 @@
 #include <utility>
 #include <vector>
 
-#include "statistics/checksum.h"
-
 namespace vostrel {
+
+/// A checksum of bytes (G. Fowler, L. C. Noll and K.-P. Vo, FNV-1a). Every change of a single byte
+/// changes it.
+constexpr std::uint64_t checksum(std::string_view bytes) {
+  std::uint64_t sum = 0xcbf29ce484222325;
+  for (const char byte : bytes) {
+    sum = (sum ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
+  }
+  return sum;
+}
 
 /// Collects the bytes of numbers and texts.
 class ByteWriter {

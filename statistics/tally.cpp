@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "statistics/checksum.h"
+
 namespace vostrel {
 
 namespace {
@@ -186,24 +188,45 @@ Found by_definition(std::span<const double> residuals, const Wanted& wanted,
 
 // ---- passes ----
 
-namespace {
-
 using Room = std::array<double, kMostInBlock>;
 
-// The residuals of a block that a pass needs. Every residual is written and stays if it is needed.
-// A branch would be mispredicted.
-class Needed {
- public:
-  void add(const Search& search, double residual) {
-    residuals_[count_] = residual;
-    count_ += search.needs(residual);
+// The residuals of a block that a pass needs.
+struct Needed {
+  // Every residual is written and stays if it is needed: a branch would be mispredicted. The count
+  // is the caller's local variable, since a processor waits long for a number in memory.
+  void add(const Search& search, double residual, std::size_t& count) {
+    residuals[count] = residual;
+    count += search.needs(residual);
   }
-  void sift(Search& search) const { search.sift({residuals_.data(), count_}); }
+  void sift(Search& search, std::size_t count) const { search.sift({residuals.data(), count}); }
 
- private:
-  Room residuals_;
-  std::size_t count_ = 0;
+  Room residuals;
 };
+
+namespace {
+
+std::uint64_t checksum_of(ResidualsOfObjects r, std::size_t first, std::size_t count) {
+  return checksum(r.reference.subspan(first, count), r.estimate.subspan(first, count));
+}
+
+// The checksum was taken when they were kept.
+std::uint64_t checksum_of(KeptResiduals /*r*/, std::size_t /*first*/, std::size_t /*count*/) {
+  return 0;
+}
+
+// Calls use(i) for each object. Returns the checksum of the objects. It is taken of a few at a
+// time, for a processor then works on both at once.
+template <class Residuals, class Use>
+std::uint64_t for_each_with_checksum(Residuals r, Use use) {
+  constexpr std::size_t kAtOnce = 32;
+  std::uint64_t sum = 0;
+  for (std::size_t i = 0; i < r.size();) {
+    const std::size_t end = std::min(i + kAtOnce, r.size());
+    sum += checksum_of(r, i, end - i);
+    for (; i < end; ++i) use(i);
+  }
+  return sum;
+}
 
 // Adds the fourth powers of the distances from a center.
 template <class Residuals>
@@ -225,15 +248,14 @@ void add_fourth(Residuals r, std::array<double, 2> center, InOrderSum& delta, In
 template <class Sum>
 template <class Residuals>
 std::uint64_t Tally<Sum>::add_first(Tally& delta, Tally& norm, Residuals r, const Wanted& wanted) {
-  std::uint64_t hashes = 0;
+  std::uint64_t checksum = 0;
   if constexpr (kIsExact<Sum>) {
     Room deltas;
     Room norms;
-    for (std::size_t i = 0; i < r.size(); ++i) {
-      hashes += r.hash(i);
+    checksum = for_each_with_checksum(r, [&](std::size_t i) {
       delta.search_.count(deltas[i] = r.delta(i));
       norm.search_.count(norms[i] = r.norm(i));
-    }
+    });
     ExactSum::add_with_squares({deltas.data(), r.size()}, delta.sum_, delta.squares_);
     ExactSum::add_with_squares({norms.data(), r.size()}, norm.sum_, norm.squares_);
   } else {
@@ -255,23 +277,24 @@ std::uint64_t Tally<Sum>::add_first(Tally& delta, Tally& norm, Residuals r, cons
     norm.squares_ = squares[1];
   }
   if (wanted.has_fourth) add_fourth(r, {0, 0}, delta.fourth_, norm.fourth_);
-  return hashes;
+  return checksum;
 }
 
 template <class Sum>
 std::uint64_t Tally<Sum>::add_second(Tally& delta, Tally& norm, ResidualsOfObjects r,
                                      const Wanted& wanted) {
-  std::uint64_t hashes = 0;
+  std::uint64_t checksum = 0;
   Needed needed_deltas;
   Needed needed_norms;
+  std::size_t delta_count = 0;
+  std::size_t norm_count = 0;
   if constexpr (kIsExact<Sum>) {
     Room deltas;
     Room norms;
-    for (std::size_t i = 0; i < r.size(); ++i) {
-      hashes += r.hash(i);
-      needed_deltas.add(delta.search_, deltas[i] = r.delta(i));
-      needed_norms.add(norm.search_, norms[i] = r.norm(i));
-    }
+    checksum = for_each_with_checksum(r, [&](std::size_t i) {
+      needed_deltas.add(delta.search_, deltas[i] = r.delta(i), delta_count);
+      needed_norms.add(norm.search_, norms[i] = r.norm(i), norm_count);
+    });
     delta.deviations_.add_squares_about(delta.bias_, {deltas.data(), r.size()});
     norm.deviations_.add_squares_about(norm.bias_, {norms.data(), r.size()});
   } else {
@@ -281,34 +304,40 @@ std::uint64_t Tally<Sum>::add_second(Tally& delta, Tally& norm, ResidualsOfObjec
       const double of_delta = r.delta(i);
       const double of_norm = r.norm(i);
       deviations[0].add((of_delta - bias[0]) * (of_delta - bias[0]));
-      needed_deltas.add(delta.search_, of_delta);
+      needed_deltas.add(delta.search_, of_delta, delta_count);
       deviations[1].add((of_norm - bias[1]) * (of_norm - bias[1]));
-      needed_norms.add(norm.search_, of_norm);
+      needed_norms.add(norm.search_, of_norm, norm_count);
     }
     delta.deviations_ = deviations[0];
     norm.deviations_ = deviations[1];
   }
-  needed_deltas.sift(delta.search_);
-  needed_norms.sift(norm.search_);
+  needed_deltas.sift(delta.search_, delta_count);
+  needed_norms.sift(norm.search_, norm_count);
   if (wanted.has_fourth) {
     add_fourth(r, {delta.bias_, norm.bias_}, delta.fourth_about_, norm.fourth_about_);
   }
-  return hashes;
+  return checksum;
 }
 
 template <class Sum>
 std::uint64_t Tally<Sum>::add_later(Tally& delta, Tally& norm, ResidualsOfObjects r) {
-  std::uint64_t hashes = 0;
+  std::uint64_t checksum = 0;
   Needed needed_deltas;
   Needed needed_norms;
-  for (std::size_t i = 0; i < r.size(); ++i) {
-    if constexpr (kIsExact<Sum>) hashes += r.hash(i);
-    needed_deltas.add(delta.search_, r.delta(i));
-    needed_norms.add(norm.search_, r.norm(i));
+  std::size_t delta_count = 0;
+  std::size_t norm_count = 0;
+  const auto take = [&](std::size_t i) {
+    needed_deltas.add(delta.search_, r.delta(i), delta_count);
+    needed_norms.add(norm.search_, r.norm(i), norm_count);
+  };
+  if constexpr (kIsExact<Sum>) {
+    checksum = for_each_with_checksum(r, take);
+  } else {
+    for (std::size_t i = 0; i < r.size(); ++i) take(i);
   }
-  needed_deltas.sift(delta.search_);
-  needed_norms.sift(norm.search_);
-  return hashes;
+  needed_deltas.sift(delta.search_, delta_count);
+  needed_norms.sift(norm.search_, norm_count);
+  return checksum;
 }
 
 template <class Sum>

@@ -14,7 +14,6 @@
 #include "floating_point.h"
 #include "statistics/accumulator.h"
 #include "statistics/bytes.h"
-#include "statistics/checksum.h"
 #include "statistics/exact_sum.h"
 #include "statistics/lsst.h"
 #include "statistics/moments.h"
@@ -40,7 +39,6 @@ struct ResidualsOfObjects {
   std::size_t size() const { return reference.size(); }
   double delta(std::size_t i) const { return residual(reference[i], estimate[i]); }
   double norm(std::size_t i) const { return normalized_residual(reference[i], estimate[i]); }
-  std::uint64_t hash(std::size_t i) const { return hash_of(reference[i], estimate[i]); }
 };
 
 /// The residuals of a block that were kept.
@@ -51,7 +49,6 @@ struct KeptResiduals {
   std::size_t size() const { return deltas.size(); }
   double delta(std::size_t i) const { return deltas[i]; }
   double norm(std::size_t i) const { return norms[i]; }
-  std::uint64_t hash(std::size_t /*i*/) const { return 0; }  // taken when they were kept
 };
 
 /// The numbers to compute for a residual beyond its 11 statistics.

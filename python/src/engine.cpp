@@ -8,6 +8,7 @@
 #include "analysis/windows.cpp"
 #include "statistics/accumulator.cpp"
 #include "statistics/bracket.cpp"
+#include "statistics/checksum.cpp"
 #include "statistics/exact_sum.cpp"
 #include "statistics/histogram.cpp"
 #include "statistics/search.cpp"

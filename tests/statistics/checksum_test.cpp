@@ -5,12 +5,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "statistics/bytes.h"
 #include "tests/support/bits.h"
 #include "tests/support/data.h"
 #include "tests/support/random.h"
@@ -18,21 +21,32 @@
 namespace vostrel {
 namespace {
 
-TEST(Product, HalvesGiveTheSameProduct) {
-  constexpr std::uint64_t kAll = ~std::uint64_t{0};
-  EXPECT_EQ(product(kAll, kAll), (Product{kAll - 1, 1}));
-  Random random;
-  for (int round = 0; round < 100'000; ++round) {
-    const std::uint64_t a = random.one_in(9) ? ~(random.bits() >> random.below(64)) : random.bits();
-    const std::uint64_t b = random.one_in(9) ? kAll : random.bits();
-    ASSERT_EQ(product_by_halves(a, b), product(a, b)) << a << ' ' << b;
-  }
-}
-
 std::uint64_t sum_of(const Data& data) { return checksum(data.reference, data.estimate); }
 
 TEST(ChecksumOfObjects, IsIndependentOfOrder) {
   EXPECT_EQ(sum_of({{1, 2, 3}, {4, 5, 6}}), sum_of({{3, 1, 2}, {6, 4, 5}}));
+}
+
+std::uint64_t hash_of_values(double first, double second) {
+  return hash_of(bits_of(first), bits_of(second));
+}
+
+// Processors with AVX2 take four objects at once, and the rest one by one.
+TEST(ChecksumOfObjects, IsTheSumOfTheHashes) {
+  EXPECT_EQ(hash_of_values(1.0, 2.0), 0xc9193346f7580f52U);  // also on a big-endian machine
+  Random random;
+  const auto drawn = [&] { return std::bit_cast<double>(random.bits()); };
+  std::vector<double> columns[3];
+  std::uint64_t sum = 0;
+  std::uint64_t sum_with_by = 0;
+  for (int size = 0; size < 70; ++size) {
+    EXPECT_EQ(checksum(columns[0], columns[1]), sum);
+    EXPECT_EQ(checksum(columns[0], columns[1], columns[2]), sum_with_by);
+    for (std::vector<double>& column : columns) column.push_back(drawn());
+    const std::uint64_t hash = hash_of_values(columns[0].back(), columns[1].back());
+    sum += hash;
+    sum_with_by += hash_of(hash, bits_of(columns[2].back()));
+  }
 }
 
 // As catalogues have them: few bits of the columns differ.
@@ -78,27 +92,82 @@ TEST(ChecksumOfObjects, DetectsEveryChange) {
   }
 }
 
-// All swaps of two estimates among values of a grid, as template codes write them.
-TEST(ChecksumOfObjects, DetectsSwapsOfValuesWithFewDigits) {
-  for (const double step : {0.01, 0.0625, 0x1p-52}) {
-    constexpr std::size_t kSize = 100;
-    std::vector<std::uint64_t> sums(kSize * kSize);
-    for (std::size_t i = 0; i < sums.size(); ++i) {
-      const double reference = 1 + static_cast<double>(i / kSize) * step;
-      const double estimate = 1 + static_cast<double>(i % kSize) * step;
-      sums[i] = checksum({&reference, 1}, {&estimate, 1});
+// How many pairs of numbers are equal in some window of 20 bits, for the worst window, divided by
+// how many would be among random numbers.
+double most_equal(const std::vector<std::uint64_t>& numbers) {
+  double most = 0;
+  for (int shift = 0; shift < 64; shift += 16) {
+    std::vector<std::uint64_t> windows;
+    for (const std::uint64_t number : numbers) {
+      windows.push_back(std::rotr(number, shift) & 0xfffff);
     }
-    // The difference that the swap of two references makes, for each estimate.
+    std::sort(windows.begin(), windows.end());
+    double equal = 0;
+    double run = 0;
+    for (std::size_t i = 1; i < windows.size(); ++i) {
+      run = windows[i] == windows[i - 1] ? run + 1 : 0;
+      equal += run;
+    }
+    most = std::max(most, equal);
+  }
+  const auto n = static_cast<double>(numbers.size());
+  return most / (n * (n - 1) / 2 / 0x1p20);
+}
+
+void expect_random(std::vector<std::uint64_t> amounts, const char* what) {
+  EXPECT_GT(amounts.size(), 5'000U) << what;
+  EXPECT_LT(most_equal(amounts), 1.8) << what;
+  std::sort(amounts.begin(), amounts.end());
+  EXPECT_EQ(std::adjacent_find(amounts.begin(), amounts.end()), amounts.end()) << what;
+  EXPECT_NE(amounts.front(), 0U) << what;
+}
+
+// Values of few digits, as template codes write them, as floats of 32 bits, with few bits anywhere.
+TEST(ChecksumOfObjects, RegularChangesLookRandom) {
+  constexpr std::size_t kSize = 24;
+  const std::vector<double (*)(double)> grids = {
+      [](double i) { return 1 + i; },
+      [](double i) { return 0.01 * i; },
+      [](double i) { return 1 + i / 64; },
+      [](double i) { return 1 + i * 0x1p-20; },
+      [](double i) { return 1 + i * 0x1p-52; },
+      [](double i) { return std::exp2(i - 12); },
+      [](double i) { return static_cast<double>(0.3F + 0.01F * static_cast<float>(i)); },
+  };
+  for (const auto grid : grids) {
+    SCOPED_TRACE(grid(1));
+    const auto value = [&](std::size_t i) { return grid(static_cast<double>(i)); };
+    const auto hash = [&](std::size_t i, std::size_t k) {
+      return hash_of_values(value(i), value(k));
+    };
+    std::vector<std::uint64_t> replaced;  // one column of an object
+    std::vector<std::uint64_t> swapped;   // the estimates of two objects
+    std::vector<std::uint64_t> moved;     // two references up, two down, by as much
+    std::vector<std::uint64_t> scaled;    // or with other signs
     for (std::size_t a = 0; a < kSize; ++a) {
-      for (std::size_t b = 0; b < a; ++b) {
-        std::vector<std::uint64_t> differences;
-        for (std::size_t i = 0; i < kSize; ++i) {
-          differences.push_back(sums[a * kSize + i] - sums[b * kSize + i]);
+      for (std::size_t b = 0; b < kSize; ++b) {
+        for (int power = 1; power < 12; ++power) {
+          const double factor = std::exp2(power);
+          scaled.push_back(hash(a, b) - hash_of_values(value(a) * factor, value(b) * -factor));
+          scaled.push_back(hash(a, b) - hash_of_values(value(a) * -factor, value(b) * factor));
         }
-        std::sort(differences.begin(), differences.end());
-        ASSERT_EQ(std::adjacent_find(differences.begin(), differences.end()), differences.end());
+        for (std::size_t c = 0; c < b; ++c) {
+          replaced.push_back(hash(b, a) - hash(c, a));
+          replaced.push_back(hash(a, b) - hash(a, c));
+          for (std::size_t d = 0; d < a; ++d) {
+            swapped.push_back(hash(a, b) + hash(d, c) - hash(a, c) - hash(d, b));
+          }
+          for (std::size_t d = 1; d <= c && b + d < kSize; ++d) {
+            moved.push_back(hash(b + d, a) + hash(c - d, a) - hash(b, a) - hash(c, a));
+            moved.push_back(hash(a, b + d) + hash(a, c - d) - hash(a, b) - hash(a, c));
+          }
+        }
       }
     }
+    expect_random(replaced, "replaced");
+    expect_random(swapped, "swapped");
+    expect_random(moved, "moved");
+    if (value(0) != 0) expect_random(scaled, "scaled");
   }
 }
 
