@@ -7,6 +7,7 @@ import numpy as np
 import pytest
 import vostrel
 from vostrel.evaluate import _command
+from vostrel.evaluate._files import open_file
 
 pa = pytest.importorskip("pyarrow")
 pq = pytest.importorskip("pyarrow.parquet")
@@ -91,6 +92,15 @@ def test_truncated_parquet(run):
     status, out, err = run("t.parquet", "zspec", "zphot")
     assert (status, out) == (1, "") and err.startswith("vostrel-evaluate: cannot read t.parquet: ")
     assert err.count("\n") == 1
+
+
+def test_pyarrow_holds_one_row_group(run):
+    zspec, _ = columns(1_000_000)
+    pq.write_table(pa.table({"zspec": zspec}), "t.parquet", row_group_size=50_000)
+    before = pa.total_allocated_bytes()
+    chunks = open_file("t.parquet", None).chunks(["zspec"], ())
+    held = [pa.total_allocated_bytes() - before for _ in chunks]
+    assert max(held) < zspec.nbytes / 4
 
 
 def test_hats(run, capsys):

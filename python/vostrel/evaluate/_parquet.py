@@ -43,8 +43,10 @@ class ByPyarrow(Reader):
 
     def chunks(self, names: Sequence[str], text: Collection[str]) -> Iterator[Chunk]:
         with self._parquet.ParquetFile(self.path) as file:
-            for batch in file.iter_batches(batch_size=1 << 18, columns=list(names)):
-                yield {name: from_arrow(batch.column(name), name) for name in names}
+            # Batches of the whole file would keep all that has been read of it in memory.
+            for group in range(file.num_row_groups):
+                for batch in file.iter_batches(1 << 18, [group], list(names)):
+                    yield {name: from_arrow(batch.column(name), name) for name in names}
 
 
 def from_arrow(array: Any, name: str) -> NDArray[Any]:
