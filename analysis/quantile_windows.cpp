@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "floating_point.h"
+#include "statistics/also_for_avx2.h"
 #include "statistics/lsst.h"
 #include "statistics/quantiles.h"
 
@@ -100,8 +101,8 @@ bool QuantileWindows::fill(const ResidualColumn& residuals, const Units& units,
 
 // The marks are those of percents_, that of LSST's bound, and those of the bounds that were asked
 // for. Written without comparisons: the compiler then vectorizes the loops.
-void QuantileWindows::mark(std::span<const double> residuals, std::size_t word,
-                           std::uint64_t* marks) const {
+VOSTREL_ALSO_FOR_AVX2 void QuantileWindows::mark(std::span<const double> residuals,
+                                                 std::size_t word, std::uint64_t* marks) const {
   const std::size_t ranks = percents_.size();
   const std::vector<double>& bounds = wanted_.extras.outliers;
   std::fill_n(marks, residuals.size(), 0);

@@ -7,6 +7,7 @@
 
 #include "analysis/resample.h"
 #include "floating_point.h"
+#include "statistics/also_for_avx2.h"
 #include "statistics/residuals.h"
 
 namespace vostrel {
@@ -280,7 +281,8 @@ void Windows::place_near() {
 }
 
 // Written without comparisons: the compiler then vectorizes the loop.
-void Windows::mark(std::span<const double> residuals, std::uint64_t* marks) const {
+VOSTREL_ALSO_FOR_AVX2 void Windows::mark(std::span<const double> residuals,
+                                         std::uint64_t* marks) const {
   // 1 at `place` if a < b: the sign of the difference, since both are finite.
   const auto is_below = [](double a, double b, std::size_t place) {
     return std::bit_cast<std::uint64_t>(a - b) >> 63 << (8 * place);
