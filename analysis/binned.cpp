@@ -1,7 +1,9 @@
 #include "analysis/binned.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdint>
 #include <numeric>
 #include <stdexcept>
 #include <string>
@@ -74,17 +76,25 @@ void BinnedAccumulator<Sum>::add(std::span<const double> reference,
   double* const references = reference_.data();
   double* const estimates = estimate_.data();
   std::size_t* const waiting = waiting_.data();
-  for (std::size_t i = 0; i < by.size(); ++i) {
-    const std::size_t bin = bins_(by[i]);
-    if (bin == Bins::kOutside) {
-      ++seen_outside_;
-      continue;
+  // The bins of a block are found first: a processor finds several at once.
+  std::array<std::uint32_t, 256> bins;
+  const auto add_block = [&](std::span<const double> bys, std::span<const double> block_reference,
+                             std::span<const double> block_estimate) {
+    std::transform(bys.begin(), bys.end(), bins.begin(),
+                   [this](double value) { return bins_(value); });
+    for (std::size_t i = 0; i < bys.size(); ++i) {
+      const std::size_t bin = bins[i];
+      if (bin == Bins::kOutside) {
+        ++seen_outside_;
+        continue;
+      }
+      const std::size_t place = bin * room + waiting[bin];
+      references[place] = block_reference[i];
+      estimates[place] = block_estimate[i];
+      if (++waiting[bin] == room) hand_over(bin);
     }
-    const std::size_t place = bin * room + waiting[bin];
-    references[place] = reference[i];
-    estimates[place] = estimate[i];
-    if (++waiting[bin] == room) hand_over(bin);
-  }
+  };
+  in_blocks(bins.size(), add_block, by, reference, estimate);
 }
 
 template <class Sum>
