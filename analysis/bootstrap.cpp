@@ -179,7 +179,10 @@ void Bootstrap::load(std::size_t first, std::size_t count, bool with_powers, Ite
     for (std::size_t k = 0; k < 2; ++k) {
       parts_[k].quantiles.mark({residuals[k].data(), count}, w, marks[k].data());
       for (std::size_t i = 0; i < count; ++i) {
-        (w == 0 ? items.marks[i].values[2 + k] : items.further[w - 1][i].values[k]) = marks[k][i];
+        if (w == 0)
+          items.marks[i].values[2 + k] = marks[k][i];
+        else
+          items.further[w - 1][i].values[k] = marks[k][i];
       }
     }
   }
