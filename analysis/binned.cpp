@@ -56,13 +56,19 @@ std::uint32_t Bins::search(double value) const {
 }
 
 template <class Sum>
-BinnedAccumulator<Sum>::BinnedAccumulator(Bins bins, const Wanted& wanted)
+BinnedAccumulator<Sum>::BinnedAccumulator(Bins bins, const Wanted& wanted,
+                                          const Checkpoint& checkpoint)
     : bins_(std::move(bins)),
       room_(std::clamp<std::size_t>(65536 / bins_.size(), 16, 256)),
       reference_(bins_.size() * room_),
       estimate_(bins_.size() * room_),
-      waiting_(bins_.size()),
-      accumulators_(bins_.size(), BasicAccumulator<Sum>(wanted)) {}
+      waiting_(bins_.size()) {
+  accumulators_.reserve(bins_.size());
+  while (accumulators_.size() < bins_.size()) {
+    accumulators_.emplace_back(wanted);
+    checkpoint();
+  }
+}
 
 template <class Sum>
 void BinnedAccumulator<Sum>::add(std::span<const double> reference,
@@ -118,7 +124,6 @@ void BinnedAccumulator<Sum>::hand_over_all() {
 
 template <class Sum>
 bool BinnedAccumulator<Sum>::end_pass(const Checkpoint& checkpoint) {
-  hand_over_all();
   if (first_pass_) {
     outside_ = seen_outside_;
     checksum_ = seen_checksum_;
@@ -126,8 +131,9 @@ bool BinnedAccumulator<Sum>::end_pass(const Checkpoint& checkpoint) {
     throw std::invalid_argument("the data changed between passes");
   }
   seen_outside_ = seen_checksum_ = 0;
-  for (auto& accumulator : accumulators_) {
-    if (accumulator.needs_another_pass()) accumulator.end_pass();
+  for (std::size_t bin = 0; bin < accumulators_.size(); ++bin) {
+    hand_over(bin);
+    if (accumulators_[bin].needs_another_pass()) accumulators_[bin].end_pass();
     checkpoint();
   }
   first_pass_ = false;
@@ -151,11 +157,12 @@ std::uint64_t BinnedAccumulator<Sum>::size() const {
 }
 
 template <class Sum>
-BinnedAccumulator<Sum> BinnedAccumulator<Sum>::fresh() const {
-  BinnedAccumulator fresh(bins_);
+BinnedAccumulator<Sum> BinnedAccumulator<Sum>::fresh(const Checkpoint& checkpoint) const {
+  BinnedAccumulator fresh(bins_, {}, checkpoint);
   for (std::size_t bin = 0; bin < accumulators_.size(); ++bin) {
     const auto& accumulator = accumulators_[bin];
     fresh.accumulators_[bin] = accumulator.needs_another_pass() ? accumulator.fresh() : accumulator;
+    checkpoint();
   }
   fresh.first_pass_ = first_pass_;
   fresh.outside_ = outside_;

@@ -78,7 +78,9 @@ class Bins {
 template <class Sum>
 class BinnedAccumulator {
  public:
-  explicit BinnedAccumulator(Bins bins, const Wanted& wanted = {});
+  /// Calls `checkpoint` for each bin: many bins take a second.
+  explicit BinnedAccumulator(
+      Bins bins, const Wanted& wanted = {}, const Checkpoint& checkpoint = [] {});
 
   const Bins& bins() const { return bins_; }
 
@@ -100,7 +102,7 @@ class BinnedAccumulator {
   std::uint64_t size() const;
 
   /// These are like those of Accumulator. Requires: exact sums.
-  BinnedAccumulator fresh() const;
+  BinnedAccumulator fresh(const Checkpoint& checkpoint = [] {}) const;
   void merge(const BinnedAccumulator& other);
   std::string to_bytes() const;
   static BinnedAccumulator from_bytes(std::string_view bytes);

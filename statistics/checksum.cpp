@@ -2,6 +2,8 @@
 
 #include <bit>
 
+#include "floating_point.h"
+
 // Clang takes several of the plain products at once by itself.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
 #define VOSTREL_AVX2 [[gnu::target("avx2")]]

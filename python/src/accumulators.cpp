@@ -95,6 +95,9 @@ SomePasses from_bytes(const py::bytes& bytes) {
 bool end_pass(ExactAccumulator& passes) { return passes.end_pass(); }
 bool end_pass(ExactBins& passes) { return passes.end_pass(check_signals); }
 
+ExactAccumulator fresh(const ExactAccumulator& passes) { return passes.fresh(); }
+ExactBins fresh(const ExactBins& passes) { return passes.fresh(check_signals); }
+
 // Defines what both classes have in common.
 template <class SomePasses>
 py::class_<SomePasses> define(py::module_& module, const char* name) {
@@ -103,7 +106,7 @@ py::class_<SomePasses> define(py::module_& module, const char* name) {
       .def("merge", &SomePasses::merge, py::arg("other"), WithoutGil())
       .def("end_pass", py::overload_cast<SomePasses&>(&end_pass), WithoutGil())
       .def("needs_another_pass", &SomePasses::needs_another_pass)
-      .def("fresh", &SomePasses::fresh, WithoutGil())
+      .def("fresh", py::overload_cast<const SomePasses&>(&fresh), WithoutGil())
       .def("size", &SomePasses::size)
       .def("to_bytes", to_bytes<SomePasses>)
       .def_static("from_bytes", from_bytes<SomePasses>, py::arg("bytes"));
@@ -142,7 +145,8 @@ void define_accumulators(py::module_& module) {
       .def("result", result);
   define<ExactBins>(module, "BinnedAccumulator")
       .def(py::init([](Numbers edges, const Numbers& percents, const Numbers& bounds) {
-             return ExactBins(Bins(std::move(edges)), Wanted({percents, bounds}));
+             const py::gil_scoped_release release;
+             return ExactBins(Bins(std::move(edges)), Wanted({percents, bounds}), check_signals);
            }),
            py::arg("edges"), percentiles, outliers)
       .def("add", add_binned, py::arg("columns"), py::arg("masks"), py::arg("has_nan"),

@@ -140,15 +140,17 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
                                     const std::vector<double>& percentiles,
                                     const std::vector<double>& outliers) {
   Rows rows = rows_of(columns, masks, true);
-  InOrderBins passes(Bins(std::move(edges)), Wanted({percentiles, outliers}));
+  std::uint64_t outside = 0;
   std::vector<std::uint64_t> nan_counts;
   std::vector<FoundOfBoth> found;
   {
     const py::gil_scoped_release release;
+    InOrderBins passes(Bins(std::move(edges)), Wanted({percentiles, outliers}), check_signals);
     do {
       nan_counts = add_to_bins(passes, rows);
     } while (passes.end_pass(check_signals));
     found = passes.results(check_signals);
+    outside = passes.outside();
   }
 
   const auto size = static_cast<py::ssize_t>(found.size());
@@ -173,8 +175,8 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
       set(lsst.mutable_at(i, bin), metrics[static_cast<std::size_t>(i)]);
     }
   }
-  return py::make_tuple(counts, py::array_t<std::uint64_t>(size, nan_counts.data()),
-                        passes.outside(), numbers, lsst);
+  return py::make_tuple(counts, py::array_t<std::uint64_t>(size, nan_counts.data()), outside,
+                        numbers, lsst);
 }
 
 py::tuple list_statistics() {

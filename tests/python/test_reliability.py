@@ -156,6 +156,7 @@ INTERRUPTED = {
     "lsst_metrics omit": lambda i: partial(
         vostrel.lsst_metrics, i.z, i.nan, mask=i.mask, nan_policy="omit"),
     "bins": lambda i: partial(binned, i, bins=1000, range=(0, 2)),
+    "very many bins": lambda i: partial(binned, i, bins=20_000, range=(0, 2)),
     "edges": lambda i: partial(binned, i, bins=np.linspace(0, 3, 20)),
     "many bins of equal counts": lambda i: partial(binned, i, bins=("count", 2000)),
     "bins by": lambda i: partial(binned, i, by=i.by, mask=i.mask, nan_policy="omit", **MANY),
@@ -190,6 +191,9 @@ INTERRUPTED = {
     "chunks workers": lambda i: partial(vostrel.chunked_statistics, [(i.z, i.p)] * 3, workers=2),
     "chunks in bins": lambda i: partial(
         vostrel.chunked_binned_statistics, [(i.z, i.p, i.by)], workers=2, **EDGES),
+    "chunks in very many bins": lambda i: partial(
+        vostrel.chunked_binned_statistics,
+        [(i.z, i.p, i.by)] * 3, workers=2, bins=20_000, range=(0, 2)),
 }
 
 
