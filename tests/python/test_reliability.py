@@ -156,7 +156,7 @@ INTERRUPTED = {
     "lsst_metrics omit": lambda i: partial(
         vostrel.lsst_metrics, i.z, i.nan, mask=i.mask, nan_policy="omit"),
     "bins": lambda i: partial(binned, i, bins=1000, range=(0, 2)),
-    "very many bins": lambda i: partial(binned, i, bins=20_000, range=(0, 2)),
+    "very many bins": lambda i: partial(binned, i, bins=40_000, range=(0, 2)),
     "edges": lambda i: partial(binned, i, bins=np.linspace(0, 3, 20)),
     "many bins of equal counts": lambda i: partial(binned, i, bins=("count", 2000)),
     "bins by": lambda i: partial(binned, i, by=i.by, mask=i.mask, nan_policy="omit", **MANY),
@@ -193,7 +193,7 @@ INTERRUPTED = {
         vostrel.chunked_binned_statistics, [(i.z, i.p, i.by)], workers=2, **EDGES),
     "chunks in very many bins": lambda i: partial(
         vostrel.chunked_binned_statistics,
-        [(i.z, i.p, i.by)] * 3, workers=2, bins=20_000, range=(0, 2)),
+        [(i.z, i.p, i.by)] * 3, workers=2, bins=40_000, range=(0, 2)),
 }
 
 
@@ -204,8 +204,9 @@ def inputs():
 
 @pytest.mark.parametrize("kind", INTERRUPTED)
 def test_ctrl_c_is_noticed_soon(kind, inputs):
-    # The promise is half a second for 10^7 objects.
-    assert longest_wait(INTERRUPTED[kind](inputs)) < (0.5 if LONG else 0.15)
+    # The promise is half a second for 10^7 objects. Fewer leave a margin: a busy machine's caches
+    # are slow.
+    assert longest_wait(INTERRUPTED[kind](inputs)) < (0.5 if LONG else 0.3)
 
 
 def test_other_threads_keep_running(rng):
