@@ -62,11 +62,11 @@ class Accumulator {
   /// The number of objects: during the first pass those added so far, later all.
   std::uint64_t size() const;
 
-  /// Returns an empty state of the same pass. If several workers share a pass, each starts from
+  /// Returns an empty state from the same pass. If several workers share a pass, each starts from
   /// such a state, and one state merges them all and ends the pass.
   Accumulator fresh() const;
 
-  /// Adds the data of another state of the same pass.
+  /// Adds the data of another state from the same pass.
   /// @throws std::invalid_argument if the other is not in the same pass over the same data, or has
   ///         other extras.
   void merge(const Accumulator& other);

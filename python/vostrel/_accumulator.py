@@ -76,7 +76,7 @@ class State(Generic[Core]):
                     self._where_nan = f" (in a chunk: {ready.where_nan()})"
 
     def merge(self: Self, other: Self) -> None:
-        """Add the chunks of another state of the same pass.
+        """Add the chunks of another state from the same pass.
 
         Parameters
         ----------
@@ -143,7 +143,7 @@ class State(Generic[Core]):
             self._first = False
 
     def fresh(self: Self) -> Self:
-        """Return an empty state of the same pass, for a worker to start from."""
+        """Return an empty state from the same pass, for a worker to start from."""
         with self._lock:
             new = object.__new__(type(self))
             left_out = self._left_out * (not self._first)
