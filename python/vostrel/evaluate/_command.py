@@ -198,8 +198,9 @@ def arguments(argv: Sequence[str]) -> argparse.Namespace:
     add("--columns", action="store_true", help="list the columns of the table, and end")
     add("--where", metavar="CONDITION", help="use only the rows for which this holds; it may "
         "compute and compare columns, as in 'quality >= 3 & imag < 24'")
-    add("--missing", metavar="VALUE", type=float, action="append", default=[], help="a value of "
-        "reference, estimate or --by that means missing; may be given several times")
+    add("--missing", metavar="VALUE", type=reader(float, lambda value: True, "a number"),
+        action="append", default=[], help="a value of reference, estimate or --by that means "
+        "missing; may be given several times")
     add("--by", metavar="COLUMN", help="the column for bins (default: the reference)")
     add("--bins", metavar="BINS", type=read_bins, help="edges, as in 18,20,22; a number of bins "
         "of equal width; or count:N for N bins of equal counts (default with --by: 10)")
@@ -210,18 +211,20 @@ def arguments(argv: Sequence[str]) -> argparse.Namespace:
     add("--errors", choices=("none", "formula", "bootstrap"), default="none", help="how errors "
         "are computed; bootstrap also compares the estimates (default: %(default)s)")
     add("--groups", metavar="COLUMN", help="resample whole groups, such as fields of the sky")
-    add("--resamples", metavar="N", type=int, default=1000, help="resamples of the bootstrap "
-        "(default: %(default)s)")
-    add("--confidence", metavar="P", type=float, default=0.683, help="confidence of the intervals "
-        "(default: %(default)s)")
-    add("--seed", metavar="N", type=int, help="makes the bootstrap repeatable")
+    add("--resamples", metavar="N", default=1000, help="resamples of the bootstrap "
+        "(default: %(default)s)", type=reader(int, lambda n: n >= 2, "a whole number from 2"))
+    add("--confidence", metavar="P", default=0.683, help="confidence of the intervals "
+        "(default: %(default)s)", type=reader(float, lambda p: 0 < p < 1, "between 0 and 1"))
+    add("--seed", metavar="N", help="makes the bootstrap repeatable: a whole number from 0",
+        type=reader(int, lambda n: 0 <= n < 2**64, f"a whole number from 0 to {2**64 - 1}"))
     add("--format", choices=tuple(FORMATS), default="text", help="(default: %(default)s)")
     add("--output", metavar="FILE", help="write to this file instead of standard output")
     add("--report", metavar="FILE", help="also write a page of HTML with everything")
     add("--table", metavar="FILE", help="also write the used rows as the program vostrel reads "
         "them: number of the row, reference, estimates")
-    add("--memory", metavar="GIB", type=float, default=0.5, help="what the columns may take in "
-        "memory; larger tables are read in several passes (default: %(default)s)")
+    add("--memory", metavar="GIB", default=0.5, help="what the columns may take in memory; larger "
+        "tables are read in several passes (default: %(default)s)",
+        type=reader(float, lambda size: size >= 0, "0 GiB or more"))
     add("--version", action="version", version=f"{PROGRAM} {VERSION}")
     options = parser.parse_intermixed_args(argv)
     check(parser, options)
@@ -248,8 +251,6 @@ def check(parser: Parser, options: argparse.Namespace) -> None:
         options.bins = 10
     if options.groups is not None and options.errors != "bootstrap":
         parser.error("--groups needs --errors bootstrap")
-    if not options.memory >= 0:
-        parser.error(f"--memory must be 0 GiB or more, not {options.memory:g}")
 
 
 def settings(options: argparse.Namespace) -> Options:
@@ -264,6 +265,20 @@ def settings(options: argparse.Namespace) -> Options:
         seed=options.seed,
         memory=int(min(options.memory, 1 << 20) * (1 << 30)),
     )
+
+
+def reader(
+    kind: Callable[[str], float], allowed: Callable[[float], bool], wanted: str
+) -> Callable[[str], float]:
+    """Return a function that reads a number of an option, or says what is wanted."""
+    def read(text: str) -> float:
+        with suppress(ValueError):
+            value = kind(text)
+            if allowed(value):
+                return value
+        raise argparse.ArgumentTypeError(f"must be {wanted}, not {text!r}")
+
+    return read
 
 
 def read_bins(text: str) -> Any:
