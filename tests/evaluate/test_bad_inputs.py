@@ -6,12 +6,14 @@ import os
 import pathlib
 import pickle
 import resource
+import shutil
 import subprocess
 import sys
 
 import h5py
 import numpy as np
 import pytest
+import vostrel
 from astropy.io import fits
 from astropy.table import Table
 
@@ -235,11 +237,16 @@ def test_standard_output_that_is_full_or_closed():
     assert closed.stderr.startswith("vostrel-evaluate: ")
 
 
-def test_a_file_without_rights(without_rights):
-    text(GOOD)
-    os.chmod("t.csv", 0)
-    os.chmod(".", 0o755)
-    command = [sys.executable, "-m", "vostrel", os.path.abspath("t.csv"), "zspec", "zphot"]
-    run = subprocess.run(command, capture_output=True, text=True, cwd="/", **without_rights)
+def test_a_file_without_rights(scratch, without_rights):
+    # A user without rights may not see where the package was built.
+    package = pathlib.Path(vostrel.__file__).parent
+    shutil.copytree(package, scratch / "package" / package.name)
+    table = scratch / "t.csv"
+    table.write_text(GOOD)
+    table.chmod(0)
+    run = subprocess.run(
+        [sys.executable, "-m", "vostrel", table, "zspec", "zphot"], capture_output=True, text=True,
+        cwd="/", env={**os.environ, "PYTHONPATH": str(scratch / "package")}, **without_rights,
+    )
     assert run.returncode == 1 and run.stderr.count("\n") == 1
     assert "Permission denied" in run.stderr
