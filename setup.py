@@ -10,14 +10,16 @@ from setuptools.command.build_py import build_py
 
 
 class BuildModules(build_py):
-    """Copies the modules, and removes those of an earlier build that are no longer there."""
+    """Copies the modules that have changed, and removes those that are no longer there."""
 
     def run(self) -> None:
+        super().run()
+        there = {os.path.normpath(path) for path in self.get_outputs(include_bytecode=False)}
         for package in ("rail", "vostrel"):
             built = os.path.join(self.build_lib, package, "**", "*.py*")
             for path in glob.glob(built, recursive=True):
-                os.remove(path)
-        super().run()
+                if os.path.normpath(path) not in there:
+                    os.remove(path)
 
 
 def version() -> str:

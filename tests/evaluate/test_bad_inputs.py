@@ -241,6 +241,8 @@ def test_a_file_without_rights(scratch, without_rights):
     # A user without rights may not see where the package was built.
     package = pathlib.Path(vostrel.__file__).parent
     shutil.copytree(package, scratch / "package" / package.name)
+    for path in scratch.rglob("*"):
+        path.chmod(0o755)
     table = scratch / "t.csv"
     table.write_text(GOOD)
     table.chmod(0)
