@@ -15,14 +15,19 @@ template <class T, std::size_t N>
 struct Bootstrap::Vector {
 #ifdef __GNUC__                                                  // clang, too
   typedef T Values __attribute__((vector_size(N * sizeof(T))));  // NOLINT(modernize-use-using)
-  Values values{};
+  alignas(N * sizeof(T)) Values values{};                        // with and without AVX2
 
   void add(const Vector& other) { values += other.values; }
+  void add_byte(const Vector& other, std::size_t k) { values += other.values >> (8 * k) & 0xff; }
 #else
   std::array<T, N> values{};
 
   void add(const Vector& other) {
     for (std::size_t k = 0; k < N; ++k) values[k] += other.values[k];
+  }
+
+  void add_byte(const Vector& other, std::size_t k) {
+    for (std::size_t i = 0; i < N; ++i) values[i] += other.values[i] >> (8 * k) & 0xff;
   }
 #endif
 };
@@ -56,13 +61,18 @@ struct Bootstrap::Drawn {
     x3_x4.add(other.x3_x4);
     marks.add(other.marks);
   }
+};
 
-  void add_to(DrawnSums& sums, std::size_t k) const {
-    sums.x += x_x2.values[k];
-    sums.x2 += x_x2.values[2 + k];
-    sums.x3 += x3_x4.values[k];
-    sums.x4 += x3_x4.values[2 + k];
-    sums.add_marks(marks.values[k]);
+// The sums of all draws of a resample.
+struct Bootstrap::Sums {
+  Vector<double, 4> x_x2;
+  Vector<double, 4> x3_x4;
+  std::array<Vector<std::uint64_t, 4>, 8> marked;  // the first byte of all marks, and so on
+
+  void add(const Drawn& drawn) {
+    x_x2.add(drawn.x_x2);
+    x3_x4.add(drawn.x3_x4);
+    for (std::size_t k = 0; k < marked.size(); ++k) marked[k].add_byte(drawn.marks, k);
   }
 };
 
@@ -75,6 +85,21 @@ struct Bootstrap::State {
   std::span<std::uint8_t> counts;  // of each unit
   std::array<DrawnSums, 2> sums{};
   std::array<std::vector<std::uint64_t>, 2> marked;  // for the quantiles
+
+  // Takes the sums of both residuals apart.
+  void take(const Sums& all) {
+    for (std::size_t k = 0; k < 2; ++k) {
+      sums[k] = {all.x_x2.values[k],
+                 all.x_x2.values[2 + k],
+                 all.x3_x4.values[k],
+                 all.x3_x4.values[2 + k],
+                 {}};
+      for (std::size_t j = 0; j < all.marked.size(); ++j) {
+        sums[k].marked[j] = all.marked[j].values[k];
+        if (!marked[k].empty()) marked[k][j] = all.marked[j].values[2 + k];
+      }
+    }
+  }
 
   void add_word(std::uint64_t word, std::size_t w, std::size_t k) {
     constexpr std::size_t kMarks = QuantileWindows::kMarksInWord;
@@ -153,7 +178,7 @@ void Bootstrap::order_quantiles(Part& part, const Checkpoint& checkpoint) {
 
 std::size_t Bootstrap::batch() const {
   if (!is_fast()) return 1;
-  return std::clamp<std::size_t>((std::size_t{1} << 21) / units_.count, 8, 64);
+  return std::clamp<std::size_t>((std::size_t{1} << 21) / units_.count, 8, 128);
 }
 
 void Bootstrap::load(std::size_t first, std::size_t count, bool with_powers, Items& items) const {
@@ -195,11 +220,11 @@ void Bootstrap::load(std::size_t first, std::size_t count, bool with_powers, Ite
   }
 }
 
-// Adds the drawn items of a block to their counts, and returns their sums.
+// Adds the drawn items of a block to their counts and to the sums of a resample.
 // @tparam kPowers  whether third and fourth powers are needed.
 template <bool kPowers>
-VOSTREL_ALSO_FOR_AVX2 Bootstrap::Drawn Bootstrap::add(std::span<const std::uint8_t> positions,
-                                                      const Items& items, std::uint8_t* counts) {
+VOSTREL_ALSO_FOR_AVX2 void Bootstrap::add(std::span<const std::uint8_t> positions,
+                                          const Items& items, std::uint8_t* counts, Sums& sums) {
   static_assert(BlockDraws::kMost <= 255);
   Drawn even;
   Drawn odd;
@@ -217,18 +242,13 @@ VOSTREL_ALSO_FOR_AVX2 Bootstrap::Drawn Bootstrap::add(std::span<const std::uint8
     even.add<kPowers>(items, positions[i]);
   }
   even.add(odd);
-  return even;
+  sums.add(even);
 }
 
 // Adds the drawn items of a block to a resample.
 void Bootstrap::draw_items(std::span<const std::uint8_t> positions, const Items& items,
-                           bool with_errors, std::size_t start, State& state) const {
-  std::uint8_t* const counts = state.counts.data() + start;
-  const Drawn drawn = (with_errors ? add<true> : add<false>)(positions, items, counts);
-  for (std::size_t k = 0; k < 2; ++k) {
-    drawn.add_to(state.sums[k], k);
-    if (words() != 0) state.add_word(drawn.marks.values[2 + k], 0, k);
-  }
+                           bool with_errors, std::size_t start, Sums& sums, State& state) {
+  (with_errors ? add<true> : add<false>)(positions, items, state.counts.data() + start, sums);
   for (std::size_t w = 0; w < items.further.size(); ++w) {
     Items::Word word;
     for (const std::uint8_t position : positions) word.add(items.further[w][position]);
@@ -254,6 +274,7 @@ std::size_t Bootstrap::draw(std::uint64_t first, std::span<Replicate> results, b
   std::vector<std::uint8_t> all_counts(results.size() * units_.count);
   std::vector<Resample> resamples;
   std::vector<State> states;
+  std::vector<Sums> sums(results.size());
   for (std::size_t k = 0; k < results.size(); ++k) {
     resamples.emplace_back(seed_, first + k, units_.count);
     states.emplace_back(std::span(all_counts).subspan(k * units_.count, units_.count), words());
@@ -272,13 +293,14 @@ std::size_t Bootstrap::draw(std::uint64_t first, std::span<Replicate> results, b
           for (const std::uint8_t position : some) ++states[k].counts[start + position];
           continue;
         }
-        draw_items(some, items, with_errors, start, states[k]);
+        draw_items(some, items, with_errors, start, sums[k], states[k]);
       }
     }
   }
 
   std::size_t by_passes = 0;
   for (std::size_t k = 0; k < results.size(); ++k) {
+    if (by_object) states[k].take(sums[k]);
     if (is_fast() && units_.are_groups()) draw_groups(states[k]);
     const std::uint64_t size = units_.are_groups() ? size_of(states[k].counts) : reference_.size();
     by_passes += !judge(states[k], size, is_fast(), results[k], checkpoint);
@@ -400,10 +422,10 @@ void Bootstrap::leave_out(std::uint64_t first, std::span<Replicate> results,
   }
 }
 
-Replicate Bootstrap::whole(const Checkpoint& checkpoint) const {
-  Replicate result{};
-  compute_by_passes(std::vector<std::uint8_t>(units_.count, 1), result, checkpoint);
-  return result;
+MomentErrors Bootstrap::errors(bool normalized, const ResidualStatistics& values,
+                               const Checkpoint& checkpoint) const {
+  const std::vector<std::uint8_t> counts(units_.count, 1);
+  return errors_by_definition(parts_[normalized ? 1 : 0], counts, values, checkpoint);
 }
 
 FoundOfBoth Bootstrap::find_by_passes(std::span<const std::uint8_t> counts,

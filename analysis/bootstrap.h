@@ -86,8 +86,10 @@ class Bootstrap {
       std::uint64_t first, std::span<Replicate> results,
       const Checkpoint& checkpoint = [] {}) const;
 
-  /// Computes the statistics of all objects.
-  Replicate whole(const Checkpoint& checkpoint = [] {}) const;
+  /// The errors of all objects, whose bias, sigma and RMS are `values`.
+  MomentErrors errors(
+      bool normalized, const ResidualStatistics& values,
+      const Checkpoint& checkpoint = [] {}) const;
 
   /// How many objects or groups would make up the fourth moment if all had the same part of it:
   /// (sum of u)^2 / (sum of u^2), where u is the square of an object's or a group's part of the
@@ -100,6 +102,7 @@ class Bootstrap {
   struct Vector;
   struct Items;
   struct Drawn;
+  struct Sums;
   struct State;
 
   // One residual.
@@ -123,13 +126,13 @@ class Bootstrap {
   std::uint64_t size_of(std::size_t unit) const;
   std::uint64_t size_of(std::span<const std::uint8_t> counts) const;
   template <bool kPowers>
-  static Drawn add(std::span<const std::uint8_t> positions, const Items& items,
-                   std::uint8_t* counts);
+  static void add(std::span<const std::uint8_t> positions, const Items& items, std::uint8_t* counts,
+                  Sums& sums);
   void load(std::size_t first, std::size_t count, bool with_powers, Items& items) const;
   std::size_t draw(std::uint64_t first, std::span<Replicate> results, bool with_errors,
                    const Checkpoint& checkpoint) const;
-  void draw_items(std::span<const std::uint8_t> positions, const Items& items, bool with_errors,
-                  std::size_t start, State& state) const;
+  static void draw_items(std::span<const std::uint8_t> positions, const Items& items,
+                         bool with_errors, std::size_t start, Sums& sums, State& state);
   void draw_groups(State& state) const;
   void add_marks_of(std::size_t unit, int times, State& state) const;
   DrawnSums sums_of(const Part& part, std::size_t unit) const;

@@ -6,6 +6,7 @@
 #include <pybind11/stl.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -157,18 +158,28 @@ class BootstrapOfSample {
   }
 
   // The errors of all objects, in shape (2, 3), and their effective numbers, in shape (2, 2).
-  py::tuple whole() const {
+  // @param values  bias, sigma and RMS of both residuals.
+  py::tuple whole(const std::array<std::array<double, 3>, 2>& values) const {
+    py::array_t<double> errors({2, 3});
     py::array_t<double> effective({2, 2});
-    double* place = effective.mutable_data();
-    const py::tuple numbers = arrays_of(1, [&](std::span<Replicate> results) {
-      results[0] = bootstrap_->whole(checkpoint());
+    double* error = errors.mutable_data();
+    double* number = effective.mutable_data();
+    {
+      const py::gil_scoped_release release;
       for (const bool normalized : {false, true}) {
-        for (const double number : bootstrap_->effective_units(normalized, checkpoint())) {
-          *place++ = number;
+        ResidualStatistics known{};
+        const auto [bias, sigma, rms] = values[normalized ? 1 : 0];
+        known.bias = bias;
+        known.sigma = sigma;
+        known.rms = rms;
+        const MomentErrors found = bootstrap_->errors(normalized, known, checkpoint());
+        for (const double one : {found.bias, found.log_sigma, found.log_rms}) *error++ = one;
+        for (const double one : bootstrap_->effective_units(normalized, checkpoint())) {
+          *number++ = one;
         }
       }
-    });
-    return py::make_tuple(numbers[1][py::int_(0)], effective);
+    }
+    return py::make_tuple(errors, effective);
   }
 
  private:
@@ -252,7 +263,7 @@ void add_bootstrap(py::module_& module) {
       .def("run", &BootstrapOfSample::run, py::arg("first"), py::arg("count"),
            py::arg("with_errors"))
       .def("leave_out", &BootstrapOfSample::leave_out, py::arg("first"), py::arg("count"))
-      .def("whole", &BootstrapOfSample::whole);
+      .def("whole", &BootstrapOfSample::whole, py::arg("values"));
   module.def("resample_indices", indices, py::arg("seed"), py::arg("number"), py::arg("size"));
 }
 

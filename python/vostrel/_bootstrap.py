@@ -12,6 +12,7 @@ from vostrel import _core
 from vostrel._groups import read_groups
 from vostrel._inputs import NanPolicy, check_counts, prepare, read_estimates
 from vostrel._intervals import (
+    ERRORS,
     LSST_NAMES,
     Interval,
     Parts,
@@ -448,7 +449,7 @@ class _Options:
             replicates, replicate_errors, lsst_replicates = draw(
                 draws, self.resamples, self.workers, report_progress
             )
-            errors, effective = draws.engine.whole()
+            errors, effective = draws.engine.whole(numbers[:, : len(ERRORS)])
         replicates.flags.writeable = lsst_replicates.flags.writeable = False
         left_out = draws.left_out() if self.interval == "bca" else None
 

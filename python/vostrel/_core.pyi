@@ -170,11 +170,14 @@ class Bootstrap:
         self, first: int, count: int
     ) -> tuple[NDArray[np.float64], NDArray[np.float64], NDArray[np.float64]]:
         """Return the same of all objects but one, or of all groups but one."""
-    def whole(self) -> tuple[NDArray[np.float64], NDArray[np.float64]]:
+    def whole(
+        self, values: NDArray[np.float64]
+    ) -> tuple[NDArray[np.float64], NDArray[np.float64]]:
         """Return the errors by moments of all objects in shape (2, 3).
 
-        Also returns, in shape (2, 2), how many objects or groups make up the
-        fourth moment of the residual about the bias and about zero.
+        Their bias, sigma and RMS are `values`, in the same shape. Also
+        returns, in shape (2, 2), how many objects or groups make up the fourth
+        moment of the residual about the bias and about zero.
         """
     def stop(self) -> None:
         """Make `run` raise a RuntimeError in other threads."""

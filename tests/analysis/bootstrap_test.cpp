@@ -298,7 +298,11 @@ TEST(Bootstrap, GroupsAreDrawnWhole) {
 TEST(Bootstrap, ErrorsOfMoments) {
   const Data data = {{0, 0, 0, 0}, {-1, -2, -4, -9}};
   const Bootstrap objects(data.reference, data.estimate, 1);
-  const auto errors = objects.whole().errors[0];
+  ResidualStatistics values{};
+  values.bias = 4;
+  values.sigma = std::sqrt(9.5);
+  values.rms = std::sqrt(25.5);
+  const auto errors = objects.errors(false, values);
   EXPECT_DOUBLE_EQ(errors.bias, std::sqrt(38.0) / 4);
   const double about = 0.25 + 30.25 + 90.25 + 240.25;
   EXPECT_DOUBLE_EQ(errors.log_sigma, std::sqrt(about) / 4 / (2 * 9.5));
@@ -309,8 +313,8 @@ TEST(Bootstrap, ErrorsOfMoments) {
   // Groups 1, 9 and 2, 4: their sums are 2 and -2, of squares 34 - 19 and 4 - 19.
   const std::vector<std::uint32_t> groups = {0, 1, 1, 0};
   const Bootstrap grouped(data.reference, data.estimate, 1, groups, 2);
-  EXPECT_DOUBLE_EQ(grouped.whole().errors[0].bias, std::sqrt(8.0) / 4);
-  EXPECT_DOUBLE_EQ(grouped.whole().errors[0].log_sigma, std::sqrt(450.0) / 4 / (2 * 9.5));
+  EXPECT_DOUBLE_EQ(grouped.errors(false, values).bias, std::sqrt(8.0) / 4);
+  EXPECT_DOUBLE_EQ(grouped.errors(false, values).log_sigma, std::sqrt(450.0) / 4 / (2 * 9.5));
   EXPECT_DOUBLE_EQ(grouped.effective_units(false)[0], 2);
 }
 
