@@ -49,11 +49,12 @@ bool complete(SomePasses& passes, Rows& rows, bool omit_nan, Add add) {
 }
 
 // Returns (n, n_masked, n_nan, numbers): (delta, norm, lsst), or None if there is NaN that isn't
-// left out.
+// left out. `has_nan` is false if it is known that there is none.
 py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, bool omit_nan,
                                    const std::vector<double>& percentiles,
-                                   const std::vector<double>& outliers) {
+                                   const std::vector<double>& outliers, bool has_nan) {
   Rows rows = rows_of(columns, masks, omit_nan);
+  if (!has_nan) rows.expect_no_nan();
   InOrderAccumulator passes(Wanted({percentiles, outliers}));
   std::optional<FoundOfBoth> found;
   {
@@ -217,7 +218,7 @@ PYBIND11_MODULE(_core, module) {
   const auto percentiles = py::arg("percentiles");
   const auto outliers = py::arg("outliers");
   module.def("point_statistics", compute_point_statistics, columns, masks, omit_nan, percentiles,
-             outliers);
+             outliers, py::arg("has_nan") = true);
   module.def("binned_statistics", compute_binned_statistics, columns, masks, omit_nan,
              py::arg("edges"), percentiles, outliers);
   module.def("survey", survey, columns, masks, omit_nan);

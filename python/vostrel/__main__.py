@@ -2,6 +2,6 @@
 
 import sys
 
-from vostrel.evaluate._command import main
+from vostrel.evaluate._command import program
 
-sys.exit(main())
+sys.exit(program())

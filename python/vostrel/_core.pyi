@@ -53,6 +53,7 @@ def point_statistics(
     omit_nan: bool,
     percentiles: Sequence[float],
     outliers: Sequence[float],
+    has_nan: bool = True,
 ) -> tuple[int, int, int, _Found | None]:
     """Return n, n_masked, n_nan and the numbers, or None if there is NaN that isn't omitted."""
 

@@ -274,6 +274,8 @@ def read_data(name: str, values: Any, content: str) -> tuple[Any, list[NDArray[n
 
 def separate_mask(values: Any) -> tuple[Any, list[NDArray[np.bool_]]]:
     """Return the values without their mask, and a list with the mask, if there is one."""
+    if type(values) is np.ndarray:  # importing numpy.ma takes a while
+        return values, []
     if isinstance(values, np.ma.MaskedArray):
         return values.data, [] if values.mask is np.ma.nomask else [values.mask]
     if _is_from("astropy", values) and hasattr(values, "unmasked"):

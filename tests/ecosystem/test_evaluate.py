@@ -135,35 +135,3 @@ def test_without_any_library(run, monkeypatch):
         1, "",
         "vostrel-evaluate: t.parquet: reading Parquet needs pyarrow, polars or duckdb, from PyPI\n",
     )
-
-
-def test_fits_by_fitsio(run, monkeypatch):
-    fits = pytest.importorskip("astropy.io.fits")
-    pytest.importorskip("fitsio")
-    n = 200
-    hdu = fits.BinTableHDU.from_columns([
-        fits.Column("zspec", "E", array=np.linspace(0, 2, n, dtype=np.float32)),
-        fits.Column("zphot", "I", array=np.arange(n), null=-1),
-        fits.Column("unsigned", "J", bzero=2**31, array=np.arange(n, dtype=np.uint32) + 2**31),
-        fits.Column("good", "L", array=np.arange(n) % 2 == 0),
-        fits.Column("name", "4A", array=["a", "b"] * (n // 2)),
-    ])
-    hdu.data["zphot"][:10] = -1
-    hdu.header["TSCAL2"], hdu.header["TZERO2"] = 0.001, 0.5
-    fits.HDUList([fits.PrimaryHDU(), hdu]).writeto("t.fits")
-    words = ("t.fits", "zspec", "zphot", "--format", "json", "--where",
-             f"good & name == 'a' & unsigned >= {2**31 + 2}")
-    status, by_astropy, err = run(*words)
-    assert (status, err) == (0, "") and json.loads(by_astropy)["rows"]["masked"] == 4
-
-    find = importlib.import_module
-
-    def found(name, package=None):
-        if name == "astropy.io.fits":
-            raise ModuleNotFoundError(name)
-        return find(name, package)
-
-    monkeypatch.setattr(importlib, "import_module", found)
-    assert run(*words) == (0, by_astropy, "")
-    status, out, err = run("t.fits[2]", "zspec", "zphot")
-    assert (status, err) == (1, "vostrel-evaluate: t.fits: there is no extension [2]\n")

@@ -81,7 +81,7 @@ FILES = [
     (lambda: text(""), "t.csv", "empty"),
     (lambda: text("\n\n \n"), "t.csv", "empty"),
     (lambda: text("", "t.fits"), "t.fits", "not what the file holds"),
-    (lambda: cut("t.fits", 5000), "t.fits", "Header size"),
+    (lambda: cut("t.fits", 5000), "t.fits", "header"),
     (lambda: cut("t.fits", 20000), "t.fits", "ends in row"),
     (lambda: hdf5() or os.truncate("t.hdf5", 300), "t.hdf5", "truncated"),
     (flipped, "t.csv.gz", "cannot read"),

@@ -13,7 +13,7 @@ import pytest
 import vostrel
 from astropy.io import fits
 from astropy.table import MaskedColumn, Table
-from vostrel.evaluate import _hdf5, _readers
+from vostrel.evaluate import _fits, _hdf5, _readers
 from vostrel.evaluate._compute import Kept
 
 
@@ -110,6 +110,31 @@ def test_unusual_fits_columns(evaluate, columns):
     assert evaluate("t.fits", "zspec", "zphot", "--format", "csv") == evaluate(
         "t.fits[2]", "zspec", "zphot", "--format", "csv"
     )
+
+
+def test_headers_of_fits(evaluate, refusal, columns, monkeypatch):
+    long = "it's " + "long " * 20 + "/ & end"  # goes on in further cards
+    hdu = fits.BinTableHDU.from_columns([
+        fits.Column("zspec", "D", array=columns["zspec"]),
+        fits.Column("zphot", "J", array=np.arange(3000)),
+    ])
+    hdu.header["TSCAL2"], hdu.header["TZERO2"] = 1e-3, -0.5
+    hdu.header["EXTNAME"] = long
+    fits.HDUList([fits.PrimaryHDU(np.zeros(3)), hdu]).writeto("t.fits")
+    with open("t.fits", "r+b") as stream:
+        data = stream.read().replace(b"0.001", b"1.D-3").replace(b"TTYPE1", b"OTHER1")
+        stream.seek(0)
+        stream.write(data + b"\0" * 2880)
+    monkeypatch.setattr(_fits, "library", None)  # none is needed
+    assert evaluate(f"t.fits[{long.upper()}]", "--columns") == (
+        "t.fits[1]: 2 columns, 3000 rows\n  col1  D\n  zphot  J\n"
+    )
+    found = read(evaluate, "t.fits", "col1", "zphot")
+    assert found == expected({"zspec": columns["zspec"], "zphot": np.arange(3000) * 1e-3 - 0.5})
+    assert "no extension [2]" in refusal("t.fits[2]", "col1", "zphot")
+    with open("t.fits", "wb") as stream:
+        stream.write(data.replace(b"TFIELDS ", b"FIELDS  "))
+    assert refusal("t.fits", "col1", "zphot") == "t.fits: a header lacks TFIELDS"
 
 
 def test_ascii_tables_of_fits(evaluate, columns):

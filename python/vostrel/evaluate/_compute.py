@@ -12,6 +12,9 @@ import numpy as np
 
 import vostrel
 from vostrel._accumulator import Accumulator, BinnedAccumulator
+from vostrel._inputs import Columns
+from vostrel._options import read_asked
+from vostrel._point import statistics_of
 from vostrel._results import BinnedStatistics, PointStatistics, Uncertainties
 from vostrel.evaluate._errors import EvaluateError
 from vostrel.evaluate._rows import Counts, Objects, Selection
@@ -214,8 +217,10 @@ def _in_memory(
     reference = objects.numbers[roles.reference]
     estimates = {name: objects.numbers[name] for name in roles.estimates}
     groups = None if objects.groups is None else labels_of(objects.groups)
+    asked = read_asked(options.percentiles, options.outliers)
     results.points = for_each(
-        lambda estimate: vostrel.point_statistics(reference, estimate, **options.asked), estimates
+        lambda estimate: statistics_of(Columns([reference, estimate], []), "raise", asked, False),
+        estimates,
     )
     _add_errors(results, reference, estimates, groups, options, progress)
     if options.bins is None:

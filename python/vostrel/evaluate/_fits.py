@@ -1,12 +1,13 @@
-"""Reads FITS tables. astropy or fitsio reads the headers; the rows are read here."""
+"""Reads FITS tables. Binary tables need no library."""
 
 from __future__ import annotations
 
 import math
-from collections.abc import Collection, Iterator, Mapping, Sequence
-from contextlib import closing
+import re
+from collections.abc import Collection, Iterator, Sequence
+from contextlib import closing, suppress
 from dataclasses import dataclass
-from typing import TYPE_CHECKING, Any
+from typing import IO, TYPE_CHECKING, Any
 
 import numpy as np
 
@@ -25,14 +26,16 @@ from vostrel.evaluate._readers import (
 if TYPE_CHECKING:  # takes as long to import as this package
     from numpy.typing import NDArray
 
-Header = Mapping[str, Any]
-
 #: The bytes of one element of a column, by its code.
 SIZES = {"L": 1, "B": 1, "I": 2, "J": 4, "K": 8, "A": 1, "E": 4, "D": 8, "C": 8, "M": 16, "P": 8,
          "Q": 16}
 
 #: The types of the columns of one number.
 KINDS = {"L": "i1", "B": "u1", "I": ">i2", "J": ">i4", "K": ">i8", "E": ">f4", "D": ">f8"}
+
+#: The bytes of which headers and data fill a whole number, and the cards of a header in them.
+BLOCK = 2880
+CARDS = 36
 
 #: Tables, by what their headers call them.
 TABLES = ("BINTABLE", "A3DTABLE", "TABLE")
@@ -178,24 +181,52 @@ class Fits(Reader):
             yield {name: np.array(table[name]) for name in names}
 
 
+class Header(dict[str, Any]):
+    """The values of a header, by keyword."""
+
+    def __missing__(self, key: str) -> Any:
+        raise EvaluateError(f"a header lacks {key}")
+
+
 def headers(path: str) -> Iterator[tuple[Header, int]]:
     """Yield the headers of a file, each with the offset of its data."""
-    module = library("reading FITS", "astropy.io.fits", "fitsio")
-    if module.__name__ == "fitsio":
-        with module.FITS(path) as hdus:
-            for hdu in hdus:
-                yield dict(hdu.read_header()), hdu.get_offsets()["data_start"]
-        return
-    # fits.open would import the tables and units of astropy, which takes 0.2 s.
     with open_binary(path) as stream:
-        while True:
-            try:
-                header = module.Header.fromfile(stream, endcard=True)
-            except EOFError:
-                return
+        while header := read_header(stream):
             start = stream.tell()
             yield header, start
-            stream.seek(start + -(-data_size(header) // 2880) * 2880)
+            stream.seek(start + -(-max(data_size(header), 0) // BLOCK) * BLOCK)
+
+
+def read_header(stream: IO[bytes]) -> Header | None:
+    """Return the header that begins here, or None at the end of the file."""
+    cards: list[str] = []
+    while "END" not in cards[-CARDS:]:
+        block = stream.read(BLOCK)
+        if not cards and not block.startswith((b"SIMPLE ", b"XTENSION")):
+            return None
+        if len(block) < BLOCK or not block.isascii():
+            raise EvaluateError("a header is damaged, or the file ends in it")
+        cards += [block[i : i + 80].decode().rstrip() for i in range(0, BLOCK, 80)]
+    header = Header()
+    key = ""
+    for card in cards:
+        if card.startswith("CONTINUE") and str(header.get(key)).endswith("&"):
+            header[key] = header[key][:-1] + str(value_of(card[8:]))
+        elif card[8:9] == "=" and (value := value_of(card[9:])) != "":
+            key = card[:8].rstrip()
+            header.setdefault(key, value)
+    return header
+
+
+def value_of(text: str) -> Any:
+    """Return the value of a card: text, a truth value or a number."""
+    if quoted := re.match(r" *'((?:[^']|'')*)'", text):
+        return quoted[1].replace("''", "'").rstrip()
+    word = text.partition("/")[0].strip()
+    for kind in (int, float):
+        with suppress(ValueError):
+            return kind(word.replace("D", "E"))
+    return word == "T" if word in ("T", "F") else word
 
 
 def kind_of(header: Header) -> str:

@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import io
-import json
 import math
 import re
 from collections.abc import Callable
@@ -76,6 +75,8 @@ def _latex(text: str) -> str:
 
 def as_json(results: Results, task: Task) -> str:
     """Return one object with everything. NaN and infinities are null: JSON has none."""
+    import json  # takes a while
+
     names = ("value", "error", "low", "high")
     statistics: list[dict[str, Any]] = [
         {
@@ -135,6 +136,8 @@ def _digits(value: float | None) -> str:
 
 def as_ecsv(results: Results, task: Task) -> str:
     """Return the lines of CSV below a header that describes them."""
+    import json
+
     lines = ["%ECSV 1.0", "---", "delimiter: ','", "datatype:"]
     lines += [f"- {{name: {name}, datatype: {kind}}}" for name, kind in COLUMNS.items()]
     notes = [*heading(task), counts_text(results.counts), *column_counts(results)]

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import gzip
 import mmap
 from abc import ABC, abstractmethod
 from collections.abc import Collection, Iterator, Sequence
@@ -17,8 +16,6 @@ if TYPE_CHECKING:  # takes as long to import as this package
 
 #: Columns by name. Masked and NULL entries are masked.
 Chunk: TypeAlias = "dict[str, NDArray[Any]]"
-
-_MA: Any = np.ma  # NumPy has no types for it
 
 #: Rows and bytes of a chunk if each read is expensive.
 ROWS = 1 << 20
@@ -53,7 +50,11 @@ class Reader(ABC):
 
 def open_binary(path: str) -> IO[bytes]:
     """Return the file as a stream of bytes, decompressed if its name ends in .gz."""
-    stream: Any = gzip.open(path) if path.lower().endswith(".gz") else open(path, "rb")
+    if not path.lower().endswith(".gz"):
+        return open(path, "rb")
+    import gzip  # takes a while
+
+    stream: Any = gzip.open(path)
     return stream  # type: ignore[no-any-return]
 
 
@@ -101,17 +102,24 @@ def masked(values: NDArray[Any], mask: NDArray[np.bool_]) -> NDArray[Any]:
     """Return the values, as a masked array if anything is masked."""
     if not mask.any():
         return values
-    result: NDArray[Any] = _MA.MaskedArray(values, mask)
+    result: NDArray[Any] = _ma().MaskedArray(values, mask)
     return result
 
 
 def data_of(values: NDArray[Any]) -> NDArray[Any]:
     """Return the values without their mask."""
-    data: NDArray[Any] = _MA.getdata(values)
+    data: NDArray[Any] = values if type(values) is np.ndarray else _ma().getdata(values)
     return data
 
 
 def mask_of(values: NDArray[Any]) -> NDArray[np.bool_] | None:
     """Return the mask, or None if nothing is masked."""
-    mask: NDArray[np.bool_] = _MA.getmask(values)
-    return None if mask is _MA.nomask or not mask.any() else mask
+    if type(values) is np.ndarray:
+        return None
+    mask: NDArray[np.bool_] = _ma().getmask(values)
+    return None if mask is _ma().nomask or not mask.any() else mask
+
+
+def _ma() -> Any:
+    """Return numpy.ma, which takes a while to import, and for which NumPy has no types."""
+    return np.ma
