@@ -3,7 +3,6 @@
 import gzip
 import itertools
 import os
-import pathlib
 import re
 import shutil
 import signal
@@ -11,9 +10,9 @@ import subprocess
 import sys
 
 import pytest
-from support.pages import blocks
+from support.commands import BY_HAND, ELSEWHERE, RUN, commands
+from support.pages import DOCUMENTS, HOME, blocks
 
-HOME = pathlib.Path(__file__).resolve().parents[2]
 FILES = (HOME / "docs" / "files.md").read_text()
 STATISTICS = (HOME / "docs" / "statistics.md").read_text()
 
@@ -32,10 +31,7 @@ RUN_BY = {
     "statistics.md": "end_to_end/test_written_examples.py",
     "uncertainties.md": "python/test_documents.py",
 }
-#: The commands of these are tests themselves, or measure for an hour.
-BY_HAND = {"CONTRIBUTING.md", "performance.md", "reliability.md"}
-#: By the language of a block, the documents that may have it. Blocks of shell that install are run
-#: by scripts/newcomer.
+#: By the language of a block, the documents that may have it.
 LANGUAGES = {
     "sh": {*RUN_BY, *BY_HAND},
     "python": set(RUN_BY) - {"library.md"},
@@ -44,7 +40,6 @@ LANGUAGES = {
     "yaml": {"rail.md"},
     "text": {*RUN_BY, *BY_HAND},
 }
-DOCUMENTS = [*HOME.glob("*.md"), *(HOME / "docs").glob("*.md")]
 
 
 def test_each_block_of_the_documents_has_a_test():
@@ -64,14 +59,12 @@ def test_each_block_of_the_documents_has_a_test():
         assert name in (HOME / "tests" / test).read_text(), name
 
 
-@pytest.mark.parametrize("name", sorted(BY_HAND))
-def test_programs_of_commands_that_are_run_by_hand_exist(name):
-    (document,) = [document for document in DOCUMENTS if document.name == name]
-    code = "".join(code for _, language, code, _ in blocks(document) if language == "sh")
-    programs = re.findall(r"(?:^|&& )(?:\./)?((?:bench|scripts|tests)/\S+)", code, re.MULTILINE)
-    assert programs
-    for program in programs:
-        assert os.access(HOME / program, os.X_OK), program
+def test_each_command_that_the_pages_leave_out_runs_elsewhere():
+    assert sorted(commands()) == sorted([*RUN, *ELSEWHERE])
+    for command, script in ELSEWHERE.items():
+        text = (HOME / script).read_text()
+        for part in command.removeprefix("./").split(" && "):
+            assert re.search(rf"^ *(exec )?(\./)?{re.escape(part)}( |$)", text, re.M), command
 
 
 def table_examples():

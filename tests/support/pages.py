@@ -13,6 +13,7 @@ import subprocess
 import sys
 
 HOME = pathlib.Path(__file__).resolve().parents[2]
+DOCUMENTS = [*HOME.glob("*.md"), *(HOME / "docs").glob("*.md")]
 BLOCK = re.compile(r"^```([^\n]*)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 INSTALLS = re.compile(r"(pip|apt) install|cmake |g\+\+ |scripts/")
 NEEDS_A_CLUSTER = re.compile(r"dask_jobqueue")  # test_dask.py has a stand-in
