@@ -8,7 +8,6 @@
 #include <string>
 
 #include "utils/lines.h"
-#include "utils/statistics_of.h"
 #include "utils/utils.h"
 #include "version.h"
 
@@ -88,9 +87,9 @@ void print_report(const UTILS& run) {
   std::cout << "Data size  = " << run.getDataSize() << std::endl;
   std::cout << std::endl;
   std::cout << "Statistics:" << std::endl;
-  vostrel::write_lines(std::cout, statistics.delta, vostrel::Labels::kDelta);
+  vostrel::write_lines(std::cout, statistics.delta, &vostrel::Statistic::label);
   std::cout << std::endl;
-  vostrel::write_lines(std::cout, statistics.norm, vostrel::Labels::kNormalizedOnConsole);
+  vostrel::write_lines(std::cout, statistics.norm, &vostrel::Statistic::normalized_console_label);
   std::cout << std::endl;
 }
 

@@ -1,4 +1,4 @@
-// Writes the lines of statistics on the console and in the report.
+// The lines of statistics on the console and in the report.
 
 #ifndef VOSTREL_UTILS_LINES_H
 #define VOSTREL_UTILS_LINES_H
@@ -6,14 +6,16 @@
 #include <iosfwd>
 
 #include "statistics/statistics.h"
+#include "utils/utils.h"
+
+/// What the getters of `run` return.
+vostrel::PointStatistics statistics_of(const UTILS& run);
 
 namespace vostrel {
 
-/// The labels of a block of lines.
-enum class Labels { kDelta, kNormalized, kNormalizedOnConsole };
-
 /// Writes a line "label = value" for each statistic, with the "=" in one column. Flushes each line.
-void write_lines(std::ostream& out, const ResidualStatistics& statistics, Labels labels);
+void write_lines(std::ostream& out, const ResidualStatistics& statistics,
+                 const char* Statistic::*label);
 
 }  // namespace vostrel
 

@@ -4,7 +4,6 @@
 #include <iostream>
 
 #include "utils/lines.h"
-#include "utils/statistics_of.h"
 #include "utils/utils.h"
 
 void UTILS::storeStatistics() const {
@@ -12,11 +11,11 @@ void UTILS::storeStatistics() const {
   std::ofstream file(nameOutputFile);
   file << "Data size  = " << id.size() << std::endl << std::endl;
   file << "Statistics on delta [col" << col1 << " - col" << col2 << "]:" << std::endl;
-  vostrel::write_lines(file, statistics.delta, vostrel::Labels::kDelta);
+  vostrel::write_lines(file, statistics.delta, &vostrel::Statistic::label);
   file << std::endl;
   file << "Statistics on normalized delta [(col" << col1 << " - col" << col2 << ") / (1 + col"
        << col1 << ")]:" << std::endl;
-  vostrel::write_lines(file, statistics.norm, vostrel::Labels::kNormalized);
+  vostrel::write_lines(file, statistics.norm, &vostrel::Statistic::normalized_label);
   file.close();
 
   std::cout << std::endl;

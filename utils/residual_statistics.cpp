@@ -11,7 +11,6 @@
 #include "statistics/moments.h"
 #include "statistics/residuals.h"
 #include "statistics/statistics.h"
-#include "utils/statistics_of.h"
 #include "utils/utils.h"
 
 namespace {
@@ -49,6 +48,13 @@ void add_outliers(const Vector& residuals, double sigma, const std::array<double
     double sum = *members[k];
     for (std::uint64_t i = 0; i < counts[k]; ++i) sum += 1.0;
     *members[k] = vostrel::percentage(sum, residuals.size());
+  }
+}
+
+// Sets the members, in the order of kStatistics.
+void set_members(const vostrel::ResidualStatistics& all, const std::array<double*, 11>& members) {
+  for (std::size_t k = 0; k < members.size(); ++k) {
+    *members[k] = all.*vostrel::kStatistics[k].member;
   }
 }
 
@@ -108,28 +114,11 @@ void UTILS::CalculateOutliersNorm() {
 void UTILS::CalculateStatistics() {
   const std::size_t n = countable(id).size();
   const vostrel::PointStatistics all = vostrel::point_statistics(first(zspec, n), first(zphot, n));
-  bias = all.delta.bias;
-  sigma = all.delta.sigma;
-  rms = all.delta.rms;
-  mad = all.delta.mad;
-  nmad = all.delta.nmad;
-  madDeltaz = all.delta.mad_delta;
-  outliersConstant = all.delta.outliers_015;
-  outliers1 = all.delta.outliers_1sigma;
-  outliers2 = all.delta.outliers_2sigma;
-  outliers3 = all.delta.outliers_3sigma;
-  outliers4 = all.delta.outliers_4sigma;
-  biasNorm = all.norm.bias;
-  sigmaNorm = all.norm.sigma;
-  rmsNorm = all.norm.rms;
-  madNorm = all.norm.mad;
-  nmadNorm = all.norm.nmad;
-  madDeltazNorm = all.norm.mad_delta;
-  outliersConstantNorm = all.norm.outliers_015;
-  outliers1Norm = all.norm.outliers_1sigma;
-  outliers2Norm = all.norm.outliers_2sigma;
-  outliers3Norm = all.norm.outliers_3sigma;
-  outliers4Norm = all.norm.outliers_4sigma;
+  set_members(all.delta, {&bias, &sigma, &rms, &mad, &nmad, &madDeltaz, &outliersConstant,
+                          &outliers1, &outliers2, &outliers3, &outliers4});
+  set_members(all.norm, {&biasNorm, &sigmaNorm, &rmsNorm, &madNorm, &nmadNorm, &madDeltazNorm,
+                         &outliersConstantNorm, &outliers1Norm, &outliers2Norm, &outliers3Norm,
+                         &outliers4Norm});
 }
 
 double UTILS::getBias() const { return bias; }
@@ -155,29 +144,3 @@ double UTILS::getOutliers2Norm() const { return outliers2Norm; }
 double UTILS::getOutliers3Norm() const { return outliers3Norm; }
 double UTILS::getOutliers4Norm() const { return outliers4Norm; }
 double UTILS::getOutliersConstantNorm() const { return outliersConstantNorm; }
-
-vostrel::PointStatistics statistics_of(const UTILS& run) {
-  return {.n = static_cast<std::uint64_t>(run.getDataSize()),
-          .delta = {.bias = run.getBias(),
-                    .sigma = run.getSigma(),
-                    .rms = run.getRMS(),
-                    .mad = run.getMAD(),
-                    .nmad = run.getNMAD(),
-                    .mad_delta = run.getMADDeltaz(),
-                    .outliers_015 = run.getOutliersConstant(),
-                    .outliers_1sigma = run.getOutliers1(),
-                    .outliers_2sigma = run.getOutliers2(),
-                    .outliers_3sigma = run.getOutliers3(),
-                    .outliers_4sigma = run.getOutliers4()},
-          .norm = {.bias = run.getBiasNorm(),
-                   .sigma = run.getSigmaNorm(),
-                   .rms = run.getRMSNorm(),
-                   .mad = run.getMADNorm(),
-                   .nmad = run.getNMADNorm(),
-                   .mad_delta = run.getMADDeltazNorm(),
-                   .outliers_015 = run.getOutliersConstantNorm(),
-                   .outliers_1sigma = run.getOutliers1Norm(),
-                   .outliers_2sigma = run.getOutliers2Norm(),
-                   .outliers_3sigma = run.getOutliers3Norm(),
-                   .outliers_4sigma = run.getOutliers4Norm()}};
-}

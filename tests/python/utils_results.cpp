@@ -10,7 +10,7 @@
 
 #include "statistics/statistics.h"
 #include "tests/support/open_utils.h"
-#include "utils/statistics_of.h"
+#include "utils/lines.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include "tests/support/open_utils.h"
 #include "tests/support/random.h"
 #include "tests/support/sorted_stretches.h"
-#include "utils/statistics_of.h"
+#include "utils/lines.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 
 #include "tests/support/bits.h"
 #include "tests/support/open_utils.h"
-#include "utils/statistics_of.h"
+#include "utils/lines.h"
 
 namespace {
 
