@@ -13,10 +13,10 @@ namespace vostrel {
 
 namespace {
 
-// Up to this many objects, the residuals are kept.
+// Up to this many objects are kept.
 constexpr std::size_t kFew = 8192;
 
-constexpr std::uint64_t kFormat = 5;  // of to_bytes()
+constexpr std::uint64_t kFormat = 6;  // of to_bytes()
 
 }  // namespace
 
@@ -40,38 +40,34 @@ void BasicAccumulator<Sum>::add(std::span<const double> reference,
 template <class Sum>
 void BasicAccumulator<Sum>::take(std::span<const double> reference,
                                  std::span<const double> estimate) {
-  const ResidualsOfObjects residuals{reference, estimate};
   if (step_ == Step::kFirst) {
-    if (keeps_ && kept_delta_.size() + residuals.size() > kFew) keep_no_more();
+    if (keeps_ && kept_reference_.size() + reference.size() > kFew) keep_no_more();
     if (must_keep_all()) return;
   }
   if (keeps_) {
     if constexpr (kIsExact<Sum>) seen_checksum_ += checksum(reference, estimate);
-    for (std::size_t i = 0; i < residuals.size(); ++i) {
-      kept_delta_.push_back(residuals.delta(i));
-      kept_norm_.push_back(residuals.norm(i));
-    }
+    kept_reference_.insert(kept_reference_.end(), reference.begin(), reference.end());
+    kept_estimate_.insert(kept_estimate_.end(), estimate.begin(), estimate.end());
   } else if (step_ == Step::kFirst) {
-    seen_checksum_ += Tally<Sum>::add_first(delta_, norm_, residuals, wanted_);
-  } else if (step_ == Step::kSecond) {
-    seen_checksum_ += Tally<Sum>::add_second(delta_, norm_, residuals, wanted_);
+    seen_checksum_ += Tally<Sum>::add_first(delta_, norm_, {reference, estimate}, wanted_);
   } else {
-    seen_checksum_ += Tally<Sum>::add_later(delta_, norm_, residuals);
+    seen_checksum_ += Tally<Sum>::add_later(delta_, norm_, {reference, estimate}, wanted_,
+                                            step_ == Step::kSecond);
   }
 }
 
-// Takes the kept residuals into the first pass.
+// Takes the kept objects into the first pass. Their checksum was taken when they were kept.
 template <class Sum>
 void BasicAccumulator<Sum>::keep_no_more() {
   keeps_ = false;
-  const std::vector<double> deltas = std::exchange(kept_delta_, std::vector<double>());
-  const std::vector<double> norms = std::exchange(kept_norm_, std::vector<double>());
+  const std::vector<double> references = std::exchange(kept_reference_, std::vector<double>());
+  const std::vector<double> estimates = std::exchange(kept_estimate_, std::vector<double>());
   in_blocks(
       kMostInBlock,
-      [this](std::span<const double> delta, std::span<const double> norm) {
-        Tally<Sum>::add_first(delta_, norm_, KeptResiduals{delta, norm}, wanted_);
+      [this](std::span<const double> reference, std::span<const double> estimate) {
+        Tally<Sum>::add_first(delta_, norm_, {reference, estimate}, wanted_);
       },
-      deltas, std::span(norms));
+      references, std::span(estimates));
 }
 
 template <class Sum>
@@ -115,12 +111,12 @@ typename BasicAccumulator<Sum>::Step BasicAccumulator<Sum>::next_step() {
   return Step::kDone;
 }
 
-// Medians with NaN depend on the order of the residuals, so another pass keeps all of them.
+// Medians with NaN depend on the order of the residuals, so another pass keeps all objects.
 template <class Sum>
 typename BasicAccumulator<Sum>::Step BasicAccumulator<Sum>::keep_all() {
   keeps_ = true;
-  kept_delta_.reserve(size_);
-  kept_norm_.reserve(size_);
+  kept_reference_.reserve(size_);
+  kept_estimate_.reserve(size_);
   return Step::kKeepAll;
 }
 
@@ -128,8 +124,13 @@ template <class Sum>
 FoundOfBoth BasicAccumulator<Sum>::result(const Checkpoint& checkpoint) const {
   if (needs_another_pass()) throw std::logic_error("another pass over the data is needed");
   if (!keeps_) return {size_, delta_.found(size_, wanted_), norm_.found(size_, wanted_)};
-  return {size_, by_definition<Sum>(kept_delta_, wanted_, checkpoint),
-          by_definition<Sum>(kept_norm_, wanted_, checkpoint)};
+  const auto found = [&](auto residual_of) {
+    std::vector<double> residuals(kept_reference_.size());
+    std::transform(kept_reference_.begin(), kept_reference_.end(), kept_estimate_.begin(),
+                   residuals.begin(), residual_of);
+    return by_definition<Sum>(residuals, wanted_, checkpoint);
+  };
+  return {size_, found(residual), found(normalized_residual)};
 }
 
 // ---- states ----
@@ -153,9 +154,11 @@ void BasicAccumulator<Sum>::merge(const BasicAccumulator& other) {
   }
   if (other.wanted_ != wanted_) throw std::invalid_argument("states have different extras");
   BasicAccumulator added = other;
-  if (keeps_ && added.keeps_ && kept_delta_.size() + added.kept_delta_.size() <= kFew) {
-    kept_delta_.insert(kept_delta_.end(), added.kept_delta_.begin(), added.kept_delta_.end());
-    kept_norm_.insert(kept_norm_.end(), added.kept_norm_.begin(), added.kept_norm_.end());
+  if (keeps_ && added.keeps_ && kept_reference_.size() + added.kept_reference_.size() <= kFew) {
+    kept_reference_.insert(kept_reference_.end(), added.kept_reference_.begin(),
+                           added.kept_reference_.end());
+    kept_estimate_.insert(kept_estimate_.end(), added.kept_estimate_.begin(),
+                          added.kept_estimate_.end());
   } else {
     if (keeps_) keep_no_more();
     if (added.keeps_) added.keep_no_more();
@@ -174,8 +177,8 @@ std::string BasicAccumulator<Sum>::to_bytes() const {
   out.integer(static_cast<std::uint64_t>(step_));
   for (const std::uint64_t number : {size_, checksum_, seen_, seen_checksum_}) out.integer(number);
   out.integer(keeps_);
-  out.numbers(kept_delta_);
-  out.numbers(kept_norm_);
+  out.numbers(kept_reference_);
+  out.numbers(kept_estimate_);
   delta_.write(out);
   norm_.write(out);
   return out.take();
@@ -192,11 +195,11 @@ BasicAccumulator<Sum> BasicAccumulator<Sum>::from_bytes(std::string_view bytes) 
     *number = in.integer();
   }
   state.keeps_ = in.index(2) == 1;
-  state.kept_delta_ = in.numbers();
-  state.kept_norm_ = in.numbers();
+  state.kept_reference_ = in.numbers();
+  state.kept_estimate_ = in.numbers();
   state.delta_ = Tally<Sum>::read(in);
   state.norm_ = Tally<Sum>::read(in);
-  in.require(in.at_end() && state.kept_delta_.size() == state.kept_norm_.size());
+  in.require(in.at_end() && state.kept_reference_.size() == state.kept_estimate_.size());
   for (const Tally<Sum>* tally : {&state.delta_, &state.norm_}) {
     in.require(state.keeps_ ||
                tally->fits(state.step_ == Step::kFirst, state.step_ == Step::kDone, state.wanted_));

@@ -77,8 +77,8 @@ class BasicAccumulator {
   std::uint64_t seen_ = 0;           // in this pass
   std::uint64_t seen_checksum_ = 0;  // in this pass
   bool keeps_ = true;                // few objects are kept
-  std::vector<double> kept_delta_;
-  std::vector<double> kept_norm_;
+  std::vector<double> kept_reference_;
+  std::vector<double> kept_estimate_;
   Tally<Sum> delta_;
   Tally<Sum> norm_;
 };

@@ -101,8 +101,6 @@ class Bracket {
     std::uint64_t count;
   };
 
-  static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
-
   std::size_t cell_of(double key) const {
     return static_cast<std::size_t>((static_cast<std::uint64_t>(order_of(key)) - first_) >> shift_);
   }

@@ -32,9 +32,6 @@ double half_count(double count) {
   return std::min(8 + 2.5 * std::sqrt(count) + count / 256, kFewInside);
 }
 
-// The middle of two values, as `middle()` rounds it.
-double middle_of(double lower, double upper) { return (upper + lower) / 2.0; }
-
 // ---- keys of buckets ----
 
 using Bucket = Histogram::Bucket;
@@ -391,7 +388,7 @@ void Search::resolve_distance(Asked& asked, std::uint64_t rank) const {
 // ---- answers ----
 
 double Search::middle(Question lower, Question upper) const {
-  return lower == upper ? value(upper) : middle_of(value(lower), value(upper));
+  return lower == upper ? value(upper) : (value(upper) + value(lower)) / 2.0;
 }
 
 std::optional<std::uint64_t> Search::count_beyond(Question question, double bound) {

@@ -24,27 +24,8 @@ namespace vostrel {
 
 namespace {
 
-// A key is what is ordered: the value, its magnitude, or its distance from a center. A key is
-// computed each time it is needed, which saves a second array.
-
-struct Value {
-  std::span<const double> values;
-  static constexpr bool kHasNegativeZeros = true;
-  double operator()(std::size_t i) const { return values[i]; }
-};
-
-struct Absolute {
-  std::span<const double> values;
-  static constexpr bool kHasNegativeZeros = false;
-  double operator()(std::size_t i) const { return std::fabs(values[i]); }
-};
-
-struct Distance {
-  std::span<const double> values;
-  double center;
-  static constexpr bool kHasNegativeZeros = false;
-  double operator()(std::size_t i) const { return std::fabs(values[i] - center); }
-};
+// A key(i) is what is ordered: the value of an object, its magnitude, or its distance from a
+// center. It is computed each time it is needed, which saves a second array.
 
 // The positions first ... last - 1.
 struct Range {
@@ -62,11 +43,6 @@ struct Neighbours {
 // Smaller ranges are copied whole.
 constexpr std::size_t kSmall = std::size_t{1} << 16;
 
-Neighbours select_among(double* keys, std::size_t count, std::size_t rank) {
-  std::nth_element(keys, keys + rank, keys + count);
-  return {rank == 0 ? 0 : *std::max_element(keys, keys + rank), keys[rank]};
-}
-
 // Selects in a copy of all keys of the range. Returns nothing if one of them is NaN.
 template <class Key>
 std::optional<Neighbours> select_in_copy(Range range, std::size_t rank, Key key) {
@@ -76,7 +52,9 @@ std::optional<Neighbours> select_in_copy(Range range, std::size_t rank, Key key)
     keys.push_back(key(i));
     if (std::isnan(keys.back())) return std::nullopt;
   }
-  return select_among(keys.data(), keys.size(), rank);
+  const auto at = keys.begin() + static_cast<std::ptrdiff_t>(rank);
+  std::nth_element(keys.begin(), at, keys.end());
+  return Neighbours{rank == 0 ? 0 : *std::max_element(keys.begin(), at), *at};
 }
 
 // The neighbours, except for the signs of zeros. Returns nothing if a key of the range is NaN.
@@ -131,7 +109,7 @@ void settle_signs(Range range, std::size_t rank, Key key, Neighbours& neighbours
 template <class Key>
 std::optional<Neighbours> select(Range range, std::size_t rank, Key key) {
   std::optional<Neighbours> found = select_up_to_signs(range, rank, key);
-  if (Key::kHasNegativeZeros && found && (found->at == 0 || (rank > 0 && found->before == 0))) {
+  if (found && (found->at == 0 || (rank > 0 && found->before == 0))) {
     settle_signs(range, rank, key, *found);
   }
   return found;
@@ -162,14 +140,14 @@ double middle_of(std::size_t n, Key key) {
 
 }  // namespace
 
-double median(std::span<const double> values) { return middle_of(values.size(), Value{values}); }
-
-double absolute_median(std::span<const double> values) {
-  return middle_of(values.size(), Absolute{values});
+double median(std::span<const double> values) {
+  return middle_of(values.size(), [values](std::size_t i) { return values[i]; });
 }
 
+double absolute_median(std::span<const double> values) { return median_of_distances(values, 0.0); }
+
 double median_of_distances(std::span<const double> values, double center) {
-  return middle_of(values.size(), Distance{values, center});
+  return middle_of(values.size(), [=](std::size_t i) { return std::fabs(values[i] - center); });
 }
 
 double mad_about_median(std::span<const double> values) {

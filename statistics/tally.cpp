@@ -12,12 +12,10 @@ namespace {
 
 void set_outliers(ResidualStatistics& s, const std::array<std::uint64_t, 5>& counts,
                   std::uint64_t n) {
-  const auto percent = [&](std::size_t k) { return percentage(static_cast<double>(counts[k]), n); };
-  s.outliers_015 = percent(0);
-  s.outliers_1sigma = percent(1);
-  s.outliers_2sigma = percent(2);
-  s.outliers_3sigma = percent(3);
-  s.outliers_4sigma = percent(4);
+  for (std::size_t k = 0; k < counts.size(); ++k) {
+    const Statistic& outliers = kStatistics[kStatistics.size() - counts.size() + k];
+    s.*outliers.member = percentage(static_cast<double>(counts[k]), n);
+  }
 }
 
 void set_quantiles_nan(Found& found, const Wanted& wanted) {
@@ -205,32 +203,23 @@ struct Needed {
 
 namespace {
 
-std::uint64_t checksum_of(ResidualsOfObjects r, std::size_t first, std::size_t count) {
-  return checksum(r.reference.subspan(first, count), r.estimate.subspan(first, count));
-}
-
-// The checksum was taken when they were kept.
-std::uint64_t checksum_of(KeptResiduals /*r*/, std::size_t /*first*/, std::size_t /*count*/) {
-  return 0;
-}
-
 // Calls use(i) for each object. Returns the checksum of the objects. It is taken of a few at a
 // time, for a processor then works on both at once.
-template <class Residuals, class Use>
-std::uint64_t for_each_with_checksum(Residuals r, Use use) {
+template <class Use>
+std::uint64_t for_each_with_checksum(ResidualsOfObjects r, Use use) {
   constexpr std::size_t kAtOnce = 32;
   std::uint64_t sum = 0;
   for (std::size_t i = 0; i < r.size();) {
-    const std::size_t end = std::min(i + kAtOnce, r.size());
-    sum += checksum_of(r, i, end - i);
-    for (; i < end; ++i) use(i);
+    const std::size_t count = std::min(kAtOnce, r.size() - i);
+    sum += checksum(r.reference.subspan(i, count), r.estimate.subspan(i, count));
+    for (const std::size_t end = i + count; i < end; ++i) use(i);
   }
   return sum;
 }
 
 // Adds the fourth powers of the distances from a center.
-template <class Residuals>
-void add_fourth(Residuals r, std::array<double, 2> center, InOrderSum& delta, InOrderSum& norm) {
+void add_fourth(ResidualsOfObjects r, std::array<double, 2> center, InOrderSum& delta,
+                InOrderSum& norm) {
   std::array<InOrderSum, 2> sums = {delta, norm};
   const auto fourth = [](double distance) { return (distance * distance) * (distance * distance); };
   for (std::size_t i = 0; i < r.size(); ++i) {
@@ -246,8 +235,8 @@ void add_fourth(Residuals r, std::array<double, 2> center, InOrderSum& delta, In
 // Both residuals are added in one loop, and sums in order are kept in local variables: an addition
 // waits for the one before, and the other residual's work fills the time.
 template <class Sum>
-template <class Residuals>
-std::uint64_t Tally<Sum>::add_first(Tally& delta, Tally& norm, Residuals r, const Wanted& wanted) {
+std::uint64_t Tally<Sum>::add_first(Tally& delta, Tally& norm, ResidualsOfObjects r,
+                                    const Wanted& wanted) {
   std::uint64_t checksum = 0;
   if constexpr (kIsExact<Sum>) {
     Room deltas;
@@ -281,8 +270,8 @@ std::uint64_t Tally<Sum>::add_first(Tally& delta, Tally& norm, Residuals r, cons
 }
 
 template <class Sum>
-std::uint64_t Tally<Sum>::add_second(Tally& delta, Tally& norm, ResidualsOfObjects r,
-                                     const Wanted& wanted) {
+std::uint64_t Tally<Sum>::add_later(Tally& delta, Tally& norm, ResidualsOfObjects r,
+                                    const Wanted& wanted, bool is_second) {
   std::uint64_t checksum = 0;
   Needed needed_deltas;
   Needed needed_norms;
@@ -295,17 +284,19 @@ std::uint64_t Tally<Sum>::add_second(Tally& delta, Tally& norm, ResidualsOfObjec
       needed_deltas.add(delta.search_, deltas[i] = r.delta(i), delta_count);
       needed_norms.add(norm.search_, norms[i] = r.norm(i), norm_count);
     });
-    delta.deviations_.add_squares_about(delta.bias_, {deltas.data(), r.size()});
-    norm.deviations_.add_squares_about(norm.bias_, {norms.data(), r.size()});
+    if (is_second) {
+      delta.deviations_.add_squares_about(delta.bias_, {deltas.data(), r.size()});
+      norm.deviations_.add_squares_about(norm.bias_, {norms.data(), r.size()});
+    }
   } else {
     const std::array<double, 2> bias = {delta.bias_, norm.bias_};
     std::array<Sum, 2> deviations = {delta.deviations_, norm.deviations_};
     for (std::size_t i = 0; i < r.size(); ++i) {
       const double of_delta = r.delta(i);
       const double of_norm = r.norm(i);
-      deviations[0].add((of_delta - bias[0]) * (of_delta - bias[0]));
+      if (is_second) deviations[0].add((of_delta - bias[0]) * (of_delta - bias[0]));
       needed_deltas.add(delta.search_, of_delta, delta_count);
-      deviations[1].add((of_norm - bias[1]) * (of_norm - bias[1]));
+      if (is_second) deviations[1].add((of_norm - bias[1]) * (of_norm - bias[1]));
       needed_norms.add(norm.search_, of_norm, norm_count);
     }
     delta.deviations_ = deviations[0];
@@ -313,30 +304,9 @@ std::uint64_t Tally<Sum>::add_second(Tally& delta, Tally& norm, ResidualsOfObjec
   }
   needed_deltas.sift(delta.search_, delta_count);
   needed_norms.sift(norm.search_, norm_count);
-  if (wanted.has_fourth) {
+  if (is_second && wanted.has_fourth) {
     add_fourth(r, {delta.bias_, norm.bias_}, delta.fourth_about_, norm.fourth_about_);
   }
-  return checksum;
-}
-
-template <class Sum>
-std::uint64_t Tally<Sum>::add_later(Tally& delta, Tally& norm, ResidualsOfObjects r) {
-  std::uint64_t checksum = 0;
-  Needed needed_deltas;
-  Needed needed_norms;
-  std::size_t delta_count = 0;
-  std::size_t norm_count = 0;
-  const auto take = [&](std::size_t i) {
-    needed_deltas.add(delta.search_, r.delta(i), delta_count);
-    needed_norms.add(norm.search_, r.norm(i), norm_count);
-  };
-  if constexpr (kIsExact<Sum>) {
-    checksum = for_each_with_checksum(r, take);
-  } else {
-    for (std::size_t i = 0; i < r.size(); ++i) take(i);
-  }
-  needed_deltas.sift(delta.search_, delta_count);
-  needed_norms.sift(norm.search_, norm_count);
   return checksum;
 }
 
@@ -580,12 +550,6 @@ bool Tally<Sum>::fits(bool first_pass, bool is_done, const Wanted& wanted) const
 
 template class Tally<InOrderSum>;
 template class Tally<ExactSum>;
-template std::uint64_t Tally<InOrderSum>::add_first(Tally&, Tally&, ResidualsOfObjects,
-                                                    const Wanted&);
-template std::uint64_t Tally<InOrderSum>::add_first(Tally&, Tally&, KeptResiduals, const Wanted&);
-template std::uint64_t Tally<ExactSum>::add_first(Tally&, Tally&, ResidualsOfObjects,
-                                                  const Wanted&);
-template std::uint64_t Tally<ExactSum>::add_first(Tally&, Tally&, KeptResiduals, const Wanted&);
 template Found by_definition<InOrderSum>(std::span<const double>, const Wanted&, const Checkpoint&);
 template Found by_definition<ExactSum>(std::span<const double>, const Wanted&, const Checkpoint&);
 

@@ -41,16 +41,6 @@ struct ResidualsOfObjects {
   double norm(std::size_t i) const { return normalized_residual(reference[i], estimate[i]); }
 };
 
-/// The residuals of a block that were kept.
-struct KeptResiduals {
-  std::span<const double> deltas;
-  std::span<const double> norms;
-
-  std::size_t size() const { return deltas.size(); }
-  double delta(std::size_t i) const { return deltas[i]; }
-  double norm(std::size_t i) const { return norms[i]; }
-};
-
 /// The numbers to compute for a residual beyond its 11 statistics.
 struct Wanted {
   Wanted() = default;
@@ -122,14 +112,11 @@ template <class Sum>
 class Tally {
  public:
   /// Takes a block of the first pass. Returns the checksum of the objects, with exact sums.
-  /// @param r  ResidualsOfObjects or KeptResiduals.
-  template <class Residuals>
-  static std::uint64_t add_first(Tally& delta, Tally& norm, Residuals r, const Wanted& wanted);
-  /// Takes a block of the second pass. Returns as above.
-  static std::uint64_t add_second(Tally& delta, Tally& norm, ResidualsOfObjects r,
-                                  const Wanted& wanted);
-  /// Takes a block of a later pass. Returns as above.
-  static std::uint64_t add_later(Tally& delta, Tally& norm, ResidualsOfObjects r);
+  static std::uint64_t add_first(Tally& delta, Tally& norm, ResidualsOfObjects r,
+                                 const Wanted& wanted);
+  /// Takes a block of the second or a later pass. Returns as above.
+  static std::uint64_t add_later(Tally& delta, Tally& norm, ResidualsOfObjects r,
+                                 const Wanted& wanted, bool is_second);
 
   void end_first_pass(std::uint64_t n, const Wanted& wanted);
 
