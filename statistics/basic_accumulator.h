@@ -42,7 +42,7 @@ void in_blocks(std::size_t most, Use use, std::span<const double> first, Spans..
 
 /// Like Accumulator, with a choice of sums, `Sum`. With sums in order, each pass must see the
 /// objects in the same order, states can't be merged or written, the numbers are those of
-/// point_statistics(), and if a residual is NaN, all residuals are kept.
+/// point_statistics(), and if a residual is NaN, all objects are kept.
 template <class Sum>
 class BasicAccumulator {
  public:

@@ -1,5 +1,6 @@
-#include "python/src/accumulators.h"
+// vostrel._core.Accumulator and BinnedAccumulator, which Python's classes of these names use.
 
+#include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
 #include <atomic>
@@ -35,25 +36,27 @@ class Stop {
   std::atomic<bool> is_set_ = false;
 };
 
-LeftOut add(ExactAccumulator& passes, const Numbers& columns, const Arrays& masks, bool has_nan,
-            const Stop& stop) {
-  Rows rows = rows_of(columns, masks, true);
-  if (!has_nan) rows.expect_no_nan();
-  const py::gil_scoped_release release;
+// Adds all rows. Returns the number of objects with NaN in each bin.
+LeftOut add_rows(ExactAccumulator& passes, Rows& rows, const Stop& stop) {
   for_each_block(rows, [&](const Block& block) {
     stop.look();
     passes.add(block.reference, block.estimate);
   });
-  return {rows.masked(), rows.nan()};
+  return {};
+}
+LeftOut add_rows(ExactBins& passes, Rows& rows, const Stop& stop) {
+  return add_to_bins(passes, rows, [&] { stop.look(); });
 }
 
-LeftOut add_binned(ExactBins& passes, const Numbers& columns, const Arrays& masks, bool has_nan,
-                   const Stop& stop) {
+template <class SomePasses>
+LeftOut add(SomePasses& passes, const Numbers& columns, const Arrays& masks, bool has_nan,
+            const Stop& stop) {
   Rows rows = rows_of(columns, masks, true);
   if (!has_nan) rows.expect_no_nan();
   const py::gil_scoped_release release;
-  LeftOut left_out = add_to_bins(passes, rows, [&] { stop.look(); });
-  left_out.insert(left_out.begin(), {rows.masked(), rows.nan()});
+  const LeftOut in_bins = add_rows(passes, rows, stop);
+  LeftOut left_out = {rows.masked(), rows.nan()};
+  left_out.insert(left_out.end(), in_bins.begin(), in_bins.end());
   return left_out;
 }
 
@@ -103,6 +106,8 @@ template <class SomePasses>
 py::class_<SomePasses> define(py::module_& module, const char* name) {
   using WithoutGil = py::call_guard<py::gil_scoped_release>;
   return py::class_<SomePasses>(module, name)
+      .def("add", add<SomePasses>, py::arg("columns"), py::arg("masks"), py::arg("has_nan"),
+           py::arg("stop"))
       .def("merge", &SomePasses::merge, py::arg("other"), WithoutGil())
       .def("end_pass", py::overload_cast<SomePasses&>(&end_pass), WithoutGil())
       .def("needs_another_pass", &SomePasses::needs_another_pass)
@@ -114,24 +119,7 @@ py::class_<SomePasses> define(py::module_& module, const char* name) {
 
 }  // namespace
 
-template <class Binned>
-std::vector<std::uint64_t> add_to_bins(Binned& passes, Rows& rows, const Checkpoint& checkpoint) {
-  std::vector<std::uint64_t> nan_counts(passes.bins().size());
-  for_each_block(rows, [&](const Block& block) {
-    checkpoint();
-    for (const double by : block.nan_by) {
-      const std::size_t bin = passes.bins()(by);
-      if (bin != Bins::kOutside) ++nan_counts[bin];
-    }
-    passes.add(block.reference, block.estimate, block.by);
-  });
-  return nan_counts;
-}
-
-template std::vector<std::uint64_t> add_to_bins(InOrderBins&, Rows&, const Checkpoint&);
-template std::vector<std::uint64_t> add_to_bins(ExactBins&, Rows&, const Checkpoint&);
-
-void define_accumulators(py::module_& module) {
+void add_accumulators(py::module_& module) {
   using Numbers = std::vector<double>;
   const auto percentiles = py::arg("percentiles");
   const auto outliers = py::arg("outliers");
@@ -141,7 +129,6 @@ void define_accumulators(py::module_& module) {
              return ExactAccumulator(Wanted({percents, bounds}));
            }),
            percentiles, outliers)
-      .def("add", add, py::arg("columns"), py::arg("masks"), py::arg("has_nan"), py::arg("stop"))
       .def("result", result);
   define<ExactBins>(module, "BinnedAccumulator")
       .def(py::init([](Numbers edges, const Numbers& percents, const Numbers& bounds) {
@@ -149,8 +136,6 @@ void define_accumulators(py::module_& module) {
              return ExactBins(Bins(std::move(edges)), Wanted({percents, bounds}), check_signals);
            }),
            py::arg("edges"), percentiles, outliers)
-      .def("add", add_binned, py::arg("columns"), py::arg("masks"), py::arg("has_nan"),
-           py::arg("stop"))
       .def("edges", [](const ExactBins& passes) { return passes.bins().edges(); })
       .def("outside", &ExactBins::outside)
       .def("results", results);

@@ -1,4 +1,4 @@
-#include "python/src/bins.h"
+// vostrel._core.ObjectsInBins, and counts of values in bins and cells.
 
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>

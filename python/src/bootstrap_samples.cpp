@@ -1,7 +1,5 @@
 // The classes behind uncertainties() and bootstrap(): a sample in memory, and its resamples.
 
-#include "python/src/bootstrap_samples.h"
-
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
 
@@ -229,8 +227,7 @@ class BootstrapOfSample {
 };
 
 py::array_t<std::uint64_t> indices(std::uint64_t seed, std::uint64_t number, std::size_t size) {
-  const std::vector<std::uint64_t> found = resample_indices(seed, number, size);
-  return py::array_t<std::uint64_t>(static_cast<py::ssize_t>(found.size()), found.data());
+  return array_of(resample_indices(seed, number, size));
 }
 
 }  // namespace
@@ -243,11 +240,7 @@ void add_bootstrap(py::module_& module) {
       .def_property_readonly("n_masked", &Sample::masked)
       .def_property_readonly("n_nan", &Sample::nan)
       .def(
-          "column",
-          [](const Sample& sample, std::size_t i) {
-            const std::span<const double> column = sample.column(i);
-            return py::array_t<double>(static_cast<py::ssize_t>(column.size()), column.data());
-          },
+          "column", [](const Sample& sample, std::size_t i) { return array_of(sample.column(i)); },
           py::arg("i"))
       .def("kept", &Sample::kept)
       .def("statistics", compute_statistics, py::arg("percentiles"), py::arg("outliers"),

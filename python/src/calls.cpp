@@ -94,26 +94,21 @@ Rows rows_of(const Numbers& columns, const Arrays& masks, bool omit_nan) {
   return {size, columns_of(columns), masks_of(masks, static_cast<py::ssize_t>(size)), omit_nan};
 }
 
-py::tuple tuple_of(const ResidualStatistics& statistics) {
-  py::tuple result(kStatistics.size());
-  for (std::size_t i = 0; i < kStatistics.size(); ++i) {
-    result[i] = statistics.*kStatistics[i].member;
-  }
-  return result;
-}
-
 void check_ranks(const std::vector<std::uint64_t>& ranks, std::size_t n) {
   for (const std::uint64_t rank : ranks) {
     if (rank >= n) throw py::value_error("a rank is not below the number of objects");
   }
 }
 
-std::vector<double> numbers_of(const ResidualStatistics& statistics, const Quantiles& q) {
+std::vector<double> numbers_of(const ResidualStatistics& statistics) {
   std::vector<double> numbers;
-  numbers.reserve(kStatistics.size() + 3 + q.percentiles.size() + q.outliers.size());
-  for (const Statistic& statistic : kStatistics) {
-    numbers.push_back(statistics.*statistic.member);
-  }
+  numbers.reserve(kStatistics.size());
+  for (const Statistic& statistic : kStatistics) numbers.push_back(statistics.*statistic.member);
+  return numbers;
+}
+
+std::vector<double> numbers_of(const ResidualStatistics& statistics, const Quantiles& q) {
+  std::vector<double> numbers = numbers_of(statistics);
   numbers.insert(numbers.end(), {q.median, q.sigma_68, q.sigma_iqr});
   numbers.insert(numbers.end(), q.percentiles.begin(), q.percentiles.end());
   numbers.insert(numbers.end(), q.outliers.begin(), q.outliers.end());

@@ -1,4 +1,4 @@
-// Shared by the bound functions: NumPy's arrays as rows, numbers as tuples, and Ctrl-C.
+// Shared by the bound functions: NumPy's arrays as rows, numbers as lists, and Ctrl-C.
 
 #ifndef VOSTREL_PYTHON_SRC_CALLS_H
 #define VOSTREL_PYTHON_SRC_CALLS_H
@@ -13,12 +13,21 @@
 #include <stdexcept>
 #include <vector>
 
+#include "analysis/binned.h"
 #include "python/src/columns.h"
 #include "python/src/rows.h"
 #include "statistics/basic_accumulator.h"
 #include "statistics/statistics.h"
 
 namespace vostrel::python {
+
+// The parts of the module, one in each source.
+void add_accumulators(pybind11::module_& module);
+void add_arrow(pybind11::module_& module);
+void add_bins(pybind11::module_& module);
+void add_bootstrap(pybind11::module_& module);
+void add_dlpack(pybind11::module_& module);
+void add_plot(pybind11::module_& module);
 
 /// Thrown for values that are no real numbers. what() says what they are.
 class NotNumbers : public std::runtime_error {
@@ -35,14 +44,20 @@ using Numbers = std::vector<pybind11::object>;
 /// result. Throws ValueError if the shapes differ, TypeError if a mask holds no truth values.
 Rows rows_of(const Numbers& columns, const Arrays& masks, bool omit_nan);
 
-/// The numbers in the order of kStatistics.
-pybind11::tuple tuple_of(const ResidualStatistics& statistics);
+/// An array with a copy of the values.
+template <class Values>
+auto array_of(const Values& values) {
+  return pybind11::array_t<typename Values::value_type>(
+      static_cast<pybind11::ssize_t>(values.size()), values.data());
+}
 
 /// Throws ValueError unless the ranks are below n.
 void check_ranks(const std::vector<std::uint64_t>& ranks, std::size_t n);
 
-/// The numbers in the order of kStatistics, then the median, sigma_68, sigma_iqr, the percentiles
-/// and the outlier percentages.
+/// The numbers in the order of kStatistics.
+std::vector<double> numbers_of(const ResidualStatistics& statistics);
+
+/// The same, then the median, sigma_68, sigma_iqr, the percentiles and the outlier percentages.
 std::vector<double> numbers_of(const ResidualStatistics& statistics, const Quantiles& quantiles);
 inline std::vector<double> numbers_of(const Found& found) {
   return numbers_of(found.statistics, found.quantiles);
@@ -73,6 +88,24 @@ void for_each_block(Rows& rows, Use use) {
     use(rows.block());
     check_signals();
   }
+}
+
+/// Adds all rows to bins, and calls `checkpoint` before each block. Returns for each bin how many
+/// of its objects have NaN in reference or estimate. Requires: the rows omit NaN, and the GIL is
+/// released.
+template <class Binned>
+std::vector<std::uint64_t> add_to_bins(
+    Binned& passes, Rows& rows, const Checkpoint& checkpoint = [] {}) {
+  std::vector<std::uint64_t> nan_counts(passes.bins().size());
+  for_each_block(rows, [&](const Block& block) {
+    checkpoint();
+    for (const double by : block.nan_by) {
+      const std::size_t bin = passes.bins()(by);
+      if (bin != Bins::kOutside) ++nan_counts[bin];
+    }
+    passes.add(block.reference, block.estimate, block.by);
+  });
+  return nan_counts;
 }
 
 }  // namespace vostrel::python

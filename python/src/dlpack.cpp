@@ -1,4 +1,4 @@
-#include "python/src/dlpack.h"
+// DLPack's tensors as NumPy's arrays, without a copy of the numbers.
 
 #include <pybind11/numpy.h>
 
@@ -18,6 +18,37 @@ namespace py = pybind11;
 namespace vostrel::python {
 
 namespace {
+
+// The structs of DLPack 1.0 and before: https://dmlc.github.io/dlpack/latest/c_api.html.
+// Who owns a managed tensor calls its deleter once, unless that is null.
+
+struct DLTensor {
+  void* data;
+  std::int32_t device_type;
+  std::int32_t device_id;
+  std::int32_t ndim;
+  std::uint8_t code;
+  std::uint8_t bits;
+  std::uint16_t lanes;
+  std::int64_t* shape;
+  std::int64_t* strides;  // in numbers; null if the last index runs fastest and there are no gaps
+  std::uint64_t byte_offset;
+};
+
+struct DLManagedTensor {
+  DLTensor tensor;
+  void* manager_context;
+  void (*deleter)(DLManagedTensor*);
+};
+
+struct DLManagedTensorVersioned {
+  std::uint32_t major;
+  std::uint32_t minor;
+  void* manager_context;
+  void (*deleter)(DLManagedTensorVersioned*);
+  std::uint64_t flags;
+  DLTensor tensor;
+};
 
 struct DeleteTensor {
   template <class Managed>
@@ -54,7 +85,7 @@ py::dtype dtype_of(const DLTensor& tensor) {
 }
 
 // The memory of the numbers as an array of the tensor's shape.
-py::array array_of(const DLTensor& tensor, const py::capsule& owner) {
+py::array array_of_tensor(const DLTensor& tensor, const py::capsule& owner) {
   enum : std::int32_t { kCpu = 1, kCudaHost = 3, kRocmHost = 11 };
   require_tensor(tensor.device_type == kCpu || tensor.device_type == kCudaHost ||
                      tensor.device_type == kRocmHost,
@@ -100,7 +131,7 @@ py::array take(const py::handle& capsule, const char* name, const char* used_nam
   const py::capsule owner(managed,
                           [](void* owned) { DeleteTensor()(static_cast<Managed*>(owned)); });
   static_cast<void>(held.release());
-  py::array result = array_of(managed->tensor, owner);
+  py::array result = array_of_tensor(managed->tensor, owner);
   result.attr("flags").attr("writeable") = false;
   return result;
 }

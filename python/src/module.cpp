@@ -16,13 +16,7 @@
 
 #include "analysis/binned.h"
 #include "floating_point.h"
-#include "python/src/accumulators.h"
-#include "python/src/arrow.h"
-#include "python/src/bins.h"
-#include "python/src/bootstrap_samples.h"
 #include "python/src/calls.h"
-#include "python/src/dlpack.h"
-#include "python/src/plot.h"
 #include "statistics/basic_accumulator.h"
 #include "statistics/search.h"
 #include "statistics/statistics.h"
@@ -66,40 +60,22 @@ py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, 
                         found ? py::object(numbers_of(*found)) : py::object(py::none()));
 }
 
-// Counts and range of the objects, found in a first pass.
-struct Survey {
-  std::size_t n = 0;
-  std::size_t masked = 0;
-  std::size_t nan = 0;
-  double low = kInfinity;  // of the last column, without NaN
-  double high = -kInfinity;
-};
-
-// Requires: the GIL is released.
-Survey survey_rows(Rows& rows) {
-  Survey survey;
-  for_each_block(rows, [&](const Block& block) {
-    for (const double value : block.by) {
-      if (value < survey.low) survey.low = value;
-      if (value > survey.high) survey.high = value;
-    }
-  });
-  survey.n = rows.kept();
-  survey.masked = rows.masked();
-  survey.nan = rows.nan();
-  return survey;
-}
-
 // Returns (n, n_masked, n_nan, low, high). The last two are the range of the third column, or of
-// the first if there are two.
+// the first if there are two, without NaN.
 py::tuple survey(const Numbers& columns, const Arrays& masks, bool omit_nan) {
   Rows rows = rows_of(columns, masks, omit_nan);
-  Survey found;
+  double low = kInfinity;
+  double high = -kInfinity;
   {
     const py::gil_scoped_release release;
-    found = survey_rows(rows);
+    for_each_block(rows, [&](const Block& block) {
+      for (const double value : block.by) {
+        if (value < low) low = value;
+        if (value > high) high = value;
+      }
+    });
   }
-  return py::make_tuple(found.n, found.masked, found.nan, found.low, found.high);
+  return py::make_tuple(rows.kept(), rows.masked(), rows.nan(), low, high);
 }
 
 // Returns the values of some ranks in the third column, or in the first if there are two.
@@ -129,7 +105,7 @@ py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, st
       for (std::size_t k = first; k < end; ++k) values.push_back(search.value(k - first));
     }
   }
-  return py::array_t<double>(static_cast<py::ssize_t>(values.size()), values.data());
+  return array_of(values);
 }
 
 // Returns (counts, nan_counts, n_outside, numbers, lsst): for each bin the number of objects, and
@@ -176,8 +152,7 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
       set(lsst.mutable_at(i, bin), metrics[static_cast<std::size_t>(i)]);
     }
   }
-  return py::make_tuple(counts, py::array_t<std::uint64_t>(size, nan_counts.data()), outside,
-                        numbers, lsst);
+  return py::make_tuple(counts, array_of(nan_counts), outside, numbers, lsst);
 }
 
 py::tuple list_statistics() {
@@ -208,8 +183,10 @@ PYBIND11_MODULE(_core, module) {
   module.attr("STATISTICS") = list_statistics();
   module.attr("NMAD_FACTOR") = vostrel::kNmadFactor;
   module.attr("OUTLIER_BOUND") = vostrel::kOutlierBound;
+  add_accumulators(module);
   add_arrow(module);
   add_bins(module);
+  add_bootstrap(module);
   add_dlpack(module);
   add_plot(module);
   const auto columns = py::arg("columns");
@@ -223,6 +200,4 @@ PYBIND11_MODULE(_core, module) {
              py::arg("edges"), percentiles, outliers);
   module.def("survey", survey, columns, masks, omit_nan);
   module.def("order_values", order_values, columns, masks, py::arg("n"), py::arg("ranks"));
-  add_bootstrap(module);
-  define_accumulators(module);
 }

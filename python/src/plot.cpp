@@ -1,9 +1,9 @@
-#include "python/src/plot.h"
+// Helpers of vostrel.plot: rows of the intermediate file, and the program's numbers for values with
+// NaN.
 
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
 
-#include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <span>
@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "python/src/calls.h"
-#include "statistics/residuals.h"
 #include "statistics/statistics.h"
 
 namespace py = pybind11;
@@ -27,10 +26,6 @@ using Values = py::array_t<double, py::array::c_style>;
 std::span<const double> span_of(const Values& values) {
   if (values.ndim() != 1) throw py::value_error("an array must have one dimension");
   return {values.data(), static_cast<std::size_t>(values.size())};
-}
-
-Values array_of(const std::vector<double>& values) {
-  return Values(static_cast<py::ssize_t>(values.size()), values.data());
 }
 
 // ---- rows of the intermediate file --------------------------------------------------------------
@@ -69,22 +64,6 @@ py::tuple read_rows(const py::bytes& block, std::size_t start) {
   return py::make_tuple(array_of(reference), array_of(estimate), at - text.data());
 }
 
-// ---- what the panels show -----------------------------------------------------------------------
-
-Values normalized_residuals(const Values& reference, const Values& estimate) {
-  const std::span<const double> references = span_of(reference);
-  const std::span<const double> estimates = span_of(estimate);
-  if (references.size() != estimates.size()) throw py::value_error("arrays must have one length");
-  Values residuals(static_cast<py::ssize_t>(references.size()));
-  double* const first = residuals.mutable_data();
-  {
-    const py::gil_scoped_release release;
-    std::transform(references.begin(), references.end(), estimates.begin(), first,
-                   normalized_residual);
-  }
-  return residuals;
-}
-
 // ---- the program's numbers ----------------------------------------------------------------------
 
 // (delta, norm), with NaN or without.
@@ -96,15 +75,13 @@ py::tuple program_statistics(const Values& reference, const Values& estimate) {
     const py::gil_scoped_release release;
     statistics = vostrel::point_statistics(references, estimates);
   }
-  return py::make_tuple(tuple_of(statistics.delta), tuple_of(statistics.norm));
+  return py::make_tuple(numbers_of(statistics.delta), numbers_of(statistics.norm));
 }
 
 }  // namespace
 
 void add_plot(py::module_& module) {
   module.def("read_rows", read_rows, py::arg("block"), py::arg("start"));
-  module.def("normalized_residuals", normalized_residuals, py::arg("reference"),
-             py::arg("estimate"));
   module.def("program_statistics", program_statistics, py::arg("reference"), py::arg("estimate"));
 }
 

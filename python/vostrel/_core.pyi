@@ -195,13 +195,11 @@ def read_rows(
     have the program's form.
     """
 
-def normalized_residuals(
-    reference: NDArray[np.float64], estimate: NDArray[np.float64]
-) -> NDArray[np.float64]: ...
 def program_statistics(
     reference: NDArray[np.float64], estimate: NDArray[np.float64]
 ) -> tuple[_Statistics, _Statistics]:
     """Return the program's statistics of both residuals, with NaN or without."""
+
 class Stop:
     """Ends calls of `add` in other threads, with a RuntimeError."""
 

@@ -74,7 +74,9 @@ def objects_of(
     first, second = values
     total = first.size
     nans = infinite = 0
-    norm = _core.normalized_residuals(first, second)
+    with np.errstate(all="ignore"):
+        norm = first - second
+        norm /= 1 + first
     good = np.isfinite(norm)  # and so are the values that it is made of
     if not good.all():
         nans = int(np.count_nonzero(np.isnan(first) | np.isnan(second)))
