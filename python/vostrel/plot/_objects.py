@@ -8,7 +8,6 @@ from typing import Any
 import numpy as np
 from numpy.typing import NDArray
 
-from vostrel import _core
 from vostrel._inputs import NanPolicy, check_counts, prepare
 from vostrel._point import point_statistics
 from vostrel._results import PointStatistics
