@@ -241,8 +241,8 @@ def test_ways_to_store_columns_in_hdf5(evaluate, columns, monkeypatch, options):
 def test_columns_that_grow():
     whole = np.arange(10.0)
     parts = [whole[:3], whole[3:5], whole[5:6], whole[7:8], np.array([7.0]), whole[8:9], whole[9:]]
-    kept = Kept(parts[0])
-    for i, part in enumerate(parts[1:], 2):
-        kept.add(part, 0)
+    kept = Kept(0)
+    for i, part in enumerate(parts, 1):
+        kept.add(part)
         assert kept.values.tolist() == np.concatenate(parts[:i]).tolist()
         assert np.shares_memory(kept.values, whole) == (i < 4)

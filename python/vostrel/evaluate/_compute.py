@@ -17,7 +17,7 @@ from vostrel._options import read_asked
 from vostrel._point import statistics_of
 from vostrel._results import BinnedStatistics, PointStatistics, Uncertainties
 from vostrel.evaluate._errors import EvaluateError
-from vostrel.evaluate._rows import Counts, Objects, Selection
+from vostrel.evaluate._rows import Counts, Objects, Room, Selection
 
 if TYPE_CHECKING:  # takes as long to import as this package
     from numpy.typing import NDArray
@@ -76,18 +76,16 @@ def evaluate(
     counts = Counts()
     results = Results(counts)
     store = Store(selection, options.memory)
-    chunks = _watched(selection, progress, counts, watch)
+    chunks = _watched(selection, progress, counts, watch, store.room)
     for objects in chunks:
         store.add(objects)
         if store.nbytes > options.memory:
             refuse_large(options)
-            first = chain([store.objects()], chunks)
-            del store
-            _in_passes(results, selection, options, first, progress)
+            _in_passes(results, selection, options, chain([store.take()], chunks), progress)
             return results
     if not counts.used:
         raise EvaluateError(f"no objects are left: {counts_text(counts)}")
-    results.objects = store.objects()
+    results.objects = store.take()
     _in_memory(results, selection, options, progress)
     return results
 
@@ -117,8 +115,9 @@ def _watched(
     progress: Progress,
     counts: Counts,
     watch: Callable[[Objects], None] | None,
+    room: Room,
 ) -> Iterator[Objects]:
-    for objects in selection.objects(counts):
+    for objects in selection.objects(counts, room):
         if watch is not None:
             watch(objects)
         progress("reading", counts.read, selection.rows)
@@ -129,58 +128,70 @@ class Store:
     """Objects that are kept in memory."""
 
     def __init__(self, selection: Selection, memory: int) -> None:
-        self._selection = selection
-        self._memory = memory
-        self._numbers: dict[str, Kept] = {}
+        names = selection.roles.numbers
+        rows = selection.rows or 0
+        expected = rows if 8 * rows * len(names) <= memory else 0
+        self._numbers = {name: Kept(expected) for name in names}
         self._groups: list[NDArray[Any]] = []
         self.nbytes = 0
+
+    def room(self, name: str, count: int) -> NDArray[np.float64] | None:
+        """Return where the next values of a column belong, or None if no more are kept."""
+        return self._numbers[name].room(count) if self._numbers else None
 
     def add(self, objects: Objects) -> None:
         """Add a chunk."""
         for name, values in objects.numbers.items():
-            if name not in self._numbers:
-                self._numbers[name] = Kept(values)
-            else:
-                self._numbers[name].add(values, self._expected(objects))
+            self._numbers[name].add(values)
         if objects.groups is not None:
             self._groups.append(objects.groups.copy())  # it may be a part of a larger chunk
         self.nbytes += objects.nbytes
 
-    def _expected(self, objects: Objects) -> int:
-        """Return the number of rows, if it is known and they fit. Untouched memory is free."""
-        rows = self._selection.rows or 0
-        return rows if 8 * rows * len(objects.numbers) <= self._memory else 0
-
-    def objects(self) -> Objects:
-        """Return all objects as one."""
+    def take(self) -> Objects:
+        """Return all objects as one, and keep no more."""
         numbers = {name: kept.values for name, kept in self._numbers.items()}
+        self._numbers = {}
         return Objects(numbers, np.concatenate(self._groups) if self._groups else None, 0, None)
 
 
 class Kept:
     """A column that grows: where the file holds it, or in an array. Joining would copy it."""
 
-    def __init__(self, values: NDArray[np.float64]) -> None:
-        self.values = values
-        self._owner = owner(values)
+    def __init__(self, expected: int) -> None:
+        self.values = np.empty(0)
+        self._expected = expected  # a lower bound of the number of values. Untouched memory is free
+        self._owner: Any = None
         self._room: NDArray[np.float64] | None = None
 
-    def add(self, values: NDArray[np.float64], expected: int) -> None:
-        """Add values. `expected` is a lower bound of their final number, or 0."""
+    def room(self, count: int) -> NDArray[np.float64]:
+        """Return where the next values belong."""
         size = len(self.values)
-        end = size + len(values)
-        if self._room is None and owner(values) is self._owner and follows(self.values, values):
-            self.values = np.lib.stride_tricks.as_strided(self.values, (end,), writeable=False)
-            return
         if self._room is None:
             # NumPy takes huge pages for empty(), which are slow to find beside cached files.
-            self._room = np.zeros(max(end, expected))
+            self._room = np.zeros(max(size + count, self._expected))
             self._room[:size] = self.values
-        if end > len(self._room):
-            self.values = values  # no view of the room, which moves
-            self._room.resize(max(end, 3 * len(self._room) // 2), refcheck=False)
-        self._room[size:end] = values
-        self.values = self._room[:end]
+        elif size + count > len(self._room):
+            self.values = np.empty(0)  # no view of the room, which moves
+            self._room.resize(max(size + count, 3 * len(self._room) // 2), refcheck=False)
+        self.values = self._room[:size]
+        return self._room[size : size + count]
+
+    def add(self, values: NDArray[np.float64]) -> None:
+        """Add values, which may be in the room already."""
+        size = len(self.values)
+        if self._room is None and size == 0:
+            self.values = values
+            self._owner = owner(values)
+        elif self._room is None and owner(values) is self._owner and follows(self.values, values):
+            self.values = np.lib.stride_tricks.as_strided(
+                self.values, (size + len(values),), writeable=False
+            )
+        else:
+            room = self.room(len(values))
+            if address(room) != address(values):
+                room[:] = values
+            assert self._room is not None
+            self.values = self._room[: size + len(values)]
 
 
 def follows(before: NDArray[Any], values: NDArray[Any]) -> bool:

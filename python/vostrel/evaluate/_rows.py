@@ -2,9 +2,9 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterator, Mapping, Sequence
+from collections.abc import Callable, Iterator, Mapping, Sequence
 from dataclasses import dataclass, field
-from typing import TYPE_CHECKING, Any
+from typing import TYPE_CHECKING, Any, TypeAlias
 
 import numpy as np
 
@@ -16,6 +16,9 @@ if TYPE_CHECKING:  # takes as long to import as this package
     from numpy.typing import NDArray
 
     from vostrel.evaluate._where import Condition
+
+#: Returns where so many values of a column are to be written, or None for a new array.
+Room: TypeAlias = "Callable[[str, int], NDArray[np.float64] | None]"
 
 
 @dataclass(frozen=True)
@@ -99,21 +102,23 @@ class Selection:
         """The number of rows of the table, if it is known."""
         return self._table.rows
 
-    def objects(self, counts: Counts | None = None) -> Iterator[Objects]:
+    def objects(
+        self, counts: Counts | None = None, room: Room = lambda name, count: None
+    ) -> Iterator[Objects]:
         """Yield the used rows, and add up the counts."""
         counts = Counts() if counts is None else counts
         text = {name for name in self._text if name}
         for name in self.roles.numbers:
             counts.columns[name] = {"masked": 0, "missing": 0, "nan": 0}
         for chunk in self._table.chunks(self._names, text):
-            yield self._use(chunk, counts)
+            yield self._use(chunk, counts, room)
 
-    def _use(self, chunk: Mapping[str, NDArray[Any]], counts: Counts) -> Objects:
+    def _use(self, chunk: Mapping[str, NDArray[Any]], counts: Counts, room: Room) -> Objects:
         """Return the used rows of a chunk."""
         size = len(chunk[self._names[0]])
         first = counts.read
         counts.read += size
-        numbers = {name: as_doubles(name, chunk[name]) for name in self.roles.numbers}
+        numbers = {name: as_doubles(name, chunk[name], room) for name in self.roles.numbers}
         keep = None if self.condition is None else self.condition.select(chunk)
         if keep is not None:
             counts.not_selected += size - int(np.count_nonzero(keep))
@@ -166,8 +171,10 @@ def has_nan(values: NDArray[np.float64]) -> bool:
         return bool(len(values)) and bool(np.isnan(values.min()))
 
 
-def as_doubles(name: str, values: NDArray[Any]) -> NDArray[np.float64]:
-    """Return a column of numbers, without its mask."""
+def as_doubles(
+    name: str, values: NDArray[Any], room: Room = lambda name, count: None
+) -> NDArray[np.float64]:
+    """Return a column of numbers without its mask, converted in its room if need be."""
     data = data_of(values)
     kinds = {"b": "truth values", "c": "complex numbers", "M": "times", "m": "time spans"}
     if data.ndim != 1:
@@ -177,4 +184,7 @@ def as_doubles(name: str, values: NDArray[Any]) -> NDArray[np.float64]:
         if data.dtype.kind in "SU" or (len(data) and isinstance(data[0], (str, bytes))):
             found = "text"
         raise EvaluateError(f"column {name!r} holds {found}, not numbers")
-    return np.asarray(data, np.float64)
+    if data.dtype == np.float64 or (place := room(name, len(data))) is None:
+        return np.asarray(data, np.float64)
+    np.copyto(place, data)
+    return place
