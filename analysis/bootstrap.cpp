@@ -136,9 +136,10 @@ std::size_t Bootstrap::words() const {
 
 void Bootstrap::order(bool normalized, const Checkpoint& checkpoint) {
   Part& part = parts_[normalized ? 1 : 0];
-  part.usable = part.windows.find(part.residuals, units_, checkpoint);
+  const WindowGuess guess(part.residuals, units_);
+  part.usable = part.windows.find(part.residuals, units_, guess, checkpoint);
   if (!part.usable) return;
-  if (wanted_.has_quantiles) order_quantiles(part, checkpoint);
+  if (wanted_.has_quantiles) order_quantiles(part, guess, checkpoint);
   if (!units_.are_groups()) return;
   part.groups.assign(units_.count, {});
   std::array<std::uint64_t, Resample::kBlock> marks;
@@ -155,8 +156,9 @@ void Bootstrap::order(bool normalized, const Checkpoint& checkpoint) {
                                 });
 }
 
-void Bootstrap::order_quantiles(Part& part, const Checkpoint& checkpoint) {
-  part.has_quantiles = part.quantiles.find(part.residuals, units_, wanted_, checkpoint);
+void Bootstrap::order_quantiles(Part& part, const WindowGuess& guess,
+                                const Checkpoint& checkpoint) {
+  part.has_quantiles = part.quantiles.find(part.residuals, units_, guess, wanted_, checkpoint);
   if (!part.has_quantiles || !units_.are_groups()) return;
   constexpr std::size_t kMarks = QuantileWindows::kMarksInWord;
   const std::size_t words = wanted_words_;

@@ -122,7 +122,7 @@ class Bootstrap {
   bool is_fast() const { return parts_[0].usable && parts_[1].usable; }
   // The number of words of marks of each object for the quantiles.
   std::size_t words() const;
-  void order_quantiles(Part& part, const Checkpoint& checkpoint);
+  void order_quantiles(Part& part, const WindowGuess& guess, const Checkpoint& checkpoint);
   std::uint64_t size_of(std::size_t unit) const;
   std::uint64_t size_of(std::span<const std::uint8_t> counts) const;
   template <bool kPowers>

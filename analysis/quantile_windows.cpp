@@ -37,11 +37,11 @@ std::size_t QuantileWindows::words(const Wanted& wanted) {
 }
 
 bool QuantileWindows::find(const ResidualColumn& residuals, const Units& units,
-                           const Wanted& wanted, const Checkpoint& checkpoint) {
+                           const WindowGuess& guess, const Wanted& wanted,
+                           const Checkpoint& checkpoint) {
   wanted_ = wanted;
   percents_ = percents_of(wanted);
   ranks_.assign(percents_.size(), {});
-  const WindowGuess guess(residuals, units);
   for (std::size_t k = 0; k < ranks_.size(); ++k) {
     guess.place(ranks_[k], kItself, percents_[k] / 100);
     guess.reserve(ranks_[k], kItself);

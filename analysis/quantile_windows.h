@@ -23,8 +23,8 @@ class QuantileWindows {
 
   /// Finds the windows and their entries. Returns false if they can't be used.
   /// Requires: the residuals are finite.
-  bool find(const ResidualColumn& residuals, const Units& units, const Wanted& wanted,
-            const Checkpoint& checkpoint);
+  bool find(const ResidualColumn& residuals, const Units& units, const WindowGuess& guess,
+            const Wanted& wanted, const Checkpoint& checkpoint);
 
   /// The number of words of marks of each object: the same for all residuals with this `wanted`.
   static std::size_t words(const Wanted& wanted);

@@ -202,6 +202,10 @@ WindowGuess::WindowGuess(const ResidualColumn& residuals, const Units& units) : 
     values_.push_back(residuals[object]);
     if (units.are_groups()) groups_.push_back(units.of(object));
   }
+  const bool has_nan =
+      std::any_of(values_.begin(), values_.end(), [](double x) { return std::isnan(x); });
+  // Finding quantiles is then faster. Values of groups have their places.
+  if (!units.are_groups() && !has_nan) std::sort(values_.begin(), values_.end());
 }
 
 template <class Use>
@@ -212,7 +216,7 @@ void Windows::for_each_window(Use use) {
   for (Window& window : beyond_) use(window, kMagnitude, Gap{});
 }
 
-bool Windows::find(const ResidualColumn& residuals, const Units& units,
+bool Windows::find(const ResidualColumn& residuals, const Units& units, const WindowGuess& guess,
                    const Checkpoint& checkpoint) {
   const auto center = find_center(residuals, checkpoint);
   if (!center) return false;
@@ -226,7 +230,6 @@ bool Windows::find(const ResidualColumn& residuals, const Units& units,
     beyond_[k].high = sigma->high * multiple;
   }
 
-  const WindowGuess guess(residuals, units);
   guess.place(median_, kItself);
   guess.place(absolute_, kMagnitude);
   // For the distances from a resample's median: the median moves, and so does the middle distance.

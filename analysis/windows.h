@@ -269,7 +269,8 @@ class WindowGuess {
 class Windows {
  public:
   /// Finds the windows and their entries. Returns false if they can't be used.
-  bool find(const ResidualColumn& residuals, const Units& units, const Checkpoint& checkpoint);
+  bool find(const ResidualColumn& residuals, const Units& units, const WindowGuess& guess,
+            const Checkpoint& checkpoint);
 
   /// The bias of all objects, which is subtracted before anything is summed.
   double center() const { return center_; }

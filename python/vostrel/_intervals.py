@@ -112,9 +112,8 @@ class Resampled:
     def quantiles(self, confidence: float) -> NDArray[np.float64]:
         """Return two quantiles of each statistic, shape (2, statistics)."""
         if confidence not in self._quantiles:
-            ends = [(1 - confidence) / 2, (1 + confidence) / 2]
             with np.errstate(invalid="ignore"):
-                self._quantiles[confidence] = np.quantile(self.replicates, ends, axis=0)
+                self._quantiles[confidence] = two_quantiles(self.replicates.T, confidence)
         return self._quantiles[confidence]
 
     def results(
@@ -357,6 +356,23 @@ def _fewest_effective(r: Resampled) -> float:
     return 2.0 if r.groups else 2.8 + 400 / r.n
 
 
+def two_quantiles(numbers: NDArray[np.float64], confidence: float) -> NDArray[np.float64]:
+    """Return the quantiles (1 -+ confidence) / 2 along the last axis, in shape (2, ...).
+
+    The bits are those of np.quantile, which takes twice as long.
+    """
+    last = numbers.shape[-1] - 1
+    places = last * np.array([(1 - confidence) / 2, (1 + confidence) / 2])
+    below = places.astype(int)
+    above = np.minimum(below + 1, last)
+    ordered = np.partition(np.ascontiguousarray(numbers), [*below, *above, last])
+    low, high, part = ordered[..., below], ordered[..., above], places - below
+    step = high - low
+    found = np.where(part < 0.5, low + step * part, high - step * (1 - part))
+    found[np.isnan(ordered[..., last])] = np.nan
+    return np.moveaxis(found, -1, 0)
+
+
 def percentile(r: Resampled, name: str, confidence: float) -> Ends:
     """Return two quantiles of the resamples."""
     low, high = r.quantiles(confidence)[:, r.names.index(name)]
@@ -415,7 +431,7 @@ def studentized(r: Resampled, name: str, confidence: float) -> Ends | None:
     ratios = ratios[np.isfinite(ratios)]
     if len(ratios) < 2 or not error > 0:
         return None
-    upper, lower = np.quantile(ratios, [(1 - confidence) / 2, (1 + confidence) / 2])
+    upper, lower = two_quantiles(ratios, confidence)
     if name == "bias":
         return value - lower * error, value - upper * error
     with np.errstate(over="ignore"):  # of a few objects
@@ -439,7 +455,7 @@ def beyond_sigma(r: Resampled, name: str, confidence: float) -> Ends | None:
         return None
     slope = np.mean((logs - np.mean(logs)) * differences) / np.var(logs)
     differences -= slope * (logs + error * ratios)
-    low, high = value + np.quantile(differences, [(1 - confidence) / 2, (1 + confidence) / 2])
+    low, high = value + two_quantiles(differences, confidence)
     return max(float(low), 0.0), min(float(high), 100.0)
 
 

@@ -9,7 +9,7 @@ import pytest
 import vostrel
 from data_sets import redshifts
 from vostrel import _core
-from vostrel._intervals import t_quantile
+from vostrel._intervals import t_quantile, two_quantiles
 from vostrel._results import NAMES
 from vostrel._tails import are_endless
 
@@ -33,6 +33,20 @@ PLAIN = {
     "outliers_0.1": lambda r: 100 * (abs(r) > 0.1).mean(-1),
 }
 ASKED = {"percentiles": 2.5, "outliers": 0.1}
+
+
+@pytest.mark.filterwarnings("ignore:invalid value")
+@pytest.mark.parametrize("confidence", [0.3, 0.683, 0.95, 1 - 2**-53])
+@pytest.mark.parametrize("count", [2, 3, 41, 1000])
+def test_two_quantiles_have_the_bits_of_numpy(rng, count, confidence):
+    numbers = rng.standard_cauchy((8, count))
+    numbers[1] = 0.1
+    numbers[2, 0], numbers[3, 1] = np.inf, np.nan
+    numbers[4] = np.round(numbers[4])
+    ends = [(1 - confidence) / 2, (1 + confidence) / 2]
+    expected = np.quantile(numbers, ends, axis=-1)
+    assert two_quantiles(numbers, confidence).tobytes() == expected.tobytes()
+    assert two_quantiles(numbers[0], confidence).tobytes() == expected[:, 0].tobytes()
 
 
 @pytest.mark.filterwarnings("ignore:The BCa")
