@@ -58,14 +58,20 @@ std::uint32_t Bins::search(double value) const {
 template <class Sum>
 BinnedAccumulator<Sum>::BinnedAccumulator(Bins bins, const Wanted& wanted,
                                           const Checkpoint& checkpoint)
+    : BinnedAccumulator(std::move(bins), checkpoint,
+                        [&](std::size_t /*bin*/) { return BasicAccumulator<Sum>(wanted); }) {}
+
+template <class Sum>
+template <class Make>
+BinnedAccumulator<Sum>::BinnedAccumulator(Bins bins, const Checkpoint& checkpoint, Make make)
     : bins_(std::move(bins)),
       room_(std::clamp<std::size_t>(65536 / bins_.size(), 16, 256)),
       reference_(bins_.size() * room_),
       estimate_(bins_.size() * room_),
       waiting_(bins_.size()) {
   accumulators_.reserve(bins_.size());
-  while (accumulators_.size() < bins_.size()) {
-    accumulators_.emplace_back(wanted);
+  for (std::size_t bin = 0; bin < bins_.size(); ++bin) {
+    accumulators_.push_back(make(bin));
     checkpoint();
   }
 }
@@ -118,11 +124,6 @@ void BinnedAccumulator<Sum>::add_waiting(const BinnedAccumulator& other, std::si
 }
 
 template <class Sum>
-void BinnedAccumulator<Sum>::hand_over_all() {
-  for (std::size_t bin = 0; bin < accumulators_.size(); ++bin) hand_over(bin);
-}
-
-template <class Sum>
 bool BinnedAccumulator<Sum>::end_pass(const Checkpoint& checkpoint) {
   if (first_pass_) {
     outside_ = seen_outside_;
@@ -158,12 +159,10 @@ std::uint64_t BinnedAccumulator<Sum>::size() const {
 
 template <class Sum>
 BinnedAccumulator<Sum> BinnedAccumulator<Sum>::fresh(const Checkpoint& checkpoint) const {
-  BinnedAccumulator fresh(bins_, {}, checkpoint);
-  for (std::size_t bin = 0; bin < accumulators_.size(); ++bin) {
+  BinnedAccumulator fresh(bins_, checkpoint, [this](std::size_t bin) {
     const auto& accumulator = accumulators_[bin];
-    fresh.accumulators_[bin] = accumulator.needs_another_pass() ? accumulator.fresh() : accumulator;
-    checkpoint();
-  }
+    return accumulator.needs_another_pass() ? accumulator.fresh() : accumulator;
+  });
   fresh.first_pass_ = first_pass_;
   fresh.outside_ = outside_;
   fresh.checksum_ = checksum_;
@@ -191,7 +190,7 @@ void BinnedAccumulator<Sum>::merge(const BinnedAccumulator& other) {
 template <class Sum>
 std::string BinnedAccumulator<Sum>::to_bytes() const {
   BinnedAccumulator whole(*this);
-  whole.hand_over_all();
+  for (std::size_t bin = 0; bin < bins_.size(); ++bin) whole.hand_over(bin);
   ByteWriter out;
   out.numbers(bins_.edges());
   out.integer(first_pass_);

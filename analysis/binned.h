@@ -118,7 +118,10 @@ class BinnedAccumulator {
  private:
   void hand_over(std::size_t bin);
   void add_waiting(const BinnedAccumulator& other, std::size_t bin);
-  void hand_over_all();
+
+  // Makes the accumulator of each bin by make(bin).
+  template <class Make>
+  BinnedAccumulator(Bins bins, const Checkpoint& checkpoint, Make make);
 
   Bins bins_;
   // The objects of each bin that are not yet handed to its accumulator.

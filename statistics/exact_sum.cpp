@@ -94,22 +94,21 @@ void ExactSum::add(double value) {
 }
 
 bool ExactSum::add_with_squares(std::span<const double> values, ExactSum& sum, ExactSum& squares) {
-  return squares.add_block<true>(values, 0.0, &sum);
+  return squares.add_block(values, 0.0, &sum);
 }
 
 bool ExactSum::add_squares_about(double center, std::span<const double> values) {
-  return add_block<false>(values, center, nullptr);
+  return add_block(values, center, nullptr);
 }
 
-template <bool kWithValues>
 bool ExactSum::add_block(std::span<const double> values, double center, ExactSum* sum) {
-  if (add_split<kWithValues>(values, center, sum)) return true;
+  if (add_split(values, center, sum)) return true;
   double largest = 0;
   for (const double value : values) largest = std::max(largest, std::fabs(value - center));
   std::frexp(largest, &exponent_);
-  if (add_split<kWithValues>(values, center, sum)) return true;
+  if (add_split(values, center, sum)) return true;
   for (const double value : values) {
-    if constexpr (kWithValues) sum->add(value);
+    if (sum != nullptr) sum->add(value);
     add((value - center) * (value - center));
   }
   return false;
@@ -117,14 +116,13 @@ bool ExactSum::add_block(std::span<const double> values, double center, ExactSum
 
 // Returns false and adds nothing if there is a rest, or if a value is not below 2^exponent_. If the
 // splitting overflows, there is a rest: NaN.
-template <bool kWithValues>
 bool ExactSum::add_split(std::span<const double> values, double center, ExactSum* sum) {
   if (exponent_ < -400) return false;  // splitting must not meet subnormal numbers
-  const Splits splits = kWithValues ? split_with_squares(values, exponent_)
-                                    : split_squares_about(center, values, exponent_);
+  const Splits splits = sum != nullptr ? split_with_squares(values, exponent_)
+                                       : split_squares_about(center, values, exponent_);
   if (splits.has_too_large() || splits.squares.has_rest()) return false;
-  if (kWithValues && splits.values.has_rest()) return false;
-  if constexpr (kWithValues) {
+  if (sum != nullptr) {
+    if (splits.values.has_rest()) return false;
     sum->add_integer(splits.values.large_integer(values.size()), exponent_ - 51);
     sum->add_integer(splits.values.small_integer(values.size()), exponent_ - 102);
   }

@@ -47,9 +47,7 @@ class ExactSum {
  private:
   static constexpr std::size_t kWords = 72;
 
-  template <bool kWithValues>
   bool add_split(std::span<const double> values, double center, ExactSum* sum);
-  template <bool kWithValues>
   bool add_block(std::span<const double> values, double center, ExactSum* sum);
   void add_integer(std::int64_t integer, int exponent);
   void carry();

@@ -1,7 +1,6 @@
 #include "statistics/search.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
@@ -181,8 +180,6 @@ void Search::guess_rank(Asked& asked) const {
   asked.likely = {std::max(guess - half, bucket->low), std::min(guess + half, bucket->high)};
 }
 
-void Search::plan_rank(Asked& asked) { add_bracket(asked, Key{}, asked.keys, asked.likely); }
-
 // Where the center of a distance lies, as far as is known.
 Interval Search::center_of(const Asked& asked) const {
   if (!asked.about) return {asked.center, asked.center};
@@ -279,7 +276,7 @@ bool Search::start_pass() {
     find_buckets();
     for (Asked& asked : asked_) {
       if (asked.is_known) continue;
-      if (asked.kind == Kind::kRank) plan_rank(asked);
+      if (asked.kind == Kind::kRank) add_bracket(asked, Key{}, asked.keys, asked.likely);
       if (asked.kind == Kind::kDistance) plan_distance(asked);
       if (asked.kind == Kind::kBeyond) add_bracket(asked, Key{0.0}, asked.keys, asked.keys);
     }

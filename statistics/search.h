@@ -156,7 +156,6 @@ class Search {
   Question ask(Asked asked);
   void find_buckets();
   void guess_rank(Asked& asked) const;
-  void plan_rank(Asked& asked);
   void plan_distance(Asked& asked);
   Interval guess_distance(const Asked& asked) const;
   Interval center_of(const Asked& asked) const;

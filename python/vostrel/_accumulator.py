@@ -42,6 +42,9 @@ class State(Generic[Core]):
     #: The arrays of a chunk. The first two are required.
     CHUNK: tuple[str, ...]
 
+    #: The class of the core.
+    CORE: Any
+
     def __init__(self, nan_policy: str, asked: Asked, core: Core, left_out: int) -> None:
         check_choice("nan_policy of chunks", nan_policy, get_args(ChunkNanPolicy))
         self._set(nan_policy, asked, core, True, np.zeros(left_out, np.uint64))
@@ -179,13 +182,9 @@ class State(Generic[Core]):
                 f"reads version {PICKLE_VERSION}: use the same release for all workers"
             )
         nan_policy, asked, core, first, left_out, where_nan = fields
-        core = self._core_type().from_bytes(core)
+        core = self.CORE.from_bytes(core)
         self._set(nan_policy, Asked(*asked), core, first, np.array(left_out, np.uint64))
         self._where_nan = where_nan
-
-    @staticmethod
-    def _core_type() -> type[Core]:
-        raise NotImplementedError
 
 
 class Accumulator(State[_core.Accumulator]):
@@ -253,6 +252,7 @@ class Accumulator(State[_core.Accumulator]):
     """
 
     CHUNK = ("reference", "estimate", "mask")
+    CORE = _core.Accumulator
 
     def __init__(
         self,
@@ -304,10 +304,6 @@ class Accumulator(State[_core.Accumulator]):
             n_masked, n_nan = self._left_out.tolist()
             return made_of((n, n_masked, n_nan), numbers, self._asked)
 
-    @staticmethod
-    def _core_type() -> type[_core.Accumulator]:
-        return _core.Accumulator
-
 
 class BinnedAccumulator(State[_core.BinnedAccumulator]):
     """Like `Accumulator`, for bins with fixed edges.
@@ -316,6 +312,7 @@ class BinnedAccumulator(State[_core.BinnedAccumulator]):
     """
 
     CHUNK = ("reference", "estimate", "by", "mask")
+    CORE = _core.BinnedAccumulator
 
     def __init__(
         self,
@@ -360,10 +357,6 @@ class BinnedAccumulator(State[_core.BinnedAccumulator]):
                 norm=BinnedResidualStatistics._of(norm, self._asked),
                 lsst=BinnedLsstMetrics(*metrics),
             )
-
-    @staticmethod
-    def _core_type() -> type[_core.BinnedAccumulator]:
-        return _core.BinnedAccumulator
 
 
 def _digest(written: bytes) -> bytes:

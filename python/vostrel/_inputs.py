@@ -370,12 +370,7 @@ def _is_from(library: str, values: Any) -> bool:
 
 def _libraries(values: Any) -> set[str]:
     """Return the libraries of the class of `values` and of its bases."""
-    return {root for root in _roots(type(values))}
-
-
-def _roots(kind: type) -> Iterator[str]:
-    for base in kind.__mro__:
-        yield base.__module__.partition(".")[0]
+    return {base.__module__.partition(".")[0] for base in type(values).__mro__}
 
 
 def _found(name: str, values: Any, array: NDArray[Any]) -> str:
