@@ -41,13 +41,13 @@ template <class Sum>
 void BasicAccumulator<Sum>::take(std::span<const double> reference,
                                  std::span<const double> estimate) {
   if (step_ == Step::kFirst) {
-    if (keeps_ && kept_reference_.size() + reference.size() > kFew) keep_no_more();
+    if (keeps_ && kept_[0].size() + reference.size() > kFew) keep_no_more();
     if (must_keep_all()) return;
   }
   if (keeps_) {
     if constexpr (kIsExact<Sum>) seen_checksum_ += checksum(reference, estimate);
-    kept_reference_.insert(kept_reference_.end(), reference.begin(), reference.end());
-    kept_estimate_.insert(kept_estimate_.end(), estimate.begin(), estimate.end());
+    kept_[0].insert(kept_[0].end(), reference.begin(), reference.end());
+    kept_[1].insert(kept_[1].end(), estimate.begin(), estimate.end());
   } else if (step_ == Step::kFirst) {
     seen_checksum_ += Tally<Sum>::add_first(delta_, norm_, {reference, estimate}, wanted_);
   } else {
@@ -60,8 +60,8 @@ void BasicAccumulator<Sum>::take(std::span<const double> reference,
 template <class Sum>
 void BasicAccumulator<Sum>::keep_no_more() {
   keeps_ = false;
-  const std::vector<double> references = std::exchange(kept_reference_, std::vector<double>());
-  const std::vector<double> estimates = std::exchange(kept_estimate_, std::vector<double>());
+  const std::vector<double> references = std::exchange(kept_[0], std::vector<double>());
+  const std::vector<double> estimates = std::exchange(kept_[1], std::vector<double>());
   in_blocks(
       kMostInBlock,
       [this](std::span<const double> reference, std::span<const double> estimate) {
@@ -89,7 +89,15 @@ bool BasicAccumulator<Sum>::end_pass() {
 
 template <class Sum>
 typename BasicAccumulator<Sum>::Step BasicAccumulator<Sum>::next_step() {
-  if (keeps_) return Step::kDone;
+  if (keeps_) {
+    for (std::size_t i = 0; i < kept_[0].size(); ++i) {
+      const double reference = kept_[0][i];
+      const double estimate = kept_[1][i];
+      kept_[0][i] = residual(reference, estimate);
+      kept_[1][i] = normalized_residual(reference, estimate);
+    }
+    return Step::kDone;
+  }
   if (step_ == Step::kFirst) {
     if (must_keep_all()) return keep_all();
     delta_.end_first_pass(size_, wanted_);
@@ -115,8 +123,8 @@ typename BasicAccumulator<Sum>::Step BasicAccumulator<Sum>::next_step() {
 template <class Sum>
 typename BasicAccumulator<Sum>::Step BasicAccumulator<Sum>::keep_all() {
   keeps_ = true;
-  kept_reference_.reserve(size_);
-  kept_estimate_.reserve(size_);
+  kept_[0].reserve(size_);
+  kept_[1].reserve(size_);
   return Step::kKeepAll;
 }
 
@@ -124,13 +132,8 @@ template <class Sum>
 FoundOfBoth BasicAccumulator<Sum>::result(const Checkpoint& checkpoint) const {
   if (needs_another_pass()) throw std::logic_error("another pass over the data is needed");
   if (!keeps_) return {size_, delta_.found(size_, wanted_), norm_.found(size_, wanted_)};
-  const auto found = [&](auto residual_of) {
-    std::vector<double> residuals(kept_reference_.size());
-    std::transform(kept_reference_.begin(), kept_reference_.end(), kept_estimate_.begin(),
-                   residuals.begin(), residual_of);
-    return by_definition<Sum>(residuals, wanted_, checkpoint);
-  };
-  return {size_, found(residual), found(normalized_residual)};
+  return {size_, by_definition<Sum>(kept_[0], wanted_, checkpoint),
+          by_definition<Sum>(kept_[1], wanted_, checkpoint)};
 }
 
 // ---- states ----
@@ -154,11 +157,9 @@ void BasicAccumulator<Sum>::merge(const BasicAccumulator& other) {
   }
   if (other.wanted_ != wanted_) throw std::invalid_argument("states have different extras");
   BasicAccumulator added = other;
-  if (keeps_ && added.keeps_ && kept_reference_.size() + added.kept_reference_.size() <= kFew) {
-    kept_reference_.insert(kept_reference_.end(), added.kept_reference_.begin(),
-                           added.kept_reference_.end());
-    kept_estimate_.insert(kept_estimate_.end(), added.kept_estimate_.begin(),
-                          added.kept_estimate_.end());
+  if (keeps_ && added.keeps_ && kept_[0].size() + added.kept_[0].size() <= kFew) {
+    kept_[0].insert(kept_[0].end(), added.kept_[0].begin(), added.kept_[0].end());
+    kept_[1].insert(kept_[1].end(), added.kept_[1].begin(), added.kept_[1].end());
   } else {
     if (keeps_) keep_no_more();
     if (added.keeps_) added.keep_no_more();
@@ -177,8 +178,8 @@ std::string BasicAccumulator<Sum>::to_bytes() const {
   out.integer(static_cast<std::uint64_t>(step_));
   for (const std::uint64_t number : {size_, checksum_, seen_, seen_checksum_}) out.integer(number);
   out.integer(keeps_);
-  out.numbers(kept_reference_);
-  out.numbers(kept_estimate_);
+  out.numbers(kept_[0]);
+  out.numbers(kept_[1]);
   delta_.write(out);
   norm_.write(out);
   return out.take();
@@ -195,11 +196,11 @@ BasicAccumulator<Sum> BasicAccumulator<Sum>::from_bytes(std::string_view bytes) 
     *number = in.integer();
   }
   state.keeps_ = in.index(2) == 1;
-  state.kept_reference_ = in.numbers();
-  state.kept_estimate_ = in.numbers();
+  state.kept_[0] = in.numbers();
+  state.kept_[1] = in.numbers();
   state.delta_ = Tally<Sum>::read(in);
   state.norm_ = Tally<Sum>::read(in);
-  in.require(in.at_end() && state.kept_reference_.size() == state.kept_estimate_.size());
+  in.require(in.at_end() && state.kept_[0].size() == state.kept_[1].size());
   for (const Tally<Sum>* tally : {&state.delta_, &state.norm_}) {
     in.require(state.keeps_ ||
                tally->fits(state.step_ == Step::kFirst, state.step_ == Step::kDone, state.wanted_));

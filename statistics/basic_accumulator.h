@@ -4,6 +4,7 @@
 #define VOSTREL_STATISTICS_BASIC_ACCUMULATOR_H
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -77,8 +78,8 @@ class BasicAccumulator {
   std::uint64_t seen_ = 0;           // in this pass
   std::uint64_t seen_checksum_ = 0;  // in this pass
   bool keeps_ = true;                // few objects are kept
-  std::vector<double> kept_reference_;
-  std::vector<double> kept_estimate_;
+  // The columns of the kept objects. After the last pass, their residuals, in the same memory.
+  std::array<std::vector<double>, 2> kept_;
   Tally<Sum> delta_;
   Tally<Sum> norm_;
 };
