@@ -16,9 +16,7 @@ namespace vostrel {
 
 namespace {
 
-// The leading digits of pi.
-constexpr std::uint64_t kFirstOffset = 0x243f6a8885a308d3;
-constexpr std::uint64_t kSecondOffset = 0x13198a2e03707345;
+constexpr std::uint64_t kOffset = 0x243f6a8885a308d3;  // the leading digits of pi
 
 std::uint64_t swap_halves(std::uint64_t word) { return std::rotl(word, 32); }
 
@@ -66,11 +64,9 @@ VOSTREL_AVX2 inline Four cross(Four words) {
 }
 
 VOSTREL_AVX2 inline Four hash_of(Four first, Four second) {
-  first ^= kFirstOffset;
-  second ^= kSecondOffset;
-  const Four left = product(first, swap_halves(second)) + second;
-  const Four right = product(swap_halves(first), second) + first;
-  return cross(cross(left ^ swap_halves(right)));
+  first ^= kOffset;
+  const Four mixed = product(first + swap_halves(second), swap_halves(first) ^ second) ^ first;
+  return cross(cross(mixed) ^ second) + first;
 }
 
 // Loads four values, and fetches some that are needed soon: the work on an object is too long for
@@ -116,11 +112,10 @@ std::uint64_t checksum_of(const double* reference, const double* estimate, const
 }  // namespace
 
 std::uint64_t hash_of(std::uint64_t first, std::uint64_t second) {
-  first ^= kFirstOffset;
-  second ^= kSecondOffset;
-  const std::uint64_t left = product(first, swap_halves(second)) + second;
-  const std::uint64_t right = product(swap_halves(first), second) + first;
-  return cross(cross(left ^ swap_halves(right)));
+  first ^= kOffset;
+  const std::uint64_t mixed =
+      product(first + swap_halves(second), swap_halves(first) ^ second) ^ first;
+  return cross(cross(mixed) ^ second) + first;
 }
 
 std::uint64_t checksum(std::span<const double> reference, std::span<const double> estimate) {

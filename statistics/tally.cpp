@@ -207,7 +207,7 @@ namespace {
 // time, for a processor then works on both at once.
 template <class Use>
 std::uint64_t for_each_with_checksum(ResidualsOfObjects r, Use use) {
-  constexpr std::size_t kAtOnce = 32;
+  constexpr std::size_t kAtOnce = 64;
   std::uint64_t sum = 0;
   for (std::size_t i = 0; i < r.size();) {
     const std::size_t count = std::min(kAtOnce, r.size() - i);

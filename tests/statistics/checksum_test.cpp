@@ -33,7 +33,7 @@ std::uint64_t hash_of_values(double first, double second) {
 
 // Processors with AVX2 take four objects at once, and the rest one by one.
 TEST(ChecksumOfObjects, IsTheSumOfTheHashes) {
-  EXPECT_EQ(hash_of_values(1.0, 2.0), 0xc9193346f7580f52U);  // also on a big-endian machine
+  EXPECT_EQ(hash_of_values(1.0, 2.0), 0x2806432a1b37dd2bU);  // also on a big-endian machine
   Random random;
   const auto drawn = [&] { return std::bit_cast<double>(random.bits()); };
   std::vector<double> columns[3];
