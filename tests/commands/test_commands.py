@@ -16,7 +16,11 @@ from support.pages import HOME
 
 COPY = "VOSTREL_COPY" in os.environ
 #: By the beginning of a command, the Python environment in which it runs.
-ENVIRONMENTS = {"pip install": os.environ["VOSTREL_NEWEST"], "bench/evaluate": str(HOME / "venv")}
+ENVIRONMENTS = {
+    "pip install": os.environ["VOSTREL_NEWEST"],
+    **dict.fromkeys(("bench/evaluate", "bench/python", "bench/scale", "bench/coverage"),
+                    str(HOME / "venv")),
+}
 
 
 def shell(script, **options):

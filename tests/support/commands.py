@@ -65,6 +65,11 @@ RUN = {
     "python3 -m venv venv && venv/bin/pip install .": PACKAGE,
     "python3 -m venv --system-site-packages venv && venv/bin/pip install --no-build-isolation .":
         PACKAGE,
+    # CONTRIBUTING.md, with the environment of docs/python.md
+    "bench/python": "grep '^| import beyond NumPy'",
+    "bench/python_bootstrap": "grep '^error of nmad: [0-9.]*, scipy'",
+    "bench/scale": "grep 'mean and std of delta, sorted by redshift'",
+    "bench/coverage": "grep '^| outliers_4sigma'",
     # docs/rail.md, docs/scale.md
     "pip install '.[rail]'":
         "grep '^Would install .*vostrel' || $VOSTREL_NEWEST/bin/python -c 'import rail.vostrel'",
