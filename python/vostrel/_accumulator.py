@@ -42,8 +42,8 @@ class State(Generic[Core]):
     #: The arrays of a chunk. The first two are required.
     CHUNK: tuple[str, ...]
 
-    #: The class of the core.
-    CORE: Any
+    # The class of the core.
+    _CORE: Any
 
     def __init__(self, nan_policy: str, asked: Asked, core: Core, left_out: int) -> None:
         check_choice("nan_policy of chunks", nan_policy, get_args(ChunkNanPolicy))
@@ -182,7 +182,7 @@ class State(Generic[Core]):
                 f"reads version {PICKLE_VERSION}: use the same release for all workers"
             )
         nan_policy, asked, core, first, left_out, where_nan = fields
-        core = self.CORE.from_bytes(core)
+        core = self._CORE.from_bytes(core)
         self._set(nan_policy, Asked(*asked), core, first, np.array(left_out, np.uint64))
         self._where_nan = where_nan
 
@@ -252,7 +252,7 @@ class Accumulator(State[_core.Accumulator]):
     """
 
     CHUNK = ("reference", "estimate", "mask")
-    CORE = _core.Accumulator
+    _CORE = _core.Accumulator
 
     def __init__(
         self,
@@ -312,7 +312,7 @@ class BinnedAccumulator(State[_core.BinnedAccumulator]):
     """
 
     CHUNK = ("reference", "estimate", "by", "mask")
-    CORE = _core.BinnedAccumulator
+    _CORE = _core.BinnedAccumulator
 
     def __init__(
         self,
