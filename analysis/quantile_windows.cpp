@@ -66,9 +66,9 @@ bool QuantileWindows::fill(const ResidualColumn& residuals, const Units& units,
                            const Checkpoint& checkpoint) {
   const std::size_t size = residuals.size();
   const std::size_t windows = ranks_.size() + 1;
-  const std::size_t most = size < many_objects(units) ? windows * size
-                           : units.are_groups()       ? windows * size / 2
-                                                      : windows * size / 16;
+  const std::size_t most = size < 100'000       ? windows * size
+                           : units.are_groups() ? windows * size / 2
+                                                : windows * size / 16;
   std::size_t entries = 0;
   bool has_zero = false;
   bool has_negative_zero = false;

@@ -17,6 +17,9 @@ namespace {
 // How many of the largest residuals may be missing from a resample.
 constexpr std::size_t kMissing = 16;
 
+// With at least this many objects, windows with too many entries are not used, to save memory.
+constexpr std::size_t kMany = 100'000;
+
 // The mean, and the size beyond which the kMissing largest lie.
 struct Center {
   double mean;
@@ -253,9 +256,7 @@ bool Windows::find(const ResidualColumn& residuals, const Units& units, const Wi
 bool Windows::fill(const ResidualColumn& residuals, const Units& units,
                    const Checkpoint& checkpoint) {
   const std::size_t size = residuals.size();
-  const std::size_t most = size < many_objects(units) ? 7 * size
-                           : units.are_groups()       ? 3 * size
-                                                      : size * 2 / 3;
+  const std::size_t most = size < kMany ? 7 * size : units.are_groups() ? 3 * size : size * 2 / 3;
   std::size_t entries = 0;
   std::array<std::uint64_t, 3> below{};
   residuals.for_each_block(checkpoint, [&](std::size_t first, std::span<const double> block) {

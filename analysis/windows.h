@@ -28,12 +28,6 @@ struct Units {
   std::size_t of(std::size_t object) const { return are_groups() ? group_of[object] : object; }
 };
 
-/// With at least this many objects, windows with too many entries are not used, to save memory.
-/// Groups that differ need wide windows, and a resample of them takes a long time without windows.
-inline std::size_t many_objects(const Units& units) {
-  return units.are_groups() ? 1'000'000 : 100'000;
-}
-
 /// The residuals of two columns, or their normalized residuals.
 class ResidualColumn {
  public:

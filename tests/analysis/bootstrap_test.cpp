@@ -275,24 +275,6 @@ TEST(Bootstrap, WindowsAnswerOrdinaryResamples) {
   }
 }
 
-// Groups of very different scatter need windows with nearly all objects.
-TEST(Bootstrap, WindowsAnswerGroupsThatDiffer) {
-  constexpr std::size_t kSize = 100'000;
-  Data data = {std::vector<double>(kSize), {}};
-  std::vector<std::uint32_t> groups;
-  for (std::size_t i = 0; i < kSize; ++i) {
-    groups.push_back(static_cast<std::uint32_t>(i / 1000));
-    const double scatter = groups[i] < 80 ? 0.05 : 0.4;
-    data.estimate.push_back(scatter * (static_cast<double>(i * 7919 % 1000) / 500 - 1));
-  }
-  Bootstrap bootstrap(data.reference, data.estimate, 3, groups, 100);
-  bootstrap.ask({});
-  bootstrap.order(false);
-  bootstrap.order(true);
-  std::vector<Replicate> found(10);
-  EXPECT_EQ(bootstrap.run(0, found, false), 0u);
-}
-
 TEST(Bootstrap, GroupsAreDrawnWhole) {
   const Data data = {{0, 0, 0, 0, 0}, {-1, -2, -4, -8, -16}};
   const std::vector<std::uint32_t> groups = {0, 1, 0, 2, 1};
