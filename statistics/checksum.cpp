@@ -3,6 +3,7 @@
 #include <bit>
 
 #include "floating_point.h"
+#include "statistics/accumulator.h"
 
 // Clang takes several of the plain products at once by itself.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
@@ -69,11 +70,10 @@ VOSTREL_AVX2 inline Four hash_of(Four first, Four second) {
   return cross(cross(mixed) ^ second) + first;
 }
 
-// Loads four values, and fetches some that are needed soon: the work on an object is too long for
-// the processor to look that far ahead by itself.
+// Loads four values, and fetches four of the next block: callers look through a block for NaN
+// before they add it, which is too fast for the memory.
 VOSTREL_AVX2 inline Four load(const double* values) {
-  constexpr int kAhead = 64;
-  __builtin_prefetch(values + kAhead);
+  __builtin_prefetch(values + Accumulator::kBlockSize);
   Four words;
   std::memcpy(&words, values, sizeof(words));
   return words;
