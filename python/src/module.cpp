@@ -5,10 +5,12 @@
 #include <pybind11/pybind11.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -18,6 +20,7 @@
 #include "floating_point.h"
 #include "python/src/calls.h"
 #include "statistics/basic_accumulator.h"
+#include "statistics/bracket.h"
 #include "statistics/search.h"
 #include "statistics/statistics.h"
 #include "version.h"
@@ -60,31 +63,51 @@ py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, 
                         found ? py::object(numbers_of(*found)) : py::object(py::none()));
 }
 
+// Widens a range to hold the values. NaN doesn't count.
+void widen(Interval& range, std::span<const double> values) {
+  // Most blocks lie inside. Eight values are compared at a time, because a comparison waits for
+  // the one before.
+  std::array<double, 8> lows;
+  std::array<double, 8> highs;
+  lows.fill(range.low);
+  highs.fill(range.high);
+  const std::size_t whole = values.size() - values.size() % lows.size();
+  for (std::size_t i = 0; i < whole; i += lows.size()) {
+    for (std::size_t k = 0; k < lows.size(); ++k) {
+      lows[k] = values[i + k] < lows[k] ? values[i + k] : lows[k];
+      highs[k] = values[i + k] > highs[k] ? values[i + k] : highs[k];
+    }
+  }
+  const bool inside = *std::min_element(lows.begin(), lows.end()) == range.low &&
+                      *std::max_element(highs.begin(), highs.end()) == range.high;
+  for (const double value : inside ? values.subspan(whole) : values) {
+    if (value < range.low) range.low = value;
+    if (value > range.high) range.high = value;
+  }
+}
+
 // Returns (n, n_masked, n_nan, low, high). The last two are the range of the third column, or of
 // the first if there are two, without NaN.
 py::tuple survey(const Numbers& columns, const Arrays& masks, bool omit_nan) {
   Rows rows = rows_of(columns, masks, omit_nan);
-  double low = kInfinity;
-  double high = -kInfinity;
+  Interval range = {kInfinity, -kInfinity};
   {
     const py::gil_scoped_release release;
-    for_each_block(rows, [&](const Block& block) {
-      for (const double value : block.by) {
-        if (value < low) low = value;
-        if (value > high) high = value;
-      }
-    });
+    for_each_block(rows, [&](const Block& block) { widen(range, block.by); });
   }
-  return py::make_tuple(rows.kept(), rows.masked(), rows.nan(), low, high);
+  return py::make_tuple(rows.kept(), rows.masked(), rows.nan(), range.low, range.high);
 }
 
-// Returns the values of some ranks in the third column, or in the first if there are two.
+// Returns the values of some ranks in the third column, or in the first if there are two. `has_nan`
+// is false if it is known that there is none.
 py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, std::uint64_t n,
-                                 const std::vector<std::uint64_t>& places) {
+                                 const std::vector<std::uint64_t>& places, bool has_nan) {
   // The ranks of one search: the time to plan a pass grows with their square, and Ctrl-C waits.
   constexpr std::size_t kMost = 256;
   Rows rows = rows_of(columns, masks, true);
+  if (!has_nan) rows.expect_no_nan();
   std::vector<double> values;
+  std::array<double, Rows::kBlock> needed;  // the values of a block that a pass needs
   {
     const py::gil_scoped_release release;
     Search counted;
@@ -99,7 +122,15 @@ py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, st
       Search search = counted;
       for (std::size_t k = first; k < end; ++k) search.rank(places[k]);
       while (search.start_pass()) {
-        for_each_block(rows, [&](const Block& block) { search.sift(block.by); });
+        for_each_block(rows, [&](const Block& block) {
+          // Every value is written and stays if it is needed: a branch would be mispredicted.
+          std::size_t count = 0;
+          for (const double value : block.by) {
+            needed[count] = value;
+            count += search.needs(value);
+          }
+          search.sift({needed.data(), count});
+        });
         search.end_pass();
       }
       for (std::size_t k = first; k < end; ++k) values.push_back(search.value(k - first));
@@ -111,12 +142,13 @@ py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, st
 // Returns (counts, nan_counts, n_outside, numbers, lsst): for each bin the number of objects, and
 // how many of them have NaN; the number of objects in no bin; the numbers of both residuals as an
 // array of shape (2, numbers, bins), and LSST's in shape (4, bins). Objects with NaN are left out,
-// or make the numbers of their bin NaN.
+// or make the numbers of their bin NaN. `has_nan` is false if it is known that there is none.
 py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks, bool omit_nan,
                                     std::vector<double> edges,
                                     const std::vector<double>& percentiles,
-                                    const std::vector<double>& outliers) {
+                                    const std::vector<double>& outliers, bool has_nan) {
   Rows rows = rows_of(columns, masks, true);
+  if (!has_nan) rows.expect_no_nan();
   std::uint64_t outside = 0;
   std::vector<std::uint64_t> nan_counts;
   std::vector<FoundOfBoth> found;
@@ -197,7 +229,8 @@ PYBIND11_MODULE(_core, module) {
   module.def("point_statistics", compute_point_statistics, columns, masks, omit_nan, percentiles,
              outliers, py::arg("has_nan") = true);
   module.def("binned_statistics", compute_binned_statistics, columns, masks, omit_nan,
-             py::arg("edges"), percentiles, outliers);
+             py::arg("edges"), percentiles, outliers, py::arg("has_nan"));
   module.def("survey", survey, columns, masks, omit_nan);
-  module.def("order_values", order_values, columns, masks, py::arg("n"), py::arg("ranks"));
+  module.def("order_values", order_values, columns, masks, py::arg("n"), py::arg("ranks"),
+             py::arg("has_nan") = true);
 }

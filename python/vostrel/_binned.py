@@ -125,11 +125,11 @@ def binned_statistics(
     if kind == "edges":
         edges = value
     elif kind == "count":
-        edges = equal_counts(columns, n if omit else n - n_nan, value)
+        edges = equal_counts(columns, n if omit else n - n_nan, value, n_nan != 0)
     else:
         edges = _equal_widths(low, high, value, _without_unit("range", range, by))
     *unsigned, n_outside, numbers, metrics = _core.binned_statistics(
-        columns.values, columns.masks, omit, edges.tolist(), *asked
+        columns.values, columns.masks, omit, edges.tolist(), *asked, n_nan != 0
     )
     counts, nan_counts = (array.astype(np.int64) for array in unsigned)
     for array in (edges, counts, nan_counts, numbers, metrics):
@@ -251,9 +251,11 @@ def _read_range(limits: Any) -> tuple[float, float]:
     return low, high
 
 
-def equal_counts(columns: Columns, n: int, number: int) -> NDArray[np.float64]:
+def equal_counts(
+    columns: Columns, n: int, number: int, has_nan: bool = True
+) -> NDArray[np.float64]:
     """Return edges of bins with as nearly equal counts as possible."""
     if n == 0:
         raise ValueError("there are no values to find bins of equal counts")
     ranks = [i * n // number for i in np.arange(number).tolist()] + [n - 1]
-    return _core.order_values(columns.values, columns.masks, n, ranks)
+    return _core.order_values(columns.values, columns.masks, n, ranks, has_nan)

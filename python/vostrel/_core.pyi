@@ -64,6 +64,7 @@ def binned_statistics(
     edges: Sequence[float],
     percentiles: Sequence[float],
     outliers: Sequence[float],
+    has_nan: bool,
 ) -> tuple[
     NDArray[np.uint64], NDArray[np.uint64], int, NDArray[np.float64], NDArray[np.float64]
 ]:
@@ -79,7 +80,7 @@ def survey(
     """Return n, n_masked, n_nan, and the smallest and largest value to bin by."""
 
 def order_values(
-    columns: _Columns, masks: _Masks, n: int, ranks: Sequence[int]
+    columns: _Columns, masks: _Masks, n: int, ranks: Sequence[int], has_nan: bool = True
 ) -> NDArray[np.float64]:
     """Return the values of these ranks among the values to bin by, for n objects without NaN."""
 

@@ -212,6 +212,14 @@ def test_nan_policies():
     assert np.isnan(numbers(s)).all()
 
 
+def test_nan_is_found_at_each_place():
+    for n in (1, 2, 3, 4096, 4099):
+        for place in {0, n // 2 - 1, n // 2, n - 1}:
+            column = np.ones(n)
+            column[place] = np.nan
+            assert vostrel.point_statistics(column, np.ones(n), nan_policy="propagate").n_nan == 1
+
+
 def test_without_nan_the_policies_agree():
     results = {
         vostrel.point_statistics(REFERENCE, ESTIMATE, nan_policy=policy)
