@@ -13,10 +13,6 @@ namespace {
 // The most values that a bracket keeps.
 constexpr std::size_t kMostKept = 32768;
 
-bool is_same(double a, double b) {
-  return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
-}
-
 // The value of a rank among runs.
 template <class Runs, class Key>
 double select_run(Runs& runs, std::uint64_t rank, Key key) {
@@ -78,7 +74,7 @@ void Bracket::keep_value(double value, std::uint64_t count) {
   if (!runs_.empty()) {
     const auto found = std::lower_bound(runs_.begin(), runs_.end(), value,
                                         [](const Run& run, double v) { return run.value < v; });
-    if (found != runs_.end() && is_same(found->value, value)) {
+    if (found != runs_.end() && found->value == value) {
       found->count += count;
       return;
     }
@@ -97,16 +93,14 @@ void Bracket::keep_value(double value, std::uint64_t count) {
   values_.insert(values_.end(), static_cast<std::size_t>(count), value);
 }
 
-// Makes runs of all values. Both zeros are apart.
+// Makes runs of all values.
 void Bracket::sort_runs() {
   for (const double value : std::exchange(values_, {})) runs_.push_back({value, 1});
-  std::sort(runs_.begin(), runs_.end(), [](const Run& a, const Run& b) {
-    return a.value < b.value ||
-           (a.value == b.value && std::signbit(a.value) > std::signbit(b.value));
-  });
+  std::sort(runs_.begin(), runs_.end(),
+            [](const Run& a, const Run& b) { return a.value < b.value; });
   std::size_t last = 0;
   for (std::size_t i = 1; i < runs_.size(); ++i) {
-    if (is_same(runs_[i].value, runs_[last].value)) {
+    if (runs_[i].value == runs_[last].value) {
       runs_[last].count += runs_[i].count;
     } else {
       runs_[++last] = runs_[i];

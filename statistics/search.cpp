@@ -171,7 +171,6 @@ void Search::guess_rank(Asked& asked) const {
       buckets_.begin(), buckets_.end(), asked.rank,
       [](std::uint64_t rank, const Bucket& b) { return rank < b.before + b.count; });
   asked.keys = asked.likely = {bucket->low, bucket->high};
-  asked.is_bounded = true;
   const auto count = static_cast<double>(bucket->count);
   const double width = bucket->high - bucket->low;
   if (count <= kFewInside || !(width > 0)) return;

@@ -140,7 +140,7 @@ class Search {
     std::optional<std::pair<Question, Question>> about = {};
     double center = 0;  // in this pass
     bool is_known = false;
-    bool is_bounded = false;  // whether `keys` are set
+    bool is_bounded = false;  // of distance(): whether `keys` are set
     Interval keys = {0, 0};   // certain to hold the answer; of beyond(): expected to hold the bound
     Interval likely = {0, 0};  // where the answer is expected
     std::uint64_t count = 0;   // the answer to beyond()
