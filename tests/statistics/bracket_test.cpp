@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "statistics/bytes.h"
+#include "tests/support/bits.h"
 #include "tests/support/random.h"
 
 namespace vostrel {
@@ -93,6 +94,76 @@ TEST(Bracket, PartsCountAllValuesAndKeepSome) {
     expect_sorted(whole, all);
     expect_sorted(merged, all);
   }
+}
+
+// 2^14 different values, twice each, are as many as it keeps. Each has a cell of its own.
+TEST(Bracket, CountsRepeatedValuesOnceItIsFull) {
+  Bracket bracket(Key{}, {0.5, 1.5});
+  bracket.keep({1, 1.5});
+  bracket.start(0, 1 << 20, 16);
+  for (int i = 0; i < 1 << 14; ++i) bracket.take(1 + i * 0x1p-15, 2);
+  bracket.take(1, 2);
+  const Bracket merged = [&] {
+    Bracket twice = bracket.fresh();
+    twice.merge(sent(bracket));
+    twice.merge(sent(bracket));
+    return twice;
+  }();
+  for (const double i : {0, 1, 100, (1 << 14) - 1}) {
+    const double value = 1 + i * 0x1p-15;
+    const auto up_to = static_cast<std::uint64_t>(2 * i) + 4;
+    EXPECT_EQ(bracket.count_up_to(value), up_to);
+    EXPECT_EQ(merged.count_up_to(value), 2 * up_to);
+    EXPECT_EQ(bracket.find(up_to - 1).low, value);
+    EXPECT_EQ(bracket.find(up_to - 1).high, value);
+  }
+}
+
+TEST(Bracket, ExtendsToBothSides) {
+  Bracket bracket(Key{}, {-1, 1});
+  bracket.extend({-kInfinity, 0});
+  bracket.extend({0, kInfinity});
+  bracket.start(0, 3, 8);
+  for (const double value : {2.0, -kInfinity, kInfinity}) bracket.take(value, 1);
+  EXPECT_EQ(bracket.inside(), 3U);
+  EXPECT_EQ(bracket.find(1).low, 2);
+}
+
+// The cells from 0.625 to 1 keep their values. Others may come as near as the kept ones.
+TEST(Bracket, FindsDistancesFromANearbyCenter) {
+  Bracket bracket(Key{0.0}, {0.5, 1.5});
+  bracket.keep({0.7, 0.9});
+  bracket.start(1, 1 << 20, 3);
+  for (const double value : {0.3, 0.55, 0.65, -0.78, 0.8, 0.95, 1.1, 1.5, 2.0}) {
+    bracket.take(value, 1);
+  }
+  const auto about = [&](double center, std::uint64_t rank) {
+    return bracket.find_about(center, rank, 10);
+  };
+  EXPECT_EQ(about(0, 0), std::nullopt);
+  EXPECT_EQ(about(0, 1), 0.65);
+  EXPECT_EQ(about(0, 4), 0.95);
+  EXPECT_EQ(about(0, 5), std::nullopt);
+  EXPECT_EQ(about(0.02, 2), 0.8 - 0.02);
+  EXPECT_EQ(about(0.02, 3), 0.78 + 0.02);
+  EXPECT_EQ(about(0.01, 1), 0.65 - 0.01);
+  EXPECT_EQ(about(0.03, 1), std::nullopt);  // 0.62, but one from below 0.625 may be 0.62, too
+  EXPECT_EQ(about(-0.01, 4), 0.95 + 0.01);
+  EXPECT_EQ(about(-0.03, 4), std::nullopt);  // 0.98, but one from above 1 may be 0.98, too
+
+  Bracket all(Key{0.0}, {0.5, 0.7});
+  all.start(0, 2, 3);
+  for (const double value : {0.55, 0.65}) all.take(value, 1);
+  EXPECT_EQ(all.find_about(0.2, 0, 2), 0.55 - 0.2);
+  EXPECT_EQ(all.find_about(0.2, 1, 2), 0.65 - 0.2);
+}
+
+TEST(Bracket, ACellFromZeroIsNotZero) {
+  Bracket bracket(Key{}, {0, 1});
+  bracket.start(0, 1 << 20, 8);
+  bracket.take(0x1p-1020, 1);
+  EXPECT_EQ(bracket.find(0).low, 0);
+  EXPECT_GE(bracket.find(0).high, 0x1p-1020);
 }
 
 TEST(Bracket, RejectsMergeOfDifferentBounds) {

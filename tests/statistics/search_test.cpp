@@ -91,6 +91,7 @@ int expect_sorted(const Values& values, double error, Sift sift) {
   const auto size = search.distance(n / 2, 0.0);
   const auto lower = search.distance((n - 1) / 2, questions[1], questions[0]);
   const auto upper = search.distance(n / 2, questions[1], questions[0]);
+  const auto nearest = search.distance(0, questions[1], questions[0]);
   std::vector<double> bounds = {0.15, by_size[n - 1 - n / 10], by_size[n / 2], kNaN};
   std::vector<Search::Question> beyond;
   for (const double bound : bounds) {
@@ -111,6 +112,7 @@ int expect_sorted(const Values& values, double error, Sift sift) {
   const bool has_center = std::isfinite(center);
   expect_value(search, lower, has_center ? by_distance[(n - 1) / 2] : kNaN);
   expect_value(search, upper, has_center ? by_distance[n / 2] : kNaN);
+  expect_value(search, nearest, has_center ? by_distance[0] : kNaN);
   for (std::size_t k = 0; k < bounds.size(); ++k) {
     const auto count =
         std::count_if(by_size.begin(), by_size.end(), [&](double v) { return v > bounds[k]; });
@@ -183,6 +185,52 @@ TEST(Search, MatchesSorting) {
   }
 }
 
+// Answers a question that is asked after the first pass. All others are answered before.
+double answer(Search& search, const Values& values, Search::Question question) {
+  while (search.start_pass()) {
+    sift_by_workers(search, std::span(values));
+    search.end_pass();
+  }
+  return search.value(question);
+}
+
+Search counted(const Values& values) {
+  Search search;
+  for (const double value : values) search.count(value);
+  search.end_count();
+  return search;
+}
+
+TEST(Search, AZeroIsNegativeOnlyIfAllZerosAre) {
+  for (const double zero : {0.0, -0.0}) {
+    const Values values = {zero, -0.0, -0.0, -0.0};
+    Search search = counted(values);
+    EXPECT_EQ(bits_of(answer(search, values, search.rank(2))), bits_of(zero));
+  }
+}
+
+TEST(Search, AnswersQuestionsBetweenPasses) {
+  const Values values = {1, 2, 4, 8};
+  Search search = counted(values);
+  EXPECT_EQ(answer(search, values, search.rank(3)), 8);
+  EXPECT_EQ(answer(search, values, search.rank(1)), 2);
+  EXPECT_EQ(answer(search, values, search.distance(1, 5.0)), 3);
+}
+
+// The bucket from 1 to 1 + 1/128 contains the center. Ten values lie at its far end, and ten just
+// below 1, which are nearer.
+TEST(Search, FindsDistancesInTheBucketOfTheCenter) {
+  for (const double sign : {1.0, -1.0}) {
+    Values values(10, sign * 0.9999);
+    values.insert(values.end(), 10, sign * 1.0078);
+    values.push_back(sign * 0.98);
+    Search search = counted(values);
+    EXPECT_EQ(answer(search, values, search.distance(9, sign * 1.001)), 1.001 - 0.9999);
+    EXPECT_EQ(answer(search, values, search.distance(10, sign * 1.001)), 1.0078 - 1.001);
+    EXPECT_EQ(answer(search, values, search.distance(20, sign * 1.001)), 1.001 - 0.98);
+  }
+}
+
 // ---- passes ----
 
 Values drawn(const Kind& kind, Random& random, std::size_t n) {
@@ -198,6 +246,24 @@ TEST(Search, TakesTwoPassesOverOrdinaryValues) {
       EXPECT_EQ(expect_sorted(drawn(kKinds[0], random, n), 1e-9, sift_whole), 2) << n;
     }
   }
+}
+
+// Many values in few buckets, as of 10^9 ordinary ones. Their density rises linearly.
+TEST(Search, TakesTwoPassesOverCrowdedBuckets) {
+  Random random;
+  const std::size_t n = 400'000;
+  Values values(n);
+  for (double& value : values) value = 1 + 10.0 / 128 * std::sqrt(random.fraction());
+  Search search = counted(values);
+  const auto lower = search.rank((n - 1) / 2);
+  const auto upper = search.rank(n / 2);
+  search.rank(n / 6);
+  search.distance(n / 2, 0.0);
+  search.distance(n / 2, lower, upper);
+  search.start_pass();
+  search.sift(values);
+  search.end_pass();
+  EXPECT_TRUE(search.is_done());
 }
 
 TEST(Search, TakesAtMostThreePassesOverAGrid) {
