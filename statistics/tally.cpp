@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "statistics/also_for_avx2.h"
 #include "statistics/checksum.h"
 
 namespace vostrel {
@@ -203,16 +204,28 @@ struct Needed {
 
 namespace {
 
-// Calls use(i) for each object. Returns the checksum of the objects. It is taken of a few at a
-// time, for a processor then works on both at once.
+VOSTREL_ALSO_FOR_AVX2 void write_residuals(std::span<const double> reference,
+                                           std::span<const double> estimate, double* deltas,
+                                           double* norms) {
+  for (std::size_t i = 0; i < reference.size(); ++i) {
+    deltas[i] = residual(reference[i], estimate[i]);
+    norms[i] = normalized_residual(reference[i], estimate[i]);
+  }
+}
+
+// Writes the residuals of each object and calls use(delta, norm). Returns the checksum of the
+// objects. It takes a few at a time, for a processor then works on all three at once.
 template <class Use>
-std::uint64_t for_each_with_checksum(ResidualsOfObjects r, Use use) {
+std::uint64_t for_each_with_checksum(ResidualsOfObjects r, Room& deltas, Room& norms, Use use) {
   constexpr std::size_t kAtOnce = 64;
   std::uint64_t sum = 0;
   for (std::size_t i = 0; i < r.size();) {
     const std::size_t count = std::min(kAtOnce, r.size() - i);
-    sum += checksum(r.reference.subspan(i, count), r.estimate.subspan(i, count));
-    for (const std::size_t end = i + count; i < end; ++i) use(i);
+    const auto reference = r.reference.subspan(i, count);
+    const auto estimate = r.estimate.subspan(i, count);
+    sum += checksum(reference, estimate);
+    write_residuals(reference, estimate, &deltas[i], &norms[i]);
+    for (const std::size_t end = i + count; i < end; ++i) use(deltas[i], norms[i]);
   }
   return sum;
 }
@@ -241,9 +254,9 @@ std::uint64_t Tally<Sum>::add_first(Tally& delta, Tally& norm, ResidualsOfObject
   if constexpr (kIsExact<Sum>) {
     Room deltas;
     Room norms;
-    checksum = for_each_with_checksum(r, [&](std::size_t i) {
-      delta.search_.count(deltas[i] = r.delta(i));
-      norm.search_.count(norms[i] = r.norm(i));
+    checksum = for_each_with_checksum(r, deltas, norms, [&](double of_delta, double of_norm) {
+      delta.search_.count(of_delta);
+      norm.search_.count(of_norm);
     });
     ExactSum::add_with_squares({deltas.data(), r.size()}, delta.sum_, delta.squares_);
     ExactSum::add_with_squares({norms.data(), r.size()}, norm.sum_, norm.squares_);
@@ -280,9 +293,9 @@ std::uint64_t Tally<Sum>::add_later(Tally& delta, Tally& norm, ResidualsOfObject
   if constexpr (kIsExact<Sum>) {
     Room deltas;
     Room norms;
-    checksum = for_each_with_checksum(r, [&](std::size_t i) {
-      needed_deltas.add(delta.search_, deltas[i] = r.delta(i), delta_count);
-      needed_norms.add(norm.search_, norms[i] = r.norm(i), norm_count);
+    checksum = for_each_with_checksum(r, deltas, norms, [&](double of_delta, double of_norm) {
+      needed_deltas.add(delta.search_, of_delta, delta_count);
+      needed_norms.add(norm.search_, of_norm, norm_count);
     });
     if (is_second) {
       delta.deviations_.add_squares_about(delta.bias_, {deltas.data(), r.size()});

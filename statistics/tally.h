@@ -30,8 +30,8 @@ inline constexpr bool kIsExact = std::is_same_v<Sum, ExactSum>;
 /// The most objects in a block.
 inline constexpr std::size_t kMostInBlock = 1024;
 
-/// The residuals of a block of objects. They are computed at the moment of use: a division takes
-/// long, and other work fills the time.
+/// The residuals of a block of objects. Sums in order compute them at the moment of use: a division
+/// takes long, and other work fills the time.
 struct ResidualsOfObjects {
   std::span<const double> reference;
   std::span<const double> estimate;
