@@ -504,7 +504,7 @@ double share_beyond(const Values& values, double bound) {
   return static_cast<double>(beyond) / static_cast<double>(values.size());
 }
 
-const vostrel::Extras kExtras = {{0, 2.5, 16, 50, 99.9, 100}, {0, 0.05, 0.15}};
+const vostrel::Extras kExtras = {{0, 2.5, 40, 99.9, 100}, {0, 0.05, 0.15}};
 
 void expect_plain(const vostrel::Quantiles& found, const Values& residuals) {
   const Values ascending = sorted(residuals);
@@ -570,6 +570,34 @@ TEST(ExtendedStatistics, MatchSortingInMemoryAndInBlocks) {
       expect_plain(found.lsst, errors);
     }
     if (HasFailure()) return;
+  }
+}
+
+TEST(ExtendedStatistics, AreNaNWithoutObjectsAndWithANaN) {
+  for (const Values& residuals : {Values{}, Values{1, kNaN, 2}}) {
+    const Values zeros(residuals.size());
+    vostrel::Accumulator passes(kExtras);
+    passes.add(residuals, zeros);
+    while (passes.end_pass()) passes.add(residuals, zeros);
+    for (const auto& found :
+         {vostrel::extended_statistics(residuals, zeros, kExtras), passes.extended_result()}) {
+      const auto& [bias, sigma_iqr, sigma_mad, outlier_rate] = found.lsst;
+      Values numbers = {found.norm.median, found.norm.sigma_68, found.norm.sigma_iqr, bias,
+                        sigma_iqr,         sigma_mad,           outlier_rate};
+      numbers.insert(numbers.end(), found.norm.percentiles.begin(), found.norm.percentiles.end());
+      EXPECT_EQ(numbers.size(), 7 + kExtras.percentiles.size());
+      for (const double number : numbers) EXPECT_TRUE(std::isnan(number));
+      EXPECT_EQ(found.norm.outliers.size(), kExtras.outliers.size());
+    }
+  }
+}
+
+TEST(ExtendedStatistics, RejectBadPercentilesAndBounds) {
+  for (const double percent : {-1.0, 100.1, kNaN}) {
+    EXPECT_THROW(vostrel::extended_statistics({}, {}, {{percent}, {}}), std::invalid_argument);
+  }
+  for (const double bound : {-0.1, kNaN}) {
+    EXPECT_THROW(vostrel::extended_statistics({}, {}, {{}, {bound}}), std::invalid_argument);
   }
 }
 
