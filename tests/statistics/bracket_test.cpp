@@ -129,10 +129,11 @@ TEST(Bracket, ExtendsToBothSides) {
   EXPECT_EQ(bracket.find(1).low, 2);
 }
 
-// The cells from 0.625 to 1 keep their values. Others may come as near as the kept ones.
+// The cells begin at 0.5, 0.625, 0.75, 0.875, 1, 1.25, and 1.5. All keep their values except those
+// from 0.625 and from 1. Values of other cells, or from outside, may come as near as the kept ones.
 TEST(Bracket, FindsDistancesFromANearbyCenter) {
   Bracket bracket(Key{0.0}, {0.5, 1.5});
-  bracket.keep({0.7, 0.9});
+  for (const double kept : {0.55, 0.8, 0.9, 1.3}) bracket.keep({kept, kept});
   bracket.start(1, 1 << 20, 3);
   for (const double value : {0.3, 0.55, 0.65, -0.78, 0.8, 0.95, 1.1, 1.5, 2.0}) {
     bracket.take(value, 1);
@@ -140,22 +141,26 @@ TEST(Bracket, FindsDistancesFromANearbyCenter) {
   const auto about = [&](double center, std::uint64_t rank) {
     return bracket.find_about(center, rank, 10);
   };
-  EXPECT_EQ(about(0, 0), std::nullopt);
-  EXPECT_EQ(about(0, 1), 0.65);
+  EXPECT_EQ(about(0, 1), std::nullopt);
   EXPECT_EQ(about(0, 4), 0.95);
   EXPECT_EQ(about(0, 5), std::nullopt);
   EXPECT_EQ(about(0.02, 2), 0.8 - 0.02);
   EXPECT_EQ(about(0.02, 3), 0.78 + 0.02);
-  EXPECT_EQ(about(0.01, 1), 0.65 - 0.01);
-  EXPECT_EQ(about(0.03, 1), std::nullopt);  // 0.62, but one from below 0.625 may be 0.62, too
   EXPECT_EQ(about(-0.01, 4), 0.95 + 0.01);
-  EXPECT_EQ(about(-0.03, 4), std::nullopt);  // 0.98, but one from above 1 may be 0.98, too
+  EXPECT_EQ(about(0.04, 2), std::nullopt);   // 0.76, as one from just below 0.75 may be
+  EXPECT_EQ(about(-0.03, 4), std::nullopt);  // 0.98, as one from just above 1 may be
+  EXPECT_EQ(about(0.04, 0), std::nullopt);   // 0.51, as one from just below 0.5 may be
+  EXPECT_EQ(about(-0.1, 0), std::nullopt);   // 0.65, as one from just above 0.625 may be
+}
 
-  Bracket all(Key{0.0}, {0.5, 0.7});
-  all.start(0, 2, 3);
-  for (const double value : {0.55, 0.65}) all.take(value, 1);
-  EXPECT_EQ(all.find_about(0.2, 0, 2), 0.55 - 0.2);
-  EXPECT_EQ(all.find_about(0.2, 1, 2), 0.65 - 0.2);
+TEST(Bracket, FindsTheFarthestDistances) {
+  Bracket bracket(Key{0.0}, {0.5, 1.5});
+  bracket.keep({0.8, 0.9});
+  bracket.start(0, 1 << 20, 3);
+  for (const double value : {0.55, 0.8, 0.95}) bracket.take(value, 1);
+  EXPECT_EQ(bracket.find_about(-0.1, 2, 3), 0.95 + 0.1);
+  EXPECT_EQ(bracket.find_about(-0.1, 2, 4), std::nullopt);  // one lies beyond
+  EXPECT_EQ(bracket.find_about(0.06, 1, 3), std::nullopt);  // 0.74
 }
 
 TEST(Bracket, ACellFromZeroIsNotZero) {
