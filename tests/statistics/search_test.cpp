@@ -194,9 +194,14 @@ double answer(Search& search, const Values& values, Search::Question question) {
   return search.value(question);
 }
 
+// Each value is counted by a worker of its own.
 Search counted(const Values& values) {
   Search search;
-  for (const double value : values) search.count(value);
+  for (const double value : values) {
+    Search worker;
+    worker.count(value);
+    search.merge(sent(worker));
+  }
   search.end_count();
   return search;
 }
@@ -206,6 +211,14 @@ TEST(Search, AZeroIsNegativeOnlyIfAllZerosAre) {
     const Values values = {zero, -0.0, -0.0, -0.0};
     Search search = counted(values);
     EXPECT_EQ(bits_of(answer(search, values, search.rank(2))), bits_of(zero));
+  }
+}
+
+TEST(Search, FindsTheEndsOfBuckets) {
+  const Values values = {-0x1p-1074, 0, 0x1p-1074, std::nextafter(1, 0), 1};
+  for (std::size_t rank = 0; rank < values.size(); ++rank) {
+    Search search = counted(values);
+    EXPECT_EQ(answer(search, values, search.rank(rank)), values[rank]);
   }
 }
 
@@ -254,7 +267,9 @@ TEST(Search, TakesTwoPassesOverCrowdedBuckets) {
   const std::size_t n = 400'000;
   Values values(n);
   for (double& value : values) value = 1 + 10.0 / 128 * std::sqrt(random.fraction());
-  Search search = counted(values);
+  Search search;
+  for (const double value : values) search.count(value);
+  search.end_count();
   const auto lower = search.rank((n - 1) / 2);
   const auto upper = search.rank(n / 2);
   search.rank(n / 6);
