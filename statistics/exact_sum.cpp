@@ -202,15 +202,15 @@ double ExactSum::total() const {
   bool more = (word(2) << leading & 0xffffffff) != 0;
   for (std::size_t below = 3; below <= top && !more; ++below) more = word(below) != 0;
 
-  // Rounds to 53 bits, or to fewer if the result is subnormal.
+  // Rounds to 53 bits. If the sum is subnormal, no bits are lost: it is a multiple of the smallest
+  // double, as each value is.
   const int exponent = 32 * (static_cast<int>(top) - 1) + kLowestExponent - leading;  // of a bit
-  const int dropped = std::max(11, -1074 - exponent);
-  if (dropped > 64) return 0.0;
-  const std::uint64_t kept = dropped == 64 ? 0 : bits >> dropped;
-  const std::uint64_t half = std::uint64_t{1} << (dropped - 1);
-  const std::uint64_t rest = bits & (half | (half - 1));
-  const bool up = rest > half || (rest == half && (more || kept % 2 == 1));
-  const double magnitude = std::ldexp(static_cast<double>(kept + up), exponent + dropped);
+  constexpr int kDropped = 11;
+  constexpr std::uint64_t kHalf = std::uint64_t{1} << (kDropped - 1);
+  const std::uint64_t kept = bits >> kDropped;
+  const std::uint64_t rest = bits & (2 * kHalf - 1);
+  const bool up = rest > kHalf || (rest == kHalf && (more || kept % 2 == 1));
+  const double magnitude = std::ldexp(static_cast<double>(kept + up), exponent + kDropped);
   return negative ? -magnitude : magnitude;
 }
 
