@@ -531,8 +531,9 @@ void expect_plain(const vostrel::LsstMetrics& found, const Values& errors) {
 TEST(ExtendedStatistics, AreNegativeZeroOnlyIfAllZerosAre) {
   for (const std::size_t n : {3U, 20000U}) {
     for (const double zero : {0.0, -0.0}) {
-      Values residuals(n - 2, -0.0);
-      residuals.insert(residuals.end(), {zero, 1});
+      Values residuals = {zero};
+      residuals.insert(residuals.end(), n - 2, -0.0);
+      residuals.push_back(1);
       const Values zeros(n);
       vostrel::Accumulator passes(vostrel::Extras{});
       do {
@@ -590,6 +591,12 @@ TEST(ExtendedStatistics, AreNaNWithoutObjectsAndWithANaN) {
       EXPECT_EQ(found.norm.outliers.size(), kExtras.outliers.size());
     }
   }
+}
+
+TEST(ExtendedStatistics, TheMedianIsThatOfOneObjectAndBetweenInfinities) {
+  EXPECT_EQ(vostrel::extended_statistics(Values{7}, Values{0}, {}).delta.median, 7);
+  const Values infinities = {kInfinity, 1, -kInfinity};
+  EXPECT_EQ(vostrel::extended_statistics(infinities, Values(3), {}).delta.median, 1);
 }
 
 TEST(ExtendedStatistics, RejectBadPercentilesAndBounds) {

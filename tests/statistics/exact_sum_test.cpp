@@ -58,6 +58,8 @@ TEST(ExactSum, RoundsOnce) {
       {{0x1p53, 1}, 0x1p53},        // a tie goes to the even neighbour
       {{0x1p53, 1, 0x1p-1000}, 0x1p53 + 2},
       {{0x1p53 + 2, 1}, 0x1p53 + 4},
+      {{0x1p63, 0x401}, 0x1p63 + 0x800},
+      {{0x1p63, 0x402}, 0x1p63 + 0x800},
       {{-0x1p53, -1, -0x1p-1074}, -0x1p53 - 2},
       {{0x1p1023, 0x1p1023, -0x1p1023}, 0x1p1023},
       {{0x1p1023, 0x1p1023}, kInfinity},
@@ -76,6 +78,14 @@ TEST(ExactSum, RoundsOnce) {
   EXPECT_TRUE(std::isnan(one_by_one({kInfinity, -kInfinity})));
   EXPECT_TRUE(std::isnan(in_blocks({kInfinity, -kInfinity}, 2)));
   EXPECT_TRUE(std::isnan(in_blocks({1, kNaN}, 2)));
+}
+
+TEST(ExactSum, MergesAnInfinity) {
+  vostrel::ExactSum sum;
+  vostrel::ExactSum infinite;
+  infinite.add(kInfinity);
+  sum.merge(infinite);
+  EXPECT_EQ(sum.total(), kInfinity);
 }
 
 // Multiples of 2^-60 below 2^40 in magnitude: __int128 adds them exactly and rounds once.
