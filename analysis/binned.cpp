@@ -26,14 +26,16 @@ Bins::Bins(std::vector<double> edges) : edges_(std::move(edges)) {
   constexpr std::size_t kCellsPerBin = 16;  // then most cells have no edge
   cells_.resize(kCellsPerBin * size());
   const double scale = static_cast<double>(cells_.size()) / (edges_.back() - edges_.front());
-  if (std::isfinite(scale)) scale_ = scale;
+  scale_ = {edges_.front(), std::isfinite(scale) ? scale : 0,
+            static_cast<double>(cells_.size() - 1)};
   std::size_t below = 0;  // edges in lower cells
   for (std::size_t i = 0; i < cells_.size(); ++i) {
     std::size_t end = below;
-    while (end < edges_.size() && cell_of(edges_[end]) == i) ++end;
+    while (end < edges_.size() && scale_.cell_of(edges_[end]) == i) ++end;
     Cell& cell = cells_[i];
     if (end - below > 1) {
       cell = {kInfinity, {kSearch, kSearch}};
+      is_crowded_ = true;
     } else {
       cell = {kInfinity, {bin_above(below), bin_above(end)}};
       if (end > below) cell.edge = edges_[below];
@@ -88,15 +90,12 @@ void BinnedAccumulator<Sum>::add(std::span<const double> reference,
   double* const references = reference_.data();
   double* const estimates = estimate_.data();
   std::size_t* const waiting = waiting_.data();
-  // The bins of a block are found first: a processor finds several at once.
-  std::array<std::uint32_t, 256> bins;
-  const auto add_block = [&](std::span<const double> bys, std::span<const double> block_reference,
-                             std::span<const double> block_estimate) {
-    std::transform(bys.begin(), bys.end(), bins.begin(),
-                   [this](double value) { return bins_(value); });
-    for (std::size_t i = 0; i < bys.size(); ++i) {
+  const std::size_t size = bins_.size();
+  const auto distribute = [&](const auto* bins, std::span<const double> block_reference,
+                              std::span<const double> block_estimate) {
+    for (std::size_t i = 0; i < block_reference.size(); ++i) {
       const std::size_t bin = bins[i];
-      if (bin == Bins::kOutside) {
+      if (bin >= size) {
         ++seen_outside_;
         continue;
       }
@@ -106,7 +105,30 @@ void BinnedAccumulator<Sum>::add(std::span<const double> reference,
       if (++waiting[bin] == room) hand_over(bin);
     }
   };
+  // The bins of a block are found first: a processor finds several at once.
+  std::array<std::uint32_t, 256> bins;
+  const auto add_block = [&](std::span<const double> bys, std::span<const double> block_reference,
+                             std::span<const double> block_estimate) {
+    if (keeps_bins()) {
+      distribute(find_or_recall(bys), block_reference, block_estimate);
+    } else {
+      bins_.find(bys, bins.data());
+      distribute(bins.data(), block_reference, block_estimate);
+    }
+  };
   in_blocks(bins.size(), add_block, by, reference, estimate);
+}
+
+template <class Sum>
+const std::uint8_t* BinnedAccumulator<Sum>::find_or_recall(std::span<const double> by) {
+  const std::size_t first = std::exchange(position_, position_ + by.size());
+  if (first_pass_) {
+    found_.resize(position_);
+    bins_.find(by, &found_[first]);
+  } else if (position_ > found_.size()) {
+    throw std::invalid_argument("the data changed between passes");
+  }
+  return &found_[first];
 }
 
 template <class Sum>
@@ -131,7 +153,7 @@ bool BinnedAccumulator<Sum>::end_pass(const Checkpoint& checkpoint) {
   } else if (outside_ != seen_outside_ || checksum_ != seen_checksum_) {
     throw std::invalid_argument("the data changed between passes");
   }
-  seen_outside_ = seen_checksum_ = 0;
+  seen_outside_ = seen_checksum_ = position_ = 0;
   for (std::size_t bin = 0; bin < accumulators_.size(); ++bin) {
     hand_over(bin);
     if (accumulators_[bin].needs_another_pass()) accumulators_[bin].end_pass();

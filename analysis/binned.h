@@ -32,10 +32,24 @@ class Bins {
 
   /// Returns the bin that holds the value, counted from 0, or kOutside. NaN is outside.
   std::uint32_t operator()(double value) const {
-    const Cell& cell = cells_[cell_of(value)];
-    const std::uint32_t bin = cell.bins[value >= cell.edge];  // without a branch to mispredict
+    const std::uint32_t bin = look_up(value, cells_.data(), scale_);
     return bin != kSearch ? bin : search(value);
   }
+
+  /// Finds the bins of some values. Bytes hold up to kMostInByte bins, and 255 for kOutside.
+  template <class Number>
+  void find(std::span<const double> values, Number* bins) const {
+    // Local copies: a write to `bins` could change the members.
+    const Cell* const cells = cells_.data();
+    const Scale scale = scale_;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      bins[i] = static_cast<Number>(look_up(values[i], cells, scale));
+    }
+    for (std::size_t i = 0; is_crowded_ && i < values.size(); ++i) {
+      if (bins[i] == static_cast<Number>(kSearch)) bins[i] = static_cast<Number>(search(values[i]));
+    }
+  }
+  static constexpr std::size_t kMostInByte = 254;
 
   std::size_t size() const { return edges_.size() - 1; }
 
@@ -52,20 +66,32 @@ class Bins {
     std::array<std::uint32_t, 2> bins;  // below and from the edge, or kSearch for several edges
   };
 
-  // A value outside the edges, or NaN, gets the first or the last cell.
-  std::size_t cell_of(double value) const {
-    const auto last = static_cast<double>(cells_.size() - 1);
-    double place = (value - edges_.front()) * scale_;
-    place = place > 0 ? place : 0;
-    place = place < last ? place : last;
-    return static_cast<std::size_t>(static_cast<std::int64_t>(place));  // faster than unsigned
+  struct Scale {
+    double lowest;
+    double cells_per_unit;  // or 0 for all in the first cell
+    double last_cell;
+
+    // A value outside the edges, or NaN, gets the first or the last cell.
+    std::size_t cell_of(double value) const {
+      double place = (value - lowest) * cells_per_unit;
+      place = place > 0 ? place : 0;
+      place = place < last_cell ? place : last_cell;
+      return static_cast<std::size_t>(static_cast<std::int64_t>(place));  // faster than unsigned
+    }
+  };
+
+  // Returns the bin or kSearch, without a branch to mispredict.
+  static std::uint32_t look_up(double value, const Cell* cells, const Scale& scale) {
+    const Cell& cell = cells[scale.cell_of(value)];
+    return cell.bins[value >= cell.edge];
   }
   std::uint32_t bin_above(std::size_t edges) const;
   std::uint32_t search(double value) const;
 
   std::vector<double> edges_;
   std::vector<Cell> cells_;
-  double scale_ = 0;  // cells per unit of the value, or 0 for all in the first cell
+  Scale scale_ = {};
+  bool is_crowded_ = false;  // whether a cell has several edges
 };
 
 /// The numbers of the objects in each bin. The columns are added block by block, once in each pass:
@@ -83,6 +109,11 @@ class BinnedAccumulator {
       Bins bins, const Wanted& wanted = {}, const Checkpoint& checkpoint = [] {});
 
   const Bins& bins() const { return bins_; }
+
+  /// Makes room for the bins of `size` objects. With exact sums, it does nothing.
+  void reserve(std::size_t size) {
+    if (keeps_bins()) found_.reserve(size);
+  }
 
   /// Adds a block: the objects, and the quantity that they are binned by. All passes must see the
   /// same objects, and with sums in order they must see them in the same order.
@@ -116,6 +147,9 @@ class BinnedAccumulator {
   std::uint64_t outside() const { return outside_; }
 
  private:
+  // Objects that come in the same order in each pass have their bins found in the first alone.
+  bool keeps_bins() const { return !kIsExact<Sum> && bins_.size() <= Bins::kMostInByte; }
+  const std::uint8_t* find_or_recall(std::span<const double> by);
   void hand_over(std::size_t bin);
   void add_waiting(const BinnedAccumulator& other, std::size_t bin);
 
@@ -130,6 +164,8 @@ class BinnedAccumulator {
   std::vector<double> estimate_;
   std::vector<std::size_t> waiting_;  // how many there are
   std::vector<BasicAccumulator<Sum>> accumulators_;
+  std::vector<std::uint8_t> found_;  // the bin of each object, if it keeps bins
+  std::size_t position_ = 0;         // in `found_`, of the next object
   bool first_pass_ = true;
   std::uint64_t outside_ = 0;        // of the first pass
   std::uint64_t checksum_ = 0;       // of the first pass, with what the objects are binned by

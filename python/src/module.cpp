@@ -139,10 +139,11 @@ py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, st
   return array_of(values);
 }
 
-// Returns (counts, nan_counts, n_outside, numbers, lsst): for each bin the number of objects, and
-// how many of them have NaN; the number of objects in no bin; the numbers of both residuals as an
-// array of shape (2, numbers, bins), and LSST's in shape (4, bins). Objects with NaN are left out,
-// or make the numbers of their bin NaN. `has_nan` is false if it is known that there is none.
+// Returns (n, n_masked, n_nan, counts, nan_counts, n_outside, numbers, lsst): for each bin the
+// number of objects, and how many of them have NaN; the number of objects in no bin; the numbers of
+// both residuals as an array of shape (2, numbers, bins), and LSST's in shape (4, bins). Objects
+// with NaN are left out, or make the numbers of their bin NaN. `has_nan` is false if it is known
+// that there is none.
 py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks, bool omit_nan,
                                     std::vector<double> edges,
                                     const std::vector<double>& percentiles,
@@ -155,6 +156,7 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
   {
     const py::gil_scoped_release release;
     InOrderBins passes(Bins(std::move(edges)), Wanted({percentiles, outliers}), check_signals);
+    passes.reserve(rows.size());
     do {
       nan_counts = add_to_bins(passes, rows);
     } while (passes.end_pass(check_signals));
@@ -184,7 +186,8 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
       set(lsst.mutable_at(i, bin), metrics[static_cast<std::size_t>(i)]);
     }
   }
-  return py::make_tuple(counts, array_of(nan_counts), outside, numbers, lsst);
+  return py::make_tuple(rows.kept() + (omit_nan ? 0 : rows.nan()), rows.masked(), rows.nan(),
+                        counts, array_of(nan_counts), outside, numbers, lsst);
 }
 
 py::tuple list_statistics() {

@@ -120,17 +120,16 @@ def binned_statistics(
     if range is not None and kind != "width":
         raise ValueError("range needs a number of bins; edges and equal counts define their own")
     omit = nan_policy == "omit"
-    n, n_masked, n_nan, low, high = _core.survey(columns.values, columns.masks, omit)
-    check_counts(nan_policy, n, n_masked, n_nan, columns)
     if kind == "edges":
-        edges = value
-    elif kind == "count":
-        edges = equal_counts(columns, n if omit else n - n_nan, value, n_nan != 0)
+        edges, has_nan = value, True
+    elif range is not None:
+        edges, has_nan = _equal_widths(*_read_range(_without_unit("range", range, by)), value), True
     else:
-        edges = _equal_widths(low, high, value, _without_unit("range", range, by))
-    *unsigned, n_outside, numbers, metrics = _core.binned_statistics(
-        columns.values, columns.masks, omit, edges.tolist(), *asked, n_nan != 0
+        edges, has_nan = _find_edges(columns, nan_policy, kind, value)
+    n, n_masked, n_nan, *unsigned, n_outside, numbers, metrics = _core.binned_statistics(
+        columns.values, columns.masks, omit, edges.tolist(), *asked, has_nan
     )
+    check_counts(nan_policy, n, n_masked, n_nan, columns)
     counts, nan_counts = (array.astype(np.int64) for array in unsigned)
     for array in (edges, counts, nan_counts, numbers, metrics):
         array.flags.writeable = False
@@ -148,6 +147,23 @@ def binned_statistics(
     if uncertainties:
         result = replace(result, uncertainties=_by_formula(columns, result, omit))
     return result
+
+
+def _find_edges(
+    columns: Columns, nan_policy: NanPolicy, kind: str, number: int
+) -> tuple[NDArray[np.float64], bool]:
+    """Return the edges that depend on the values, and whether there is NaN."""
+    omit = nan_policy == "omit"
+    n, n_masked, n_nan, low, high = _core.survey(columns.values, columns.masks, omit)
+    check_counts(nan_policy, n, n_masked, n_nan, columns)
+    has_nan = n_nan != 0
+    if kind == "count":
+        return equal_counts(columns, n if omit else n - n_nan, number, has_nan), has_nan
+    if low > high:
+        raise ValueError("there are no values to find the range of the bins; pass range")
+    if not (math.isfinite(low) and math.isfinite(high)):
+        raise ValueError("infinite values have no bins of equal width; pass range or edges")
+    return _equal_widths(low, high, number), has_nan
 
 
 def _by_formula(columns: Columns, bins: BinnedStatistics, omit: bool) -> tuple[Uncertainties, ...]:
@@ -174,7 +190,7 @@ def fixed_edges(bins: Any, range: tuple[float, float] | None) -> NDArray[np.floa
         edges: NDArray[np.float64] = value
         return edges
     if kind == "width" and range is not None:
-        return _equal_widths(math.inf, -math.inf, value, range)
+        return _equal_widths(*_read_range(range), value)
     raise ValueError("chunks need fixed bins: pass edges as bins, or a number of bins and range")
 
 
@@ -219,14 +235,8 @@ def _read_bins(bins: Any) -> tuple[str, Any]:
     return "edges", edges
 
 
-def _equal_widths(low: float, high: float, number: int, limits: Any) -> NDArray[np.float64]:
+def _equal_widths(low: float, high: float, number: int) -> NDArray[np.float64]:
     """Return the edges that numpy.histogram would use."""
-    if limits is not None:
-        low, high = _read_range(limits)
-    elif low > high:
-        raise ValueError("there are no values to find the range of the bins; pass range")
-    elif not (math.isfinite(low) and math.isfinite(high)):
-        raise ValueError("infinite values have no bins of equal width; pass range or edges")
     if low == high:
         low, high = low - 0.5, high + 0.5
     with np.errstate(over="ignore", invalid="ignore"):

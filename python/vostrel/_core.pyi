@@ -66,10 +66,17 @@ def binned_statistics(
     outliers: Sequence[float],
     has_nan: bool,
 ) -> tuple[
-    NDArray[np.uint64], NDArray[np.uint64], int, NDArray[np.float64], NDArray[np.float64]
+    int,
+    int,
+    int,
+    NDArray[np.uint64],
+    NDArray[np.uint64],
+    int,
+    NDArray[np.float64],
+    NDArray[np.float64],
 ]:
-    """Return counts, nan_counts, n_outside and the numbers in shape (2, statistics, bins), and
-    the metrics of LSST in shape (4, bins).
+    """Return n, n_masked, n_nan, counts, nan_counts, n_outside, the numbers in shape (2,
+    statistics, bins), and the metrics of LSST in shape (4, bins).
 
     The objects are binned by the third column, or by the first of two.
     """

@@ -66,6 +66,28 @@ TEST(Bins, FindsBinsAmongCrowdedEdges) {
   }
 }
 
+TEST(Bins, ABlockOfValuesHasTheBinsOfEach) {
+  for (const double crowded : {0.0, 1e-9}) {
+    std::vector<double> edges(Bins::kMostInByte + 1);
+    for (std::size_t i = 0; i < edges.size(); ++i) {
+      edges[i] = static_cast<double>(i) * (i < 9 && crowded > 0 ? crowded : 1);
+    }
+    const Bins bins(edges);
+    std::vector<double> values = {kNaN, -1, 1e-10, 3e-9, 300, edges.back()};
+    for (const double edge : edges) {
+      for (const double towards : {-1.0, 999.0}) values.push_back(std::nextafter(edge, towards));
+    }
+    std::vector<std::uint32_t> found(values.size());
+    std::vector<std::uint8_t> bytes(values.size());
+    bins.find(values, found.data());
+    bins.find(values, bytes.data());
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      EXPECT_EQ(found[i], bins(values[i]));
+      EXPECT_EQ(bytes[i], bins(values[i]) == Bins::kOutside ? 255U : bins(values[i]));
+    }
+  }
+}
+
 TEST(Bins, BadEdgesAreRejected) {
   EXPECT_THROW(Bins({1}), std::invalid_argument);
   EXPECT_THROW(Bins({2, 1}), std::invalid_argument);
@@ -102,9 +124,15 @@ TEST(InOrderBins, EachBinMatchesPointStatistics) {
   const auto [reference, estimate, by] = drawn(n);
   const Bins bins({18, 20, 20.001, 23});
   InOrderBins passes(bins);
+  std::size_t first = 1;  // the objects of the first block
   do {
-    passes.add(reference, estimate, by);
+    passes.add(std::span(reference).first(first), std::span(estimate).first(first),
+               std::span(by).first(first));
+    passes.add(std::span(reference).subspan(first), std::span(estimate).subspan(first),
+               std::span(by).subspan(first));
+    first += 1000;
   } while (passes.end_pass());
+  EXPECT_GT(first, 2000U);
 
   std::uint64_t inside = 0;
   const std::vector<FoundOfBoth> results = passes.results();
@@ -165,6 +193,15 @@ TEST(InOrderBins, ColumnsOfDifferentLengthsAreRejected) {
   const std::vector<double> one = {0.5};
   EXPECT_THROW(passes.add({}, one, one), std::invalid_argument);
   EXPECT_THROW(passes.add(one, {}, one), std::invalid_argument);
+}
+
+TEST(InOrderBins, MoreObjectsInALaterPassAreRejected) {
+  InOrderBins passes(Bins({17, 24}));
+  const auto [reference, estimate, by] = drawn(10'000);
+  passes.add(reference, estimate, by);
+  ASSERT_TRUE(passes.end_pass());
+  passes.add(reference, estimate, by);
+  EXPECT_THROW(passes.add(reference, estimate, by), std::invalid_argument);
 }
 
 TEST(InOrderBins, AnEmptyBinIsNaN) {
