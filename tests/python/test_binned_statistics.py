@@ -160,6 +160,21 @@ def test_against_scipy(rng):
     np.testing.assert_allclose(b.norm.bias[filled], mean.statistic[filled], rtol=1e-12)
 
 
+@pytest.mark.parametrize(("bins", "limits", "counts"), [
+    ([0, 1, 2], None, [1, 3]), (2, (0, 2), [1, 3]), (2, None, [1, 3]), (("count", 2), None, [2, 2]),
+])
+def test_nan_for_each_kind_of_bins(bins, limits, counts):
+    columns = [0.0, 0.5, 1.0, 1.5, 2.0], [0.0, np.nan, 1.0, 1.5, 2.0]
+    b = vostrel.binned_statistics(*columns, bins=bins, range=limits, nan_policy="omit")
+    assert (b.counts.tolist(), b.nan_counts.tolist(), b.n_nan) == (counts, [1, 0], 1)
+    assert b.delta.bias.tolist() == [0, 0]
+    b = vostrel.binned_statistics(*columns, bins=bins, range=limits, nan_policy="propagate")
+    assert (b.counts.tolist(), b.n_nan) == ([counts[0] + 1, counts[1]], 1)
+    assert np.isnan(b.delta.bias).tolist() == [True, False]
+    with pytest.raises(ValueError, match="^1 of 5 objects have NaN"):
+        vostrel.binned_statistics(*columns, bins=bins, range=limits)
+
+
 def test_masked_and_nan():
     nan = np.nan
     columns = [1.0, 1.5, 2.5, 2.5, 2.7, nan], [1.0, nan, 2.5, 9.0, 2.0, 1.0]
