@@ -599,6 +599,24 @@ TEST(ExtendedStatistics, TheMedianIsThatOfOneObjectAndBetweenInfinities) {
   EXPECT_EQ(vostrel::extended_statistics(infinities, Values(3), {}).delta.median, 1);
 }
 
+// (a + b) / 2 overflows, so all distances from the median are infinite. Those of infinities from
+// themselves are NaN.
+TEST(ExtendedStatistics, MeasureDistancesFromAnInfiniteMedian) {
+  const auto sigma_mad = [](double estimate) {
+    const Values zeros(10'000);
+    const Values estimates(zeros.size(), estimate);
+    vostrel::Accumulator passes(vostrel::Extras{});
+    do {
+      passes.add(zeros, estimates);
+    } while (passes.end_pass());
+    const auto in_memory = vostrel::extended_statistics(zeros, estimates, {});
+    return std::pair(in_memory.lsst.sigma_mad, passes.extended_result().lsst.sigma_mad);
+  };
+  EXPECT_EQ(sigma_mad(1.7e308), std::pair(kInfinity, kInfinity));
+  EXPECT_TRUE(std::isnan(sigma_mad(kInfinity).first));
+  EXPECT_TRUE(std::isnan(sigma_mad(kInfinity).second));
+}
+
 TEST(ExtendedStatistics, RejectBadPercentilesAndBounds) {
   for (const double percent : {-1.0, 100.1, kNaN}) {
     EXPECT_THROW(vostrel::extended_statistics({}, {}, {{percent}, {}}), std::invalid_argument);

@@ -163,6 +163,14 @@ TEST(Bracket, FindsTheFarthestDistances) {
   EXPECT_EQ(bracket.find_about(0.06, 1, 3), std::nullopt);  // 0.74
 }
 
+TEST(Bracket, BoundsACellOfNegativeValues) {
+  Bracket bracket(Key{}, {-2, -1});
+  bracket.start(0, 1 << 20, 1);
+  bracket.take(-1.5, 1);
+  EXPECT_EQ(bracket.find(0).low, -2);
+  EXPECT_EQ(bracket.find(0).high, std::nextafter(-1, -2));
+}
+
 TEST(Bracket, ACellFromZeroIsNotZero) {
   Bracket bracket(Key{}, {0, 1});
   bracket.start(0, 1 << 20, 8);
