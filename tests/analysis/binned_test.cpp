@@ -168,7 +168,9 @@ TEST(ExactBins, ThreeWorkersThatSendBytesGiveTheSameBits) {
     ExactBins merged = shared.fresh();
     for (const std::size_t third : {2U, 0U, 1U}) {
       ExactBins worker = shared.fresh();
-      add(worker, third * n / 3, (third + 1) * n / 3 - third * n / 3);
+      const std::size_t count = (third + 1) * n / 3 - third * n / 3;
+      add(worker, third * n / 3, count);
+      EXPECT_EQ(worker.size(), passes == 0 ? count : n);
       merged.merge(third == 0 ? worker : ExactBins::from_bytes(worker.to_bytes()));
     }
     EXPECT_EQ(merged.size(), n);
@@ -186,6 +188,31 @@ TEST(ExactBins, ThreeWorkersThatSendBytesGiveTheSameBits) {
   EXPECT_THROW(shared.merge(ExactBins(Bins({18, 22, 23}))), std::invalid_argument);
   const std::string bytes = shared.to_bytes();
   EXPECT_THROW(ExactBins::from_bytes(bytes + "x"), std::invalid_argument);
+}
+
+// The objects are the same in every pass, but the quantity of one changes.
+TEST(ExactBins, AQuantityThatChangesIsRejected) {
+  const auto [reference, estimate, by] = drawn(20'000);
+  std::vector<double> changed = by;
+  changed[1] += 1e-9;
+  const auto add_by_workers = [&](ExactBins& whole, const std::vector<double>& quantity) {
+    for (const std::size_t first : {0U, 10'000U}) {
+      ExactBins worker = whole.fresh();
+      worker.add(std::span(reference).subspan(first, 10'000),
+                 std::span(estimate).subspan(first, 10'000),
+                 std::span(quantity).subspan(first, 10'000));
+      whole.merge(worker);
+    }
+  };
+  ExactBins whole(Bins({17, 24}));
+  add_by_workers(whole, by);
+  ASSERT_TRUE(whole.end_pass());
+  ExactBins other(Bins({17, 24}));
+  add_by_workers(other, changed);
+  ASSERT_TRUE(other.end_pass());
+  EXPECT_THROW(whole.merge(other.fresh()), std::invalid_argument);
+  add_by_workers(whole, changed);
+  EXPECT_THROW(whole.end_pass(), std::invalid_argument);
 }
 
 TEST(InOrderBins, ColumnsOfDifferentLengthsAreRejected) {

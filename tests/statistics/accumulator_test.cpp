@@ -575,7 +575,9 @@ TEST(ExtendedStatistics, MatchSortingInMemoryAndInBlocks) {
 }
 
 TEST(ExtendedStatistics, AreNaNWithoutObjectsAndWithANaN) {
-  for (const Values& residuals : {Values{}, Values{1, kNaN, 2}}) {
+  Values many(10'000, 1);
+  many[1] = kNaN;
+  for (const Values& residuals : {Values{}, Values{1, kNaN, 2}, many}) {
     const Values zeros(residuals.size());
     vostrel::Accumulator passes(kExtras);
     passes.add(residuals, zeros);
@@ -593,8 +595,11 @@ TEST(ExtendedStatistics, AreNaNWithoutObjectsAndWithANaN) {
   }
 }
 
-TEST(ExtendedStatistics, TheMedianIsThatOfOneObjectAndBetweenInfinities) {
-  EXPECT_EQ(vostrel::extended_statistics(Values{7}, Values{0}, {}).delta.median, 7);
+TEST(ExtendedStatistics, TheMedianIsThatOfOneOrTwoObjectsAndBetweenInfinities) {
+  const auto one = vostrel::extended_statistics(Values{0}, Values{-1}, {});
+  EXPECT_EQ(one.delta.median, 1);
+  EXPECT_EQ(one.lsst.bias, -1);
+  EXPECT_EQ(vostrel::extended_statistics(Values{1, 2}, Values{0, 0}, {}).delta.median, 1.5);
   const Values infinities = {kInfinity, 1, -kInfinity};
   EXPECT_EQ(vostrel::extended_statistics(infinities, Values(3), {}).delta.median, 1);
 }
