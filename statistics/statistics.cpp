@@ -93,8 +93,6 @@ void settle_signs(Range range, std::size_t rank, Key key, Neighbours& neighbours
     negatives += k < 0;
     negative_zeros += k == 0 && std::signbit(k);
   }
-  if (neighbours.before == 0) neighbours.before = 0.0;
-  if (neighbours.at == 0) neighbours.at = 0.0;
   if (negative_zeros == 0) return;
   std::size_t place = negatives;
   for (std::size_t i = range.first; i < range.last && place <= rank; ++i) {
@@ -109,9 +107,8 @@ void settle_signs(Range range, std::size_t rank, Key key, Neighbours& neighbours
 template <class Key>
 std::optional<Neighbours> select(Range range, std::size_t rank, Key key) {
   std::optional<Neighbours> found = select_up_to_signs(range, rank, key);
-  if (found && (found->at == 0 || (rank > 0 && found->before == 0))) {
-    settle_signs(range, rank, key, *found);
-  }
+  // The sign of a zero before another number does not affect their middle.
+  if (found && found->at == 0) settle_signs(range, rank, key, *found);
   return found;
 }
 
