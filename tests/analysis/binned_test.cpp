@@ -192,20 +192,20 @@ TEST(ExactBins, ThreeWorkersThatSendBytesGiveTheSameBits) {
 
 // The objects are the same in every pass, but the quantity of one changes.
 TEST(ExactBins, AQuantityThatChangesIsRejected) {
-  const auto [reference, estimate, by] = drawn(20'000);
-  std::vector<double> changed = by;
+  const Objects objects = drawn(20'000);
+  std::vector<double> changed = objects.by;
   changed[1] += 1e-9;
   const auto add_by_workers = [&](ExactBins& whole, const std::vector<double>& quantity) {
     for (const std::size_t first : {0U, 10'000U}) {
       ExactBins worker = whole.fresh();
-      worker.add(std::span(reference).subspan(first, 10'000),
-                 std::span(estimate).subspan(first, 10'000),
+      worker.add(std::span(objects.reference).subspan(first, 10'000),
+                 std::span(objects.estimate).subspan(first, 10'000),
                  std::span(quantity).subspan(first, 10'000));
       whole.merge(worker);
     }
   };
   ExactBins whole(Bins({17, 24}));
-  add_by_workers(whole, by);
+  add_by_workers(whole, objects.by);
   ASSERT_TRUE(whole.end_pass());
   ExactBins other(Bins({17, 24}));
   add_by_workers(other, changed);
