@@ -331,13 +331,14 @@ TEST(Accumulator, ReturnsNaNForMediansOfNaN) {
 
 TEST(Accumulator, ReturnsNaNForManyNaNResiduals) {
   const Values minus_one(9000, -1);  // the residual is 0, the normalized one 0 / 0
-  vostrel::Accumulator passes;
+  vostrel::Accumulator passes(vostrel::Extras{{}, {0.1}});
   do {
     passes.add(minus_one, minus_one);
   } while (passes.end_pass());
   EXPECT_EQ(passes.result().delta.mad, 0);
   EXPECT_TRUE(std::isnan(passes.result().norm.mad));
   EXPECT_TRUE(std::isnan(passes.result().norm.mad_delta));
+  EXPECT_EQ(passes.extended_result().norm.outliers, Values{0});
 }
 
 // A bracket of the median reaches to kInfinity.
@@ -582,17 +583,14 @@ TEST(ExtendedStatistics, MatchSortingInMemoryAndInBlocks) {
 }
 
 TEST(ExtendedStatistics, AreNaNWithoutObjectsAndWithANaN) {
+  Random random;
   Values many(10'000, 1);
   many[1] = kNaN;
   for (const Values& residuals : {Values{}, Values{1, kNaN, 2}, many}) {
-    const Values zeros(residuals.size());
-    vostrel::Accumulator passes(kExtras);
-    do {
-      passes.add(residuals, zeros);
-      passes = vostrel::Accumulator::from_bytes(passes.to_bytes());
-    } while (passes.end_pass());
-    for (const auto& found :
-         {vostrel::extended_statistics(residuals, zeros, kExtras), passes.extended_result()}) {
+    const Data data = {residuals, Values(residuals.size())};
+    const auto in_memory = vostrel::extended_statistics(data.reference, data.estimate, kExtras);
+    const auto in_blocks = merged(vostrel::Accumulator(kExtras), data, 2, random).extended_result();
+    for (const auto& found : {in_memory, in_blocks}) {
       const auto& [bias, sigma_iqr, sigma_mad, outlier_rate] = found.lsst;
       Values numbers = {found.norm.median, found.norm.sigma_68, found.norm.sigma_iqr, bias,
                         sigma_iqr,         sigma_mad,           outlier_rate};

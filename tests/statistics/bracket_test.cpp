@@ -141,6 +141,7 @@ TEST(Bracket, FindsDistancesFromANearbyCenter) {
   const auto about = [&](double center, std::uint64_t rank) {
     return bracket.find_about(center, rank, 10);
   };
+  EXPECT_EQ(bracket.count_up_to(0.875), 4U);
   EXPECT_EQ(about(0, 1), std::nullopt);
   EXPECT_EQ(about(0, 4), 0.95);
   EXPECT_EQ(about(0, 5), std::nullopt);
