@@ -469,6 +469,8 @@ TEST(Accumulator, RejectsDataThatChangeBetweenPasses) {
     same = added_by_a_worker(data);
   }
   EXPECT_GE(passes, 3);
+  const double sigma = of_the_class(data).delta.sigma;
+  EXPECT_NEAR(same.result().delta.sigma, sigma, 1e-9 * sigma);
 }
 
 // Columns in memory have no checksum to detect changes.
