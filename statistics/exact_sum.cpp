@@ -140,7 +140,7 @@ void ExactSum::add_integer(std::int64_t integer, int exponent) {
   words_[word] += low & kLowHalf;
   words_[word + 1] += (low >> 32 & kLowHalf) + (high & kLowHalf);
   words_[word + 2] += high >> 32;
-  if (++additions_ == std::int64_t{1} << 28) carry();
+  if (++additions_ >= std::int64_t{1} << 28) carry();
 }
 
 // Brings every word except the last into the range of 32 bits.
@@ -153,11 +153,9 @@ void ExactSum::carry() {
 }
 
 void ExactSum::merge(const ExactSum& other) {
-  ExactSum more = other;
-  more.carry();
   carry();
-  for (std::size_t i = 0; i < kWords; ++i) words_[i] += more.words_[i];
-  additions_ = 1;
+  for (std::size_t i = 0; i < kWords; ++i) words_[i] += other.words_[i];
+  additions_ = other.additions_ + 1;
   not_finite_ += other.not_finite_;
 }
 

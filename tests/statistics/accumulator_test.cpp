@@ -194,11 +194,16 @@ TEST(InOrderAccumulator, TerminatesForNearlyEqualDistances) {
 // Distances from it are NaN for one half, so the order of the objects decides.
 TEST(InOrderAccumulator, MatchesUtilsForAMedianOfAnInfinityAndANumber) {
   Random random;
-  Data data{Values(20000, 1), Values(20000)};
+  Data both{Values(20000, 1), Values(20000)};
+  for (double& estimate : both.estimate) estimate = random.fraction();
+  Data norm = both;
   for (std::size_t i = 0; i < 20000; ++i) {
-    data.estimate[i] = i / 5000 % 3 == 0 ? kInfinity : random.fraction();
+    if (i / 5000 % 3 != 0) continue;
+    both.estimate[i] = kInfinity;
+    norm.reference[i] = -1;  // only the normalized residual is infinite
   }
-  expect_the_class(data, random, "half of them infinite");
+  expect_the_class(both, random, "half of both infinite");
+  expect_the_class(norm, random, "half of one infinite");
 }
 
 // A few groups of values near 1, and at about the same distance to both sides. Each is in one or

@@ -88,6 +88,14 @@ TEST(ExactSum, MergesAnInfinity) {
   EXPECT_EQ(sum.total(), kInfinity);
 }
 
+// Without carries, the words of the sum would overflow.
+TEST(ExactSum, IsDoubledByMerges) {
+  vostrel::ExactSum sum;
+  sum.add(0x1.fffffffffffffp-100);
+  for (int i = 0; i < 100; ++i) sum.merge(vostrel::ExactSum(sum));
+  EXPECT_EQ(sum.total(), 0x1.fffffffffffffp0);
+}
+
 // Multiples of 2^-60 below 2^40 in magnitude: __int128 adds them exactly and rounds once.
 TEST(ExactSum, MatchesIntegerArithmetic) {
   Random random;

@@ -185,7 +185,7 @@ TEST(Search, MatchesSorting) {
   }
 }
 
-// Answers a question that is asked after the first pass. All others are answered before.
+// Answers all questions that have been asked. Returns the answer to one.
 double answer(Search& search, const Values& values, Search::Question question) {
   while (search.start_pass()) {
     sift_by_workers(search, std::span(values));
@@ -228,6 +228,30 @@ TEST(Search, AnswersQuestionsBetweenPasses) {
   EXPECT_EQ(answer(search, values, search.rank(3)), 8);
   EXPECT_EQ(answer(search, values, search.rank(1)), 2);
   EXPECT_EQ(answer(search, values, search.distance(1, 5.0)), 3);
+}
+
+// One is found at once. The other is the first of many in its bucket, which all lie at its far end.
+TEST(Search, WaitsForBothMiddleValues) {
+  for (const double sign : {1.0, -1.0}) {
+    Values values;
+    for (int i = 0; i < 1 << 16; ++i) values.push_back(-sign * (1 + i * 0x1p-15));
+    for (int i = 0; i < 1 << 16; ++i) values.push_back(sign * (1.0078 + i * 0x1p-50));
+    Search search;
+    for (const double value : values) search.count(value);
+    search.end_count();
+    const auto lower = search.rank((1 << 16) - 1);
+    const auto upper = search.rank(1 << 16);
+    const auto farthest = search.distance((1 << 17) - 1, lower, upper);
+    EXPECT_EQ(answer(search, values, farthest), 1 + 0xffff * 0x1p-15 + (1.0078 - 1) / 2);
+  }
+}
+
+// The middle of the bucket from 1 to 1 + 1/128 is the first guess of the center.
+TEST(Search, FindsACenterThatIsGuessed) {
+  const Values values = {1, 1 + 0x1p-8, 1 + 0x1.1p-8};
+  Search search = counted(values);
+  const auto middle = search.rank(1);
+  EXPECT_EQ(answer(search, values, search.distance(0, middle, middle)), 0);
 }
 
 // The bucket from 1 to 1 + 1/128 contains the center. Ten values lie at its far end, and ten just

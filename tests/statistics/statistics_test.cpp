@@ -247,16 +247,16 @@ TEST(Medians, MatchSortingOnLargeArraysOfEveryShape) {
   }
 }
 
-// ---- outliers ----
-
-using Counts = std::array<std::uint64_t, 5>;
-
 // All are in one bucket of the search, which takes them in many blocks.
 TEST(Medians, CountEachOfManyNeighboursOnce) {
   std::vector<double> values;
   for (int i = 0; i <= 100'000; ++i) values.push_back(1 + i * 0x1p-40);
   EXPECT_EQ(vostrel::median(values), 1 + 50'000 * 0x1p-40);
 }
+
+// ---- outliers ----
+
+using Counts = std::array<std::uint64_t, 5>;
 
 TEST(CountOutliers, IsStrictAndMeasuresFromZero) {
   // Beyond 0.15, 0.1, 0.2, 0.3 (in doubles 3 * 0.1 exceeds 0.3) and 0.4.
