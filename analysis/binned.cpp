@@ -253,31 +253,4 @@ std::vector<FoundOfBoth> BinnedAccumulator<Sum>::results(const Checkpoint& check
 template class BinnedAccumulator<InOrderSum>;
 template class BinnedAccumulator<ExactSum>;
 
-BinnedObjects::BinnedObjects(Bins bins) : bins_(std::move(bins)), parts_(bins_.size()) {}
-
-void BinnedObjects::count(std::span<const double> by) {
-  for (const double value : by) {
-    const std::size_t bin = bins_(value);
-    if (bin != Bins::kOutside) ++parts_[bin].size;
-  }
-}
-
-void BinnedObjects::add(std::span<const double> reference, std::span<const double> estimate,
-                        std::span<const double> by) {
-  if (reference.size() != by.size() || estimate.size() != by.size()) {
-    throw std::invalid_argument("reference, estimate and by differ in length");
-  }
-  for (std::size_t i = 0; i < by.size(); ++i) {
-    const std::size_t bin = bins_(by[i]);
-    if (bin == Bins::kOutside) continue;
-    Part& part = parts_[bin];
-    if (part.reference.size() == part.size) throw std::invalid_argument("the values have changed");
-    // Only the first call allocates. Filling so much memory at once would take long.
-    part.reference.reserve(part.size);
-    part.estimate.reserve(part.size);
-    part.reference.push_back(reference[i]);
-    part.estimate.push_back(estimate[i]);
-  }
-}
-
 }  // namespace vostrel

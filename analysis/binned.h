@@ -176,44 +176,6 @@ class BinnedAccumulator {
 using InOrderBins = BinnedAccumulator<InOrderSum>;
 using ExactBins = BinnedAccumulator<ExactSum>;
 
-/// Collects the objects of each bin, in their order. The columns are read twice, block by block.
-/// Takes 16 bytes of memory for each object in a bin.
-///
-///     vostrel::BinnedObjects objects(bins);
-///     for (each block of the columns) objects.count(by);
-///     for (each block of the columns) objects.add(reference, estimate, by);
-class BinnedObjects {
- public:
-  explicit BinnedObjects(Bins bins);
-
-  /// Counts a block of the quantity that the objects are binned by. All blocks must be counted
-  /// before add() is called.
-  void count(std::span<const double> by);
-
-  /// Adds a block of the objects.
-  /// @throws std::invalid_argument if the arrays differ in length, or if a bin gets more objects
-  ///         than were counted.
-  void add(std::span<const double> reference, std::span<const double> estimate,
-           std::span<const double> by);
-
-  const Bins& bins() const { return bins_; }
-
-  /// The columns of the objects added to a bin.
-  std::span<const double> reference(std::size_t bin) const { return parts_[bin].reference; }
-  std::span<const double> estimate(std::size_t bin) const { return parts_[bin].estimate; }
-
- private:
-  // The objects of a bin.
-  struct Part {
-    std::size_t size = 0;  // as counted
-    std::vector<double> reference;
-    std::vector<double> estimate;
-  };
-
-  Bins bins_;
-  std::vector<Part> parts_;
-};
-
 }  // namespace vostrel
 
 #endif  // VOSTREL_ANALYSIS_BINNED_H

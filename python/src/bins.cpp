@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <span>
 #include <utility>
 #include <vector>
 
@@ -22,33 +21,55 @@ namespace vostrel::python {
 
 namespace {
 
-// The objects of each bin, without those with NaN.
+// The number of objects in each bin. Requires: the GIL is released.
+std::vector<std::uint64_t> count_objects(Rows& rows, const Bins& bins) {
+  std::vector<std::uint64_t> counts(bins.size());
+  for_each_block(rows, [&](const Block& block) {
+    for (const double by : block.by) {
+      const std::size_t bin = bins(by);
+      if (bin != Bins::kOutside) ++counts[bin];
+    }
+  });
+  return counts;
+}
+
+// The objects of each bin in their order, without those with NaN. Takes 16 bytes for each.
 class ObjectsInBins {
  public:
-  ObjectsInBins(const Numbers& columns, const Arrays& masks, std::vector<double> edges)
-      : objects_(Bins(std::move(edges))) {
+  ObjectsInBins(const Numbers& columns, const Arrays& masks, std::vector<double> edges) {
     Rows rows = rows_of(columns, masks, true);
+    const Bins bins(std::move(edges));
     const py::gil_scoped_release release;
-    for_each_block(rows, [&](const Block& block) { objects_.count(block.by); });
-    for_each_block(
-        rows, [&](const Block& block) { objects_.add(block.reference, block.estimate, block.by); });
+    const std::vector<std::uint64_t> counts = count_objects(rows, bins);
+    parts_.resize(bins.size());
+    for_each_block(rows, [&](const Block& block) {
+      for (std::size_t i = 0; i < block.by.size(); ++i) {
+        const std::size_t bin = bins(block.by[i]);
+        if (bin == Bins::kOutside) continue;
+        Part& part = parts_[bin];
+        // Only the first call allocates. Filling so much memory at once would take long.
+        part.reference.reserve(counts[bin]);
+        part.estimate.reserve(counts[bin]);
+        part.reference.push_back(block.reference[i]);
+        part.estimate.push_back(block.estimate[i]);
+      }
+    });
   }
 
-  std::size_t count(std::size_t bin) const { return reference(bin).size(); }
+  std::size_t count(std::size_t bin) const { return part(bin).reference.size(); }
 
   py::tuple statistics(std::size_t bin, const std::vector<double>& percentiles,
                        const std::vector<double>& outliers,
                        const std::vector<std::uint64_t>& absolute,
                        const std::vector<std::uint64_t>& values) const {
-    return numbers_with_spreads(reference(bin), estimate(bin), {percentiles, outliers}, absolute,
-                                values);
+    return numbers_with_spreads(part(bin).reference, part(bin).estimate, {percentiles, outliers},
+                                absolute, values);
   }
 
   // Returns the median of the reference, the median of the normalized residual, and its values of
   // the ranks.
   py::tuple medians(std::size_t bin, const std::vector<std::uint64_t>& ranks) const {
-    const std::span<const double> references = reference(bin);
-    const std::span<const double> estimates = estimate(bin);
+    const auto& [references, estimates] = part(bin);
     check_ranks(ranks, references.size());
     double of_reference = 0;
     double of_residual = 0;
@@ -73,32 +94,29 @@ class ObjectsInBins {
   }
 
  private:
-  std::span<const double> reference(std::size_t bin) const {
-    if (bin >= objects_.bins().size()) throw py::index_error("there is no such bin");
-    return objects_.reference(bin);
-  }
-  std::span<const double> estimate(std::size_t bin) const { return objects_.estimate(bin); }
+  struct Part {
+    std::vector<double> reference;
+    std::vector<double> estimate;
+  };
 
-  BinnedObjects objects_;
+  const Part& part(std::size_t bin) const {
+    if (bin >= parts_.size()) throw py::index_error("there is no such bin");
+    return parts_[bin];
+  }
+
+  std::vector<Part> parts_;  // by bin
 };
 
 // Returns the number of values in each bin.
 py::array_t<std::uint64_t> count_in_bins(const py::array& values, std::vector<double> edges) {
   Rows rows = rows_of({values}, {}, false);
   const Bins bins(std::move(edges));
-  py::array_t<std::uint64_t> counts(static_cast<py::ssize_t>(bins.size()));
-  std::uint64_t* const count = counts.mutable_data();
-  std::fill_n(count, bins.size(), 0);
+  std::vector<std::uint64_t> counts;
   {
     const py::gil_scoped_release release;
-    for_each_block(rows, [&](const Block& block) {
-      for (const double value : block.reference) {
-        const std::size_t bin = bins(value);
-        if (bin != Bins::kOutside) ++count[bin];
-      }
-    });
+    counts = count_objects(rows, bins);
   }
-  return counts;
+  return array_of(counts);
 }
 
 // Returns the number of points in each cell, in shape (rows, columns): rows by y, columns by x.

@@ -241,36 +241,5 @@ TEST(InOrderBins, AnEmptyBinIsNaN) {
   EXPECT_TRUE(std::isnan(passes.results()[1].point().norm.bias));
 }
 
-TEST(BinnedObjects, EachBinKeepsItsObjectsInOrder) {
-  const std::vector<double> reference = {1, 2, 3, 4, 5, 6};
-  const std::vector<double> estimate = {10, 20, 30, 40, 50, 60};
-  const std::vector<double> by = {1.5, 0, 9, 2, 1, kNaN};
-  BinnedObjects objects(Bins({0, 1, 2, 2}));
-  objects.count(by);
-  for (const std::size_t half : {0U, 3U}) {
-    objects.add(std::span(reference).subspan(half, 3), std::span(estimate).subspan(half, 3),
-                std::span(by).subspan(half, 3));
-  }
-  const auto of = [](std::span<const double> part) {
-    return std::vector<double>(part.begin(), part.end());
-  };
-  EXPECT_EQ(of(objects.reference(0)), (std::vector<double>{2}));
-  EXPECT_EQ(of(objects.reference(1)), (std::vector<double>{1, 5}));
-  EXPECT_EQ(of(objects.estimate(1)), (std::vector<double>{10, 50}));
-  EXPECT_EQ(of(objects.estimate(2)), (std::vector<double>{40}));
-}
-
-TEST(BinnedObjects, ChangedValuesAreRejected) {
-  BinnedObjects objects(Bins({0, 1, 2}));
-  const std::vector<double> before = {0.5, 1.5};
-  const std::vector<double> after = {0.5, 0.5};
-  objects.count(before);
-  EXPECT_THROW(objects.add(after, after, after), std::invalid_argument);
-  BinnedObjects others(Bins({0, 1, 2}));
-  others.count(before);
-  EXPECT_THROW(others.add(before, after, {}), std::invalid_argument);
-  EXPECT_THROW(others.add(before, {}, before), std::invalid_argument);
-}
-
 }  // namespace
 }  // namespace vostrel
