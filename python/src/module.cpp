@@ -31,18 +31,18 @@ namespace vostrel::python {
 
 namespace {
 
-// Makes all passes. Returns false, early, if there is NaN and it isn't left out. Requires: the GIL
-// is released.
-template <class SomePasses, class Add>
-bool complete(SomePasses& passes, Rows& rows, bool omit_nan, Add add) {
-  const auto has_nan = [&] { return !omit_nan && rows.nan() != 0; };
+// Makes all passes. Returns nothing, early, if there is NaN and it isn't left out. Requires: the
+// GIL is released.
+std::optional<FoundOfBoth> find_in_rows(Rows& rows, const Wanted& wanted, bool omit_nan) {
+  const auto must_end = [&] { return !omit_nan && rows.nan() != 0; };
+  InOrderAccumulator passes(wanted);
   do {
     for_each_block(rows, [&](const Block& block) {
-      if (!has_nan()) add(block);
+      if (!must_end()) passes.add(block.reference, block.estimate);
     });
-    if (has_nan()) return false;
+    if (must_end()) return std::nullopt;
   } while (passes.end_pass());
-  return true;
+  return passes.result(check_signals);
 }
 
 // Returns (n, n_masked, n_nan, numbers): (delta, norm, lsst), or None if there is NaN that isn't
@@ -52,12 +52,11 @@ py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, 
                                    const std::vector<double>& outliers, bool has_nan) {
   Rows rows = rows_of(columns, masks, omit_nan);
   if (!has_nan) rows.expect_no_nan();
-  InOrderAccumulator passes(Wanted({percentiles, outliers}));
+  const Wanted wanted({percentiles, outliers});
   std::optional<FoundOfBoth> found;
   {
     const py::gil_scoped_release release;
-    const auto add = [&](const Block& block) { passes.add(block.reference, block.estimate); };
-    if (complete(passes, rows, omit_nan, add)) found = passes.result(check_signals);
+    found = find_in_rows(rows, wanted, omit_nan);
   }
   return py::make_tuple(rows.kept(), rows.masked(), rows.nan(),
                         found ? py::object(numbers_of(*found)) : py::object(py::none()));
