@@ -153,8 +153,7 @@ void Bracket::write(ByteWriter& out) const {
     out.integer(counts_[i]);
     out.integer(keeps_[i]);
   }
-  out.integer(values_.size());
-  for (const double value : values_) out.number(value);
+  out.numbers(values_);
   out.integer(runs_.size());
   for (const Run& run : runs_) {
     out.number(run.value);
@@ -194,8 +193,8 @@ Bracket Bracket::read(ByteReader& in) {
     in.require(k >= keys.low && k <= keys.high);
     kept[bracket.cell_of(k)] += count;
   };
-  bracket.values_.resize(in.count());
-  for (double& value : bracket.values_) expect_kept(value = in.number(), 1);
+  bracket.values_ = in.numbers();
+  for (const double value : bracket.values_) expect_kept(value, 1);
   bracket.runs_.resize(in.count());
   for (Run& run : bracket.runs_) {
     run.value = in.number();

@@ -60,12 +60,13 @@ class ByteWriter {
 /// Reads what a ByteWriter wrote, in the same order. Throws std::invalid_argument on anything else.
 class ByteReader {
  public:
-  explicit ByteReader(std::string_view bytes) : bytes_(bytes) {
+  explicit ByteReader(std::string_view bytes) {
     constexpr std::size_t kChecksum = sizeof(std::uint64_t);
     require(bytes.size() >= kChecksum);
-    bytes_.remove_suffix(kChecksum);
-    ByteReader sum(bytes.substr(bytes_.size()), Unchecked());
-    require(std::bit_cast<std::uint64_t>(sum.number()) == checksum(bytes_));
+    bytes_ = bytes.substr(bytes.size() - kChecksum);
+    const auto sum = std::bit_cast<std::uint64_t>(number());
+    bytes_ = bytes.substr(0, bytes.size() - kChecksum);
+    require(sum == checksum(bytes_));
   }
 
   std::uint64_t integer() {
@@ -110,9 +111,6 @@ class ByteReader {
   }
 
  private:
-  struct Unchecked {};
-  ByteReader(std::string_view bytes, Unchecked /*unused*/) : bytes_(bytes) {}
-
   unsigned char byte() {
     require(!bytes_.empty());
     const auto first = static_cast<unsigned char>(bytes_.front());
