@@ -11,7 +11,7 @@ import numpy as np
 
 from vostrel import _core
 from vostrel._binned import fixed_edges
-from vostrel._inputs import check_counts, prepare
+from vostrel._inputs import Columns, check_counts, prepare
 from vostrel._options import Asked, Numbers, check_choice, read_asked
 from vostrel._point import made_of
 from vostrel._results import (
@@ -67,16 +67,16 @@ class State(Generic[Core]):
         self._lock = threading.Lock()
         self._stop = _core.Stop()  # of `add`
 
-    def _add(self, mask: Any | None, **columns: Any) -> None:
-        ready = prepare("omit", mask, **columns)
+    def _add(self, part: Columns, chunk: Columns) -> None:
+        """Add a part of a chunk, or all of it."""
         with self._lock:
             self._refuse_more()
             has_nan = self._first or bool(self._left_out[1])
-            left_out = self._core.add(ready.values, ready.masks, has_nan, self._stop)
+            left_out = self._core.add(part.values, part.masks, has_nan, self._stop)
             if self._first:
                 self._left_out += np.array(left_out, np.uint64)
                 if left_out[1] and self._nan_policy == "raise" and not self._where_nan:
-                    self._where_nan = f" (in a chunk: {ready.where_nan()})"
+                    self._where_nan = f" (in a chunk: {chunk.where_nan()})"
 
     def merge(self: Self, other: Self) -> None:
         """Add the chunks of another state from the same pass.
@@ -283,7 +283,11 @@ class Accumulator(State[_core.Accumulator]):
         RuntimeError
             If no further pass is needed.
         """
-        self._add(mask, reference=reference, estimate=estimate)
+        chunk = self._prepare(reference, estimate, mask)
+        self._add(chunk, chunk)
+
+    def _prepare(self, reference: Any, estimate: Any, mask: Any | None = None) -> Columns:
+        return prepare("omit", mask, reference=reference, estimate=estimate)
 
     def result(self) -> PointStatistics:
         """Return the statistics, once no further pass is needed.
@@ -335,10 +339,20 @@ class BinnedAccumulator(State[_core.BinnedAccumulator]):
         mask: Any | None = None,
     ) -> None:
         """Add a chunk to the pass. By default, `by` is the reference."""
+        chunk = self._prepare(reference, estimate, by, mask)
+        self._add(chunk, chunk)
+
+    def _prepare(
+        self,
+        reference: Any,
+        estimate: Any,
+        by: Any | None = None,
+        mask: Any | None = None,
+    ) -> Columns:
         columns = {"reference": reference, "estimate": estimate}
         if by is not None:
             columns["by"] = by
-        self._add(mask, **columns)
+        return prepare("omit", mask, **columns)
 
     def result(self) -> BinnedStatistics:
         """Return the statistics, once no further pass is needed."""

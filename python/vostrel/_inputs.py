@@ -74,6 +74,24 @@ class Columns:
     masks: list[NDArray[np.bool_]]
     names: tuple[str, ...] = ()  # for error messages
 
+    def __len__(self) -> int:
+        return len(self.values[0])
+
+    def parts(self, most: int) -> Iterator[Columns]:
+        """Return arrays in parts of at most this many objects, and anything else whole.
+
+        Threads may share the iterator.
+        """
+        arrays = [values for values in self.values if isinstance(values, np.ndarray)]
+        if len(self) <= most or len(arrays) < len(self.values):
+            return iter([self])
+
+        def part(start: int) -> Columns:
+            objects = slice(start, start + most)
+            return Columns([a[objects] for a in arrays], [m[objects] for m in self.masks])
+
+        return map(part, range(0, len(self), most))  # a generator can't be shared
+
     def where_nan(self) -> str:
         """Return in which columns there is NaN that is not masked, how often, and where first."""
         found = []

@@ -35,7 +35,13 @@ def by_workers(chunks, workers):
     return passes.result()
 
 
-def test_result_independent_of_chunking(rng):
+@pytest.fixture
+def small_parts(monkeypatch):
+    """Workers share a chunk in parts of 500 objects."""
+    monkeypatch.setattr(vostrel._chunked, "PART", 500)
+
+
+def test_result_independent_of_chunking(rng, small_parts):
     for number, columns in enumerate(scale_sets(rng, SETS)):
         expected = None
         for way, chunks in ways_to_cut(rng, columns):
@@ -47,8 +53,11 @@ def test_result_independent_of_chunking(rng):
         for workers in (1, 4):
             assert same_bits(numbers(by_workers(cut(columns, 7), workers)), expected), columns
         for workers in (2, 3, -1):
-            found = vostrel.chunked_statistics(lambda: iter(cut(columns, 7)), workers=workers)
-            assert same_bits(numbers(found), expected), (workers, columns)
+            for parts in (1, 7):
+                found = vostrel.chunked_statistics(
+                    lambda: iter(cut(columns, parts)), workers=workers
+                )
+                assert same_bits(numbers(found), expected), (workers, parts, columns)
 
 
 def test_order_statistics_have_the_bits_of_the_function_in_memory(rng):
@@ -112,7 +121,7 @@ def test_against_fsum(rng):
     assert s.sigma == math.sqrt(math.fsum((residual - s.bias) ** 2) / n)
 
 
-def test_masks_and_nan_are_counted(rng):
+def test_masks_and_nan_are_counted(rng, small_parts):
     reference, estimate = redshifts(rng, 20_000)
     mask = rng.random(20_000) < 0.2
     estimate[rng.random(20_000) < 0.1] = np.nan
@@ -123,6 +132,8 @@ def test_masks_and_nan_are_counted(rng):
     assert (s.n, s.n_masked, s.n_nan) == (kept.sum(), mask.sum(), n_nan)
     assert s.norm == vostrel.chunked_statistics([(reference[kept], estimate[kept])]).norm
     assert vostrel.chunked_statistics(chunks, nan_policy="omit", workers=3) == s
+    lists = [(z.tolist(), *others) for z, *others in chunks]
+    assert vostrel.chunked_statistics(lists, nan_policy="omit", workers=3) == s
 
     passes = vostrel.Accumulator(nan_policy="omit")
     while passes.needs_another_pass:
@@ -139,6 +150,26 @@ def test_nan_is_refused_and_counted():
     chunks = [([1.0, np.nan], [1.0, 1.0]), ([1.0], [np.nan]), masked]
     with pytest.raises(ValueError, match="2 of 4 objects have NaN .*at index 1"):
         vostrel.chunked_statistics(chunks)
+
+
+def test_nan_is_named_by_its_index_in_the_chunk(small_parts):
+    values = np.zeros(2000)
+    values[[700, 1300]] = np.nan
+    for workers in (1, 2):
+        with pytest.raises(ValueError, match=r"\(in a chunk: 2 in estimate, .* at index 700\)"):
+            vostrel.chunked_statistics([(np.zeros(2000), values)], workers=workers)
+
+
+def test_workers_share_a_chunk(monkeypatch, small_parts):
+    together = threading.Barrier(2)  # two threads pass it at the same time
+    add = vostrel.Accumulator._add
+
+    def wait_and_add(*arguments):
+        together.wait(timeout=60)
+        add(*arguments)
+
+    monkeypatch.setattr(vostrel.Accumulator, "_add", wait_and_add)
+    vostrel.chunked_statistics([(np.zeros(1000), np.zeros(1000))], workers=2)
 
 
 @pytest.mark.parametrize(
@@ -191,7 +222,7 @@ def test_bins_whose_quantity_changes_between_passes_are_refused(rng):
 
 
 @pytest.mark.parametrize("workers", [1, 2, 5])
-def test_progress_is_reported(rng, workers):
+def test_progress_is_reported(rng, workers, small_parts):
     calls = []
     chunks = cut(redshifts(rng, 20_000), 3)
     vostrel.chunked_statistics(chunks, workers=workers, progress=lambda *now: calls.append(now))
@@ -207,7 +238,7 @@ LARGE = (np.broadcast_to(np.zeros(1), 40_000_000_000),) * 2
 BROKEN = {
     "generator": (lambda: (LARGE if i == 0 else 1 // 0 for i in range(3)), ZeroDivisionError),
     "chunk": ([LARGE, ([1.0], [1.0, 2.0])], ValueError),
-    "progress": ([LARGE, ([1.0], [1.0])], ZeroDivisionError),
+    "progress": ([(np.zeros(100_000),) * 2, LARGE], ZeroDivisionError),
 }
 
 
@@ -332,7 +363,7 @@ def test_threads_share_a_state(rng):
     assert passes.result() == vostrel.chunked_statistics([columns])
 
 
-def test_bins_independent_of_chunking(rng):
+def test_bins_independent_of_chunking(rng, small_parts):
     edges = [0, 0.2, 0.5, 0.5 + 1e-9, 3]
     for i in range(100 if LONG else 10):
         reference, estimate = redshifts(rng, int(rng.integers(1, 60_000)))
