@@ -4,6 +4,7 @@
 
 #include "floating_point.h"
 #include "statistics/accumulator.h"
+#include "statistics/residuals.h"
 
 // Clang takes several of the plain products at once by itself.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
@@ -30,16 +31,30 @@ std::uint64_t cross(std::uint64_t word) {
   return product(word, swap_halves(word)) + swap_halves(word);
 }
 
-// Requires: a column `by` if kHasBy.
-template <bool kHasBy>
-std::uint64_t sum_of_hashes(const double* reference, const double* estimate, const double* by,
-                            std::size_t size) {
+enum class With { kNothing, kBy, kResiduals };
+
+struct Objects {
+  const double* reference;
+  const double* estimate;
+  std::size_t size;
+  const double* by = nullptr;  // read with kBy
+  double* deltas = nullptr;    // written with kResiduals
+  double* norms = nullptr;
+};
+
+// Of all objects from the first on.
+template <With kWith>
+std::uint64_t sum_of_hashes(Objects o, std::size_t first) {
   const auto word = [](double value) { return std::bit_cast<std::uint64_t>(value); };
   std::uint64_t sum = 0;
-  for (std::size_t i = 0; i < size; ++i) {
-    std::uint64_t hash = hash_of(word(reference[i]), word(estimate[i]));
-    if constexpr (kHasBy) hash = hash_of(hash, word(by[i]));
+  for (std::size_t i = first; i < o.size; ++i) {
+    std::uint64_t hash = hash_of(word(o.reference[i]), word(o.estimate[i]));
+    if constexpr (kWith == With::kBy) hash = hash_of(hash, word(o.by[i]));
     sum += hash;
+    if constexpr (kWith == With::kResiduals) {
+      o.deltas[i] = residual(o.reference[i], o.estimate[i]);
+      o.norms[i] = normalized_residual(o.reference[i], o.estimate[i]);
+    }
   }
   return sum;
 }
@@ -79,34 +94,43 @@ VOSTREL_AVX2 inline Four load(const double* values) {
   return words;
 }
 
-// Requires: as above, and a multiple of four objects.
-template <bool kHasBy>
-VOSTREL_AVX2 std::uint64_t sum_of_hashes_by_four(const double* reference, const double* estimate,
-                                                 const double* by, std::size_t size) {
+// As normalized_residual() and residual().
+VOSTREL_AVX2 inline void write_residuals(Four reference, Four estimate, double* delta,
+                                         double* norm) {
+  const auto deltas = reinterpret_cast<__m256d>(reference) - reinterpret_cast<__m256d>(estimate);
+  const auto norms = deltas / (1.0 + reinterpret_cast<__m256d>(reference));
+  std::memcpy(delta, &deltas, sizeof(deltas));
+  std::memcpy(norm, &norms, sizeof(norms));
+}
+
+// Of the first objects, whose number is a multiple of four.
+template <With kWith>
+VOSTREL_AVX2 std::uint64_t sum_of_hashes_by_four(Objects o, std::size_t count) {
   Four sum{};
-  for (std::size_t i = 0; i < size; i += 4) {
-    Four hash = hash_of(load(reference + i), load(estimate + i));
-    if constexpr (kHasBy) hash = hash_of(hash, load(by + i));
+  for (std::size_t i = 0; i < count; i += 4) {
+    const Four reference = load(o.reference + i);
+    const Four estimate = load(o.estimate + i);
+    Four hash = hash_of(reference, estimate);
+    if constexpr (kWith == With::kBy) hash = hash_of(hash, load(o.by + i));
     sum += hash;
+    if constexpr (kWith == With::kResiduals) {
+      write_residuals(reference, estimate, o.deltas + i, o.norms + i);
+    }
   }
   return sum[0] + sum[1] + sum[2] + sum[3];
 }
 
 #endif
 
-template <bool kHasBy>
-std::uint64_t checksum_of(const double* reference, const double* estimate, const double* by,
-                          std::size_t size) {
+template <With kWith>
+std::uint64_t checksum_of(Objects o) {
 #ifdef VOSTREL_AVX2
-  if (size >= 4 && __builtin_cpu_supports("avx2")) {
-    const std::size_t fours = size / 4 * 4;
-    const std::uint64_t sum = sum_of_hashes_by_four<kHasBy>(reference, estimate, by, fours);
-    if (fours == size) return sum;
-    return sum + sum_of_hashes<kHasBy>(reference + fours, estimate + fours,
-                                       kHasBy ? by + fours : nullptr, size - fours);
+  if (o.size >= 4 && __builtin_cpu_supports("avx2")) {
+    const std::size_t fours = o.size / 4 * 4;
+    return sum_of_hashes_by_four<kWith>(o, fours) + sum_of_hashes<kWith>(o, fours);
   }
 #endif
-  return sum_of_hashes<kHasBy>(reference, estimate, by, size);
+  return sum_of_hashes<kWith>(o, 0);
 }
 
 }  // namespace
@@ -119,12 +143,19 @@ std::uint64_t hash_of(std::uint64_t first, std::uint64_t second) {
 }
 
 std::uint64_t checksum(std::span<const double> reference, std::span<const double> estimate) {
-  return checksum_of<false>(reference.data(), estimate.data(), nullptr, reference.size());
+  return checksum_of<With::kNothing>({reference.data(), estimate.data(), reference.size()});
 }
 
 std::uint64_t checksum(std::span<const double> reference, std::span<const double> estimate,
                        std::span<const double> by) {
-  return checksum_of<true>(reference.data(), estimate.data(), by.data(), reference.size());
+  return checksum_of<With::kBy>({reference.data(), estimate.data(), reference.size(), by.data()});
+}
+
+std::uint64_t checksum_and_residuals(std::span<const double> reference,
+                                     std::span<const double> estimate, double* deltas,
+                                     double* norms) {
+  return checksum_of<With::kResiduals>(
+      {reference.data(), estimate.data(), reference.size(), nullptr, deltas, norms});
 }
 
 }  // namespace vostrel

@@ -34,6 +34,13 @@ std::uint64_t checksum(std::span<const double> reference, std::span<const double
 std::uint64_t checksum(std::span<const double> reference, std::span<const double> estimate,
                        std::span<const double> by);
 
+/// The checksum of objects, and their residuals. Both together take less than one after the other:
+/// divisions leave a processor much time.
+/// @param deltas, norms  room for a residual of each object.
+std::uint64_t checksum_and_residuals(std::span<const double> reference,
+                                     std::span<const double> estimate, double* deltas,
+                                     double* norms);
+
 }  // namespace vostrel
 
 #endif  // VOSTREL_STATISTICS_CHECKSUM_H

@@ -4,7 +4,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "statistics/also_for_avx2.h"
 #include "statistics/checksum.h"
 
 namespace vostrel {
@@ -204,27 +203,16 @@ struct Needed {
 
 namespace {
 
-VOSTREL_ALSO_FOR_AVX2 void write_residuals(std::span<const double> reference,
-                                           std::span<const double> estimate, double* deltas,
-                                           double* norms) {
-  for (std::size_t i = 0; i < reference.size(); ++i) {
-    deltas[i] = residual(reference[i], estimate[i]);
-    norms[i] = normalized_residual(reference[i], estimate[i]);
-  }
-}
-
 // Writes the residuals of each object and calls use(delta, norm). Returns the checksum of the
-// objects. It takes a few at a time, for a processor then works on all three at once.
+// objects. It takes a few at a time, for a processor then works on both at once.
 template <class Use>
 std::uint64_t for_each_with_checksum(ResidualsOfObjects r, Room& deltas, Room& norms, Use use) {
   constexpr std::size_t kAtOnce = 64;
   std::uint64_t sum = 0;
   for (std::size_t i = 0; i < r.size();) {
     const std::size_t count = std::min(kAtOnce, r.size() - i);
-    const auto reference = r.reference.subspan(i, count);
-    const auto estimate = r.estimate.subspan(i, count);
-    sum += checksum(reference, estimate);
-    write_residuals(reference, estimate, &deltas[i], &norms[i]);
+    sum += checksum_and_residuals(r.reference.subspan(i, count), r.estimate.subspan(i, count),
+                                  &deltas[i], &norms[i]);
     for (const std::size_t end = i + count; i < end; ++i) use(deltas[i], norms[i]);
   }
   return sum;

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "statistics/bytes.h"
+#include "statistics/residuals.h"
 #include "tests/support/bits.h"
 #include "tests/support/data.h"
 #include "tests/support/random.h"
@@ -39,9 +40,17 @@ TEST(ChecksumOfObjects, IsTheSumOfTheHashes) {
   std::vector<double> columns[3];
   std::uint64_t sum = 0;
   std::uint64_t sum_with_by = 0;
-  for (int size = 0; size < 70; ++size) {
+  for (std::size_t size = 0; size < 70; ++size) {
     EXPECT_EQ(checksum(columns[0], columns[1]), sum);
     EXPECT_EQ(checksum(columns[0], columns[1], columns[2]), sum_with_by);
+    std::vector<double> deltas(size + 1, 7.0);
+    std::vector<double> norms(size + 1, 7.0);
+    EXPECT_EQ(checksum_and_residuals(columns[0], columns[1], deltas.data(), norms.data()), sum);
+    for (std::size_t i = 0; i < size; ++i) {
+      EXPECT_EQ(bits_of(deltas[i]), bits_of(residual(columns[0][i], columns[1][i])));
+      EXPECT_EQ(bits_of(norms[i]), bits_of(normalized_residual(columns[0][i], columns[1][i])));
+    }
+    EXPECT_EQ(deltas[size] + norms[size], 14.0);
     for (std::vector<double>& column : columns) column.push_back(drawn());
     const std::uint64_t hash = hash_of_values(columns[0].back(), columns[1].back());
     sum += hash;
