@@ -254,17 +254,19 @@ TEST(Search, FindsACenterThatIsGuessed) {
   EXPECT_EQ(answer(search, values, search.distance(0, middle, middle)), 0);
 }
 
-// The bucket from 1 to 1 + 1/128 contains the center. Ten values lie at its far end, and ten just
-// below 1, which are nearer.
+// The bucket from 1 to 1 + 1/128 contains the center. Ten values lie at its far end, ten just below
+// 1, and ten in the next bucket, between them in distance.
 TEST(Search, FindsDistancesInTheBucketOfTheCenter) {
   for (const double sign : {1.0, -1.0}) {
     Values values(10, sign * 0.9999);
+    values.insert(values.end(), 10, sign * 0.996);
     values.insert(values.end(), 10, sign * 1.0078);
     values.push_back(sign * 0.98);
     Search search = counted(values);
     EXPECT_EQ(answer(search, values, search.distance(9, sign * 1.001)), 1.001 - 0.9999);
-    EXPECT_EQ(answer(search, values, search.distance(10, sign * 1.001)), 1.0078 - 1.001);
-    EXPECT_EQ(answer(search, values, search.distance(20, sign * 1.001)), 1.001 - 0.98);
+    EXPECT_EQ(answer(search, values, search.distance(10, sign * 1.001)), 1.001 - 0.996);
+    EXPECT_EQ(answer(search, values, search.distance(20, sign * 1.001)), 1.0078 - 1.001);
+    EXPECT_EQ(answer(search, values, search.distance(30, sign * 1.001)), 1.001 - 0.98);
   }
 }
 
