@@ -96,13 +96,14 @@ TEST(Bracket, PartsCountAllValuesAndKeepSome) {
   }
 }
 
-// 2^14 different values, twice each, are as many as it keeps. Each has a cell of its own.
-TEST(Bracket, CountsRepeatedValuesOnceItIsFull) {
+// It keeps no more than 2^14 different values, twice each. A new one shares the cell of the first.
+TEST(Bracket, CountsMoreValuesOnceItIsFull) {
   Bracket bracket(Key{}, {0.5, 1.5});
   bracket.keep({1, 1.5});
   bracket.start(0, 1 << 20, 16);
   for (int i = 0; i < 1 << 14; ++i) bracket.take(1 + i * 0x1p-15, 2);
   bracket.take(1, 2);
+  bracket.take(1 + 0x1p-16, 1);
   const Bracket merged = [&] {
     Bracket twice = bracket.fresh();
     twice.merge(sent(bracket));
@@ -111,7 +112,7 @@ TEST(Bracket, CountsRepeatedValuesOnceItIsFull) {
   }();
   for (const double i : {0, 1, 100, (1 << 14) - 1}) {
     const double value = 1 + i * 0x1p-15;
-    const auto up_to = static_cast<std::uint64_t>(2 * i) + 4;
+    const auto up_to = static_cast<std::uint64_t>(2 * i) + (i == 0 ? 4 : 5);
     EXPECT_EQ(bracket.count_up_to(value), up_to);
     EXPECT_EQ(merged.count_up_to(value), 2 * up_to);
     EXPECT_EQ(bracket.find(up_to - 1).low, value);
@@ -172,12 +173,24 @@ TEST(Bracket, BoundsACellOfNegativeValues) {
   EXPECT_EQ(bracket.find(0).high, std::nextafter(-1, -2));
 }
 
-TEST(Bracket, ACellFromZeroIsNotZero) {
-  Bracket bracket(Key{}, {0, 1});
-  bracket.start(0, 1 << 20, 8);
-  bracket.take(0x1p-1020, 1);
-  EXPECT_EQ(bracket.find(0).low, 0);
-  EXPECT_GE(bracket.find(0).high, 0x1p-1020);
+TEST(Bracket, ACellThatEndsAtZeroIsNotZero) {
+  for (const double side : {-1.0, 1.0}) {
+    Bracket bracket(Key{}, {std::min(side, 0.0), std::max(side, 0.0)});
+    bracket.start(0, 1 << 20, 8);
+    const double value = side * 0x1p-1020;
+    bracket.take(value, 1);
+    EXPECT_LE(bracket.find(0).low, value);
+    EXPECT_GE(bracket.find(0).high, value);
+  }
+}
+
+TEST(Bracket, AFreshOneHasSeenNoZero) {
+  Bracket bracket(Key{}, {-1, 1});
+  bracket.start(0, 2, 8);
+  bracket.take(0.0, 1);
+  Bracket fresh = bracket.fresh();
+  fresh.take(-0.0, 1);
+  EXPECT_EQ(bits_of(fresh.find(0).low), bits_of(-0.0));
 }
 
 TEST(Bracket, RejectsMergeOfDifferentBounds) {
