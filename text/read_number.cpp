@@ -53,7 +53,7 @@ double internal::read_any_double(std::string_view text) {
   return with_terminated_copy(text, [](const char* copy) { return std::atof(copy); });
 }
 
-int internal::read_any_int(std::string_view text) {
+int read_int(std::string_view text) {
   return with_terminated_copy(text, [](const char* copy) { return std::atoi(copy); });
 }
 

@@ -22,7 +22,6 @@ namespace internal {
 
 // These read what the inline functions below don't.
 double read_any_double(std::string_view text);
-int read_any_int(std::string_view text);
 const char* read_any_field(const char* text, char separator, double& value);
 
 // As read_decimal, for a number without a minus.
@@ -85,14 +84,8 @@ inline double read_double(std::string_view text) {
 }
 
 /// Reads the integer at the start of `text` as std::atoi does, also beyond the range of int, where
-/// the C library decides. Requires and throws the same as read_double.
-inline int read_int(std::string_view text) {
-  const Digits digits = leading_integer(text.data());
-  if (digits.count != 0 && static_cast<unsigned char>(*(text.data() + digits.count)) < '0') {
-    return static_cast<int>(digits.value);
-  }
-  return internal::read_any_int(text);
-}
+/// the C library decides. Throws the same as read_double.
+int read_int(std::string_view text);
 
 /// Finds the end of a field: the first `separator` or newline at or after `from`, which lies in the
 /// field.
