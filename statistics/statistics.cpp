@@ -186,22 +186,12 @@ FoundOfBoth find_in_order(std::span<const double> reference, std::span<const dou
 
 PointStatistics point_statistics(std::span<const double> reference,
                                  std::span<const double> estimate) {
-  return point_statistics(reference, estimate, [] {});
-}
-
-PointStatistics point_statistics(std::span<const double> reference,
-                                 std::span<const double> estimate, const Checkpoint& checkpoint) {
-  return find_in_order(reference, estimate, {}, checkpoint).point();
+  return find_in_order(reference, estimate, {}, [] {}).point();
 }
 
 ExtendedStatistics extended_statistics(std::span<const double> reference,
                                        std::span<const double> estimate, const Extras& extras) {
-  return extended_statistics(reference, estimate, extras, [] {});
+  return find_in_order(reference, estimate, Wanted(extras), [] {}).extended();
 }
 
-ExtendedStatistics extended_statistics(std::span<const double> reference,
-                                       std::span<const double> estimate, const Extras& extras,
-                                       const Checkpoint& checkpoint) {
-  return find_in_order(reference, estimate, Wanted(extras), checkpoint).extended();
-}
 }  // namespace vostrel
