@@ -109,29 +109,21 @@ struct Bootstrap::State {
 };
 
 Bootstrap::Bootstrap(std::span<const double> reference, std::span<const double> estimate,
-                     std::uint64_t seed)
-    : Bootstrap(reference, estimate, seed, {}, reference.size()) {}
-
-Bootstrap::Bootstrap(std::span<const double> reference, std::span<const double> estimate,
                      std::uint64_t seed, std::span<const std::uint32_t> groups,
                      std::size_t group_count)
     : reference_(reference),
       estimate_(estimate),
       seed_(seed),
-      units_{group_count, groups},
+      units_{groups.empty() ? reference.size() : group_count, groups},
       parts_{Part(reference, estimate, false), Part(reference, estimate, true)} {
-  if (!units_.are_groups()) return;
   group_sizes_.resize(group_count);
   for (const std::uint32_t group : groups) ++group_sizes_[group];
 }
 
-void Bootstrap::ask(const Extras& extras) {
-  wanted_ = Wanted(extras);
-  wanted_words_ = QuantileWindows::words(wanted_);
-}
+void Bootstrap::ask(const Extras& extras) { wanted_ = Wanted(extras); }
 
 std::size_t Bootstrap::words() const {
-  return parts_[0].has_quantiles && parts_[1].has_quantiles ? wanted_words_ : 0;
+  return parts_[0].has_quantiles && parts_[1].has_quantiles ? parts_[0].quantiles.words() : 0;
 }
 
 void Bootstrap::order(bool normalized, const Checkpoint& checkpoint) {
@@ -161,7 +153,7 @@ void Bootstrap::order_quantiles(Part& part, const WindowGuess& guess,
   part.has_quantiles = part.quantiles.find(part.residuals, units_, guess, wanted_, checkpoint);
   if (!part.has_quantiles || !units_.are_groups()) return;
   constexpr std::size_t kMarks = QuantileWindows::kMarksInWord;
-  const std::size_t words = wanted_words_;
+  const std::size_t words = part.quantiles.words();
   part.group_marks.assign(units_.count * words * kMarks, 0);
   std::array<std::uint64_t, Resample::kBlock> marks;
   part.residuals.for_each_block(

@@ -50,15 +50,12 @@ struct Replicate {
 /// resample are the sums over its groups.
 class Bootstrap {
  public:
-  /// Requires: both have the same length, from 1 to 2^32 - 1. Both stay valid and unchanged.
-  Bootstrap(std::span<const double> reference, std::span<const double> estimate,
-            std::uint64_t seed);
-
-  /// Draws group_count whole groups. Each draw of a group draws all its objects.
-  /// @param groups  the group of each object, from 0 to group_count - 1.
-  /// Requires: as above. Each group has an object. `groups` stays valid, too.
+  /// Draws objects, or group_count whole groups: each draw of a group draws all its objects.
+  /// @param groups  the group of each object, from 0 to group_count - 1, or nothing.
+  /// Requires: both columns have the same length, from 1 to 2^32 - 1. Each group has an object. All
+  /// arrays stay valid and unchanged.
   Bootstrap(std::span<const double> reference, std::span<const double> estimate, std::uint64_t seed,
-            std::span<const std::uint32_t> groups, std::size_t group_count);
+            std::span<const std::uint32_t> groups = {}, std::size_t group_count = 0);
 
   /// Asks for the quantiles and LSST's metrics of the resamples, before they are ordered.
   /// @throws std::invalid_argument as extended_statistics().
@@ -159,7 +156,6 @@ class Bootstrap {
   Units units_;
   std::vector<std::uint64_t> group_sizes_;
   Wanted wanted_;
-  std::size_t wanted_words_ = 0;
   std::array<Part, 2> parts_;
 };
 

@@ -31,8 +31,8 @@ std::uint64_t with_next(std::uint64_t marks, double a, double b) {
 
 }  // namespace
 
-std::size_t QuantileWindows::words(const Wanted& wanted) {
-  const std::size_t marks = percents_of(wanted).size() + 1 + wanted.extras.outliers.size();
+std::size_t QuantileWindows::words() const {
+  const std::size_t marks = percents_.size() + 1 + wanted_.extras.outliers.size();
   return (marks + kMarksInWord - 1) / kMarksInWord;
 }
 

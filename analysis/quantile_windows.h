@@ -26,8 +26,8 @@ class QuantileWindows {
   bool find(const ResidualColumn& residuals, const Units& units, const WindowGuess& guess,
             const Wanted& wanted, const Checkpoint& checkpoint);
 
-  /// The number of words of marks of each object: the same for all residuals with this `wanted`.
-  static std::size_t words(const Wanted& wanted);
+  /// The number of words of marks of each object.
+  std::size_t words() const;
 
   /// Makes one word of marks for each residual.
   void mark(std::span<const double> residuals, std::size_t word, std::uint64_t* marks) const;

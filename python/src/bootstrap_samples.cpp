@@ -123,13 +123,7 @@ class BootstrapOfSample {
         throw py::value_error("each object must have a group");
       }
     }
-    const std::span<const double> reference = sample_->column(0);
-    const std::span<const double> values = sample_->column(estimate);
-    if (groups_) {
-      bootstrap_.emplace(reference, values, seed, group_of, group_count);
-    } else {
-      bootstrap_.emplace(reference, values, seed);
-    }
+    bootstrap_.emplace(sample_->column(0), sample_->column(estimate), seed, group_of, group_count);
     bootstrap_->ask({percentiles, outliers});
   }
 
