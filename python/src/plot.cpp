@@ -1,34 +1,22 @@
-// Helpers of vostrel.plot: rows of the intermediate file, and the program's numbers for values with
-// NaN.
+// Rows of the intermediate file, for vostrel.plot.
 
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
 
 #include <charconv>
 #include <cstddef>
-#include <span>
 #include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
 
 #include "python/src/calls.h"
-#include "statistics/statistics.h"
 
 namespace py = pybind11;
 
 namespace vostrel::python {
 
 namespace {
-
-using Values = py::array_t<double, py::array::c_style>;
-
-std::span<const double> span_of(const Values& values) {
-  if (values.ndim() != 1) throw py::value_error("an array must have one dimension");
-  return {values.data(), static_cast<std::size_t>(values.size())};
-}
-
-// ---- rows of the intermediate file --------------------------------------------------------------
 
 // Reads "NUMBER NUMBER NUMBER\n" and moves `at` past it. Returns false for anything else.
 bool read_row(const char*& at, const char* end, double& second, double& third) {
@@ -64,25 +52,10 @@ py::tuple read_rows(const py::bytes& block, std::size_t start) {
   return py::make_tuple(array_of(reference), array_of(estimate), at - text.data());
 }
 
-// ---- the program's numbers ----------------------------------------------------------------------
-
-// (delta, norm), with NaN or without.
-py::tuple program_statistics(const Values& reference, const Values& estimate) {
-  PointStatistics statistics{};
-  {
-    const std::span<const double> references = span_of(reference);
-    const std::span<const double> estimates = span_of(estimate);
-    const py::gil_scoped_release release;
-    statistics = vostrel::point_statistics(references, estimates);
-  }
-  return py::make_tuple(numbers_of(statistics.delta), numbers_of(statistics.norm));
-}
-
 }  // namespace
 
 void add_plot(py::module_& module) {
   module.def("read_rows", read_rows, py::arg("block"), py::arg("start"));
-  module.def("program_statistics", program_statistics, py::arg("reference"), py::arg("estimate"));
 }
 
 }  // namespace vostrel::python

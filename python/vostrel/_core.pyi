@@ -55,7 +55,10 @@ def point_statistics(
     outliers: Sequence[float],
     has_nan: bool = True,
 ) -> tuple[int, int, int, _Found | None]:
-    """Return n, n_masked, n_nan and the numbers, or None if there is NaN that isn't omitted."""
+    """Return n, n_masked, n_nan and the numbers, or None if there is NaN that isn't omitted.
+
+    Nothing looks for NaN unless `has_nan`. NaN then counts as in the program.
+    """
 
 def binned_statistics(
     columns: _Columns,
@@ -202,11 +205,6 @@ def read_rows(
     They end at the end of the block, or before the first row that doesn't
     have the program's form.
     """
-
-def program_statistics(
-    reference: NDArray[np.float64], estimate: NDArray[np.float64]
-) -> tuple[_Statistics, _Statistics]:
-    """Return the program's statistics of both residuals, with NaN or without."""
 
 class Stop:
     """Ends calls of `add` in other threads, with a RuntimeError."""
