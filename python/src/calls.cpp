@@ -33,6 +33,7 @@ Column::Source source_of(py::handle slices) {
       throw std::runtime_error("the values were changed while they were read");
     }
     std::copy_n(numbers.data(), count, buffer);
+    return buffer;
   };
 }
 
@@ -47,15 +48,17 @@ Column::Source source_of_chunks(const Arrays& arrays) {
   return [columns, ends](std::size_t first, std::size_t count, double* buffer) {
     auto chunk =
         static_cast<std::size_t>(std::upper_bound(ends.begin(), ends.end(), first) - ends.begin());
-    for (; count != 0; ++chunk) {
+    for (double* end = buffer; count != 0; ++chunk) {
       const std::size_t part = std::min(count, ends[chunk] - first);
       const std::size_t start = chunk == 0 ? 0 : ends[chunk - 1];
-      const double* const numbers = columns[chunk].read(first - start, part, buffer);
-      if (numbers != buffer) std::copy_n(numbers, part, buffer);
+      const double* const numbers = columns[chunk].read(first - start, part, end);
+      if (end == buffer && part == count) return numbers;
+      if (numbers != end) std::copy_n(numbers, part, end);
       first += part;
       count -= part;
-      buffer += part;
+      end += part;
     }
+    return static_cast<const double*>(buffer);
   };
 }
 

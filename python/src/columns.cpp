@@ -94,10 +94,7 @@ Column::Column(const char* data, std::ptrdiff_t stride, char kind, std::size_t s
 }
 
 const double* Column::read(std::size_t first, std::size_t count, double* buffer) const {
-  if (source_) {
-    source_(first, count, buffer);
-    return buffer;
-  }
+  if (source_) return source_(first, count, buffer);
   const char* const start = data_ + static_cast<std::ptrdiff_t>(first) * stride_;
   if (is_in_place_) return reinterpret_cast<const double*>(start);
   convert_(start, stride_, count, buffer);

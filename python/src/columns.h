@@ -11,8 +11,8 @@ namespace vostrel::python {
 /// A one-dimensional array of numbers of some type, or another source of numbers. It owns neither.
 class Column {
  public:
-  /// Writes the numbers first ... first + count - 1 to `buffer`.
-  using Source = std::function<void(std::size_t first, std::size_t count, double* buffer)>;
+  /// Returns the numbers first ... first + count - 1: where they are, or written to `buffer`.
+  using Source = std::function<const double*(std::size_t first, std::size_t count, double* buffer)>;
 
   explicit Column(Source source);
 
@@ -24,8 +24,8 @@ class Column {
   /// @throws std::invalid_argument if there is no such type.
   Column(const char* data, std::ptrdiff_t stride, char kind, std::size_t size, bool swapped);
 
-  /// Returns the numbers first ... first + count - 1: in place if the array is made of contiguous
-  /// doubles, else converted into `buffer`, which must hold `count`.
+  /// Returns the numbers first ... first + count - 1: in place if they are contiguous doubles, else
+  /// converted into `buffer`, which must hold `count`.
   const double* read(std::size_t first, std::size_t count, double* buffer) const;
 
   /// Returns all numbers if they are contiguous doubles, else a null pointer.

@@ -13,8 +13,9 @@ import pytest
 import vostrel
 from astropy.io import fits
 from astropy.table import MaskedColumn, Table
-from vostrel.evaluate import _fits, _hdf5, _readers
-from vostrel.evaluate._compute import Kept
+from vostrel.evaluate import _compute, _fits, _hdf5, _readers
+from vostrel.evaluate._compute import Store, alone, joined
+from vostrel.evaluate._rows import Objects
 
 
 def write_table(name, columns):
@@ -238,11 +239,75 @@ def test_ways_to_store_columns_in_hdf5(evaluate, columns, monkeypatch, options):
     )
 
 
-def test_columns_that_grow():
-    whole = np.arange(10.0)
-    parts = [whole[:3], whole[3:5], whole[5:6], whole[7:8], np.array([7.0]), whole[8:9], whole[9:]]
-    kept = Kept(0)
-    for i, part in enumerate(parts, 1):
-        kept.add(part)
-        assert kept.values.tolist() == np.concatenate(parts[:i]).tolist()
-        assert np.shares_memory(kept.values, whole) == (i < 4)
+@pytest.mark.parametrize("case", [
+    "plain", "appended", "latest", "large chunks", "big-endian", "single precision", "two lengths",
+    "never written", "user block", "gzip", "short runs", "one contiguous",
+])
+def test_chunks_of_hdf5_have_the_bits_of_h5py(columns, monkeypatch, case):
+    monkeypatch.setattr(_readers, "ROWS", 1000)
+    monkeypatch.setattr(_hdf5, "SHORT", 10000 if case == "short runs" else 1)
+    kind = {"big-endian": ">f8", "single precision": "f4"}.get(case, "f8")
+    how = {"gzip": {"compression": "gzip"}}.get(case, {})
+    lengths = {"large chunks": (5000, 5000), "two lengths": (500, 700),
+               "one contiguous": (None, 700)}.get(case, (700, 700))
+    with h5py.File("t.hdf5", "w", libver="latest" if case == "latest" else None,
+                   userblock_size=512 if case == "user block" else 0) as file:
+        for name, length in zip(("zspec", "zphot"), lengths):
+            if length:
+                how |= {"chunks": (length,), "maxshape": (6000,)}
+            file.create_dataset(name, (3000,), kind, **how)
+        step = 3000 if case == "plain" else 700
+        for start in range(0, 3000, step):  # the chunks of the two columns take turns
+            for name in ("zspec", "zphot"):
+                if case != "never written" or start != 700:
+                    part = slice(start, start + step)
+                    file[name][part] = columns[name][part]
+        file["end"] = columns["zspec"]
+    reads = []
+    method = _hdf5.Hdf5._read
+    monkeypatch.setattr(_hdf5.Hdf5, "_read", lambda *args: reads.append(1) or method(*args))
+    parts = list(_hdf5.Hdf5("t.hdf5", None).chunks(["zspec", "zphot"], ()))
+    with h5py.File("t.hdf5") as file:
+        for name in ("zspec", "zphot"):
+            found = np.concatenate([part[name] for part in parts])
+            assert found.tobytes() == file[name][()].astype(found.dtype).tobytes()
+        is_used = case in {"plain", "appended", "latest", "large chunks", "big-endian",
+                           "single precision"} and hasattr(file["zspec"].id, "chunk_iter")
+    assert bool(reads) != is_used
+
+
+def test_kept_arrays_keep_no_others_in_memory():
+    table = np.arange(12.0).reshape(2, 6)
+    for values, is_kept in [
+        (table[0].copy(), True), (table.reshape(12), True), (table[0], False),
+        (np.ma.MaskedArray(np.arange(2)).data, True), (np.frombuffer(bytes(16), "u1"), True),
+        (np.frombuffer(bytes(16), "u1")[::2], False),
+    ]:
+        kept = alone(values)
+        assert kept.tolist() == values.tolist()
+        assert np.shares_memory(kept, values) == is_kept
+
+
+def test_kept_columns(monkeypatch):
+    # Values are converted in the store's room, of 4 here, and others stay where they are.
+    monkeypatch.setattr(_compute, "ROOM", 4)
+    file = np.arange(10.0)
+    store = Store()
+    expected = []
+    for count, keep in [(3, 3), (1, 1), (3, 0), (3, 2), (2, 2), (9, 9)]:
+        place = store.room("z", count)
+        place[:] = np.arange(count) + len(expected)
+        values = place if keep == count else place[:keep].copy()
+        store.add(Objects({"z": values}, None, 0, None))
+        expected += values.tolist()
+    whole = store.columns()[0]["z"]
+    assert np.asarray(whole).tolist() == expected
+    assert store.room("z", 1) is None
+    for parts, count in [
+        ([file[:3], file[3:5], file[5:]], 1), ([file[:3], file[4:]], 2), ([file[5:], file[:5]], 2),
+        ([file[:3], np.arange(2.0)], 2),
+    ]:
+        column = joined(parts)
+        assert np.asarray(column).tolist() == np.concatenate(parts).tolist()
+        arrays = [column] if count == 1 else column.arrays
+        assert len(arrays) == count and np.shares_memory(arrays[0], file)

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+from collections import deque
 from collections.abc import Callable, Iterator, Mapping
 from dataclasses import dataclass, field
 from itertools import chain
@@ -12,12 +13,14 @@ import numpy as np
 
 import vostrel
 from vostrel._accumulator import Accumulator, BinnedAccumulator
+from vostrel._exchange import Chunks
 from vostrel._inputs import Columns
 from vostrel._options import read_asked
 from vostrel._point import statistics_of
 from vostrel._results import BinnedStatistics, PointStatistics, Uncertainties
 from vostrel.evaluate._errors import EvaluateError
-from vostrel.evaluate._rows import Counts, Objects, Room, Selection
+from vostrel.evaluate._readers import address
+from vostrel.evaluate._rows import Counts, Objects, Roles, Room, Selection
 
 if TYPE_CHECKING:  # takes as long to import as this package
     from numpy.typing import NDArray
@@ -29,6 +32,9 @@ Result = TypeVar("Result")
 
 #: How many objects are added to the passes at a time.
 BLOCK = 1 << 20
+
+#: Converted values are written to arrays of so many: the system gives large memory faster.
+ROOM = 1 << 22
 
 
 @dataclass(frozen=True)
@@ -62,8 +68,8 @@ class Results:
     bin_errors: dict[str, list[Uncertainties | None]] = field(default_factory=dict)
     #: The differences by the names of two estimates.
     differences: dict[tuple[str, str], Uncertainties] = field(default_factory=dict)
-    #: The objects, unless they are larger than the memory that they may take.
-    objects: Objects | None = None
+    #: The numbers of all objects, unless they are larger than the memory that they may take.
+    columns: dict[str, Any] | None = None  # arrays, or several as Chunks
 
 
 def evaluate(
@@ -75,18 +81,19 @@ def evaluate(
     """Return all numbers. `watch` sees the objects of the first pass."""
     counts = Counts()
     results = Results(counts)
-    store = Store(selection, options.memory)
+    store = Store()
     chunks = _watched(selection, progress, counts, watch, store.room)
     for objects in chunks:
         store.add(objects)
         if store.nbytes > options.memory:
             refuse_large(options)
-            _in_passes(results, selection, options, chain([store.take()], chunks), progress)
+            del objects  # it would keep the mapped file
+            _in_passes(results, selection, options, chain(store.parts(), chunks), progress)
             return results
     if not counts.used:
         raise EvaluateError(f"no objects are left: {counts_text(counts)}")
-    results.objects = store.take()
-    _in_memory(results, selection, options, progress)
+    results.columns, groups = store.columns()
+    _in_memory(results, selection.roles, groups, options, progress)
     return results
 
 
@@ -125,82 +132,75 @@ def _watched(
 
 
 class Store:
-    """Objects that are kept in memory."""
+    """Objects that are kept in memory, in the arrays that were read."""
 
-    def __init__(self, selection: Selection, memory: int) -> None:
-        names = selection.roles.numbers
-        rows = selection.rows or 0
-        expected = rows if 8 * rows * len(names) <= memory else 0
-        self._numbers = {name: Kept(expected) for name in names}
-        self._groups: list[NDArray[Any]] = []
+    def __init__(self) -> None:
+        self._parts: deque[Objects] = deque()
+        self._rooms: dict[str, NDArray[np.float64]] | None = {}
         self.nbytes = 0
 
     def room(self, name: str, count: int) -> NDArray[np.float64] | None:
         """Return where the next values of a column belong, or None if no more are kept."""
-        return self._numbers[name].room(count) if self._numbers else None
+        if self._rooms is None:
+            return None
+        if name not in self._rooms or len(self._rooms[name]) < count:
+            self._rooms[name] = np.empty(max(count, ROOM))
+        return self._rooms[name][:count]
 
     def add(self, objects: Objects) -> None:
         """Add a chunk."""
-        for name, values in objects.numbers.items():
-            self._numbers[name].add(values)
-        if objects.groups is not None:
-            self._groups.append(objects.groups.copy())  # it may be a part of a larger chunk
+        if not len(objects):
+            return
+        numbers = {name: self._kept(name, values) for name, values in objects.numbers.items()}
+        groups = None if objects.groups is None else alone(objects.groups)
+        self._parts.append(Objects(numbers, groups, objects.first, None))
         self.nbytes += objects.nbytes
 
-    def take(self) -> Objects:
-        """Return all objects as one, and keep no more."""
-        numbers = {name: kept.values for name, kept in self._numbers.items()}
-        self._numbers = {}
-        return Objects(numbers, np.concatenate(self._groups) if self._groups else None, 0, None)
+    def _kept(self, name: str, values: NDArray[np.float64]) -> NDArray[np.float64]:
+        """Return an array to keep: values in the room stay there."""
+        rooms = self._rooms or {}
+        if name not in rooms or address(rooms[name]) != address(values):
+            return alone(values)
+        rooms[name] = rooms[name][len(values) :]
+        return values
+
+    def parts(self) -> Iterator[Objects]:
+        """Yield the chunks, and keep them no more."""
+        self._rooms = None
+        while self._parts:
+            yield self._parts.popleft()
+
+    def columns(self) -> tuple[dict[str, Any], NDArray[Any] | None]:
+        """Return the numbers by name and the labels of all chunks, and keep no more."""
+        parts = list(self.parts())
+        numbers = {
+            name: joined([part.numbers[name] for part in parts]) for name in parts[0].numbers
+        }
+        labels = [part.groups for part in parts if part.groups is not None]
+        return numbers, np.concatenate(labels) if labels else None
 
 
-class Kept:
-    """A column that grows: where the file holds it, or in an array. Joining would copy it."""
-
-    def __init__(self, expected: int) -> None:
-        self.values = np.empty(0)
-        self._expected = expected  # a lower bound of the number of values. Untouched memory is free
-        self._owner: Any = None
-        self._room: NDArray[np.float64] | None = None
-
-    def room(self, count: int) -> NDArray[np.float64]:
-        """Return where the next values belong."""
-        size = len(self.values)
-        if self._room is None:
-            # NumPy takes huge pages for empty(), which are slow to find beside cached files.
-            self._room = np.zeros(max(size + count, self._expected))
-            self._room[:size] = self.values
-        elif size + count > len(self._room):
-            self.values = np.empty(0)  # no view of the room, which moves
-            self._room.resize(max(size + count, 3 * len(self._room) // 2), refcheck=False)
-        self.values = self._room[:size]
-        return self._room[size : size + count]
-
-    def add(self, values: NDArray[np.float64]) -> None:
-        """Add values, which may be in the room already."""
-        size = len(self.values)
-        if self._room is None and size == 0:
-            self.values = values
-            self._owner = owner(values)
-        elif self._room is None and owner(values) is self._owner and follows(self.values, values):
-            self.values = np.lib.stride_tricks.as_strided(
-                self.values, (size + len(values),), writeable=False
-            )
-        else:
-            room = self.room(len(values))
-            if address(room) != address(values):
-                room[:] = values
-            assert self._room is not None
-            self.values = self._room[: size + len(values)]
+def alone(values: NDArray[Any]) -> NDArray[Any]:
+    """Return the values in an array that keeps no others in memory."""
+    holder = owner(values)
+    is_part = isinstance(holder, np.ndarray) and holder.nbytes > values.nbytes
+    return values.copy() if is_part or not values.flags.c_contiguous else values
 
 
-def follows(before: NDArray[Any], values: NDArray[Any]) -> bool:
-    """Return whether values begin in memory where others end."""
-    return (
-        before.flags.c_contiguous
-        and values.flags.c_contiguous
-        and address(values) == address(before) + before.nbytes
-    )
+def joined(arrays: list[NDArray[np.float64]]) -> NDArray[np.float64] | Chunks:
+    """Return contiguous arrays as one column, without a copy."""
+    runs: list[tuple[NDArray[np.float64], int]] = []
+    end, holder = -1, None
+    for values in arrays:
+        first, size = values, 0
+        if address(values) == end and owner(values) is holder:
+            first, size = runs.pop()
+        runs.append((first, size + len(values)))
+        end, holder = address(values) + values.nbytes, owner(values)
+    whole = [
+        np.lib.stride_tricks.as_strided(first, (size,), writeable=False) for first, size in runs
+    ]
+    return whole[0] if len(whole) == 1 else Chunks(whole)
 
 
 def owner(values: Any) -> Any:
@@ -210,24 +210,22 @@ def owner(values: Any) -> Any:
     return values
 
 
-def address(values: NDArray[Any]) -> int:
-    """Return where an array begins in memory."""
-    return int(values.__array_interface__["data"][0])
-
-
 # ---- in memory -----------------------------------------------------------------------------------
 
 
 def _in_memory(
-    results: Results, selection: Selection, options: Options, progress: Progress
+    results: Results, roles: Roles, labels: NDArray[Any] | None, options: Options,
+    progress: Progress,
 ) -> None:
-    """Compute everything from the objects."""
-    roles = selection.roles
-    objects = results.objects
-    assert objects is not None
-    reference = objects.numbers[roles.reference]
-    estimates = {name: objects.numbers[name] for name in roles.estimates}
-    groups = None if objects.groups is None else labels_of(objects.groups)
+    """Compute everything from the columns."""
+    columns = results.columns
+    assert columns is not None
+    if options.errors != "none":  # errors need whole arrays
+        for name, values in columns.items():
+            columns[name] = np.asarray(values)
+    reference = columns[roles.reference]
+    estimates = {name: columns[name] for name in roles.estimates}
+    groups = None if labels is None else labels_of(labels)
     asked = read_asked(options.percentiles, options.outliers)
     results.points = for_each(
         lambda estimate: statistics_of(Columns([reference, estimate], []), "raise", asked, False),
@@ -236,7 +234,7 @@ def _in_memory(
     _add_errors(results, reference, estimates, groups, options, progress)
     if options.bins is None:
         return
-    by = objects.numbers[roles.by or roles.reference]
+    by = columns[roles.by or roles.reference]
     results.bins = for_each(
         lambda estimate: vostrel.binned_statistics(
             reference, estimate, by, bins=options.bins, **options.asked
@@ -255,7 +253,7 @@ def _in_memory(
 
 
 def for_each(
-    function: Callable[[NDArray[np.float64]], Result], estimates: Mapping[str, NDArray[np.float64]]
+    function: Callable[[Any], Result], estimates: Mapping[str, Any]
 ) -> dict[str, Result]:
     """Return the result of the function for each estimate. All processors share them."""
     if len(estimates) == 1:
@@ -362,7 +360,6 @@ def _in_passes(
 ) -> None:
     """Compute the statistics in passes, of which `first` is the first."""
     roles = selection.roles
-    by = roles.by or roles.reference
     points = {name: Accumulator(**options.asked) for name in roles.estimates}
     bins: dict[str, BinnedAccumulator] = {}
     find_range = isinstance(options.bins, int)
@@ -370,7 +367,6 @@ def _in_passes(
         bins = {
             name: BinnedAccumulator(options.bins, **options.asked) for name in roles.estimates
         }
-    low, high = np.inf, -np.inf
     chunks = first
     number = 0
     while True:
@@ -383,25 +379,45 @@ def _in_passes(
         ]
         if not adding:
             break
-        done = 0
-        for objects in chunks:
-            if number == 1 and find_range and len(objects):
-                low = min(low, objects.numbers[by].min())
-                high = max(high, objects.numbers[by].max())
-            for state, name in adding:
-                _add(state, objects, roles.reference, name, by)
-            done += len(objects)
-            progress(f"pass {number}", done, results.counts.used if number > 1 else None)
+        total = results.counts.used if number > 1 else None
+        range_of_by = _one_pass(
+            chunks, adding, roles, find_range and number == 1,
+            lambda done: progress(f"pass {number}", done, total),
+        )
         for state, _ in adding:
             state.end_pass()
         if number == 1 and find_range:
             bins = {
-                name: BinnedAccumulator(options.bins, (float(low), float(high)), **options.asked)
+                name: BinnedAccumulator(options.bins, range_of_by, **options.asked)
                 for name in roles.estimates
             }
         chunks = selection.objects()
     results.points = {name: state.result() for name, state in points.items()}
     results.bins = {name: state.result() for name, state in bins.items()}
+
+
+def _one_pass(
+    chunks: Iterator[Objects],
+    adding: list[tuple[Accumulator | BinnedAccumulator, str]],
+    roles: Roles,
+    find_range: bool,
+    report: Callable[[int], None],
+) -> tuple[float, float]:
+    """Add all objects. Return the range of the column of --by if it is asked for.
+
+    No object is referred to afterwards: it would keep a mapped file in memory.
+    """
+    by = roles.by or roles.reference
+    low, high, done = np.inf, -np.inf, 0
+    for objects in chunks:
+        if find_range and len(objects):
+            low = min(low, float(objects.numbers[by].min()))
+            high = max(high, float(objects.numbers[by].max()))
+        for state, name in adding:
+            _add(state, objects, roles.reference, name, by)
+        done += len(objects)
+        report(done)
+    return low, high
 
 
 def _add(

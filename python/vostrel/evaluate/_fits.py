@@ -152,8 +152,7 @@ class Fits(Reader):
         whole = mapped.array(kind, self.rows, self._start)
         for part in steps(self.rows, CACHED_ROWS):
             yield whole[part]
-            first, last = (self._start + row * self._row_bytes for row in (part.start, part.stop))
-            mapped.release(first, last)
+            mapped.release(whole[part])
 
     def _streamed(self, kind: Any) -> Iterator[NDArray[Any]]:
         """Yield the rows of a compressed file."""

@@ -2,8 +2,10 @@
 
 from __future__ import annotations
 
+import math
 import os
 from collections.abc import Collection, Iterator, Mapping, Sequence
+from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -22,6 +24,18 @@ from vostrel.evaluate._readers import (
 
 if TYPE_CHECKING:  # takes as long to import as this package
     from numpy.typing import NDArray
+
+
+#: Shorter runs are slower to go over than to read.
+SHORT = 1 << 13
+
+
+@dataclass(frozen=True)
+class Run:
+    """Rows that a file holds together."""
+
+    rows: int
+    starts: dict[str, int]  # of each column, in bytes
 
 
 class Hdf5(Reader):
@@ -74,9 +88,9 @@ class Hdf5(Reader):
                 if len(sets[name]) != self.rows:
                     raise EvaluateError(f"{names[0]!r} and {name!r} differ in length: "
                                         f"{self.rows} and {len(sets[name])}")
-            starts = None if masks else self._in_place({name: sets[name] for name in names})
-            if starts:
-                yield from self._mapped(names, starts)
+            runs = None if masks else self._in_place({name: sets[name] for name in names})
+            if runs:
+                yield from self._mapped(runs)
                 return
             # A stored chunk is decompressed as a whole, each time that a part of it is read.
             stored = max((data.chunks or (1,))[0] for data in sets.values())
@@ -92,34 +106,69 @@ class Hdf5(Reader):
                 raise EvaluateError(f"column {name!r} is compressed by {label.decode()}, which "
                                     "h5py doesn't have; hdf5plugin may")
 
-    def _in_place(self, sets: Mapping[str, Any]) -> list[int] | None:
-        """Return where the columns are in the file, or None if they must be read."""
-        starts = []
-        for name, data in sets.items():
-            start = data.id.get_offset()
-            if (
-                start is None  # in chunks, or elsewhere
-                or self._found[name][1] is not None
-                or data.dtype.kind not in "fiu"
-                or not data.id.get_type().equal(self._h5py.h5t.py_create(data.dtype))
-                or start + data.nbytes > os.path.getsize(self.path)
-            ):
-                return None
-            starts.append(start)
-        return starts
+    def _in_place(self, sets: Mapping[str, Any]) -> list[Run] | None:
+        """Return where the file holds the columns, or None if they must be read."""
+        found = [self._pieces(name, data) for name, data in sets.items()]
+        rows = found[0][0]
+        if rows == 0 or any(other != rows for other, _ in found):
+            return None
+        starts = np.array([starts for _, starts in found])
+        sizes = np.array([[rows * data.dtype.itemsize] for data in sets.values()])
+        # Pieces that follow each other in the file are one.
+        new = np.flatnonzero((np.diff(starts) != sizes).any(axis=0)) + 1
+        firsts, total = [0, *new.tolist()], len(next(iter(sets.values())))
+        if len(firsts) > 1 and len(firsts) * SHORT > total:
+            return None
+        ends = [first * rows for first in firsts[1:]] + [total]
+        return [
+            Run(end - first * rows, dict(zip(sets, starts[:, first].tolist())))
+            for first, end in zip(firsts, ends)
+        ]
 
-    def _mapped(self, names: Sequence[str], starts: Sequence[int]) -> Iterator[Chunk]:
+    def _pieces(self, name: str, data: Any) -> tuple[int, Sequence[int]]:
+        """Return the rows of a piece of a column in the file, and where each piece begins.
+
+        There are 0 rows in a piece if the column must be read.
+        """
+        rows = len(data)
+        pieces = [(0, data.id.get_offset())]
+        if data.chunks is not None:
+            rows = data.chunks[0]
+            if (
+                math.prod(data.chunks) != rows
+                or data.id.get_create_plist().get_nfilters()
+                or data.file.userblock_size  # some versions of HDF5 count it, others don't
+                or not hasattr(data.id, "chunk_iter")
+            ):
+                return 0, []
+            pieces = []
+            data.id.chunk_iter(lambda one: pieces.append((one.chunk_offset[0], one.byte_offset)))
+        starts = [start for _, start in sorted(pieces) if start is not None]
+        if (
+            self._found[name][1] is not None
+            or data.dtype.kind not in "fiu"
+            or not data.id.get_type().equal(self._h5py.h5t.py_create(data.dtype))
+            or len(starts) != -(-len(data) // max(rows, 1))  # the file lacks pieces never written
+            or max(starts, default=0) + rows * data.dtype.itemsize > os.path.getsize(self.path)
+        ):
+            return 0, []
+        return rows, starts
+
+    def _mapped(self, runs: Sequence[Run]) -> Iterator[Chunk]:
         """Go over columns where the file holds them."""
-        assert self.rows is not None
         mapped = Mapped(self.path)
-        kinds = [self._found[name][2] for name in names]
-        columns = [mapped.array(kind, self.rows, start) for kind, start in zip(kinds, starts)]
-        stay = sum(column.nbytes for column in columns) <= STAY
-        for part in slices(self.rows, 8):
-            yield {name: column[part] for name, column in zip(names, columns)}
-            for kind, start in [] if stay else zip(kinds, starts):
-                size = kind.itemsize
-                mapped.release(start + part.start * size, start + part.stop * size)
+        kinds = {name: self._found[name][2] for name in runs[0].starts}
+        stay = sum(run.rows for run in runs) * sum(k.itemsize for k in kinds.values()) <= STAY
+        for run in runs:
+            columns = {
+                name: mapped.array(kinds[name], run.rows, start)
+                for name, start in run.starts.items()
+            }
+            for part in slices(run.rows, 8):
+                chunk = {name: column[part] for name, column in columns.items()}
+                yield chunk
+                for values in () if stay else chunk.values():
+                    mapped.release(values)
 
     def _read(self, sets: Mapping[str, Any], name: str, part: slice) -> NDArray[Any]:
         field = self._found[name][1]

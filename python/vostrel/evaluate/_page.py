@@ -6,16 +6,17 @@ import base64
 import io
 import os
 import pkgutil
-from collections.abc import Iterator
+from collections.abc import Iterator, Mapping
 from contextlib import contextmanager
 from dataclasses import dataclass
 from typing import Any
+
+import numpy as np
 
 from vostrel._core import VERSION
 from vostrel._tables import Grid
 from vostrel.evaluate._compute import Results
 from vostrel.evaluate._errors import library
-from vostrel.evaluate._rows import Objects
 from vostrel.evaluate._tables import (
     Task,
     bin_grids,
@@ -143,13 +144,14 @@ def _draw(results: Results, task: Task) -> Picture:
     else:
         caption = (f"For each estimate the running median and the running NMAD of delta norm "
                    f"against {reference}, and the histogram of delta norm.")
-    if results.objects is None:
+    if results.columns is None:
         return Picture(caption, reason="the columns are larger than --memory allows, and the "
                                        "figure must have all objects in memory")
     if len(names) > MOST:
         return Picture(caption, reason=f"there are more than {MOST} estimates")
     try:
-        data, narrow = (_draw_objects(results.objects, task, form) for form in ("page", "column"))
+        columns = {name: np.asarray(values) for name, values in results.columns.items()}
+        data, narrow = (_draw_objects(columns, task, form) for form in ("page", "column"))
     except ValueError as error:  # for example, if no object is finite
         return Picture(caption, reason=str(error))
     facts = [
@@ -160,19 +162,19 @@ def _draw(results: Results, task: Task) -> Picture:
     return Picture(caption, f"{caption} {'; '.join(facts)}.", data, narrow)
 
 
-def _draw_objects(objects: Objects, task: Task, layout: Any) -> str:
+def _draw_objects(columns: Mapping[str, Any], task: Task, layout: Any) -> str:
     """Return the figure in one of the layouts of vostrel.plot."""
     import vostrel.plot
 
     names = task.roles.estimates
-    reference = objects.numbers[task.roles.reference]
+    reference = columns[task.roles.reference]
     with _settings():
         if len(names) == 1:
             return _svg(vostrel.plot.diagnostic_figure(
-                reference, objects.numbers[names[0]], layout=layout,
+                reference, columns[names[0]], layout=layout,
                 labels=(literal(task.roles.reference), literal(names[0])),
             ))
-        estimates = {literal(name): objects.numbers[name] for name in names}
+        estimates = {literal(name): columns[name] for name in names}
         return _svg(vostrel.plot.compare_figure(reference, estimates, table=False, layout=layout))
 
 

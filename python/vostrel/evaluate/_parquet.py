@@ -61,8 +61,10 @@ def from_arrow(array: Any, name: str) -> NDArray[Any]:
         raise EvaluateError(f"column {name!r} holds {array.type}, not one number per object")
     if kinds.is_null(array.type) or kinds.is_decimal(array.type):
         array = array.cast(arrow.float64())
+    if not array.null_count:
+        return array.to_numpy(zero_copy_only=False)  # type: ignore[no-any-return]
     mask = np.asarray(array.is_null().to_numpy(zero_copy_only=False), np.bool_)
-    if mask.any() and not kinds.is_temporal(array.type):
+    if not kinds.is_temporal(array.type):
         zero: Any = "" if _is_text(kinds, array.type) else 0
         array = array.fill_null(arrow.scalar(zero).cast(array.type))
     return masked(array.to_numpy(zero_copy_only=False), mask)

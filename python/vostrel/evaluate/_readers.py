@@ -65,16 +65,23 @@ class Mapped:
         with open(path, "rb") as stream:
             self._bytes = mmap.mmap(stream.fileno(), 0, access=mmap.ACCESS_READ)
         self.size = len(self._bytes)
+        self._address = address(np.frombuffer(self._bytes, np.uint8))
 
     def array(self, dtype: Any, count: int, start: int) -> NDArray[Any]:
         """Return an array that the file holds."""
         return np.frombuffer(self._bytes, dtype, count, start)
 
-    def release(self, start: int, end: int) -> None:
-        """Take bytes out of memory. They come again if they are used."""
-        if hasattr(mmap, "MADV_DONTNEED") and end > start:
-            start -= start % mmap.PAGESIZE
-            self._bytes.madvise(mmap.MADV_DONTNEED, start, end - start)
+    def release(self, values: NDArray[Any]) -> None:
+        """Take an array that the file holds out of memory. It comes again if it is used."""
+        start = address(values) - self._address
+        if hasattr(mmap, "MADV_DONTNEED") and values.nbytes:
+            before = start % mmap.PAGESIZE
+            self._bytes.madvise(mmap.MADV_DONTNEED, start - before, values.nbytes + before)
+
+
+def address(values: NDArray[Any]) -> int:
+    """Return where an array begins in memory."""
+    return int(values.__array_interface__["data"][0])
 
 
 def slices(rows: int, row_bytes: int) -> Iterator[slice]:
