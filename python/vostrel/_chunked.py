@@ -78,7 +78,7 @@ def chunked_statistics(
     -----
     Needs memory for one chunk and a few megabytes; with more workers, for a
     chunk and a few megabytes each, and for the chunk that is being read.
-    Workers share an array in parts of 262,144 objects. Objects in lists are
+    Workers share an array in parts of 524,288 objects. Objects in lists are
     not cut. They and small chunks gain little from workers, since Python runs
     one thread at a time. Make chunks of 100,000 objects or more.
 
@@ -201,7 +201,7 @@ def add_chunks(
 
 
 #: The most objects that a worker takes at a time.
-PART = 2**18
+PART = 2**19
 
 
 def add_by_threads(
