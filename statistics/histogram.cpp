@@ -65,16 +65,14 @@ std::vector<Histogram::Bucket> Histogram::buckets() const {
   std::uint64_t before = 0;
   const auto add = [&](std::size_t exponent, std::size_t fraction) {
     const std::size_t place = (std::size_t{row_of_[exponent]} << kFractionBits) + fraction;
-    if (place < kRow || counts_[place] == 0) return;
+    if (counts_[place] == 0) return;
     const std::uint64_t first = std::uint64_t{exponent % kNegative << kFractionBits | fraction}
                                 << kShift;
     const std::uint64_t last = first + (std::uint64_t{1} << kShift) - 1;
     double low = std::bit_cast<double>(first);
     if (std::isnan(low)) return;
     double high = std::isinf(low) ? low : std::bit_cast<double>(last);
-    if (exponent >= kNegative) {
-      low = -std::exchange(high, -low);
-    }
+    if (exponent >= kNegative) low = -std::exchange(high, -low);
     buckets.push_back({low, high, counts_[place], before, place});
     before += counts_[place];
   };
@@ -90,26 +88,12 @@ std::vector<Histogram::Bucket> Histogram::buckets() const {
 }
 
 double Guess::slope(std::size_t i) const {
-  const auto& here = buckets_[i];
-  if (!(width(here) > 0)) return 0;
-  const auto density_at = [&](std::size_t k, double edge) {
-    const bool touches = edge < here.low ? std::nextafter(buckets_[k].high, here.low) >= here.low
-                                         : std::nextafter(here.high, edge) >= buckets_[k].low;
-    if (!touches || !(width(buckets_[k]) > 0)) return 0.0;
-    return static_cast<double>(buckets_[k].count) / width(buckets_[k]);
-  };
-  double run = width(here);
-  double rise = 0;
-  if (i > 0) {
-    rise -= density_at(i - 1, buckets_[i - 1].low);
-    run += width(buckets_[i - 1]) / 2;
-  }
-  if (i + 1 < buckets_.size()) {
-    rise += density_at(i + 1, buckets_[i + 1].high);
-    run += width(buckets_[i + 1]) / 2;
-  }
-  const double here_density = static_cast<double>(here.count) / width(here);
-  const double slope = rise / run * width(here) / here_density;
+  const auto& lower = buckets_[i > 0 ? i - 1 : i];
+  const auto& upper = buckets_[std::min(i + 1, buckets_.size() - 1)];
+  const auto density = [](const auto& b) { return static_cast<double>(b.count) / width(b); };
+  const double run = (upper.high - lower.high + upper.low - lower.low) / 2;
+  const double slope =
+      (density(upper) - density(lower)) / run * width(buckets_[i]) / density(buckets_[i]);
   return std::isfinite(slope) ? std::clamp(slope, -1.0, 1.0) : 0;
 }
 
