@@ -55,12 +55,9 @@ class MeanSquare {
   void add(std::size_t object, double square) {
     second_ += square / n_;
     fourth_ += square / n_ * square;
-    if (units_.are_groups()) sums_[units_.of(object)] += square / n_;
-  }
-
-  // The part of the objects in each group is counted whether their squares are added or not.
-  void count(std::size_t object) {
-    if (units_.are_groups()) parts_[units_.of(object)] += 1 / n_;
+    if (!units_.are_groups()) return;
+    sums_[units_.of(object)] += square / n_;
+    parts_[units_.of(object)] += 1 / n_;
   }
 
   double value() const { return second_; }
@@ -107,9 +104,7 @@ std::optional<SigmaRange> find_sigma(const ResidualColumn& residuals, const Unit
     for (std::size_t i = 0; i < block.size(); ++i) {
       const double square = (block[i] - center.mean) * (block[i] - center.mean);
       all.add(first + i, square);
-      all.count(first + i);
-      core.count(first + i);
-      if (std::fabs(block[i]) < center.largest) core.add(first + i, square);
+      core.add(first + i, std::fabs(block[i]) < center.largest ? square : 0);
     }
   });
   if (!all.is_finite()) return std::nullopt;
