@@ -93,6 +93,15 @@ class Accumulator {
   std::unique_ptr<State> state_;
 };
 
+/// Like point_statistics(reference, estimate), but calls `checkpoint` regularly.
+PointStatistics point_statistics(std::span<const double> reference,
+                                 std::span<const double> estimate, const Checkpoint& checkpoint);
+
+/// Like extended_statistics(reference, estimate, extras), but calls `checkpoint` regularly.
+ExtendedStatistics extended_statistics(std::span<const double> reference,
+                                       std::span<const double> estimate, const Extras& extras,
+                                       const Checkpoint& checkpoint);
+
 }  // namespace vostrel
 
 #endif  // VOSTREL_STATISTICS_ACCUMULATOR_H

@@ -186,12 +186,22 @@ FoundOfBoth find_in_order(std::span<const double> reference, std::span<const dou
 
 PointStatistics point_statistics(std::span<const double> reference,
                                  std::span<const double> estimate) {
-  return find_in_order(reference, estimate, {}, [] {}).point();
+  return point_statistics(reference, estimate, [] {});
+}
+
+PointStatistics point_statistics(std::span<const double> reference,
+                                 std::span<const double> estimate, const Checkpoint& checkpoint) {
+  return find_in_order(reference, estimate, {}, checkpoint).point();
 }
 
 ExtendedStatistics extended_statistics(std::span<const double> reference,
                                        std::span<const double> estimate, const Extras& extras) {
-  return find_in_order(reference, estimate, Wanted(extras), [] {}).extended();
+  return extended_statistics(reference, estimate, extras, [] {});
 }
 
+ExtendedStatistics extended_statistics(std::span<const double> reference,
+                                       std::span<const double> estimate, const Extras& extras,
+                                       const Checkpoint& checkpoint) {
+  return find_in_order(reference, estimate, Wanted(extras), checkpoint).extended();
+}
 }  // namespace vostrel

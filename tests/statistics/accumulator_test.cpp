@@ -655,6 +655,20 @@ TEST(PointStatistics, AreNaNWithoutObjects) {
   }
 }
 
+TEST(PointStatistics, EndIfACheckpointThrows) {
+  struct Cancelled {};
+  const Values many(20000);
+  for (const int calls : {1, 2, 4}) {
+    int left = calls;
+    const auto checkpoint = [&] {
+      if (--left == 0) throw Cancelled();
+    };
+    EXPECT_THROW(vostrel::point_statistics(many, many, checkpoint), Cancelled);
+    left = calls;
+    EXPECT_THROW(vostrel::extended_statistics(many, many, {}, checkpoint), Cancelled);
+  }
+}
+
 TEST(InOrderAccumulator, RejectsMismatchedData) {
   const Values one = {1};
   const Values two = {1, 2};
