@@ -55,7 +55,7 @@ std::vector<std::uint64_t> Wanted::ranks(std::uint64_t n) const {
       ranks.insert(ranks.end(), {n - 1 - place.lower, n - 1 - place.upper});
     }
   }
-  for (const std::uint64_t rank : values) ranks.push_back(std::min(rank, n - 1));
+  ranks.insert(ranks.end(), values.begin(), values.end());
   std::sort(ranks.begin(), ranks.end());
   ranks.erase(std::unique(ranks.begin(), ranks.end()), ranks.end());
   return ranks;
@@ -389,7 +389,7 @@ void Tally<Sum>::ask(std::uint64_t n, const Wanted& wanted) {
     for (const double bound : wanted.extras.outliers) search_.beyond({bound, bound});
     search_.beyond(expected_lsst_bound(n, q));
   }
-  for (const std::uint64_t rank : wanted.absolute) search_.distance(std::min(rank, n - 1), 0.0);
+  for (const std::uint64_t rank : wanted.absolute) search_.distance(rank, 0.0);
 }
 
 // Where LSST's bound lies, which follows from quartiles that may not be known yet.
@@ -432,7 +432,6 @@ void Tally<Sum>::count_outliers(const Questions& q, std::uint64_t n, const Wante
 template <class Sum>
 bool Tally<Sum>::has_infinite_median(const Wanted& wanted) const {
   const std::uint64_t n = search_.size();
-  if (n == 0) return false;
   const Questions q = questions(n, wanted);
   return !std::isfinite(search_.middle(q.rank((n - 1) / 2), q.rank(n / 2)));
 }
@@ -462,11 +461,10 @@ Found Tally<Sum>::found(std::uint64_t n, const Wanted& wanted) const {
     const auto mean = [n](const auto& sum) { return sum.total() / static_cast<double>(n); };
     found.spread = {mean(squares_), mean(fourth_), mean(deviations_), mean(fourth_about_), {}, {}};
     for (std::size_t k = 0; k < wanted.absolute.size(); ++k) {
-      const bool is_number = wanted.absolute[k] < size;
-      found.spread.absolute.push_back(is_number ? search_.value(q.absolute_asked + k) : kNaN);
+      found.spread.absolute.push_back(search_.value(q.absolute_asked + k));
     }
     for (const std::uint64_t rank : wanted.values) {
-      found.spread.values.push_back(rank < size ? search_.value(q.rank(rank)) : kNaN);
+      found.spread.values.push_back(search_.value(q.rank(rank)));
     }
   }
   return found;

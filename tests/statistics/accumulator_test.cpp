@@ -334,6 +334,21 @@ TEST(Accumulator, ReturnsNaNForMediansOfNaN) {
   EXPECT_EQ(s.delta.outliers_015, 1.0 / 3 * 100);
 }
 
+TEST(Accumulator, FindsMediansBetweenInfinities) {
+  for (const int times : {1, 2000}) {
+    Values residuals;
+    for (int i = 0; i < times; ++i) {
+      residuals.insert(residuals.end(), {kInfinity, 1, 2, 3, -kInfinity});
+    }
+    vostrel::Accumulator passes;
+    do {
+      passes.add(residuals, Values(residuals.size()));
+    } while (passes.end_pass());
+    EXPECT_EQ(passes.result().delta.mad, 3);
+    EXPECT_EQ(passes.result().delta.mad_delta, 1);
+  }
+}
+
 TEST(Accumulator, ReturnsNaNForManyNaNResiduals) {
   const Values minus_one(9000, -1);  // the residual is 0, the normalized one 0 / 0
   vostrel::Accumulator passes(vostrel::Extras{{}, {0.1}});
@@ -635,6 +650,27 @@ TEST(ExtendedStatistics, MeasureDistancesFromAnInfiniteMedian) {
   EXPECT_EQ(sigma_mad(1.7e308), std::pair(kInfinity, kInfinity));
   EXPECT_TRUE(std::isnan(sigma_mad(kInfinity).first));
   EXPECT_TRUE(std::isnan(sigma_mad(kInfinity).second));
+}
+
+// Two passes don't find one quartile, which is among many values at the far end of their bucket.
+// LSST's bound follows from it, and ten errors lie next to the bound.
+TEST(ExtendedStatistics, CountOutliersOnceTheQuartilesAreKnown) {
+  Values errors(10, 7);
+  for (int i = 0; i < 1 << 16; ++i) {
+    errors.insert(errors.end(), {1 + i * 0x1p-15, -1.0078 - i * 0x1p-50});
+  }
+  const auto lsst = [&errors] {
+    vostrel::Accumulator passes(vostrel::Extras{});
+    do {
+      passes.add(Values(errors.size()), errors);
+    } while (passes.end_pass());
+    return passes.extended_result().lsst;
+  };
+  const double bound = 3 * lsst().sigma_iqr;
+  std::fill_n(errors.begin(), 10, bound * (1 - 1e-12));
+  EXPECT_EQ(lsst().outlier_rate, 0);
+  std::fill_n(errors.begin(), 10, bound * (1 + 1e-12));
+  EXPECT_EQ(lsst().outlier_rate, 10 / static_cast<double>(errors.size()));
 }
 
 TEST(ExtendedStatistics, RejectBadPercentilesAndBounds) {
