@@ -197,10 +197,6 @@ WindowGuess::WindowGuess(const ResidualColumn& residuals, const Units& units) : 
     values_.push_back(residuals[object]);
     if (units.are_groups()) groups_.push_back(units.of(object));
   }
-  const bool has_nan =
-      std::any_of(values_.begin(), values_.end(), [](double x) { return std::isnan(x); });
-  // Finding quantiles is then faster. Values of groups have their places.
-  if (!units.are_groups() && !has_nan) std::sort(values_.begin(), values_.end());
 }
 
 template <class Use>
@@ -305,8 +301,13 @@ VOSTREL_ALSO_FOR_AVX2 void Windows::mark(std::span<const double> residuals,
 
 bool Windows::evaluate(const DrawnSums& sums, std::span<const std::uint8_t> counts,
                        std::uint64_t size, ResidualStatistics& result) const {
-  return moments(sums, size, result) && medians(sums, counts, size, result) &&
-         outliers(sums, counts, size, result);
+  if (!moments(sums, size, result)) return false;
+  const auto found = medians(sums.marked, counts, size);
+  if (!found) return false;
+  result.mad = found->absolute;
+  result.nmad = result.mad * kNmadFactor;
+  result.mad_delta = found->distance;
+  return outliers(sums, counts, size, result);
 }
 
 // Cancellation costs digits, here or in sums in order. Then Accumulator must decide.
@@ -429,17 +430,16 @@ class Windows::Distances {
   double last_ = 0;
 };
 
-bool Windows::medians(const DrawnSums& sums, std::span<const std::uint8_t> counts,
-                      std::uint64_t size, ResidualStatistics& result) const {
-  const auto median = median_.median(counts, sums.marked[kBelowMedian], size);
-  const auto absolute = absolute_.median(counts, sums.marked[kBelowAbsolute], size);
-  const auto distance =
-      median ? Distances(*this, *median, counts, sums.marked[kNear]).median(size) : std::nullopt;
-  if (!absolute || !distance) return false;
-  result.mad = *absolute;
-  result.nmad = result.mad * kNmadFactor;
-  result.mad_delta = *distance;
-  return true;
+// Returns nothing if the windows don't have them.
+std::optional<Windows::Medians> Windows::medians(std::span<const std::uint64_t> marked,
+                                                 std::span<const std::uint8_t> counts,
+                                                 std::uint64_t size) const {
+  const auto median = median_.median(counts, marked[kBelowMedian], size);
+  const auto absolute = absolute_.median(counts, marked[kBelowAbsolute], size);
+  if (!median || !absolute) return std::nullopt;
+  const auto distance = Distances(*this, *median, counts, marked[kNear]).median(size);
+  if (!distance) return std::nullopt;
+  return Medians{*median, *absolute, *distance};
 }
 
 // So far the middles are those of a sample. Replaces them by those of all objects, where walks
@@ -447,17 +447,14 @@ bool Windows::medians(const DrawnSums& sums, std::span<const std::uint8_t> count
 bool Windows::set_middles(std::array<std::uint64_t, 3> below, std::size_t units,
                           std::uint64_t size) {
   const std::vector<std::uint8_t> ones(units, 1);
-  const auto median = median_.median(ones, below[0], size);
-  const auto absolute = absolute_.median(ones, below[1], size);
-  const auto distance =
-      median ? Distances(*this, *median, ones, below[2]).median(size) : std::nullopt;
-  if (!absolute || !distance) return false;
-  median_.set_middle(*median);
-  absolute_.set_middle(*absolute);
+  const auto found = medians(below, ones, size);
+  if (!found) return false;
+  median_.set_middle(found->median);
+  absolute_.set_middle(found->absolute);
   if (has_gap_) {
-    near_ = *distance;
-    near_low_ = *median - *distance;
-    near_high_ = *median + *distance;
+    near_ = found->distance;
+    near_low_ = found->median - near_;
+    near_high_ = found->median + near_;
     place_near();
   }
   return true;

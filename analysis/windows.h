@@ -286,6 +286,12 @@ class Windows {
                 ResidualStatistics& result) const;
 
  private:
+  struct Medians {
+    double median;
+    double absolute;
+    double distance;  // from the median
+  };
+
   // The bytes of the marks.
   enum Mark : std::size_t { kBelowMedian, kBelowAbsolute, kNear, kBeyondFixed, kBeyondSigma };
 
@@ -295,8 +301,8 @@ class Windows {
   bool fill(const ResidualColumn& residuals, const Units& units, const Checkpoint& checkpoint);
   bool set_middles(std::array<std::uint64_t, 3> below, std::size_t units, std::uint64_t size);
   bool moments(const DrawnSums& sums, std::uint64_t size, ResidualStatistics& result) const;
-  bool medians(const DrawnSums& sums, std::span<const std::uint8_t> counts, std::uint64_t size,
-               ResidualStatistics& result) const;
+  std::optional<Medians> medians(std::span<const std::uint64_t> marked,
+                                 std::span<const std::uint8_t> counts, std::uint64_t size) const;
   bool outliers(const DrawnSums& sums, std::span<const std::uint8_t> counts, std::uint64_t size,
                 ResidualStatistics& result) const;
   class Distances;
