@@ -163,27 +163,22 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
     outside = passes.outside();
   }
 
-  const auto size = static_cast<py::ssize_t>(found.size());
-  const auto length = static_cast<py::ssize_t>(numbers_of(found.front().delta).size());
-  py::array_t<std::uint64_t> counts(size);
-  py::array_t<double> numbers({py::ssize_t{2}, length, size});
-  py::array_t<double> lsst({py::ssize_t{4}, size});
-  auto count = counts.mutable_unchecked<1>();
-  for (py::ssize_t bin = 0; bin < size; ++bin) {
-    const auto b = static_cast<std::size_t>(bin);
-    const bool is_nan = !omit_nan && nan_counts[b] != 0;
-    count(bin) = found[b].n + (omit_nan ? 0 : nan_counts[b]);
-    const auto set = [&](double& place, double value) { place = is_nan ? kNaN : value; };
-    for (py::ssize_t part = 0; part < 2; ++part) {
-      const std::vector<double> row = numbers_of(part == 0 ? found[b].delta : found[b].norm);
-      for (py::ssize_t i = 0; i < length; ++i) {
-        set(numbers.mutable_at(part, i, bin), row[static_cast<std::size_t>(i)]);
+  const std::size_t size = found.size();
+  py::array_t<std::uint64_t> counts(static_cast<py::ssize_t>(size));
+  py::array_t<double> numbers({std::size_t{2}, numbers_of(found.front().delta).size(), size});
+  py::array_t<double> lsst({std::size_t{4}, size});
+  for (std::size_t bin = 0; bin < size; ++bin) {
+    const FoundOfBoth& of_bin = found[bin];
+    const std::uint64_t nan_count = omit_nan ? 0 : nan_counts[bin];
+    counts.mutable_data()[bin] = of_bin.n + nan_count;
+    const auto set_column = [&](double* row, const std::vector<double>& values) {
+      for (std::size_t i = 0; i < values.size(); ++i) {
+        row[i * size + bin] = nan_count != 0 ? kNaN : values[i];
       }
-    }
-    const std::vector<double> metrics = numbers_of(found[b].norm.lsst);
-    for (py::ssize_t i = 0; i < 4; ++i) {
-      set(lsst.mutable_at(i, bin), metrics[static_cast<std::size_t>(i)]);
-    }
+    };
+    set_column(numbers.mutable_data(0), numbers_of(of_bin.delta));
+    set_column(numbers.mutable_data(1), numbers_of(of_bin.norm));
+    set_column(lsst.mutable_data(), numbers_of(of_bin.norm.lsst));
   }
   return py::make_tuple(rows.kept() + (omit_nan ? 0 : rows.nan()), rows.masked(), rows.nan(),
                         counts, array_of(nan_counts), outside, numbers, lsst);
