@@ -59,7 +59,7 @@ RUN = {
     # docs/performance.md
     "bench/run --peers": "grep -E 'pandas, 10\\^4 rows \\|  \\| [0-9.]+ s,'",
     "bench/run --parts": "grep '^find_field'",
-    "bench/evaluate": "grep '^parquet, 6 of 6 columns'",
+    "bench/evaluate": "grep '^t.parquet, 6 of 6 columns'",
     "bench/evaluate --large": "grep '^HDF5 in passes'",
     # docs/python.md
     "python3 -m venv venv && venv/bin/pip install .": PACKAGE,
