@@ -16,7 +16,7 @@ namespace {
 // Up to this many objects are kept.
 constexpr std::size_t kFew = 8192;
 
-constexpr std::uint64_t kFormat = 6;  // of to_bytes()
+constexpr std::uint64_t kFormat = 7;  // of to_bytes()
 
 }  // namespace
 

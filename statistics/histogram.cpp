@@ -10,7 +10,7 @@ namespace vostrel {
 
 namespace {
 
-constexpr std::size_t kNegative = 2048;  // the exponents of negative values begin here
+constexpr std::size_t kNegative = 1024;  // the rows of negative values begin here
 
 double width(const Histogram::Bucket& bucket) { return bucket.high - bucket.low; }
 
@@ -23,27 +23,27 @@ double position_of(double part, double slope) {
 
 }  // namespace
 
-void Histogram::add_row(std::size_t exponent) {
-  row_of_[exponent] = static_cast<std::uint16_t>(counts_.size() >> kFractionBits);
+void Histogram::add_row(std::size_t row) {
+  to_place_[row] += static_cast<std::uint32_t>(counts_.size());
   counts_.resize(counts_.size() + kRow);
 }
 
 void Histogram::merge(const Histogram& other) {
-  for (std::size_t exponent = 0; exponent < row_of_.size(); ++exponent) {
-    if (other.row_of_[exponent] == 0) continue;
-    if (row_of_[exponent] == 0) add_row(exponent);
-    const std::size_t from = std::size_t{other.row_of_[exponent]} << kFractionBits;
-    const std::size_t to = std::size_t{row_of_[exponent]} << kFractionBits;
+  for (std::size_t row = 0; row < to_place_.size(); ++row) {
+    const std::size_t from = other.first_of(row);
+    if (from == 0) continue;
+    if (first_of(row) == 0) add_row(row);
+    const std::size_t to = first_of(row);
     for (std::size_t i = 0; i < kRow; ++i) counts_[to + i] += other.counts_[from + i];
   }
 }
 
 void Histogram::write(ByteWriter& out) const {
-  out.integer(counts_.size() >> kFractionBits);
-  for (std::size_t exponent = 0; exponent < row_of_.size(); ++exponent) {
-    if (row_of_[exponent] == 0) continue;
-    out.integer(exponent);
-    const std::size_t first = std::size_t{row_of_[exponent]} << kFractionBits;
+  out.integer(counts_.size() >> kRowBits);
+  for (std::size_t row = 0; row < to_place_.size(); ++row) {
+    const std::size_t first = first_of(row);
+    if (first == 0) continue;
+    out.integer(row);
     for (std::size_t i = 0; i < kRow; ++i) out.integer(counts_[first + i]);
   }
 }
@@ -51,10 +51,10 @@ void Histogram::write(ByteWriter& out) const {
 Histogram Histogram::read(ByteReader& in) {
   Histogram histogram;
   for (std::size_t rows = in.count(); rows > 1; --rows) {
-    const std::size_t exponent = in.index(histogram.row_of_.size());
-    in.require(histogram.row_of_[exponent] == 0);
-    histogram.add_row(exponent);
-    const std::size_t first = histogram.counts_.size() - kRow;
+    const std::size_t row = in.index(histogram.to_place_.size());
+    in.require(histogram.first_of(row) == 0);
+    histogram.add_row(row);
+    const std::size_t first = histogram.first_of(row);
     for (std::size_t i = 0; i < kRow; ++i) histogram.counts_[first + i] = in.integer();
   }
   return histogram;
@@ -63,26 +63,25 @@ Histogram Histogram::read(ByteReader& in) {
 std::vector<Histogram::Bucket> Histogram::buckets() const {
   std::vector<Bucket> buckets;
   std::uint64_t before = 0;
-  const auto add = [&](std::size_t exponent, std::size_t fraction) {
-    const std::size_t place = (std::size_t{row_of_[exponent]} << kFractionBits) + fraction;
+  const auto add = [&](std::size_t row, std::size_t i) {
+    const std::size_t place = first_of(row) + i;
     if (counts_[place] == 0) return;
-    const std::uint64_t first = std::uint64_t{exponent % kNegative << kFractionBits | fraction}
-                                << kShift;
+    const std::uint64_t first = std::uint64_t{row % kNegative << kRowBits | i} << kShift;
     const std::uint64_t last = first + (std::uint64_t{1} << kShift) - 1;
     double low = std::bit_cast<double>(first);
     if (std::isnan(low)) return;
     double high = std::isinf(low) ? low : std::bit_cast<double>(last);
-    if (exponent >= kNegative) low = -std::exchange(high, -low);
+    if (row >= kNegative) low = -std::exchange(high, -low);
     buckets.push_back({low, high, counts_[place], before, place});
     before += counts_[place];
   };
-  for (std::size_t exponent = 2 * kNegative; exponent-- > kNegative;) {
-    if (row_of_[exponent] == 0) continue;
-    for (std::size_t fraction = kRow; fraction-- > 0;) add(exponent, fraction);
+  for (std::size_t row = 2 * kNegative; row-- > kNegative;) {
+    if (first_of(row) == 0) continue;
+    for (std::size_t i = kRow; i-- > 0;) add(row, i);
   }
-  for (std::size_t exponent = 0; exponent < kNegative; ++exponent) {
-    if (row_of_[exponent] == 0) continue;
-    for (std::size_t fraction = 0; fraction < kRow; ++fraction) add(exponent, fraction);
+  for (std::size_t row = 0; row < kNegative; ++row) {
+    if (first_of(row) == 0) continue;
+    for (std::size_t i = 0; i < kRow; ++i) add(row, i);
   }
   return buckets;
 }

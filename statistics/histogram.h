@@ -18,8 +18,8 @@ namespace vostrel {
 /// seven bits of the fraction, so its width is 1/128 of its values or less. Buckets have the order
 /// of their values.
 ///
-/// Takes a kilobyte of memory for each exponent that occurs. buckets() leaves NaN out if it is
-/// quiet, as every computed NaN is.
+/// Two exponents share a row of buckets. Takes two kilobytes of memory for each row with values.
+/// buckets() leaves NaN out if it is quiet, as every computed NaN is.
 class Histogram {
  public:
   /// Counts a value.
@@ -34,11 +34,11 @@ class Histogram {
   void write(ByteWriter& out) const;
   static Histogram read(ByteReader& in);
 
-  /// The index of the bucket of `value`, below places(). For an exponent that has not occurred, an
-  /// index below 128, which no bucket uses.
+  /// The index of the bucket of `value`, below places(). For a row that has no values, an index
+  /// below 256, which no bucket uses.
   std::size_t place(double value) const {
-    const std::uint64_t bits = std::bit_cast<std::uint64_t>(value) >> kShift;
-    return (std::size_t{row_of_[bits >> kFractionBits]} << kFractionBits) + (bits & (kRow - 1));
+    const std::uint32_t bits = leading_bits(value);
+    return bits + to_place_[bits >> kRowBits];
   }
   /// One more than the highest index.
   std::size_t places() const { return counts_.size(); }
@@ -56,20 +56,41 @@ class Histogram {
   std::vector<Bucket> buckets() const;
 
  private:
-  static constexpr int kFractionBits = 7;
-  static constexpr int kShift = 52 - kFractionBits;
-  static constexpr std::size_t kRow = std::size_t{1} << kFractionBits;
+  static constexpr int kShift = 45;   // to the sign, the exponent and seven bits of the fraction
+  static constexpr int kRowBits = 8;  // one of the exponent, and the seven
+  static constexpr std::size_t kRow = std::size_t{1} << kRowBits;
+  using ToPlace = std::array<std::uint32_t, (std::size_t{1} << (64 - kShift)) / kRow>;
+
+  static std::uint32_t leading_bits(double value) {
+    return static_cast<std::uint32_t>(std::bit_cast<std::uint64_t>(value) >> kShift);
+  }
+
+  // All rows at the index 0.
+  static constexpr ToPlace no_rows() {
+    ToPlace to_place{};
+    for (std::size_t row = 0; row < to_place.size(); ++row) {
+      to_place[row] = 0 - static_cast<std::uint32_t>(row << kRowBits);
+    }
+    return to_place;
+  }
 
   std::size_t place_or_new(double value) {
     const std::size_t found = place(value);
     if (found >= kRow) [[likely]]
       return found;
-    add_row(std::bit_cast<std::uint64_t>(value) >> 52);
+    add_row(leading_bits(value) >> kRowBits);
     return place(value);
   }
-  void add_row(std::size_t exponent);
+  void add_row(std::size_t row);
 
-  std::array<std::uint16_t, 4096> row_of_{};  // by sign and exponent; 0 where none has occurred
+  // The index of the first bucket of a row, or 0 if it has no values.
+  std::size_t first_of(std::size_t row) const {
+    return static_cast<std::uint32_t>(row << kRowBits) + to_place_[row];
+  }
+
+  // By row, what to add to leading bits, modulo 2^32. It takes fewer instructions than a table of
+  // first indices.
+  ToPlace to_place_ = no_rows();
   std::vector<std::uint64_t> counts_ = std::vector<std::uint64_t>(kRow);
 };
 
