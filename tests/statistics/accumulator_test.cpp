@@ -199,7 +199,7 @@ TEST(InOrderAccumulator, MatchesUtilsForAMedianOfAnInfinityAndANumber) {
   Data norm = both;
   for (std::size_t i = 0; i < 20000; ++i) {
     if (i / 5000 % 3 != 0) continue;
-    both.estimate[i] = kInfinity;
+    both.estimate[i] = -kInfinity;
     norm.reference[i] = -1;  // only the normalized residual is infinite
   }
   expect_the_class(both, random, "half of both infinite");
@@ -612,6 +612,7 @@ TEST(ExtendedStatistics, AreNaNWithoutObjectsAndWithANaN) {
     const Data data = {residuals, Values(residuals.size())};
     const auto in_memory = vostrel::extended_statistics(data.reference, data.estimate, kExtras);
     const auto in_blocks = merged(vostrel::Accumulator(kExtras), data, 2, random).extended_result();
+    EXPECT_TRUE(std::isnan(in_blocks.point.norm.mad));
     for (const auto& found : {in_memory, in_blocks}) {
       const auto& [bias, sigma_iqr, sigma_mad, outlier_rate] = found.lsst;
       Values numbers = {found.norm.median, found.norm.sigma_68, found.norm.sigma_iqr, bias,
@@ -632,6 +633,12 @@ TEST(ExtendedStatistics, TheMedianIsThatOfOneOrTwoObjectsAndBetweenInfinities) {
   EXPECT_EQ(vostrel::extended_statistics(Values{1, 2}, Values{0, 0}, {}).delta.median, 1.5);
   const Values infinities = {kInfinity, 1, -kInfinity};
   EXPECT_EQ(vostrel::extended_statistics(infinities, Values(3), {}).delta.median, 1);
+}
+
+// The difference, 2^53 + 1, rounds to 2^53. NumPy subtracts half of it from the upper value.
+TEST(ExtendedStatistics, APercentileHalfwayIsNumPys) {
+  const auto found = vostrel::extended_statistics(Values{1, 0x1p53 + 2}, Values(2), {{50}, {}});
+  EXPECT_EQ(found.delta.percentiles, Values{0x1p52 + 2});
 }
 
 // (a + b) / 2 overflows, so all distances from the median are infinite. Those of infinities from

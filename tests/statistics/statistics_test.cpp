@@ -254,6 +254,14 @@ TEST(Medians, CountEachOfManyNeighboursOnce) {
   EXPECT_EQ(vostrel::median(values), 1 + 50'000 * 0x1p-40);
 }
 
+// The values after NaN are sorted, and the two in the middle are the lowest of them.
+TEST(Medians, AreAmongManyValuesAfterNaN) {
+  std::vector<double> values(40'000);
+  for (std::size_t i = 0; i < values.size(); ++i) values[i] = static_cast<double>(i);
+  values[19'998] = kNaN;
+  EXPECT_EQ(vostrel::median(values), 19'999.5);
+}
+
 // ---- outliers ----
 
 using Counts = std::array<std::uint64_t, 5>;
