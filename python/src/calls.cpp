@@ -1,7 +1,6 @@
 #include "python/src/calls.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <stdexcept>
 
@@ -103,15 +102,9 @@ void check_ranks(const std::vector<std::uint64_t>& ranks, std::size_t n) {
   }
 }
 
-std::vector<double> numbers_of(const ResidualStatistics& statistics) {
-  std::vector<double> numbers;
-  numbers.reserve(kStatistics.size());
-  for (const Statistic& statistic : kStatistics) numbers.push_back(statistics.*statistic.member);
-  return numbers;
-}
-
 std::vector<double> numbers_of(const ResidualStatistics& statistics, const Quantiles& q) {
-  std::vector<double> numbers = numbers_of(statistics);
+  std::vector<double> numbers;
+  for (const Statistic& statistic : kStatistics) numbers.push_back(statistics.*statistic.member);
   numbers.insert(numbers.end(), {q.median, q.sigma_68, q.sigma_iqr});
   numbers.insert(numbers.end(), q.percentiles.begin(), q.percentiles.end());
   numbers.insert(numbers.end(), q.outliers.begin(), q.outliers.end());

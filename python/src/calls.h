@@ -54,10 +54,8 @@ auto array_of(const Values& values) {
 /// Throws ValueError unless the ranks are below n.
 void check_ranks(const std::vector<std::uint64_t>& ranks, std::size_t n);
 
-/// The numbers in the order of kStatistics.
-std::vector<double> numbers_of(const ResidualStatistics& statistics);
-
-/// The same, then the median, sigma_68, sigma_iqr, the percentiles and the outlier percentages.
+/// The numbers in the order of kStatistics, then the median, sigma_68, sigma_iqr, the percentiles
+/// and the outlier percentages.
 std::vector<double> numbers_of(const ResidualStatistics& statistics, const Quantiles& quantiles);
 inline std::vector<double> numbers_of(const Found& found) {
   return numbers_of(found.statistics, found.quantiles);
