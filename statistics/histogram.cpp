@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "floating_point.h"
 
@@ -96,18 +95,23 @@ double Guess::slope(std::size_t i) const {
   return std::isfinite(slope) ? std::clamp(slope, -1.0, 1.0) : 0;
 }
 
+// The first bucket that isn't below the value, or one more than the last.
+std::size_t Guess::first_not_below(double value) const {
+  const auto is_below = [](const Histogram::Bucket& b, double v) { return b.high < v; };
+  const auto found = std::lower_bound(buckets_.begin(), buckets_.end(), value, is_below);
+  return static_cast<std::size_t>(found - buckets_.begin());
+}
+
 double Guess::below(double value) const {
-  const auto bucket =
-      std::lower_bound(buckets_.begin(), buckets_.end(), value,
-                       [](const Histogram::Bucket& b, double v) { return b.high < v; });
-  if (bucket == buckets_.end()) {
+  const std::size_t i = first_not_below(value);
+  if (i == buckets_.size()) {
     return static_cast<double>(buckets_.back().before + buckets_.back().count);
   }
-  const auto before = static_cast<double>(bucket->before);
-  if (value <= bucket->low || !(width(*bucket) > 0)) return before;
-  const double u = (value - bucket->low) / width(*bucket);
-  const double s = slope(static_cast<std::size_t>(bucket - buckets_.begin()));
-  return before + static_cast<double>(bucket->count) * (u + s / 2 * (u * u - u));
+  const auto& bucket = buckets_[i];
+  const auto before = static_cast<double>(bucket.before);
+  if (value <= bucket.low || !(width(bucket) > 0)) return before;
+  const double u = (value - bucket.low) / width(bucket);
+  return before + static_cast<double>(bucket.count) * (u + slope(i) / 2 * (u * u - u));
 }
 
 double Guess::value(double rank) const {
@@ -125,12 +129,10 @@ double Guess::value(double rank) const {
 }
 
 std::pair<double, double> Guess::density(double value) const {
-  const auto bucket =
-      std::lower_bound(buckets_.begin(), buckets_.end(), value,
-                       [](const Histogram::Bucket& b, double v) { return b.high < v; });
-  if (bucket == buckets_.end() || value < bucket->low || !(width(*bucket) > 0)) return {0, 0};
-  const auto count = static_cast<double>(bucket->count);
-  return {count / width(*bucket), count};
+  const std::size_t i = first_not_below(value);
+  if (i == buckets_.size() || value < buckets_[i].low || !(width(buckets_[i]) > 0)) return {0, 0};
+  const auto count = static_cast<double>(buckets_[i].count);
+  return {count / width(buckets_[i]), count};
 }
 
 }  // namespace vostrel

@@ -111,6 +111,7 @@ class Guess {
 
  private:
   double slope(std::size_t i) const;
+  std::size_t first_not_below(double value) const;
 
   const std::vector<Histogram::Bucket>& buckets_;
 };
