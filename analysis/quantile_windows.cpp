@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
-#include <optional>
 
 #include "floating_point.h"
 #include "statistics/also_for_avx2.h"

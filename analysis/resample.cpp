@@ -1,5 +1,6 @@
 #include "analysis/resample.h"
 
+#include <bit>
 #include <cstring>
 
 namespace vostrel {

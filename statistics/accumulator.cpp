@@ -1,7 +1,5 @@
 #include "statistics/accumulator.h"
 
-#include <algorithm>
-#include <cmath>
 #include <stdexcept>
 #include <utility>
 

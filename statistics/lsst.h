@@ -3,7 +3,7 @@
 #ifndef VOSTREL_STATISTICS_LSST_H
 #define VOSTREL_STATISTICS_LSST_H
 
-#include <cmath>
+#include <algorithm>
 #include <cstdint>
 
 #include "statistics/quantiles.h"

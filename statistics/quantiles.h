@@ -4,7 +4,6 @@
 #define VOSTREL_STATISTICS_QUANTILES_H
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdint>
 

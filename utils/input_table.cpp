@@ -1,7 +1,6 @@
 // Reads the user's comma-separated table and writes the intermediate file.
 
 #include <cstddef>
-#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <optional>

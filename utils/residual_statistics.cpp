@@ -1,7 +1,6 @@
 // The residuals and their statistics. Each statistic exists twice: for delta and for deltaNorm.
 
 #include <array>
-#include <cmath>
 #include <cstddef>
 #include <limits>
 #include <new>
