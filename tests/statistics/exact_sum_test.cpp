@@ -57,6 +57,8 @@ TEST(ExactSum, RoundsOnce) {
       {{0.1, 0.2, -0.3}, 0x1p-55},  // the doubles 0.1 and 0.2 are too large, 0.3 is too small
       {{0x1p53, 1}, 0x1p53},        // a tie goes to the even neighbour
       {{1, 0x1p-53}, 1},
+      {{0x1p53, 1, 0x1p-20}, 0x1p53 + 2},  // the rest is in one of the next words
+      {{0x1p53, 1, 0x1p-40}, 0x1p53 + 2},
       {{0x1p53, 1, 0x1p-1000}, 0x1p53 + 2},
       {{0x1p53 + 2, 1}, 0x1p53 + 4},
       {{0x1p63, 0x401}, 0x1p63 + 0x800},
