@@ -239,43 +239,6 @@ def test_ways_to_store_columns_in_hdf5(evaluate, columns, monkeypatch, options):
     )
 
 
-@pytest.mark.parametrize("case", [
-    "plain", "appended", "latest", "large chunks", "big-endian", "single precision", "two lengths",
-    "never written", "user block", "gzip", "short runs", "one contiguous",
-])
-def test_chunks_of_hdf5_have_the_bits_of_h5py(columns, monkeypatch, case):
-    monkeypatch.setattr(_readers, "ROWS", 1000)
-    monkeypatch.setattr(_hdf5, "SHORT", 10000 if case == "short runs" else 1)
-    kind = {"big-endian": ">f8", "single precision": "f4"}.get(case, "f8")
-    how = {"gzip": {"compression": "gzip"}}.get(case, {})
-    lengths = {"large chunks": (5000, 5000), "two lengths": (500, 700),
-               "one contiguous": (None, 700)}.get(case, (700, 700))
-    with h5py.File("t.hdf5", "w", libver="latest" if case == "latest" else None,
-                   userblock_size=512 if case == "user block" else 0) as file:
-        for name, length in zip(("zspec", "zphot"), lengths):
-            if length:
-                how |= {"chunks": (length,), "maxshape": (6000,)}
-            file.create_dataset(name, (3000,), kind, **how)
-        step = 3000 if case == "plain" else 700
-        for start in range(0, 3000, step):  # the chunks of the two columns take turns
-            for name in ("zspec", "zphot"):
-                if case != "never written" or start != 700:
-                    part = slice(start, start + step)
-                    file[name][part] = columns[name][part]
-        file["end"] = columns["zspec"]
-    reads = []
-    method = _hdf5.Hdf5._read
-    monkeypatch.setattr(_hdf5.Hdf5, "_read", lambda *args: reads.append(1) or method(*args))
-    parts = list(_hdf5.Hdf5("t.hdf5", None).chunks(["zspec", "zphot"], ()))
-    with h5py.File("t.hdf5") as file:
-        for name in ("zspec", "zphot"):
-            found = np.concatenate([part[name] for part in parts])
-            assert found.tobytes() == file[name][()].astype(found.dtype).tobytes()
-        is_used = case in {"plain", "appended", "latest", "large chunks", "big-endian",
-                           "single precision"} and hasattr(file["zspec"].id, "chunk_iter")
-    assert bool(reads) != is_used
-
-
 def test_kept_arrays_keep_no_others_in_memory():
     table = np.arange(12.0).reshape(2, 6)
     for values, is_kept in [
