@@ -104,6 +104,7 @@ void check_ranks(const std::vector<std::uint64_t>& ranks, std::size_t n) {
 
 std::vector<double> numbers_of(const ResidualStatistics& statistics, const Quantiles& q) {
   std::vector<double> numbers;
+  numbers.reserve(kStatistics.size());
   for (const Statistic& statistic : kStatistics) numbers.push_back(statistics.*statistic.member);
   numbers.insert(numbers.end(), {q.median, q.sigma_68, q.sigma_iqr});
   numbers.insert(numbers.end(), q.percentiles.begin(), q.percentiles.end());
