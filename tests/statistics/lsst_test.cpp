@@ -34,7 +34,7 @@ TEST(LsstMetrics, InterpolateBetweenTwoRanks) {
 
 TEST(LsstMetrics, TheOutlierBoundIsNeverBelowSixPercent) {
   const LsstMetrics metrics =
-      metrics_of({0, 0, 0, 0, 0, 0, 0, 0}, {0, 0, 0, 0, 0, 0, 0.06, 0.0601});
+      metrics_of({0, 0, 0, 0, 0, 0, 0, 0}, {0, 0, 0, 0, 0, 0, 0.06, std::nextafter(0.06, 1)});
   EXPECT_EQ(metrics.outlier_rate, 0.125);
 }
 

@@ -270,6 +270,9 @@ TEST(CountOutliers, IsStrictAndMeasuresFromZero) {
   // Beyond 0.15, 0.1, 0.2, 0.3 (in doubles 3 * 0.1 exceeds 0.3) and 0.4.
   EXPECT_EQ(vostrel::count_outliers(std::vector{0.1, -0.2, 0.3, -0.4}, 0.1),
             (Counts{3, 3, 2, 1, 0}));
+  const std::vector<double> barely_beyond = {std::nextafter(2.0, 9), std::nextafter(3.0, 9),
+                                             std::nextafter(4.0, 9)};
+  EXPECT_EQ(vostrel::count_outliers(barely_beyond, 1), (Counts{3, 3, 3, 2, 1}));
   EXPECT_EQ(vostrel::count_outliers({}, 0.1), Counts{});
 }
 
