@@ -51,6 +51,12 @@ def test_awkward_numbers(rng):
         )
 
 
+def test_a_bias_of_zero_has_no_sign():
+    for size in (1, 2, 3, 20_000):
+        reference = np.full(size, -2.0)  # e = 0 / -1 = -0
+        assert same_bits(found(reference, reference)[0], 0.0)
+
+
 def test_one_value(rng):
     assert found(np.ones(100_000), np.full(100_000, 1.5)) == (0.25, 0, 0, 1)
 
