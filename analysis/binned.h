@@ -110,7 +110,7 @@ class BinnedAccumulator {
 
   const Bins& bins() const { return bins_; }
 
-  /// Makes room for the bins of `size` objects. With exact sums, it does nothing.
+  /// Makes room for the bins of `size` objects, if it keeps them.
   void reserve(std::size_t size) {
     if (keeps_bins()) found_.reserve(size);
   }

@@ -97,7 +97,7 @@ void set_order_statistics(Found& found, std::uint64_t n, const Wanted& wanted, V
     q.percentiles.push_back(percentile(n, percent, value));
   }
   const auto error = lsst_errors(n, value);
-  found.lsst.bias = middle_value(n, error) + 0.0;  // a zero is 0, as of numpy.median
+  found.lsst.bias = middle_value(n, error) + 0.0;  // never -0, as numpy.median
   found.lsst.sigma_iqr = sigma_iqr(n, error);
 }
 

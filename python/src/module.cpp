@@ -45,7 +45,7 @@ std::optional<FoundOfBoth> find_in_rows(Rows& rows, const Wanted& wanted, bool o
 }
 
 // Returns (n, n_masked, n_nan, numbers): (delta, norm, lsst), or None if there is NaN that isn't
-// left out. Nothing looks for NaN unless `has_nan`: it then counts as in the program.
+// left out. Without `has_nan` nothing looks for NaN, which then counts as in the program.
 py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, bool omit_nan,
                                    const std::vector<double>& percentiles,
                                    const std::vector<double>& outliers, bool has_nan) {

@@ -57,7 +57,7 @@ def point_statistics(
 ) -> tuple[int, int, int, _Found | None]:
     """Return n, n_masked, n_nan and the numbers, or None if there is NaN that isn't omitted.
 
-    Nothing looks for NaN unless `has_nan`. NaN then counts as in the program.
+    Without `has_nan` nothing looks for NaN, which then counts as in the program.
     """
 
 def binned_statistics(
