@@ -1,5 +1,7 @@
 #include "statistics/accumulator.h"
 
+#include <algorithm>
+#include <cmath>
 #include <stdexcept>
 #include <utility>
 
@@ -124,6 +126,15 @@ typename BasicAccumulator<Sum>::Step BasicAccumulator<Sum>::keep_all() {
   kept_[0].reserve(size_);
   kept_[1].reserve(size_);
   return Step::kKeepAll;
+}
+
+template <class Sum>
+bool BasicAccumulator<Sum>::has_nan() const {
+  if (!keeps_) return delta_.has_nan() || norm_.has_nan();
+  return std::any_of(kept_.begin(), kept_.end(), [](const std::vector<double>& column) {
+    return std::any_of(column.begin(), column.end(),
+                       [](double value) { return std::isnan(value); });
+  });
 }
 
 template <class Sum>

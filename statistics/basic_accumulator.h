@@ -53,6 +53,8 @@ class BasicAccumulator {
   bool end_pass();
   bool needs_another_pass() const { return step_ != Step::kDone; }
   std::uint64_t size() const { return step_ == Step::kFirst ? seen_ : size_; }
+  /// Whether there is NaN among the residuals of the first pass. Those of a NaN are NaN.
+  bool has_nan() const;
   FoundOfBoth result(const Checkpoint& checkpoint = [] {}) const;
   const Wanted& wanted() const { return wanted_; }
 

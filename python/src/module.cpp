@@ -30,16 +30,18 @@ namespace vostrel::python {
 
 namespace {
 
-// Makes all passes. Returns nothing, early, if there is NaN and it isn't left out. Requires: the
-// GIL is released.
-std::optional<FoundOfBoth> find_in_rows(Rows& rows, const Wanted& wanted, bool omit_nan) {
-  const auto must_end = [&] { return !omit_nan && rows.nan() != 0; };
+// Makes all passes. Returns nothing, early, if there is NaN that is refused. The sums of the first
+// pass tell of NaN, which saves a search. Requires: the GIL is released.
+std::optional<FoundOfBoth> find_in_rows(Rows& rows, const Wanted& wanted, bool refuse_nan) {
   InOrderAccumulator passes(wanted);
   do {
-    for_each_block(rows, [&](const Block& block) {
-      if (!must_end()) passes.add(block.reference, block.estimate);
-    });
-    if (must_end()) return std::nullopt;
+    for_each_block(rows, [&](const Block& block) { passes.add(block.reference, block.estimate); });
+    if (refuse_nan && passes.has_nan()) {
+      refuse_nan = false;  // infinities, too, can make a residual NaN
+      rows.look_for_nan();
+      for_each_block(rows, [](const Block&) {});
+      if (rows.nan() != 0) return std::nullopt;
+    }
   } while (passes.end_pass());
   return passes.result(check_signals);
 }
@@ -50,12 +52,13 @@ py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, 
                                    const std::vector<double>& percentiles,
                                    const std::vector<double>& outliers, bool has_nan) {
   Rows rows = rows_of(columns, masks, omit_nan);
-  if (!has_nan) rows.expect_no_nan();
+  const bool refuse_nan = has_nan && !omit_nan;
+  if (!has_nan || refuse_nan) rows.expect_no_nan();
   const Wanted wanted({percentiles, outliers});
   std::optional<FoundOfBoth> found;
   {
     const py::gil_scoped_release release;
-    found = find_in_rows(rows, wanted, omit_nan);
+    found = find_in_rows(rows, wanted, refuse_nan);
   }
   return py::make_tuple(rows.kept(), rows.masked(), rows.nan(),
                         found ? py::object(numbers_of(*found)) : py::object(py::none()));

@@ -28,20 +28,16 @@ Rows::Rows(std::size_t size, std::vector<Column> columns, std::vector<Mask> mask
       values_(columns_.size()),
       room_(columns_.size()) {}
 
-void Rows::rewind() {
-  if (position_ == size_) {
-    passed_ = true;
-    kept_before_ = kept_;
-    look_for_nan_ = nan_ != 0;
-  }
-  position_ = kept_ = masked_ = nan_ = 0;
-}
+void Rows::rewind() { position_ = kept_ = masked_ = nan_ = 0; }
 
 bool Rows::next() {
   if (position_ == size_) {
     if (passed_ && kept_ != kept_before_) {
       throw std::runtime_error("the arrays were changed while they were read");
     }
+    passed_ = true;
+    kept_before_ = kept_;
+    look_for_nan_ = nan_ != 0;
     return false;
   }
   first_ = position_;

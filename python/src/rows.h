@@ -33,6 +33,8 @@ class Rows {
 
   /// Skips the search for NaN from now on.
   void expect_no_nan() { look_for_nan_ = false; }
+  /// Searches in the next pass.
+  void look_for_nan() { look_for_nan_ = true; }
 
   /// Starts another pass.
   void rewind();

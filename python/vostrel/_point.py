@@ -102,14 +102,11 @@ def point_statistics(
 
 
 def statistics_of(
-    columns: Columns, nan_policy: NanPolicy, asked: Asked = Asked(), has_nan: bool = True
+    columns: Columns, nan_policy: NanPolicy, asked: Asked = Asked()
 ) -> PointStatistics:
-    """Return the statistics of columns that are read once: some streams can't be read again.
-
-    `has_nan` is False if it is known that there is none, which saves the search.
-    """
+    """Return the statistics of columns that are read once: some streams can't be read again."""
     n, n_masked, n_nan, numbers = _core.point_statistics(
-        columns.values, columns.masks, nan_policy == "omit", *asked, has_nan
+        columns.values, columns.masks, nan_policy == "omit", *asked
     )
     check_counts(nan_policy, n, n_masked, n_nan, columns)
     return made_of((n, n_masked, n_nan), numbers, asked)

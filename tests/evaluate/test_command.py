@@ -128,10 +128,20 @@ def values(text, estimate, edge=""):
 
 def test_several_estimates_are_judged_on_the_same_objects(evaluate, survey):
     survey["forest"][:100] = np.nan
-    pd.DataFrame(survey).to_csv("survey.csv", index=False)
-    out = evaluate("survey.csv", "zspec", "zphot", "forest", "--format", "csv")
+    pd.DataFrame(survey).to_csv("survey.csv", index=False, na_rep="nan")
     s = vostrel.point_statistics(survey["zspec"][100:], survey["zphot"][100:])
-    assert float(values(out, "zphot")["norm_nmad"]["value"]) == s.norm.nmad
+    # Only the used objects need memory: more would be refused.
+    memory = str((len(survey["zspec"]) - 50) * 24 / 2**30)
+    for words in ([], ["--errors", "formula", "--memory", memory]):
+        found = json.loads(
+            evaluate("survey.csv", "zspec", "zphot", "forest", "--format", "json", *words)
+        )
+        assert (found["rows"]["nan"], found["rows"]["columns"]["forest"]["nan"]) == (100, 100)
+        (nmad,) = [
+            one["value"] for one in found["statistics"]
+            if (one["estimate"], one["residual"], one["statistic"]) == ("zphot", "norm", "nmad")
+        ]
+        assert (found["rows"]["used"], nmad) == (s.n, s.norm.nmad)
 
 
 @pytest.mark.parametrize("bins, same", [

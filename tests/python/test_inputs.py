@@ -212,17 +212,23 @@ def test_nan_policies():
     assert np.isnan(numbers(s)).all()
 
 
-def test_nan_is_found_at_each_place():
-    for n in (1, 2, 3, 4096, 4099):
-        for place in {0, n // 2 - 1, n // 2, n - 1}:
-            column = np.ones(n)
+@pytest.mark.parametrize("first", [1, np.inf, -1])  # inf - inf and 0 / 0 are NaN, too
+def test_nan_is_found_at_each_place(first):
+    for n in (2, 3, 4096, 4099, 20_000):
+        for place in {1, n // 2 - 1, n // 2, n - 1} - {0}:
+            column = np.array([first, *np.ones(n - 1)])
+            estimate = column.copy()
             column[place] = np.nan
-            assert vostrel.point_statistics(column, np.ones(n), nan_policy="propagate").n_nan == 1
+            for one, other in [(column, estimate), (estimate, column)]:
+                assert vostrel.point_statistics(one, other, nan_policy="propagate").n_nan == 1
 
 
-def test_without_nan_the_policies_agree():
+@pytest.mark.parametrize("size, first", [(100, 0), (20_000, 0), (100, np.inf), (20_000, np.inf)])
+def test_without_nan_the_policies_agree(size, first):
+    reference, estimate = np.resize(REFERENCE, size), np.resize(ESTIMATE, size)
+    reference[0] = estimate[0] = first
     results = {
-        vostrel.point_statistics(REFERENCE, ESTIMATE, nan_policy=policy)
+        str(vostrel.point_statistics(reference, estimate, nan_policy=policy))
         for policy in ("raise", "omit", "propagate")
     }
     assert len(results) == 1

@@ -6,7 +6,7 @@ import os
 from collections import deque
 from collections.abc import Callable, Iterator, Mapping
 from dataclasses import dataclass, field
-from itertools import chain
+from itertools import chain, repeat
 from typing import TYPE_CHECKING, Any, Literal, TypeVar
 
 import numpy as np
@@ -20,7 +20,7 @@ from vostrel._point import statistics_of
 from vostrel._results import BinnedStatistics, PointStatistics, Uncertainties
 from vostrel.evaluate._errors import EvaluateError
 from vostrel.evaluate._readers import address
-from vostrel.evaluate._rows import Counts, Objects, Roles, Room, Selection
+from vostrel.evaluate._rows import Counts, Objects, Roles, Selection, without_nan
 
 if TYPE_CHECKING:  # takes as long to import as this package
     from numpy.typing import NDArray
@@ -81,19 +81,26 @@ def evaluate(
     """Return all numbers. `watch` sees the objects of the first pass."""
     counts = Counts()
     results = Results(counts)
-    store = Store()
-    chunks = _watched(selection, progress, counts, watch, store.room)
+    # The statistics find NaN sooner than a search, if they see all columns.
+    store = Store(may_have_nan=watch is None and selection.roles.by is None)
+    chunks = _watched(selection, progress, counts, watch, store)
     for objects in chunks:
         store.add(objects)
+        if store.nbytes > options.memory:
+            store.leave_out_nan(counts)
         if store.nbytes > options.memory:
             refuse_large(options)
             del objects  # it would keep the mapped file
             _in_passes(results, selection, options, chain(store.parts(), chunks), progress)
             return results
-    if not counts.used:
-        raise EvaluateError(f"no objects are left: {counts_text(counts)}")
-    results.columns, groups = store.columns()
-    _in_memory(results, selection.roles, groups, options, progress)
+    roles = selection.roles
+    results.points = _points(store, counts, roles, options)
+    if any(points.n_nan for points in results.points.values()):
+        store.leave_out_nan(counts)
+        results.points = _points(store, counts, roles, options)
+    results.columns, labels = store.columns(), store.labels()
+    del store  # errors copy columns in several arrays
+    _in_memory(results, roles, labels, options, progress)
     return results
 
 
@@ -122,9 +129,11 @@ def _watched(
     progress: Progress,
     counts: Counts,
     watch: Callable[[Objects], None] | None,
-    room: Room,
+    store: Store,
 ) -> Iterator[Objects]:
-    for objects in selection.objects(counts, room):
+    for objects in selection.objects(counts, store.room):
+        if not store.may_have_nan:
+            objects = without_nan(objects, counts)
         if watch is not None:
             watch(objects)
         progress("reading", counts.read, selection.rows)
@@ -134,7 +143,8 @@ def _watched(
 class Store:
     """Objects that are kept in memory, in the arrays that were read."""
 
-    def __init__(self) -> None:
+    def __init__(self, may_have_nan: bool = False) -> None:
+        self.may_have_nan = may_have_nan
         self._parts: deque[Objects] = deque()
         self._rooms: dict[str, NDArray[np.float64]] | None = {}
         self.nbytes = 0
@@ -164,20 +174,32 @@ class Store:
         rooms[name] = rooms[name][len(values) :]
         return values
 
+    def leave_out_nan(self, counts: Counts) -> None:
+        """Leave out the objects with NaN, unless that is done."""
+        for _ in range(len(self._parts) if self.may_have_nan else 0):
+            part = without_nan(self._parts.popleft(), counts)
+            if len(part):
+                self._parts.append(part)
+        self.may_have_nan = False
+        self.nbytes = sum(part.nbytes for part in self._parts)
+
     def parts(self) -> Iterator[Objects]:
         """Yield the chunks, and keep them no more."""
         self._rooms = None
         while self._parts:
             yield self._parts.popleft()
 
-    def columns(self) -> tuple[dict[str, Any], NDArray[Any] | None]:
-        """Return the numbers by name and the labels of all chunks, and keep no more."""
-        parts = list(self.parts())
-        numbers = {
-            name: joined([part.numbers[name] for part in parts]) for name in parts[0].numbers
+    def columns(self) -> dict[str, Any]:
+        """Return the numbers of all chunks by name."""
+        return {
+            name: joined([part.numbers[name] for part in self._parts])
+            for name in self._parts[0].numbers
         }
-        labels = [part.groups for part in parts if part.groups is not None]
-        return numbers, np.concatenate(labels) if labels else None
+
+    def labels(self) -> NDArray[Any] | None:
+        """Return the labels of all chunks."""
+        labels = [part.groups for part in self._parts if part.groups is not None]
+        return np.concatenate(labels) if labels else None
 
 
 def alone(values: NDArray[Any]) -> NDArray[Any]:
@@ -213,11 +235,27 @@ def owner(values: Any) -> Any:
 # ---- in memory -----------------------------------------------------------------------------------
 
 
+def _points(
+    store: Store, counts: Counts, roles: Roles, options: Options
+) -> dict[str, PointStatistics]:
+    """Return the statistics of all objects in the store, or that they have NaN."""
+    if not counts.used:
+        raise EvaluateError(f"no objects are left: {counts_text(counts)}")
+    columns = store.columns()
+    asked = read_asked(options.percentiles, options.outliers)
+    return for_each(
+        lambda name: statistics_of(
+            Columns([columns[roles.reference], columns[name]], []), "propagate", asked
+        ),
+        {name: name for name in roles.estimates},
+    )
+
+
 def _in_memory(
     results: Results, roles: Roles, labels: NDArray[Any] | None, options: Options,
     progress: Progress,
 ) -> None:
-    """Compute everything from the columns."""
+    """Add to the statistics everything else that is computed from the columns."""
     columns = results.columns
     assert columns is not None
     if options.errors != "none":  # errors need whole arrays
@@ -226,11 +264,6 @@ def _in_memory(
     reference = columns[roles.reference]
     estimates = {name: columns[name] for name in roles.estimates}
     groups = None if labels is None else labels_of(labels)
-    asked = read_asked(options.percentiles, options.outliers)
-    results.points = for_each(
-        lambda estimate: statistics_of(Columns([reference, estimate], []), "raise", asked, False),
-        estimates,
-    )
     _add_errors(results, reference, estimates, groups, options, progress)
     if options.bins is None:
         return
@@ -391,7 +424,7 @@ def _in_passes(
                 name: BinnedAccumulator(options.bins, range_of_by, **options.asked)
                 for name in roles.estimates
             }
-        chunks = selection.objects()
+        chunks = map(without_nan, selection.objects(again := Counts()), repeat(again))
     results.points = {name: state.result() for name, state in points.items()}
     results.bins = {name: state.result() for name, state in bins.items()}
 

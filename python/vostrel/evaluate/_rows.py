@@ -50,10 +50,31 @@ class Counts:
     #: The same three reasons for each column alone, among the rows that were selected.
     columns: dict[str, dict[str, int]] = field(default_factory=dict)
 
+    def leave_out(
+        self,
+        reason: str,
+        flags: Mapping[str, NDArray[np.bool_]],
+        keep: NDArray[np.bool_] | None,
+    ) -> NDArray[np.bool_] | None:
+        """Count the rows that are flagged in a column, and return which are still kept."""
+        for name, flag in flags.items():
+            if keep is not None:
+                flag = flag & keep
+            if name in self.columns:
+                self.columns[name][reason] += int(np.count_nonzero(flag))
+        if not flags:
+            return keep
+        union: NDArray[np.bool_] = np.logical_or.reduce(list(flags.values()))
+        left_out = union if keep is None else union & keep
+        count = int(np.count_nonzero(left_out))
+        setattr(self, reason, getattr(self, reason) + count)
+        self.used -= count
+        return ~union if keep is None else keep & ~union
+
 
 @dataclass
 class Objects:
-    """The used rows of a chunk: numbers by column, group labels, and where they come from."""
+    """Rows of a chunk: numbers by column, group labels, and where they come from."""
 
     numbers: dict[str, NDArray[np.float64]]
     groups: NDArray[Any] | None
@@ -69,6 +90,16 @@ class Objects:
         if self.kept is None:
             return np.arange(self.first, self.first + len(self))
         return self.first + np.flatnonzero(self.kept)
+
+    def only(self, keep: NDArray[np.bool_]) -> Objects:
+        """Return some of the objects."""
+        kept = keep
+        if self.kept is not None:
+            kept = self.kept.copy()
+            kept[kept] = keep
+        numbers = {name: values[keep] for name, values in self.numbers.items()}
+        groups = None if self.groups is None else self.groups[keep]
+        return Objects(numbers, groups, self.first, kept)
 
     @property
     def nbytes(self) -> int:
@@ -105,7 +136,7 @@ class Selection:
     def objects(
         self, counts: Counts | None = None, room: Room = lambda name, count: None
     ) -> Iterator[Objects]:
-        """Yield the used rows, and add up the counts."""
+        """Yield the used rows, and add up the counts. without_nan() leaves out those with NaN."""
         counts = Counts() if counts is None else counts
         text = {name for name in self._text if name}
         for name in self.roles.numbers:
@@ -116,53 +147,49 @@ class Selection:
     def _use(self, chunk: Mapping[str, NDArray[Any]], counts: Counts, room: Room) -> Objects:
         """Return the used rows of a chunk."""
         size = len(chunk[self._names[0]])
-        first = counts.read
-        counts.read += size
         numbers = {name: as_doubles(name, chunk[name], room) for name in self.roles.numbers}
-        keep = None if self.condition is None else self.condition.select(chunk)
-        if keep is not None:
-            counts.not_selected += size - int(np.count_nonzero(keep))
-        for reason, flags in self._reasons(chunk, numbers):
-            union: NDArray[np.bool_] | None = None
-            for name, flag in flags.items():
-                if keep is not None:
-                    flag = flag & keep
-                if name in counts.columns:
-                    counts.columns[name][reason] += int(np.count_nonzero(flag))
-                union = flag if union is None else union | flag
-            if union is not None:
-                before = size if keep is None else int(np.count_nonzero(keep))
-                keep = ~union if keep is None else keep & ~union
-                left_out = before - int(np.count_nonzero(keep))
-                setattr(counts, reason, getattr(counts, reason) + left_out)
         groups = None if self.roles.groups is None else data_of(chunk[self.roles.groups])
-        if keep is not None:
-            numbers = {name: values[keep] for name, values in numbers.items()}
-            groups = None if groups is None else groups[keep]
-        objects = Objects(numbers, groups, first, keep)
-        counts.used += len(objects)
-        return objects
+        objects = Objects(numbers, groups, counts.read, None)
+        keep = None if self.condition is None else self.condition.select(chunk)
+        selected = size if keep is None else int(np.count_nonzero(keep))
+        counts.read += size
+        counts.not_selected += size - selected
+        counts.used += selected
+        masks = self._masks(chunk)
+        keep = counts.leave_out("masked", masks, keep)
+        keep = counts.leave_out("missing", self._missing(numbers, masks), keep)
+        return objects if keep is None else objects.only(keep)
 
-    def _reasons(
-        self, chunk: Mapping[str, NDArray[Any]], numbers: Mapping[str, NDArray[np.float64]]
-    ) -> Iterator[tuple[str, dict[str, NDArray[np.bool_]]]]:
-        """Yield the reasons to leave rows out, each with the rows of each column."""
-        named = [*numbers] + ([self.roles.groups] if self.roles.groups else [])
+    def _masks(self, chunk: Mapping[str, NDArray[Any]]) -> dict[str, NDArray[np.bool_]]:
+        """Return what is masked in the columns that have a mask."""
+        named = [*self.roles.numbers] + ([self.roles.groups] if self.roles.groups else [])
         found = {name: mask_of(chunk[name]) for name in named}
-        masks = {name: mask for name, mask in found.items() if mask is not None}
-        yield "masked", masks
-        for reason, values in (("missing", self.missing), ("nan", (np.nan,))):
-            flags: dict[str, NDArray[np.bool_]] = {}
-            for name, column in numbers.items():
-                for value in values:
-                    if np.isnan(value) and not has_nan(column):
-                        continue
-                    flag = np.isnan(column) if np.isnan(value) else column == value
-                    if name in masks:
-                        flag &= ~masks[name]
-                    if flag.any():
-                        flags[name] = flag | flags[name] if name in flags else flag
-            yield reason, flags
+        return {name: mask for name, mask in found.items() if mask is not None}
+
+    def _missing(
+        self,
+        numbers: Mapping[str, NDArray[np.float64]],
+        masks: Mapping[str, NDArray[np.bool_]],
+    ) -> dict[str, NDArray[np.bool_]]:
+        """Return what is missing in the columns where anything is."""
+        flags: dict[str, NDArray[np.bool_]] = {}
+        for name, column in numbers.items():
+            for value in self.missing:
+                flag = np.isnan(column) if np.isnan(value) else column == value
+                if name in masks:
+                    flag &= ~masks[name]
+                if flag.any():
+                    flags[name] = flag | flags[name] if name in flags else flag
+        return flags
+
+
+def without_nan(objects: Objects, counts: Counts) -> Objects:
+    """Return the objects without NaN, and count the others."""
+    flags = {
+        name: np.isnan(values) for name, values in objects.numbers.items() if has_nan(values)
+    }
+    keep = counts.leave_out("nan", flags, None)
+    return objects if keep is None else objects.only(keep)
 
 
 def has_nan(values: NDArray[np.float64]) -> bool:
