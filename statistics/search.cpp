@@ -313,7 +313,7 @@ std::vector<std::pair<std::uint64_t, std::uint64_t>> Search::find_touched() {
       if (keys_of(bucket, key).low > keys.high) return false;
       inside += bucket.count;
       touched_.push_back({b, last_of_[bucket.place]});
-      last_of_[bucket.place] = touched_.size() - 1;
+      last_of_[bucket.place] = static_cast<std::uint32_t>(touched_.size() - 1);
       flags_[bucket.place] = 1;
       return true;
     };

@@ -150,7 +150,7 @@ class Search {
   // A bucket touches a bracket.
   struct Touched {
     std::size_t bracket;
-    std::size_t before;  // the same bucket's one before, or 0
+    std::uint32_t before;  // the same bucket's one before, or 0
   };
 
   Question ask(Asked asked);
@@ -174,7 +174,7 @@ class Search {
   std::vector<Bracket> brackets_;           // of this pass
   std::vector<std::uint8_t> flags_;         // by place: whether the bucket touches a bracket
   std::vector<Touched> touched_;            // the first is unused
-  std::vector<std::size_t> last_of_;        // by place: the last of `touched_`, or 0
+  std::vector<std::uint32_t> last_of_;      // by place: the last of `touched_`, or 0
 };
 
 }  // namespace vostrel
