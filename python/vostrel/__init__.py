@@ -29,6 +29,7 @@ instead of files.
 
 from typing import TYPE_CHECKING
 
+import vostrel._blas  # noqa: F401 - before anything imports NumPy
 from vostrel._accumulator import Accumulator
 from vostrel._binned import binned_statistics
 from vostrel._bootstrap import BootstrapDifference, bootstrap, bootstrap_difference

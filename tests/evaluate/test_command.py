@@ -309,3 +309,19 @@ def test_import_of_vostrel_does_not_load_this():
     code = "import sys, vostrel; print([m for m in sys.modules if 'evaluate' in m])"
     run = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True)
     assert run.stdout == "[]\n"
+
+
+@pytest.mark.parametrize("argv, original, threads", [
+    (["/usr/bin/vostrel-evaluate"], ["python3", "/usr/bin/vostrel-evaluate", "cat.csv"], "1"),
+    (["-m"], ["python3", "-X", "dev", "-m", "vostrel", "cat.csv"], "1"),
+    (["-m"], ["python3", "-m", "other", "vostrel"], None),
+    (["-m"], ["python3", "-mother"], None),
+    (["-c"], ["python3", "-c", "import vostrel"], None),
+    ([], [], None),
+])
+def test_only_the_program_limits_the_threads_of_blas(argv, original, threads):
+    code = (f"import os, sys; sys.argv, sys.orig_argv = {argv}, {original}; import vostrel; "
+            "print(os.environ.get('OPENBLAS_NUM_THREADS'))")
+    env = {name: value for name, value in os.environ.items() if name != "OPENBLAS_NUM_THREADS"}
+    words = [sys.executable, "-c", code]
+    assert subprocess.run(words, capture_output=True, env=env, text=True).stdout == f"{threads}\n"
