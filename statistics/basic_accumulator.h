@@ -51,6 +51,7 @@ class BasicAccumulator {
 
   void add(std::span<const double> reference, std::span<const double> estimate);
   bool end_pass();
+  bool is_in_first_pass() const { return step_ == Step::kFirst; }
   bool needs_another_pass() const { return step_ != Step::kDone; }
   std::uint64_t size() const { return step_ == Step::kFirst ? seen_ : size_; }
   /// Whether there is NaN among the residuals of the first pass. Those of a NaN are NaN.

@@ -24,6 +24,9 @@ namespace {
 // What was left out of a chunk: n_masked, n_nan, and the number of objects with NaN in each bin.
 using LeftOut = std::vector<std::uint64_t>;
 
+// So many objects are worth a state of their own, which is thrown away if there is NaN.
+constexpr std::size_t kMany = 100000;
+
 // Ends calls of add() in other threads.
 class Stop {
  public:
@@ -38,10 +41,23 @@ class Stop {
 
 // Adds all rows. Returns the number of objects with NaN in each bin.
 LeftOut add_rows(ExactAccumulator& passes, Rows& rows, const Stop& stop) {
-  for_each_block(rows, [&](const Block& block) {
-    stop.look();
-    passes.add(block.reference, block.estimate);
-  });
+  const auto add_to = [&](ExactAccumulator& some, bool until_nan) {
+    for_each_block(rows, [&](const Block& block) {
+      stop.look();
+      if (!until_nan || !some.has_nan()) some.add(block.reference, block.estimate);
+    });
+  };
+  if (passes.is_in_first_pass() && rows.size() >= kMany) {
+    rows.expect_no_nan();
+    ExactAccumulator added = passes.fresh();
+    add_to(added, true);
+    if (!added.has_nan()) {
+      passes.merge(added);
+      return {};
+    }
+    rows.look_for_nan();
+  }
+  add_to(passes, false);
   return {};
 }
 LeftOut add_rows(ExactBins& passes, Rows& rows, const Stop& stop) {

@@ -33,16 +33,18 @@ class Rows {
 
   /// Skips the search for NaN from now on.
   void expect_no_nan() { look_for_nan_ = false; }
-  /// Searches in the next pass.
-  void look_for_nan() { look_for_nan_ = true; }
+  /// Starts anew, with a search for NaN.
+  void look_for_nan() {
+    look_for_nan_ = true;
+    passed_ = false;
+  }
 
   /// Starts another pass.
   void rewind();
 
   /// Moves to the next block, which may be empty. Returns false at the end.
-  /// @throws std::runtime_error at the end of a pass that saw a different number of objects from
-  /// the
-  ///         previous one: the arrays have changed.
+  /// @throws std::runtime_error at the end of a pass that saw another number of objects than the
+  ///         one before: the arrays have changed.
   bool next();
 
   // The current block. Valid until next() or rewind().

@@ -223,6 +223,29 @@ def test_nan_is_found_at_each_place(first):
                 assert vostrel.point_statistics(one, other, nan_policy="propagate").n_nan == 1
 
 
+def test_nan_among_many_objects(rng):
+    """A whole pass may be over before a search for NaN begins."""
+    reference, estimate = redshifts(rng, 200_000)
+    keep = np.ones(200_000, bool)
+    keep[[7, -1]] = False
+    expected = vostrel.point_statistics(reference[keep], estimate[keep])
+    in_chunks = vostrel.chunked_statistics([(reference[keep], estimate[keep])])
+    reference[7] = estimate[-1] = np.nan
+    s = vostrel.point_statistics(reference, estimate, nan_policy="omit")
+    assert (s.n, s.n_nan) == (199_998, 2)
+    assert same_bits(numbers(s), numbers(expected))
+    s = vostrel.chunked_statistics([(reference, estimate)], nan_policy="omit")
+    assert (s.n, s.n_nan) == (199_998, 2)
+    assert same_bits(numbers(s), numbers(in_chunks))
+
+    reference[7] = estimate[7] = np.inf  # a residual of NaN, but no missing value
+    for s in (
+        vostrel.point_statistics(reference, estimate, nan_policy="omit"),
+        vostrel.chunked_statistics([(reference, estimate)], nan_policy="omit"),
+    ):
+        assert s.n_nan == 1 and np.isnan(s.delta.bias)
+
+
 @pytest.mark.parametrize("size, first", [(100, 0), (20_000, 0), (100, np.inf), (20_000, np.inf)])
 def test_without_nan_the_policies_agree(size, first):
     reference, estimate = np.resize(REFERENCE, size), np.resize(ESTIMATE, size)
