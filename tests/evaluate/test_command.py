@@ -126,16 +126,20 @@ def values(text, estimate, edge=""):
     }
 
 
-def test_several_estimates_are_judged_on_the_same_objects(evaluate, survey):
-    survey["forest"][:100] = np.nan
-    pd.DataFrame(survey).to_csv("survey.csv", index=False, na_rep="nan")
-    s = vostrel.point_statistics(survey["zspec"][100:], survey["zphot"][100:])
+@pytest.mark.parametrize("place", [0, 2000, 2900])
+def test_several_estimates_are_judged_on_the_same_objects(evaluate, survey, place):
+    survey["forest"][place : place + 100] = np.nan
+    table = pd.DataFrame(survey)
+    for name, part in [("first.csv", table[:1000]), ("second.csv", table[1000:])]:
+        part.to_csv(name, index=False, na_rep="nan")
+    used = table.dropna()
+    s = vostrel.point_statistics(used["zspec"], used["zphot"])
     # Only the used objects need memory: more would be refused.
-    memory = str((len(survey["zspec"]) - 50) * 24 / 2**30)
-    for words in ([], ["--errors", "formula", "--memory", memory]):
-        found = json.loads(
-            evaluate("survey.csv", "zspec", "zphot", "forest", "--format", "json", *words)
-        )
+    memory = str((len(table) - 50) * 24 / 2**30)
+    for words in ([], ["--errors", "formula", "--memory", memory], ["--memory", "0"]):
+        found = json.loads(evaluate(
+            "first.csv", "second.csv", "zspec", "zphot", "forest", "--format", "json", *words
+        ))
         assert (found["rows"]["nan"], found["rows"]["columns"]["forest"]["nan"]) == (100, 100)
         (nmad,) = [
             one["value"] for one in found["statistics"]

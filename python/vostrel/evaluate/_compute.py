@@ -81,8 +81,7 @@ def evaluate(
     """Return all numbers. `watch` sees the objects of the first pass."""
     counts = Counts()
     results = Results(counts)
-    # The statistics find NaN sooner than a search, if they see all columns.
-    store = Store(may_have_nan=watch is None and selection.roles.by is None)
+    store = Store()
     chunks = _watched(selection, progress, counts, watch, store)
     for objects in chunks:
         store.add(objects)
@@ -134,6 +133,9 @@ def _watched(
     for objects in selection.objects(counts, store.room):
         if not store.may_have_nan:
             objects = without_nan(objects, counts)
+        if objects.first == 0 and watch is None and selection.roles.by is None:
+            # The statistics find NaN sooner than a search, but start again: good if it is rare.
+            store.may_have_nan = counts.nan == 0
         if watch is not None:
             watch(objects)
         progress("reading", counts.read, selection.rows)
@@ -143,8 +145,8 @@ def _watched(
 class Store:
     """Objects that are kept in memory, in the arrays that were read."""
 
-    def __init__(self, may_have_nan: bool = False) -> None:
-        self.may_have_nan = may_have_nan
+    def __init__(self) -> None:
+        self.may_have_nan = False
         self._parts: deque[Objects] = deque()
         self._rooms: dict[str, NDArray[np.float64]] | None = {}
         self.nbytes = 0
