@@ -130,15 +130,16 @@ def values(text, estimate, edge=""):
 def test_several_estimates_are_judged_on_the_same_objects(evaluate, survey, place):
     survey["forest"][place : place + 100] = np.nan
     table = pd.DataFrame(survey)
-    for name, part in [("first.csv", table[:1000]), ("second.csv", table[1000:])]:
-        part.to_csv(name, index=False, na_rep="nan")
+    for name, part in [("first.hdf5", table[:1000]), ("second.hdf5", table[1000:])]:
+        with h5py.File(name, "w") as file:
+            file.update({column: part[column].to_numpy() for column in part})
     used = table.dropna()
     s = vostrel.point_statistics(used["zspec"], used["zphot"])
     # Only the used objects need memory: more would be refused.
     memory = str((len(table) - 50) * 24 / 2**30)
     for words in ([], ["--errors", "formula", "--memory", memory], ["--memory", "0"]):
         found = json.loads(evaluate(
-            "first.csv", "second.csv", "zspec", "zphot", "forest", "--format", "json", *words
+            "first.hdf5", "second.hdf5", "zspec", "zphot", "forest", "--format", "json", *words
         ))
         assert (found["rows"]["nan"], found["rows"]["columns"]["forest"]["nan"]) == (100, 100)
         (nmad,) = [

@@ -133,9 +133,10 @@ def _watched(
     for objects in selection.objects(counts, store.room):
         if not store.may_have_nan:
             objects = without_nan(objects, counts)
-        if objects.first == 0 and watch is None and selection.roles.by is None:
-            # The statistics find NaN sooner than a search, but start again: good if it is rare.
-            store.may_have_nan = counts.nan == 0
+        if objects.first == 0 and watch is None and selection.roles.by is None and not counts.nan:
+            # The statistics find NaN sooner than a search of a file, but start again then.
+            values = objects.numbers[selection.roles.reference]
+            store.may_have_nan = not isinstance(owner(values), np.ndarray)
         if watch is not None:
             watch(objects)
         progress("reading", counts.read, selection.rows)
