@@ -93,7 +93,7 @@ void BinnedAccumulator<Sum>::add(std::span<const double> reference,
   const auto distribute = [&](const auto* bins, std::span<const double> block_reference,
                               std::span<const double> block_estimate) {
     for (std::size_t i = 0; i < block_reference.size(); ++i) {
-      // Of the next block: callers look through one for NaN, which is too fast for the memory.
+      // Of the next block, while the memory is idle.
       __builtin_prefetch(&block_reference[i] + Accumulator::kBlockSize);
       __builtin_prefetch(&block_estimate[i] + Accumulator::kBlockSize);
       const std::size_t bin = bins[i];

@@ -33,7 +33,7 @@ using Checkpoint = std::function<void()>;
 /// is kept: a state takes a few megabytes at most.
 class Accumulator {
  public:
-  /// A good block size: its columns fit the fastest cache.
+  /// A good block size: its columns fit a core's own cache.
   static constexpr std::size_t kBlockSize = 4096;
 
   /// Begins the first pass, for result() alone.

@@ -85,8 +85,7 @@ VOSTREL_AVX2 inline Four hash_of(Four first, Four second) {
   return cross(cross(mixed) ^ second) + first;
 }
 
-// Loads four values, and fetches four of the next block: callers look through a block for NaN
-// before they add it, which is too fast for the memory.
+// Loads four values, and fetches four of the next block, while the memory is idle.
 VOSTREL_AVX2 inline Four load(const double* values) {
   __builtin_prefetch(values + Accumulator::kBlockSize);
   Four words;
