@@ -427,7 +427,8 @@ def _in_passes(
                 name: BinnedAccumulator(options.bins, range_of_by, **options.asked)
                 for name in roles.estimates
             }
-        chunks = map(without_nan, selection.objects(again := Counts()), repeat(again))
+        ignored = Counts()  # the first pass has counted
+        chunks = map(without_nan, selection.objects(ignored), repeat(ignored))
     results.points = {name: state.result() for name, state in points.items()}
     results.bins = {name: state.result() for name, state in bins.items()}
 

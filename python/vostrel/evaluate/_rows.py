@@ -134,10 +134,9 @@ class Selection:
         return self._table.rows
 
     def objects(
-        self, counts: Counts | None = None, room: Room = lambda name, count: None
+        self, counts: Counts, room: Room = lambda name, count: None
     ) -> Iterator[Objects]:
         """Yield the used rows, and add up the counts. without_nan() leaves out those with NaN."""
-        counts = Counts() if counts is None else counts
         text = {name for name in self._text if name}
         for name in self.roles.numbers:
             counts.columns[name] = {"masked": 0, "missing": 0, "nan": 0}
