@@ -3,6 +3,7 @@
 #ifndef VOSTREL_ANALYSIS_BINNED_H
 #define VOSTREL_ANALYSIS_BINNED_H
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -32,7 +33,7 @@ class Bins {
 
   /// Returns the bin that holds the value, counted from 0, or kOutside. NaN is outside.
   std::uint32_t operator()(double value) const {
-    const std::uint32_t bin = look_up(value, cells_.data(), scale_);
+    const std::uint32_t bin = cells_[static_cast<std::size_t>(scale_.cell_of(value))].bin_of(value);
     return bin != kSearch ? bin : search(value);
   }
 
@@ -42,8 +43,15 @@ class Bins {
     // Local copies: a write to `bins` could change the members.
     const Cell* const cells = cells_.data();
     const Scale scale = scale_;
-    for (std::size_t i = 0; i < values.size(); ++i) {
-      bins[i] = static_cast<Number>(look_up(values[i], cells, scale));
+    // The cells first: a processor finds several at once.
+    std::array<std::int32_t, 256> places;
+    for (std::size_t first = 0; first < values.size(); first += places.size()) {
+      const std::size_t count = std::min(places.size(), values.size() - first);
+      for (std::size_t i = 0; i < count; ++i) places[i] = scale.cell_of(values[first + i]);
+      for (std::size_t i = 0; i < count; ++i) {
+        const Cell& cell = cells[static_cast<std::size_t>(places[i])];
+        bins[first + i] = static_cast<Number>(cell.bin_of(values[first + i]));
+      }
     }
     for (std::size_t i = 0; is_crowded_ && i < values.size(); ++i) {
       if (bins[i] == static_cast<Number>(kSearch)) bins[i] = static_cast<Number>(search(values[i]));
@@ -64,6 +72,9 @@ class Bins {
   struct Cell {
     double edge;                        // the only edge in the cell, or infinity
     std::array<std::uint32_t, 2> bins;  // below and from the edge, or kSearch for several edges
+
+    // Returns the bin or kSearch, without a branch to mispredict.
+    std::uint32_t bin_of(double value) const { return bins[value >= edge]; }
   };
 
   struct Scale {
@@ -72,19 +83,14 @@ class Bins {
     double last_cell;
 
     // A value outside the edges, or NaN, gets the first or the last cell.
-    std::size_t cell_of(double value) const {
+    std::int32_t cell_of(double value) const {
       double place = (value - lowest) * cells_per_unit;
       place = place > 0 ? place : 0;
       place = place < last_cell ? place : last_cell;
-      return static_cast<std::size_t>(static_cast<std::int64_t>(place));  // faster than unsigned
+      return static_cast<std::int32_t>(place);
     }
   };
 
-  // Returns the bin or kSearch, without a branch to mispredict.
-  static std::uint32_t look_up(double value, const Cell* cells, const Scale& scale) {
-    const Cell& cell = cells[scale.cell_of(value)];
-    return cell.bins[value >= cell.edge];
-  }
   std::uint32_t bin_above(std::size_t edges) const;
   std::uint32_t search(double value) const;
 
@@ -143,12 +149,18 @@ class BinnedAccumulator {
   /// @throws std::logic_error if another pass is needed.
   std::vector<FoundOfBoth> results(const Checkpoint& checkpoint = [] {}) const;
 
+  /// Whether there is NaN in the three columns or the residuals, once the first pass has ended. May
+  /// tell it earlier. Requires: sums in order.
+  bool has_nan() const { return has_nan_; }
+
   /// The number of objects in no bin.
   std::uint64_t outside() const { return outside_; }
 
  private:
   // Objects that come in the same order in each pass have their bins found in the first alone.
   bool keeps_bins() const { return !kIsExact<Sum> && bins_.size() <= Bins::kMostInByte; }
+  // Exact sums would take long to tell.
+  bool tells_nan() const { return !kIsExact<Sum> && first_pass_; }
   const std::uint8_t* find_or_recall(std::span<const double> by);
   void hand_over(std::size_t bin);
   void add_waiting(const BinnedAccumulator& other, std::size_t bin);
@@ -159,14 +171,15 @@ class BinnedAccumulator {
 
   Bins bins_;
   // The objects of each bin that are not yet handed to its accumulator.
-  std::size_t room_;  // for the objects of a bin
+  std::size_t room_;  // for the objects of a bin, a power of two
   std::vector<double> reference_;
   std::vector<double> estimate_;
-  std::vector<std::size_t> waiting_;  // how many there are
+  std::vector<std::size_t> next_;  // the place of each bin's next object
   std::vector<BasicAccumulator<Sum>> accumulators_;
   std::vector<std::uint8_t> found_;  // the bin of each object, if it keeps bins
   std::size_t position_ = 0;         // in `found_`, of the next object
   bool first_pass_ = true;
+  bool has_nan_ = false;
   std::uint64_t outside_ = 0;        // of the first pass
   std::uint64_t checksum_ = 0;       // of the first pass, with what the objects are binned by
   std::uint64_t seen_outside_ = 0;   // in this pass

@@ -130,11 +130,11 @@ typename BasicAccumulator<Sum>::Step BasicAccumulator<Sum>::keep_all() {
 
 template <class Sum>
 bool BasicAccumulator<Sum>::has_nan() const {
-  if (!keeps_) return delta_.has_nan() || norm_.has_nan();
-  return std::any_of(kept_.begin(), kept_.end(), [](const std::vector<double>& column) {
+  const auto has_nan = [](const std::vector<double>& column) {
     return std::any_of(column.begin(), column.end(),
                        [](double value) { return std::isnan(value); });
-  });
+  };
+  return sums_have_nan() || std::any_of(kept_.begin(), kept_.end(), has_nan);
 }
 
 template <class Sum>

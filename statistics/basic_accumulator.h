@@ -56,6 +56,8 @@ class BasicAccumulator {
   std::uint64_t size() const { return step_ == Step::kFirst ? seen_ : size_; }
   /// Whether there is NaN among the residuals of the first pass. Those of a NaN are NaN.
   bool has_nan() const;
+  /// The same, but without looking at objects that are kept.
+  bool sums_have_nan() const { return delta_.has_nan() || norm_.has_nan(); }
   FoundOfBoth result(const Checkpoint& checkpoint = [] {}) const;
   const Wanted& wanted() const { return wanted_; }
 
@@ -71,7 +73,7 @@ class BasicAccumulator {
   void take(std::span<const double> reference, std::span<const double> estimate);
   void keep_no_more();
   Step next_step();
-  bool must_keep_all() const { return !kIsExact<Sum> && (delta_.has_nan() || norm_.has_nan()); }
+  bool must_keep_all() const { return !kIsExact<Sum> && sums_have_nan(); }
   Step keep_all();
 
   Wanted wanted_;

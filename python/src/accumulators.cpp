@@ -61,7 +61,7 @@ LeftOut add_rows(ExactAccumulator& passes, Rows& rows, const Stop& stop) {
   return {};
 }
 LeftOut add_rows(ExactBins& passes, Rows& rows, const Stop& stop) {
-  return add_to_bins(passes, rows, [&] { stop.look(); });
+  return add_to_bins(passes, rows, false, [&] { stop.look(); });
 }
 
 template <class SomePasses>

@@ -88,12 +88,12 @@ void for_each_block(Rows& rows, Use use) {
   }
 }
 
-/// Adds all rows to bins, and calls `checkpoint` before each block. Returns for each bin how many
-/// of its objects have NaN in reference or estimate. Requires: the rows omit NaN, and the GIL is
-/// released.
+/// Adds all rows to bins, or those until NaN is found. Calls `checkpoint` before each block.
+/// Returns for each bin how many of its objects have NaN in reference or estimate. Requires: the
+/// rows omit NaN, and the GIL is released.
 template <class Binned>
 std::vector<std::uint64_t> add_to_bins(
-    Binned& passes, Rows& rows, const Checkpoint& checkpoint = [] {}) {
+    Binned& passes, Rows& rows, bool until_nan, const Checkpoint& checkpoint = [] {}) {
   std::vector<std::uint64_t> nan_counts(passes.bins().size());
   for_each_block(rows, [&](const Block& block) {
     checkpoint();
@@ -101,7 +101,7 @@ std::vector<std::uint64_t> add_to_bins(
       const std::size_t bin = passes.bins()(by);
       if (bin != Bins::kOutside) ++nan_counts[bin];
     }
-    passes.add(block.reference, block.estimate, block.by);
+    if (!until_nan || !passes.has_nan()) passes.add(block.reference, block.estimate, block.by);
   });
   return nan_counts;
 }

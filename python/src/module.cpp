@@ -18,6 +18,7 @@
 #include "analysis/binned.h"
 #include "floating_point.h"
 #include "python/src/calls.h"
+#include "statistics/also_for_avx2.h"
 #include "statistics/basic_accumulator.h"
 #include "statistics/bracket.h"
 #include "statistics/search.h"
@@ -69,33 +70,31 @@ py::tuple compute_point_statistics(const Numbers& columns, const Arrays& masks, 
                         found ? py::object(numbers_of(*found)) : py::object(py::none()));
 }
 
+// Whether the values lie in a range, none of them NaN.
+VOSTREL_ALSO_FOR_AVX2 bool are_inside(const double* values, std::size_t count, Interval range) {
+  // Bools would keep the compiler from comparing several numbers at once.
+  const auto is_false = [](bool condition) { return std::uint64_t{!condition}; };
+  std::uint64_t outside = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    outside |= is_false(values[i] >= range.low) | is_false(values[i] <= range.high);
+  }
+  return outside == 0;
+}
+
 // Widens a range to hold the values. NaN doesn't count.
 void widen(Interval& range, std::span<const double> values) {
-  // Most blocks lie inside. Eight values are compared at a time, because a comparison waits for
-  // the one before.
-  std::array<double, 8> lows;
-  std::array<double, 8> highs;
-  lows.fill(range.low);
-  highs.fill(range.high);
-  const std::size_t whole = values.size() - values.size() % lows.size();
-  for (std::size_t i = 0; i < whole; i += lows.size()) {
-    for (std::size_t k = 0; k < lows.size(); ++k) {
-      lows[k] = values[i + k] < lows[k] ? values[i + k] : lows[k];
-      highs[k] = values[i + k] > highs[k] ? values[i + k] : highs[k];
-    }
-  }
-  const bool inside = *std::min_element(lows.begin(), lows.end()) == range.low &&
-                      *std::max_element(highs.begin(), highs.end()) == range.high;
-  for (const double value : inside ? values.subspan(whole) : values) {
+  if (are_inside(values.data(), values.size(), range)) return;  // as most blocks are
+  for (const double value : values) {
     if (value < range.low) range.low = value;
     if (value > range.high) range.high = value;
   }
 }
 
 // Returns (n, n_masked, n_nan, low, high). The last two are the range of the third column, or of
-// the first if there are two, without NaN.
-py::tuple survey(const Numbers& columns, const Arrays& masks, bool omit_nan) {
+// the first if there are fewer, without NaN. n_nan is 0 unless it looks for NaN.
+py::tuple survey(const Numbers& columns, const Arrays& masks, bool omit_nan, bool looks_for_nan) {
   Rows rows = rows_of(columns, masks, omit_nan);
+  if (!looks_for_nan) rows.expect_no_nan();
   Interval range = {kInfinity, -kInfinity};
   {
     const py::gil_scoped_release release;
@@ -148,14 +147,14 @@ py::array_t<double> order_values(const Numbers& columns, const Arrays& masks, st
 // Returns (n, n_masked, n_nan, counts, nan_counts, n_outside, numbers, lsst): for each bin the
 // number of objects, and how many of them have NaN; the number of objects in no bin; the numbers of
 // both residuals as an array of shape (2, numbers, bins), and LSST's in shape (4, bins). Objects
-// with NaN are left out, or make the numbers of their bin NaN. `has_nan` is false if it is known
-// that there is none.
+// with NaN are left out, or make the numbers of their bin NaN. Throws ValueError if there is NaN,
+// or a residual is NaN, unless it looks for NaN.
 py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks, bool omit_nan,
                                     std::vector<double> edges,
                                     const std::vector<double>& percentiles,
-                                    const std::vector<double>& outliers, bool has_nan) {
+                                    const std::vector<double>& outliers, bool looks_for_nan) {
   Rows rows = rows_of(columns, masks, true);
-  if (!has_nan) rows.expect_no_nan();
+  if (!looks_for_nan) rows.expect_no_nan();
   std::uint64_t outside = 0;
   std::vector<std::uint64_t> nan_counts;
   std::vector<FoundOfBoth> found;
@@ -163,9 +162,12 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
     const py::gil_scoped_release release;
     InOrderBins passes(Bins(std::move(edges)), Wanted({percentiles, outliers}), check_signals);
     passes.reserve(rows.size());
-    do {
-      nan_counts = add_to_bins(passes, rows);
-    } while (passes.end_pass(check_signals));
+    bool is_done = false;
+    while (!is_done) {
+      nan_counts = add_to_bins(passes, rows, !looks_for_nan);
+      is_done = !passes.end_pass(check_signals);
+      if (!looks_for_nan && passes.has_nan()) throw std::invalid_argument("there is NaN");
+    }
     found = passes.results(check_signals);
     outside = passes.outside();
   }
@@ -233,8 +235,8 @@ PYBIND11_MODULE(_core, module) {
   module.def("point_statistics", compute_point_statistics, columns, masks, omit_nan, percentiles,
              outliers, py::arg("has_nan") = true);
   module.def("binned_statistics", compute_binned_statistics, columns, masks, omit_nan,
-             py::arg("edges"), percentiles, outliers, py::arg("has_nan"));
-  module.def("survey", survey, columns, masks, omit_nan);
+             py::arg("edges"), percentiles, outliers, py::arg("looks_for_nan"));
+  module.def("survey", survey, columns, masks, omit_nan, py::arg("looks_for_nan"));
   module.def("order_values", order_values, columns, masks, py::arg("n"), py::arg("ranks"),
              py::arg("has_nan") = true);
 }

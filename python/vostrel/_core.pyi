@@ -67,7 +67,7 @@ def binned_statistics(
     edges: Sequence[float],
     percentiles: Sequence[float],
     outliers: Sequence[float],
-    has_nan: bool,
+    looks_for_nan: bool,
 ) -> tuple[
     int,
     int,
@@ -81,13 +81,17 @@ def binned_statistics(
     """Return n, n_masked, n_nan, counts, nan_counts, n_outside, the numbers in shape (2,
     statistics, bins), and the metrics of LSST in shape (4, bins).
 
-    The objects are binned by the third column, or by the first of two.
+    The objects are binned by the third column, or by the first of two. Raises ValueError if there
+    is NaN, or a residual is NaN, unless it looks for NaN.
     """
 
 def survey(
-    columns: _Columns, masks: _Masks, omit_nan: bool
+    columns: _Columns, masks: _Masks, omit_nan: bool, looks_for_nan: bool
 ) -> tuple[int, int, int, float, float]:
-    """Return n, n_masked, n_nan, and the smallest and largest value to bin by."""
+    """Return n, n_masked, n_nan, and the smallest and largest value to bin by.
+
+    n_nan is 0 unless it looks for NaN.
+    """
 
 def order_values(
     columns: _Columns, masks: _Masks, n: int, ranks: Sequence[int], has_nan: bool = True
