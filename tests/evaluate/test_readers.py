@@ -13,7 +13,7 @@ import pytest
 import vostrel
 from astropy.io import fits
 from astropy.table import MaskedColumn, Table
-from vostrel.evaluate import _compute, _fits, _hdf5, _readers
+from vostrel.evaluate import _compute, _fits, _hdf5, _numpy, _readers
 from vostrel.evaluate._compute import Store, alone, joined
 from vostrel.evaluate._rows import Objects
 
@@ -249,6 +249,21 @@ def test_kept_arrays_keep_no_others_in_memory():
         kept = alone(values)
         assert kept.tolist() == values.tolist()
         assert np.shares_memory(kept, values) == is_kept
+
+
+def test_nan_behind_a_part_without_rows(evaluate, monkeypatch, columns):
+    """HATS has such parts, in the memory of Arrow. What is masked makes a copy of the next one."""
+    zspec, zphot = columns["zspec"], columns["zphot"]
+    masked = np.ma.MaskedArray(zspec, np.arange(len(zspec)) == 2)
+    zspec[1] = np.nan
+    empty = np.frombuffer(bytes(8))[:0]
+    chunks = [{"zspec": empty, "zphot": empty}, {"zspec": masked, "zphot": zphot}]
+    monkeypatch.setattr(_numpy.Npz, "chunks", lambda *_: iter(chunks))
+    text = evaluate(write_table("cat.npz", columns), "zspec", "zphot", "--format", "json")
+    rows = json.loads(text)["rows"]
+    assert (rows["masked"], rows["nan"], rows["used"]) == (1, 1, len(zspec) - 2)
+    used = np.delete(np.arange(len(zspec)), [1, 2])
+    assert numbers(text)["norm_nmad"] == expected(columns, used)["norm_nmad"]
 
 
 def test_kept_columns(monkeypatch):

@@ -134,9 +134,11 @@ def _watched(
         if not store.may_have_nan:
             objects = without_nan(objects, counts)
         if objects.first == 0 and watch is None and selection.roles.by is None and not counts.nan:
-            # The statistics find NaN sooner than a search of a file, but start again then.
-            values = objects.numbers[selection.roles.reference]
-            store.may_have_nan = not isinstance(owner(values), np.ndarray)
+            # The statistics find NaN sooner than a search of a file, but start again then. A chunk
+            # without rows tells nothing: the next one has the same first row.
+            store.may_have_nan = len(objects) > 0 and not isinstance(
+                owner(objects.numbers[selection.roles.reference]), np.ndarray
+            )
         if watch is not None:
             watch(objects)
         progress("reading", counts.read, selection.rows)
