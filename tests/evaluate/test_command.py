@@ -98,6 +98,12 @@ def test_json(evaluate, small):
     assert list(values) == ["bias", "sigma_iqr", "sigma_mad", "outlier_rate"]
 
 
+def test_json_has_no_nan_among_the_missing_values(evaluate, small):
+    found = json.loads(evaluate(*small, "--missing", "nan", "--missing", "inf", "--format", "json"))
+    assert found["missing"] == [-99, None, None]
+    assert (found["rows"]["missing"], found["rows"]["nan"]) == (2, 0)
+
+
 def test_formulas_do_not_compare_estimates(evaluate, survey):
     words = ["survey.csv", "zspec", "zphot", "forest", "--errors"]
     reason = "; differences of estimates have none: --errors bootstrap compares them\n"

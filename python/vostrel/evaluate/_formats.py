@@ -100,7 +100,7 @@ def as_json(results: Results, task: Task) -> str:
         "norm": "(reference - estimate) / (1 + reference)",
         "lsst": "(estimate - reference) / (1 + reference)",
         "where": task.where,
-        "missing": task.missing,
+        "missing": [_finite(value) for value in task.missing],
         "errors": task.method,
         "confidence": task.confidence,
         "rows": asdict(results.counts),
