@@ -44,7 +44,8 @@ LeftOut add_rows(ExactAccumulator& passes, Rows& rows, const Stop& stop) {
   const auto add_to = [&](ExactAccumulator& some, bool until_nan) {
     for_each_block(rows, [&](const Block& block) {
       stop.look();
-      if (!until_nan || !some.has_nan()) some.add(block.reference, block.estimate);
+      some.add(block.reference, block.estimate);
+      if (until_nan && some.has_nan()) rows.skip_rest();
     });
   };
   if (passes.is_in_first_pass() && rows.size() >= kMany) {

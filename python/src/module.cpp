@@ -36,14 +36,15 @@ namespace {
 std::optional<FoundOfBoth> find_in_rows(Rows& rows, const Wanted& wanted, bool omit_nan,
                                         bool has_nan) {
   InOrderAccumulator passes(wanted);
-  const auto make_pass = [&] {
+  const auto make_pass = [&](bool until_nan = false) {
     for_each_block(rows, [&](const Block& block) {
       if (omit_nan || rows.nan() == 0) passes.add(block.reference, block.estimate);
+      if (until_nan && passes.has_nan()) rows.skip_rest();
     });
   };
   // A search of all values takes a sixth of the time. The residuals tell if it is needed.
   rows.expect_no_nan();
-  make_pass();
+  make_pass(has_nan);
   if (has_nan && passes.has_nan()) {
     passes = InOrderAccumulator(wanted);
     rows.look_for_nan();

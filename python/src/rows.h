@@ -41,6 +41,8 @@ class Rows {
 
   /// Starts another pass.
   void rewind();
+  /// Skips the rest of the pass, whose counts are of no use then.
+  void skip_rest() { position_ = size_; }
 
   /// Moves to the next block, which may be empty. Returns false at the end.
   /// @throws std::runtime_error at the end of a pass that saw another number of objects than the

@@ -10,6 +10,7 @@ from astropy import units
 from astropy.table import Column, MaskedColumn
 from astropy.utils.masked import Masked
 from data_sets import numbers, redshifts, same_bits
+from vostrel import _core
 
 REFERENCE = np.array([0.5, 0.25, 1.5, 2.0, 0.75, 3.0])
 ESTIMATE = np.array([0.25, 0.25, 2.0, -1.5, 0.5, 1.0])
@@ -244,6 +245,28 @@ def test_nan_among_many_objects(rng):
         vostrel.chunked_statistics([(reference, estimate)], nan_policy="omit"),
     ):
         assert s.n_nan == 1 and np.isnan(s.delta.bias)
+
+
+def test_the_search_for_nan_does_not_wait_for_the_end_of_a_pass():
+    column = np.ones(200_000)
+    column[5000] = np.nan
+    starts = []
+
+    class Reads:
+        def __len__(self):
+            return len(column)
+
+        def read(self, first, count):
+            starts.append(first)
+            return column[first : first + count]
+
+    for function in (
+        lambda: _core.point_statistics([Reads(), column], [], True, (), ())[2],
+        lambda: _core.Accumulator((), ()).add([Reads(), column], [], True, _core.Stop())[1],
+    ):
+        starts.clear()
+        assert function() == 1
+        assert starts[:4] == [0, 4096, 0, 4096]
 
 
 @pytest.mark.parametrize("size, first", [(100, 0), (20_000, 0), (100, np.inf), (20_000, np.inf)])
