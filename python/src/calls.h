@@ -101,7 +101,8 @@ std::vector<std::uint64_t> add_to_bins(
       const std::size_t bin = passes.bins()(by);
       if (bin != Bins::kOutside) ++nan_counts[bin];
     }
-    if (!until_nan || !passes.has_nan()) passes.add(block.reference, block.estimate, block.by);
+    passes.add(block.reference, block.estimate, block.by);
+    if (until_nan && passes.has_nan()) rows.skip_rest();
   });
   return nan_counts;
 }
