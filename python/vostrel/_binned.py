@@ -118,9 +118,9 @@ def binned_statistics(
     columns = prepare(nan_policy, mask, **given)
     check_flag("uncertainties", uncertainties)
     kind, value = _read_bins(_without_unit("bins", bins, by))
+    if range is not None and kind != "width":
+        raise ValueError("range needs a number of bins; edges and equal counts define their own")
     if range is not None:
-        if kind != "width":
-            raise ValueError("range needs a number of bins; edges and equal counts define their own")
         value = _equal_widths(*_read_range(_without_unit("range", range, by)), value)
         kind = "edges"
     omit = nan_policy == "omit"
