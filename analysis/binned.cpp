@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "floating_point.h"
+#include "statistics/also_for_avx2.h"
 #include "statistics/bytes.h"
 #include "statistics/checksum.h"
 
@@ -44,6 +45,12 @@ Bins::Bins(std::vector<double> edges) : edges_(std::move(edges)) {
     }
     below = end;
   }
+}
+
+VOSTREL_ALSO_FOR_AVX2 void Bins::find_cells(std::span<const double> values, const Scale& scale,
+                                            std::int32_t* cells) {
+  const Scale s = scale;
+  for (std::size_t i = 0; i < values.size(); ++i) cells[i] = s.cell_of(values[i]);
 }
 
 // The bin above some of the edges, counted from the lowest.
@@ -87,40 +94,6 @@ void BinnedAccumulator<Sum>::add(std::span<const double> reference,
   }
   if constexpr (kIsExact<Sum>) seen_checksum_ += checksum(reference, estimate, by);
   if (keeps_bins() && first_pass_) found_.resize(position_ + by.size());
-  // Local copies: a write to `next` could change the members.
-  const std::size_t last = room_ - 1;
-  double* const references = reference_.data();
-  double* const estimates = estimate_.data();
-  std::size_t* const next = next_.data();
-  const std::size_t size = bins_.size();
-  const auto distribute = [&](const auto* bins, std::span<const double> block_reference,
-                              std::span<const double> block_estimate,
-                              std::span<const double> block_by) {
-    const auto take = [&](std::size_t i) __attribute__((always_inline)) {
-      const std::size_t bin = bins[i];
-      if (bin >= size) {
-        ++seen_outside_;
-        has_nan_ |= std::isnan(block_reference[i] - block_estimate[i] + block_by[i]);
-        return;
-      }
-      const std::size_t place = next[bin];
-      references[place] = block_reference[i];
-      estimates[place] = block_estimate[i];
-      next[bin] = place + 1;
-      if ((place & last) == last) hand_over(bin);
-    };
-    constexpr std::size_t kLine = 8;  // of a cache, in numbers
-    std::size_t i = 0;
-    for (; i + kLine <= block_by.size(); i += kLine) {
-      // Of the next block, while the memory is idle.
-      __builtin_prefetch(&block_reference[i] + Accumulator::kBlockSize);
-      __builtin_prefetch(&block_estimate[i] + Accumulator::kBlockSize);
-      __builtin_prefetch(&block_by[i] + Accumulator::kBlockSize);
-      [&]<std::size_t... k>(std::index_sequence<k...>) { (take(i + k), ...); }
-      (std::make_index_sequence<kLine>());
-    }
-    for (; i < block_by.size(); ++i) take(i);
-  };
   // The bins of a block are found first: a processor finds several at once.
   std::array<std::uint32_t, 256> bins;
   const auto add_block = [&](std::span<const double> block_by,
@@ -134,6 +107,44 @@ void BinnedAccumulator<Sum>::add(std::span<const double> reference,
     }
   };
   in_blocks(bins.size(), add_block, by, reference, estimate);
+}
+
+// Lets each object wait for its bin, and hands over those of a bin whose room is full.
+template <class Sum>
+template <class Number>
+void BinnedAccumulator<Sum>::distribute(const Number* bins, std::span<const double> reference,
+                                        std::span<const double> estimate,
+                                        std::span<const double> by) {
+  // Local copies: a write to `next` could change the members.
+  const std::size_t last = room_ - 1;
+  double* const references = reference_.data();
+  double* const estimates = estimate_.data();
+  std::size_t* const next = next_.data();
+  const std::size_t size = bins_.size();
+  const auto take = [&](std::size_t i) __attribute__((always_inline)) {
+    const std::size_t bin = bins[i];
+    if (bin >= size) {
+      ++seen_outside_;
+      has_nan_ |= std::isnan(reference[i] - estimate[i] + by[i]);
+      return;
+    }
+    const std::size_t place = next[bin];
+    references[place] = reference[i];
+    estimates[place] = estimate[i];
+    next[bin] = place + 1;
+    if ((place & last) == last) hand_over(bin);
+  };
+  constexpr std::size_t kLine = 8;  // of a cache, in numbers
+  std::size_t i = 0;
+  for (; i + kLine <= by.size(); i += kLine) {
+    // Of the next block, while the memory is idle.
+    for (const double* const numbers : {&reference[i], &estimate[i], &by[i]}) {
+      __builtin_prefetch(numbers + Accumulator::kBlockSize);
+    }
+    [&]<std::size_t... k>(std::index_sequence<k...>) { (take(i + k), ...); }
+    (std::make_index_sequence<kLine>());
+  }
+  for (; i < by.size(); ++i) take(i);
 }
 
 template <class Sum>

@@ -47,7 +47,7 @@ class Bins {
     std::array<std::int32_t, 256> places;
     for (std::size_t first = 0; first < values.size(); first += places.size()) {
       const std::size_t count = std::min(places.size(), values.size() - first);
-      for (std::size_t i = 0; i < count; ++i) places[i] = scale.cell_of(values[first + i]);
+      find_cells(values.subspan(first, count), scale, places.data());
       for (std::size_t i = 0; i < count; ++i) {
         const Cell& cell = cells[static_cast<std::size_t>(places[i])];
         bins[first + i] = static_cast<Number>(cell.bin_of(values[first + i]));
@@ -91,6 +91,7 @@ class Bins {
     }
   };
 
+  static void find_cells(std::span<const double> values, const Scale& scale, std::int32_t* cells);
   std::uint32_t bin_above(std::size_t edges) const;
   std::uint32_t search(double value) const;
 
@@ -162,6 +163,9 @@ class BinnedAccumulator {
   // Exact sums would take long to tell.
   bool tells_nan() const { return !kIsExact<Sum> && first_pass_; }
   const std::uint8_t* find_or_recall(std::span<const double> by);
+  template <class Number>
+  void distribute(const Number* bins, std::span<const double> reference,
+                  std::span<const double> estimate, std::span<const double> by);
   void hand_over(std::size_t bin);
   void add_waiting(const BinnedAccumulator& other, std::size_t bin);
 
