@@ -167,7 +167,10 @@ py::tuple compute_binned_statistics(const Numbers& columns, const Arrays& masks,
     while (!is_done) {
       nan_counts = add_to_bins(passes, rows, !looks_for_nan);
       is_done = !passes.end_pass(check_signals);
-      if (!looks_for_nan && passes.has_nan()) throw std::invalid_argument("there is NaN");
+      // Beside a mask, rows find NaN without looking for it.
+      if (!looks_for_nan && (passes.has_nan() || rows.nan() != 0)) {
+        throw std::invalid_argument("there is NaN");
+      }
     }
     found = passes.results(check_signals);
     outside = passes.outside();
