@@ -49,8 +49,7 @@ Bins::Bins(std::vector<double> edges) : edges_(std::move(edges)) {
 
 VOSTREL_ALSO_FOR_AVX2 void Bins::find_cells(std::span<const double> values, const Scale& scale,
                                             std::int32_t* cells) {
-  const Scale s = scale;
-  for (std::size_t i = 0; i < values.size(); ++i) cells[i] = s.cell_of(values[i]);
+  for (std::size_t i = 0; i < values.size(); ++i) cells[i] = scale.cell_of(values[i]);
 }
 
 // The bin above some of the edges, counted from the lowest.
